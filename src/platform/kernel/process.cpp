@@ -1,0 +1,50 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/kernel/kernel.h"
+#include "platform/text/text.h"
+
+namespace {
+
+std::string ReadProcessArguments() {
+  std::string raw;
+  const int file = open("/proc/self/cmdline", O_RDONLY | O_CLOEXEC);
+  if (file < 0) return raw;
+  char block[4096];
+  for (ssize_t n = 0; (n = read(file, block, sizeof block)) > 0;)
+    raw.append(block, static_cast<std::size_t>(n));
+  close(file);
+  return raw;
+}
+
+std::string JoinCommandLine() {
+  const std::string raw = ReadProcessArguments();
+  std::string line;
+  for (std::size_t start = 0; start < raw.size();) {
+    std::size_t end = raw.find('\0', start);
+    if (end == std::string::npos) end = raw.size();
+    const std::string argument = raw.substr(start, end - start);
+    if (!line.empty()) line += ' ';
+    const bool quoted = argument.empty() || argument.find(' ') != std::string::npos;
+    line += quoted ? '"' + argument + '"' : argument;
+    start = end + 1;
+  }
+  return text::FromUtf8(line);
+}
+
+}  // namespace
+
+const char* GetCommandLineA() {
+  static const std::string line = JoinCommandLine();
+  return line.c_str();
+}
+
+std::string GetModulePath() {
+  std::string path(4096, '\0');
+  const ssize_t length = readlink("/proc/self/exe", path.data(), path.size());
+  path.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
+  return path;
+}
