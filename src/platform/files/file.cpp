@@ -1,0 +1,181 @@
+#include <algorithm>
+#include <memory>
+#include <optional>
+
+#include "files.h"
+#include "host_error.h"
+#include "opening.h"
+#include "replacement.h"
+
+using files::Denial;
+using files::OpenMode;
+using files::OsError;
+namespace host = files::host;
+
+struct CFile::OpenFile {
+  std::string name;  // the path as it was given, for failures
+  bool reads = false;
+  bool writes = false;
+  host::Descriptor own;  // of a file that is written in place or only read
+  host::Descriptor createdIn;
+  std::unique_ptr<files::Replacement> replacement;  // of a file that is written as a whole
+  LONGLONG position = 0;
+  bool written = false;
+  DWORD writeError = ERROR_SUCCESS;  // of the last write
+
+  const host::Descriptor& File() const { return replacement != nullptr ? replacement->File() : own; }
+
+  [[noreturn]] void Fail(DWORD error) const { throw CFileException::FromOsError(error, name); }
+  void Check(int hostError) const {
+    if (hostError != 0) Fail(OsError(hostError));
+  }
+
+  DWORD Finish();
+};
+
+namespace {
+
+constexpr UINT kAccessFlags = CFile::modeWrite | CFile::modeReadWrite;
+constexpr UINT kShareFlags = CFile::shareExclusive | CFile::shareDenyWrite | CFile::shareDenyNone;
+constexpr UINT kKnownFlags = kAccessFlags | kShareFlags | CFile::modeCreate | CFile::modeNoTruncate | CFile::typeBinary;
+
+std::optional<OpenMode> ModeOf(UINT flags) {
+  OpenMode mode;
+  if ((flags & ~kKnownFlags) != 0 || (flags & kAccessFlags) == kAccessFlags) return std::nullopt;
+  mode.share.writes = (flags & kAccessFlags) != 0;
+  mode.share.reads = (flags & CFile::modeWrite) == 0;
+  switch (flags & kShareFlags) {
+    case CFile::shareCompat:
+    case CFile::shareExclusive:
+      mode.share.denies = Denial::both;
+      break;
+    case CFile::shareDenyWrite:
+      mode.share.denies = Denial::write;
+      break;
+    case CFile::shareDenyNone:
+      mode.share.denies = Denial::none;
+      break;
+    default:
+      return std::nullopt;
+  }
+  mode.create = (flags & CFile::modeCreate) != 0;
+  mode.truncate = mode.create && (flags & CFile::modeNoTruncate) == 0;
+  return mode;
+}
+
+}  // namespace
+
+CFile::CFile() = default;
+
+CFile::~CFile() = default;
+
+BOOL CFile::Open(const char* path, UINT flags, CFileException* error) {
+  Abort();
+  auto open = std::make_unique<OpenFile>();
+  open->name = path != nullptr ? path : "";
+  const std::optional<OpenMode> mode = ModeOf(flags);
+  files::PathName translated;
+  DWORD code = mode ? files::TranslateFilePath(open->name.c_str(), &translated) : ERROR_INVALID_PARAMETER;
+  if (code == ERROR_SUCCESS) {
+    open->reads = mode->share.reads;
+    open->writes = mode->share.writes;
+    if (mode->ReplacesWhole()) {
+      open->replacement = std::make_unique<files::Replacement>();
+      code = open->replacement->Begin(translated);
+    } else if (mode->create) {
+      code = files::OpenOrCreate(translated, *mode, &open->own, &open->createdIn);
+      open->written = mode->truncate;
+    } else {
+      code = files::OpenExisting(translated, *mode, &open->own);
+    }
+  }
+  if (code == ERROR_SUCCESS) {
+    m_open = std::move(open);
+    return TRUE;
+  }
+  if (error != nullptr) *error = CFileException::FromOsError(code, std::move(open->name));
+  return FALSE;
+}
+
+UINT CFile::Read(void* buffer, UINT count) {
+  if (!m_open) throw CFileException::FromOsError(ERROR_INVALID_HANDLE);
+  if (!m_open->reads) m_open->Fail(ERROR_ACCESS_DENIED);
+  UINT total = 0;
+  while (total < count) {
+    std::size_t read = 0;
+    m_open->Check(
+        host::ReadAt(m_open->File(), static_cast<char*>(buffer) + total, count - total, m_open->position, &read));
+    if (read == 0) break;
+    total += static_cast<UINT>(read);
+    m_open->position += static_cast<LONGLONG>(read);
+  }
+  return total;
+}
+
+void CFile::Write(const void* buffer, UINT count) {
+  if (!m_open) throw CFileException::FromOsError(ERROR_INVALID_HANDLE);
+  if (!m_open->writes) m_open->Fail(ERROR_ACCESS_DENIED);
+  m_open->written = true;
+  UINT total = 0;
+  while (total < count) {
+    std::size_t written = 0;
+    m_open->writeError = OsError(host::WriteAt(m_open->File(), static_cast<const char*>(buffer) + total, count - total,
+                                               m_open->position, &written));
+    if (m_open->writeError != ERROR_SUCCESS) m_open->Fail(m_open->writeError);
+    total += static_cast<UINT>(written);
+    m_open->position += static_cast<LONGLONG>(written);
+  }
+}
+
+LONGLONG CFile::Seek(LONGLONG offset, UINT from) {
+  if (!m_open) throw CFileException::FromOsError(ERROR_INVALID_HANDLE);
+  LONGLONG origin = 0;
+  if (from == current) {
+    origin = m_open->position;
+  } else if (from == end) {
+    origin = static_cast<LONGLONG>(GetLength());
+  } else if (from != begin) {
+    m_open->Fail(ERROR_INVALID_PARAMETER);
+  }
+  LONGLONG position = 0;
+  if (__builtin_add_overflow(origin, offset, &position) || position < 0) m_open->Fail(ERROR_NEGATIVE_SEEK);
+  m_open->position = position;
+  return position;
+}
+
+ULONGLONG CFile::GetLength() const {
+  if (!m_open) throw CFileException::FromOsError(ERROR_INVALID_HANDLE);
+  struct stat status = {};
+  m_open->Check(host::Stat(m_open->File(), &status));
+  return static_cast<ULONGLONG>(status.st_size);
+}
+
+void CFile::SetLength(ULONGLONG length) {
+  const LONGLONG position = Seek(static_cast<LONGLONG>(length), begin);
+  if (!m_open->writes) m_open->Fail(ERROR_ACCESS_DENIED);
+  m_open->written = true;
+  m_open->Check(host::Truncate(m_open->File(), position));
+}
+
+void CFile::Close() {
+  if (!m_open) return;
+  const std::unique_ptr<OpenFile> open = std::move(m_open);
+  if (const DWORD error = open->Finish(); error != ERROR_SUCCESS) open->Fail(error);
+}
+
+void CFile::Abort() noexcept {
+  m_open.reset();
+}
+
+DWORD CFile::OpenFile::Finish() {
+  if (replacement != nullptr) return writeError != ERROR_SUCCESS ? writeError : replacement->Commit();
+  DWORD error = ERROR_SUCCESS;
+  if (createdIn) {
+    error = OsError(host::Sync(own));
+    if (error == ERROR_SUCCESS) error = OsError(host::Sync(createdIn));
+  } else if (written) {
+    error = OsError(host::SyncData(own));
+  }
+  const DWORD closeError = OsError(own.Close());
+  return error != ERROR_SUCCESS ? error : closeError;
+}

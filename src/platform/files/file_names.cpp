@@ -1,0 +1,99 @@
+// Removing and renaming files.
+#include "files.h"
+#include "folder_index.h"
+#include "host_error.h"
+#include "lookup.h"
+#include "opening.h"
+#include "reservation.h"
+
+namespace files {
+namespace {
+
+constexpr mode_t kAnyWritePermission = 0222;
+
+bool SameFolder(const host::Descriptor& a, const host::Descriptor& b) {
+  struct stat first = {};
+  struct stat second = {};
+  return host::Stat(a, &first) == 0 && host::Stat(b, &second) == 0 && first.st_dev == second.st_dev &&
+         first.st_ino == second.st_ino;
+}
+
+DWORD RemoveFile(std::string_view text) {
+  PathName path;
+  if (const DWORD error = TranslateFilePath(text, &path); error != ERROR_SUCCESS) return error;
+  Location location;
+  host::Descriptor file;
+  if (const DWORD error = OpenLocated(path, kExclusiveReading, &location, &file); error != ERROR_SUCCESS) return error;
+  if ((location.status.st_mode & kAnyWritePermission) == 0) return ERROR_ACCESS_DENIED;
+  if (const int error = host::Unlink(location.folder, location.name); error != 0) return OsError(error);
+  FolderIndexes::OfProcess().CatchUp();
+  return OsError(host::Sync(location.folder));
+}
+
+// One renaming of a file: finds both names, and is begun anew when others have changed them before they are held.
+class Renaming {
+ public:
+  DWORD Try(const PathName& oldPath, const PathName& newPath) {
+    newName_ = newPath.Name();
+    if (const DWORD error = Locate(oldPath, &from_); error != ERROR_SUCCESS) return error;
+    if (!from_.exists) return ERROR_FILE_NOT_FOUND;
+    if (const DWORD error = Locate(newPath, &to_); error != ERROR_SUCCESS) return error;
+    // The two names may have been found before and after somebody gave the file another letter case.
+    if (IsTakenByOther()) return IsUnchanged(from_) ? ERROR_FILE_EXISTS : kStartAnew;
+    return to_.exists && to_.name == newName_ ? ERROR_SUCCESS : Move();
+  }
+
+ private:
+  static bool IsUnchanged(const Location& location) {
+    struct stat now = {};
+    return host::Stat(location.folder.Number(), location.name, &now) == 0 && now.st_dev == location.status.st_dev &&
+           now.st_ino == location.status.st_ino;
+  }
+
+  bool IsTakenByOther() const {
+    return to_.exists && (to_.name != from_.name || !SameFolder(from_.folder, to_.folder));
+  }
+
+  DWORD Move() {
+    host::Descriptor file;
+    DWORD error = OpenAsWritten(from_.folder.Number(), from_.name, kExclusiveReading, &file);
+    if (error != ERROR_SUCCESS) return error == ERROR_FILE_NOT_FOUND ? kStartAnew : error;
+    // Whoever creates a file of the new name in the meantime waits or is refused.
+    Reservation reservation;
+    error = reservation.Take(to_.folder, newName_, kExclusiveWriting.share);
+    if (error != ERROR_SUCCESS) return error;
+    if (error = FindIn(newName_, &to_); error != ERROR_SUCCESS) return error;
+    if (IsTakenByOther()) return ERROR_FILE_EXISTS;
+    error = OsError(host::RenameToFreeName(from_.folder, from_.name, to_.folder, newName_));
+    if (error != ERROR_SUCCESS) return error;
+    FolderIndexes::OfProcess().CatchUp();
+    error = OsError(host::Sync(to_.folder));
+    if (error != ERROR_SUCCESS || SameFolder(from_.folder, to_.folder)) return error;
+    return OsError(host::Sync(from_.folder));
+  }
+
+  Location from_;
+  Location to_;
+  std::string newName_;
+};
+
+DWORD RenameFile(std::string_view oldText, std::string_view newText) {
+  PathName oldPath;
+  PathName newPath;
+  if (const DWORD error = TranslateFilePath(oldText, &oldPath); error != ERROR_SUCCESS) return error;
+  if (const DWORD error = TranslateFilePath(newText, &newPath); error != ERROR_SUCCESS) return error;
+  return UntilNotOvertaken([&] { return Renaming().Try(oldPath, newPath); });
+}
+
+}  // namespace
+}  // namespace files
+
+void CFile::Remove(const char* path) {
+  const DWORD error = files::RemoveFile(path);
+  if (error != ERROR_SUCCESS) throw CFileException::FromOsError(error, path);
+}
+
+void CFile::Rename(const char* oldPath, const char* newPath) {
+  const DWORD error = files::RenameFile(oldPath, newPath);
+  if (error != ERROR_SUCCESS) throw CFileException::FromOsError(error, oldPath);
+}

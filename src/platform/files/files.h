@@ -1,0 +1,161 @@
+// The desktop platform's files: the file class with its failure causes, share modes that hold between all processes,
+// names that ignore letter case, wild-card search and attributes.
+//
+// Paths are code page 1252 text with backslashes (a slash separates as well), and either start with a drive letter,
+// which the home maps to a folder, or are relative to the current directory. `.` and `..` are worked out on the text;
+// `..` never climbs above the drive or the current directory. Blanks and dots at the end of a component do not count.
+//
+// Failures carry the platform's own error numbers (kernel.h):
+//   a path that starts with a backslash or with a drive that the home lacks     3
+//   a component with a control character or one of < > : " | ? *                123
+//   a component of more than 255 characters or too long for the disk            206
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/kernel/kernel.h"
+
+// A failed file operation.
+class CFileException {
+ public:
+  enum Cause : int {
+    none,
+    generic,
+    fileNotFound,
+    badPath,
+    tooManyOpenFiles,
+    accessDenied,
+    invalidFile,
+    removeCurrentDir,
+    directoryFull,
+    badSeek,
+    hardIO,
+    sharingViolation,
+    lockViolation,
+    diskFull,
+    endOfFile
+  };
+
+  CFileException() = default;
+  CFileException(Cause cause, LONG osError, std::string fileName = {})
+      : m_cause(cause), m_lOsError(osError), m_strFileName(std::move(fileName)) {}
+
+  // The exception for a platform error number, with the cause that the file class gives it.
+  static CFileException FromOsError(DWORD osError, std::string fileName = {});
+
+  // The cause of a platform error number; `generic` for a number without one of its own.
+  static Cause OsErrorToException(DWORD osError);
+
+  Cause m_cause = none;
+  LONG m_lOsError = 0;  // the platform's error number; 0 when the failure carries none
+  std::string m_strFileName;
+};
+
+// One open file. Neither copied nor moved; used by one thread at a time. The operations are virtual so that a test can
+// put failures in front of them.
+//
+// What an open file excludes holds between all processes of this machine and, where the file system carries byte-range
+// locks, between machines. An opener has an access (read, write) and a denial (none, write, both); Open succeeds
+// exactly when its access meets no denial of a present opener and its denial meets no access of a present opener.
+// Whoever dies holds nothing.
+class CFile {
+ public:
+  enum OpenFlags : UINT {
+    modeRead = 0x0000,
+    modeWrite = 0x0001,
+    modeReadWrite = 0x0002,
+    shareCompat = 0x0000,     // denies both, like shareExclusive
+    shareExclusive = 0x0010,  // denies both
+    shareDenyWrite = 0x0020,
+    shareDenyNone = 0x0040,
+    modeCreate = 0x1000,      // a missing file is created; an existing one is truncated
+    modeNoTruncate = 0x2000,  // with modeCreate: an existing file keeps its content
+    typeBinary = 0x8000
+  };
+
+  enum SeekPosition : UINT { begin = 0, current = 1, end = 2 };
+
+  CFile();
+  virtual ~CFile();  // closes without committing: what was being created as a whole is dropped
+  CFile(const CFile&) = delete;
+  CFile& operator=(const CFile&) = delete;
+
+  // Opens `path`. FALSE on failure, with cause, error number and path in `*error` (unless null); the object then is not
+  // open. A file opened with modeCreate, without modeNoTruncate, for writing and denying both is replaced as a whole:
+  // until Close succeeds, the disk keeps what was there.
+  // A file with the read-only attribute (no write permission for anyone) is not opened for writing: 5.
+  virtual BOOL Open(const char* path, UINT flags, CFileException* error = nullptr);
+
+  // Reads up to `count` bytes at the position; fewer only at the end of the file. The number read.
+  virtual UINT Read(void* buffer, UINT count);
+
+  // Writes all of `count` bytes at the position.
+  virtual void Write(const void* buffer, UINT count);
+
+  // Moves the position and gives it, counted from the start. A position before the start: badSeek, 131.
+  virtual LONGLONG Seek(LONGLONG offset, UINT from);
+  LONGLONG SeekToEnd() { return Seek(0, end); }
+  void SeekToBegin() { Seek(0, begin); }
+
+  virtual ULONGLONG GetLength() const;
+  virtual void SetLength(ULONGLONG length);  // the position is then the new end
+
+  // Writes what was written to the disk and lets go of the file; what is created as a whole takes its name now. When
+  // this throws, the file is no longer open, and what was to be replaced as a whole is as it was (or as it was to
+  // become, if all that failed was the folder's last flushing).
+  virtual void Close();
+
+  // Lets go of the file without committing; never throws.
+  virtual void Abort() noexcept;
+
+  bool IsOpen() const { return m_open != nullptr; }
+
+  // All of these throw CFileException. Removing and renaming need that nobody holds the file open (32).
+  static void Remove(const char* path);  // 5 for a read-only file or a folder
+  // Gives a file another name, in its folder or another one of the same drive; 80 when that name is taken. Renaming a
+  // file to its own path gives it that path's letter case; nothing is done (and an open file is no hindrance) when it
+  // has it already.
+  static void Rename(const char* oldPath, const char* newPath);
+
+ private:
+  struct OpenFile;
+  std::unique_ptr<OpenFile> m_open;
+};
+
+// ---- Attributes ----------------------------------------------------------------------------------------------------
+
+inline constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
+inline constexpr DWORD FILE_ATTRIBUTE_READONLY = 0x01;
+inline constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x10;
+inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
+
+// Attributes of a file or folder; INVALID_FILE_ATTRIBUTES when there is none of that path.
+DWORD GetFileAttributesA(const char* path);
+
+// ---- Wild-card search ----------------------------------------------------------------------------------------------
+
+struct _finddata_t {
+  UINT attrib;      // FILE_ATTRIBUTE_DIRECTORY for a folder, otherwise 0: nothing that a look at each file would cost
+  char name[1024];  // file name without folder, in its letter case on disk
+};
+
+// Searches a folder for the names that match the pattern in the last component of `pattern` (`*`: any run of
+// characters, the empty one too; `?`: any one character; `.*` at the end: any extension or none; letter case aside) and
+// delivers them sorted without regard to letter case. The handle of the search with the first match in `*found`; -1
+// when nothing matches, the folder cannot be read or the path is refused. Folders match as well; hidden files of this
+// system and names that code page 1252 cannot hold or the platform refuses never do, nor do the entries "." and "..".
+// The whole search sees the folder as it was at the first call.
+std::intptr_t _findfirst(const char* pattern, _finddata_t* found);
+int _findnext(std::intptr_t handle, _finddata_t* found);  // 0, or -1 when there is no further match
+int _findclose(std::intptr_t handle);                     // 0
+
+// ---- Paths, for those who must hand a file to the host system -------------------------------------------------------
+
+namespace files {
+
+// The host system's (UTF-8) path of `path` with the letter case that is on the disk, for messages and tools; 0, or the
+// platform's error number. Components that do not exist are taken as written.
+DWORD HostPath(const char* path, std::string* host);
+
+}  // namespace files

@@ -1,0 +1,190 @@
+#include "folder_index.h"
+
+#include <linux/magic.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+#include "leftovers.h"
+#include "path_name.h"
+
+namespace files {
+namespace {
+
+constexpr std::size_t kMostIndexes = 16;
+constexpr std::uint32_t kWatchedEvents =
+    IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+
+// File systems that only this machine changes, so that the kernel knows of every change.
+bool IsLocal(const host::Descriptor& folder) {
+  constexpr std::uint64_t kXfs = 0x58465342;
+  constexpr std::uint64_t kZfs = 0x2fc12fc1;
+  constexpr std::uint64_t kBcachefs = 0xca451a4e;
+  std::uint64_t type = 0;
+  if (host::FileSystemType(folder, &type) != 0) return false;
+  switch (type) {
+    case EXT4_SUPER_MAGIC:
+    case BTRFS_SUPER_MAGIC:
+    case F2FS_SUPER_MAGIC:
+    case TMPFS_MAGIC:
+    case RAMFS_MAGIC:
+    case OVERLAYFS_SUPER_MAGIC:
+    case MSDOS_SUPER_MAGIC:
+    case kXfs:
+    case kZfs:
+    case kBcachefs:
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool SameTime(const timespec& a, const timespec& b) {
+  return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+}  // namespace
+
+FolderIndexes& FolderIndexes::OfProcess() {
+  static FolderIndexes indexes;
+  return indexes;
+}
+
+int FolderIndexes::Find(const host::Descriptor& folder, std::string_view name, std::string* onDisk) {
+  std::string folded;
+  if (!FoldName(name, &folded)) return ENOENT;
+  struct stat status = {};
+  if (const int error = host::Stat(folder, &status); error != 0) return error;
+
+  const std::lock_guard guard(mutex_);
+  LeaveParentProcess();
+  TakeNews();
+  Index* const index = IndexOf(folder, status);
+  Compare(status, index);
+  if (index->current && index->names.Find(folded, onDisk)) return 0;
+  if (index->current && index->movedAway == 0) return ENOENT;
+  if (const int error = Read(folder, index); error != 0) {
+    Drop(index);
+    return error;
+  }
+  return index->names.Find(folded, onDisk) ? 0 : ENOENT;
+}
+
+void FolderIndexes::CatchUp() {
+  const std::lock_guard guard(mutex_);
+  LeaveParentProcess();
+  TakeNews();
+}
+
+// What a process inherits at fork is a second handle to its parent's queue of news: it must not take them away.
+void FolderIndexes::LeaveParentProcess() {
+  const pid_t process = getpid();
+  if (process_ == process) return;
+  process_ = process;
+  indexes_.clear();
+  watcher_.Close();
+}
+
+void FolderIndexes::TakeNews() {
+  if (!watcher_) return;
+  alignas(inotify_event) std::array<char, 16 * 1024> buffer;
+  std::size_t size = 0;
+  while (host::ReadEvents(watcher_, buffer.data(), buffer.size(), &size) == 0 && size > 0) {
+    for (std::size_t at = 0; at < size;) {
+      const auto* const event = static_cast<const inotify_event*>(static_cast<const void*>(buffer.data() + at));
+      Note(*event);
+      at += sizeof(inotify_event) + event->len;
+    }
+  }
+}
+
+void FolderIndexes::Note(const inotify_event& event) {
+  if ((event.mask & IN_Q_OVERFLOW) != 0) {
+    for (const auto& index : indexes_)
+      index->current = index->current && index->watch < 0;
+    return;
+  }
+  const auto found =
+      std::find_if(indexes_.begin(), indexes_.end(), [&](const auto& index) { return index->watch == event.wd; });
+  if (found == indexes_.end()) return;
+  Index& index = **found;
+  if ((event.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT | IN_IGNORED)) != 0) {
+    Drop(&index);
+    return;
+  }
+  const std::string_view name(event.name, strnlen(event.name, event.len));
+  if (index.movedAway == event.cookie) index.movedAway = 0;
+  if (IsHidden(name)) return;
+  if ((event.mask & (IN_CREATE | IN_MOVED_TO)) != 0) {
+    index.names.Insert(name);
+  } else {
+    index.names.Erase(name);
+    if ((event.mask & IN_MOVED_FROM) != 0) index.movedAway = event.cookie;
+  }
+}
+
+FolderIndexes::Index* FolderIndexes::IndexOf(const host::Descriptor& folder, const struct stat& status) {
+  auto found = std::find_if(indexes_.begin(), indexes_.end(), [&](const auto& index) {
+    return index->device == status.st_dev && index->inode == status.st_ino;
+  });
+  if (found == indexes_.end()) {
+    if (indexes_.size() == kMostIndexes) {
+      Drop(std::min_element(indexes_.begin(), indexes_.end(), [](const auto& a, const auto& b) {
+             return a->lastUse < b->lastUse;
+           })->get());
+    }
+    auto index = std::make_unique<Index>();
+    index->device = status.st_dev;
+    index->inode = status.st_ino;
+    Watch(folder, index.get());
+    indexes_.push_back(std::move(index));
+    found = indexes_.end() - 1;
+  }
+  (*found)->lastUse = ++uses_;
+  return found->get();
+}
+
+void FolderIndexes::Watch(const host::Descriptor& folder, Index* index) {
+  if (!IsLocal(folder)) return;
+  if (!watcher_ && host::OpenWatcher(&watcher_) != 0) return;
+  if (host::AddWatch(watcher_, folder, kWatchedEvents, &index->watch) != 0) index->watch = -1;
+}
+
+// A folder that is not watched has to tell by its times.
+void FolderIndexes::Compare(const struct stat& status, Index* index) {
+  if (index->watch >= 0) return;
+  if (SameTime(index->stamp.modified, status.st_mtim) && SameTime(index->stamp.changed, status.st_ctim)) return;
+  index->stamp = {status.st_mtim, status.st_ctim};
+  index->stampSeen = std::chrono::steady_clock::now();
+  index->current = false;
+}
+
+int FolderIndexes::Read(const host::Descriptor& folder, Index* index) {
+  const auto start = std::chrono::steady_clock::now();
+  index->names = {};
+  index->movedAway = 0;
+  std::vector<std::string> hidden;
+  const int error = host::ReadNames(folder, [&](const char* name, unsigned char) {
+    if (IsHidden(name)) {
+      hidden.emplace_back(name);
+    } else {
+      index->names.Insert(name);
+    }
+  });
+  // Times advance in steps, so that a change in the step in which the names were read leaves no trace: only times that
+  // had stood for a while before the reading vouch for it.
+  constexpr auto kSettled = std::chrono::seconds(2);
+  index->current = error == 0 && (index->watch >= 0 || start - index->stampSeen >= kSettled);
+  RemoveLeftovers(folder, hidden);
+  return error;
+}
+
+void FolderIndexes::Drop(const Index* index) {
+  if (index->watch >= 0) host::RemoveWatch(watcher_, index->watch);
+  indexes_.erase(std::find_if(indexes_.begin(), indexes_.end(), [&](const auto& own) { return own.get() == index; }));
+}
+
+}  // namespace files

@@ -1,0 +1,115 @@
+#include "host_error.h"
+
+#include <cerrno>
+
+#include "files.h"
+
+namespace files {
+
+DWORD OsError(int hostError) {
+  switch (hostError) {
+    case 0:
+      return ERROR_SUCCESS;
+    case ENOENT:
+      return ERROR_FILE_NOT_FOUND;
+    case ENOTDIR:
+    case ELOOP:
+      return ERROR_PATH_NOT_FOUND;
+    case EMFILE:
+    case ENFILE:
+      return ERROR_TOO_MANY_OPEN_FILES;
+    case EACCES:
+    case EPERM:
+    case EISDIR:
+    case ENXIO:  // what opening a socket or a pipe without a reader gives
+    case ENODEV:
+      return ERROR_ACCESS_DENIED;
+    case EBADF:
+      return ERROR_INVALID_HANDLE;
+    case ENOMEM:
+      return ERROR_NOT_ENOUGH_MEMORY;
+    case EXDEV:
+      return ERROR_NOT_SAME_DEVICE;
+    case EROFS:
+      return ERROR_WRITE_PROTECT;
+    case ESPIPE:
+      return ERROR_SEEK;
+    case EAGAIN:
+    case ETXTBSY:
+    case EBUSY:
+      return ERROR_SHARING_VIOLATION;
+    case EDEADLK:
+      return ERROR_LOCK_VIOLATION;
+    case ENOLCK:
+      return ERROR_SHARING_BUFFER_EXCEEDED;
+    case EEXIST:
+      return ERROR_FILE_EXISTS;
+    case EINVAL:
+      return ERROR_INVALID_PARAMETER;
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+      return ERROR_DISK_FULL;
+    case ENOTEMPTY:
+      return ERROR_DIR_NOT_EMPTY;
+    case ENAMETOOLONG:
+      return ERROR_FILENAME_EXCED_RANGE;
+    case EIO:
+      return ERROR_IO_DEVICE;
+    default:
+      return ERROR_GEN_FAILURE;
+  }
+}
+
+}  // namespace files
+
+CFileException::Cause CFileException::OsErrorToException(DWORD osError) {
+  constexpr DWORD kErrorDirectoryFull = 82;
+  constexpr DWORD kErrorBadFormat = 11;
+  switch (osError) {
+    case ERROR_SUCCESS:
+      return none;
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_NO_MORE_FILES:
+      return fileNotFound;
+    case ERROR_PATH_NOT_FOUND:
+    case ERROR_NOT_SAME_DEVICE:
+    case ERROR_INVALID_NAME:
+    case ERROR_FILENAME_EXCED_RANGE:
+      return badPath;
+    case ERROR_TOO_MANY_OPEN_FILES:
+    case ERROR_SHARING_BUFFER_EXCEEDED:
+      return tooManyOpenFiles;
+    case ERROR_ACCESS_DENIED:
+    case ERROR_WRITE_PROTECT:
+    case ERROR_FILE_EXISTS:
+      return accessDenied;
+    case ERROR_INVALID_HANDLE:
+    case kErrorBadFormat:
+      return invalidFile;
+    case ERROR_DIR_NOT_EMPTY:
+      return removeCurrentDir;
+    case kErrorDirectoryFull:
+      return directoryFull;
+    case ERROR_SEEK:
+    case ERROR_NEGATIVE_SEEK:
+      return badSeek;
+    case ERROR_IO_DEVICE:
+      return hardIO;
+    case ERROR_SHARING_VIOLATION:
+      return sharingViolation;
+    case ERROR_LOCK_VIOLATION:
+      return lockViolation;
+    case ERROR_HANDLE_DISK_FULL:
+    case ERROR_DISK_FULL:
+      return diskFull;
+    case ERROR_HANDLE_EOF:
+      return endOfFile;
+    default:
+      return generic;
+  }
+}
+
+CFileException CFileException::FromOsError(DWORD osError, std::string fileName) {
+  return {OsErrorToException(osError), static_cast<LONG>(osError), std::move(fileName)};
+}

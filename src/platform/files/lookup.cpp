@@ -1,0 +1,97 @@
+#include "lookup.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "folder_index.h"
+#include "host_error.h"
+
+namespace files {
+namespace {
+
+bool IsMissing(int error) {
+  return error == ENOENT || error == ENOTDIR;
+}
+
+// Follows the components of `path` from `base` on, in the letter case of the disk, as far as they exist: gives the path
+// up to there, and in `*rest` where the others begin.
+std::string Follow(std::string_view path, std::size_t base, std::size_t* rest) {
+  std::string followed(path.substr(0, base));
+  std::size_t at = base;
+  while (at < path.size()) {
+    const std::size_t start = path[at] == '/' ? at + 1 : at;
+    const std::size_t end = std::min(path.find('/', start), path.size());
+    Location location;
+    if (host::OpenFolder(AT_FDCWD, followed.empty() ? "." : followed, &location.folder) != 0) break;
+    if (FindIn(std::string(path.substr(start, end - start)), &location) != ERROR_SUCCESS || !location.exists) break;
+    if (!followed.empty()) followed += '/';
+    followed += location.name;
+    at = end;
+  }
+  *rest = at;
+  return followed;
+}
+
+DWORD OpenFolderAt(const std::string& path, std::size_t base, host::Descriptor* folder) {
+  int error = host::OpenFolder(AT_FDCWD, path, folder);
+  if (IsMissing(error)) {
+    std::size_t rest = 0;
+    const std::string followed = Follow(path, base, &rest);
+    if (rest < path.size()) return ERROR_PATH_NOT_FOUND;
+    error = host::OpenFolder(AT_FDCWD, followed, folder);
+  }
+  return IsMissing(error) ? ERROR_PATH_NOT_FOUND : OsError(error);
+}
+
+}  // namespace
+
+DWORD TranslateFilePath(std::string_view text, PathName* path) {
+  if (const DWORD error = TranslatePath(text, path); error != ERROR_SUCCESS) return error;
+  if (!path->meansFolder) return ERROR_SUCCESS;
+  host::Descriptor folder;
+  const DWORD error = OpenWholeFolder(*path, &folder);
+  return error == ERROR_SUCCESS ? ERROR_ACCESS_DENIED : error;
+}
+
+DWORD OpenFolderOf(const PathName& path, host::Descriptor* folder) {
+  return path.HasName() ? OpenFolderAt(path.Folder(), path.base, folder) : ERROR_PATH_NOT_FOUND;
+}
+
+DWORD OpenWholeFolder(const PathName& path, host::Descriptor* folder) {
+  return OpenFolderAt(path.path, path.base, folder);
+}
+
+DWORD FindIn(const std::string& name, Location* location) {
+  location->name = name;
+  location->exists = false;
+  int error = host::Stat(location->folder.Number(), name, &location->status);
+  // A name that the index has may go, or change its letter case, before it is looked at.
+  constexpr int kAttempts = 3;
+  for (int attempt = 0; error == ENOENT && attempt < kAttempts; ++attempt) {
+    if (FolderIndexes::OfProcess().Find(location->folder, name, &location->name) != 0) {
+      location->name = name;
+      return ERROR_SUCCESS;
+    }
+    error = host::Stat(location->folder.Number(), location->name, &location->status);
+  }
+  location->exists = error == 0;
+  return error == ENOENT ? ERROR_SUCCESS : OsError(error);
+}
+
+DWORD Locate(const PathName& path, Location* location) {
+  if (const DWORD error = OpenFolderOf(path, &location->folder); error != ERROR_SUCCESS) return error;
+  return FindIn(path.Name(), location);
+}
+
+std::string SpellAsOnDisk(const PathName& path) {
+  if (!path.HasName()) return path.path;
+  std::size_t rest = 0;
+  std::string spelled = Follow(path.path, path.base, &rest);
+  if (rest < path.path.size()) {
+    if (!spelled.empty() && path.path[rest] != '/') spelled += '/';
+    spelled += std::string_view(path.path).substr(rest);
+  }
+  return spelled;
+}
+
+}  // namespace files

@@ -1,0 +1,39 @@
+// From a path text's path to what is on the disk, whatever the letter case of either.
+#pragma once
+
+#include <string>
+
+#include "path_name.h"
+#include "platform/kernel/kernel.h"
+#include "system.h"
+
+namespace files {
+
+// The folder that a path leads into and the name in it.
+struct Location {
+  host::Descriptor folder;
+  std::string name;  // as it is on the disk, or as written when there is none
+  bool exists = false;
+  struct stat status = {};  // of what exists; of what a symbolic link leads to
+};
+
+// The path of a file. One that ends in a separator means a folder: 5, or 3 when there is none.
+DWORD TranslateFilePath(std::string_view text, PathName* path);
+
+// Opens the folder of the path's last component. 3 when there is none, or when the path ends with a drive.
+DWORD OpenFolderOf(const PathName& path, host::Descriptor* folder);
+
+// Opens the folder that the whole path leads to.
+DWORD OpenWholeFolder(const PathName& path, host::Descriptor* folder);
+
+// Finds `name` in `location->folder` and fills the rest of the location: the exact name, else the first in byte order
+// of those that differ in letter case alone. A success whether it exists or not.
+DWORD FindIn(const std::string& name, Location* location);
+
+// Both of it; also a success whether the name exists or not.
+DWORD Locate(const PathName& path, Location* location);
+
+// The path with the letter case that is on the disk; components that do not exist as written.
+std::string SpellAsOnDisk(const PathName& path);
+
+}  // namespace files

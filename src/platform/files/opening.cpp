@@ -1,0 +1,98 @@
+#include "opening.h"
+
+#include <cerrno>
+
+#include "folder_index.h"
+#include "host_error.h"
+
+namespace files {
+namespace {
+
+constexpr mode_t kAnyWritePermission = 0222;
+
+// Opens for reading and writing where possible, whatever is asked for: only a descriptor that can be written to takes
+// exclusive locks.
+int OpenForLocking(int folder, const std::string& name, const OpenMode& mode, host::Descriptor* file, bool* writable) {
+  // Without waiting, because the name may be that of a pipe.
+  constexpr int kFlags = O_NONBLOCK;
+  *writable = true;
+  const int error = host::Open(folder, name, O_RDWR | kFlags, file);
+  if (error != EACCES && error != EPERM && error != EROFS && error != ETXTBSY) return error;
+  if (mode.share.writes && !mode.share.reads) return host::Open(folder, name, O_WRONLY | kFlags, file);
+  if (mode.share.writes || mode.truncate) return error;
+  *writable = false;
+  return host::Open(folder, name, O_RDONLY | kFlags, file);
+}
+
+DWORD Create(const PathName& path, const OpenMode& mode, host::Descriptor* file, host::Descriptor* createdIn) {
+  Location location;
+  if (const DWORD error = OpenFolderOf(path, &location.folder); error != ERROR_SUCCESS) return error;
+  Reservation reservation;
+  if (const DWORD error = reservation.Take(location.folder, path.Name(), mode.share); error != ERROR_SUCCESS)
+    return error;
+  // Somebody may have created the file before the name was reserved.
+  if (const DWORD error = FindIn(path.Name(), &location); error != ERROR_SUCCESS) return error;
+  if (location.exists) return kStartAnew;
+  DWORD error = reservation.TakeFreeName(path.Name());
+  if (error == ERROR_SUCCESS) error = reservation.Settle();
+  if (error != ERROR_SUCCESS) return error;
+  *file = reservation.Release();
+  *createdIn = std::move(location.folder);
+  FolderIndexes::OfProcess().CatchUp();
+  return ERROR_SUCCESS;
+}
+
+}  // namespace
+
+DWORD OpenAsWritten(int folder, const std::string& name, const OpenMode& mode, host::Descriptor* file) {
+  host::Descriptor opened;
+  bool writable = false;
+  if (const int error = OpenForLocking(folder, name, mode, &opened, &writable); error != 0) return OsError(error);
+  struct stat own = {};
+  if (const int error = host::Stat(opened, &own); error != 0) return OsError(error);
+  if (!S_ISREG(own.st_mode)) return ERROR_ACCESS_DENIED;
+  const bool changes = mode.share.writes || mode.truncate;
+  if (changes && (own.st_mode & kAnyWritePermission) == 0) return ERROR_ACCESS_DENIED;
+
+  if (const DWORD error = TakeShareLock(opened, writable, mode.share); error != ERROR_SUCCESS) return error;
+
+  // Until the lock was there, another process could replace or rename the file.
+  struct stat named = {};
+  if (host::Stat(folder, name, &named) != 0 || named.st_dev != own.st_dev || named.st_ino != own.st_ino) {
+    return kStartAnew;
+  }
+  if (mode.truncate) {
+    if (const int error = host::Truncate(opened, 0); error != 0) return OsError(error);
+  }
+  *file = std::move(opened);
+  return ERROR_SUCCESS;
+}
+
+DWORD OpenExisting(const PathName& path, const OpenMode& mode, host::Descriptor* file) {
+  return UntilNotOvertaken([&] {
+    const DWORD error = OpenAsWritten(AT_FDCWD, path.path, mode, file);
+    if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND) return error;
+    Location location;
+    return OpenLocated(path, mode, &location, file);
+  });
+}
+
+DWORD OpenLocated(const PathName& path, const OpenMode& mode, Location* location, host::Descriptor* file) {
+  return UntilNotOvertaken([&] {
+    if (const DWORD error = Locate(path, location); error != ERROR_SUCCESS) return error;
+    if (!location->exists) return ERROR_FILE_NOT_FOUND;
+    const DWORD error = OpenAsWritten(location->folder.Number(), location->name, mode, file);
+    return error == ERROR_FILE_NOT_FOUND ? kStartAnew : error;
+  });
+}
+
+DWORD OpenOrCreate(const PathName& path, const OpenMode& mode, host::Descriptor* file, host::Descriptor* createdIn) {
+  return UntilNotOvertaken([&] {
+    const DWORD error = OpenExisting(path, mode, file);
+    if (error != ERROR_FILE_NOT_FOUND) return error;
+    const DWORD createError = Create(path, mode, file, createdIn);
+    return createError == ERROR_FILE_EXISTS ? kStartAnew : createError;
+  });
+}
+
+}  // namespace files

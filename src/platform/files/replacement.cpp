@@ -1,0 +1,77 @@
+#include "replacement.h"
+
+#include "folder_index.h"
+#include "host_error.h"
+
+namespace files {
+
+DWORD Replacement::Begin(const PathName& path) {
+  return UntilNotOvertaken([&] {
+    const DWORD error = TryBegin(path);
+    if (error != ERROR_SUCCESS) {
+      reservation_.Cancel();
+      old_.Close();
+    }
+    return error;
+  });
+}
+
+// The old file is locked before the hidden one, always: of two who begin at the same time one is refused at the first.
+DWORD Replacement::TryBegin(const PathName& path) {
+  if (const DWORD error = Locate(path, &location_); error != ERROR_SUCCESS) return error;
+  if (location_.exists) {
+    if (const DWORD error = FollowLink(); error != ERROR_SUCCESS) return error;
+    const DWORD error = OpenAsWritten(location_.folder.Number(), location_.name, kExclusiveWriting, &old_);
+    if (error != ERROR_SUCCESS) return error == ERROR_FILE_NOT_FOUND ? kStartAnew : error;
+  }
+  const ShareMode exclusive = kExclusiveWriting.share;
+  if (const DWORD error = reservation_.Take(location_.folder, location_.name, exclusive); error != ERROR_SUCCESS) {
+    return error;
+  }
+  if (old_) {
+    if (const DWORD error = TakeOverOwnership(); error != ERROR_SUCCESS) return error;
+  } else {
+    // Somebody may have created the file before the name was reserved: then it is that file that must be locked.
+    if (const DWORD error = FindIn(path.Name(), &location_); error != ERROR_SUCCESS) return error;
+    if (location_.exists) return kStartAnew;
+  }
+  return reservation_.Settle();
+}
+
+// What a symbolic link leads to is replaced, not the link.
+DWORD Replacement::FollowLink() {
+  struct stat status = {};
+  if (host::StatLink(location_.folder.Number(), location_.name, &status) != 0) return kStartAnew;
+  if (!S_ISLNK(status.st_mode)) return ERROR_SUCCESS;
+  std::string real;
+  if (const int error = host::RealPath(location_.folder, location_.name, &real); error != 0) return OsError(error);
+  const std::size_t separator = real.rfind('/');
+  location_.name = real.substr(separator + 1);
+  return OsError(host::OpenFolder(AT_FDCWD, real.substr(0, separator + 1), &location_.folder));
+}
+
+DWORD Replacement::TakeOverOwnership() {
+  constexpr mode_t kPermissions = 0777;
+  struct stat old = {};
+  struct stat own = {};
+  if (const int error = host::Stat(old_, &old); error != 0) return OsError(error);
+  if (const int error = host::Stat(File(), &own); error != 0) return OsError(error);
+  // Only the superuser can give a file away. Whoever else may replace the file becomes its owner.
+  if (own.st_uid != old.st_uid || own.st_gid != old.st_gid) host::ChangeOwner(File(), old.st_uid, old.st_gid);
+  if ((own.st_mode & kPermissions) == (old.st_mode & kPermissions)) return ERROR_SUCCESS;
+  return OsError(host::ChangeMode(File(), old.st_mode & kPermissions));
+}
+
+DWORD Replacement::Commit() {
+  DWORD error = OsError(host::Sync(File()));
+  if (error == ERROR_SUCCESS) {
+    error = old_ ? reservation_.ReplaceName(location_.name) : reservation_.TakeFreeName(location_.name);
+  }
+  if (error == ERROR_SUCCESS) error = OsError(host::Sync(location_.folder));
+  reservation_.Cancel();
+  old_.Close();
+  FolderIndexes::OfProcess().CatchUp();
+  return error;
+}
+
+}  // namespace files

@@ -1,0 +1,70 @@
+// The reservation of a file name that nobody has yet, or whose file is to be replaced as a whole.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/kernel/kernel.h"
+#include "share_lock.h"
+#include "system.h"
+
+namespace files {
+
+// A hidden file in the folder of the name, locked by this opening. One opening at a time has the reservation of a name,
+// in whatever letter case; its file takes the name or goes with the object. What a killed process left behind under the
+// hidden name belongs to the next who reserves it.
+class Reservation {
+ public:
+  Reservation() = default;
+  ~Reservation() { Cancel(); }
+  Reservation(const Reservation&) = delete;
+  Reservation& operator=(const Reservation&) = delete;
+
+  // Reserves `name` (UTF-8) in `folder`, which must outlive the reservation, with an empty file that has the locks of
+  // `mode`. The reserver also has the file's creation lock: those who reserve the same name wait until Settle and look
+  // then. 0; 32 when somebody has the name reserved and it conflicts with `mode`; or another platform error number.
+  DWORD Take(const host::Descriptor& folder, std::string_view name, ShareMode mode);
+
+  const host::Descriptor& File() const { return file_; }
+
+  // Lets go of the creation lock: it is certain now that the name is this opening's to give.
+  DWORD Settle() { return ReleaseCreationLock(file_); }
+
+  // Gives the file the name, which is free (80 otherwise) or that of the file which it replaces.
+  DWORD TakeFreeName(const std::string& name);
+  DWORD ReplaceName(const std::string& name);
+
+  // The file, after it has its name: the reservation is over.
+  host::Descriptor Release() { return std::move(file_); }
+
+  void Cancel() noexcept;
+
+ private:
+  DWORD TryTake(const std::string& hiddenName, ShareMode mode);
+
+  const host::Descriptor* folder_ = nullptr;
+  host::Descriptor file_;
+  std::string hiddenName_;  // empty once the file has another name
+};
+
+bool IsReservationName(std::string_view hiddenName);
+
+// True when the name leads to the open file; a symbolic link does not.
+bool LeadsTo(const host::Descriptor& folder, const std::string& name, const host::Descriptor& file);
+
+// What the steps of an opening give when the disk has changed under them and the opening must begin again. (The
+// platform's own number for "try again"; it never reaches a caller.)
+inline constexpr DWORD kStartAnew = 1237;
+
+// Repeats an opening until it is not overtaken by others; 32 when that happens all the time.
+template <typename Opening>
+DWORD UntilNotOvertaken(const Opening& opening) {
+  constexpr int kRounds = 200;
+  for (int round = 0; round < kRounds; ++round) {
+    const DWORD error = opening();
+    if (error != kStartAnew) return error;
+  }
+  return ERROR_SHARING_VIOLATION;
+}
+
+}  // namespace files

@@ -1,0 +1,196 @@
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "files.h"
+#include "leftovers.h"
+#include "lookup.h"
+#include "platform/text/text.h"
+
+namespace files {
+namespace {
+
+constexpr std::size_t kLongestPattern = 259;
+
+// A pattern of names. Both sides are in upper case.
+class Pattern {
+ public:
+  explicit Pattern(std::string_view pattern) : pattern_(text::Upper(pattern)) {
+    const auto isLiteral = [](char c) { return c != '*' && c != '?' && static_cast<unsigned char>(c) < 0x80; };
+    // The ASCII characters with which every matching name begins can be compared in whatever encoding the name has. A
+    // dot before a `*` need not be there.
+    start_ = std::find_if_not(pattern_.begin(), pattern_.end(), isLiteral) - pattern_.begin();
+    if (start_ > 0 && pattern_[Start() - 1] == '.') --start_;
+    for (std::size_t c = 0; c < upper_.size(); ++c)
+      upper_[c] = c < 0x80 ? text::UpperChar(static_cast<char>(c)) : '\0';
+  }
+
+  // How many characters every matching name has in common at its beginning.
+  std::size_t Start() const { return static_cast<std::size_t>(start_); }
+
+  // A quick look at a name in UTF-8.
+  bool CanMatch(const char* name) const {
+    for (std::size_t i = 0; i < Start(); ++i) {
+      if (upper_[static_cast<unsigned char>(name[i])] != pattern_[i]) return false;
+    }
+    return true;
+  }
+
+  bool Matches(std::string_view name) const {
+    std::size_t p = 0;
+    std::size_t n = 0;
+    std::size_t star = std::string::npos;
+    std::size_t starName = 0;
+    while (n < name.size()) {
+      if (p < pattern_.size() && pattern_[p] == '*') {
+        star = p++;
+        starName = n;
+      } else if (p < pattern_.size() && (pattern_[p] == '?' || pattern_[p] == name[n])) {
+        ++p;
+        ++n;
+      } else if (star != std::string::npos) {
+        p = star + 1;
+        n = ++starName;
+      } else {
+        return false;
+      }
+    }
+    return MatchesNothing(std::string_view(pattern_).substr(p));
+  }
+
+ private:
+  // `.*` stands for any extension and for none.
+  static bool MatchesNothing(std::string_view rest) {
+    if (rest.substr(0, 2) == ".*") rest.remove_prefix(1);
+    return rest.find_first_not_of('*') == std::string_view::npos;
+  }
+
+  std::string pattern_;
+  std::ptrdiff_t start_ = 0;
+  std::array<char, 256> upper_ = {};
+};
+
+class Search {
+ public:
+  explicit Search(std::string_view pattern) : pattern_(pattern) {}
+
+  // Collects the names and sorts them. False when the folder cannot be read.
+  bool Run(const host::Descriptor& folder) {
+    std::vector<std::string> hidden;
+    const int error = host::ReadNames(folder, [&](const char* name, unsigned char type) {
+      if (IsHidden(name)) {
+        hidden.emplace_back(name);
+      } else if (pattern_.CanMatch(name)) {
+        Consider(folder, name, type);
+      }
+    });
+    std::sort(matches_.begin(), matches_.end(), [this](const Match& a, const Match& b) { return ComesBefore(a, b); });
+    RemoveLeftovers(folder, hidden);
+    return error == 0;
+  }
+
+  bool Deliver(_finddata_t* found) {
+    if (next_ == matches_.size()) return false;
+    const Match& match = matches_[next_++];
+    found->attrib = match.isFolder ? FILE_ATTRIBUTE_DIRECTORY : 0;
+    const std::size_t length = texts_.copy(found->name, match.length, match.text);
+    found->name[length] = '\0';
+    return true;
+  }
+
+ private:
+  // The name and, behind it, the text by which it is sorted lie in texts_.
+  struct Match {
+    std::uint64_t
+        head;  // first bytes of the sorting text after what all have in common, so that most comparisons end here
+    std::size_t text;
+    std::uint16_t length;
+    std::uint16_t sortLength;
+    bool isFolder;
+  };
+
+  void Consider(const host::Descriptor& folder, const char* name, unsigned char type) {
+    if (!FoldName(name, &folded_) || !pattern_.Matches(folded_)) return;
+    name_.assign(name);
+    if (name_.size() != folded_.size()) text::FromUtf8Exactly(name, &name_);
+    bool isFolder = type == DT_DIR;
+    if (!IsPlatformName(name_) || !(isFolder || IsFile(folder, name, type, &isFolder))) return;
+
+    // The code points' order is the desktop's, and UTF-8 has it.
+    if (name_.size() != strlen(name)) folded_ = text::ToUtf8(folded_);
+    matches_.push_back({Head(), texts_.size(), static_cast<std::uint16_t>(name_.size()),
+                        static_cast<std::uint16_t>(folded_.size()), isFolder});
+    texts_ += name_;
+    texts_ += folded_;
+  }
+
+  // True for files and, with `*isFolder`, folders: pipes, devices and the like are nothing that could be opened.
+  static bool IsFile(const host::Descriptor& folder, const char* name, unsigned char type, bool* isFolder) {
+    if (type == DT_REG) return true;
+    if (type != DT_UNKNOWN && type != DT_LNK) return false;
+    struct stat status = {};
+    if (host::Stat(folder.Number(), name, &status) != 0) return false;
+    *isFolder = S_ISDIR(status.st_mode);
+    return *isFolder || S_ISREG(status.st_mode);
+  }
+
+  std::uint64_t Head() const {
+    std::uint64_t head = 0;
+    for (std::size_t i = 0; i < sizeof head; ++i) {
+      const std::size_t at = pattern_.Start() + i;
+      head = head << 8 | (at < folded_.size() ? static_cast<unsigned char>(folded_[at]) : 0U);
+    }
+    return head;
+  }
+
+  std::string_view SortText(const Match& match) const {
+    return std::string_view(texts_).substr(match.text + match.length, match.sortLength);
+  }
+
+  bool ComesBefore(const Match& a, const Match& b) const {
+    if (a.head != b.head) return a.head < b.head;
+    if (const int order = SortText(a).compare(SortText(b)); order != 0) return order < 0;
+    return texts_.compare(a.text, a.length, texts_, b.text, b.length) < 0;
+  }
+
+  Pattern pattern_;
+  std::vector<Match> matches_;
+  std::string texts_;
+  std::size_t next_ = 0;
+  std::string name_;    // of the entry in hand, in code page 1252
+  std::string folded_;  // the same in upper case, then its sorting text
+};
+
+Search* OfHandle(std::intptr_t handle) {
+  if (handle == -1) return nullptr;
+  // The handle is the search's address: the platform's type for it is a number.
+  return reinterpret_cast<Search*>(handle);  // NOLINT(performance-no-int-to-ptr)
+}
+
+}  // namespace
+}  // namespace files
+
+std::intptr_t _findfirst(const char* pattern, _finddata_t* found) {
+  if (strlen(pattern) > files::kLongestPattern) return -1;
+  files::PathName path;
+  std::string names;
+  if (files::TranslatePattern(pattern, &path, &names) != ERROR_SUCCESS) return -1;
+  files::host::Descriptor folder;
+  if (files::OpenWholeFolder(path, &folder) != ERROR_SUCCESS) return -1;
+  auto search = std::make_unique<files::Search>(names);
+  if (!search->Run(folder) || !search->Deliver(found)) return -1;
+  return reinterpret_cast<std::intptr_t>(search.release());
+}
+
+int _findnext(std::intptr_t handle, _finddata_t* found) {
+  files::Search* const search = files::OfHandle(handle);
+  return search != nullptr && search->Deliver(found) ? 0 : -1;
+}
+
+int _findclose(std::intptr_t handle) {
+  const std::unique_ptr<files::Search> search(files::OfHandle(handle));
+  return search != nullptr ? 0 : -1;
+}

@@ -1,0 +1,170 @@
+#include "share_lock.h"
+
+#include <cerrno>
+
+#include "host_error.h"
+
+namespace files {
+namespace {
+
+using host::Descriptor;
+using host::LockRange;
+
+// Far beyond any content. Present openers hold:
+//
+//   reading, denying none             shared lock on kReaders
+//   reading, denying writing          shared lock on kReaders and kWriters
+//   writing, denying none             exclusive lock on one byte of kWriters
+//   writing, denying writing          exclusive lock on kWriters
+//   denying both                      exclusive lock on kReaders and kWriters
+//   denying both, descriptor of a     shared lock on kReaders, kWriters and kReadOnlyExclusive: keeps writers away;
+//   readers file that can only be read        who find the last one leave again
+constexpr off_t kOrigin = off_t{1} << 62;
+constexpr LockRange kReaders = {kOrigin, 1};
+constexpr LockRange kWriters = {kOrigin + 1, off_t{1} << 32};
+constexpr LockRange kReadersAndWriters = {kReaders.start, kReaders.length + kWriters.length};
+constexpr LockRange kCreation = {kOrigin - 1, 1};
+constexpr LockRange kReadOnlyExclusive = {kOrigin - 2, 1};
+constexpr LockRange kAllOfOpener = {kReadOnlyExclusive.start,
+                                    kWriters.start + kWriters.length - kReadOnlyExclusive.start};
+constexpr LockRange kGate = {kOrigin - (off_t{1} << 40), (off_t{1} << 40) - 2};
+
+constexpr auto kPatience = std::chrono::seconds(10);
+
+// A file system that keeps no locks is one on which share modes cannot be had.
+DWORD LockError(int hostError) {
+  switch (hostError) {
+    case EOPNOTSUPP:
+    case ENOSYS:
+    case EINVAL:
+      return ERROR_SHARING_BUFFER_EXCEEDED;
+    default:
+      return OsError(hostError);
+  }
+}
+
+DWORD Lock(const Descriptor& file, short type, LockRange range) {
+  return LockError(host::SetLock(file, type, range));
+}
+
+DWORD Unlock(const Descriptor& file, LockRange range) {
+  return Lock(file, F_UNLCK, range);
+}
+
+LockRange OneByteOf(LockRange range) {
+  const auto offset = static_cast<off_t>(host::Random() % static_cast<std::uint64_t>(range.length));
+  return {range.start + offset, 1};
+}
+
+// True (and the start of a lock) when another opening holds a lock in the range; also when that cannot be found out.
+bool HeldByOther(const Descriptor& file, LockRange range, off_t* start = nullptr) {
+  off_t found = -1;
+  const int error = host::FindForeignLock(file, range, &found);
+  if (start != nullptr) *start = found;
+  return error != 0 || found >= 0;
+}
+
+// Repeats an attempt that another process's short work may refuse.
+template <typename Attempt>
+DWORD Insist(const Attempt& attempt) {
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  for (;;) {
+    const DWORD error = attempt();
+    if (error != ERROR_SHARING_VIOLATION || std::chrono::steady_clock::now() > deadline) return error;
+    host::PauseAtRandom();
+  }
+}
+
+// The gate lets one opening at a time come to a final answer where shared locks alone would let two openers refuse each
+// other. A descriptor that can be written to takes it exclusively; one that cannot takes a byte of it at random and is
+// inside once nobody else is there: of several the lowest stays, the others leave and come again.
+class Gate {
+ public:
+  Gate(const Descriptor& file, bool writable) : file_(file) {
+    error_ = Insist([&] { return writable ? Lock(file_, F_WRLCK, kGate) : EnterAsReader(); });
+  }
+  ~Gate() { Unlock(file_, kGate); }
+  Gate(const Gate&) = delete;
+  Gate& operator=(const Gate&) = delete;
+
+  DWORD Error() const { return error_; }
+
+ private:
+  DWORD EnterAsReader() {
+    const LockRange mine = OneByteOf(kGate);
+    if (const DWORD error = Lock(file_, F_RDLCK, mine); error != ERROR_SUCCESS) return error;
+    const LockRange upToMine = {kGate.start, mine.start + 1 - kGate.start};
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (HeldByOther(file_, kGate)) {
+      if (HeldByOther(file_, upToMine) || std::chrono::steady_clock::now() > deadline) {
+        Unlock(file_, mine);
+        return ERROR_SHARING_VIOLATION;
+      }
+      host::PauseAtRandom();
+    }
+    return ERROR_SUCCESS;
+  }
+
+  const Descriptor& file_;
+  DWORD error_ = ERROR_SUCCESS;
+};
+
+DWORD LockForReading(const Descriptor& file, bool writable, LockRange range) {
+  if (const DWORD error = Lock(file, F_RDLCK, range); error != ERROR_SUCCESS) return error;
+  if (!HeldByOther(file, kReadOnlyExclusive)) return ERROR_SUCCESS;
+
+  // Somebody denies both by shared locks, or is about to try: the answer is found where only one is at a time.
+  Unlock(file, range);
+  const Gate gate(file, writable);
+  if (gate.Error() != ERROR_SUCCESS) return gate.Error();
+  if (const DWORD error = Lock(file, F_RDLCK, range); error != ERROR_SUCCESS) return error;
+  if (!HeldByOther(file, kReadOnlyExclusive)) return ERROR_SUCCESS;
+  Unlock(file, range);
+  return ERROR_SHARING_VIOLATION;
+}
+
+DWORD LockReadOnlyExclusively(const Descriptor& file) {
+  const Gate gate(file, false);
+  if (gate.Error() != ERROR_SUCCESS) return gate.Error();
+  // Who is there for certain is seen without the locks, which for a moment would be in others' way.
+  if (HeldByOther(file, kReaders)) return ERROR_SHARING_VIOLATION;
+  DWORD error = Lock(file, F_RDLCK, kReadOnlyExclusive);
+  if (error == ERROR_SUCCESS) error = Lock(file, F_RDLCK, kReadersAndWriters);
+  if (error == ERROR_SUCCESS && HeldByOther(file, kReaders)) error = ERROR_SHARING_VIOLATION;
+  if (error != ERROR_SUCCESS) Unlock(file, kAllOfOpener);
+  return error;
+}
+
+DWORD LockOneWriter(const Descriptor& file) {
+  // Another writer may have drawn the same byte; whoever denies writing holds them all.
+  constexpr int kDraws = 4;
+  DWORD error = ERROR_SHARING_VIOLATION;
+  for (int draw = 0; draw < kDraws && error == ERROR_SHARING_VIOLATION; ++draw) {
+    error = Lock(file, F_WRLCK, OneByteOf(kWriters));
+  }
+  return error;
+}
+
+}  // namespace
+
+DWORD TakeShareLock(const Descriptor& file, bool writable, ShareMode mode) {
+  if (mode.denies == Denial::both) {
+    return writable ? Lock(file, F_WRLCK, kReadersAndWriters) : LockReadOnlyExclusively(file);
+  }
+  if (mode.writes) return mode.denies == Denial::write ? Lock(file, F_WRLCK, kWriters) : LockOneWriter(file);
+  return LockForReading(file, writable, mode.denies == Denial::write ? kReadersAndWriters : kReaders);
+}
+
+DWORD TakeCreationLock(const Descriptor& file) {
+  return Insist([&] { return Lock(file, F_WRLCK, kCreation); });
+}
+
+bool TryCreationLock(const Descriptor& file) {
+  return Lock(file, F_WRLCK, kCreation) == ERROR_SUCCESS;
+}
+
+DWORD ReleaseCreationLock(const Descriptor& file) {
+  return Unlock(file, kCreation);
+}
+
+}  // namespace files

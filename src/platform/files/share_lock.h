@@ -1,0 +1,33 @@
+// Share modes, as locks of the open file on bytes far beyond any content. They hold between all processes, end with the
+// last descriptor of the opening however that comes about, and each is checked and taken in one step.
+#pragma once
+
+#include "platform/kernel/kernel.h"
+#include "system.h"
+
+namespace files {
+
+enum class Denial { none, write, both };
+
+// What an opener does with the file and what it lets nobody else do meanwhile.
+struct ShareMode {
+  bool reads = false;
+  bool writes = false;
+  Denial denies = Denial::none;
+};
+
+// Takes the locks of a share mode; they stay until the descriptor is closed. `writable` says whether the descriptor can
+// be written to (whatever the mode): where it can, two openers that exclude each other meet in one call of the kernel,
+// where it cannot, they meet in a small protocol of shared locks. One of two such openers gets the file, never both,
+// never none.
+// 0; 32 when a present opener is in the way; 36 when the file system keeps no locks.
+DWORD TakeShareLock(const host::Descriptor& file, bool writable, ShareMode mode);
+
+// The right to bring the file's name into being or to do away with it: held while that is under way, by one opening at
+// a time. The first waits for another holder, 32 after some seconds; the second is refused at once. For descriptors
+// that can be written to.
+DWORD TakeCreationLock(const host::Descriptor& file);
+bool TryCreationLock(const host::Descriptor& file);
+DWORD ReleaseCreationLock(const host::Descriptor& file);
+
+}  // namespace files

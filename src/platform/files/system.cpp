@@ -1,0 +1,218 @@
+#include "system.h"
+
+#include <sys/random.h>
+#include <sys/statfs.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <thread>
+
+namespace files::host {
+namespace {
+
+// Runs a call that gives -1 and errno when it fails. `*result`, unless null, receives what it gives otherwise.
+template <typename Call, typename Result = std::nullptr_t>
+int Repeat(const Call& call, Result* result = nullptr) {
+  for (;;) {
+    const auto value = call();
+    if (value >= 0) {
+      if constexpr (!std::is_same_v<Result, std::nullptr_t>) {
+        *result = static_cast<Result>(value);
+      }
+      return 0;
+    }
+    if (errno != EINTR) return errno;
+  }
+}
+
+// The path of an open folder for calls that take none but a path.
+std::string PathOf(const Descriptor& folder) {
+  return "/proc/self/fd/" + std::to_string(folder.Number());
+}
+
+struct FolderEntry {
+  std::uint64_t inode;
+  std::int64_t offset;
+  unsigned short size;
+  unsigned char type;
+  char name[1];
+};
+
+}  // namespace
+
+int Descriptor::Close() noexcept {
+  if (number_ < 0) return 0;
+  return close(std::exchange(number_, -1)) == 0 || errno == EINTR ? 0 : errno;
+}
+
+int Open(int folder, const std::string& path, int flags, Descriptor* opened, mode_t mode) {
+  int number = -1;
+  const int error = Repeat([&] { return openat(folder, path.c_str(), flags | O_CLOEXEC | O_NOCTTY, mode); }, &number);
+  if (error == 0) *opened = Descriptor(number);
+  return error;
+}
+
+int OpenFolder(int folder, const std::string& path, Descriptor* opened) {
+  return Open(folder, path, O_RDONLY | O_DIRECTORY, opened);
+}
+
+int Stat(int folder, const std::string& path, struct stat* status) {
+  return Repeat([&] { return fstatat(folder, path.c_str(), status, 0); });
+}
+
+int StatLink(int folder, const std::string& path, struct stat* status) {
+  return Repeat([&] { return fstatat(folder, path.c_str(), status, AT_SYMLINK_NOFOLLOW); });
+}
+
+int RealPath(const Descriptor& folder, const std::string& name, std::string* path) {
+  const std::string link = PathOf(folder) + "/" + name;
+  const std::unique_ptr<char, decltype(&free)> real(realpath(link.c_str(), nullptr), &free);
+  if (real == nullptr) return errno;
+  *path = real.get();
+  return 0;
+}
+
+int Unlink(const Descriptor& folder, const std::string& name) {
+  return Repeat([&] { return unlinkat(folder.Number(), name.c_str(), 0); });
+}
+
+int Rename(const Descriptor& oldFolder, const std::string& oldName, const Descriptor& newFolder,
+           const std::string& newName) {
+  return Repeat([&] { return renameat(oldFolder.Number(), oldName.c_str(), newFolder.Number(), newName.c_str()); });
+}
+
+int RenameToFreeName(const Descriptor& oldFolder, const std::string& oldName, const Descriptor& newFolder,
+                     const std::string& newName) {
+  const int error = Repeat([&] {
+    return renameat2(oldFolder.Number(), oldName.c_str(), newFolder.Number(), newName.c_str(), RENAME_NOREPLACE);
+  });
+  if (error != EINVAL && error != ENOSYS) return error;
+  // The file system does not know this kind of renaming: a link refuses a name that is taken just as well.
+  const int linkError =
+      Repeat([&] { return linkat(oldFolder.Number(), oldName.c_str(), newFolder.Number(), newName.c_str(), 0); });
+  if (linkError != 0) return linkError;
+  return Unlink(oldFolder, oldName);
+}
+
+int Stat(const Descriptor& file, struct stat* status) {
+  return Repeat([&] { return fstat(file.Number(), status); });
+}
+
+int ReadAt(const Descriptor& file, void* buffer, std::size_t count, off_t position, std::size_t* read) {
+  return Repeat([&] { return pread(file.Number(), buffer, count, position); }, read);
+}
+
+int WriteAt(const Descriptor& file, const void* buffer, std::size_t count, off_t position, std::size_t* written) {
+  return Repeat([&] { return pwrite(file.Number(), buffer, count, position); }, written);
+}
+
+int Truncate(const Descriptor& file, off_t length) {
+  return Repeat([&] { return ftruncate(file.Number(), length); });
+}
+
+int Sync(const Descriptor& fileOrFolder) {
+  const int error = Repeat([&] { return fsync(fileOrFolder.Number()); });
+  // A file system that has no way to flush a folder says so in this way; there is nothing more to be done then.
+  return error == EINVAL ? 0 : error;
+}
+
+int SyncData(const Descriptor& file) {
+  return Repeat([&] { return fdatasync(file.Number()); });
+}
+
+int ChangeMode(const Descriptor& file, mode_t mode) {
+  return Repeat([&] { return fchmod(file.Number(), mode); });
+}
+
+int ChangeOwner(const Descriptor& file, uid_t user, gid_t group) {
+  return Repeat([&] { return fchown(file.Number(), user, group); });
+}
+
+int SetLock(const Descriptor& file, short type, LockRange range) {
+  struct flock lock = {};
+  lock.l_type = type;
+  lock.l_whence = SEEK_SET;
+  lock.l_start = range.start;
+  lock.l_len = range.length;
+  const int error = Repeat([&] { return fcntl(file.Number(), F_OFD_SETLK, &lock); });
+  return error == EACCES ? EAGAIN : error;
+}
+
+int FindForeignLock(const Descriptor& file, LockRange range, off_t* start) {
+  struct flock lock = {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  lock.l_start = range.start;
+  lock.l_len = range.length;
+  const int error = Repeat([&] { return fcntl(file.Number(), F_OFD_GETLK, &lock); });
+  *start = error == 0 && lock.l_type != F_UNLCK ? lock.l_start : -1;
+  return error;
+}
+
+int ReadNames(const Descriptor& folder, const std::function<void(const char* name, unsigned char type)>& visit) {
+  Descriptor names;  // an opening of its own, which starts at the first name
+  if (const int error = OpenFolder(folder.Number(), ".", &names); error != 0) return error;
+
+  constexpr std::size_t kBufferSize = 256 * 1024;
+  const auto buffer = std::make_unique<std::uint64_t[]>(kBufferSize / sizeof(std::uint64_t));
+  const char* const start = reinterpret_cast<const char*>(buffer.get());
+  for (;;) {
+    std::size_t size = 0;
+    const int error = Repeat([&] { return syscall(SYS_getdents64, names.Number(), buffer.get(), kBufferSize); }, &size);
+    if (error != 0) return error;
+    if (size == 0) return 0;
+    for (std::size_t at = 0; at < size;) {
+      const char* const position = start + at;
+      unsigned short entrySize = 0;
+      memcpy(&entrySize, position + offsetof(FolderEntry, size), sizeof entrySize);
+      const char* const name = position + offsetof(FolderEntry, name);
+      const auto type = static_cast<unsigned char>(position[offsetof(FolderEntry, type)]);
+      if (strcmp(name, ".") != 0 && strcmp(name, "..") != 0) visit(name, type);
+      at += entrySize;
+    }
+  }
+}
+
+int FileSystemType(const Descriptor& folder, std::uint64_t* type) {
+  struct statfs status = {};
+  const int error = Repeat([&] { return fstatfs(folder.Number(), &status); });
+  *type = static_cast<std::uint32_t>(status.f_type);
+  return error;
+}
+
+int OpenWatcher(Descriptor* watcher) {
+  int number = -1;
+  const int error = Repeat([] { return inotify_init1(IN_NONBLOCK | IN_CLOEXEC); }, &number);
+  if (error == 0) *watcher = Descriptor(number);
+  return error;
+}
+
+int AddWatch(const Descriptor& watcher, const Descriptor& folder, std::uint32_t events, int* watch) {
+  return Repeat([&] { return inotify_add_watch(watcher.Number(), PathOf(folder).c_str(), events); }, watch);
+}
+
+void RemoveWatch(const Descriptor& watcher, int watch) {
+  inotify_rm_watch(watcher.Number(), watch);
+}
+
+int ReadEvents(const Descriptor& watcher, void* buffer, std::size_t size, std::size_t* read) {
+  return Repeat([&] { return ::read(watcher.Number(), buffer, size); }, read);
+}
+
+std::uint64_t Random() {
+  std::uint64_t value = 0;
+  Repeat([&] { return getrandom(&value, sizeof value, 0); });
+  return value;
+}
+
+void PauseAtRandom() {
+  std::this_thread::sleep_for(std::chrono::microseconds(20 + Random() % 300));
+}
+
+}  // namespace files::host

@@ -1,0 +1,97 @@
+// The system calls of this folder, all of them in one place. Each gives 0 or an errno value and repeats itself when a
+// signal interrupts it. A folder is given as an open descriptor or AT_FDCWD.
+#pragma once
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace files::host {
+
+// An open descriptor, closed with the object.
+class Descriptor {
+ public:
+  Descriptor() = default;
+  explicit Descriptor(int number) : number_(number) {}
+  ~Descriptor() { Close(); }
+  Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    if (this == &other) return *this;
+    Close();
+    number_ = std::exchange(other.number_, -1);
+    return *this;
+  }
+
+  int Number() const { return number_; }
+  explicit operator bool() const { return number_ >= 0; }
+
+  int Close() noexcept;
+
+ private:
+  int number_ = -1;
+};
+
+// ---- Files by name -------------------------------------------------------------------------------------------------
+
+int Open(int folder, const std::string& path, int flags, Descriptor* opened, mode_t mode = 0);
+int OpenFolder(int folder, const std::string& path, Descriptor* opened);  // for reading its names and for Sync
+int Stat(int folder, const std::string& path, struct stat* status);       // of what a symbolic link leads to
+int StatLink(int folder, const std::string& path, struct stat* status);   // of the symbolic link itself
+int RealPath(const Descriptor& folder, const std::string& name, std::string* path);
+int Unlink(const Descriptor& folder, const std::string& name);
+int Rename(const Descriptor& oldFolder, const std::string& oldName, const Descriptor& newFolder,
+           const std::string& newName);
+// The same, but EEXIST when the new name is taken.
+int RenameToFreeName(const Descriptor& oldFolder, const std::string& oldName, const Descriptor& newFolder,
+                     const std::string& newName);
+
+// ---- Open files ----------------------------------------------------------------------------------------------------
+
+int Stat(const Descriptor& file, struct stat* status);
+int ReadAt(const Descriptor& file, void* buffer, std::size_t count, off_t position, std::size_t* read);
+int WriteAt(const Descriptor& file, const void* buffer, std::size_t count, off_t position, std::size_t* written);
+int Truncate(const Descriptor& file, off_t length);
+int Sync(const Descriptor& fileOrFolder);
+int SyncData(const Descriptor& file);
+int ChangeMode(const Descriptor& file, mode_t mode);
+int ChangeOwner(const Descriptor& file, uid_t user, gid_t group);
+
+// ---- Locks of the open file ----------------------------------------------------------------------------------------
+
+struct LockRange {
+  off_t start;
+  off_t length;
+};
+
+int SetLock(const Descriptor& file, short type, LockRange range);  // F_RDLCK, F_WRLCK, F_UNLCK; EAGAIN when refused
+
+// Looks for a lock of whatever type that another open file has in the range; `*start` is where one begins, -1 if none.
+int FindForeignLock(const Descriptor& file, LockRange range, off_t* start);
+
+// ---- Folders -------------------------------------------------------------------------------------------------------
+
+// Calls `visit` for each name in the folder but "." and "..", with its type (DT_REG, …, DT_UNKNOWN).
+int ReadNames(const Descriptor& folder, const std::function<void(const char* name, unsigned char type)>& visit);
+
+int FileSystemType(const Descriptor& folder, std::uint64_t* type);
+
+int OpenWatcher(Descriptor* watcher);
+int AddWatch(const Descriptor& watcher, const Descriptor& folder, std::uint32_t events, int* watch);
+void RemoveWatch(const Descriptor& watcher, int watch);
+int ReadEvents(const Descriptor& watcher, void* buffer, std::size_t size, std::size_t* read);  // EAGAIN when none waits
+
+// ---- Others --------------------------------------------------------------------------------------------------------
+
+std::uint64_t Random();
+void PauseAtRandom();  // a fraction of a millisecond, for those who wait for another process
+
+}  // namespace files::host
