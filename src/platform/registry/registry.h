@@ -1,0 +1,83 @@
+// The desktop platform's registry: keys and values of one home, kept in one text file (registry.reg) in the platform's
+// own export format.
+//
+// Key and value names ignore letter case and keep the case with which they were made. Every call reads the file as it
+// is now (a parsed copy serves as long as the file is the same one), and every change replaces the file atomically
+// under a lock that all processes of the home honour. A file damaged at some line makes every call fail with
+// ERROR_BADDB and is never overwritten. A missing file is an empty registry.
+//
+// Texts are code page 1252. Key paths use backslashes; a trailing one does not count.
+#pragma once
+
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "platform/kernel/kernel.h"
+
+struct RegistryKey;
+using HKEY = RegistryKey*;
+
+extern const HKEY HKEY_LOCAL_MACHINE;
+extern const HKEY HKEY_CLASSES_ROOT;
+
+inline constexpr DWORD REG_NONE = 0;
+inline constexpr DWORD REG_SZ = 1;
+inline constexpr DWORD REG_EXPAND_SZ = 2;
+inline constexpr DWORD REG_BINARY = 3;
+inline constexpr DWORD REG_DWORD = 4;
+inline constexpr DWORD REG_MULTI_SZ = 7;
+
+// Each gives ERROR_SUCCESS or an error number: 2 no such key or value, 5 the file may not be written, 6 no such handle,
+// 87 a null or malformed argument, 234 the buffer is too small, 259 no more items, 1009 the registry file is damaged,
+// 112 disk full.
+LONG RegOpenKeyA(HKEY parent, const char* path, HKEY* key);    // null or empty path: the parent itself
+LONG RegCreateKeyA(HKEY parent, const char* path, HKEY* key);  // opens, or makes it with the keys above it
+LONG RegCloseKey(HKEY key);                                    // a root may be closed and stays
+
+// Data and type of a value (null or empty `name`: the key's default value). `*size` is the room in `data` on entry and
+// the data's size in bytes afterwards; with `data` null only the size is told. Texts (REG_SZ, REG_EXPAND_SZ,
+// REG_MULTI_SZ) come in code page 1252 and with their terminating NUL.
+LONG RegQueryValueExA(HKEY key, const char* name, DWORD* reserved, DWORD* type, BYTE* data, DWORD* size);
+
+// Sets a value. A text counts up to its first NUL or to `size`, whichever comes first.
+LONG RegSetValueExA(HKEY key, const char* name, DWORD reserved, DWORD type, const BYTE* data, DWORD size);
+
+LONG RegDeleteValueA(HKEY key, const char* name);
+LONG RegDeleteTreeA(HKEY parent, const char* path);  // the key with everything below it; never a root
+
+// The `index`-th subkey in the order in which they were made; 259 after the last.
+LONG RegEnumKeyA(HKEY key, DWORD index, std::string* name);
+
+namespace registry {
+
+// A registry file, or a text to import, that does not read as one.
+class FormatError : public std::runtime_error {
+ public:
+  // `file` as the host system writes it, `line` counted from 1; `what()` is "FILE:LINE: REASON" in UTF-8.
+  FormatError(const std::string& file, std::size_t line, const std::string& reason);
+};
+
+// The functions below work for people and tools. They throw FormatError, std::filesystem::filesystem_error for files
+// that cannot be read or written.
+
+// Merges a file in one of the export formats (REGEDIT4 in code page 1252; version 5.00 in UTF-16 with mark or UTF-8),
+// deletions included, into the registry: all of it or, on an error anywhere, nothing.
+void Import(const std::filesystem::path& file);
+
+// The whole registry, or the key `keyPath` with all below it (its name starts with the root, such as
+// HKEY_LOCAL_MACHINE\SOFTWARE), as a version 5.00 text in UTF-8. False when there is no such key.
+bool Export(std::string_view keyPath, std::string* text);
+
+// The same text in the form that the desktop's own tools write: UTF-16 with mark, lines ending in CR LF.
+std::string ToDesktopEncoding(std::string_view text);
+
+// Reads the file and throws if it is damaged. For callers that want to tell the reason behind ERROR_BADDB.
+void Check();
+
+// Splits "HKEY_LOCAL_MACHINE\SOFTWARE\X" (also HKLM, HKCR) into root and path below it; null root when it starts with
+// no root. Code page 1252.
+HKEY SplitRoot(std::string_view keyPath, std::string* path);
+
+}  // namespace registry

@@ -1,0 +1,261 @@
+#include "store.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <ctime>
+#include <mutex>
+#include <string_view>
+#include <system_error>
+#include <tuple>
+
+#include "platform/home/home.h"
+#include "reg_format.h"
+#include "registry.h"
+
+namespace registry {
+namespace {
+
+namespace fs = std::filesystem;
+
+[[noreturn]] void Throw(const char* what, const fs::path& path, int error) {
+  throw fs::filesystem_error(what, path, std::error_code(error, std::generic_category()));
+}
+
+[[noreturn]] void Throw(const char* what, const fs::path& path) {
+  Throw(what, path, errno);
+}
+
+class Descriptor {
+ public:
+  explicit Descriptor(int number) : number_(number) {}
+  ~Descriptor() {
+    if (number_ >= 0) close(number_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  int Get() const { return number_; }
+  bool IsOpen() const { return number_ >= 0; }
+
+ private:
+  const int number_;
+};
+
+// ---- Reading -----------------------------------------------------------------------------------------------------
+
+std::string ReadAll(int descriptor, const fs::path& file) {
+  std::string bytes;
+  std::array<char, 65536> block{};
+  while (true) {
+    const ssize_t count = read(descriptor, block.data(), block.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) Throw("cannot read", file);
+    if (count == 0) return bytes;
+    bytes.append(block.data(), static_cast<std::size_t>(count));
+    if (bytes.size() > kMaxFileSize) throw FormatError(file.string(), 1, "larger than 64 MiB");
+  }
+}
+
+// What tells one content of the file from another, as long as a descriptor keeps the inode from being used again.
+bool IsSameContent(const struct stat& a, const struct stat& b) {
+  const auto identity = [](const struct stat& s) {
+    return std::make_tuple(s.st_dev, s.st_ino, s.st_size, s.st_mtim.tv_sec, s.st_mtim.tv_nsec, s.st_ctim.tv_sec,
+                           s.st_ctim.tv_nsec);
+  };
+  return identity(a) == identity(b);
+}
+
+// The file's times are those of a coarse clock. What is written to it in the tick of its last change leaves no trace in
+// them, so a copy serves only when that tick was over before the copy was read.
+bool IsSettled(const struct stat& file, const timespec& now) {
+  return std::tie(now.tv_sec, now.tv_nsec) > std::tie(file.st_ctim.tv_sec, file.st_ctim.tv_nsec);
+}
+
+class Snapshot {
+ public:
+  Snapshot(int descriptor, const fs::path& path) : file_(descriptor) {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    if (fstat(file_.Get(), &state_) != 0) Throw("cannot read", path);
+    if (!S_ISREG(state_.st_mode)) Throw("no regular file", path, EACCES);
+    settled_ = IsSettled(state_, now);
+    auto tree = std::make_shared<Tree>();
+    ParseInto(ReadAll(file_.Get(), path), path.string(), Purpose::registryFile, tree.get());
+    tree_ = std::move(tree);
+  }
+
+  bool IsStillOf(const struct stat& now) const { return settled_ && IsSameContent(state_, now); }
+  const std::shared_ptr<const Tree>& Content() const { return tree_; }
+
+ private:
+  Descriptor file_;
+  struct stat state_ {};
+  bool settled_ = false;
+  std::shared_ptr<const Tree> tree_;
+};
+
+// The last snapshot of this process.
+class Cache {
+ public:
+  std::shared_ptr<const Tree> Current(const fs::path& path) {
+    const std::lock_guard lock(mutex_);
+    struct stat now {};
+    if (stat(path.c_str(), &now) != 0) return Missing(path);
+    if (snapshot_ && snapshot_->IsStillOf(now)) return snapshot_->Content();
+    snapshot_.reset();
+    // Without waiting, should something that is no file lie there.
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor < 0) return Missing(path);
+    snapshot_ = std::make_unique<Snapshot>(descriptor, path);
+    return snapshot_->Content();
+  }
+
+ private:
+  static std::shared_ptr<const Tree> Missing(const fs::path& path) {
+    if (errno != ENOENT) Throw("cannot read", path);
+    return std::make_shared<Tree>();
+  }
+
+  std::mutex mutex_;
+  std::unique_ptr<Snapshot> snapshot_;
+};
+
+// ---- Changing ----------------------------------------------------------------------------------------------------
+
+// Holds the lock that all writers of a home take.
+class WriteLock {
+ public:
+  explicit WriteLock(const fs::path& file) : file_(Open(file)) {
+    if (!file_.IsOpen()) Throw("cannot open", file);
+    while (flock(file_.Get(), LOCK_EX) != 0) {
+      if (errno != EINTR) Throw("cannot lock", file);
+    }
+  }
+  // Not left to the closing: a process being started at this moment may hold the descriptor a little longer.
+  ~WriteLock() { flock(file_.Get(), LOCK_UN); }
+  WriteLock(const WriteLock&) = delete;
+  WriteLock& operator=(const WriteLock&) = delete;
+
+ private:
+  // A lock file that another user (root, at the set-up) made can only be read, which is enough to lock it.
+  static int Open(const fs::path& file) {
+    const int descriptor = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    if (descriptor >= 0 || errno != EACCES) return descriptor;
+    const int readOnly = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (readOnly < 0) errno = EACCES;
+    return readOnly;
+  }
+
+  Descriptor file_;
+};
+
+// Where a chain of symbolic links ends, whether or not something is there.
+fs::path FollowLinks(fs::path path) {
+  constexpr int kMaxLinks = 40;
+  for (int i = 0; i < kMaxLinks; ++i) {
+    if (!fs::is_symlink(fs::symlink_status(path))) return path;
+    path = path.parent_path() / fs::read_symlink(path);
+  }
+  Throw("too many links", path, ELOOP);
+}
+
+// A file that takes shape under a hidden name and takes `path`'s place when it is whole. The name is always the same,
+// so a writer that was killed leaves at most one such file, which the next one replaces.
+class Replacement {
+ public:
+  explicit Replacement(const fs::path& path)
+      : path_(path),
+        name_(path.filename()),
+        hiddenName_("." + name_ + ".new"),
+        folder_(open(path.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
+        file_(Create()) {
+    if (!file_.IsOpen()) Throw("cannot write", path_);
+  }
+  ~Replacement() {
+    if (!inPlace_ && file_.IsOpen()) unlinkat(folder_.Get(), hiddenName_.c_str(), 0);
+  }
+  Replacement(const Replacement&) = delete;
+  Replacement& operator=(const Replacement&) = delete;
+
+  // Owner and mode of the file that is replaced. Another owner's files are given away as far as the system allows it.
+  void LookLike(const struct stat& old) {
+    if (fchown(file_.Get(), old.st_uid, old.st_gid) != 0 && errno != EPERM) Throw("cannot write", path_);
+    if (fchmod(file_.Get(), old.st_mode & 0777) != 0) Throw("cannot write", path_);
+  }
+
+  void Write(std::string_view bytes) {
+    while (!bytes.empty()) {
+      const ssize_t count = write(file_.Get(), bytes.data(), bytes.size());
+      if (count < 0 && errno == EINTR) continue;
+      if (count < 0) Throw("cannot write", path_);
+      bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+  }
+
+  void TakePlace() {
+    if (fsync(file_.Get()) != 0) Throw("cannot write", path_);
+    if (renameat(folder_.Get(), hiddenName_.c_str(), folder_.Get(), name_.c_str()) != 0) Throw("cannot write", path_);
+    inPlace_ = true;
+    if (fsync(folder_.Get()) != 0) Throw("cannot write", path_);
+  }
+
+ private:
+  int Create() const {
+    if (!folder_.IsOpen()) return -1;
+    unlinkat(folder_.Get(), hiddenName_.c_str(), 0);
+    return openat(folder_.Get(), hiddenName_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  }
+
+  const fs::path path_;
+  const std::string name_;
+  const std::string hiddenName_;
+  Descriptor folder_;
+  Descriptor file_;
+  bool inPlace_ = false;
+};
+
+void Write(const Tree& tree, const fs::path& registryFile) {
+  const std::string text = Format(tree);
+  // What could not be read again must not be written.
+  if (text.size() > kMaxFileSize || tree.CountKeys() > kMaxKeys) Throw("the registry is full", registryFile, EFBIG);
+  const fs::path file = FollowLinks(registryFile);
+  struct stat old {};
+  const bool exists = stat(file.c_str(), &old) == 0;
+  // Replacing would pass over the mode of a file that may not be written.
+  if (exists && faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) != 0) Throw("cannot write", file);
+  Replacement replacement(file);
+  if (exists) replacement.LookLike(old);
+  replacement.Write(text);
+  replacement.TakePlace();
+}
+
+}  // namespace
+
+std::shared_ptr<const Tree> Current() {
+  static Cache cache;
+  return cache.Current(platform::Home::Current().Registry());
+}
+
+LONG Change(const std::function<LONG(Tree&)>& change) {
+  const platform::Home& home = platform::Home::Current();
+  fs::create_directories(home.Folder());
+  const WriteLock lock(home.Folder() / "registry.lock");
+  const std::shared_ptr<const Tree> current = Current();
+  Tree changed = *current;
+  const LONG result = change(changed);
+  if (result == LONG{ERROR_SUCCESS} && changed != *current) Write(changed, home.Registry());
+  return result;
+}
+
+std::string ReadWhole(const fs::path& file) {
+  const Descriptor descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!descriptor.IsOpen()) Throw("cannot read", file);
+  return ReadAll(descriptor.Get(), file);
+}
+
+}  // namespace registry

@@ -1,0 +1,27 @@
+// The registry file of the home: reading it as it is now, and changing it.
+//
+// Both throw FormatError for a damaged file and std::filesystem::filesystem_error for one that cannot be read or
+// written. They may be called from any thread.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "tree.h"
+
+namespace registry {
+
+// The registry as the file has it now. Never null.
+std::shared_ptr<const Tree> Current();
+
+// Runs `change` on a copy of the registry as it is now and puts the copy in its place, while no other process changes
+// it. Nothing is written when `change` changes nothing, or when it does not return ERROR_SUCCESS. The result is that of
+// `change`.
+LONG Change(const std::function<LONG(Tree&)>& change);
+
+// The content of a file to import.
+std::string ReadWhole(const std::filesystem::path& file);
+
+}  // namespace registry
