@@ -1,0 +1,265 @@
+// The local-socket transport under the component-object runtime: frames between a client and the server process, and
+// the other half of the server's message loop. It knows frames and peers; what a frame's arguments mean is the affair
+// of those who encode and decode them. docs/protocol.md describes every byte.
+//
+// One connection carries one object. A frame is an 8-byte head (payload length, type, slot) and its payload, all
+// numbers little-endian. The client opens with Hello and then Create or Status; after Created it sends Call frames,
+// each answered by one Result.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/kernel/kernel.h"
+
+namespace channel {
+
+inline constexpr std::uint32_t kMagic = 0x5254534B;  // the bytes "KSTR"
+inline constexpr std::uint16_t kProtocolVersion = 1;
+inline constexpr std::size_t kHeadBytes = 8;
+
+// The longest payload of a frame. A side that is told of a longer one ends the connection.
+inline constexpr std::uint32_t kMaxPayloadBytes = 128u << 20;
+
+enum class FrameType : std::uint16_t {
+  hello = 1,    // both ways, first: magic (4), protocol version (2), zero (2)
+  create = 2,   // client: interface identity (16)
+  created = 3,  // server: result (4)
+  call = 4,     // client: arguments; the head names the slot
+  result = 5,   // server: result (4), out-arguments
+  refusal = 6,  // server, last: result (4), reason in UTF-8
+  status = 7    // client: empty; server: process id (4), live objects (4)
+};
+
+struct FrameHead {
+  std::uint32_t payloadBytes;
+  FrameType type;
+  std::uint16_t slot;
+};
+
+FrameHead ReadHead(const std::byte* head);
+
+// The results that the transport itself gives.
+inline constexpr HRESULT kServerUnavailable = static_cast<HRESULT>(0x800706BA);  // gone before the call
+inline constexpr HRESULT kCallFailed = static_cast<HRESULT>(0x800706BE);         // gone in the call
+inline constexpr HRESULT kBadStubData = static_cast<HRESULT>(0x800706F7);        // arguments that do not decode
+inline constexpr HRESULT kSlotOutOfRange = static_cast<HRESULT>(0x800706D1);
+inline constexpr HRESULT kVersionMismatch = static_cast<HRESULT>(0x80010110);
+inline constexpr HRESULT kAccessDenied = static_cast<HRESULT>(0x80070005);
+inline constexpr HRESULT kOutOfMemory = static_cast<HRESULT>(0x8007000E);
+
+// Growable bytes without initialisation. Growing throws std::bad_alloc.
+class Buffer {
+ public:
+  Buffer() = default;
+  ~Buffer();
+  Buffer(Buffer&& other) noexcept;
+  Buffer& operator=(Buffer&& other) noexcept;
+
+  std::byte* Data() { return data_; }
+  const std::byte* Data() const { return data_; }
+  std::size_t Size() const { return size_; }
+  std::size_t Capacity() const { return capacity_; }
+  std::byte* Extend(std::size_t bytes);  // the new bytes at the end, unset
+  void Append(const void* bytes, std::size_t count);
+  void DropFront(std::size_t bytes);
+  void Reserve(std::size_t capacity);
+  void Resize(std::size_t size);  // only downwards, or within the capacity
+  void Release();                 // empty, memory given back
+
+ private:
+  std::byte* data_ = nullptr;
+  std::size_t size_ = 0;
+  std::size_t capacity_ = 0;
+};
+
+// Builds frames one behind the other.
+class Encoder {
+ public:
+  void BeginFrame(FrameType type, std::uint16_t slot = 0);
+  void EndFrame();  // enters the payload's length
+
+  void U8(std::uint8_t value) { Scalar(value); }
+  void U16(std::uint16_t value) { Scalar(value); }
+  void U32(std::uint32_t value) { Scalar(value); }
+  void Bytes(const void* bytes, std::size_t count) { buffer_.Append(bytes, count); }
+  std::byte* Space(std::size_t count) { return buffer_.Extend(count); }  // `count` bytes for the caller to fill
+
+  // Drops what was encoded behind `size` bytes of the payload of the frame that is being built.
+  std::size_t PayloadBytes() const { return buffer_.Size() - frame_ - kHeadBytes; }
+  void CutPayload(std::size_t size) { buffer_.Resize(frame_ + kHeadBytes + size); }
+
+  // Writes over 4 bytes at `offset` of the payload of the frame that is being built.
+  void PutU32(std::size_t offset, std::uint32_t value);
+
+  void Clear();
+  Buffer& Frames() { return buffer_; }
+
+ private:
+  template <typename T>
+  void Scalar(T value);
+
+  Buffer buffer_;
+  std::size_t frame_ = 0;  // where the frame that is being built starts
+};
+
+// Reads a payload. Every length is checked against what is there: a read beyond the end gives zeros (null for Bytes)
+// and leaves the decoder failed, so that a caller can read on and look at Ok once.
+class Decoder {
+ public:
+  Decoder() = default;
+  Decoder(const std::byte* data, std::size_t size) : data_(data), left_(size) {}
+
+  std::uint8_t U8() { return Scalar<std::uint8_t>(); }
+  std::uint16_t U16() { return Scalar<std::uint16_t>(); }
+  std::uint32_t U32() { return Scalar<std::uint32_t>(); }
+  const std::byte* Bytes(std::size_t count);  // points into the payload
+
+  bool Ok() const { return ok_; }
+  bool AtEnd() const { return ok_ && left_ == 0; }
+  std::size_t Left() const { return left_; }
+
+ private:
+  template <typename T>
+  T Scalar();
+
+  const std::byte* data_ = nullptr;
+  std::size_t left_ = 0;
+  bool ok_ = true;
+};
+
+// ---- Client --------------------------------------------------------------------------------------------------------
+
+// True when a process listens at the socket. Nothing is sent.
+bool SomebodyListens(const std::string& socketPath);
+
+// A client's end of one connection. One exchange at a time.
+class Connection {
+ public:
+  enum class Outcome {
+    ok,
+    nobody,       // nobody listens there, or the server went away before it answered the opening
+    lost,         // the server went away in an exchange
+    denied,       // the socket is another user's
+    otherVersion  // the peer speaks another version of the protocol
+  };
+
+  // Connects and exchanges the opening frames: `opening` holds the frame that follows Hello (Create or Status), and
+  // `*answer` receives the payload of its answer, valid until the next exchange. Gives up as `nobody` after `seconds`
+  // without an answer.
+  static Outcome Open(const std::string& socketPath, FrameType opening, const void* payload, std::size_t payloadBytes,
+                      int seconds, std::unique_ptr<Connection>* connection, Decoder* answer);
+
+  ~Connection();
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  // Starts the request for a slot; the caller encodes the arguments and calls Exchange.
+  Encoder& BeginCall(std::uint16_t slot);
+
+  // Sends the request and waits for its result: the method's, with `*out` at the out-arguments behind it (valid until
+  // the next BeginCall), or one of the transport's own.
+  HRESULT Exchange(Decoder* out);
+
+ private:
+  explicit Connection(int descriptor) : descriptor_(descriptor) {}
+  bool Send(const Buffer& frames);
+  bool ReceiveFrame(FrameHead* head, Decoder* payload);
+
+  const int descriptor_;
+  bool broken_ = false;
+  Encoder request_;
+  Buffer received_;           // from the last frame on
+  std::size_t consumed_ = 0;  // bytes of `received_` that the last frame took
+};
+
+// ---- Server --------------------------------------------------------------------------------------------------------
+
+// What a server keeps for one connection that carries an object. Destroyed when the connection ends, for whatever
+// reason: the object's references go with it.
+class Session {
+ public:
+  virtual ~Session() = default;
+
+  // Serves one call: reads the arguments, appends the out-arguments to `out`, gives the method's result. When the
+  // arguments do not decode, nothing is called and the result is kBadStubData.
+  virtual HRESULT Call(std::uint16_t slot, Decoder& arguments, Encoder& out) = 0;
+};
+
+// What stands behind one listening socket.
+class Service {
+ public:
+  virtual HRESULT Create(const std::byte* interfaceId, std::unique_ptr<Session>* session) = 0;
+
+ protected:
+  ~Service() = default;
+};
+
+// The server's sockets and peers. Lives on the thread whose message loop it feeds; every call runs there. Peers are
+// held apart: one that sends half a frame or does not read its answer holds up nobody, and all of them together never
+// make the server hold more than kHeldBytes of their data (a peer beyond that is dropped).
+class Server final : public MessageSource {
+ public:
+  static constexpr std::size_t kHeldBytes = 512u << 20;
+
+  Server();
+  ~Server();
+  Server(const Server&) = delete;
+  Server& operator=(const Server&) = delete;
+
+  // Listens at `socketPath` for `service` (not owned). A dead socket file in the way is replaced: the caller sees to it
+  // that no other process listens there. False when the system refuses.
+  bool Listen(const std::string& socketPath, Service* service);
+
+  // Stops listening there and ends the connections that came that way and carry no object yet, at once, so that their
+  // clients turn to another server without waiting.
+  void Withdraw(const std::string& socketPath);
+
+  std::uint32_t LiveObjects() const { return liveObjects_; }
+
+  bool Wait(int wakeDescriptor, MSG* message) override;
+  void Dispatch(const MSG& message) override;
+
+ private:
+  struct Listener;
+  struct Peer;
+
+  void Watch(int descriptor, std::uint32_t events, std::uint64_t key, bool isNew);
+  void HandleEvent(std::uint64_t key, bool writable);
+  void Accept(std::uint64_t listenerKey, const Listener& listener);
+  void PauseListeners(bool pause);
+  void Receive(Peer& peer);
+  static std::size_t WholeFrame(const std::byte* bytes, std::size_t size);
+  void QueueNextFrame(Peer& peer);
+  bool Hold(Peer& peer);
+  void ServeNext(Peer& peer, bool fromPeer);
+  void Serve(Peer& peer, const FrameHead& head, const std::byte* payload);
+  void ServeOpening(Peer& peer, FrameType type, Decoder payload);
+  void ServeCall(Peer& peer, std::uint16_t slot, Decoder arguments);
+  void Refuse(Peer& peer, HRESULT result, std::string_view reason);
+  void Answer(Peer& peer);
+  void Flush(Peer& peer);
+  void Drop(std::uint64_t key);
+
+  const int epoll_;
+  const std::size_t mostPeers_;
+  int wakeDescriptor_ = -1;
+  bool listenersPaused_ = false;
+  std::uint64_t nextKey_ = 1;
+  std::unordered_map<std::uint64_t, std::unique_ptr<Listener>> listeners_;
+  std::unordered_map<std::uint64_t, std::unique_ptr<Peer>> peers_;
+  std::deque<std::uint64_t> ready_;  // peers with a whole frame in their own buffer
+  Buffer received_;                  // what the last reading brought; holds the frame until it is dispatched
+  Encoder answer_;
+  std::size_t heldBytes_ = 0;
+  std::uint32_t liveObjects_ = 0;
+};
+
+}  // namespace channel

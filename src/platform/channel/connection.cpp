@@ -1,0 +1,152 @@
+#include <sys/time.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+
+#include "platform/channel/channel.h"
+#include "socket.h"
+
+namespace channel {
+
+namespace {
+
+constexpr std::size_t kFirstReceiveBytes = 4096;
+
+void LimitWaiting(int descriptor, int seconds) {
+  const timeval limit{seconds, 0};
+  setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+}
+
+bool Connect(int descriptor, const sockaddr_un& address) {
+  int result = 0;
+  do {
+    result = connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  } while (result != 0 && errno == EINTR);
+  return result == 0;
+}
+
+}  // namespace
+
+bool SomebodyListens(const std::string& socketPath) {
+  sockaddr_un address{};
+  if (!SocketAddress(socketPath, &address)) return false;
+  const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  // A queue that is full at this moment is somebody's all the same.
+  return probe && (Connect(probe.Get(), address) || errno == EAGAIN);
+}
+
+Connection::~Connection() {
+  close(descriptor_);
+}
+
+Connection::Outcome Connection::Open(const std::string& socketPath, FrameType opening, const void* payload,
+                                     std::size_t payloadBytes, int seconds, std::unique_ptr<Connection>* connection,
+                                     Decoder* answer) {
+  sockaddr_un address{};
+  if (!SocketAddress(socketPath, &address)) return Outcome::nobody;
+  Descriptor descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!descriptor) return Outcome::nobody;
+  LimitWaiting(descriptor.Get(), seconds);
+  if (!Connect(descriptor.Get(), address)) return errno == EACCES ? Outcome::denied : Outcome::nobody;
+  if (!PeerIsTrusted(descriptor.Get())) return Outcome::denied;
+
+  connection->reset(new Connection(descriptor.Get()));
+  descriptor.Take();
+  Connection& own = **connection;
+
+  AppendHello(&own.request_);
+  own.request_.BeginFrame(opening);
+  own.request_.Bytes(payload, payloadBytes);
+  own.request_.EndFrame();
+
+  FrameHead head{};
+  if (!own.Send(own.request_.Frames()) || !own.ReceiveFrame(&head, answer)) return Outcome::nobody;
+  if (head.type == FrameType::hello) {
+    if (answer->U32() != kMagic || answer->U16() != kProtocolVersion) return Outcome::otherVersion;
+    if (!own.ReceiveFrame(&head, answer)) return Outcome::nobody;
+  }
+  if (head.type == FrameType::refusal) {
+    const auto result = static_cast<HRESULT>(answer->U32());
+    if (result == kVersionMismatch) return Outcome::otherVersion;
+    return result == kAccessDenied ? Outcome::denied : Outcome::lost;
+  }
+  if (head.type != (opening == FrameType::create ? FrameType::created : opening)) return Outcome::otherVersion;
+  LimitWaiting(own.descriptor_, 0);
+  return Outcome::ok;
+}
+
+Encoder& Connection::BeginCall(std::uint16_t slot) {
+  request_.Clear();
+  request_.BeginFrame(FrameType::call, slot);
+  return request_;
+}
+
+HRESULT Connection::Exchange(Decoder* out) {
+  *out = Decoder();
+  if (request_.PayloadBytes() > kMaxPayloadBytes) return static_cast<HRESULT>(0x80070057);
+  request_.EndFrame();
+  if (broken_ || !Send(request_.Frames())) {
+    broken_ = true;
+    return kServerUnavailable;
+  }
+  received_.Resize(0);
+  consumed_ = 0;
+  FrameHead head{};
+  try {
+    if (!ReceiveFrame(&head, out) || (head.type != FrameType::result && head.type != FrameType::refusal)) {
+      broken_ = true;
+      return kCallFailed;
+    }
+  } catch (const std::bad_alloc&) {
+    broken_ = true;  // the rest of the answer is still to come and would be taken for that of the next call
+    return kOutOfMemory;
+  }
+  if (head.type == FrameType::refusal) broken_ = true;
+  const auto result = static_cast<HRESULT>(out->U32());
+  return out->Ok() ? result : kBadStubData;
+}
+
+bool Connection::Send(const Buffer& frames) {
+  const std::byte* next = frames.Data();
+  std::size_t left = frames.Size();
+  while (left > 0) {
+    const ssize_t sent = send(descriptor_, next, left, MSG_NOSIGNAL);
+    if (sent < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    next += sent;
+    left -= static_cast<std::size_t>(sent);
+  }
+  return true;
+}
+
+bool Connection::ReceiveFrame(FrameHead* head, Decoder* payload) {
+  const std::size_t start = consumed_;
+  std::size_t wanted = kHeadBytes;
+  for (;;) {
+    const std::size_t have = received_.Size() - start;
+    if (have >= kHeadBytes) {
+      *head = ReadHead(received_.Data() + start);
+      if (head->payloadBytes > kMaxPayloadBytes) return false;
+      wanted = kHeadBytes + head->payloadBytes;
+      if (have >= wanted) break;
+    }
+    // The room grows with what really arrives, so that a lying length costs nothing.
+    constexpr std::size_t kStep = 1u << 20;
+    const std::size_t room = std::max(kFirstReceiveBytes, std::min(wanted - have, kStep));
+    const std::size_t size = received_.Size();
+    received_.Reserve(std::max(size + room, std::min(size * 2, start + wanted)));
+    const ssize_t got = recv(descriptor_, received_.Data() + size, received_.Capacity() - size, 0);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) return false;
+    received_.Extend(static_cast<std::size_t>(got));
+  }
+  *payload = Decoder(received_.Data() + start + kHeadBytes, head->payloadBytes);
+  consumed_ = start + wanted;
+  return true;
+}
+
+}  // namespace channel

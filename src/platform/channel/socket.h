@@ -1,0 +1,59 @@
+// Local sockets: what both ends need.
+#pragma once
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "platform/channel/channel.h"
+
+namespace channel {
+
+// A descriptor that is closed with the object.
+class Descriptor {
+ public:
+  explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
+  ~Descriptor() {
+    if (descriptor_ >= 0) close(descriptor_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  int Get() const { return descriptor_; }
+  explicit operator bool() const { return descriptor_ >= 0; }
+  int Take() { return std::exchange(descriptor_, -1); }
+
+ private:
+  int descriptor_;
+};
+
+// False when the path is too long for a socket.
+inline bool SocketAddress(const std::string& path, sockaddr_un* address) {
+  if (path.size() >= sizeof address->sun_path) return false;
+  *address = {};
+  address->sun_family = AF_UNIX;
+  std::memcpy(address->sun_path, path.data(), path.size());
+  return true;
+}
+
+// True when the process at the other end belongs to this process's user or to root.
+inline bool PeerIsTrusted(int descriptor) {
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return false;
+  return peer.uid == 0 || peer.uid == geteuid();
+}
+
+inline void AppendHello(Encoder* frames) {
+  frames->BeginFrame(FrameType::hello);
+  frames->U32(kMagic);
+  frames->U16(kProtocolVersion);
+  frames->U16(0);
+  frames->EndFrame();
+}
+
+}  // namespace channel
