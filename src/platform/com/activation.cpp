@@ -1,0 +1,177 @@
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <new>
+
+#include "class_table.h"
+#include "platform/home/home.h"
+#include "platform/registry/registry.h"
+#include "platform/text/text.h"
+#include "server_process.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using channel::Connection;
+
+constexpr int kStartSeconds = 30;
+constexpr DWORD kPollMilliseconds = 2;
+
+int SecondsUntil(Clock::time_point deadline) {
+  const auto left = std::chrono::duration_cast<std::chrono::seconds>(deadline - Clock::now()).count();
+  return left < 1 ? 1 : static_cast<int>(left);
+}
+
+// One client at a time starts the home's server; the others wait here and then find it.
+class ActivationLock {
+ public:
+  explicit ActivationLock(const std::string& path) : file_(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {}
+  ~ActivationLock() {
+    if (file_ >= 0) close(file_);
+  }
+  ActivationLock(const ActivationLock&) = delete;
+  ActivationLock& operator=(const ActivationLock&) = delete;
+
+  bool Take(Clock::time_point deadline) {
+    while (file_ >= 0 && flock(file_, LOCK_EX | LOCK_NB) != 0) {
+      if (Clock::now() > deadline) return false;
+      Sleep(kPollMilliseconds);
+    }
+    return file_ >= 0;
+  }
+
+ private:
+  const int file_;
+};
+
+// The command line that starts the server of a class, as its registration gives it.
+HRESULT RegisteredCommand(REFCLSID clsid, std::string* command) {
+  HKEY key = nullptr;
+  const LONG opened = RegOpenKeyA(HKEY_CLASSES_ROOT, ("CLSID\\" + GuidText(clsid) + "\\LocalServer32").c_str(), &key);
+  if (opened == static_cast<LONG>(ERROR_FILE_NOT_FOUND)) return REGDB_E_CLASSNOTREG;
+  if (opened != 0) return HRESULT_FROM_WIN32(static_cast<DWORD>(opened));
+  DWORD size = 0;
+  LONG read = RegQueryValueExA(key, nullptr, nullptr, nullptr, nullptr, &size);
+  std::string ansi(size, '\0');
+  if (read == 0) read = RegQueryValueExA(key, nullptr, nullptr, nullptr, reinterpret_cast<BYTE*>(ansi.data()), &size);
+  RegCloseKey(key);
+  ansi.resize(ansi.find('\0') == std::string::npos ? ansi.size() : ansi.find('\0'));
+  if (read != 0 || ansi.empty()) return REGDB_E_CLASSNOTREG;
+  *command = text::ToUtf8(ansi);
+  return S_OK;
+}
+
+// A client's way to one object of a class in the home's server process.
+class Activation {
+ public:
+  Activation(REFCLSID clsid, REFIID iid)
+      : clsid_(clsid), iid_(iid), deadline_(Clock::now() + std::chrono::seconds(kStartSeconds)) {}
+
+  HRESULT Run(std::unique_ptr<Connection>* connection) {
+    std::string reason;
+    if (!platform::Home::Current().PrepareSocketFolder(&reason)) return E_ACCESSDENIED;
+    socketPath_ = com::SocketPath(clsid_);
+    // A server that went away before it answered was just shutting down: its clients are not told, they come again.
+    for (HRESULT result = S_OK; Clock::now() < deadline_;) {
+      if (Connect(connection, &result)) return result;
+      result = Start();
+      if (FAILED(result)) return result;
+    }
+    return CO_E_SERVER_EXEC_FAILURE;
+  }
+
+ private:
+  // False when nobody serves the class.
+  bool Connect(std::unique_ptr<Connection>* connection, HRESULT* result) {
+    channel::Decoder answer;
+    const auto outcome = Connection::Open(socketPath_, channel::FrameType::create, &iid_, sizeof iid_,
+                                          SecondsUntil(deadline_), connection, &answer);
+    switch (outcome) {
+      case Connection::Outcome::ok:
+        *result = static_cast<HRESULT>(answer.U32());
+        return true;
+      case Connection::Outcome::nobody:
+        return false;
+      case Connection::Outcome::denied:
+        *result = E_ACCESSDENIED;
+        return true;
+      case Connection::Outcome::otherVersion:
+        *result = channel::kVersionMismatch;
+        return true;
+      case Connection::Outcome::lost:
+        break;
+    }
+    *result = channel::kCallFailed;
+    return true;
+  }
+
+  // Returns when somebody listens for the class, started here or by another client.
+  HRESULT Start() {
+    std::string command;
+    const HRESULT registered = RegisteredCommand(clsid_, &command);
+    if (FAILED(registered)) return registered;
+
+    ActivationLock lock(platform::Home::Current().SocketFolder() + "/activation.lock");
+    if (!lock.Take(deadline_)) return CO_E_SERVER_EXEC_FAILURE;
+    if (channel::SomebodyListens(socketPath_)) return S_OK;
+
+    com::ServerProcess process;
+    if (!process.Start(command)) return CO_E_SERVER_EXEC_FAILURE;
+    while (!channel::SomebodyListens(socketPath_)) {
+      if (Clock::now() > deadline_ || process.HasEnded()) return CO_E_SERVER_EXEC_FAILURE;
+      Sleep(kPollMilliseconds);
+    }
+    return S_OK;
+  }
+
+  const CLSID clsid_;
+  const IID iid_;
+  const Clock::time_point deadline_;
+  std::string socketPath_;
+};
+
+}  // namespace
+
+HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID iid, void** object) {
+  if (object == nullptr) return E_POINTER;
+  *object = nullptr;
+  if (const ComPtr<IClassFactory> own = com::FindClassObject(clsid)) return own->CreateInstance(outer, iid, object);
+  if ((context & CLSCTX_LOCAL_SERVER) == 0) return REGDB_E_CLASSNOTREG;
+  if (outer != nullptr) return CLASS_E_NOAGGREGATION;
+  com::Marshaler marshaler{};
+  if (!com::FindMarshaler(iid, &marshaler)) return E_NOINTERFACE;
+  try {
+    std::unique_ptr<Connection> connection;
+    const HRESULT result = Activation(clsid, iid).Run(&connection);
+    if (FAILED(result)) return result;
+    *object = marshaler.newProxy(std::make_unique<com::RemoteObject>(std::move(connection)));
+    return *object == nullptr ? E_OUTOFMEMORY : result;
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+  }
+}
+
+HRESULT CoGetLocalServerStatus(REFCLSID clsid, LocalServerStatus* status) {
+  constexpr int kAnswerSeconds = 5;
+  *status = {};
+  std::unique_ptr<Connection> connection;
+  channel::Decoder answer;
+  switch (Connection::Open(com::SocketPath(clsid), channel::FrameType::status, nullptr, 0, kAnswerSeconds, &connection,
+                           &answer)) {
+    case Connection::Outcome::ok:
+      status->processId = answer.U32();
+      status->liveObjects = answer.U32();
+      return S_OK;
+    case Connection::Outcome::nobody:
+      return S_FALSE;
+    case Connection::Outcome::denied:
+      return E_ACCESSDENIED;
+    case Connection::Outcome::otherVersion:
+      return channel::kVersionMismatch;
+    case Connection::Outcome::lost:
+      break;
+  }
+  return channel::kCallFailed;
+}

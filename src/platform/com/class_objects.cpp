@@ -1,0 +1,234 @@
+#include <fcntl.h>
+#include <sys/file.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <system_error>
+#include <vector>
+
+#include "class_table.h"
+#include "platform/home/home.h"
+
+namespace {
+
+constexpr HRESULT CO_E_NOTINITIALIZED = static_cast<HRESULT>(0x800401F0);
+
+// A connection's object: its stub holds the reference that goes when the connection ends.
+class StubSession final : public channel::Session {
+ public:
+  explicit StubSession(std::unique_ptr<com::CallStub> stub) : stub_(std::move(stub)) {}
+
+  HRESULT Call(std::uint16_t slot, channel::Decoder& arguments, channel::Encoder& out) override {
+    return stub_->Invoke(slot, arguments, out);
+  }
+
+ private:
+  std::unique_ptr<com::CallStub> stub_;
+};
+
+// One published class object; for other processes it stands behind the class's socket.
+class ClassEntry final : public channel::Service {
+ public:
+  ClassEntry(DWORD ownCookie, REFCLSID clsid, ComPtr<IClassFactory> factory)
+      : cookie(ownCookie), id(clsid), factory_(std::move(factory)) {}
+  virtual ~ClassEntry() = default;
+
+  HRESULT Create(const std::byte* interfaceId, std::unique_ptr<channel::Session>* session) override {
+    IID iid{};
+    std::memcpy(&iid, interfaceId, sizeof iid);
+    com::Marshaler marshaler{};
+    if (!com::FindMarshaler(iid, &marshaler)) return E_NOINTERFACE;
+    ComPtr<IUnknown> object;
+    const HRESULT result = factory_->CreateInstance(nullptr, iid, object.OutVoid());
+    if (FAILED(result)) return result;
+    std::unique_ptr<com::CallStub> stub = marshaler.newStub(object.Get());
+    if (!stub) return E_NOINTERFACE;
+    *session = std::make_unique<StubSession>(std::move(stub));
+    return result;
+  }
+
+  ComPtr<IClassFactory> Factory() const {
+    ComPtr<IClassFactory> factory;
+    factory_->QueryInterface(IID_IClassFactory, factory.OutVoid());
+    return factory;
+  }
+
+  const DWORD cookie;
+  const CLSID id;
+  std::string socketPath;  // empty: for this process only
+
+ private:
+  ComPtr<IClassFactory> factory_;
+};
+
+// Says that this process serves the home: one process at a time does. Taken with the first class that is published to
+// other processes and given back with the last one that is withdrawn.
+class ServingLock {
+ public:
+  ~ServingLock() {
+    if (file_ >= 0) close(file_);
+  }
+
+  bool Take(const std::string& path) {
+    if (file_ >= 0) return true;
+    const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (file < 0) return false;
+    // A server that is just ending gives the lock back within moments.
+    constexpr int kAttempts = 500;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+      if (flock(file, LOCK_EX | LOCK_NB) == 0) {
+        file_ = file;
+        return true;
+      }
+      Sleep(10);
+    }
+    close(file);
+    return false;
+  }
+
+  void Release() {
+    if (file_ >= 0) close(file_);
+    file_ = -1;
+  }
+
+ private:
+  int file_ = -1;
+};
+
+struct Runtime {
+  std::mutex mutex;
+  std::vector<std::unique_ptr<ClassEntry>> classes;
+  std::vector<com::Marshaler> marshalers;
+  DWORD lastCookie = 0;
+  ServingLock serving;
+};
+
+Runtime& ProcessRuntime() {
+  static Runtime runtime;
+  return runtime;
+}
+
+// The calling thread's apartment: the sockets that its message loop serves.
+thread_local std::unique_ptr<channel::Server> apartment;
+
+HRESULT Publish(Runtime& runtime, ClassEntry& entry) {
+  if (!apartment) return CO_E_NOTINITIALIZED;
+  std::string reason;
+  if (!platform::Home::Current().PrepareSocketFolder(&reason)) return E_ACCESSDENIED;
+  if (!runtime.serving.Take(platform::Home::Current().SocketFolder() + "/server.lock")) return CO_E_OBJISREG;
+  entry.socketPath = com::SocketPath(entry.id);
+  return apartment->Listen(entry.socketPath, &entry) ? S_OK : E_FAIL;
+}
+
+}  // namespace
+
+namespace com {
+
+ComPtr<IClassFactory> FindClassObject(REFCLSID clsid) {
+  Runtime& runtime = ProcessRuntime();
+  const std::lock_guard hold(runtime.mutex);
+  for (const auto& entry : runtime.classes) {
+    if (entry->id == clsid) return entry->Factory();
+  }
+  return {};
+}
+
+void RegisterMarshaler(const Marshaler& marshaler) {
+  Runtime& runtime = ProcessRuntime();
+  const std::lock_guard hold(runtime.mutex);
+  for (Marshaler& known : runtime.marshalers) {
+    if (known.iid == marshaler.iid) {
+      known = marshaler;
+      return;
+    }
+  }
+  runtime.marshalers.push_back(marshaler);
+}
+
+bool FindMarshaler(REFIID iid, Marshaler* marshaler) {
+  Runtime& runtime = ProcessRuntime();
+  const std::lock_guard hold(runtime.mutex);
+  for (const Marshaler& known : runtime.marshalers) {
+    if (known.iid == iid) {
+      *marshaler = known;
+      return true;
+    }
+  }
+  return false;
+}
+
+std::string SocketPath(REFCLSID clsid) {
+  return platform::Home::Current().SocketFolder() + "/" + GuidText(clsid);
+}
+
+}  // namespace com
+
+HRESULT CoInitialize(void* /*reserved*/) {
+  if (apartment) return S_FALSE;
+  try {
+    apartment = std::make_unique<channel::Server>();
+    AttachMessageSource(apartment.get());
+    return S_OK;
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+  } catch (const std::system_error&) {
+    return E_FAIL;
+  }
+}
+
+void CoUninitialize() {
+  AttachMessageSource(nullptr);
+  apartment.reset();
+}
+
+HRESULT CoInitializeSecurity(void*, LONG, void*, void*, DWORD, DWORD, void*, DWORD, void*) {
+  return S_OK;
+}
+
+HRESULT CoRegisterClassObject(REFCLSID clsid, IUnknown* classObject, DWORD context, DWORD /*flags*/, DWORD* cookie) {
+  if (classObject == nullptr || cookie == nullptr) return E_INVALIDARG;
+  *cookie = 0;
+  ComPtr<IClassFactory> factory;
+  const HRESULT asked = classObject->QueryInterface(IID_IClassFactory, factory.OutVoid());
+  if (FAILED(asked)) return asked;
+
+  Runtime& runtime = ProcessRuntime();
+  const std::lock_guard hold(runtime.mutex);
+  try {
+    runtime.classes.reserve(runtime.classes.size() + 1);  // nothing may fail once the socket is there
+    auto entry = std::make_unique<ClassEntry>(runtime.lastCookie + 1, clsid, std::move(factory));
+    if ((context & CLSCTX_LOCAL_SERVER) != 0) {
+      const HRESULT published = Publish(runtime, *entry);
+      if (FAILED(published)) return published;
+    }
+    *cookie = ++runtime.lastCookie;
+    runtime.classes.push_back(std::move(entry));
+    return S_OK;
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+  }
+}
+
+HRESULT CoRevokeClassObject(DWORD cookie) {
+  Runtime& runtime = ProcessRuntime();
+  std::unique_ptr<ClassEntry> withdrawn;  // released behind the lock: a class object may do anything then
+  const std::lock_guard hold(runtime.mutex);
+  for (auto it = runtime.classes.begin(); it != runtime.classes.end(); ++it) {
+    if ((*it)->cookie != cookie) continue;
+    withdrawn = std::move(*it);
+    runtime.classes.erase(it);
+    break;
+  }
+  if (!withdrawn) return CO_E_OBJNOTREG;
+  if (!withdrawn->socketPath.empty() && apartment) apartment->Withdraw(withdrawn->socketPath);
+
+  for (const auto& entry : runtime.classes) {
+    if (!entry->socketPath.empty()) return S_OK;
+  }
+  runtime.serving.Release();
+  return S_OK;
+}

@@ -1,0 +1,288 @@
+// The component-object runtime of the desktop platform, as far as the server and its clients use it: interfaces and
+// identities, class objects, activation of a local server, task memory, BSTRs, VARIANTs, streams, type libraries.
+//
+// Names, values and results are the platform's own. The runtime knows no interface beyond the ones below; what carries
+// the calls of another interface between processes is told to it (marshaler.h).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+#include "platform/kernel/kernel.h"
+
+// ---- Results -------------------------------------------------------------------------------------------------------
+
+inline constexpr HRESULT S_OK = 0;
+inline constexpr HRESULT S_FALSE = 1;
+inline constexpr HRESULT E_NOTIMPL = static_cast<HRESULT>(0x80004001);
+inline constexpr HRESULT E_NOINTERFACE = static_cast<HRESULT>(0x80004002);
+inline constexpr HRESULT E_POINTER = static_cast<HRESULT>(0x80004003);
+inline constexpr HRESULT E_FAIL = static_cast<HRESULT>(0x80004005);
+inline constexpr HRESULT E_ACCESSDENIED = static_cast<HRESULT>(0x80070005);
+inline constexpr HRESULT E_OUTOFMEMORY = static_cast<HRESULT>(0x8007000E);
+inline constexpr HRESULT E_INVALIDARG = static_cast<HRESULT>(0x80070057);
+inline constexpr HRESULT CLASS_E_NOAGGREGATION = static_cast<HRESULT>(0x80040110);
+inline constexpr HRESULT REGDB_E_CLASSNOTREG = static_cast<HRESULT>(0x80040154);
+inline constexpr HRESULT CO_E_OBJISREG = static_cast<HRESULT>(0x800401FC);
+inline constexpr HRESULT CO_E_OBJNOTREG = static_cast<HRESULT>(0x800401FB);
+inline constexpr HRESULT CO_E_SERVER_EXEC_FAILURE = static_cast<HRESULT>(0x80080005);
+inline constexpr HRESULT TYPE_E_CANTLOADLIBRARY = static_cast<HRESULT>(0x80029C4A);
+inline constexpr HRESULT TYPE_E_REGISTRYACCESS = static_cast<HRESULT>(0x8002801C);
+
+constexpr bool SUCCEEDED(HRESULT result) {
+  return result >= 0;
+}
+constexpr bool FAILED(HRESULT result) {
+  return result < 0;
+}
+
+// The result for a platform error number, such as 0x80070005 for 5.
+constexpr HRESULT HRESULT_FROM_WIN32(DWORD error) {
+  return error == 0 ? S_OK : static_cast<HRESULT>(0x80070000u | (error & 0xFFFFu));
+}
+
+// ---- Identities ----------------------------------------------------------------------------------------------------
+
+struct GUID {
+  std::uint32_t Data1;
+  std::uint16_t Data2;
+  std::uint16_t Data3;
+  std::uint8_t Data4[8];
+};
+static_assert(sizeof(GUID) == 16);
+
+using IID = GUID;
+using CLSID = GUID;
+using REFIID = const IID&;
+using REFCLSID = const CLSID&;
+using REFGUID = const GUID&;
+
+inline bool operator==(const GUID& a, const GUID& b) {
+  return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+// "{627C07C1-2803-4BE4-99FD-10796E46479A}", and back (false when `text` is no identity in this form, letter case
+// aside).
+std::string GuidText(const GUID& guid);
+bool GuidFromText(const std::string& text, GUID* guid);
+
+// ---- Interfaces ----------------------------------------------------------------------------------------------------
+
+struct IUnknown {
+  virtual HRESULT QueryInterface(REFIID iid, void** object) = 0;
+  virtual ULONG AddRef() = 0;
+  virtual ULONG Release() = 0;
+
+ protected:
+  ~IUnknown() = default;
+};
+inline constexpr IID IID_IUnknown = {0x00000000, 0x0000, 0x0000, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
+
+struct IClassFactory : IUnknown {
+  virtual HRESULT CreateInstance(IUnknown* outer, REFIID iid, void** object) = 0;
+  virtual HRESULT LockServer(BOOL lock) = 0;
+
+ protected:
+  ~IClassFactory() = default;
+};
+inline constexpr IID IID_IClassFactory = {0x00000001, 0x0000, 0x0000, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
+
+// A counted reference to an interface; releases it when it goes.
+template <typename Interface>
+class ComPtr {
+ public:
+  ComPtr() = default;
+  ComPtr(ComPtr&& other) noexcept : pointer_(other.pointer_) { other.pointer_ = nullptr; }
+  ComPtr& operator=(ComPtr&& other) noexcept {
+    if (this != &other) {
+      Reset();
+      pointer_ = other.pointer_;
+      other.pointer_ = nullptr;
+    }
+    return *this;
+  }
+  ~ComPtr() { Reset(); }
+
+  Interface* Get() const { return pointer_; }
+  Interface* operator->() const { return pointer_; }
+  Interface& operator*() const { return *pointer_; }
+  explicit operator bool() const { return pointer_ != nullptr; }
+  void Reset() {
+    if (pointer_ != nullptr) pointer_->Release();
+    pointer_ = nullptr;
+  }
+  // Where a call that hands out a reference puts it; what was held goes first.
+  Interface** Out() {
+    Reset();
+    return &pointer_;
+  }
+  void** OutVoid() { return reinterpret_cast<void**>(Out()); }
+
+ private:
+  Interface* pointer_ = nullptr;
+};
+
+// ---- Task memory and BSTRs -----------------------------------------------------------------------------------------
+
+using OLECHAR = char16_t;
+using BSTR = OLECHAR*;  // NUL-terminated, with its length in bytes (32 bits) in front; null counts as empty
+
+// A block of `bytes` bytes (also of 0: a block that is freed all the same), or null when memory runs out.
+void* CoTaskMemAlloc(std::size_t bytes);
+void CoTaskMemFree(void* block);  // null is allowed
+
+BSTR SysAllocString(const OLECHAR* text);
+BSTR SysAllocStringLen(const OLECHAR* text, UINT characters);  // null text: unset characters
+BSTR SysAllocStringByteLen(const char* bytes, UINT count);
+void SysFreeString(BSTR text);
+UINT SysStringLen(BSTR text);  // characters
+UINT SysStringByteLen(BSTR text);
+
+// ---- VARIANT -------------------------------------------------------------------------------------------------------
+
+using VARTYPE = std::uint16_t;
+inline constexpr VARTYPE VT_EMPTY = 0;
+inline constexpr VARTYPE VT_I4 = 3;
+inline constexpr VARTYPE VT_BSTR = 8;
+inline constexpr VARTYPE VT_UNKNOWN = 13;
+
+struct VARIANT {
+  VARTYPE vt;
+  WORD wReserved1;
+  WORD wReserved2;
+  WORD wReserved3;
+  union {
+    LONG lVal;
+    BSTR bstrVal;
+    IUnknown* punkVal;
+    std::uint64_t reserved[2];
+  };
+};
+
+void VariantInit(VARIANT* value);
+HRESULT VariantClear(VARIANT* value);  // frees what the value owns and makes it empty
+
+// ---- Streams -------------------------------------------------------------------------------------------------------
+
+struct FILETIME {
+  DWORD dwLowDateTime;
+  DWORD dwHighDateTime;
+};
+
+struct STATSTG {
+  OLECHAR* pwcsName;
+  DWORD type;
+  ULONGLONG cbSize;
+  FILETIME mtime;
+  FILETIME ctime;
+  FILETIME atime;
+  DWORD grfMode;
+  DWORD grfLocksSupported;
+  CLSID clsid;
+  DWORD grfStateBits;
+  DWORD reserved;
+};
+inline constexpr DWORD STGTY_STREAM = 2;
+
+struct ISequentialStream : IUnknown {
+  virtual HRESULT Read(void* destination, ULONG count, ULONG* countRead) = 0;
+  virtual HRESULT Write(const void* source, ULONG count, ULONG* countWritten) = 0;
+
+ protected:
+  ~ISequentialStream() = default;
+};
+
+struct IStream : ISequentialStream {
+  virtual HRESULT Seek(LONGLONG move, DWORD origin, ULONGLONG* newPosition) = 0;
+  virtual HRESULT SetSize(ULONGLONG size) = 0;
+  virtual HRESULT CopyTo(IStream* destination, ULONGLONG count, ULONGLONG* countRead, ULONGLONG* countWritten) = 0;
+  virtual HRESULT Commit(DWORD flags) = 0;
+  virtual HRESULT Revert() = 0;
+  virtual HRESULT LockRegion(ULONGLONG offset, ULONGLONG count, DWORD lockType) = 0;
+  virtual HRESULT UnlockRegion(ULONGLONG offset, ULONGLONG count, DWORD lockType) = 0;
+  virtual HRESULT Stat(STATSTG* status, DWORD flag) = 0;
+  virtual HRESULT Clone(IStream** stream) = 0;
+
+ protected:
+  ~IStream() = default;
+};
+inline constexpr IID IID_ISequentialStream = {0x0C733A30, 0x2A1C, 0x11CE, {0xAD, 0xE5, 0, 0xAA, 0, 0x44, 0x77, 0x3D}};
+inline constexpr IID IID_IStream = {0x0000000C, 0x0000, 0x0000, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
+
+// ---- Class objects and activation ----------------------------------------------------------------------------------
+
+inline constexpr DWORD CLSCTX_INPROC_SERVER = 0x1;
+inline constexpr DWORD CLSCTX_LOCAL_SERVER = 0x4;
+inline constexpr DWORD CLSCTX_REMOTE_SERVER = 0x10;
+inline constexpr DWORD CLSCTX_ALL = 23;
+inline constexpr DWORD REGCLS_MULTIPLEUSE = 1;
+
+// The calling thread enters (leaves) a single-threaded apartment: calls from other processes reach its objects through
+// its message loop. S_FALSE when it is in one already.
+HRESULT CoInitialize(void* reserved);
+void CoUninitialize();
+
+// Calls are open to the user of the process and to root, whatever is asked here; kept for the platform's form.
+HRESULT CoInitializeSecurity(void* descriptor, LONG authServices, void* serviceList, void* reserved1, DWORD authnLevel,
+                             DWORD impLevel, void* authList, DWORD capabilities, void* reserved3);
+
+// Publishes a class object, of which the runtime holds a reference until it is withdrawn. For CLSCTX_LOCAL_SERVER the
+// process listens on the class's socket of its home: CO_E_OBJISREG when another process serves the home,
+// E_ACCESSDENIED when the socket folder is not the user's own. With CLSCTX_INPROC_SERVER alone the class is there for
+// this process only.
+HRESULT CoRegisterClassObject(REFCLSID clsid, IUnknown* classObject, DWORD context, DWORD flags, DWORD* cookie);
+HRESULT CoRevokeClassObject(DWORD cookie);  // CO_E_OBJNOTREG for a cookie that stands for nothing
+
+// Makes an object of a class and asks it for an interface. A class object that this process published for itself is
+// called directly. Otherwise, with CLSCTX_LOCAL_SERVER in `context`, the object is made in the home's server process,
+// which is started when there is none; it then needs a marshaler of the interface.
+//   REGDB_E_CLASSNOTREG        the class is not registered
+//   CO_E_SERVER_EXEC_FAILURE   its executable cannot be started or does not come up in 30 s
+//   CLASS_E_NOAGGREGATION      an outer object was given for an object of another process
+//   E_NOINTERFACE              the object has no such interface, or nothing carries it between processes
+//   E_ACCESSDENIED             the sockets are another user's
+//   0x80010110                 the server speaks another version of the protocol
+HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID iid, void** object);
+
+// What is known of the process that serves a class of this home, without starting one.
+struct LocalServerStatus {
+  DWORD processId;
+  DWORD liveObjects;
+};
+// S_FALSE when none runs; otherwise as CoCreateInstance.
+HRESULT CoGetLocalServerStatus(REFCLSID clsid, LocalServerStatus* status);
+
+// ---- Type libraries ------------------------------------------------------------------------------------------------
+// A type library is a text in the platform's interface description language. It is stored as a file of its own, or
+// inside an executable as the section ".typelib". Paths are the host system's.
+
+using LCID = DWORD;
+enum SYSKIND { SYS_WIN16 = 0, SYS_WIN32 = 1, SYS_MAC = 2, SYS_WIN64 = 3 };
+
+struct TLIBATTR {
+  GUID guid;
+  LCID lcid;
+  SYSKIND syskind;
+  WORD wMajorVerNum;
+  WORD wMinorVerNum;
+};
+
+struct ITypeLib : IUnknown {
+  virtual HRESULT GetLibAttr(TLIBATTR** attributes) = 0;  // freed with ReleaseTLibAttr
+  virtual void ReleaseTLibAttr(TLIBATTR* attributes) = 0;
+  virtual HRESULT GetDocumentation(BSTR* name, BSTR* helpString) = 0;  // of the library; the caller's
+  virtual const std::string& Text() const = 0;                         // the whole description, as stored
+
+ protected:
+  ~ITypeLib() = default;
+};
+inline constexpr IID IID_ITypeLib = {0x00020402, 0x0000, 0x0000, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
+
+HRESULT LoadTypeLib(const OLECHAR* path, ITypeLib** library);  // TYPE_E_CANTLOADLIBRARY when there is none
+
+// Enters and removes the library below HKEY_CLASSES_ROOT\TypeLib. TYPE_E_REGISTRYACCESS when the registry cannot be
+// written or the library is not registered.
+HRESULT RegisterTypeLib(ITypeLib* library, const OLECHAR* fullPath, const OLECHAR* helpFolder);
+HRESULT UnRegisterTypeLib(REFGUID guid, WORD majorVersion, WORD minorVersion, LCID lcid, SYSKIND system);

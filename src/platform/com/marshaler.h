@@ -1,0 +1,61 @@
+// How the runtime learns to carry an interface between processes. For users of objects com.h is enough.
+#pragma once
+
+#include <memory>
+#include <mutex>
+
+#include "platform/channel/channel.h"
+#include "platform/com/com.h"
+
+namespace com {
+
+// The server's half: decodes calls and makes them on an object, of which it holds a reference.
+class CallStub {
+ public:
+  virtual ~CallStub() = default;
+
+  // As channel::Session::Call. Slots are those of the interface, counted from its IUnknown.
+  virtual HRESULT Invoke(std::uint16_t slot, channel::Decoder& arguments, channel::Encoder& out) = 0;
+};
+
+// The client's half of one object in another process. A proxy owns it; when it goes, the object is released.
+class RemoteObject {
+ public:
+  explicit RemoteObject(std::unique_ptr<channel::Connection> connection) : connection_(std::move(connection)) {}
+
+  // One call: encode the arguments with In, Send, decode the out-arguments with Out. Calls of several threads on one
+  // object follow each other.
+  class Call {
+   public:
+    Call(RemoteObject& object, std::uint16_t slot)
+        : hold_(object.mutex_), connection_(*object.connection_), in_(connection_.BeginCall(slot)) {}
+
+    channel::Encoder& In() { return in_; }
+    HRESULT Send() { return connection_.Exchange(&out_); }
+    channel::Decoder& Out() { return out_; }
+
+   private:
+    std::lock_guard<std::mutex> hold_;
+    channel::Connection& connection_;
+    channel::Encoder& in_;
+    channel::Decoder out_;
+  };
+
+ private:
+  std::mutex mutex_;
+  std::unique_ptr<channel::Connection> connection_;
+};
+
+// Stub and proxy of one interface.
+struct Marshaler {
+  IID iid;
+  // `object` is asked for `iid`; the stub holds that reference. Null when the object lacks it.
+  std::unique_ptr<CallStub> (*newStub)(IUnknown* object);
+  // A proxy with one reference, as a pointer to the interface; null when memory runs out.
+  void* (*newProxy)(std::unique_ptr<RemoteObject> remote);
+};
+
+// Makes the interface known to the runtime of this process; once more for the same interface replaces it.
+void RegisterMarshaler(const Marshaler& marshaler);
+
+}  // namespace com

@@ -1,0 +1,176 @@
+#include "server_process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+#include "platform/home/home.h"
+
+namespace com {
+
+namespace {
+
+bool IsExecutableFile(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && access(path.c_str(), X_OK) == 0;
+}
+
+void SplitArguments(const std::string& text, std::vector<std::string>* arguments) {
+  std::string current;
+  bool quoted = false;
+  bool any = false;
+  for (const char c : text) {
+    if (c == '"') {
+      quoted = !quoted;
+      any = true;
+    } else if (c == ' ' && !quoted) {
+      if (any) arguments->push_back(current);
+      current.clear();
+      any = false;
+    } else {
+      current += c;
+      any = true;
+    }
+  }
+  if (any) arguments->push_back(current);
+}
+
+// Program and arguments of a registered command. Without quotes the path may hold blanks: the shortest start of the
+// command, up to a blank or the end, that is an executable counts. Empty when there is none.
+std::vector<std::string> SplitCommand(const std::string& command) {
+  std::vector<std::string> words;
+  if (!command.empty() && command[0] == '"') {
+    SplitArguments(command, &words);
+    if (!words.empty() && !IsExecutableFile(words[0])) words.clear();
+    return words;
+  }
+  for (std::size_t end = 0; end != std::string::npos;) {
+    end = command.find(' ', end == 0 ? 0 : end + 1);
+    const std::string program = command.substr(0, end);
+    if (!IsExecutableFile(program)) continue;
+    words.push_back(program);
+    if (end != std::string::npos) SplitArguments(command.substr(end), &words);
+    break;
+  }
+  return words;
+}
+
+std::vector<std::string> EnvironmentWithHome() {
+  constexpr const char* kVariable = "KESTOR_HOME=";
+  std::vector<std::string> variables;
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    if (std::strncmp(*variable, kVariable, std::strlen(kVariable)) != 0) variables.emplace_back(*variable);
+  }
+  variables.push_back(kVariable + platform::Home::Current().Folder().native());
+  return variables;
+}
+
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (std::string& text : texts)
+    pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+// What the two processes between the starter and the server write into the pipe.
+struct Report {
+  enum Kind : int { started, failed } kind;
+  int value;  // process id, or error number
+};
+
+constexpr int kReportDescriptor = 3;
+
+void Send(int pipe, Report::Kind kind, int value) {
+  const Report report{kind, value};
+  [[maybe_unused]] const ssize_t written = write(pipe, &report, sizeof report);
+}
+
+// From here to exec only what is safe between fork and exec in a process with several threads.
+[[noreturn]] void BecomeServer(int pipe, char* const* arguments, char* const* environment) {
+  const int nothing = open("/dev/null", O_RDWR);
+  for (int standard = 0; standard <= 2; ++standard)
+    dup2(nothing, standard);
+  if (pipe != kReportDescriptor) dup2(pipe, kReportDescriptor);
+  fcntl(kReportDescriptor, F_SETFD, FD_CLOEXEC);
+  syscall(SYS_close_range, kReportDescriptor + 1, ~0U, 0);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  for (const int handled : {SIGPIPE, SIGHUP, SIGINT, SIGTERM, SIGCHLD})
+    signal(handled, SIG_DFL);
+  if (chdir("/") == 0) execve(arguments[0], arguments, environment);
+  Send(kReportDescriptor, Report::failed, errno);
+  _exit(127);
+}
+
+// The process between: it starts the server in a session of its own and ends, so that the server is nobody's child.
+[[noreturn]] void BecomeStarter(int pipe, char* const* arguments, char* const* environment) {
+  setsid();
+  const pid_t server = fork();
+  if (server == 0) BecomeServer(pipe, arguments, environment);
+  if (server > 0) {
+    Send(pipe, Report::started, server);
+  } else {
+    Send(pipe, Report::failed, errno);
+  }
+  _exit(0);
+}
+
+}  // namespace
+
+ServerProcess::~ServerProcess() {
+  if (process_ >= 0) close(process_);
+}
+
+bool ServerProcess::Start(const std::string& command) {
+  std::vector<std::string> words = SplitCommand(command);
+  if (words.empty()) return false;
+  words.emplace_back("-Embedding");
+  std::vector<std::string> variables = EnvironmentWithHome();
+  const std::vector<char*> arguments = Pointers(words);
+  const std::vector<char*> environment = Pointers(variables);
+
+  int pipe[2];
+  if (pipe2(pipe, O_CLOEXEC) != 0) return false;
+  const pid_t starter = fork();
+  if (starter == 0) BecomeStarter(pipe[1], arguments.data(), environment.data());
+  close(pipe[1]);
+  if (starter < 0) {
+    close(pipe[0]);
+    return false;
+  }
+
+  // The pipe ends when the server has become its own executable, or could not.
+  bool failed = false;
+  Report report{};
+  for (ssize_t got = 0; (got = read(pipe[0], &report, sizeof report)) != 0;) {
+    if (got < 0 && errno == EINTR) continue;
+    if (got != static_cast<ssize_t>(sizeof report)) break;
+    if (report.kind == Report::failed) failed = true;
+    if (report.kind == Report::started) {
+      process_ = static_cast<int>(syscall(SYS_pidfd_open, report.value, 0));
+      if (process_ >= 0) fcntl(process_, F_SETFD, FD_CLOEXEC);
+    }
+  }
+  close(pipe[0]);
+  while (waitpid(starter, nullptr, 0) < 0 && errno == EINTR) {
+  }
+  return !failed;
+}
+
+bool ServerProcess::HasEnded() const {
+  if (process_ < 0) return false;
+  pollfd ended{process_, POLLIN, 0};
+  return poll(&ended, 1, 0) > 0;
+}
+
+}  // namespace com
