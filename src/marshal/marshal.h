@@ -1,0 +1,24 @@
+// Proxies and stubs that carry the server's three interfaces between processes.
+//
+// Records travel in their reference layout without the pointer, arrays with exactly the extents that the contract
+// names; docs/protocol.md has the bytes of every slot. Both sides check every length before they use or allocate it.
+//
+// A proxy gives back what the contract says the client owns: two task-memory blocks for a record with its array, a BSTR
+// for a string; buffers that the caller supplies are filled only when the call succeeds. Out-arguments are null or zero
+// when a call fails on its way.
+#pragma once
+
+#include <array>
+
+#include "platform/com/marshaler.h"
+
+namespace marshal {
+
+// Stubs and proxies of IZNPL_Rel, IZNPL_Relatorio2 and IZNPL_RelConverte, in this order.
+std::array<com::Marshaler, 3> Marshalers();
+
+// Tells the runtime of this process how the three interfaces are carried. Clients and server call it once, at the
+// start.
+void RegisterInterfaces();
+
+}  // namespace marshal
