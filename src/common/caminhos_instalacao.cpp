@@ -1,0 +1,79 @@
+#include "common/caminhos_instalacao.h"
+
+#include <algorithm>
+#include <array>
+#include <vector>
+
+#include "platform/registry/registry.h"
+#include "platform/text/text.h"
+
+namespace kestor {
+
+namespace {
+
+constexpr std::array<ModuloFamilia, 21> kModulos = {{
+    {"CT", "Contabil", 1, 2004},      {"FS", "Fiscal", 2, 2004},         {"FP", "Folha", 3, 2004},
+    {"PT", "Patrimonio", 4, 2004},    {"ES", "Estoque", 5, 2004},        {"FT", "Faturamento", 6, 2004},
+    {"CR", "ContasReceber", 7, 2004}, {"CP", "ContasPagar", 8, 2004},    {"CX", "Caixa", 9, 2004},
+    {"BC", "Bancos", 10, 2004},       {"LF", "LivrosFiscais", 11, 2004}, {"AT", "Atendimento", 12, 2004},
+    {"PD", "Pedidos", 13, 2004},      {"CM", "Compras", 14, 2004},       {"VD", "Vendas", 15, 2004},
+    {"OS", "OrdemServico", 16, 2004}, {"PR", "Producao", 17, 2004},      {"CU", "Custos", 18, 2004},
+    {"OR", "Orcamento", 19, 2004},    {"AB", "AtivoFixo", 20, 2004},     {"GE", "Gerencial", 21, 2004},
+}};
+
+// An open key of the registry.
+class Chave {
+ public:
+  explicit Chave(const std::string& caminho)
+      : aberta_(RegOpenKeyA(HKEY_LOCAL_MACHINE, caminho.c_str(), &chave_) == 0) {}
+  ~Chave() {
+    if (aberta_) RegCloseKey(chave_);
+  }
+  Chave(const Chave&) = delete;
+  Chave& operator=(const Chave&) = delete;
+
+  // The data of a value, whatever its type, as text up to its first NUL.
+  bool LeTexto(const char* valor, std::string* texto) const {
+    DWORD tamanho = 0;
+    if (!aberta_ || RegQueryValueExA(chave_, valor, nullptr, nullptr, nullptr, &tamanho) != 0) return false;
+    std::vector<char> dados(tamanho + 1, '\0');
+    if (RegQueryValueExA(chave_, valor, nullptr, nullptr, reinterpret_cast<BYTE*>(dados.data()), &tamanho) != 0) {
+      return false;
+    }
+    *texto = dados.data();
+    return true;
+  }
+
+ private:
+  HKEY chave_ = nullptr;
+  const bool aberta_;
+};
+
+std::uint32_t LePasta(const std::string& chave, const char* valor, std::string& caminho) {
+  std::string pasta;
+  if (!Chave(chave).LeTexto(valor, &pasta)) return CCaminhosInstalacao::kFalhaRegistry;
+  if (!pasta.empty() && pasta.back() != '\\') pasta += '\\';
+  caminho = std::move(pasta);
+  return 0;
+}
+
+}  // namespace
+
+std::span<const ModuloFamilia> ModulosDaFamilia() {
+  return kModulos;
+}
+
+std::uint32_t CCaminhosInstalacao::BuscaCaminhoRelatorios(std::string& caminho) {
+  return LePasta(kChaveBase, "Relatorios", caminho);
+}
+
+std::uint32_t CCaminhosInstalacao::BuscaCaminhoModulo(std::string modulo, std::string& caminho) {
+  caminho.clear();
+  const auto linha = std::find_if(kModulos.begin(), kModulos.end(), [&modulo](const ModuloFamilia& candidato) {
+    return text::EqualNoCase(candidato.codigo, modulo);
+  });
+  if (linha == kModulos.end()) return kFalhaRegistry;
+  return LePasta(kChaveBase + std::string(linha->subchave), "Path", caminho);
+}
+
+}  // namespace kestor

@@ -1,0 +1,73 @@
+// Objects that keep the server process alive.
+#pragma once
+
+#include <new>
+#include <utility>
+
+#include "platform/com/com.h"
+
+namespace kestor {
+
+// What counts the live objects of the process, and ends it some time after the last one is gone.
+class ContagemServidor {
+ public:
+  virtual LONG Trava() = 0;     // one more; the new count
+  virtual LONG Destrava() = 0;  // one less; the new count
+
+ protected:
+  ~ContagemServidor() = default;
+};
+
+// An object with one interface besides IUnknown, no outer object and an atomic reference count, which starts at 0. The
+// process stays up from its construction to its end.
+template <typename Interface>
+class ObjetoContado : public Interface {
+ public:
+  ObjetoContado(const ObjetoContado&) = delete;
+  ObjetoContado& operator=(const ObjetoContado&) = delete;
+
+  HRESULT QueryInterface(REFIID iid, void** object) final {
+    if (object == nullptr) return E_POINTER;
+    *object = nullptr;
+    if (!(iid == IID_IUnknown) && !(iid == iid_)) return E_NOINTERFACE;
+    *object = static_cast<Interface*>(this);
+    AddRef();
+    return S_OK;
+  }
+
+  ULONG AddRef() final { return static_cast<ULONG>(InterlockedIncrement(&referencias_)); }
+
+  ULONG Release() final {
+    const LONG restantes = InterlockedDecrement(&referencias_);
+    if (restantes == 0) Destroi();
+    return static_cast<ULONG>(restantes);
+  }
+
+  // Makes an object of the class `Objeto` (constructor arguments `argumentos`) and asks it for an interface, the way in
+  // which a class object makes one: E_OUTOFMEMORY, or the failure of the question, with nothing left.
+  template <typename Objeto, typename... Argumentos>
+  static HRESULT Cria(REFIID iid, void** object, Argumentos&&... argumentos) {
+    auto* novo = new (std::nothrow) Objeto(std::forward<Argumentos>(argumentos)...);
+    if (novo == nullptr) return E_OUTOFMEMORY;
+    const HRESULT resultado = novo->QueryInterface(iid, object);
+    if (FAILED(resultado)) novo->Destroi();
+    return resultado;
+  }
+
+ protected:
+  ObjetoContado(REFIID iid, ContagemServidor& servidor) : iid_(iid), servidor_(servidor) { servidor_.Trava(); }
+  virtual ~ObjetoContado() = default;
+
+ private:
+  void Destroi() {
+    referencias_ = 1;  // a reference taken and given back while it goes must not end it twice
+    servidor_.Destrava();
+    delete this;
+  }
+
+  const IID iid_;
+  ContagemServidor& servidor_;
+  LONG volatile referencias_ = 0;
+};
+
+}  // namespace kestor

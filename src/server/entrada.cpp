@@ -1,0 +1,85 @@
+#include "server/entrada.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <system_error>
+
+#include "contract/interfaces.h"
+#include "marshal/marshal.h"
+#include "platform/home/home.h"
+#include "registration.h"
+#include "server/linha_comando.h"
+#include "server/modulo_servidor.h"
+#include "store/repositorio_rel2.h"
+
+namespace kestor {
+
+namespace {
+
+constexpr DWORD kAutenticacaoNenhuma = 1;
+constexpr DWORD kPersonificacao = 3;
+
+HRESULT CriaRelatorio2(CModuloServidor& modulo, IUnknown* outer, REFIID iid, void** object) {
+  if (outer != nullptr) return CLASS_E_NOAGGREGATION;
+  return CRepositorioRel2::Cria<CRepositorioRel2>(iid, object, modulo);
+}
+
+constexpr std::array<LinhaClasse, 1> kClasses = {{
+    {CLSID_ZNPL_Relatorio2, CriaRelatorio2},
+}};
+
+// File names without a folder end up in a folder of the home, never in the one from which somebody started the server.
+void EntraNaPastaDeTrabalho() {
+  const std::filesystem::path pasta = platform::Home::Current().Work();
+  std::error_code falha;
+  std::filesystem::create_directories(pasta, falha);
+  std::filesystem::current_path(pasta, falha);
+}
+
+void AtendeMensagens() {
+  MSG mensagem{};
+  while (GetMessageA(&mensagem, nullptr, 0, 0) != FALSE)
+    DispatchMessageA(&mensagem);
+}
+
+}  // namespace
+
+void AtendeClientes(CModuloServidor& modulo, DWORD pausaFinalMs) {
+  modulo.IniciaMonitor();
+  modulo.RegistraClasses();
+  // A client whose object was made in the moment between the monitor's decision and its message is served on: it has
+  // its answer already and could not be sent to another server.
+  for (AtendeMensagens(); modulo.Travas() != 0; AtendeMensagens())
+    modulo.IniciaMonitor();
+  modulo.RetiraClasses();
+  Sleep(pausaFinalMs);
+}
+
+int ExecutaServidor() {
+  const char* linha = GetCommandLineA();
+  CoInitialize(nullptr);
+  CoInitializeSecurity(nullptr, -1, nullptr, nullptr, kAutenticacaoNenhuma, kPersonificacao, nullptr, 0, nullptr);
+  HRESULT resultado = S_OK;
+  {
+    CModuloServidor modulo(kClasses);
+    switch (ExaminaLinhaComando(linha)) {
+      case Chamada::cancelamento:
+        resultado = DesregistraServidor(GetModulePath());
+        break;
+      case Chamada::registro:
+        resultado = RegistraServidor(GetModulePath());
+        break;
+      case Chamada::servidor:
+        marshal::RegisterInterfaces();
+        EntraNaPastaDeTrabalho();
+        AtendeClientes(modulo);
+        break;
+    }
+  }
+  CoUninitialize();
+  return resultado;
+}
+
+}  // namespace kestor

@@ -1,0 +1,75 @@
+#include "server/modulo_servidor.h"
+
+#include "server/fabrica_classe.h"
+#include "server/monitor_encerramento.h"
+
+namespace kestor {
+
+CModuloServidor::CModuloServidor(std::span<const LinhaClasse> classes, DWORD tempoOciosoMs)
+    : threadPrincipal_(GetCurrentThreadId()), tempoOciosoMs_(tempoOciosoMs) {
+  for (const LinhaClasse& linha : classes)
+    classes_.push_back({linha});
+}
+
+CModuloServidor::~CModuloServidor() {
+  EncerraMonitor();
+}
+
+LONG CModuloServidor::Trava() {
+  return ++travas_;
+}
+
+LONG CModuloServidor::Destrava() {
+  const LONG restantes = --travas_;
+  if (restantes == 0) {
+    atividade_ = true;
+    SetEvent(eventoEncerramento_);
+  }
+  return restantes;
+}
+
+bool CModuloServidor::IniciaMonitor() {
+  EncerraMonitor();
+  eventoEncerramento_ = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+  if (eventoEncerramento_ == nullptr) return false;
+  monitor_ = CreateThread(nullptr, 0, ExecutaMonitor, this, 0, nullptr);
+  return monitor_ != nullptr;
+}
+
+DWORD CModuloServidor::ExecutaMonitor(void* modulo) {
+  auto& proprio = *static_cast<CModuloServidor*>(modulo);
+  const auto espera = [&proprio](DWORD milissegundos) {
+    return WaitForSingleObject(proprio.eventoEncerramento_, milissegundos) == WAIT_OBJECT_0;
+  };
+  AguardaOciosidade(espera, proprio.tempoOciosoMs_, proprio.atividade_, proprio.travas_);
+  PostThreadMessageA(proprio.threadPrincipal_, WM_QUIT, 0, 0);
+  return 0;
+}
+
+// The event stays until the monitor is gone and the main thread, which signals it, is here.
+void CModuloServidor::EncerraMonitor() {
+  if (monitor_ != nullptr) WaitForSingleObject(monitor_, INFINITE);
+  CloseHandle(monitor_);
+  CloseHandle(eventoEncerramento_);
+  monitor_ = nullptr;
+  eventoEncerramento_ = nullptr;
+}
+
+void CModuloServidor::RegistraClasses() {
+  for (ClassePublicada& publicada : classes_) {
+    ComPtr<IClassFactory> fabrica;
+    if (FAILED(CFabricaClasse::Cria(*this, publicada.linha.criacao, fabrica.Out()))) return;
+    if (FAILED(CoRegisterClassObject(publicada.linha.classe, fabrica.Get(), CLSCTX_LOCAL_SERVER | CLSCTX_REMOTE_SERVER,
+                                     REGCLS_MULTIPLEUSE, &publicada.cookie))) {
+      return;
+    }
+  }
+}
+
+void CModuloServidor::RetiraClasses() {
+  for (const ClassePublicada& publicada : classes_) {
+    if (FAILED(CoRevokeClassObject(publicada.cookie))) return;
+  }
+}
+
+}  // namespace kestor

@@ -1,0 +1,70 @@
+// The server process as a whole: what it serves, what keeps it alive and how it ends.
+#pragma once
+
+#include <atomic>
+#include <span>
+#include <vector>
+
+#include "common/objeto_contado.h"
+#include "platform/com/com.h"
+
+namespace kestor {
+
+class CModuloServidor;
+
+// How long the process stays up without any object.
+inline constexpr DWORD kTempoOciosoMs = 5000;
+
+// Makes an object of a class for a client: arguments and results of IClassFactory::CreateInstance, whose checks are
+// done.
+using OperacaoCriacao = HRESULT (*)(CModuloServidor& modulo, IUnknown* outer, REFIID iid, void** object);
+
+// One class that the server publishes.
+struct LinhaClasse {
+  CLSID classe;
+  OperacaoCriacao criacao;
+};
+
+// One instance per process; used on the main thread but for what says otherwise.
+class CModuloServidor final : public ContagemServidor {
+ public:
+  // Made on the main thread, to which the shutdown monitor posts the quit message.
+  explicit CModuloServidor(std::span<const LinhaClasse> classes, DWORD tempoOciosoMs = kTempoOciosoMs);
+  ~CModuloServidor();
+  CModuloServidor(const CModuloServidor&) = delete;
+  CModuloServidor& operator=(const CModuloServidor&) = delete;
+
+  // The lock count: live objects of all classes and outstanding LockServer calls. Atomic. When it falls to 0 the
+  // shutdown monitor begins to wait for the idle time.
+  LONG Trava() override;
+  LONG Destrava() override;
+  LONG Travas() const { return travas_; }
+
+  // Starts the shutdown monitor. False when the system gives no event or no thread; the process then never ends by
+  // itself.
+  bool IniciaMonitor();
+
+  // Publishes the class objects in the table's order and stops at the first that cannot be.
+  void RegistraClasses();
+  // Withdraws them in the same order and stops at the first that is not published.
+  void RetiraClasses();
+
+ private:
+  struct ClassePublicada {
+    LinhaClasse linha;
+    DWORD cookie = 0;
+  };
+
+  static DWORD ExecutaMonitor(void* modulo);
+  void EncerraMonitor();
+
+  std::atomic<LONG> travas_{0};
+  std::atomic<bool> atividade_{false};
+  const DWORD threadPrincipal_;
+  const DWORD tempoOciosoMs_;
+  HANDLE eventoEncerramento_ = nullptr;
+  HANDLE monitor_ = nullptr;
+  std::vector<ClassePublicada> classes_;
+};
+
+}  // namespace kestor

@@ -1,0 +1,129 @@
+// Reading and writing model files.
+
+#include <limits>
+#include <memory>
+
+#include "common/texto_bstr.h"
+#include "contract/results.h"
+#include "platform/files/files.h"
+#include "platform/text/text.h"
+#include "store/repositorio_rel2.h"
+
+namespace kestor {
+
+namespace {
+
+constexpr const char* kExtensao = ".RXL";
+constexpr std::size_t kBytesVersao = sizeof(USHORT);
+
+bool ArquivoExiste(const std::string& caminho) {
+  CFile arquivo;
+  return arquivo.Open(caminho.c_str(), CFile::modeRead | CFile::shareCompat) != FALSE;
+}
+
+struct LiberaMemoriaTarefa {
+  void operator()(void* bloco) const { CoTaskMemFree(bloco); }
+};
+template <typename Tipo>
+using BlocoTarefa = std::unique_ptr<Tipo, LiberaMemoriaTarefa>;
+
+template <typename Tipo>
+BlocoTarefa<Tipo> AlocaBlocoTarefa(std::size_t bytes) {
+  return BlocoTarefa<Tipo>(static_cast<Tipo*>(CoTaskMemAlloc(bytes)));
+}
+
+// Gives the model on the disk the letter case of `caminho`. A model that is not there has none yet.
+void AssumeCaixaDoNome(const std::string& caminho) {
+  try {
+    CFile::Rename(caminho.c_str(), caminho.c_str());
+  } catch (const CFileException& falha) {
+    if (falha.m_cause != CFileException::fileNotFound) throw;
+  }
+}
+
+}  // namespace
+
+std::string CRepositorioRel2::CaminhoModelo(const std::string& nome, bool comExtensao) const {
+  std::string caminho = caminhoRelatorios_ + modulo_ + componente_ + nome;
+  if (comExtensao) caminho += kExtensao;
+  return caminho;
+}
+
+HRESULT CRepositorioRel2::Le(BSTR bsRelatorio, REG_RELATORIO2** ppregRelatorio) {
+  if (ppregRelatorio == nullptr) return E_POINTER;
+  *ppregRelatorio = nullptr;
+  if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
+
+  const std::string nome = TextoDeBstr(bsRelatorio);
+  const bool temExtensao = text::EndsWithNoCase(CaminhoModelo(nome, false), kExtensao);
+  CFile arquivo;
+  if (!arquivo.Open(CaminhoModelo(nome, !temExtensao).c_str(), CFile::modeRead | CFile::shareCompat)) {
+    return NoticeForm(KESTOR_ARQ_NAO_EXISTE);
+  }
+  try {
+    const ULONGLONG tamanho = arquivo.GetLength();
+    if (tamanho < kBytesVersao || tamanho - kBytesVersao > std::numeric_limits<LONG>::max()) {
+      return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
+    }
+    const auto bytes = static_cast<UINT>(tamanho - kBytesVersao);
+    auto registro = AlocaBlocoTarefa<REG_RELATORIO2>(sizeof(REG_RELATORIO2));
+    auto conteudo = AlocaBlocoTarefa<std::uint8_t>(bytes);
+    if (!registro || !conteudo) return E_OUTOFMEMORY;
+
+    // The content goes straight to the client's block: a model is read once and copied never.
+    USHORT versao = 0;
+    if (arquivo.Read(&versao, kBytesVersao) != kBytesVersao || arquivo.Read(conteudo.get(), bytes) != bytes) {
+      return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
+    }
+    arquivo.Close();
+    registro->nVersao = versao;
+    registro->nQtdeBytes = static_cast<LONG>(bytes);
+    registro->lpRelatorio = conteudo.release();
+    *ppregRelatorio = registro.release();
+    return S_OK;
+  } catch (const CFileException&) {
+    return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
+  }
+}
+
+bool CRepositorioRel2::DemonstracaoExcluida(const std::string& nome) {
+  REG_ARRAY_RELATORIO2 excluidos{};
+  const HRESULT resultado = GetNomeRelatoriosDemonstracaoExcluidos(&excluidos);
+  const BlocoTarefa<tagREG_NOME_RELATORIO2> nomes(excluidos.pregRelatorios);
+  if (resultado != S_OK) return false;
+  for (USHORT i = 0; i < excluidos.nQtdeRelatorios; ++i) {
+    if (text::EqualNoCase(nome, nomes.get()[i].szNomeRelatorio)) return true;
+  }
+  return false;
+}
+
+HRESULT CRepositorioRel2::Grava(BSTR bsRelatorio, USHORT nVersao, unsigned char flagGravacao, LONG nTamanho,
+                                unsigned char* lpRelatorio) {
+  if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
+  if (nTamanho < 0 || (nTamanho > 0 && lpRelatorio == nullptr)) return E_INVALIDARG;
+
+  const std::string nome = TextoDeBstr(bsRelatorio);
+  const std::string caminho = CaminhoModelo(nome, nome.find('.') == std::string::npos);
+  if ((flagGravacao & KESTOR_NaoSobreescrever) != 0 && ArquivoExiste(caminho)) {
+    return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
+  }
+  if ((flagGravacao & KESTOR_VerificarModelosDemoExcluidos) != 0 && DemonstracaoExcluida(nome)) {
+    return NoticeForm(KESTOR_MODELO_DEMO_COM_MESMO_NOME_EXCLUIDO);
+  }
+  try {
+    // Before the content and not behind it: a rename that fails must not leave the new model in place and the client
+    // with a failure.
+    AssumeCaixaDoNome(caminho);
+    CFile arquivo;
+    CFileException falha;
+    if (!arquivo.Open(caminho.c_str(), CFile::modeCreate | CFile::modeWrite | CFile::shareCompat, &falha)) throw falha;
+    arquivo.Write(&nVersao, kBytesVersao);
+    arquivo.Write(lpRelatorio, static_cast<UINT>(nTamanho));
+    arquivo.Close();
+    return S_OK;
+  } catch (const CFileException&) {
+    return ErrorForm(KESTOR_PROBLEMAS_AO_GRAVAR);
+  }
+}
+
+}  // namespace kestor

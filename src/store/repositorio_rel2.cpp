@@ -1,0 +1,60 @@
+#include "store/repositorio_rel2.h"
+
+#include "common/caminhos_instalacao.h"
+#include "common/texto_bstr.h"
+#include "contract/results.h"
+
+namespace kestor {
+
+CRepositorioRel2::CRepositorioRel2(ContagemServidor& servidor) : ObjetoContado(IID_IZNPL_Relatorio2, servidor) {}
+
+HRESULT CRepositorioRel2::Inicializa(BSTR bsModulo, BSTR bsComponente) {
+  const std::string modulo = TextoDeBstr(bsModulo);
+  if (const auto falha = CCaminhosInstalacao::BuscaCaminhoRelatorios(caminhoRelatorios_)) return ServiceError(falha);
+  if (const auto falha = CCaminhosInstalacao::BuscaCaminhoModulo(modulo, caminhoModulo_)) return ServiceError(falha);
+  modulo_ = modulo;
+  componente_ = TextoDeBstr(bsComponente);
+  chaveModulo_ = modulo_ + componente_;
+  arquivoPadrao_ = caminhoRelatorios_ + "ZNRELPAD.DAT";
+  arquivoExcluidos_ = caminhoRelatorios_ + "ZNRELDEL.DAT";
+  return S_OK;
+}
+
+bool CRepositorioRel2::Inicializado() const {
+  return !modulo_.empty() && !componente_.empty() && !caminhoRelatorios_.empty();
+}
+
+HRESULT CRepositorioRel2::GetCamposDisponiveis(REG_CAMPOS_DISPONIVEIS2** ppregCamposDisponiveis) {
+  if (ppregCamposDisponiveis == nullptr) return E_POINTER;
+  *ppregCamposDisponiveis = nullptr;
+  return E_NOTIMPL;
+}
+
+HRESULT CRepositorioRel2::GetNomeRelatorios(REG_ARRAY_RELATORIO2** ppregRelatorios) {
+  if (ppregRelatorios == nullptr) return E_POINTER;
+  *ppregRelatorios = nullptr;
+  return E_NOTIMPL;
+}
+
+HRESULT CRepositorioRel2::ExcluiRelatorio(BSTR /*nome*/, char /*bModeloDemo*/, char* result) {
+  if (result == nullptr) return E_POINTER;
+  *result = 0;
+  return E_NOTIMPL;
+}
+
+HRESULT CRepositorioRel2::GetRelatorioPadrao(BSTR* bsRelatorio) {
+  if (bsRelatorio == nullptr) return E_POINTER;
+  return E_NOTIMPL;
+}
+
+HRESULT CRepositorioRel2::SetRelatorioPadrao(BSTR /*bsRelatorio*/) {
+  return E_NOTIMPL;
+}
+
+HRESULT CRepositorioRel2::GetNomeRelatoriosDemonstracaoExcluidos(REG_ARRAY_RELATORIO2* pregRelatorios) {
+  if (pregRelatorios == nullptr) return E_POINTER;
+  *pregRelatorios = {};
+  return E_NOTIMPL;
+}
+
+}  // namespace kestor

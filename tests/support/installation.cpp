@@ -1,0 +1,112 @@
+#include "support/installation.h"
+
+#include <signal.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <stdexcept>
+
+#include "contract/results.h"
+#include "marshal/marshal.h"
+#include "platform/registry/registry.h"
+
+namespace support {
+
+namespace {
+
+void SetText(HKEY root, const std::string& path, const std::string& name, const std::string& text) {
+  HKEY key = nullptr;
+  if (RegCreateKeyA(root, path.c_str(), &key) != 0 ||
+      RegSetValueExA(key, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
+                     static_cast<DWORD>(text.size() + 1)) != 0) {
+    throw std::runtime_error("cannot write the registry");
+  }
+  RegCloseKey(key);
+}
+
+bool IsGone(pid_t pid) {
+  return kill(pid, 0) != 0 || ReadFile("/proc/" + std::to_string(pid) + "/stat").find(") Z ") != std::string::npos;
+}
+
+}  // namespace
+
+void SetRegistryText(const std::string& keyBelowLocalMachine, const std::string& name, const std::string& text) {
+  SetText(HKEY_LOCAL_MACHINE, keyBelowLocalMachine, name, text);
+}
+
+Installation::Installation() {
+  EnterFolders();
+  Child registering([] {
+    execl(KESTOR_EXECUTABLE, KESTOR_EXECUTABLE, "-RegServer", nullptr);
+    return 127;
+  });
+  if (registering.Wait() != 0) throw std::runtime_error("the server does not register");
+}
+
+Installation::Installation(const std::string& command) {
+  EnterFolders();
+  SetText(HKEY_CLASSES_ROOT, "CLSID\\" + GuidText(CLSID_ZNPL_Relatorio2) + "\\LocalServer32", "", command);
+}
+
+void Installation::EnterFolders() const {
+  marshal::RegisterInterfaces();
+  std::filesystem::create_directory(Reports() / "Contabil");
+  SetRegistryText("SOFTWARE\\Norvela", "Relatorios", "D:\\");
+  SetRegistryText("SOFTWARE\\Norvela\\Contabil", "Path", "D:\\Contabil");
+}
+
+Installation::~Installation() {
+  EndServer();
+}
+
+pid_t Installation::ServerPid() const {
+  LocalServerStatus status{};
+  return CoGetLocalServerStatus(CLSID_ZNPL_Relatorio2, &status) == S_OK ? static_cast<pid_t>(status.processId) : 0;
+}
+
+DWORD Installation::LiveObjects() const {
+  LocalServerStatus status{};
+  CoGetLocalServerStatus(CLSID_ZNPL_Relatorio2, &status);
+  return status.liveObjects;
+}
+
+void Installation::EndServer() const {
+  const pid_t server = ServerPid();
+  if (server == 0) return;
+  kill(server, SIGKILL);
+  WaitUntil([server] { return IsGone(server); });
+}
+
+ComPtr<IZNPL_Relatorio2> OpenStore() {
+  ComPtr<IZNPL_Relatorio2> store;
+  if (FAILED(CoCreateInstance(CLSID_ZNPL_Relatorio2, nullptr, CLSCTX_LOCAL_SERVER, IID_IZNPL_Relatorio2,
+                              store.OutVoid())) ||
+      FAILED(store->Inicializa(Text(u"CT"), Text(u"01")))) {
+    store.Reset();
+  }
+  return store;
+}
+
+HRESULT WriteModel(IZNPL_Relatorio2& store, const std::u16string& name, std::string content, USHORT version,
+                   unsigned char flags) {
+  return store.Grava(Text(name), version, flags, static_cast<LONG>(content.size()),
+                     reinterpret_cast<unsigned char*>(content.data()));
+}
+
+std::string ReadModel(IZNPL_Relatorio2& store, const std::u16string& name, USHORT* version) {
+  REG_RELATORIO2* model = nullptr;
+  const HRESULT result = store.Le(Text(name), &model);
+  if (result != S_OK) return kestor::ResultCode(result);
+  std::string content(reinterpret_cast<const char*>(model->lpRelatorio), static_cast<std::size_t>(model->nQtdeBytes));
+  if (version != nullptr) *version = model->nVersao;
+  CoTaskMemFree(model->lpRelatorio);
+  CoTaskMemFree(model);
+  return content;
+}
+
+bool LongTests() {
+  const char* asked = getenv("KESTOR_LONG_TESTS");
+  return asked != nullptr && std::string(asked) == "1";
+}
+
+}  // namespace support

@@ -1,0 +1,61 @@
+// A whole installation of the server: a home with folders entered and the real executable registered.
+#pragma once
+
+#include <string>
+
+#include "contract/interfaces.h"
+#include "support/support.h"
+
+namespace support {
+
+// Enters a text in the registry of the current home.
+void SetRegistryText(const std::string& keyBelowLocalMachine, const std::string& name, const std::string& text);
+
+// D:\ is the reports folder (Data()); module CT has the folder D:\Contabil\. Classes are registered to be served by the
+// executable under test, or by `command` in its place. A server that still runs is ended with the object.
+class Installation {
+ public:
+  Installation();
+  explicit Installation(const std::string& command);
+  ~Installation();
+  Installation(const Installation&) = delete;
+  Installation& operator=(const Installation&) = delete;
+
+  std::filesystem::path Reports() const { return home_.Data(); }
+  const TempHome& Home() const { return home_; }
+
+  pid_t ServerPid() const;    // 0 when none runs
+  DWORD LiveObjects() const;  // 0 when none runs
+  void EndServer() const;     // kills it and waits until it is gone
+
+ private:
+  void EnterFolders() const;
+
+  TempHome home_;
+};
+
+// A BSTR that goes with the object.
+class Text {
+ public:
+  explicit Text(const std::u16string& text) : text_(SysAllocStringLen(text.data(), static_cast<UINT>(text.size()))) {}
+  ~Text() { SysFreeString(text_); }
+  Text(const Text&) = delete;
+  Text& operator=(const Text&) = delete;
+  operator BSTR() const { return text_; }  // NOLINT: stands where a BSTR stands
+
+ private:
+  BSTR text_;
+};
+
+// A new object of the report store in the server process, initialised for CT 01; empty when anything failed.
+ComPtr<IZNPL_Relatorio2> OpenStore();
+
+// As Grava and Le of the store. The content read, or the result as text ("0x00040001") when it is not S_OK.
+HRESULT WriteModel(IZNPL_Relatorio2& store, const std::u16string& name, std::string content, USHORT version = 1,
+                   unsigned char flags = 0);
+std::string ReadModel(IZNPL_Relatorio2& store, const std::u16string& name, USHORT* version = nullptr);
+
+// True when the long forms of tests are asked for (KESTOR_LONG_TESTS=1): minutes instead of seconds.
+bool LongTests();
+
+}  // namespace support
