@@ -21,37 +21,25 @@ constexpr std::array<ModuloFamilia, 21> kModulos = {{
     {"OR", "Orcamento", 19, 2004},    {"AB", "AtivoFixo", 20, 2004},     {"GE", "Gerencial", 21, 2004},
 }};
 
-// An open key of the registry.
-class Chave {
- public:
-  explicit Chave(const std::string& caminho)
-      : aberta_(RegOpenKeyA(HKEY_LOCAL_MACHINE, caminho.c_str(), &chave_) == 0) {}
-  ~Chave() {
-    if (aberta_) RegCloseKey(chave_);
+// The data of a value, whatever its type, as text up to its first NUL.
+bool LeTexto(const std::string& chave, const char* valor, std::string* texto) {
+  registry::OwnedKey aberta;
+  DWORD tamanho = 0;
+  if (RegOpenKeyA(HKEY_LOCAL_MACHINE, chave.c_str(), aberta.Out()) != 0 ||
+      RegQueryValueExA(aberta.Get(), valor, nullptr, nullptr, nullptr, &tamanho) != 0) {
+    return false;
   }
-  Chave(const Chave&) = delete;
-  Chave& operator=(const Chave&) = delete;
-
-  // The data of a value, whatever its type, as text up to its first NUL.
-  bool LeTexto(const char* valor, std::string* texto) const {
-    DWORD tamanho = 0;
-    if (!aberta_ || RegQueryValueExA(chave_, valor, nullptr, nullptr, nullptr, &tamanho) != 0) return false;
-    std::vector<char> dados(tamanho + 1, '\0');
-    if (RegQueryValueExA(chave_, valor, nullptr, nullptr, reinterpret_cast<BYTE*>(dados.data()), &tamanho) != 0) {
-      return false;
-    }
-    *texto = dados.data();
-    return true;
+  std::vector<char> dados(tamanho + 1, '\0');
+  if (RegQueryValueExA(aberta.Get(), valor, nullptr, nullptr, reinterpret_cast<BYTE*>(dados.data()), &tamanho) != 0) {
+    return false;
   }
-
- private:
-  HKEY chave_ = nullptr;
-  const bool aberta_;
-};
+  *texto = dados.data();
+  return true;
+}
 
 std::uint32_t LePasta(const std::string& chave, const char* valor, std::string& caminho) {
   std::string pasta;
-  if (!Chave(chave).LeTexto(valor, &pasta)) return CCaminhosInstalacao::kFalhaRegistry;
+  if (!LeTexto(chave, valor, &pasta)) return CCaminhosInstalacao::kFalhaRegistry;
   if (!pasta.empty() && pasta.back() != '\\') pasta += '\\';
   caminho = std::move(pasta);
   return 0;

@@ -1,7 +1,6 @@
 #include "registry_script.h"
 
 #include <algorithm>
-#include <memory>
 #include <utility>
 
 #include "platform/text/text.h"
@@ -15,11 +14,6 @@ struct Token {
   Kind kind = Kind::end;
   std::string value;  // of a quoted text: replaced
 };
-
-struct CloseKey {
-  void operator()(HKEY key) const { RegCloseKey(key); }
-};
-using OpenKey = std::unique_ptr<RegistryKey, CloseKey>;
 
 LONG SetText(HKEY key, const std::string& name, const std::string& text) {
   return RegSetValueExA(key, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
@@ -176,11 +170,10 @@ LONG RegistryScript::AddKey(HKEY parent, const Key& key) {
     const LONG result = DeleteIfThere(parent, key.name);
     if (result != ERROR_SUCCESS) return result;
   }
-  HKEY opened = nullptr;
-  const LONG result = RegCreateKeyA(parent, key.name.c_str(), &opened);
+  registry::OwnedKey opened;
+  const LONG result = RegCreateKeyA(parent, key.name.c_str(), opened.Out());
   if (result != ERROR_SUCCESS) return result;
-  const OpenKey closer(opened);
-  return AddContent(opened, key);
+  return AddContent(opened.Get(), key);
 }
 
 LONG RegistryScript::AddContent(HKEY opened, const Key& key) {
@@ -205,13 +198,12 @@ HRESULT RegistryScript::Remove() const {
 
 LONG RegistryScript::RemoveKey(HKEY parent, const Key& key) {
   if (!key.noRemove) return DeleteIfThere(parent, key.name);
-  HKEY opened = nullptr;
-  LONG result = RegOpenKeyA(parent, key.name.c_str(), &opened);
+  registry::OwnedKey opened;
+  LONG result = RegOpenKeyA(parent, key.name.c_str(), opened.Out());
   if (result == ERROR_FILE_NOT_FOUND) return ERROR_SUCCESS;
   if (result != ERROR_SUCCESS) return result;
-  const OpenKey closer(opened);
   for (const Key& below : key.keys) {
-    if (result == ERROR_SUCCESS) result = RemoveKey(opened, below);
+    if (result == ERROR_SUCCESS) result = RemoveKey(opened.Get(), below);
   }
   return result;
 }

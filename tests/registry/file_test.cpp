@@ -1,9 +1,10 @@
-#include <sys/resource.h>
+#include <fcntl.h>
+#include <grp.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <csignal>
 #include <deque>
 #include <string>
 #include <thread>
@@ -18,6 +19,10 @@ using namespace std::string_literals;
 namespace fs = std::filesystem;
 
 using RegistryFile = Registry;
+
+mode_t ModeOf(const fs::path& file) {
+  return static_cast<mode_t>(fs::status(file).permissions());
+}
 
 int SetNumbered(int writer, int count) {
   for (int i = 0; i < count; ++i) {
@@ -43,8 +48,7 @@ TEST_F(RegistryFile, WritersInManyProcessesLoseNothing) {
   for (support::Child& writer : writers)
     EXPECT_EQ(writer.Wait(), 0);
   ExpectNumbered(8, 50);
-  EXPECT_EQ(support::Names(home_.Home()),
-            (std::vector<std::string>{"drives", "registry.lock", "registry.reg", "work"}));
+  ExpectNoLeftovers();
 }
 
 TEST_F(RegistryFile, WritersInManyThreadsLoseNothing) {
@@ -98,8 +102,7 @@ TEST_F(RegistryFile, AKilledWriterLeavesTheOldOrTheNewState) {
   }
   support::WriteFile(home_.Home() / ".registry.reg.new", "half a fi");
   ASSERT_EQ(SetText(key.Get(), "v", "end"), kSuccess);
-  EXPECT_EQ(support::Names(home_.Home()),
-            (std::vector<std::string>{"drives", "registry.lock", "registry.reg", "work"}));
+  ExpectNoLeftovers();
 }
 
 TEST_F(RegistryFile, ChangesFromOutsideAreSeenAtOnce) {
@@ -132,11 +135,11 @@ TEST_F(RegistryFile, KeepsItsModeAndItsPlaceBehindALink) {
   fs::create_symlink("../data/kept.reg", File());
   ASSERT_EQ(OpenedKey("K", true).Result(), kSuccess);
   ASSERT_TRUE(fs::is_symlink(File()));
-  fs::permissions(target, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+  fs::permissions(target, static_cast<fs::perms>(0640));
   const OpenedKey key("K");
   ASSERT_EQ(SetText(key.Get(), "v", "x"), kSuccess);
   EXPECT_TRUE(fs::is_symlink(File()));
-  EXPECT_EQ(fs::status(target).permissions(), fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+  EXPECT_EQ(ModeOf(target), 0640U);
   EXPECT_EQ(support::Names(home_.Data()), (std::vector<std::string>{"kept.reg"}));
 }
 
@@ -146,6 +149,10 @@ TEST_F(RegistryFile, AFirstChangeMakesTheHome) {
   EXPECT_FALSE(fs::exists(home_.Home()));
   EXPECT_EQ(OpenedKey("K", true).Result(), kSuccess);
   EXPECT_TRUE(fs::exists(File()));
+
+  fs::remove_all(home_.Home());
+  support::WriteFile(home_.Home(), "no folder");
+  EXPECT_EQ(OpenedKey("K", true).Result(), LONG{ERROR_PATH_NOT_FOUND});
 }
 
 // Reads, and tries every change, as a user who has no special rights.
@@ -171,7 +178,7 @@ TEST_F(RegistryFile, WithoutPermissionItCanStillBeRead) {
   fs::permissions(home_.Home(), static_cast<fs::perms>(0555));
   EXPECT_EQ(support::Child(UseWithoutRights).Wait(), 0);
   fs::permissions(home_.Home(), static_cast<fs::perms>(0755));
-  fs::remove(home_.Home() / "registry.lock");
+  fs::remove(Lock());
   fs::permissions(home_.Home(), static_cast<fs::perms>(0555));
   EXPECT_EQ(support::Child(UseWithoutRights).Wait(), 0);
 
@@ -190,20 +197,50 @@ TEST_F(RegistryFile, WithoutPermissionItCanStillBeRead) {
             0);
 }
 
-TEST_F(RegistryFile, AFullDiskLeavesTheOldState) {
+TEST_F(RegistryFile, OnlyWhoMayWriteTheHomeCanTakeTheLock) {
+  const struct {
+    mode_t home;
+    mode_t lock;
+  } kCases[] = {{0700, 0600}, {0755, 0600}, {0775, 0660}, {0777, 0666}};
+  for (const auto& c : kCases) {
+    ASSERT_EQ(chmod(home_.Home().c_str(), c.home), 0);
+    fs::remove(Lock());
+    ASSERT_EQ(OpenedKey(std::to_string(c.home).c_str(), true).Result(), kSuccess);
+    EXPECT_EQ(ModeOf(Lock()), c.lock);
+  }
+}
+
+TEST_F(RegistryFile, ALockThatIsNeverReleasedMakesChangesFail) {
   const OpenedKey key("K", true);
-  ASSERT_EQ(SetText(key.Get(), "v", "x"), kSuccess);
-  const std::string before = support::ReadFile(File());
-  support::Child writer([&] {
-    signal(SIGXFSZ, SIG_IGN);
-    const rlimit limit{1000, 1000};
-    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return 1;
-    return SetText(key.Get(), "v", std::string(2000, 'a')) == LONG{ERROR_DISK_FULL} ? 0 : 2;
-  });
-  EXPECT_EQ(writer.Wait(), 0);
-  EXPECT_EQ(support::ReadFile(File()), before);
-  EXPECT_EQ(support::Names(home_.Home()),
-            (std::vector<std::string>{"drives", "registry.lock", "registry.reg", "work"}));
+  const int lock = open(Lock().c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(flock(lock, LOCK_EX), 0);
+  EXPECT_EQ(SetText(key.Get(), "v", "x"), LONG{ERROR_LOCK_VIOLATION});
+  EXPECT_EQ(OpenedKey("K").Result(), kSuccess);
+  close(lock);
+  EXPECT_EQ(SetText(key.Get(), "v", "x"), kSuccess);
+}
+
+// Sets a value as a user without rights, who is in `group` only.
+int SetTextAs(gid_t group, const char* text) {
+  if (setgroups(1, &group) != 0 || setgid(65534) != 0 || setuid(65534) != 0) return 1;
+  return SetText(OpenedKey("K").Get(), "v", text) == kSuccess ? 0 : 2;
+}
+
+TEST_F(RegistryFile, TheRightsOfAGroupPassToNoOther) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs the right to give files away";
+  constexpr gid_t kGroup = 4242;
+  ASSERT_EQ(chmod(home_.Home().parent_path().c_str(), 0755), 0);
+  ASSERT_EQ(chmod(home_.Home().c_str(), 0777), 0);
+  ASSERT_EQ(OpenedKey("K", true).Result(), kSuccess);
+  ASSERT_EQ(chown(File().c_str(), 0, kGroup), 0);
+  ASSERT_EQ(chmod(File().c_str(), 0666), 0);
+  struct stat file {};
+  for (const gid_t group : {kGroup, kGroup + 1}) {
+    EXPECT_EQ(support::Child([=] { return SetTextAs(group, std::to_string(group).c_str()); }).Wait(), 0);
+    ASSERT_EQ(stat(File().c_str(), &file), 0);
+    EXPECT_EQ(file.st_gid == kGroup, group == kGroup);
+    EXPECT_EQ(ModeOf(File()), group == kGroup ? 0666U : 0606U);
+  }
 }
 
 TEST_F(RegistryFile, WhatIsNoFileIsRefused) {

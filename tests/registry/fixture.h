@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <optional>
 #include <string>
@@ -16,22 +17,17 @@ inline constexpr LONG kDenied = ERROR_ACCESS_DENIED;
 inline constexpr LONG kDamaged = ERROR_BADDB;
 inline constexpr LONG kInvalid = ERROR_INVALID_PARAMETER;
 
-// A key of HKEY_LOCAL_MACHINE that is closed with the object.
+// A key of HKEY_LOCAL_MACHINE, and how its opening went.
 class OpenedKey {
  public:
   explicit OpenedKey(const char* path, bool create = false)
-      : result_((create ? RegCreateKeyA : RegOpenKeyA)(HKEY_LOCAL_MACHINE, path, &key_)) {}
-  ~OpenedKey() {
-    if (key_ != nullptr) RegCloseKey(key_);
-  }
-  OpenedKey(const OpenedKey&) = delete;
-  OpenedKey& operator=(const OpenedKey&) = delete;
+      : result_((create ? RegCreateKeyA : RegOpenKeyA)(HKEY_LOCAL_MACHINE, path, key_.Out())) {}
 
   LONG Result() const { return result_; }
-  HKEY Get() const { return key_; }
+  HKEY Get() const { return key_.Get(); }
 
  private:
-  HKEY key_ = nullptr;
+  registry::OwnedKey key_;
   LONG result_;
 };
 
@@ -56,6 +52,13 @@ inline std::optional<std::string> Get(HKEY key, const char* name) {
 class Registry : public testing::Test {
  protected:
   std::filesystem::path File() const { return home_.Home() / "registry.reg"; }
+
+  std::filesystem::path Lock() const { return home_.Home() / "registry.lock"; }
+
+  // Changes, whether or not they succeed, leave no other files behind.
+  void ExpectNoLeftovers() const {
+    EXPECT_THAT(support::Names(home_.Home()), testing::ElementsAre("drives", "registry.lock", "registry.reg", "work"));
+  }
 
   static std::string Exported() {
     std::string text;

@@ -45,7 +45,7 @@ const std::string kContent = R"(
 "twice"="first"
 "TWICE"="second"
 
-[HKEY_LOCAL_MACHINE\SOFTWARE\Norvela\a]b\]
+[HKEY_LOCAL_MACHINE\SOFTWARE\Norvela\a]b\]	; a [comment]
 [hkey_classes_root\CLSID]
 )";
 
@@ -271,16 +271,25 @@ TEST_F(RegistryFormat, AnImportWithAnErrorChangesNothing) {
   EXPECT_EQ(support::ReadFile(File()), before);
 }
 
-TEST_F(RegistryFormat, AFileOfCountlessNestedKeysIsRefused) {
+TEST_F(RegistryFormat, AFileOfCountlessKeysOrValuesIsRefused) {
   std::string bytes = kVersion5;
-  for (int line = 0; line < 500; ++line) {
+  for (int line = 0; line < 200; ++line) {
     bytes += "[HKLM\\" + std::to_string(line);
     for (int i = 1; i < 512; ++i)
       bytes += "\\a";
     bytes += "]\n";
   }
   support::WriteFile(File(), bytes);
-  EXPECT_EQ(LineOfError(File(), [] { registry::Check(); }), 1 + 250'000 / 512 + 1);
+  EXPECT_EQ(LineOfError(File(), [] { registry::Check(); }), 1 + 100'000 / 512 + 1);
+
+  bytes = kVersion5 + "[HKLM\\K]\n";
+  for (int i = 0; i < 250'000; ++i)
+    bytes += '"' + std::to_string(i) + "\"=\"\"\n";
+  support::WriteFile(File(), bytes);
+  const OpenedKey key("K");
+  EXPECT_EQ(SetText(key.Get(), "more", "x"), LONG{ERROR_DISK_FULL});
+  support::WriteFile(File(), bytes + "\"more\"=\"\"\n");
+  EXPECT_EQ(LineOfError(File(), [] { registry::Check(); }), 2 + 250'000 + 1);
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #include <array>
 #include <atomic>
 #include <cstdio>
-#include <memory>
 #include <new>
 #include <utility>
 
@@ -87,11 +86,6 @@ std::optional<std::string> ReadDescription(const std::string& path) {
 
 // ---- The registry --------------------------------------------------------------------------------------------------
 
-struct CloseKey {
-  void operator()(HKEY key) const { RegCloseKey(key); }
-};
-using Key = std::unique_ptr<RegistryKey, CloseKey>;
-
 std::string Hexadecimal(std::uint32_t number) {
   std::array<char, 9> digits{};
   std::snprintf(digits.data(), digits.size(), "%x", number);
@@ -122,10 +116,9 @@ const char* SystemName(SYSKIND system) {
 
 // Makes the key `path` with `text` as its default value.
 bool SetKeyText(const std::string& path, const std::string& text) {
-  HKEY opened = nullptr;
-  if (RegCreateKeyA(HKEY_CLASSES_ROOT, path.c_str(), &opened) != ERROR_SUCCESS) return false;
-  const Key key(opened);
-  return RegSetValueExA(key.get(), nullptr, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
+  registry::OwnedKey key;
+  if (RegCreateKeyA(HKEY_CLASSES_ROOT, path.c_str(), key.Out()) != ERROR_SUCCESS) return false;
+  return RegSetValueExA(key.Get(), nullptr, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
                         static_cast<DWORD>(text.size() + 1)) == ERROR_SUCCESS;
 }
 
@@ -135,14 +128,13 @@ bool DeleteKey(const std::string& path) {
 
 // Whether the key has no subkeys but those that describe a version as a whole.
 bool HoldsNoLibrary(const std::string& path) {
-  HKEY opened = nullptr;
-  if (RegOpenKeyA(HKEY_CLASSES_ROOT, path.c_str(), &opened) != ERROR_SUCCESS) return false;
-  const Key key(opened);
+  registry::OwnedKey key;
+  if (RegOpenKeyA(HKEY_CLASSES_ROOT, path.c_str(), key.Out()) != ERROR_SUCCESS) return false;
   std::string name;
   DWORD index = 0;
-  LONG result = RegEnumKeyA(key.get(), index, &name);
+  LONG result = RegEnumKeyA(key.Get(), index, &name);
   while (result == ERROR_SUCCESS && (text::EqualNoCase(name, "FLAGS") || text::EqualNoCase(name, "HELPDIR"))) {
-    result = RegEnumKeyA(key.get(), ++index, &name);
+    result = RegEnumKeyA(key.Get(), ++index, &name);
   }
   return result == ERROR_NO_MORE_ITEMS;
 }

@@ -187,8 +187,8 @@ class Parser {
 
   void ParseSection() {
     const std::string_view line = RestOfLine();
-    const std::size_t close = line.rfind(']');
-    if (close == std::string_view::npos) Fail("a key without its closing bracket");
+    const std::size_t close = FindClosingBracket(line);
+    if (close == std::string_view::npos) Fail("a key without a closing bracket at its end");
     std::string_view name = line.substr(1, close - 1);
     const bool deletion = name.starts_with('-');
     if (deletion) name.remove_prefix(1);
@@ -238,9 +238,12 @@ class Parser {
     }
     Value data = TakeData();
     if (section_ != Section::key) return;
+    const std::size_t before = key_->values.InOrder().size();
     Value& value = key_->values.FindOrMake(name);
     value.type = data.type;
     value.data = std::move(data.data);
+    valuesMade_ += key_->values.InOrder().size() - before;
+    if (valuesMade_ > kMaxValues) Fail(firstLine, "too many values");
   }
 
   // A text in double quotes. Line ends in it are part of the text.
@@ -318,6 +321,7 @@ class Parser {
   Section section_ = Section::none;
   Key* key_ = nullptr;
   std::size_t keysMade_ = 0;
+  std::size_t valuesMade_ = 0;
 };
 
 // ---- From the tree to UTF-8 --------------------------------------------------------------------------------------

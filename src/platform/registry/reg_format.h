@@ -9,9 +9,10 @@
 
 namespace registry {
 
-// Neither a large file nor a small one of deeply nested keys is to fill the memory.
-inline constexpr std::size_t kMaxFileSize = std::size_t{64} << 20;
-inline constexpr std::size_t kMaxKeys = 250'000;
+// Neither a large file nor a small one of deeply nested keys or short values is to fill the memory.
+inline constexpr std::size_t kMaxFileSize = std::size_t{16} << 20;
+inline constexpr std::size_t kMaxKeys = 100'000;
+inline constexpr std::size_t kMaxValues = 250'000;
 
 enum class Purpose {
   registryFile,  // the registry itself: deletions and keys below other roots are errors

@@ -93,6 +93,9 @@ std::string ValueName(const char* name) {
 
 LONG FromSystem(const std::error_code& code) {
   switch (code.value()) {
+    case ENOENT:
+    case ENOTDIR:
+      return ERROR_PATH_NOT_FOUND;
     case EACCES:
     case EPERM:
     case EROFS:
@@ -105,6 +108,12 @@ LONG FromSystem(const std::error_code& code) {
     case EMFILE:
     case ENFILE:
       return ERROR_TOO_MANY_OPEN_FILES;
+    case EWOULDBLOCK:
+      return ERROR_LOCK_VIOLATION;
+    case ENOLCK:
+      return ERROR_SHARING_BUFFER_EXCEEDED;
+    case ENAMETOOLONG:
+      return ERROR_FILENAME_EXCED_RANGE;
     default:
       return ERROR_IO_DEVICE;
   }

@@ -13,6 +13,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "platform/kernel/kernel.h"
 
@@ -29,9 +30,11 @@ inline constexpr DWORD REG_BINARY = 3;
 inline constexpr DWORD REG_DWORD = 4;
 inline constexpr DWORD REG_MULTI_SZ = 7;
 
-// Each gives ERROR_SUCCESS or an error number: 2 no such key or value, 5 the file may not be written, 6 no such handle,
-// 87 a null or malformed argument, 234 the buffer is too small, 259 no more items, 1009 the registry file is damaged,
-// 112 disk full.
+// Each gives ERROR_SUCCESS or an error number: 2 no such key or value, 6 no such handle, 87 a null or malformed
+// argument, 234 the buffer is too small, 259 no more items, 1009 the registry file is damaged; of the file: 3 its
+// folder is not there, 4 too many open files, 5 it may not be read or written, 8 out of memory, 206 its path is too
+// long, 1117 the device failed; of a change: 33 another program has held the lock for 5 seconds, 36 the system has no
+// locks left, 112 the disk or the registry is full.
 LONG RegOpenKeyA(HKEY parent, const char* path, HKEY* key);    // null or empty path: the parent itself
 LONG RegCreateKeyA(HKEY parent, const char* path, HKEY* key);  // opens, or makes it with the keys above it
 LONG RegCloseKey(HKEY key);                                    // a root may be closed and stays
@@ -51,6 +54,33 @@ LONG RegDeleteTreeA(HKEY parent, const char* path);  // the key with everything 
 LONG RegEnumKeyA(HKEY key, DWORD index, std::string* name);
 
 namespace registry {
+
+// An open key that is closed with the object.
+class OwnedKey {
+ public:
+  OwnedKey() = default;
+  ~OwnedKey() { Close(); }
+  OwnedKey(OwnedKey&& other) noexcept : key_(std::exchange(other.key_, nullptr)) {}
+  OwnedKey& operator=(OwnedKey&& other) noexcept {
+    if (this != &other) *Out() = std::exchange(other.key_, nullptr);
+    return *this;
+  }
+
+  HKEY Get() const { return key_; }  // null: none is open
+
+  // Where a call is to put the key that it opens. The one that was open until now is closed.
+  HKEY* Out() {
+    Close();
+    return &key_;
+  }
+
+ private:
+  void Close() {
+    if (key_ != nullptr) RegCloseKey(std::exchange(key_, nullptr));
+  }
+
+  HKEY key_ = nullptr;
+};
 
 // A registry file, or a text to import, that does not read as one.
 class FormatError : public std::runtime_error {

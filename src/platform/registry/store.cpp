@@ -7,10 +7,12 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <ctime>
 #include <mutex>
 #include <string_view>
 #include <system_error>
+#include <thread>
 #include <tuple>
 
 #include "platform/home/home.h"
@@ -57,7 +59,9 @@ std::string ReadAll(int descriptor, const fs::path& file) {
     if (count < 0) Throw("cannot read", file);
     if (count == 0) return bytes;
     bytes.append(block.data(), static_cast<std::size_t>(count));
-    if (bytes.size() > kMaxFileSize) throw FormatError(file.string(), 1, "larger than 64 MiB");
+    if (bytes.size() > kMaxFileSize) {
+      throw FormatError(file.string(), 1, "larger than " + std::to_string(kMaxFileSize >> 20) + " MiB");
+    }
   }
 }
 
@@ -127,13 +131,23 @@ class Cache {
 
 // ---- Changing ----------------------------------------------------------------------------------------------------
 
-// Holds the lock that all writers of a home take.
+// Gives a file the owner and the group of another one, as far as the system allows it. False when it keeps its group.
+bool CopyOwners(int file, const struct stat& from) {
+  return fchown(file, from.st_uid, from.st_gid) == 0 || fchown(file, static_cast<uid_t>(-1), from.st_gid) == 0;
+}
+
+// Holds the lock that all writers of a home take. A program that never releases it makes changes fail, and does not
+// hold the server up for ever.
 class WriteLock {
  public:
   explicit WriteLock(const fs::path& file) : file_(Open(file)) {
     if (!file_.IsOpen()) Throw("cannot open", file);
-    while (flock(file_.Get(), LOCK_EX) != 0) {
-      if (errno != EINTR) Throw("cannot lock", file);
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (flock(file_.Get(), LOCK_EX | LOCK_NB) != 0) {
+      const int error = errno;
+      if (error == EINTR) continue;
+      if (error != EWOULDBLOCK || std::chrono::steady_clock::now() > deadline) Throw("cannot lock", file, error);
+      std::this_thread::sleep_for(kPause);
     }
   }
   // Not left to the closing: a process being started at this moment may hold the descriptor a little longer.
@@ -142,13 +156,29 @@ class WriteLock {
   WriteLock& operator=(const WriteLock&) = delete;
 
  private:
-  // A lock file that another user (root, at the set-up) made can only be read, which is enough to lock it.
+  static constexpr std::chrono::seconds kPatience{5};
+  // Short, for those who wait have no turn: they must meet the moment between two changes of a busy writer.
+  static constexpr std::chrono::microseconds kPause{500};
+
   static int Open(const fs::path& file) {
-    const int descriptor = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    const int made = open(file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (made >= 0) ShareWithWriters(made, file.parent_path());
+    if (made >= 0 || errno != EEXIST) return made;
+    const int descriptor = open(file.c_str(), O_RDWR | O_CLOEXEC);
     if (descriptor >= 0 || errno != EACCES) return descriptor;
+    // One made by hand that can only be read, which is enough to lock it.
     const int readOnly = open(file.c_str(), O_RDONLY | O_CLOEXEC);
     if (readOnly < 0) errno = EACCES;
     return readOnly;
+  }
+
+  // Who may write the folder can lock, whoever (root, at the set-up) made the file. Who may only read cannot: he could
+  // keep the others from every change.
+  static void ShareWithWriters(int lock, const fs::path& folder) {
+    struct stat home {};
+    if (stat(folder.c_str(), &home) != 0) return;
+    const mode_t writers = home.st_mode & (CopyOwners(lock, home) ? 0022 : 0002);
+    fchmod(lock, 0600 | writers | writers << 1);
   }
 
   Descriptor file_;
@@ -168,12 +198,13 @@ fs::path FollowLinks(fs::path path) {
 // so a writer that was killed leaves at most one such file, which the next one replaces.
 class Replacement {
  public:
-  explicit Replacement(const fs::path& path)
+  // `mode` as long as it does not look like another file.
+  Replacement(const fs::path& path, mode_t mode)
       : path_(path),
         name_(path.filename()),
         hiddenName_("." + name_ + ".new"),
         folder_(open(path.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
-        file_(Create()) {
+        file_(Create(mode)) {
     if (!file_.IsOpen()) Throw("cannot write", path_);
   }
   ~Replacement() {
@@ -182,10 +213,10 @@ class Replacement {
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
 
-  // Owner and mode of the file that is replaced. Another owner's files are given away as far as the system allows it.
+  // Owners and mode of the file that is replaced. What its group might do is not for another group.
   void LookLike(const struct stat& old) {
-    if (fchown(file_.Get(), old.st_uid, old.st_gid) != 0 && errno != EPERM) Throw("cannot write", path_);
-    if (fchmod(file_.Get(), old.st_mode & 0777) != 0) Throw("cannot write", path_);
+    const mode_t kept = CopyOwners(file_.Get(), old) ? 0777 : 0707;
+    if (fchmod(file_.Get(), old.st_mode & kept) != 0) Throw("cannot write", path_);
   }
 
   void Write(std::string_view bytes) {
@@ -201,14 +232,15 @@ class Replacement {
     if (fsync(file_.Get()) != 0) Throw("cannot write", path_);
     if (renameat(folder_.Get(), hiddenName_.c_str(), folder_.Get(), name_.c_str()) != 0) Throw("cannot write", path_);
     inPlace_ = true;
-    if (fsync(folder_.Get()) != 0) Throw("cannot write", path_);
+    // Some file systems cannot flush a folder.
+    if (fsync(folder_.Get()) != 0 && errno != EINVAL) Throw("cannot write", path_);
   }
 
  private:
-  int Create() const {
+  int Create(mode_t mode) const {
     if (!folder_.IsOpen()) return -1;
     unlinkat(folder_.Get(), hiddenName_.c_str(), 0);
-    return openat(folder_.Get(), hiddenName_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    return openat(folder_.Get(), hiddenName_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
   }
 
   const fs::path path_;
@@ -222,13 +254,16 @@ class Replacement {
 void Write(const Tree& tree, const fs::path& registryFile) {
   const std::string text = Format(tree);
   // What could not be read again must not be written.
-  if (text.size() > kMaxFileSize || tree.CountKeys() > kMaxKeys) Throw("the registry is full", registryFile, EFBIG);
+  const Tree::Size size = tree.Count();
+  if (text.size() > kMaxFileSize || size.keys > kMaxKeys || size.values > kMaxValues) {
+    Throw("the registry is full", registryFile, EFBIG);
+  }
   const fs::path file = FollowLinks(registryFile);
   struct stat old {};
   const bool exists = stat(file.c_str(), &old) == 0;
   // Replacing would pass over the mode of a file that may not be written.
   if (exists && faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) != 0) Throw("cannot write", file);
-  Replacement replacement(file);
+  Replacement replacement(file, exists ? 0600 : 0666);
   if (exists) replacement.LookLike(old);
   replacement.Write(text);
   replacement.TakePlace();

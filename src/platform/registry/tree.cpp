@@ -17,11 +17,11 @@ bool IsName(std::string_view name, std::size_t maxCharacters) {
   return name.size() <= maxCharacters || text::Utf8ToUtf16(name).size() <= maxCharacters;
 }
 
-std::size_t CountBelow(const Key& key) {
-  std::size_t count = key.subkeys.InOrder().size();
+void AddContent(const Key& key, Tree::Size* size) {
+  size->keys += key.subkeys.InOrder().size();
+  size->values += key.values.InOrder().size();
   for (const auto& subkey : key.subkeys.InOrder())
-    count += CountBelow(*subkey);
-  return count;
+    AddContent(*subkey, size);
 }
 
 }  // namespace
@@ -50,8 +50,20 @@ bool TakeRoot(std::string_view* path, Root* root) {
   return true;
 }
 
+std::size_t FindClosingBracket(std::string_view line) {
+  std::size_t bracket = line.find(']');
+  while (bracket != std::string_view::npos) {
+    const std::size_t next = line.find_first_not_of(" \t", bracket + 1);
+    if (next == std::string_view::npos || line[next] == ';') return bracket;
+    bracket = line.find(']', next);
+  }
+  return bracket;
+}
+
 bool IsKeyName(std::string_view name) {
-  return !name.empty() && name.find('\\') == std::string_view::npos && IsName(name, kMaxKeyName);
+  if (name.empty() || name.find('\\') != std::string_view::npos || !IsName(name, kMaxKeyName)) return false;
+  // In the file more of the path, or the closing bracket, follows the name.
+  return FindClosingBracket(std::string(name) + '\\') == std::string_view::npos;
 }
 
 bool IsValueName(std::string_view name) {
@@ -109,8 +121,11 @@ bool Tree::Remove(const KeyPath& path) {
   return key != nullptr && key->subkeys.Remove(path.names.back());
 }
 
-std::size_t Tree::CountKeys() const {
-  return CountBelow(machine_) + CountBelow(classes_);
+Tree::Size Tree::Count() const {
+  Size size;
+  AddContent(machine_, &size);
+  AddContent(classes_, &size);
+  return size;
 }
 
 }  // namespace registry

@@ -100,7 +100,12 @@ struct KeyPath {
 // False when it starts with none.
 bool TakeRoot(std::string_view* path, Root* root);
 
-// What a name may be: short enough, and of one line, since the file is lines.
+// Where the path of a key ends in its line of the file: at the first bracket behind which nothing or a comment stands,
+// since names and comments may hold brackets of their own. npos when there is none.
+std::size_t FindClosingBracket(std::string_view line);
+
+// What a name may be: short enough, and of one line, since the file is lines. That of a key must not seem to end where
+// a comment seems to begin.
 bool IsKeyName(std::string_view name);
 bool IsValueName(std::string_view name);
 
@@ -118,7 +123,11 @@ class Tree {
   Key& FindOrMake(const KeyPath& path, std::size_t* made = nullptr);
   bool Remove(const KeyPath& path);  // with all below it; false when there is none, and for a root
 
-  std::size_t CountKeys() const;  // without the roots
+  struct Size {
+    std::size_t keys = 0;  // without the roots
+    std::size_t values = 0;
+  };
+  Size Count() const;
 
   bool operator==(const Tree&) const = default;
 
