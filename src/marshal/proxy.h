@@ -140,8 +140,10 @@ class ReceivedRecord {
  public:
   void Decode(channel::Decoder& in) {
     const ArrayBytes array = TakeRecord(in, &record_);
-    if (!in.Ok() || !array.isThere) return;
     const std::size_t bytes = ArrayExtent(record_);
+    // A count without its items would lead the caller astray.
+    if (ArrayOf<Record>::Count(record_) < 0 || (!array.isThere && bytes != 0)) in.Fail();
+    if (!in.Ok() || !array.isThere) return;
     items_ = NewTaskBlock<ItemOf<Record>>(bytes);
     if (bytes != 0) std::memcpy(items_.get(), array.bytes, bytes);
   }

@@ -139,7 +139,7 @@ std::string Frame(FrameType type, std::uint16_t slot, const std::string& payload
 const std::string kHello = Frame(FrameType::hello, 0, std::string("KSTR\1\0\0\0", 8));
 const std::string kCreate = Frame(FrameType::create, 0, std::string(16, '\0'));
 
-// Everything that the server sends until it ends the connection or falls silent for a moment with the frames expected.
+// What the server sends: `count` bytes, or fewer when it ends the connection.
 std::string ReadBytes(int raw, std::size_t count) {
   std::string bytes(count, '\0');
   std::size_t have = 0;
@@ -272,6 +272,43 @@ TEST_F(ServerTest, SlowPeersHoldUpNobody) {
   close(deaf);
 }
 
+// Clients that never pause must not keep others from being let in, nor calls of more than one reading from being
+// served.
+TEST_F(ServerTest, BusyClientsStarveNobody) {
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> busy;
+  for (int i = 0; i < 3; ++i) {
+    busy.emplace_back([&, connection = std::shared_ptr(Open())] {
+      while (!stop && Echo(*connection, std::string(2000, 'b')).size() == 2000) {
+      }
+    });
+  }
+  for (int i = 0; i < 20; ++i)
+    EXPECT_EQ(Echo(*Open(), std::string(200000, 'l')).size(), 200000U);
+  stop = true;
+  for (std::thread& thread : busy)
+    thread.join();
+}
+
+// One that hoards half frames goes before it costs anybody else the server.
+TEST_F(ServerTest, HoarderGoesAndOthersStay) {
+  auto ordinary = Open();
+  const std::string start = kHello + kCreate + Frame(FrameType::call, 3, "", 120 << 20);
+  const std::string megabyte(1 << 20, 'h');
+  std::vector<int> hoarders;
+  for (int i = 0; i < 6; ++i) {
+    hoarders.push_back(Raw());
+    send(hoarders.back(), start.data(), start.size(), MSG_NOSIGNAL);
+    for (int sent = 0; sent < 110; ++sent) {
+      if (send(hoarders.back(), megabyte.data(), megabyte.size(), MSG_NOSIGNAL) < 0) break;
+    }
+  }
+  EXPECT_EQ(Echo(*ordinary, std::string(200000, 'o')).size(), 200000U);
+  EXPECT_EQ(Echo(*Open(), "let in"), "let in");
+  for (const int hoarder : hoarders)
+    close(hoarder);
+}
+
 TEST_F(ServerTest, EndedConnectionReleasesItsObjectAndWithdrawalFreesWaitingClients) {
   auto kept = Open();
   {
@@ -306,6 +343,53 @@ TEST_F(ServerTest, OtherUsersAreRefused) {
   });
   EXPECT_EQ(stranger.Wait(), 0);
   EXPECT_EQ(Echo(*Open(), "the owner is served"), "the owner is served");
+}
+
+// Whatever a server says, a client comes to a result.
+TEST(Client, MisbehavingServers) {
+  const std::string refusal = [](std::uint32_t code) {
+    std::string payload(4, '\0');
+    std::memcpy(payload.data(), &code, 4);
+    return Frame(FrameType::refusal, 0, payload + "reason");
+  }(0x80070005);
+  const std::string status = Frame(FrameType::status, 0, std::string("\1\0\0\0\2\0\0\0", 8));
+  const std::string otherVersion = Frame(FrameType::hello, 0, std::string("KSTR\2\0\0\0", 8));
+  using Outcome = Connection::Outcome;
+  const std::vector<std::pair<std::string, Outcome>> cases = {
+      {"", Outcome::nobody},
+      {kHello, Outcome::nobody},
+      {kHello + "\4\0\0\0", Outcome::nobody},
+      {otherVersion + status, Outcome::otherVersion},
+      {"HTTP/1.0 400 Bad Request", Outcome::nobody},
+      {kHello + refusal, Outcome::denied},
+      {refusal, Outcome::denied},
+      {kHello + Frame(FrameType::created, 0, std::string(4, '\0')), Outcome::otherVersion},
+      {kHello + Frame(FrameType::status, 0, "", 0x7FFFFFFF), Outcome::nobody},
+      {kHello + status, Outcome::ok},
+  };
+  for (std::size_t i = 0; i < cases.size(); ++i) {
+    support::TempFolder folder;
+    const std::string path = folder.Path() / "socket";
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    const int listening = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(bind(listening, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(listening, 1), 0);
+    std::thread server([&] {
+      const int peer = accept(listening, nullptr, nullptr);
+      send(peer, cases[i].first.data(), cases[i].first.size(), MSG_NOSIGNAL);
+      shutdown(peer, SHUT_WR);
+      ReadBytes(peer, 1000);
+      close(peer);
+    });
+    std::unique_ptr<Connection> connection;
+    Decoder answer;
+    EXPECT_EQ(Connection::Open(path, FrameType::status, nullptr, 0, 30, &connection, &answer), cases[i].second) << i;
+    connection.reset();
+    server.join();
+    close(listening);
+  }
 }
 
 // A client must not talk to a server that somebody else put in the way.

@@ -420,7 +420,6 @@ TEST(Marshal, CarriesWhateverComesOut) {
       [](Script* script) { script->result = kFailure, script->hasRecord = false, script->text = u""; },
       [](Script* script) { script->number = -1, script->items = 0; },
       [](Script* script) { script->number = 0, script->items = 0, script->hasArray = false; },
-      [](Script* script) { script->hasArray = false; },
       [](Script* script) { script->items = 65535; },
   };
   for (const auto& script : scripts)

@@ -54,6 +54,8 @@ inline constexpr HRESULT kSlotOutOfRange = static_cast<HRESULT>(0x800706D1);
 inline constexpr HRESULT kVersionMismatch = static_cast<HRESULT>(0x80010110);
 inline constexpr HRESULT kAccessDenied = static_cast<HRESULT>(0x80070005);
 inline constexpr HRESULT kOutOfMemory = static_cast<HRESULT>(0x8007000E);
+inline constexpr HRESULT kInvalidArgument = static_cast<HRESULT>(0x80070057);
+inline constexpr HRESULT kServerFault = static_cast<HRESULT>(0x80010105);
 
 // Growable bytes without initialisation. Growing throws std::bad_alloc.
 class Buffer {
@@ -86,7 +88,6 @@ class Encoder {
   void BeginFrame(FrameType type, std::uint16_t slot = 0);
   void EndFrame();  // enters the payload's length
 
-  void U8(std::uint8_t value) { Scalar(value); }
   void U16(std::uint16_t value) { Scalar(value); }
   void U32(std::uint32_t value) { Scalar(value); }
   void Bytes(const void* bytes, std::size_t count) { buffer_.Append(bytes, count); }
@@ -122,6 +123,8 @@ class Decoder {
   std::uint32_t U32() { return Scalar<std::uint32_t>(); }
   const std::byte* Bytes(std::size_t count);  // points into the payload
 
+  // What was read makes no sense.
+  void Fail() { ok_ = false; }
   bool Ok() const { return ok_; }
   bool AtEnd() const { return ok_ && left_ == 0; }
   std::size_t Left() const { return left_; }
@@ -146,14 +149,15 @@ class Connection {
   enum class Outcome {
     ok,
     nobody,       // nobody listens there, or the server went away before it answered the opening
+    busy,         // somebody listens, but gave no answer in the time that there was
     lost,         // the server went away in an exchange
     denied,       // the socket is another user's
     otherVersion  // the peer speaks another version of the protocol
   };
 
   // Connects and exchanges the opening frames: `opening` holds the frame that follows Hello (Create or Status), and
-  // `*answer` receives the payload of its answer, valid until the next exchange. Gives up as `nobody` after `seconds`
-  // without an answer.
+  // `*answer` receives the payload of its answer, valid until the next exchange. Waits `seconds` for it; 0: as long as
+  // the server is there, since it may be at work for somebody else.
   static Outcome Open(const std::string& socketPath, FrameType opening, const void* payload, std::size_t payloadBytes,
                       int seconds, std::unique_ptr<Connection>* connection, Decoder* answer);
 
@@ -203,8 +207,8 @@ class Service {
 };
 
 // The server's sockets and peers. Lives on the thread whose message loop it feeds; every call runs there. Peers are
-// held apart: one that sends half a frame or does not read its answer holds up nobody, and all of them together never
-// make the server hold more than kHeldBytes of their data (a peer beyond that is dropped).
+// held apart: one that sends half a frame or does not read its answer holds up nobody. What all of them together make
+// the server hold of half frames and unread answers is limited: beyond kHeldBytes the peer that has the most goes.
 class Server final : public MessageSource {
  public:
   static constexpr std::size_t kHeldBytes = 512u << 20;
@@ -231,9 +235,12 @@ class Server final : public MessageSource {
   struct Listener;
   struct Peer;
 
-  void Watch(int descriptor, std::uint32_t events, std::uint64_t key, bool isNew);
+  bool Watch(int descriptor, std::uint32_t events, std::uint64_t key);
+  void WatchFor(int descriptor, std::uint32_t events, std::uint64_t key);
+  bool TakeReady(MSG* message);
   void HandleEvent(std::uint64_t key, bool writable);
   void Accept(std::uint64_t listenerKey, const Listener& listener);
+  static void Turn(int descriptor, HRESULT result, std::string_view reason);
   void PauseListeners(bool pause);
   void Receive(Peer& peer);
   static std::size_t WholeFrame(const std::byte* bytes, std::size_t size);
@@ -252,6 +259,7 @@ class Server final : public MessageSource {
   const std::size_t mostPeers_;
   int wakeDescriptor_ = -1;
   bool listenersPaused_ = false;
+  bool readyIsNext_ = false;
   std::uint64_t nextKey_ = 1;
   std::unordered_map<std::uint64_t, std::unique_ptr<Listener>> listeners_;
   std::unordered_map<std::uint64_t, std::unique_ptr<Peer>> peers_;

@@ -13,10 +13,12 @@ namespace {
 
 constexpr std::size_t kFirstReceiveBytes = 4096;
 
-void LimitWaiting(int descriptor, int seconds) {
+// A server that is stopped does not take connections out of its queue.
+constexpr int kConnectSeconds = 30;
+
+void LimitWaiting(int descriptor, int option, int seconds) {
   const timeval limit{seconds, 0};
-  setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-  setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+  setsockopt(descriptor, SOL_SOCKET, option, &limit, sizeof limit);
 }
 
 bool Connect(int descriptor, const sockaddr_un& address) {
@@ -48,8 +50,11 @@ Connection::Outcome Connection::Open(const std::string& socketPath, FrameType op
   if (!SocketAddress(socketPath, &address)) return Outcome::nobody;
   Descriptor descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!descriptor) return Outcome::nobody;
-  LimitWaiting(descriptor.Get(), seconds);
-  if (!Connect(descriptor.Get(), address)) return errno == EACCES ? Outcome::denied : Outcome::nobody;
+  LimitWaiting(descriptor.Get(), SO_SNDTIMEO, kConnectSeconds);
+  if (!Connect(descriptor.Get(), address)) {
+    if (errno == EAGAIN) return Outcome::busy;
+    return errno == EACCES ? Outcome::denied : Outcome::nobody;
+  }
   if (!PeerIsTrusted(descriptor.Get())) return Outcome::denied;
 
   connection->reset(new Connection(descriptor.Get()));
@@ -61,11 +66,16 @@ Connection::Outcome Connection::Open(const std::string& socketPath, FrameType op
   own.request_.Bytes(payload, payloadBytes);
   own.request_.EndFrame();
 
+  LimitWaiting(own.descriptor_, SO_SNDTIMEO, 0);
+  LimitWaiting(own.descriptor_, SO_RCVTIMEO, seconds);
+  const auto silence = [] { return errno == EAGAIN ? Outcome::busy : Outcome::nobody; };
   FrameHead head{};
-  if (!own.Send(own.request_.Frames()) || !own.ReceiveFrame(&head, answer)) return Outcome::nobody;
+  // Also when sending fails: a server that refuses this client may have said so and gone.
+  own.Send(own.request_.Frames());
+  if (!own.ReceiveFrame(&head, answer)) return silence();
   if (head.type == FrameType::hello) {
     if (answer->U32() != kMagic || answer->U16() != kProtocolVersion) return Outcome::otherVersion;
-    if (!own.ReceiveFrame(&head, answer)) return Outcome::nobody;
+    if (!own.ReceiveFrame(&head, answer)) return silence();
   }
   if (head.type == FrameType::refusal) {
     const auto result = static_cast<HRESULT>(answer->U32());
@@ -73,11 +83,13 @@ Connection::Outcome Connection::Open(const std::string& socketPath, FrameType op
     return result == kAccessDenied ? Outcome::denied : Outcome::lost;
   }
   if (head.type != (opening == FrameType::create ? FrameType::created : opening)) return Outcome::otherVersion;
-  LimitWaiting(own.descriptor_, 0);
+  LimitWaiting(own.descriptor_, SO_RCVTIMEO, 0);
   return Outcome::ok;
 }
 
 Encoder& Connection::BeginCall(std::uint16_t slot) {
+  constexpr std::size_t kKeptBytes = 1u << 20;
+  if (received_.Capacity() > kKeptBytes) received_.Release();
   request_.Clear();
   request_.BeginFrame(FrameType::call, slot);
   return request_;
@@ -85,7 +97,7 @@ Encoder& Connection::BeginCall(std::uint16_t slot) {
 
 HRESULT Connection::Exchange(Decoder* out) {
   *out = Decoder();
-  if (request_.PayloadBytes() > kMaxPayloadBytes) return static_cast<HRESULT>(0x80070057);
+  if (request_.PayloadBytes() > kMaxPayloadBytes) return kInvalidArgument;
   request_.EndFrame();
   if (broken_ || !Send(request_.Frames())) {
     broken_ = true;
@@ -103,8 +115,11 @@ HRESULT Connection::Exchange(Decoder* out) {
     broken_ = true;  // the rest of the answer is still to come and would be taken for that of the next call
     return kOutOfMemory;
   }
-  if (head.type == FrameType::refusal) broken_ = true;
   const auto result = static_cast<HRESULT>(out->U32());
+  if (head.type == FrameType::refusal) {
+    broken_ = true;
+    return out->Ok() && result < 0 ? result : kCallFailed;
+  }
   return out->Ok() ? result : kBadStubData;
 }
 
@@ -130,7 +145,10 @@ bool Connection::ReceiveFrame(FrameHead* head, Decoder* payload) {
     const std::size_t have = received_.Size() - start;
     if (have >= kHeadBytes) {
       *head = ReadHead(received_.Data() + start);
-      if (head->payloadBytes > kMaxPayloadBytes) return false;
+      if (head->payloadBytes > kMaxPayloadBytes) {
+        errno = EPROTO;
+        return false;
+      }
       wanted = kHeadBytes + head->payloadBytes;
       if (have >= wanted) break;
     }
@@ -141,6 +159,7 @@ bool Connection::ReceiveFrame(FrameHead* head, Decoder* payload) {
     received_.Reserve(std::max(size + room, std::min(size * 2, start + wanted)));
     const ssize_t got = recv(descriptor_, received_.Data() + size, received_.Capacity() - size, 0);
     if (got < 0 && errno == EINTR) continue;
+    if (got == 0) errno = ECONNRESET;  // tells the end from a limit that ran out
     if (got <= 0) return false;
     received_.Extend(static_cast<std::size_t>(got));
   }

@@ -86,7 +86,6 @@ template <typename T>
 void Encoder::Scalar(T value) {
   std::memcpy(buffer_.Extend(sizeof value), &value, sizeof value);
 }
-template void Encoder::Scalar(std::uint8_t);
 template void Encoder::Scalar(std::uint16_t);
 template void Encoder::Scalar(std::uint32_t);
 

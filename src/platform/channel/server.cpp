@@ -1,6 +1,8 @@
 #include <sys/epoll.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <new>
 #include <system_error>
@@ -17,6 +19,9 @@ constexpr std::size_t kReceiveBytes = 64u << 10;
 constexpr UINT kCallMessage = WM_USER;
 constexpr std::size_t kInterfaceIdBytes = 16;
 
+// When accepting failed although no peer is there whose leaving could help.
+constexpr int kRetryMilliseconds = 100;
+
 // Where the frame of a call message lies.
 constexpr LPARAM kInReceived = 0;
 constexpr LPARAM kInPeer = 1;
@@ -32,7 +37,21 @@ std::size_t AllowPeers() {
     limit.rlim_cur = limit.rlim_max;
     if (setrlimit(RLIMIT_NOFILE, &limit) != 0) limit.rlim_cur = before;
   }
-  return limit.rlim_cur > 2 * kForFiles ? limit.rlim_cur - kForFiles : kForFiles;
+  return limit.rlim_cur > kForFiles ? limit.rlim_cur - kForFiles : 1;
+}
+
+void AppendRefusal(Encoder* frames, HRESULT result, std::string_view reason) {
+  frames->BeginFrame(FrameType::refusal);
+  frames->U32(static_cast<std::uint32_t>(result));
+  frames->Bytes(reason.data(), reason.size());
+  frames->EndFrame();
+}
+
+// Room for the next reading that grows with what has arrived, but not far beyond the frame that is promised.
+void ReserveForFrame(Buffer* input) {
+  const std::size_t next = input->Size() + kReceiveBytes;
+  const std::size_t promised = input->Size() < kHeadBytes ? 0 : kHeadBytes + ReadHead(input->Data()).payloadBytes;
+  input->Reserve(std::max(next, std::min(input->Size() * 2, promised + kReceiveBytes)));
 }
 
 }  // namespace
@@ -40,9 +59,17 @@ std::size_t AllowPeers() {
 struct Server::Listener {
   Listener(int socket, std::string at, Service* behind) : descriptor(socket), path(std::move(at)), service(behind) {}
 
+  // Takes the name away if it is still this socket's: when somebody has cleared the folder, it may be another server's.
+  void RemoveName() const {
+    struct stat now {};
+    if (lstat(path.c_str(), &now) == 0 && now.st_dev == device && now.st_ino == inode) unlink(path.c_str());
+  }
+
   Descriptor descriptor;
   std::string path;
   Service* service;
+  dev_t device = 0;
+  ino_t inode = 0;
 };
 
 struct Server::Peer {
@@ -72,7 +99,7 @@ Server::Server() : epoll_(epoll_create1(EPOLL_CLOEXEC)), mostPeers_(AllowPeers()
 Server::~Server() {
   peers_.clear();
   for (const auto& [key, listener] : listeners_)
-    unlink(listener->path.c_str());
+    listener->RemoveName();
   close(epoll_);
 }
 
@@ -87,8 +114,12 @@ bool Server::Listen(const std::string& socketPath, Service* service) {
       listen(listener->descriptor.Get(), SOMAXCONN) != 0) {
     return false;
   }
+  struct stat status {};
+  if (lstat(socketPath.c_str(), &status) != 0) return false;
+  listener->device = status.st_dev;
+  listener->inode = status.st_ino;
   const std::uint64_t key = nextKey_++;
-  Watch(listener->descriptor.Get(), EPOLLIN, key, true);
+  if (!Watch(listener->descriptor.Get(), listenersPaused_ ? 0u : std::uint32_t{EPOLLIN}, key)) return false;
   listeners_.emplace(key, std::move(listener));
   return true;
 }
@@ -97,7 +128,7 @@ void Server::Withdraw(const std::string& socketPath) {
   for (auto it = listeners_.begin(); it != listeners_.end(); ++it) {
     if (it->second->path != socketPath) continue;
     // The name goes first: whoever comes now must not find a socket that nobody will serve.
-    unlink(socketPath.c_str());
+    it->second->RemoveName();
     const std::uint64_t key = it->first;
     listeners_.erase(it);
     std::erase_if(peers_, [this, key](const auto& entry) {
@@ -110,31 +141,47 @@ void Server::Withdraw(const std::string& socketPath) {
   }
 }
 
-void Server::Watch(int descriptor, std::uint32_t events, std::uint64_t key, bool isNew) {
+bool Server::Watch(int descriptor, std::uint32_t events, std::uint64_t key) {
   epoll_event event{};
   event.events = events;
   event.data.u64 = key;
-  epoll_ctl(epoll_, isNew ? EPOLL_CTL_ADD : EPOLL_CTL_MOD, descriptor, &event);
+  return epoll_ctl(epoll_, EPOLL_CTL_ADD, descriptor, &event) == 0;
+}
+
+void Server::WatchFor(int descriptor, std::uint32_t events, std::uint64_t key) {
+  epoll_event event{};
+  event.events = events;
+  event.data.u64 = key;
+  epoll_ctl(epoll_, EPOLL_CTL_MOD, descriptor, &event);
 }
 
 bool Server::Wait(int wakeDescriptor, MSG* message) {
   if (wakeDescriptor != wakeDescriptor_) {
     wakeDescriptor_ = wakeDescriptor;
-    Watch(wakeDescriptor, EPOLLIN, kWakeKey, true);
+    Watch(wakeDescriptor, EPOLLIN, kWakeKey);
   }
 
   // One event a round: the frame that it brings is served out of received_ before the next one is read. While frames
-  // wait in peers' own buffers the sockets are only glanced at, so that neither side starves the other.
+  // wait in peers' own buffers, one of them and a glance at the sockets take turns, so that neither starves the other.
   received_.Resize(0);
+  if (readyIsNext_ && TakeReady(message)) return true;
   epoll_event event{};
-  const int count = epoll_wait(epoll_, &event, 1, ready_.empty() ? -1 : 0);
+  const int limit = listenersPaused_ && peers_.empty() ? kRetryMilliseconds : -1;
+  const int count = epoll_wait(epoll_, &event, 1, ready_.empty() ? limit : 0);
+  if (count == 0 && peers_.empty()) PauseListeners(false);
   if (count == 1 && event.data.u64 != kWakeKey) {
     HandleEvent(event.data.u64, (event.events & EPOLLOUT) != 0);
     if (received_.Size() != 0) {
       *message = {nullptr, kCallMessage, event.data.u64, kInReceived};
+      readyIsNext_ = true;
       return true;
     }
   }
+  return TakeReady(message);
+}
+
+bool Server::TakeReady(MSG* message) {
+  readyIsNext_ = false;
   if (ready_.empty()) return false;
   *message = {nullptr, kCallMessage, ready_.front(), kInPeer};
   ready_.pop_front();
@@ -167,30 +214,39 @@ void Server::Accept(std::uint64_t listenerKey, const Listener& listener) {
     if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) PauseListeners(true);
     return;
   }
+  if (!PeerIsTrusted(descriptor.Get())) {
+    Turn(descriptor.Get(), kAccessDenied, "this server serves its owner only");
+    return;
+  }
   try {
     const std::uint64_t key = nextKey_++;
     auto peer = std::make_unique<Peer>(descriptor.Get(), key, listenerKey, listener.service);
-    descriptor.Take();
-    Peer& accepted = *peer;
+    const int accepted = descriptor.Take();
     peers_.emplace(key, std::move(peer));
-    Watch(accepted.descriptor.Get(), EPOLLIN, key, true);
-    if (!PeerIsTrusted(accepted.descriptor.Get())) {
-      answer_.Clear();
-      AppendHello(&answer_);
-      Refuse(accepted, kAccessDenied, "this server serves its owner only");
-      Answer(accepted);
-    }
+    if (!Watch(accepted, EPOLLIN, key)) Drop(key);
   } catch (const std::bad_alloc&) {
     // The connection is closed; its client turns to activation and comes again.
   }
   if (peers_.size() >= mostPeers_) PauseListeners(true);
 }
 
+// Tells somebody who is not served why, as far as the socket takes it at once.
+void Server::Turn(int descriptor, HRESULT result, std::string_view reason) {
+  try {
+    Encoder frames;
+    AppendHello(&frames);
+    AppendRefusal(&frames, result, reason);
+    send(descriptor, frames.Frames().Data(), frames.Frames().Size(), MSG_NOSIGNAL);
+  } catch (const std::bad_alloc&) {
+    // Then without a word.
+  }
+}
+
 void Server::PauseListeners(bool pause) {
   if (listenersPaused_ == pause) return;
   listenersPaused_ = pause;
   for (const auto& [key, listener] : listeners_) {
-    Watch(listener->descriptor.Get(), pause ? 0u : std::uint32_t{EPOLLIN}, key, false);
+    WatchFor(listener->descriptor.Get(), pause ? 0u : std::uint32_t{EPOLLIN}, key);
   }
 }
 
@@ -204,6 +260,7 @@ void Server::Receive(Peer& peer) {
     peer.served = 0;
   }
   const std::size_t before = target.Size();
+  if (!intoReceived) ReserveForFrame(&target);
   const ssize_t got = recv(peer.descriptor.Get(), target.Extend(kReceiveBytes), kReceiveBytes, 0);
   target.Resize(before + (got > 0 ? static_cast<std::size_t>(got) : 0));
   if (got <= 0) {
@@ -233,16 +290,13 @@ void Server::QueueNextFrame(Peer& peer) {
     peer.input.Release();
     peer.served = 0;
   }
-  if (!Hold(peer)) {
-    Drop(peer.key);
-    return;
-  }
+  if (!Hold(peer)) return;
   if (peer.output.Size() != 0 || peer.queued) return;
   const std::byte* next = peer.input.Data() + peer.served;
   if (WholeFrame(next, left) != 0) {
     peer.queued = true;
     ready_.push_back(peer.key);
-    Watch(peer.descriptor.Get(), 0, peer.key, false);
+    WatchFor(peer.descriptor.Get(), 0, peer.key);
   } else if (left >= kHeadBytes && ReadHead(next).payloadBytes > kMaxPayloadBytes) {
     answer_.Clear();
     Refuse(peer, kBadStubData, "a frame longer than the protocol allows");
@@ -250,12 +304,19 @@ void Server::QueueNextFrame(Peer& peer) {
   }
 }
 
-// Accounts for what the peer makes the server hold. False when that is too much.
+// Accounts for what the peer makes the server hold. When that is too much for the server, whoever makes it hold the
+// most is dropped. False when that is this peer.
 bool Server::Hold(Peer& peer) {
+  const std::uint64_t key = peer.key;
   const std::size_t now = peer.input.Capacity() + peer.output.Capacity();
   heldBytes_ += now - peer.held;
   peer.held = now;
-  return heldBytes_ <= kHeldBytes;
+  while (heldBytes_ > kHeldBytes) {
+    const auto most = std::max_element(peers_.begin(), peers_.end(),
+                                       [](const auto& a, const auto& b) { return a.second->held < b.second->held; });
+    Drop(most->first);
+  }
+  return peers_.find(key) != peers_.end();
 }
 
 void Server::Dispatch(const MSG& message) {
@@ -277,7 +338,7 @@ void Server::ServeNext(Peer& peer, bool fromPeer) {
   if (fromPeer) {
     peer.served += kHeadBytes + ReadHead(frame).payloadBytes;
     peer.queued = false;
-    if (peer.output.Size() == 0) Watch(peer.descriptor.Get(), EPOLLIN, key, false);
+    if (peer.output.Size() == 0) WatchFor(peer.descriptor.Get(), EPOLLIN, key);
   }
   if (peer.input.Capacity() != 0) QueueNextFrame(peer);
 }
@@ -302,7 +363,14 @@ void Server::ServeOpening(Peer& peer, FrameType type, Decoder payload) {
     return;
   }
   if (type == FrameType::create && payload.Left() == kInterfaceIdBytes) {
-    const HRESULT result = peer.service->Create(payload.Bytes(kInterfaceIdBytes), &peer.session);
+    HRESULT result = 0;
+    try {
+      result = peer.service->Create(payload.Bytes(kInterfaceIdBytes), &peer.session);
+    } catch (const std::bad_alloc&) {
+      result = kOutOfMemory;
+    } catch (...) {
+      result = kServerFault;
+    }
     if (peer.session) ++liveObjects_;
     answer_.BeginFrame(FrameType::created);
     answer_.U32(static_cast<std::uint32_t>(result));
@@ -326,6 +394,9 @@ void Server::ServeCall(Peer& peer, std::uint16_t slot, Decoder arguments) {
   } catch (const std::bad_alloc&) {
     result = kOutOfMemory;
     answer_.CutPayload(sizeof(std::uint32_t));
+  } catch (...) {
+    result = kServerFault;
+    answer_.CutPayload(sizeof(std::uint32_t));
   }
   if (answer_.PayloadBytes() > kMaxPayloadBytes) {
     result = kOutOfMemory;
@@ -336,10 +407,7 @@ void Server::ServeCall(Peer& peer, std::uint16_t slot, Decoder arguments) {
 }
 
 void Server::Refuse(Peer& peer, HRESULT result, std::string_view reason) {
-  answer_.BeginFrame(FrameType::refusal);
-  answer_.U32(static_cast<std::uint32_t>(result));
-  answer_.Bytes(reason.data(), reason.size());
-  answer_.EndFrame();
+  AppendRefusal(&answer_, result, reason);
   peer.leaving = true;
 }
 
@@ -358,14 +426,10 @@ void Server::Answer(Peer& peer) {
     if (peer.leaving) Drop(peer.key);
     return;
   }
-  peer.output = std::move(frames);
-  peer.sent = static_cast<std::size_t>(sent);
+  peer.output.Append(frames.Data() + sent, frames.Size() - static_cast<std::size_t>(sent));
   answer_.Clear();
-  if (!Hold(peer)) {
-    Drop(peer.key);
-    return;
-  }
-  Watch(peer.descriptor.Get(), EPOLLOUT, peer.key, false);
+  if (!Hold(peer)) return;
+  WatchFor(peer.descriptor.Get(), EPOLLOUT, peer.key);
 }
 
 void Server::Flush(Peer& peer) {
@@ -383,7 +447,7 @@ void Server::Flush(Peer& peer) {
   }
   peer.output.Release();
   peer.sent = 0;
-  Watch(peer.descriptor.Get(), EPOLLIN, peer.key, false);
+  WatchFor(peer.descriptor.Get(), EPOLLIN, peer.key);
   QueueNextFrame(peer);
 }
 

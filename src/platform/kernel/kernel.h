@@ -54,6 +54,7 @@ inline constexpr DWORD ERROR_MORE_DATA = 234;
 inline constexpr DWORD ERROR_NO_MORE_ITEMS = 259;
 inline constexpr DWORD ERROR_BADDB = 1009;
 inline constexpr DWORD ERROR_IO_DEVICE = 1117;
+inline constexpr DWORD ERROR_TIMEOUT = 1460;
 
 // ---- Process -------------------------------------------------------------------------------------------------------
 

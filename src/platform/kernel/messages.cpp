@@ -25,11 +25,10 @@ class Queue {
   int WakeDescriptor() const { return wake_; }
 
   void Post(const MSG& message) {
-    {
-      const std::lock_guard hold(mutex_);
-      messages_.push_back(message);
-      waiting_.store(true, std::memory_order_release);
-    }
+    // The descriptor changes under the lock, too: it must not stay readable for a queue that was emptied meanwhile.
+    const std::lock_guard hold(mutex_);
+    messages_.push_back(message);
+    waiting_.store(true, std::memory_order_release);
     eventfd_write(wake_, 1);
   }
 

@@ -6,7 +6,6 @@
 #include <memory>
 #include <mutex>
 #include <new>
-#include <system_error>
 #include <thread>
 
 #include "platform/kernel/kernel.h"
@@ -93,7 +92,7 @@ HANDLE CreateThread(void* security, std::size_t /*stackSize*/, LPTHREAD_START_RO
       start(parameter);
       ended->Signal();
     }).detach();
-  } catch (const std::system_error&) {
+  } catch (const std::exception&) {
     CloseHandle(handle);
     return nullptr;
   }
