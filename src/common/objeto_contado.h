@@ -47,26 +47,47 @@ class ObjetoContado : public Interface {
   // which a class object makes one: E_OUTOFMEMORY, or the failure of the question, with nothing left.
   template <typename Objeto, typename... Argumentos>
   static HRESULT Cria(REFIID iid, void** object, Argumentos&&... argumentos) {
-    auto* novo = new (std::nothrow) Objeto(std::forward<Argumentos>(argumentos)...);
-    if (novo == nullptr) return E_OUTOFMEMORY;
+    Objeto* novo = nullptr;
+    try {
+      novo = new Objeto(std::forward<Argumentos>(argumentos)...);
+    } catch (const std::bad_alloc&) {
+      return E_OUTOFMEMORY;
+    }
     const HRESULT resultado = novo->QueryInterface(iid, object);
     if (FAILED(resultado)) novo->Destroi();
     return resultado;
   }
 
  protected:
-  ObjetoContado(REFIID iid, ContagemServidor& servidor) : iid_(iid), servidor_(servidor) { servidor_.Trava(); }
+  ObjetoContado(REFIID iid, ContagemServidor& servidor) : iid_(iid), presenca_(servidor) {}
   virtual ~ObjetoContado() = default;
 
  private:
   void Destroi() {
     referencias_ = 1;  // a reference taken and given back while it goes must not end it twice
-    servidor_.Destrava();
+    presenca_.Encerra();
     delete this;
   }
 
+  // The object's share of the count; also of one whose construction fails.
+  class Presenca {
+   public:
+    explicit Presenca(ContagemServidor& servidor) : servidor_(&servidor) { servidor_->Trava(); }
+    ~Presenca() { Encerra(); }
+    Presenca(const Presenca&) = delete;
+    Presenca& operator=(const Presenca&) = delete;
+
+    void Encerra() {
+      if (servidor_ != nullptr) servidor_->Destrava();
+      servidor_ = nullptr;
+    }
+
+   private:
+    ContagemServidor* servidor_;
+  };
+
   const IID iid_;
-  ContagemServidor& servidor_;
+  Presenca presenca_;
   LONG volatile referencias_ = 0;
 };
 

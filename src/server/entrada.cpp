@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <filesystem>
 #include <system_error>
 
@@ -36,6 +37,7 @@ void EntraNaPastaDeTrabalho() {
   std::error_code falha;
   std::filesystem::create_directories(pasta, falha);
   std::filesystem::current_path(pasta, falha);
+  if (falha) std::filesystem::current_path("/", falha);
 }
 
 void AtendeMensagens() {
@@ -58,6 +60,8 @@ void AtendeClientes(CModuloServidor& modulo, DWORD pausaFinalMs) {
 }
 
 int ExecutaServidor() {
+  // A limit on file sizes, inherited from whoever started the process, is a failed write and not its end.
+  std::signal(SIGXFSZ, SIG_IGN);
   const char* linha = GetCommandLineA();
   CoInitialize(nullptr);
   CoInitializeSecurity(nullptr, -1, nullptr, nullptr, kAutenticacaoNenhuma, kPersonificacao, nullptr, 0, nullptr);

@@ -5,6 +5,13 @@
 
 namespace kestor {
 
+namespace {
+
+// Leaves the monitor's waits when the process no longer needs it.
+struct MonitorDispensado {};
+
+}  // namespace
+
 CModuloServidor::CModuloServidor(std::span<const LinhaClasse> classes, DWORD tempoOciosoMs)
     : threadPrincipal_(GetCurrentThreadId()), tempoOciosoMs_(tempoOciosoMs) {
   for (const LinhaClasse& linha : classes)
@@ -39,16 +46,25 @@ bool CModuloServidor::IniciaMonitor() {
 DWORD CModuloServidor::ExecutaMonitor(void* modulo) {
   auto& proprio = *static_cast<CModuloServidor*>(modulo);
   const auto espera = [&proprio](DWORD milissegundos) {
-    return WaitForSingleObject(proprio.eventoEncerramento_, milissegundos) == WAIT_OBJECT_0;
+    const DWORD fim = WaitForSingleObject(proprio.eventoEncerramento_, milissegundos);
+    if (proprio.dispensaMonitor_) throw MonitorDispensado{};
+    return fim == WAIT_OBJECT_0;
   };
-  AguardaOciosidade(espera, proprio.tempoOciosoMs_, proprio.atividade_, proprio.travas_);
-  PostThreadMessageA(proprio.threadPrincipal_, WM_QUIT, 0, 0);
+  try {
+    AguardaOciosidade(espera, proprio.tempoOciosoMs_, proprio.atividade_, proprio.travas_);
+    PostThreadMessageA(proprio.threadPrincipal_, WM_QUIT, 0, 0);
+  } catch (const MonitorDispensado&) {
+  }
   return 0;
 }
 
-// The event stays until the monitor is gone and the main thread, which signals it, is here.
+// Also when the process ends for another reason than its monitor's. The event stays until the monitor is gone and the
+// main thread, which signals it, is here.
 void CModuloServidor::EncerraMonitor() {
+  dispensaMonitor_ = true;
+  SetEvent(eventoEncerramento_);
   if (monitor_ != nullptr) WaitForSingleObject(monitor_, INFINITE);
+  dispensaMonitor_ = false;
   CloseHandle(monitor_);
   CloseHandle(eventoEncerramento_);
   monitor_ = nullptr;

@@ -60,6 +60,7 @@ class CModuloServidor final : public ContagemServidor {
 
   std::atomic<LONG> travas_{0};
   std::atomic<bool> atividade_{false};
+  std::atomic<bool> dispensaMonitor_{false};
   const DWORD threadPrincipal_;
   const DWORD tempoOciosoMs_;
   HANDLE eventoEncerramento_ = nullptr;

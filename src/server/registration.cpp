@@ -48,21 +48,20 @@ HKCR
 }
 )";
 
-// A script that the executable carries, by its number. Those of the classes differ only in the class.
+// A script that the executable carries. Those of the classes differ only in the class.
 struct Script {
-  int number;
   const char* text;
   const char* className;
   const char* description;
   CLSID clsid;
 };
 
-// In the order in which they are applied: the application's, then the classes'.
-constexpr Script kApplication = {100, kApplicationScript, "", "", {}};
+// In the order in which they are applied: 100, the application's, then 101 to 103, those of the classes.
+constexpr Script kApplication = {kApplicationScript, "", "", {}};
 constexpr Script kClasses[] = {
-    {101, kClassScript, "ZNPL_Rel", "ZNPL_Rel Class", CLSID_ZNPL_Rel},
-    {102, kClassScript, "ZNPL_Relatorio2", "ZNPL_Relatorio2 Class", CLSID_ZNPL_Relatorio2},
-    {103, kClassScript, "ZNPL_RelConverte", "ZNPL_RelConverte Class", CLSID_ZNPL_RelConverte},
+    {kClassScript, "ZNPL_Rel", "ZNPL_Rel Class", CLSID_ZNPL_Rel},
+    {kClassScript, "ZNPL_Relatorio2", "ZNPL_Relatorio2 Class", CLSID_ZNPL_Relatorio2},
+    {kClassScript, "ZNPL_RelConverte", "ZNPL_RelConverte Class", CLSID_ZNPL_RelConverte},
 };
 
 // Applies a script in one direction. `module`: the executable's path in code page 1252.

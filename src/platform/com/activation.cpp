@@ -2,6 +2,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <new>
 
@@ -18,11 +19,6 @@ using channel::Connection;
 
 constexpr int kStartSeconds = 30;
 constexpr DWORD kPollMilliseconds = 2;
-
-int SecondsUntil(Clock::time_point deadline) {
-  const auto left = std::chrono::duration_cast<std::chrono::seconds>(deadline - Clock::now()).count();
-  return left < 1 ? 1 : static_cast<int>(left);
-}
 
 // One client at a time starts the home's server; the others wait here and then find it.
 class ActivationLock {
@@ -48,17 +44,20 @@ class ActivationLock {
 
 // The command line that starts the server of a class, as its registration gives it.
 HRESULT RegisteredCommand(REFCLSID clsid, std::string* command) {
-  HKEY key = nullptr;
-  const LONG opened = RegOpenKeyA(HKEY_CLASSES_ROOT, ("CLSID\\" + GuidText(clsid) + "\\LocalServer32").c_str(), &key);
-  if (opened == static_cast<LONG>(ERROR_FILE_NOT_FOUND)) return REGDB_E_CLASSNOTREG;
-  if (opened != 0) return HRESULT_FROM_WIN32(static_cast<DWORD>(opened));
+  registry::OwnedKey key;
+  LONG failed = RegOpenKeyA(HKEY_CLASSES_ROOT, ("CLSID\\" + GuidText(clsid) + "\\LocalServer32").c_str(), key.Out());
+  DWORD type = REG_NONE;
   DWORD size = 0;
-  LONG read = RegQueryValueExA(key, nullptr, nullptr, nullptr, nullptr, &size);
+  if (failed == 0) failed = RegQueryValueExA(key.Get(), nullptr, nullptr, &type, nullptr, &size);
   std::string ansi(size, '\0');
-  if (read == 0) read = RegQueryValueExA(key, nullptr, nullptr, nullptr, reinterpret_cast<BYTE*>(ansi.data()), &size);
-  RegCloseKey(key);
-  ansi.resize(ansi.find('\0') == std::string::npos ? ansi.size() : ansi.find('\0'));
-  if (read != 0 || ansi.empty()) return REGDB_E_CLASSNOTREG;
+  if (failed == 0) {
+    failed = RegQueryValueExA(key.Get(), nullptr, nullptr, &type, reinterpret_cast<BYTE*>(ansi.data()), &size);
+  }
+  if (failed != 0 && failed != static_cast<LONG>(ERROR_FILE_NOT_FOUND)) {
+    return HRESULT_FROM_WIN32(static_cast<DWORD>(failed));
+  }
+  ansi.resize(std::min(ansi.size(), ansi.find('\0')));
+  if (failed != 0 || ansi.empty() || (type != REG_SZ && type != REG_EXPAND_SZ)) return REGDB_E_CLASSNOTREG;
   *command = text::ToUtf8(ansi);
   return S_OK;
 }
@@ -78,6 +77,7 @@ class Activation {
       if (Connect(connection, &result)) return result;
       result = Start();
       if (FAILED(result)) return result;
+      Sleep(kPollMilliseconds);
     }
     return CO_E_SERVER_EXEC_FAILURE;
   }
@@ -86,14 +86,18 @@ class Activation {
   // False when nobody serves the class.
   bool Connect(std::unique_ptr<Connection>* connection, HRESULT* result) {
     channel::Decoder answer;
-    const auto outcome = Connection::Open(socketPath_, channel::FrameType::create, &iid_, sizeof iid_,
-                                          SecondsUntil(deadline_), connection, &answer);
+    const auto outcome =
+        Connection::Open(socketPath_, channel::FrameType::create, &iid_, sizeof iid_, 0, connection, &answer);
     switch (outcome) {
       case Connection::Outcome::ok:
         *result = static_cast<HRESULT>(answer.U32());
+        if (!answer.AtEnd()) *result = channel::kCallFailed;
         return true;
       case Connection::Outcome::nobody:
         return false;
+      case Connection::Outcome::busy:
+        *result = CO_E_SERVER_EXEC_FAILURE;
+        return true;
       case Connection::Outcome::denied:
         *result = E_ACCESSDENIED;
         return true;
@@ -120,7 +124,11 @@ class Activation {
     com::ServerProcess process;
     if (!process.Start(command)) return CO_E_SERVER_EXEC_FAILURE;
     while (!channel::SomebodyListens(socketPath_)) {
-      if (Clock::now() > deadline_ || process.HasEnded()) return CO_E_SERVER_EXEC_FAILURE;
+      if (process.HasEnded()) return CO_E_SERVER_EXEC_FAILURE;
+      if (Clock::now() > deadline_) {
+        process.End();  // nobody waits for it any more
+        return CO_E_SERVER_EXEC_FAILURE;
+      }
       Sleep(kPollMilliseconds);
     }
     return S_OK;
@@ -163,9 +171,11 @@ HRESULT CoGetLocalServerStatus(REFCLSID clsid, LocalServerStatus* status) {
     case Connection::Outcome::ok:
       status->processId = answer.U32();
       status->liveObjects = answer.U32();
-      return S_OK;
+      return answer.AtEnd() ? S_OK : channel::kCallFailed;
     case Connection::Outcome::nobody:
       return S_FALSE;
+    case Connection::Outcome::busy:
+      return HRESULT_FROM_WIN32(ERROR_TIMEOUT);
     case Connection::Outcome::denied:
       return E_ACCESSDENIED;
     case Connection::Outcome::otherVersion:

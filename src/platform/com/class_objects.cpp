@@ -3,6 +3,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <mutex>
@@ -14,8 +15,6 @@
 #include "platform/home/home.h"
 
 namespace {
-
-constexpr HRESULT CO_E_NOTINITIALIZED = static_cast<HRESULT>(0x800401F0);
 
 // A connection's object: its stub holds the reference that goes when the connection ends.
 class StubSession final : public channel::Session {
@@ -73,21 +72,21 @@ class ServingLock {
     if (file_ >= 0) close(file_);
   }
 
-  bool Take(const std::string& path) {
-    if (file_ >= 0) return true;
+  HRESULT Take(const std::string& path) {
+    if (file_ >= 0) return S_OK;
     const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (file < 0) return false;
+    if (file < 0) return errno == EACCES ? E_ACCESSDENIED : E_FAIL;
     // A server that is just ending gives the lock back within moments.
     constexpr int kAttempts = 500;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
       if (flock(file, LOCK_EX | LOCK_NB) == 0) {
         file_ = file;
-        return true;
+        return S_OK;
       }
       Sleep(10);
     }
     close(file);
-    return false;
+    return CO_E_OBJISREG;
   }
 
   void Release() {
@@ -119,9 +118,17 @@ HRESULT Publish(Runtime& runtime, ClassEntry& entry) {
   if (!apartment) return CO_E_NOTINITIALIZED;
   std::string reason;
   if (!platform::Home::Current().PrepareSocketFolder(&reason)) return E_ACCESSDENIED;
-  if (!runtime.serving.Take(platform::Home::Current().SocketFolder() + "/server.lock")) return CO_E_OBJISREG;
-  entry.socketPath = com::SocketPath(entry.id);
-  return apartment->Listen(entry.socketPath, &entry) ? S_OK : E_FAIL;
+  const HRESULT serving = runtime.serving.Take(platform::Home::Current().SocketFolder() + "/server.lock");
+  if (FAILED(serving)) return serving;
+  const std::string path = com::SocketPath(entry.id);
+  if (!apartment->Listen(path, &entry)) return E_FAIL;
+  entry.socketPath = path;
+  return S_OK;
+}
+
+bool ServesOthers(const Runtime& runtime) {
+  return std::any_of(runtime.classes.begin(), runtime.classes.end(),
+                     [](const auto& entry) { return !entry->socketPath.empty(); });
 }
 
 }  // namespace
@@ -170,8 +177,9 @@ std::string SocketPath(REFCLSID clsid) {
 HRESULT CoInitialize(void* /*reserved*/) {
   if (apartment) return S_FALSE;
   try {
-    apartment = std::make_unique<channel::Server>();
-    AttachMessageSource(apartment.get());
+    auto server = std::make_unique<channel::Server>();
+    AttachMessageSource(server.get());
+    apartment = std::move(server);
     return S_OK;
   } catch (const std::bad_alloc&) {
     return E_OUTOFMEMORY;
@@ -203,7 +211,13 @@ HRESULT CoRegisterClassObject(REFCLSID clsid, IUnknown* classObject, DWORD conte
     auto entry = std::make_unique<ClassEntry>(runtime.lastCookie + 1, clsid, std::move(factory));
     if ((context & CLSCTX_LOCAL_SERVER) != 0) {
       const HRESULT published = Publish(runtime, *entry);
-      if (FAILED(published)) return published;
+      if (FAILED(published)) {
+        if (ServesOthers(runtime)) return published;
+        // Nobody can ever reach this process: it must not stay for good.
+        runtime.serving.Release();
+        PostThreadMessageA(GetCurrentThreadId(), WM_QUIT, 0, 0);
+        return published;
+      }
     }
     *cookie = ++runtime.lastCookie;
     runtime.classes.push_back(std::move(entry));
@@ -226,9 +240,6 @@ HRESULT CoRevokeClassObject(DWORD cookie) {
   if (!withdrawn) return CO_E_OBJNOTREG;
   if (!withdrawn->socketPath.empty() && apartment) apartment->Withdraw(withdrawn->socketPath);
 
-  for (const auto& entry : runtime.classes) {
-    if (!entry->socketPath.empty()) return S_OK;
-  }
-  runtime.serving.Release();
+  if (!ServesOthers(runtime)) runtime.serving.Release();
   return S_OK;
 }

@@ -26,6 +26,7 @@ inline constexpr HRESULT E_INVALIDARG = static_cast<HRESULT>(0x80070057);
 inline constexpr HRESULT CLASS_E_NOAGGREGATION = static_cast<HRESULT>(0x80040110);
 inline constexpr HRESULT REGDB_E_CLASSNOTREG = static_cast<HRESULT>(0x80040154);
 inline constexpr HRESULT CO_E_OBJISREG = static_cast<HRESULT>(0x800401FC);
+inline constexpr HRESULT CO_E_NOTINITIALIZED = static_cast<HRESULT>(0x800401F0);
 inline constexpr HRESULT CO_E_OBJNOTREG = static_cast<HRESULT>(0x800401FB);
 inline constexpr HRESULT CO_E_SERVER_EXEC_FAILURE = static_cast<HRESULT>(0x80080005);
 inline constexpr HRESULT TYPE_E_CANTLOADLIBRARY = static_cast<HRESULT>(0x80029C4A);
@@ -230,8 +231,9 @@ HRESULT CoInitializeSecurity(void* descriptor, LONG authServices, void* serviceL
 
 // Publishes a class object, of which the runtime holds a reference until it is withdrawn. For CLSCTX_LOCAL_SERVER the
 // process listens on the class's socket of its home: CO_E_OBJISREG when another process serves the home,
-// E_ACCESSDENIED when the socket folder is not the user's own. With CLSCTX_INPROC_SERVER alone the class is there for
-// this process only.
+// E_ACCESSDENIED when the socket folder is not the user's own, CO_E_NOTINITIALIZED outside an apartment, E_FAIL when
+// the system gives no socket. A thread of which no class could be published to others is then sent the quit message: no
+// call would ever reach it. With CLSCTX_INPROC_SERVER alone the class is there for this process only.
 HRESULT CoRegisterClassObject(REFCLSID clsid, IUnknown* classObject, DWORD context, DWORD flags, DWORD* cookie);
 HRESULT CoRevokeClassObject(DWORD cookie);  // CO_E_OBJNOTREG for a cookie that stands for nothing
 
@@ -240,8 +242,11 @@ HRESULT CoRevokeClassObject(DWORD cookie);  // CO_E_OBJNOTREG for a cookie that 
 // which is started when there is none; it then needs a marshaler of the interface.
 //   REGDB_E_CLASSNOTREG        the class is not registered
 //   CO_E_SERVER_EXEC_FAILURE   its executable cannot be started or does not come up in 30 s
+//   0x8007xxxx                 the registry cannot be read
 //   CLASS_E_NOAGGREGATION      an outer object was given for an object of another process
-//   E_NOINTERFACE              the object has no such interface, or nothing carries it between processes
+//   E_NOINTERFACE              the object has no such interface, or nothing carries it between processes; IUnknown
+//   alone
+//                              is not carried: ask for the class's interface
 //   E_ACCESSDENIED             the sockets are another user's
 //   0x80010110                 the server speaks another version of the protocol
 HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID iid, void** object);
@@ -251,7 +256,7 @@ struct LocalServerStatus {
   DWORD processId;
   DWORD liveObjects;
 };
-// S_FALSE when none runs; otherwise as CoCreateInstance.
+// S_FALSE when none runs; 0x800705B4 when it is at work and does not answer in time; otherwise as CoCreateInstance.
 HRESULT CoGetLocalServerStatus(REFCLSID clsid, LocalServerStatus* status);
 
 // ---- Type libraries ------------------------------------------------------------------------------------------------

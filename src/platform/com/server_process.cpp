@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -94,20 +95,31 @@ void Send(int pipe, Report::Kind kind, int value) {
   [[maybe_unused]] const ssize_t written = write(pipe, &report, sizeof report);
 }
 
+// What one client allows itself must not bind the server of all.
+void LiftLimit(decltype(RLIMIT_FSIZE) resource) {
+  rlimit limit{};
+  if (getrlimit(resource, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(resource, &limit);
+}
+
 // From here to exec only what is safe between fork and exec in a process with several threads.
 [[noreturn]] void BecomeServer(int pipe, char* const* arguments, char* const* environment) {
   const int nothing = open("/dev/null", O_RDWR);
+  bool apart = nothing >= 0;
   for (int standard = 0; standard <= 2; ++standard)
-    dup2(nothing, standard);
+    apart = dup2(nothing, standard) >= 0 && apart;
   if (pipe != kReportDescriptor) dup2(pipe, kReportDescriptor);
   fcntl(kReportDescriptor, F_SETFD, FD_CLOEXEC);
-  syscall(SYS_close_range, kReportDescriptor + 1, ~0U, 0);
+  apart = syscall(SYS_close_range, kReportDescriptor + 1, ~0U, 0) == 0 && apart;
+  LiftLimit(RLIMIT_FSIZE);
+  LiftLimit(RLIMIT_CPU);
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
   for (const int handled : {SIGPIPE, SIGHUP, SIGINT, SIGTERM, SIGCHLD})
     signal(handled, SIG_DFL);
-  if (chdir("/") == 0) execve(arguments[0], arguments, environment);
+  if (apart && chdir("/") == 0) execve(arguments[0], arguments, environment);
   Send(kReportDescriptor, Report::failed, errno);
   _exit(127);
 }
@@ -171,6 +183,10 @@ bool ServerProcess::HasEnded() const {
   if (process_ < 0) return false;
   pollfd ended{process_, POLLIN, 0};
   return poll(&ended, 1, 0) > 0;
+}
+
+void ServerProcess::End() const {
+  if (process_ >= 0) syscall(SYS_pidfd_send_signal, process_, SIGTERM, nullptr, 0);
 }
 
 }  // namespace com

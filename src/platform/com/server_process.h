@@ -21,6 +21,9 @@ class ServerProcess {
   // True once the process is known to have ended.
   bool HasEnded() const;
 
+  // Asks it to end.
+  void End() const;
+
  private:
   int process_ = -1;  // descriptor of the process; -1 when the system gives none
 };

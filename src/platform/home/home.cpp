@@ -39,9 +39,12 @@ fs::path FromEnvironment() {
   return (config.empty() ? UserFolder() / ".config" : fs::path(config)) / "kestor";
 }
 
+// Absolute and without a separator at the end; otherwise as written, because what stands before a ".." may be a link.
 fs::path WithoutTrailingSeparator(const fs::path& folder) {
-  const fs::path clean = fs::absolute(folder).lexically_normal();
-  return clean.has_filename() ? clean : clean.parent_path();
+  std::error_code failed;
+  fs::path whole = fs::absolute(folder, failed);
+  if (failed) whole = folder;
+  return whole.has_filename() ? whole : whole.parent_path();
 }
 
 // The home in use.
@@ -63,7 +66,7 @@ std::uint64_t Hash(const std::string& bytes) {
 }
 
 // The longest socket name is a class identity of 38 characters with its separator.
-constexpr std::size_t kLongestSocketName = 40;
+constexpr std::size_t kLongestSocketName = 39;
 constexpr std::size_t kLongestSocketPath = sizeof(sockaddr_un::sun_path) - 1;
 
 bool PreparePrivateFolder(const std::string& folder, std::string* reason) {
@@ -126,7 +129,7 @@ std::string Home::SocketFolder() const {
                 static_cast<unsigned long long>(Hash((failed ? folder_ : canonical).native())));
 
   const std::string runtime = Variable("XDG_RUNTIME_DIR");
-  if (!runtime.empty()) {
+  if (runtime.starts_with('/') && fs::is_directory(runtime, failed)) {
     std::string folder = runtime + "/kestor/" + digits;
     if (folder.size() + kLongestSocketName <= kLongestSocketPath) return folder;
   }

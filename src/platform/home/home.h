@@ -31,8 +31,9 @@ class Home {
   std::string Drive(char letter) const;
 
   // The folder of this home's sockets: $XDG_RUNTIME_DIR/kestor/<16 hexadecimal digits of the home>, else
-  // /tmp/kestor-<uid>/<digits>; the second also when the first would make socket paths longer than the system's 107
-  // bytes. Two spellings of one home's path give one folder.
+  // /tmp/kestor-<uid>/<digits>; the second also when the variable names no existing folder by an absolute path, or
+  // would make socket paths longer than the system's 107 bytes. Two spellings of one home's path give one folder; a
+  // process with the variable and one without it have different ones, and with them a server each.
   std::string SocketFolder() const;
 
   // Creates the socket folder, mode 0700. False when it, or the folder above it, belongs to another user, may be
