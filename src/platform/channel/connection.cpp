@@ -13,6 +13,9 @@ namespace {
 
 constexpr std::size_t kFirstReceiveBytes = 4096;
 
+// Room for an answer of this length is made as soon as it is announced.
+constexpr std::size_t kTrustedBytes = 1u << 20;
+
 // A server that is stopped does not take connections out of its queue.
 constexpr int kConnectSeconds = 30;
 
@@ -153,10 +156,11 @@ bool Connection::ReceiveFrame(FrameHead* head, Decoder* payload) {
       if (have >= wanted) break;
     }
     // The room grows with what really arrives, so that a lying length costs nothing.
-    constexpr std::size_t kStep = 1u << 20;
-    const std::size_t room = std::max(kFirstReceiveBytes, std::min(wanted - have, kStep));
     const std::size_t size = received_.Size();
-    received_.Reserve(std::max(size + room, std::min(size * 2, start + wanted)));
+    if (size == received_.Capacity()) {
+      received_.Reserve(std::max(size + kFirstReceiveBytes, std::min(size * 2, start + wanted)));
+    }
+    if (start + wanted > received_.Capacity() && wanted <= kTrustedBytes) received_.Reserve(start + wanted);
     const ssize_t got = recv(descriptor_, received_.Data() + size, received_.Capacity() - size, 0);
     if (got < 0 && errno == EINTR) continue;
     if (got == 0) errno = ECONNRESET;  // tells the end from a limit that ran out

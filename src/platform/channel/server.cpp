@@ -50,6 +50,7 @@ void AppendRefusal(Encoder* frames, HRESULT result, std::string_view reason) {
 // Room for the next reading that grows with what has arrived, but not far beyond the frame that is promised.
 void ReserveForFrame(Buffer* input) {
   const std::size_t next = input->Size() + kReceiveBytes;
+  if (next <= input->Capacity()) return;
   const std::size_t promised = input->Size() < kHeadBytes ? 0 : kHeadBytes + ReadHead(input->Data()).payloadBytes;
   input->Reserve(std::max(next, std::min(input->Size() * 2, promised + kReceiveBytes)));
 }
