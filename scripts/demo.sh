@@ -1,0 +1,92 @@
+#!/usr/bin/env bash
+# Shows the server at work on a home of its own, step by step, and checks every step. Exits with 1 if anything is not as
+# it should be. Builds the programs first; leaves nothing behind but the build.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/build.sh
+export PATH="$(pwd -P)/build/release/bin:$PATH"
+
+demo="$(mktemp -d "${TMPDIR:-/tmp}/kestor-demo-XXXXXX")"
+export KESTOR_HOME="$demo/home"
+mkdir -m 700 "$demo/run"
+export XDG_RUNTIME_DIR="$demo/run"
+unset KESTOR_SERVER
+server=""
+
+server_runs() { [ -n "$server" ] && [ "$(readlink "/proc/$server/exe" 2>/dev/null)" = "$(command -v kestor)" ]; }
+
+clean_up() {
+  if server_runs; then kill "$server"; fi
+  rm -rf "$demo"
+}
+trap clean_up EXIT
+cd "$demo"
+
+step() { printf '\n== %s\n' "$*"; }
+
+fail() {
+  printf '\nThe demonstration failed: %s\n' "$*" >&2
+  exit 1
+}
+
+# Prints a command, runs it and checks its exit status: run STATUS COMMAND…
+run() {
+  local expected="$1" status=0 word
+  shift
+  printf '$'
+  for word in "$@"; do
+    case "$word" in
+      *' '*) printf " '%s'" "$word" ;;
+      *) printf ' %s' "$word" ;;
+    esac
+  done
+  printf '\n'
+  "$@" 2>&1 || status=$?
+  [ "$status" -eq "$expected" ] || fail "'$*' ended with status $status instead of $expected"
+  [ "$status" -eq 0 ] || printf '(exit status %d)\n' "$status"
+}
+
+step "A home is made: the folders are entered, the server is registered."
+run 0 kestorctl setup --reports reports --module CT=contabil
+run 0 kestorctl status
+kestorctl status | grep -q '^server   not running$' || fail "a server runs before anybody asked for one"
+
+step "The first client that asks for a store starts the server. A model is written."
+printf '<?xml version="1.0" encoding="UTF-8"?>\n<demonstration title="Vendas por m\303\252s"/>\n' > vendas.xml
+run 0 kestorctl write CT 01 'Vendas por mês' vendas.xml --version 3
+run 0 kestorctl status
+server="$(kestorctl status | sed -n 's/^server   running, process \([0-9]*\),.*/\1/p')"
+server_runs || fail "no server process runs"
+echo "The server is process $server."
+
+step "The model is read back: its version is told, its content is identical."
+run 0 kestorctl read CT 01 'Vendas por mês' -o back.xml
+run 0 cmp vendas.xml back.xml
+
+step "A model that exists is not overwritten when that is not wanted: a notice, status 3."
+run 3 kestorctl write CT 01 'Vendas por mês' back.xml --no-overwrite
+run 3 kestorctl read CT 01 Nada
+last_client=$SECONDS
+
+step "On the disk: two bytes of version, low byte first, then the content."
+run 0 ls -l reports
+run 0 od -A d -t x1z -N 48 'reports/CT01Vendas por mês.RXL'
+cmp -s <(printf '\003\000'; cat vendas.xml) 'reports/CT01Vendas por mês.RXL' || fail "the file holds something else"
+
+step "About six seconds after its last client the server ends by itself."
+[ "$(kestorctl status | sed -n 's/^server   running, process \([0-9]*\),.*/\1/p')" = "$server" ] ||
+  fail "it is not the same server any more"
+while server_runs; do
+  [ $((SECONDS - last_client)) -le 30 ] || fail "the server still runs after 30 seconds"
+  printf '.'
+  sleep 0.5
+done
+waited=$((SECONDS - last_client))
+printf ' gone after about %d seconds\n' "$waited"
+[ "$waited" -ge 4 ] || fail "the server ended too early"
+run 0 kestorctl status
+kestorctl status | grep -q '^server   not running$' || fail "a server runs"
+[ -z "$(find "$demo/run" -type s)" ] || fail "a socket was left behind"
+
+printf '\nEverything was as it should be.\n'

@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Installs what this project is built with, from Debian's packages; does and asks for nothing when all is there.
+#
+#   scripts/setup.sh            what building the programs takes
+#   scripts/setup.sh tests      … and the tests and benchmarks
+#   scripts/setup.sh checks     … and everything that .ci/run uses
+set -euo pipefail
+
+packages=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev)
+case "${1:-programs}" in
+  programs) ;;
+  tests) packages+=(libgtest-dev libgmock-dev libbenchmark-dev) ;;
+  checks) packages+=(libgtest-dev libgmock-dev libbenchmark-dev clang clang-format clang-tidy libclang-rt-dev) ;;
+  *) echo "usage: scripts/setup.sh [programs|tests|checks]" >&2; exit 2 ;;
+esac
+
+missing=()
+for package in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
+done
+[ "${#missing[@]}" -eq 0 ] && exit 0
+
+echo "Installing: ${missing[*]}"
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+  command -v sudo >/dev/null || { echo "Please install as root: apt-get install ${missing[*]}" >&2; exit 1; }
+  as_root=(sudo)
+fi
+"${as_root[@]}" apt-get update -q
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends "${missing[@]}"

@@ -1,0 +1,80 @@
+#include "answer.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "contract/results.h"
+#include "host_files.h"
+
+namespace kestorctl {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string ResultSentence(const Answer& answer) {
+  const kestor::ResultText described = kestor::Describe(answer.result);
+  std::string sentence = kestor::ResultCode(answer.result) + " " + described.name + ": " + described.meaning;
+  if (!answer.detail.empty()) sentence += " (" + answer.detail + ")";
+  return sentence;
+}
+
+std::string Document(const Answer& answer) {
+  Json document = {{"result", kestor::ResultCode(answer.result)}};
+  if (!answer.error.empty()) {
+    document["error"] = answer.error;
+  } else if (answer.result != S_OK) {
+    const kestor::ResultText described = kestor::Describe(answer.result);
+    document["name"] = described.name;
+    document["meaning"] = described.meaning;
+    if (!answer.detail.empty()) document["detail"] = answer.detail;
+  }
+  document.update(answer.data);
+  return document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+// A file name with a line end in it must not look like a second line.
+std::string OneLine(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; }, ' ');
+  return text;
+}
+
+void Tell(const std::string& line) {
+  // Where standard error cannot be written there is nobody left to be told.
+  WriteAll(STDERR_FILENO, OneLine(line) + "\n");
+}
+
+// 0, or the error number.
+int WriteStandardOutput(const std::string& bytes) {
+  if (bytes.empty()) return 0;
+  if (const int error = WriteAll(STDOUT_FILENO, bytes); error != 0) return error;
+  // Some file systems tell only now that the disk is full.
+  return close(STDOUT_FILENO) == 0 ? 0 : errno;
+}
+
+}  // namespace
+
+int Answer::Status() const {
+  if (wrongUsage) return kWrongUsage;
+  if (!error.empty() || FAILED(result)) return kFailed;
+  return result == S_OK ? kDone : kNotice;
+}
+
+int Deliver(const Answer& answer) {
+  const int unwritten = WriteStandardOutput(answer.json ? Document(answer) : answer.output);
+  if (unwritten == 0 && !answer.json && !answer.note.empty()) Tell(answer.note);
+  if (!answer.error.empty()) {
+    Tell("kestorctl: " + answer.error);
+  } else if (answer.result != S_OK) {
+    Tell("kestorctl: " + ResultSentence(answer));
+  }
+  if (unwritten == 0) return answer.Status();
+  Tell(std::string("kestorctl: cannot write standard output: ") + std::strerror(unwritten));
+  return kFailed;
+}
+
+}  // namespace kestorctl

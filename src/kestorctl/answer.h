@@ -1,0 +1,33 @@
+// What a command has found out, for people and for programs, and how it is told.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "platform/com/com.h"
+
+namespace kestorctl {
+
+enum ExitStatus : int { kDone = 0, kFailed = 1, kWrongUsage = 2, kNotice = 3 };
+
+// A command fills in one answer; Deliver tells it. All texts are UTF-8, those for standard output any bytes.
+struct Answer {
+  bool json = false;  // one document for programs takes the place of `output` and `note`
+
+  HRESULT result = S_OK;
+  std::string detail;  // more about `result` than its meaning says
+  std::string error;   // tells a failure on this side of the server; `result` then only classes it
+  bool wrongUsage = false;
+
+  std::string output;  // for standard output
+  std::string note;    // a line for standard error besides the one about the result
+  nlohmann::ordered_json data = nlohmann::ordered_json::object();  // the members of the document besides the result
+
+  int Status() const;
+};
+
+// Writes standard output, then the lines for standard error. The process's exit status: that of the answer, or kFailed
+// when standard output does not take it whole.
+int Deliver(const Answer& answer);
+
+}  // namespace kestorctl

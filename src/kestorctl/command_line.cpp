@@ -1,0 +1,140 @@
+#include "command_line.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "commands.h"
+#include "failure.h"
+#include "platform/home/home.h"
+#include "platform/registry/registry.h"
+#include "platform/text/text.h"
+
+namespace kestorctl {
+
+namespace {
+
+constexpr void (*kGroups[])(CLI::App&, Command*) = {AddSetup, AddStatus, AddRegistry, AddModels};
+
+constexpr const char* kProgramFooter =
+    R"(What belongs to one installation lies below its home: the folder of --home, else $KESTOR_HOME, else
+$XDG_CONFIG_HOME/kestor, else ~/.config/kestor. The server is started when a command needs it and ends by itself.
+
+Arguments and texts are UTF-8. An argument that begins with a hyphen stands behind "--".
+
+Exit status: 0 done; 3 done with a notice (no such model, a model of that name exists, …); 1 failure; 2 wrong usage.
+For anything but 0 a line on standard error gives the result code, its name and its meaning:
+  kestorctl: 0x00040004 KESTOR_ARQUIVO_JA_EXISTE: a model of that name exists
+
+With --json standard output is one document, also when the command fails:
+  "result"            the result code; 0x00000000 when all is done
+  "name", "meaning"   what the server's result is called and means, "detail" what else is known, unless it is 0
+  "error"             what failed before the server was asked (result 0x80070057 for wrong usage)
+and beside them what the command tells; see the help of each command.)";
+
+struct Globals {
+  std::string home;
+  bool json = false;
+};
+
+void AddGlobals(CLI::App& program, Globals* globals) {
+  program.add_option("--home", globals->home, "The home of the installation")->type_name("DIR");
+  program.add_flag("--json", globals->json, "Tell everything as one JSON document on standard output");
+}
+
+// The document is owed also when the arguments do not parse.
+bool AsksForJson(int argc, char** argv) {
+  char** const end = std::find(argv, argv + argc, std::string_view("--"));
+  return std::find(argv, end, std::string_view("--json")) != end;
+}
+
+// The command that the arguments name, as far as they do.
+const CLI::App* NamedCommand(const CLI::App& program) {
+  const CLI::App* named = &program;
+  while (!named->get_subcommands().empty())
+    named = named->get_subcommands().back();
+  return named;
+}
+
+std::string HelpHint(const CLI::App& program) {
+  std::string words;
+  for (const CLI::App* named = NamedCommand(program); named != nullptr; named = named->get_parent()) {
+    words.insert(0, named->get_name() + " ");
+  }
+  return "; see '" + words + "--help'";
+}
+
+// A mistyped command leaves an argument over; that one is needed would be no news.
+std::string ParseProblem(const CLI::App& program, const CLI::ParseError& error) {
+  const std::vector<std::string> left = program.remaining(true);
+  if (dynamic_cast<const CLI::RequiredError*>(&error) == nullptr) return error.what();
+  if (NamedCommand(program)->get_require_subcommand_min() == 0) return error.what();
+  return left.empty() ? "a command is needed" : "there is no command " + left.front();
+}
+
+void UseHome(const CLI::App& program, const Globals& globals) {
+  if (program.count("--home") == 0) return;
+  if (globals.home.empty()) throw UsageError("--home: the folder has no name");
+  platform::Home::Use(globals.home);
+}
+
+void Run(CLI::App& program, const Globals& globals, const Command& chosen, int argc, char** argv, Answer* answer) {
+  try {
+    program.parse(argc, argv);
+    answer->json = globals.json;
+    UseHome(program, globals);
+  } catch (const CLI::CallForHelp&) {
+    answer->json = false;
+    answer->output = program.help();
+    return;
+  } catch (const CLI::ParseError& error) {
+    throw UsageError(ParseProblem(program, error));
+  }
+  chosen(*answer);
+}
+
+void Fail(Answer* answer, HRESULT result, const std::string& error) {
+  answer->result = result;
+  answer->error = error;
+}
+
+}  // namespace
+
+std::string CheckUtf8(const std::string& argument) {
+  return text::IsValidUtf8(argument) ? "" : "the text is no valid UTF-8";
+}
+
+int RunCommandLine(int argc, char** argv) {
+  CLI::App program("Command-line client of KESTOR, the report-model repository.", "kestorctl");
+  program.fallthrough();
+  program.require_subcommand(1);
+  program.get_formatter()->column_width(26);
+  program.footer(kProgramFooter);
+  Globals globals;
+  AddGlobals(program, &globals);
+  Command chosen;
+  for (const auto add : kGroups)
+    add(program, &chosen);
+
+  Answer answer;
+  answer.json = AsksForJson(argc, argv);
+  try {
+    Run(program, globals, chosen, argc, argv, &answer);
+  } catch (const UsageError& error) {
+    answer.wrongUsage = true;
+    Fail(&answer, E_INVALIDARG, error.what() + HelpHint(program));
+  } catch (const LocalFailure& error) {
+    Fail(&answer, error.Result(), error.what());
+  } catch (const registry::FormatError& error) {
+    Fail(&answer, HRESULT_FROM_WIN32(ERROR_BADDB), error.what());
+  } catch (const std::filesystem::filesystem_error& error) {
+    Fail(&answer, E_FAIL, error.path1().string() + ": " + error.code().message());
+  } catch (const std::bad_alloc&) {
+    Fail(&answer, E_OUTOFMEMORY, "out of memory");
+  }
+  return Deliver(answer);
+}
+
+}  // namespace kestorctl

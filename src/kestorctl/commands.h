@@ -1,0 +1,39 @@
+// The commands, a group each: a group enters its commands in the command line and, when one of them is chosen there,
+// leaves what is to be run in `*chosen`.
+#pragma once
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <functional>
+#include <memory>
+
+#include "answer.h"
+
+namespace kestorctl {
+
+// Fills in the answer. Throws LocalFailure and UsageError; what the answer holds by then is told all the same.
+using Command = std::function<void(Answer&)>;
+
+void AddSetup(CLI::App& program, Command* chosen);
+void AddStatus(CLI::App& program, Command* chosen);
+void AddRegistry(CLI::App& program, Command* chosen);
+void AddModels(CLI::App& program, Command* chosen);
+
+// A command with its options, which live as long as the command may be run.
+template <typename Options>
+void Choose(CLI::App* command, Command* chosen, std::shared_ptr<Options> options,
+            void (*run)(const Options&, Answer&)) {
+  command->callback([=] { *chosen = [=](Answer& answer) { run(*options, answer); }; });
+}
+
+// "" when the argument is UTF-8, otherwise what is wrong.
+std::string CheckUtf8(const std::string& argument);
+
+// An argument without a name of its own that is a text: what is not UTF-8 is wrong usage.
+template <typename Text>
+CLI::Option* AddText(CLI::App* command, const char* name, Text* text, const char* description) {
+  return command->add_option(name, *text, description)->type_name("")->required()->check(CheckUtf8);
+}
+
+}  // namespace kestorctl

@@ -1,0 +1,150 @@
+#include "folder_plan.h"
+
+#include <algorithm>
+
+#include "failure.h"
+#include "host_files.h"
+#include "platform/files/files.h"
+#include "platform/home/home.h"
+#include "platform/text/text.h"
+
+namespace kestorctl {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using platform::Home;
+
+constexpr std::string_view kSeparators = "\\/";
+
+bool IsDesktopPath(const std::string& argument) {
+  if (argument.size() < 2 || argument[1] != ':') return false;
+  const char letter = text::UpperChar(argument[0]);
+  return letter >= 'A' && letter <= 'Z' && (argument.size() == 2 || kSeparators.find(argument[2]) != kSeparators.npos);
+}
+
+// Links followed, no separator at the end; what does not exist is taken as written.
+fs::path Canonical(const fs::path& folder) {
+  const fs::path canonical = fs::weakly_canonical(fs::absolute(folder));
+  return canonical.has_filename() ? canonical : canonical.parent_path();
+}
+
+std::string DriveRoot(char letter) {
+  return std::string(1, letter) + ":\\";
+}
+
+// Whether the server comes to this folder by this path. A name that the desktop platform reads in another way, or finds
+// in another letter case, leads elsewhere.
+bool LeadsTo(const std::string& desktopPath, const fs::path& folder) {
+  std::string host;
+  return files::HostPath(desktopPath.c_str(), &host) == 0 && Canonical(host) == folder;
+}
+
+// The path to `folder` from the drive; empty when there is none.
+std::string PathOnDrive(char letter, const fs::path& folder) {
+  const fs::path drive = Home::Current().Drive(letter);
+  if (!fs::is_directory(drive)) return {};
+  const fs::path start = fs::canonical(drive);
+  const auto [left, rest] = std::mismatch(start.begin(), start.end(), folder.begin(), folder.end());
+  if (left != start.end()) return {};
+  std::string names;
+  for (auto name = rest; name != folder.end(); ++name) {
+    if (!names.empty()) names += '\\';
+    names += name->native();
+  }
+  std::string ansi;
+  if (!text::FromUtf8Exactly(names, &ansi)) return {};
+  const std::string path = DriveRoot(letter) + ansi;
+  return LeadsTo(path, folder) ? path : std::string();
+}
+
+// A desktop path that was given as one.
+Place GivenPlace(const std::string& argument) {
+  Place place;
+  if (!text::FromUtf8Exactly(argument, &place.desktopPath)) {
+    throw LocalFailure("code page 1252 lacks a character of " + argument);
+  }
+  if (argument.size() == 2) place.desktopPath += '\\';
+  const fs::path drive = Home::Current().Drive(argument[0]);
+  if (!fs::is_directory(drive)) {
+    throw LocalFailure("the home has no drive " + argument.substr(0, 2) + " (" + drive.string() +
+                       " would have to be a folder or a link to one)");
+  }
+  std::string host;
+  if (files::HostPath(place.desktopPath.c_str(), &host) != 0) {
+    throw LocalFailure("the desktop platform refuses the path " + argument);
+  }
+  place.folder = Canonical(host);
+  return place;
+}
+
+}  // namespace
+
+Place PlaceOf(const std::string& desktopPath) {
+  Place place;
+  place.desktopPath = desktopPath;
+  std::string host;
+  if (files::HostPath(desktopPath.c_str(), &host) != 0) return place;
+  place.folder = Canonical(host);
+  place.exists = fs::is_directory(place.folder);
+  return place;
+}
+
+void RequireMakeable(const fs::path& folder) {
+  if (fs::is_directory(folder)) return;
+  fs::path above = folder;
+  while (!fs::exists(fs::symlink_status(above)) && above.has_parent_path() && above != above.parent_path()) {
+    above = above.parent_path();
+  }
+  if (!fs::is_directory(above)) throw LocalFailure(above.string() + " is no folder");
+  if (!MayWriteInto(above)) {
+    throw LocalFailure("cannot make " + folder.string() + ": no permission to write in " + above.string(),
+                       E_ACCESSDENIED);
+  }
+}
+
+Place FolderPlan::Find(const std::string& argument, const std::string& current) {
+  Place place;
+  if (IsDesktopPath(argument)) {
+    place = GivenPlace(argument);
+  } else {
+    place.folder = Canonical(argument);
+    place.desktopPath = PathTo(place.folder, current);
+  }
+  RequireMakeable(place.folder);
+  place.exists = fs::is_directory(place.folder);
+  if (!place.exists) missing_.insert(place.folder);
+  return place;
+}
+
+std::string FolderPlan::PathTo(const fs::path& folder, const std::string& current) {
+  if (!current.empty() && LeadsTo(current, folder)) return current;
+  for (char letter = 'A'; letter <= 'Z'; ++letter) {
+    std::string path = PathOnDrive(letter, folder);
+    if (!path.empty()) return path;
+  }
+  return DriveRoot(NewDrive(folder));
+}
+
+char FolderPlan::NewDrive(const fs::path& folder) {
+  for (const auto& [letter, start] : newDrives_) {
+    if (start == folder) return letter;
+  }
+  for (char letter = 'D'; letter <= 'Z'; ++letter) {
+    if (newDrives_.count(letter) != 0 || fs::exists(fs::symlink_status(Home::Current().Drive(letter)))) continue;
+    newDrives_.emplace(letter, folder);
+    return letter;
+  }
+  throw LocalFailure("no drive letter is free for " + folder.string() + ": see " + Home::Current().Drives().string());
+}
+
+void FolderPlan::Apply() const {
+  for (const fs::path& folder : missing_)
+    fs::create_directories(folder);
+  for (const auto& [letter, folder] : newDrives_) {
+    fs::create_directory_symlink(folder, Home::Current().Drive(letter));
+  }
+}
+
+}  // namespace kestorctl

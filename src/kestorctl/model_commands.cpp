@@ -1,0 +1,185 @@
+// The commands read and write: second-generation models, through the server.
+#include <charconv>
+#include <limits>
+
+#include "base64.h"
+#include "commands.h"
+#include "failure.h"
+#include "host_files.h"
+#include "platform/text/text.h"
+#include "store_session.h"
+
+namespace kestorctl {
+
+namespace {
+
+constexpr std::size_t kMaxContentBytes = std::numeric_limits<LONG>::max();
+
+constexpr const char* kReadFooter =
+    R"(Writes the content of a report model to FILE, which is written whole or not at all, or to standard output, and a line
+such as "version 1" to standard error.
+
+With --json: "version", "bytes", and the content as "content" when it is UTF-8, otherwise as "contentBase64"; with -o
+"file" instead.
+
+Examples:
+  kestorctl read CT 01 Vendas -o vendas.xml
+  kestorctl read CT 01 "Vendas por mês" | less
+
+Exit status: 0 read; 3 there is no such model (0x00040001); 1 failure; 2 wrong usage.)";
+
+constexpr const char* kWriteFooter =
+    R"(Stores a content and its version number as a report model. A model of that name is replaced, whole or not at all,
+unless --no-overwrite is given.
+
+Examples:
+  kestorctl write CT 01 Vendas vendas.xml
+  kestorctl write CT 01 Vendas - --version 2 < vendas.xml
+  kestorctl write CT 01 Exemplo exemplo.xml --no-overwrite --check-demo
+
+Exit status: 0 written; 3 nothing written, because a model of that name exists (0x00040004) or was deleted as a
+demonstration (0x0004000C); 1 failure; 2 wrong usage.)";
+
+struct ModelName {
+  std::string module;
+  std::string component;
+  std::string name;
+};
+
+struct ReadOptions {
+  ModelName model;
+  std::string output = "-";
+};
+
+struct WriteOptions {
+  ModelName model;
+  std::string input;
+  std::string version = "1";
+  bool keepExisting = false;
+  bool checkDemonstrations = false;
+};
+
+// A model as the server handed it out.
+class ReadModel {
+ public:
+  ReadModel() = default;
+  ~ReadModel() {
+    if (record_ != nullptr) CoTaskMemFree(record_->lpRelatorio);
+    CoTaskMemFree(record_);
+  }
+  ReadModel(const ReadModel&) = delete;
+  ReadModel& operator=(const ReadModel&) = delete;
+
+  REG_RELATORIO2** Out() { return &record_; }
+  USHORT Version() const { return record_->nVersao; }
+  std::string_view Content() const {
+    return {reinterpret_cast<const char*>(record_->lpRelatorio), static_cast<std::size_t>(record_->nQtdeBytes)};
+  }
+
+ private:
+  REG_RELATORIO2* record_ = nullptr;
+};
+
+// The server knows a name only in code page 1252.
+std::string ExplainName(const std::string& name) {
+  std::string ansi;
+  return text::FromUtf8Exactly(name, &ansi) ? std::string() : "code page 1252 lacks a character of " + name;
+}
+
+bool IsOpen(const ReportStore& store, Answer& answer) {
+  answer.result = store.Result();
+  answer.detail = store.Detail();
+  return SUCCEEDED(answer.result);
+}
+
+void TellContent(std::string_view content, Answer& answer) {
+  if (text::IsValidUtf8(content)) {
+    answer.data["content"] = content;
+  } else {
+    answer.data["contentBase64"] = Base64(content);
+  }
+}
+
+void Read(const ReadOptions& options, Answer& answer) {
+  const ReportStore store(options.model.module, options.model.component);
+  if (!IsOpen(store, answer)) return;
+  ReadModel model;
+  answer.result = store->Le(Bstr(options.model.name).Get(), model.Out());
+  if (answer.result != S_OK) {
+    answer.detail = ExplainName(options.model.name);
+    return;
+  }
+
+  answer.data["version"] = model.Version();
+  answer.data["bytes"] = model.Content().size();
+  if (options.output != "-") {
+    answer.data["file"] = options.output;
+    WriteOutput(options.output, model.Content());
+  } else if (answer.json) {
+    TellContent(model.Content(), answer);
+  } else {
+    answer.output = model.Content();
+  }
+  answer.note = "version " + std::to_string(model.Version());
+}
+
+bool ParseVersion(const std::string& decimal, USHORT* version) {
+  const char* const end = decimal.data() + decimal.size();
+  const auto [last, error] = std::from_chars(decimal.data(), end, *version);
+  return error == std::errc() && last == end;
+}
+
+void Write(const WriteOptions& options, Answer& answer) {
+  USHORT version = 0;
+  if (!ParseVersion(options.version, &version)) throw UsageError("--version: a whole number from 0 to 65535 is needed");
+  std::string content = ReadInput(options.input, kMaxContentBytes);
+  const int flags = (options.keepExisting ? KESTOR_NaoSobreescrever : 0) |
+                    (options.checkDemonstrations ? KESTOR_VerificarModelosDemoExcluidos : 0);
+
+  const ReportStore store(options.model.module, options.model.component);
+  if (!IsOpen(store, answer)) return;
+  answer.result = store->Grava(Bstr(options.model.name).Get(), version, static_cast<unsigned char>(flags),
+                               static_cast<LONG>(content.size()), reinterpret_cast<unsigned char*>(content.data()));
+  if (FAILED(answer.result)) answer.detail = ExplainName(options.model.name);
+  if (answer.result != S_OK) return;
+  answer.data["version"] = version;
+  answer.data["bytes"] = content.size();
+}
+
+void AddModelName(CLI::App* command, ModelName* model) {
+  AddText(command, "MODULE", &model->module, "Module code, such as CT");
+  AddText(command, "COMPONENT", &model->component, "Component code, such as 01");
+  AddText(command, "NAME", &model->name, "Name of the model");
+}
+
+void AddRead(CLI::App& program, Command* chosen) {
+  auto options = std::make_shared<ReadOptions>();
+  CLI::App* command = program.add_subcommand("read", "Read a report model");
+  AddModelName(command, &options->model);
+  command->add_option("-o,--output", options->output, "Where the content goes; - is standard output")
+      ->type_name("FILE");
+  command->footer(kReadFooter);
+  Choose(command, chosen, options, Read);
+}
+
+void AddWrite(CLI::App& program, Command* chosen) {
+  auto options = std::make_shared<WriteOptions>();
+  CLI::App* command = program.add_subcommand("write", "Write a report model");
+  AddModelName(command, &options->model);
+  command->add_option("FILE", options->input, "File with the content; - is standard input")->type_name("")->required();
+  command->add_option("--version", options->version, "Version number, 0 to 65535; 1 when not given")->type_name("N");
+  command->add_flag("--no-overwrite", options->keepExisting, "Leave a model of that name as it is");
+  command->add_flag("--check-demo", options->checkDemonstrations,
+                    "Write nothing when a demonstration model of that name was deleted");
+  command->footer(kWriteFooter);
+  Choose(command, chosen, options, Write);
+}
+
+}  // namespace
+
+void AddModels(CLI::App& program, Command* chosen) {
+  AddRead(program, chosen);
+  AddWrite(program, chosen);
+}
+
+}  // namespace kestorctl

@@ -1,0 +1,244 @@
+// The commands of the registry: they work on the home itself, not through the server.
+#include <optional>
+#include <string>
+
+#include "commands.h"
+#include "explanation.h"
+#include "failure.h"
+#include "host_files.h"
+#include "registry_values.h"
+
+namespace kestorctl {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr const char* kGroupFooter =
+    R"(A KEY starts with HKEY_LOCAL_MACHINE (HKLM) or HKEY_CLASSES_ROOT (HKCR); names ignore letter case. The registry is the
+file registry.reg of the home. Commands that change it replace the file as a whole.
+
+Exit status: 0 done; 1 failure, such as a key or value that does not exist; 2 wrong usage.)";
+
+constexpr const char* kGetFooter =
+    R"(Without NAME it is the key's default value. Texts are printed as they are, a list of texts one a line, numbers in
+decimal, other data as bytes in hexadecimal.
+
+With --json: "type", such as "REG_SZ", and "value": a text, a list of texts, a number, or hexadecimal digits.
+
+Example:
+  kestorctl registry get 'HKLM\SOFTWARE\Norvela' Relatorios
+
+Exit status: 0 printed; 1 there is no such value, or another failure; 2 wrong usage.)";
+
+constexpr const char* kSetFooter = R"(The key is made when it is missing. An empty NAME is the key's default value.
+
+Example:
+  kestorctl registry set 'HKLM\SOFTWARE\Norvela' Relatorios 'D:\Dados\Relatorios'
+
+Exit status: 0 set; 1 failure; 2 wrong usage.)";
+
+constexpr const char* kDeleteFooter =
+    R"(Without NAME the key goes with everything below it. An empty NAME is the key's default value.
+
+Examples:
+  kestorctl registry delete 'HKLM\SOFTWARE\Norvela\Contabil' Path
+  kestorctl registry delete 'HKLM\SOFTWARE\Norvela\Erros'
+
+Exit status: 0 deleted; 1 there is no such key or value, or another failure; 2 wrong usage.)";
+
+constexpr const char* kImportFooter =
+    R"(Merges an export of the desktop platform, REGEDIT4 or version 5.00, into the registry, deletions included: all of it, or
+nothing when a line does not read as it should; that line is then named. What lies below roots other than
+HKEY_LOCAL_MACHINE and HKEY_CLASSES_ROOT is passed over.
+
+Exit status: 0 imported; 1 failure; 2 wrong usage.)";
+
+constexpr const char* kExportFooter =
+    R"(Without FILE the text goes to standard output in UTF-8. A FILE is written the way the desktop's own tools do, in UTF-16
+with a mark, so that it can be imported there; it is written whole or not at all.
+
+With --json and without FILE: "text".
+
+Exit status: 0 exported; 1 failure; 2 wrong usage.)";
+
+struct ValueOptions {
+  std::string key;
+  std::optional<std::string> name;
+  std::string text;
+};
+
+struct FileOptions {
+  std::string file;
+};
+
+std::string NameInMessage(const ValueOptions& options) {
+  if (!options.name) return options.key;
+  return options.key + " " + (options.name->empty() ? "(default)" : *options.name);
+}
+
+[[noreturn]] void ThrowMissing(const std::string& what) {
+  throw LocalFailure("the registry has no " + what, HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
+}
+
+std::string TypeName(DWORD type) {
+  switch (type) {
+    case REG_NONE:
+      return "REG_NONE";
+    case REG_SZ:
+      return "REG_SZ";
+    case REG_EXPAND_SZ:
+      return "REG_EXPAND_SZ";
+    case REG_BINARY:
+      return "REG_BINARY";
+    case REG_DWORD:
+      return "REG_DWORD";
+    case REG_MULTI_SZ:
+      return "REG_MULTI_SZ";
+    default:
+      return std::to_string(type);
+  }
+}
+
+std::string Hexadecimal(const std::string& bytes) {
+  constexpr const char* kDigits = "0123456789abcdef";
+  std::string text;
+  for (const char c : bytes) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (!text.empty()) text += ' ';
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 0xF];
+  }
+  return text;
+}
+
+DWORD Number(const std::string& bytes) {
+  DWORD number = 0;
+  for (std::size_t i = bytes.size(); i-- > 0;)
+    number = number << 8 | static_cast<unsigned char>(bytes[i]);
+  return number;
+}
+
+void TellValue(const Value& value, Answer& answer) {
+  answer.data["type"] = TypeName(value.type);
+  Json& data = answer.data["value"];
+  if (value.type == REG_SZ || value.type == REG_EXPAND_SZ) {
+    data = value.Text();
+    answer.output = value.Text() + "\n";
+  } else if (value.type == REG_MULTI_SZ) {
+    data = value.Texts();
+    for (const std::string& text : value.Texts())
+      answer.output += text + "\n";
+  } else if (value.type == REG_DWORD && value.data.size() == sizeof(DWORD)) {
+    data = Number(value.data);
+    answer.output = std::to_string(Number(value.data)) + "\n";
+  } else {
+    data = Hexadecimal(value.data);
+    answer.output = Hexadecimal(value.data) + "\n";
+  }
+}
+
+void Get(const ValueOptions& options, Answer& answer) {
+  const KeyName key = ParseKey(options.key);
+  const std::string name = AnsiArgument("NAME", options.name.value_or(""));
+  RequireHome();
+  if (!KeyExists(key)) ThrowMissing("key " + options.key);
+  const std::optional<Value> value = ReadValue(key, name);
+  if (!value) ThrowMissing(options.name ? "value " + NameInMessage(options) : "default value of " + options.key);
+  TellValue(*value, answer);
+}
+
+void Set(const ValueOptions& options, Answer&) {
+  const KeyName key = ParseKey(options.key);
+  const std::string name = AnsiArgument("NAME", *options.name);
+  const std::string text = AnsiArgument("TEXT", options.text);
+  RequireHome();
+  SetText(key, name, text);
+}
+
+void Delete(const ValueOptions& options, Answer&) {
+  const KeyName key = ParseKey(options.key);
+  const std::string name = AnsiArgument("NAME", options.name.value_or(""));
+  if (!options.name && key.path.find_first_not_of('\\') == std::string::npos) {
+    throw UsageError("KEY: a root cannot be deleted");
+  }
+  RequireHome();
+  const bool deleted = options.name ? DeleteValue(key, name) : DeleteKey(key);
+  if (!deleted) ThrowMissing((options.name ? "value " : "key ") + NameInMessage(options));
+}
+
+void Import(const FileOptions& options, Answer&) {
+  RequireHome();
+  registry::Import(options.file);
+}
+
+void Export(const FileOptions& options, Answer& answer) {
+  RequireHome();
+  std::string text;
+  registry::Export("", &text);
+  if (!options.file.empty()) {
+    WriteOutput(options.file, registry::ToDesktopEncoding(text));
+  } else if (answer.json) {
+    answer.data["text"] = text;
+  } else {
+    answer.output = text;
+  }
+}
+
+CLI::App* AddValueCommand(CLI::App* group, const char* command, const char* description, const char* footer,
+                          ValueOptions* options, bool nameRequired) {
+  CLI::App* added = group->add_subcommand(command, description);
+  AddText(added, "KEY", &options->key, "Key, such as HKLM\\SOFTWARE\\Norvela");
+  AddText(added, "NAME", &options->name, "Name of the value")->required(nameRequired);
+  added->footer(footer);
+  return added;
+}
+
+void AddGet(CLI::App* group, Command* chosen) {
+  auto options = std::make_shared<ValueOptions>();
+  Choose(AddValueCommand(group, "get", "Print a value", kGetFooter, options.get(), false), chosen, options, Get);
+}
+
+void AddSet(CLI::App* group, Command* chosen) {
+  auto options = std::make_shared<ValueOptions>();
+  CLI::App* command = AddValueCommand(group, "set", "Set a text value", kSetFooter, options.get(), true);
+  AddText(command, "TEXT", &options->text, "The text");
+  Choose(command, chosen, options, Set);
+}
+
+void AddDelete(CLI::App* group, Command* chosen) {
+  auto options = std::make_shared<ValueOptions>();
+  Choose(AddValueCommand(group, "delete", "Delete a value or a key", kDeleteFooter, options.get(), false), chosen,
+         options, Delete);
+}
+
+void AddImport(CLI::App* group, Command* chosen) {
+  auto options = std::make_shared<FileOptions>();
+  CLI::App* command = group->add_subcommand("import", "Merge an export file into the registry");
+  command->add_option("FILE", options->file, "File in the desktop's export format")->type_name("")->required();
+  command->footer(kImportFooter);
+  Choose(command, chosen, options, Import);
+}
+
+void AddExport(CLI::App* group, Command* chosen) {
+  auto options = std::make_shared<FileOptions>();
+  CLI::App* command = group->add_subcommand("export", "Write the whole registry as an export file");
+  command->add_option("FILE", options->file, "Where to")->type_name("");
+  command->footer(kExportFooter);
+  Choose(command, chosen, options, Export);
+}
+
+}  // namespace
+
+void AddRegistry(CLI::App& program, Command* chosen) {
+  CLI::App* group = program.add_subcommand("registry", "Read and change the registry of the home");
+  group->require_subcommand(1);
+  group->footer(kGroupFooter);
+  AddGet(group, chosen);
+  AddSet(group, chosen);
+  AddDelete(group, chosen);
+  AddImport(group, chosen);
+  AddExport(group, chosen);
+}
+
+}  // namespace kestorctl
