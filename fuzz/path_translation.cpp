@@ -1,0 +1,67 @@
+// Whatever the text, its path stays below the drive's folder or the current directory, by names that a path may have.
+#include <stdlib.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+#include "platform/files/files.h"
+#include "platform/home/home.h"
+
+namespace {
+
+// A home in which nothing exists, so that paths are what their text says.
+const std::string& Drives() {
+  static const std::string drives = [] {
+    const std::filesystem::path home = std::filesystem::temp_directory_path() / "kestor-fuzz-no-such-home";
+    platform::Home::Use(home);
+    std::string folder = platform::Home::Current().Drive('d');
+    folder.pop_back();
+    return folder;
+  }();
+  return drives;
+}
+
+void Require(bool condition) {
+  if (!condition) abort();
+}
+
+void CheckComponent(std::string_view component) {
+  Require(!component.empty() && component != ".." && component != ".");
+  Require(component.front() != '.' || component.substr(0, 8) != ".kestor-");
+  Require(component.back() != '.' && component.back() != ' ');
+  for (const char c : component) {
+    Require(static_cast<unsigned char>(c) >= 0x20 && std::string_view("<>:\"|?*\\/").find(c) == std::string_view::npos);
+  }
+}
+
+void CheckPath(std::string_view path) {
+  if (path == ".") return;
+  Require(!path.empty());
+  if (path.front() == '/') {
+    Require(path.substr(0, Drives().size()) == Drives());
+    path.remove_prefix(Drives().size());
+    Require(!path.empty() && path[0] >= 'a' && path[0] <= 'z');
+    path.remove_prefix(1);
+    if (path.empty()) return;
+    Require(path.front() == '/');
+    path.remove_prefix(1);
+  }
+  for (;;) {
+    const std::size_t end = path.find('/');
+    CheckComponent(path.substr(0, end));
+    if (end == std::string_view::npos) return;
+    path.remove_prefix(end + 1);
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  Drives();
+  const std::string text(data, data + size);
+  std::string path;
+  if (files::HostPath(text.c_str(), &path) == 0) CheckPath(path);
+  return 0;
+}
