@@ -1,5 +1,6 @@
 // Reading and writing model files.
 
+#include <cstring>
 #include <limits>
 #include <memory>
 
@@ -32,15 +33,6 @@ BlocoTarefa<Tipo> AlocaBlocoTarefa(std::size_t bytes) {
   return BlocoTarefa<Tipo>(static_cast<Tipo*>(CoTaskMemAlloc(bytes)));
 }
 
-// Gives the model on the disk the letter case of `caminho`. A model that is not there has none yet.
-void AssumeCaixaDoNome(const std::string& caminho) {
-  try {
-    CFile::Rename(caminho.c_str(), caminho.c_str());
-  } catch (const CFileException& falha) {
-    if (falha.m_cause != CFileException::fileNotFound) throw;
-  }
-}
-
 }  // namespace
 
 std::string CRepositorioRel2::CaminhoModelo(const std::string& nome, bool comExtensao) const {
@@ -65,19 +57,18 @@ HRESULT CRepositorioRel2::Le(BSTR bsRelatorio, REG_RELATORIO2** ppregRelatorio) 
     if (tamanho < kBytesVersao || tamanho - kBytesVersao > std::numeric_limits<LONG>::max()) {
       return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
     }
-    const auto bytes = static_cast<UINT>(tamanho - kBytesVersao);
+    const auto bytes = static_cast<UINT>(tamanho);
     auto registro = AlocaBlocoTarefa<REG_RELATORIO2>(sizeof(REG_RELATORIO2));
     auto conteudo = AlocaBlocoTarefa<std::uint8_t>(bytes);
     if (!registro || !conteudo) return E_OUTOFMEMORY;
 
-    // The content goes straight to the client's block: a model is read once and copied never.
-    USHORT versao = 0;
-    if (arquivo.Read(&versao, kBytesVersao) != kBytesVersao || arquivo.Read(conteudo.get(), bytes) != bytes) {
-      return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
-    }
+    // One reading into the client's own block, and the content moved up over the version: a second reading from an odd
+    // place costs several times the move.
+    if (arquivo.Read(conteudo.get(), bytes) != bytes) return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
     arquivo.Close();
-    registro->nVersao = versao;
-    registro->nQtdeBytes = static_cast<LONG>(bytes);
+    std::memcpy(&registro->nVersao, conteudo.get(), kBytesVersao);
+    std::memmove(conteudo.get(), conteudo.get() + kBytesVersao, bytes - kBytesVersao);
+    registro->nQtdeBytes = static_cast<LONG>(bytes - kBytesVersao);
     registro->lpRelatorio = conteudo.release();
     *ppregRelatorio = registro.release();
     return S_OK;
@@ -111,12 +102,12 @@ HRESULT CRepositorioRel2::Grava(BSTR bsRelatorio, USHORT nVersao, unsigned char 
     return NoticeForm(KESTOR_MODELO_DEMO_COM_MESMO_NOME_EXCLUIDO);
   }
   try {
-    // Before the content and not behind it: a rename that fails must not leave the new model in place and the client
-    // with a failure.
-    AssumeCaixaDoNome(caminho);
+    // Content and letter case of the name change together or not at all: a client that is told of a failure finds the
+    // old model under its old name.
+    constexpr UINT kModo = CFile::modeCreate | CFile::modeWrite | CFile::shareCompat | CFile::nameAsGiven;
     CFile arquivo;
     CFileException falha;
-    if (!arquivo.Open(caminho.c_str(), CFile::modeCreate | CFile::modeWrite | CFile::shareCompat, &falha)) throw falha;
+    if (!arquivo.Open(caminho.c_str(), kModo, &falha)) throw falha;
     arquivo.Write(&nVersao, kBytesVersao);
     arquivo.Write(lpRelatorio, static_cast<UINT>(nTamanho));
     arquivo.Close();

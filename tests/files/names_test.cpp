@@ -33,6 +33,8 @@ class NamesTest : public testing::Test {
     return content;
   }
 
+  static std::string Numbered(std::string name, int number) { return name.append(std::to_string(number)); }
+
   static LONG RenameError(const char* from, const char* to) {
     try {
       CFile::Rename(from, to);
@@ -118,6 +120,11 @@ TEST_F(NamesTest, RefusedAndMissingPathsHaveTheirNumbers) {
   for (const auto& c : cases)
     EXPECT_EQ(OpenError(c.path.c_str(), kReadShared), c.error) << c.path;
   EXPECT_EQ(OpenError("NEW.TXT", CFile::modeWrite | CFile::modeReadWrite), 87);
+  EXPECT_EQ(OpenError("NEW.TXT", kUpdateExclusive | CFile::nameAsGiven), 87);
+  EXPECT_EQ(GetFileAttributesA(nullptr), INVALID_FILE_ATTRIBUTES);
+  EXPECT_EQ(RemoveError(nullptr), 3);
+  EXPECT_EQ(RenameError(nullptr, "NEW.TXT"), 3);
+  EXPECT_EQ(RenameError("R.TXT", nullptr), 3);
 }
 
 TEST_F(NamesTest, ErrorNumbersHaveTheirCauses) {
@@ -244,8 +251,8 @@ TEST_F(NamesTest, FoldersThatCannotBeWatchedAreReadAnew) {
     while (inotify_init() >= 0) {
     }
     for (int i = 0; i < 50; ++i) {
-      const std::string name = "F" + std::to_string(i) + ".DAT";
-      const std::string otherCase = "f" + std::to_string(i) + ".dat";
+      const std::string name = Numbered("F", i) + ".DAT";
+      const std::string otherCase = Numbered("f", i) + ".dat";
       if (ContentOf(otherCase) != "2") return 2;
       WriteFile(name, name);
       if (ContentOf(otherCase) != name) return 3;
@@ -263,12 +270,12 @@ TEST_F(NamesTest, FoldersThatCannotBeWatchedAreReadAnew) {
 TEST_F(NamesTest, ManyNamesComeAndGo) {
   constexpr int kNames = 600;
   for (int i = 0; i < kNames; ++i) {
-    ASSERT_EQ(OpenError(("Name" + std::to_string(i)).c_str(), kUpdateExclusive), 0);
+    ASSERT_EQ(OpenError(Numbered("Name", i).c_str(), kUpdateExclusive), 0);
     if (i % 3 == 0) continue;
-    ASSERT_EQ(RemoveError(("NAME" + std::to_string(i)).c_str()), 0);
+    ASSERT_EQ(RemoveError(Numbered("NAME", i).c_str()), 0);
   }
   for (int i = 0; i < kNames; ++i) {
-    EXPECT_EQ(OpenError(("nAME" + std::to_string(i)).c_str(), kReadExclusive), i % 3 != 0 ? 2 : 0);
+    EXPECT_EQ(OpenError(Numbered("nAME", i).c_str(), kReadExclusive), i % 3 != 0 ? 2 : 0);
   }
   EXPECT_EQ(support::Names(".").size(), std::size_t{kNames / 3});
 }
@@ -324,14 +331,21 @@ TEST_F(NamesTest, WhatIsNoFileIsNotOpenedAndLinksAreFollowed) {
     EXPECT_EQ(OpenError("pipe", mode), 5);
   }
   EXPECT_EQ(RemoveError("dir"), 5);
-  EXPECT_EQ(OpenError("dangling", kReadShared), 2);
+  // Not even the name of a link that leads nowhere is free.
+  for (const char* name : {"DANGLING", "dangling"}) {
+    EXPECT_EQ(OpenError(name, kReadShared), 2);
+    EXPECT_EQ(OpenError(name, kCreateExclusive), 5);
+    EXPECT_EQ(OpenError(name, kUpdateExclusive), 5);
+    EXPECT_EQ(RenameError("DIR\\REAL.DAT", name), 80);
+  }
+  EXPECT_EQ(support::Names("."), (std::vector<std::string>{"DANGLING", "DIR", "LINK.DAT", "PIPE"}));
   EXPECT_EQ(GetFileAttributesA("dir"), FILE_ATTRIBUTE_DIRECTORY);
   EXPECT_EQ(GetFileAttributesA("link.dat"), FILE_ATTRIBUTE_NORMAL);
   EXPECT_EQ(GetFileAttributesA("none"), INVALID_FILE_ATTRIBUTES);
   EXPECT_EQ(GetFileAttributesA("link.dat\\"), INVALID_FILE_ATTRIBUTES);
 
   CFile file;
-  ASSERT_EQ(OpenError(&file, "Link.dat", kCreateExclusive), 0);
+  ASSERT_EQ(OpenError(&file, "Link.dat", kCreateExclusive | CFile::nameAsGiven), 0);
   file.Write("new", 3);
   EXPECT_EQ(OpenError("DIR\\REAL.DAT", kReadShared), 32);
   file.Close();

@@ -1,4 +1,5 @@
 // Content: what is on the disk while a file is written, afterwards, and when the writer fails or is killed.
+#include <grp.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -117,13 +118,20 @@ TEST_F(ReplacementTest, FailedWritesLeaveWhatWasThere) {
 TEST_F(ReplacementTest, KilledAtAnyInstantTheDiskHasAWholeVersion) {
   std::minstd_rand random(20);
   WriteFile(File(), Version(0));
+  SharedMemory<std::atomic<int>> lastToSave;
   const int rounds = Rounds(60, 1000);
-  for (int round = 0; round < rounds; ++round) {
+  for (int round = 1; round <= rounds; ++round) {
     support::Child writer([&] {
-      for (unsigned number = 1;; ++number)
+      for (unsigned number = 1;; ++number) {
         Save(Version(number + static_cast<unsigned>(round)));
+        *lastToSave = round;
+      }
       return 0;
     });
+    // Every other writer is past its first version when it is killed, however slow the disk is.
+    if (round % 2 == 0) {
+      ASSERT_TRUE(support::WaitUntil([&] { return *lastToSave == round; }));
+    }
     std::this_thread::sleep_for(std::chrono::microseconds(random() % 8000));
     writer.Kill();
     writer.Wait();
@@ -158,7 +166,10 @@ TEST_F(ReplacementTest, ReadersSeeTheLastWholeVersionWhileTheFileIsReplaced) {
     return 0;
   });
   const int wanted = Rounds(300, 10000);
-  for (int reads = 0, attempts = 0; reads < wanted; ++attempts) {
+  constexpr unsigned kWantedVersions = 5;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  for (int reads = 0, attempts = 0; reads < wanted || *saved < kWantedVersions; ++attempts) {
+    ASSERT_LT(std::chrono::steady_clock::now(), deadline);
     const unsigned before = *saved;
     CFile file;
     const LONG error = OpenError(&file, kPath, attempts % 2 == 0 ? kReadExclusive : kReadShared);
@@ -170,6 +181,43 @@ TEST_F(ReplacementTest, ReadersSeeTheLastWholeVersionWhileTheFileIsReplaced) {
     ASSERT_GE(NumberOf(content), before);
     ++reads;
   }
+}
+
+TEST_F(ReplacementTest, TheFileStaysWithItsGroupOrTheGroupLosesIt) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs two users";
+  constexpr uid_t kOwner = 65533;
+  constexpr uid_t kWriter = 65534;
+  constexpr gid_t kOwnersGroup = 65531;
+  constexpr gid_t kWritersGroup = 65532;
+  fs::current_path(home_.Data());
+  fs::permissions(".", fs::perms(0777));
+  const struct {
+    bool isMember;
+    mode_t mode;
+    gid_t newGroup;
+    mode_t newMode;
+  } cases[] = {{true, 0660, kOwnersGroup, 0660}, {false, 0666, kWritersGroup, 0606}};
+  for (const auto& c : cases) {
+    WriteFile(File(), "old");
+    ASSERT_EQ(chown(File().c_str(), kOwner, kOwnersGroup), 0);
+    ASSERT_EQ(chmod(File().c_str(), c.mode), 0);
+    support::Child writer([&] {
+      if (setgroups(c.isMember ? 1 : 0, &kOwnersGroup) != 0) return 1;
+      if (setresgid(kWritersGroup, kWritersGroup, kWritersGroup) != 0) return 2;
+      if (setresuid(kWriter, kWriter, kWriter) != 0) return 3;
+      CFile file;
+      if (!file.Open("Model.RXL", kCreateExclusive)) return 4;
+      file.Close();
+      return 0;
+    });
+    EXPECT_EQ(writer.Wait(), 0);
+    struct stat status = {};
+    ASSERT_EQ(stat(File().c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, kWriter);
+    EXPECT_EQ(status.st_gid, c.newGroup);
+    EXPECT_EQ(status.st_mode & 0777, c.newMode);
+  }
+  fs::current_path("/");
 }
 
 TEST_F(ReplacementTest, LeftoversAreNeverWrittenThrough) {

@@ -312,6 +312,45 @@ TEST_F(SharingTest, HoldersThatDieHoldNothing) {
   EXPECT_EQ(OpenError("new.dat", kCreateExclusive), 0);
 }
 
+TEST_F(SharingTest, WhatAnotherUserWasCreatingWhenKilledIsNobodys) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs two users";
+  constexpr uid_t kOther = 65533;
+  fs::permissions(".", fs::perms(0777));
+  SharedMemory<Barrier> barrier;
+  support::Child holder([&] {
+    CFile file;
+    if (setresuid(kNobody, kNobody, kNobody) != 0 || !file.Open("NEW.DAT", kCreateExclusive)) return 1;
+    file.Write("x", 1);
+    barrier->Wait();
+    return pause();
+  });
+  ASSERT_TRUE(barrier->Wait());
+  const auto create = [] {
+    if (setresuid(kOther, kOther, kOther) != 0) return 255;
+    return static_cast<int>(OpenError("new.dat", kCreateExclusive));
+  };
+  EXPECT_EQ(support::Child(create).Wait(), 32);
+  const std::vector<std::string> names = support::Names(".");
+  const auto list = [] {
+    _finddata_t found;
+    return setresuid(kOther, kOther, kOther) == 0 && _findfirst("*", &found) != -1 ? 0 : 1;
+  };
+  const auto age = [&] { fs::last_write_time(names[0], fs::file_time_type::clock::now() - std::chrono::hours(1)); };
+  age();
+  EXPECT_EQ(support::Child(list).Wait(), 0);
+  EXPECT_EQ(support::Names("."), names);
+  holder.Kill();
+  holder.Wait();
+  fs::copy_file(names[0], "copy");
+  EXPECT_EQ(support::Child(create).Wait(), 0);
+  EXPECT_EQ(support::Names("."), (std::vector<std::string>{"FILE.DAT", "copy"}));
+
+  fs::rename("copy", names[0]);
+  age();
+  EXPECT_EQ(support::Child(list).Wait(), 0);
+  EXPECT_EQ(support::Names("."), std::vector<std::string>{"FILE.DAT"});
+}
+
 TEST_F(SharingTest, OpenFilesAreNeitherRemovedNorRenamed) {
   for (const UINT held : AllModes()) {
     CFile holder;

@@ -154,6 +154,12 @@ TEST_F(StoreTest, LetterCaseOfTheModelOnDisk) {
   EXPECT_EQ(WriteModel(*store, u"Vendas", "new"), S_OK);
   EXPECT_EQ(Names(Folder()), std::vector<std::string>{"CT01Vendas.RXL"});
   EXPECT_EQ(ReadModel(*store, u"vendas"), "new");
+
+  // What is not written keeps its name.
+  std::filesystem::rename(Folder() / "CT01Vendas.RXL", Folder() / "CT01VENDAS.RXL");
+  std::filesystem::permissions(Folder() / "CT01VENDAS.RXL", std::filesystem::perms(0444));
+  EXPECT_EQ(ResultCode(WriteModel(*store, u"Vendas", "newer")), "0x80040005");
+  EXPECT_EQ(Names(Folder()), std::vector<std::string>{"CT01VENDAS.RXL"});
 }
 
 TEST_F(StoreTest, NamesNeverLeadElsewhere) {

@@ -5,8 +5,6 @@
 
 namespace {
 
-constexpr mode_t kAnyWritePermission = 0222;
-
 DWORD StatusOf(const files::PathName& path, struct stat* status) {
   const int error = files::host::Stat(AT_FDCWD, path.path, status);
   if (error == 0) return ERROR_SUCCESS;
@@ -21,16 +19,16 @@ DWORD StatusOf(const files::PathName& path, struct stat* status) {
 DWORD GetFileAttributesA(const char* path) {
   files::PathName translated;
   struct stat status = {};
-  if (files::TranslatePath(path, &translated) != ERROR_SUCCESS) return INVALID_FILE_ATTRIBUTES;
+  if (files::TranslatePath(files::TextOf(path), &translated) != ERROR_SUCCESS) return INVALID_FILE_ATTRIBUTES;
   if (StatusOf(translated, &status) != ERROR_SUCCESS) return INVALID_FILE_ATTRIBUTES;
   if (S_ISDIR(status.st_mode)) return FILE_ATTRIBUTE_DIRECTORY;
   if (translated.meansFolder) return INVALID_FILE_ATTRIBUTES;
-  return (status.st_mode & kAnyWritePermission) == 0 ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_NORMAL;
+  return files::host::IsReadOnly(status) ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_NORMAL;
 }
 
 DWORD files::HostPath(const char* path, std::string* host) {
   PathName translated;
-  if (const DWORD error = TranslatePath(path, &translated); error != ERROR_SUCCESS) return error;
+  if (const DWORD error = TranslatePath(TextOf(path), &translated); error != ERROR_SUCCESS) return error;
   *host = SpellAsOnDisk(translated);
   return ERROR_SUCCESS;
 }

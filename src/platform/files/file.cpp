@@ -37,7 +37,8 @@ namespace {
 
 constexpr UINT kAccessFlags = CFile::modeWrite | CFile::modeReadWrite;
 constexpr UINT kShareFlags = CFile::shareExclusive | CFile::shareDenyWrite | CFile::shareDenyNone;
-constexpr UINT kKnownFlags = kAccessFlags | kShareFlags | CFile::modeCreate | CFile::modeNoTruncate | CFile::typeBinary;
+constexpr UINT kKnownFlags =
+    kAccessFlags | kShareFlags | CFile::modeCreate | CFile::modeNoTruncate | CFile::typeBinary | CFile::nameAsGiven;
 
 std::optional<OpenMode> ModeOf(UINT flags) {
   OpenMode mode;
@@ -60,6 +61,8 @@ std::optional<OpenMode> ModeOf(UINT flags) {
   }
   mode.create = (flags & CFile::modeCreate) != 0;
   mode.truncate = mode.create && (flags & CFile::modeNoTruncate) == 0;
+  mode.content = !mode.share.writes && !mode.create;
+  if ((flags & CFile::nameAsGiven) != 0 && !mode.ReplacesWhole()) return std::nullopt;
   return mode;
 }
 
@@ -72,7 +75,7 @@ CFile::~CFile() = default;
 BOOL CFile::Open(const char* path, UINT flags, CFileException* error) {
   Abort();
   auto open = std::make_unique<OpenFile>();
-  open->name = path != nullptr ? path : "";
+  open->name = files::TextOf(path);
   const std::optional<OpenMode> mode = ModeOf(flags);
   files::PathName translated;
   DWORD code = mode ? files::TranslateFilePath(open->name.c_str(), &translated) : ERROR_INVALID_PARAMETER;
@@ -81,7 +84,7 @@ BOOL CFile::Open(const char* path, UINT flags, CFileException* error) {
     open->writes = mode->share.writes;
     if (mode->ReplacesWhole()) {
       open->replacement = std::make_unique<files::Replacement>();
-      code = open->replacement->Begin(translated);
+      code = open->replacement->Begin(translated, (flags & nameAsGiven) != 0);
     } else if (mode->create) {
       code = files::OpenOrCreate(translated, *mode, &open->own, &open->createdIn);
       open->written = mode->truncate;
@@ -151,8 +154,9 @@ ULONGLONG CFile::GetLength() const {
 }
 
 void CFile::SetLength(ULONGLONG length) {
-  const LONGLONG position = Seek(static_cast<LONGLONG>(length), begin);
+  if (!m_open) throw CFileException::FromOsError(ERROR_INVALID_HANDLE);
   if (!m_open->writes) m_open->Fail(ERROR_ACCESS_DENIED);
+  const LONGLONG position = Seek(static_cast<LONGLONG>(length), begin);
   m_open->written = true;
   m_open->Check(host::Truncate(m_open->File(), position));
 }

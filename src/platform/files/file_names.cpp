@@ -9,13 +9,10 @@
 namespace files {
 namespace {
 
-constexpr mode_t kAnyWritePermission = 0222;
-
 bool SameFolder(const host::Descriptor& a, const host::Descriptor& b) {
   struct stat first = {};
   struct stat second = {};
-  return host::Stat(a, &first) == 0 && host::Stat(b, &second) == 0 && first.st_dev == second.st_dev &&
-         first.st_ino == second.st_ino;
+  return host::Stat(a, &first) == 0 && host::Stat(b, &second) == 0 && host::SameFile(first, second);
 }
 
 DWORD RemoveFile(std::string_view text) {
@@ -24,7 +21,7 @@ DWORD RemoveFile(std::string_view text) {
   Location location;
   host::Descriptor file;
   if (const DWORD error = OpenLocated(path, kExclusiveReading, &location, &file); error != ERROR_SUCCESS) return error;
-  if ((location.status.st_mode & kAnyWritePermission) == 0) return ERROR_ACCESS_DENIED;
+  if (host::IsReadOnly(location.status)) return ERROR_ACCESS_DENIED;
   if (const int error = host::Unlink(location.folder, location.name); error != 0) return OsError(error);
   FolderIndexes::OfProcess().CatchUp();
   return OsError(host::Sync(location.folder));
@@ -46,12 +43,11 @@ class Renaming {
  private:
   static bool IsUnchanged(const Location& location) {
     struct stat now = {};
-    return host::Stat(location.folder.Number(), location.name, &now) == 0 && now.st_dev == location.status.st_dev &&
-           now.st_ino == location.status.st_ino;
+    return host::Stat(location.folder.Number(), location.name, &now) == 0 && host::SameFile(now, location.status);
   }
 
   bool IsTakenByOther() const {
-    return to_.exists && (to_.name != from_.name || !SameFolder(from_.folder, to_.folder));
+    return to_.isDeadLink || (to_.exists && (to_.name != from_.name || !SameFolder(from_.folder, to_.folder)));
   }
 
   DWORD Move() {
@@ -64,7 +60,9 @@ class Renaming {
     if (error != ERROR_SUCCESS) return error;
     if (error = FindIn(newName_, &to_); error != ERROR_SUCCESS) return error;
     if (IsTakenByOther()) return ERROR_FILE_EXISTS;
-    error = OsError(host::RenameToFreeName(from_.folder, from_.name, to_.folder, newName_));
+    // A new name that exists and is not another's is the old one in another letter case.
+    error = OsError(to_.exists ? host::ChangeSpelling(to_.folder, from_.name, newName_)
+                               : host::RenameToFreeName(from_.folder, from_.name, to_.folder, newName_));
     if (error != ERROR_SUCCESS) return error;
     FolderIndexes::OfProcess().CatchUp();
     error = OsError(host::Sync(to_.folder));
@@ -89,11 +87,13 @@ DWORD RenameFile(std::string_view oldText, std::string_view newText) {
 }  // namespace files
 
 void CFile::Remove(const char* path) {
-  const DWORD error = files::RemoveFile(path);
-  if (error != ERROR_SUCCESS) throw CFileException::FromOsError(error, path);
+  const std::string_view text = files::TextOf(path);
+  const DWORD error = files::RemoveFile(text);
+  if (error != ERROR_SUCCESS) throw CFileException::FromOsError(error, std::string(text));
 }
 
 void CFile::Rename(const char* oldPath, const char* newPath) {
-  const DWORD error = files::RenameFile(oldPath, newPath);
-  if (error != ERROR_SUCCESS) throw CFileException::FromOsError(error, oldPath);
+  const std::string_view oldText = files::TextOf(oldPath);
+  const DWORD error = files::RenameFile(oldText, files::TextOf(newPath));
+  if (error != ERROR_SUCCESS) throw CFileException::FromOsError(error, std::string(oldText));
 }

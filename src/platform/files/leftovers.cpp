@@ -2,9 +2,7 @@
 
 #include <ctime>
 
-#include "path_name.h"
 #include "reservation.h"
-#include "share_lock.h"
 
 namespace files {
 namespace {
@@ -15,11 +13,7 @@ void RemoveIfLeftBehind(const host::Descriptor& folder, const std::string& name)
   struct stat status = {};
   if (host::StatLink(folder.Number(), name, &status) != 0 || !S_ISREG(status.st_mode)) return;
   if (time(nullptr) - status.st_mtim.tv_sec < kSafeAge) return;
-  host::Descriptor file;
-  if (host::Open(folder.Number(), name, O_RDWR | O_NOFOLLOW | O_NONBLOCK, &file) != 0) return;
-  if (!TryCreationLock(file)) return;
-  if (TakeShareLock(file, true, {true, true, Denial::both}) != ERROR_SUCCESS) return;
-  if (LeadsTo(folder, name, file)) host::Unlink(folder, name);
+  RemoveIfAbandoned(folder, name);
 }
 
 }  // namespace

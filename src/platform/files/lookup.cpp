@@ -64,6 +64,7 @@ DWORD OpenWholeFolder(const PathName& path, host::Descriptor* folder) {
 DWORD FindIn(const std::string& name, Location* location) {
   location->name = name;
   location->exists = false;
+  location->isDeadLink = false;
   int error = host::Stat(location->folder.Number(), name, &location->status);
   // A name that the index has may go, or change its letter case, before it is looked at.
   constexpr int kAttempts = 3;
@@ -75,7 +76,11 @@ DWORD FindIn(const std::string& name, Location* location) {
     error = host::Stat(location->folder.Number(), location->name, &location->status);
   }
   location->exists = error == 0;
-  return error == ENOENT ? ERROR_SUCCESS : OsError(error);
+  if (error != ENOENT) return OsError(error);
+  struct stat link = {};
+  location->isDeadLink = host::StatLink(location->folder.Number(), location->name, &link) == 0 && S_ISLNK(link.st_mode);
+  if (!location->isDeadLink) location->name = name;
+  return ERROR_SUCCESS;
 }
 
 DWORD Locate(const PathName& path, Location* location) {

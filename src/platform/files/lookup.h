@@ -14,6 +14,7 @@ struct Location {
   host::Descriptor folder;
   std::string name;  // as it is on the disk, or as written when there is none
   bool exists = false;
+  bool isDeadLink = false;  // nothing exists, but a symbolic link that leads nowhere has the name
   struct stat status = {};  // of what exists; of what a symbolic link leads to
 };
 

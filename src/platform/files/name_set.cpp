@@ -65,9 +65,8 @@ void NameSet::Rebuild() {
 }
 
 void NameSet::Insert(std::string_view name) {
-  std::string folded;
-  if (!FoldName(name, &folded)) return;
-  const std::uint32_t hash = HashOf(folded);
+  if (!FoldName(name, &folded_)) return;
+  const std::uint32_t hash = HashOf(folded_);
   if (SlotOf(name, hash) != nullptr) return;
   if ((used_ + 1) * 4 > slots_.size() * 3) Rebuild();
   Place(hash, static_cast<std::uint32_t>(names_.size()));
@@ -77,9 +76,8 @@ void NameSet::Insert(std::string_view name) {
 }
 
 void NameSet::Erase(std::string_view name) {
-  std::string folded;
-  if (!FoldName(name, &folded)) return;
-  Slot* const slot = SlotOf(name, HashOf(folded));
+  if (!FoldName(name, &folded_)) return;
+  Slot* const slot = SlotOf(name, HashOf(folded_));
   if (slot == nullptr) return;
   slot->offset = kErased;
   --count_;

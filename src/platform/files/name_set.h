@@ -34,7 +34,8 @@ class NameSet {
   std::vector<Slot> slots_;  // a power of two
   std::size_t used_ = 0;     // slots that are not free, erased ones included
   std::size_t count_ = 0;
-  std::string names_;  // of each name its length in one byte, then the name
+  std::string names_;   // of each name its length in one byte, then the name
+  std::string folded_;  // of the name in hand
 };
 
 }  // namespace files

@@ -8,8 +8,6 @@
 namespace files {
 namespace {
 
-constexpr mode_t kAnyWritePermission = 0222;
-
 // Opens for reading and writing where possible, whatever is asked for: only a descriptor that can be written to takes
 // exclusive locks.
 int OpenForLocking(int folder, const std::string& name, const OpenMode& mode, host::Descriptor* file, bool* writable) {
@@ -33,6 +31,7 @@ DWORD Create(const PathName& path, const OpenMode& mode, host::Descriptor* file,
   // Somebody may have created the file before the name was reserved.
   if (const DWORD error = FindIn(path.Name(), &location); error != ERROR_SUCCESS) return error;
   if (location.exists) return kStartAnew;
+  if (location.isDeadLink) return ERROR_ACCESS_DENIED;
   DWORD error = reservation.TakeFreeName(path.Name());
   if (error == ERROR_SUCCESS) error = reservation.Settle();
   if (error != ERROR_SUCCESS) return error;
@@ -42,23 +41,38 @@ DWORD Create(const PathName& path, const OpenMode& mode, host::Descriptor* file,
   return ERROR_SUCCESS;
 }
 
+// The short way of those who only read: they must not get a file that was replaced or removed before it was locked, and
+// such a one has no name left. (One that has others besides is older by a moment than what the name leads to now; then
+// it was read a moment before.) Looking the name up again would cost as much as opening it.
+DWORD LockForContent(host::Descriptor opened, bool writable, const ShareMode& share, host::Descriptor* file) {
+  const DWORD lockError = TakeShareLock(opened, writable, share);
+  struct stat own = {};
+  if (const int error = host::Stat(opened, &own); error != 0) return OsError(error);
+  if (!S_ISREG(own.st_mode)) return ERROR_ACCESS_DENIED;
+  if (lockError != ERROR_SUCCESS) return lockError;
+  if (own.st_nlink == 0) return kStartAnew;
+  *file = std::move(opened);
+  return ERROR_SUCCESS;
+}
+
 }  // namespace
 
 DWORD OpenAsWritten(int folder, const std::string& name, const OpenMode& mode, host::Descriptor* file) {
   host::Descriptor opened;
   bool writable = false;
   if (const int error = OpenForLocking(folder, name, mode, &opened, &writable); error != 0) return OsError(error);
+  if (mode.content) return LockForContent(std::move(opened), writable, mode.share, file);
   struct stat own = {};
   if (const int error = host::Stat(opened, &own); error != 0) return OsError(error);
   if (!S_ISREG(own.st_mode)) return ERROR_ACCESS_DENIED;
   const bool changes = mode.share.writes || mode.truncate;
-  if (changes && (own.st_mode & kAnyWritePermission) == 0) return ERROR_ACCESS_DENIED;
+  if (changes && host::IsReadOnly(own)) return ERROR_ACCESS_DENIED;
 
   if (const DWORD error = TakeShareLock(opened, writable, mode.share); error != ERROR_SUCCESS) return error;
 
   // Until the lock was there, another process could replace or rename the file.
   struct stat named = {};
-  if (host::Stat(folder, name, &named) != 0 || named.st_dev != own.st_dev || named.st_ino != own.st_ino) {
+  if (host::Stat(folder, name, &named) != 0 || !host::SameFile(named, own)) {
     return kStartAnew;
   }
   if (mode.truncate) {
@@ -69,12 +83,10 @@ DWORD OpenAsWritten(int folder, const std::string& name, const OpenMode& mode, h
 }
 
 DWORD OpenExisting(const PathName& path, const OpenMode& mode, host::Descriptor* file) {
-  return UntilNotOvertaken([&] {
-    const DWORD error = OpenAsWritten(AT_FDCWD, path.path, mode, file);
-    if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND) return error;
-    Location location;
-    return OpenLocated(path, mode, &location, file);
-  });
+  const DWORD error = OpenAsWritten(AT_FDCWD, path.path, mode, file);
+  if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND && error != kStartAnew) return error;
+  Location location;
+  return OpenLocated(path, mode, &location, file);
 }
 
 DWORD OpenLocated(const PathName& path, const OpenMode& mode, Location* location, host::Descriptor* file) {

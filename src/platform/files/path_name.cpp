@@ -127,7 +127,8 @@ bool IsPlatformName(std::string_view name) {
 }
 
 bool IsHidden(std::string_view name) {
-  return text::EqualNoCase(name.substr(0, kHiddenPrefix.size()), kHiddenPrefix);
+  return name.starts_with(kHiddenPrefix.front()) &&
+         text::EqualNoCase(name.substr(0, kHiddenPrefix.size()), kHiddenPrefix);
 }
 
 bool FoldName(std::string_view name, std::string* folded) {

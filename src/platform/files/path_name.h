@@ -22,6 +22,11 @@ struct PathName {
   std::string Folder() const;  // the path of the folder that holds the last component
 };
 
+// The text of a caller's path. None at all is an empty one.
+inline std::string_view TextOf(const char* path) {
+  return path != nullptr ? path : "";
+}
+
 // 0, or the platform's error number.
 DWORD TranslatePath(std::string_view text, PathName* path);
 

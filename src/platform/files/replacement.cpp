@@ -5,9 +5,9 @@
 
 namespace files {
 
-DWORD Replacement::Begin(const PathName& path) {
+DWORD Replacement::Begin(const PathName& path, bool nameAsGiven) {
   return UntilNotOvertaken([&] {
-    const DWORD error = TryBegin(path);
+    const DWORD error = TryBegin(path, nameAsGiven);
     if (error != ERROR_SUCCESS) {
       reservation_.Cancel();
       old_.Close();
@@ -17,9 +17,11 @@ DWORD Replacement::Begin(const PathName& path) {
 }
 
 // The old file is locked before the hidden one, always: of two who begin at the same time one is refused at the first.
-DWORD Replacement::TryBegin(const PathName& path) {
+DWORD Replacement::TryBegin(const PathName& path, bool nameAsGiven) {
+  newSpelling_.clear();
   if (const DWORD error = Locate(path, &location_); error != ERROR_SUCCESS) return error;
   if (location_.exists) {
+    if (nameAsGiven && location_.name != path.Name()) newSpelling_ = path.Name();
     if (const DWORD error = FollowLink(); error != ERROR_SUCCESS) return error;
     const DWORD error = OpenAsWritten(location_.folder.Number(), location_.name, kExclusiveWriting, &old_);
     if (error != ERROR_SUCCESS) return error == ERROR_FILE_NOT_FOUND ? kStartAnew : error;
@@ -34,15 +36,17 @@ DWORD Replacement::TryBegin(const PathName& path) {
     // Somebody may have created the file before the name was reserved: then it is that file that must be locked.
     if (const DWORD error = FindIn(path.Name(), &location_); error != ERROR_SUCCESS) return error;
     if (location_.exists) return kStartAnew;
+    if (location_.isDeadLink) return ERROR_ACCESS_DENIED;
   }
   return reservation_.Settle();
 }
 
-// What a symbolic link leads to is replaced, not the link.
+// What a symbolic link leads to is replaced, not the link, whose spelling is not that of the file.
 DWORD Replacement::FollowLink() {
   struct stat status = {};
   if (host::StatLink(location_.folder.Number(), location_.name, &status) != 0) return kStartAnew;
   if (!S_ISLNK(status.st_mode)) return ERROR_SUCCESS;
+  newSpelling_.clear();
   std::string real;
   if (const int error = host::RealPath(location_.folder, location_.name, &real); error != 0) return OsError(error);
   const std::size_t separator = real.rfind('/');
@@ -52,21 +56,38 @@ DWORD Replacement::FollowLink() {
 
 DWORD Replacement::TakeOverOwnership() {
   constexpr mode_t kPermissions = 0777;
+  constexpr mode_t kGroupPermissions = 0070;
+  constexpr auto kSameUser = static_cast<uid_t>(-1);
   struct stat old = {};
   struct stat own = {};
   if (const int error = host::Stat(old_, &old); error != 0) return OsError(error);
   if (const int error = host::Stat(File(), &own); error != 0) return OsError(error);
-  // Only the superuser can give a file away. Whoever else may replace the file becomes its owner.
-  if (own.st_uid != old.st_uid || own.st_gid != old.st_gid) host::ChangeOwner(File(), old.st_uid, old.st_gid);
-  if ((own.st_mode & kPermissions) == (old.st_mode & kPermissions)) return ERROR_SUCCESS;
-  return OsError(host::ChangeMode(File(), old.st_mode & kPermissions));
+  mode_t permissions = old.st_mode & kPermissions;
+  // Only the superuser can give a file away. Whoever else may replace the file becomes its owner, and leaves it to its
+  // group if that is one of his own; what the old group was permitted is nothing to another one.
+  const bool differs = own.st_uid != old.st_uid || own.st_gid != old.st_gid;
+  if (differs && host::ChangeOwner(File(), old.st_uid, old.st_gid) != 0 && own.st_gid != old.st_gid &&
+      host::ChangeOwner(File(), kSameUser, old.st_gid) != 0) {
+    permissions &= ~kGroupPermissions;
+  }
+  if ((own.st_mode & kPermissions) == permissions) return ERROR_SUCCESS;
+  return OsError(host::ChangeMode(File(), permissions));
+}
+
+DWORD Replacement::TakeName() {
+  if (!old_) return reservation_.TakeFreeName(location_.name);
+  if (newSpelling_.empty()) return reservation_.ReplaceName(location_.name);
+  // The old file goes first to where it is replaced, so that at no instant there are two spellings.
+  const int hostError = host::ChangeSpelling(location_.folder, location_.name, newSpelling_);
+  if (hostError != 0) return OsError(hostError);
+  const DWORD error = reservation_.ReplaceName(newSpelling_);
+  if (error != ERROR_SUCCESS) host::ChangeSpelling(location_.folder, newSpelling_, location_.name);
+  return error;
 }
 
 DWORD Replacement::Commit() {
   DWORD error = OsError(host::Sync(File()));
-  if (error == ERROR_SUCCESS) {
-    error = old_ ? reservation_.ReplaceName(location_.name) : reservation_.TakeFreeName(location_.name);
-  }
+  if (error == ERROR_SUCCESS) error = TakeName();
   if (error == ERROR_SUCCESS) error = OsError(host::Sync(location_.folder));
   reservation_.Cancel();
   old_.Close();

@@ -16,7 +16,8 @@ class Replacement {
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
 
-  DWORD Begin(const PathName& path);
+  // `nameAsGiven`: Commit gives an existing file the letter case of the path as well.
+  DWORD Begin(const PathName& path, bool nameAsGiven);
 
   const host::Descriptor& File() const { return reservation_.File(); }
 
@@ -25,11 +26,13 @@ class Replacement {
   DWORD Commit();
 
  private:
-  DWORD TryBegin(const PathName& path);
+  DWORD TryBegin(const PathName& path, bool nameAsGiven);
   DWORD FollowLink();
   DWORD TakeOverOwnership();
+  DWORD TakeName();
 
   Location location_;
+  std::string newSpelling_;  // of the old file's name, where it is to change
   host::Descriptor old_;
   Reservation reservation_;  // refers to the location's folder
 };

@@ -1,6 +1,7 @@
 #include "reservation.h"
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
 
 #include "host_error.h"
@@ -12,6 +13,7 @@ namespace {
 constexpr std::string_view kHexadecimalDigits = "0123456789abcdef";
 constexpr std::size_t kDigits = 16;
 constexpr mode_t kModeOfNewFiles = 0666;
+constexpr int kNeitherLinkNorWait = O_NOFOLLOW | O_NONBLOCK;
 
 std::string ReservationName(std::string_view folded) {
   std::uint64_t hash = 14695981039346656037U;
@@ -42,12 +44,13 @@ DWORD Reservation::Take(const host::Descriptor& folder, std::string_view name, S
 }
 
 DWORD Reservation::TryTake(const std::string& hiddenName, ShareMode mode) {
-  constexpr int kFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK;
-  if (const int error = host::Open(folder_->Number(), hiddenName, kFlags, &file_, kModeOfNewFiles); error != 0) {
-    return OsError(error);
-  }
-  if (const DWORD error = TakeCreationLock(file_); error != ERROR_SUCCESS) return error;
-  if (const DWORD error = TakeShareLock(file_, true, mode); error != ERROR_SUCCESS) return error;
+  bool isNew = false;
+  if (const DWORD error = OpenHidden(hiddenName, &isNew); error != ERROR_SUCCESS) return error;
+  DWORD lockError = TakeCreationLock(file_);
+  if (lockError == ERROR_SUCCESS) lockError = TakeShareLock(file_, true, mode);
+  // Where no locks are to be had, nobody else has one of this file.
+  if (lockError == ERROR_SHARING_BUFFER_EXCEEDED && isNew) host::Unlink(*folder_, hiddenName);
+  if (lockError != ERROR_SUCCESS) return lockError;
   if (!LeadsTo(*folder_, hiddenName, file_)) return kStartAnew;
   struct stat own = {};
   if (const int error = host::Stat(file_, &own); error != 0) return OsError(error);
@@ -56,6 +59,19 @@ DWORD Reservation::TryTake(const std::string& hiddenName, ShareMode mode) {
   // What a killed process has left behind may have another owner, another mode and another name.
   if (const int error = host::Unlink(*folder_, hiddenName); error != 0) return OsError(error);
   return kStartAnew;
+}
+
+DWORD Reservation::OpenHidden(const std::string& hiddenName, bool* isNew) {
+  constexpr int kFlags = O_RDWR | kNeitherLinkNorWait;
+  int error = host::Open(folder_->Number(), hiddenName, kFlags | O_CREAT | O_EXCL, &file_, kModeOfNewFiles);
+  *isNew = error == 0;
+  if (error != EEXIST) return OsError(error);
+  error = host::Open(folder_->Number(), hiddenName, kFlags, &file_);
+  if (error == ENOENT) return kStartAnew;
+  if (error != EACCES) return OsError(error);
+  // It is another user's, who is at work or was killed.
+  const DWORD removeError = RemoveIfAbandoned(*folder_, hiddenName);
+  return removeError == ERROR_SUCCESS ? kStartAnew : removeError;
 }
 
 DWORD Reservation::TakeFreeName(const std::string& name) {
@@ -77,6 +93,25 @@ void Reservation::Cancel() noexcept {
   file_.Close();
 }
 
+// All who reserve take the creation lock first: while it is held here, nobody comes to have the file.
+DWORD RemoveIfAbandoned(const host::Descriptor& folder, const std::string& hiddenName) {
+  host::Descriptor file;
+  int error = host::Open(folder.Number(), hiddenName, O_RDWR | kNeitherLinkNorWait, &file);
+  const bool writable = error != EACCES;
+  if (!writable) error = host::Open(folder.Number(), hiddenName, O_RDONLY | kNeitherLinkNorWait, &file);
+  if (error == ENOENT) return kStartAnew;
+  if (error != 0) return OsError(error);
+  struct stat status = {};
+  if (error = host::Stat(file, &status); error != 0) return OsError(error);
+  if (!S_ISREG(status.st_mode)) return ERROR_ACCESS_DENIED;
+  if (const DWORD lockError = TryCreationLock(file, writable); lockError != ERROR_SUCCESS) {
+    return lockError == ERROR_SHARING_VIOLATION ? kStartAnew : lockError;
+  }
+  if (IsHeldByOther(file)) return ERROR_SHARING_VIOLATION;
+  if (!LeadsTo(folder, hiddenName, file)) return kStartAnew;
+  return OsError(host::Unlink(folder, hiddenName));
+}
+
 bool IsReservationName(std::string_view hiddenName) {
   return hiddenName.size() == kHiddenPrefix.size() + kDigits &&
          hiddenName.substr(0, kHiddenPrefix.size()) == kHiddenPrefix &&
@@ -87,7 +122,7 @@ bool LeadsTo(const host::Descriptor& folder, const std::string& name, const host
   struct stat own = {};
   struct stat named = {};
   return host::Stat(file, &own) == 0 && host::StatLink(folder.Number(), name, &named) == 0 &&
-         own.st_dev == named.st_dev && own.st_ino == named.st_ino;
+         host::SameFile(own, named);
 }
 
 }  // namespace files

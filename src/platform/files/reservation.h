@@ -41,6 +41,7 @@ class Reservation {
 
  private:
   DWORD TryTake(const std::string& hiddenName, ShareMode mode);
+  DWORD OpenHidden(const std::string& hiddenName, bool* isNew);
 
   const host::Descriptor* folder_ = nullptr;
   host::Descriptor file_;
@@ -52,6 +53,10 @@ bool IsReservationName(std::string_view hiddenName);
 // True when the name leads to the open file; a symbolic link does not.
 bool LeadsTo(const host::Descriptor& folder, const std::string& name, const host::Descriptor& file);
 
+// Removes a hidden file that nobody has reserved, of whatever user. 0; 32 when somebody has; kStartAnew when that is
+// about to be decided; or another platform error number.
+DWORD RemoveIfAbandoned(const host::Descriptor& folder, const std::string& hiddenName);
+
 // What the steps of an opening give when the disk has changed under them and the opening must begin again. (The
 // platform's own number for "try again"; it never reaches a caller.)
 inline constexpr DWORD kStartAnew = 1237;
@@ -60,7 +65,9 @@ inline constexpr DWORD kStartAnew = 1237;
 template <typename Opening>
 DWORD UntilNotOvertaken(const Opening& opening) {
   constexpr int kRounds = 200;
+  constexpr int kRoundsInHaste = 5;
   for (int round = 0; round < kRounds; ++round) {
+    if (round >= kRoundsInHaste) host::PauseAtRandom();
     const DWORD error = opening();
     if (error != kStartAnew) return error;
   }

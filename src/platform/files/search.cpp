@@ -13,8 +13,6 @@
 namespace files {
 namespace {
 
-constexpr std::size_t kLongestPattern = 259;
-
 // A pattern of names. Both sides are in upper case.
 class Pattern {
  public:
@@ -174,10 +172,9 @@ Search* OfHandle(std::intptr_t handle) {
 }  // namespace files
 
 std::intptr_t _findfirst(const char* pattern, _finddata_t* found) {
-  if (strlen(pattern) > files::kLongestPattern) return -1;
   files::PathName path;
   std::string names;
-  if (files::TranslatePattern(pattern, &path, &names) != ERROR_SUCCESS) return -1;
+  if (files::TranslatePattern(files::TextOf(pattern), &path, &names) != ERROR_SUCCESS) return -1;
   files::host::Descriptor folder;
   if (files::OpenWholeFolder(path, &folder) != ERROR_SUCCESS) return -1;
   auto search = std::make_unique<files::Search>(names);

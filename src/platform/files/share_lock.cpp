@@ -29,7 +29,12 @@ constexpr LockRange kAllOfOpener = {kReadOnlyExclusive.start,
                                     kWriters.start + kWriters.length - kReadOnlyExclusive.start};
 constexpr LockRange kGate = {kOrigin - (off_t{1} << 40), (off_t{1} << 40) - 2};
 
-constexpr auto kPatience = std::chrono::seconds(10);
+using Clock = std::chrono::steady_clock;
+
+// What is done inside the gate takes microseconds, and anybody who may read the file can block it.
+constexpr auto kGatePatience = std::chrono::milliseconds(200);
+// The creation lock is held until the folder has been flushed.
+constexpr auto kCreationPatience = std::chrono::seconds(2);
 
 // A file system that keeps no locks is one on which share modes cannot be had.
 DWORD LockError(int hostError) {
@@ -66,11 +71,10 @@ bool HeldByOther(const Descriptor& file, LockRange range, off_t* start = nullptr
 
 // Repeats an attempt that another process's short work may refuse.
 template <typename Attempt>
-DWORD Insist(const Attempt& attempt) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+DWORD Insist(Clock::time_point deadline, const Attempt& attempt) {
   for (;;) {
     const DWORD error = attempt();
-    if (error != ERROR_SHARING_VIOLATION || std::chrono::steady_clock::now() > deadline) return error;
+    if (error != ERROR_SHARING_VIOLATION || Clock::now() > deadline) return error;
     host::PauseAtRandom();
   }
 }
@@ -81,7 +85,8 @@ DWORD Insist(const Attempt& attempt) {
 class Gate {
  public:
   Gate(const Descriptor& file, bool writable) : file_(file) {
-    error_ = Insist([&] { return writable ? Lock(file_, F_WRLCK, kGate) : EnterAsReader(); });
+    const auto deadline = Clock::now() + kGatePatience;
+    error_ = Insist(deadline, [&] { return writable ? Lock(file_, F_WRLCK, kGate) : EnterAsReader(deadline); });
   }
   ~Gate() { Unlock(file_, kGate); }
   Gate(const Gate&) = delete;
@@ -90,13 +95,12 @@ class Gate {
   DWORD Error() const { return error_; }
 
  private:
-  DWORD EnterAsReader() {
+  DWORD EnterAsReader(Clock::time_point deadline) {
     const LockRange mine = OneByteOf(kGate);
     if (const DWORD error = Lock(file_, F_RDLCK, mine); error != ERROR_SUCCESS) return error;
     const LockRange upToMine = {kGate.start, mine.start + 1 - kGate.start};
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
     while (HeldByOther(file_, kGate)) {
-      if (HeldByOther(file_, upToMine) || std::chrono::steady_clock::now() > deadline) {
+      if (HeldByOther(file_, upToMine) || Clock::now() > deadline) {
         Unlock(file_, mine);
         return ERROR_SHARING_VIOLATION;
       }
@@ -155,12 +159,21 @@ DWORD TakeShareLock(const Descriptor& file, bool writable, ShareMode mode) {
   return LockForReading(file, writable, mode.denies == Denial::write ? kReadersAndWriters : kReaders);
 }
 
-DWORD TakeCreationLock(const Descriptor& file) {
-  return Insist([&] { return Lock(file, F_WRLCK, kCreation); });
+bool IsHeldByOther(const Descriptor& file) {
+  return HeldByOther(file, kReadersAndWriters);
 }
 
-bool TryCreationLock(const Descriptor& file) {
-  return Lock(file, F_WRLCK, kCreation) == ERROR_SUCCESS;
+DWORD TakeCreationLock(const Descriptor& file) {
+  return Insist(Clock::now() + kCreationPatience, [&] { return TryCreationLock(file, true); });
+}
+
+DWORD TryCreationLock(const Descriptor& file, bool writable) {
+  if (writable) return Lock(file, F_WRLCK, kCreation);
+  // A shared lock keeps away those who can lock exclusively; of those who cannot, whoever is alone has the right.
+  if (const DWORD error = Lock(file, F_RDLCK, kCreation); error != ERROR_SUCCESS) return error;
+  if (!HeldByOther(file, kCreation)) return ERROR_SUCCESS;
+  Unlock(file, kCreation);
+  return ERROR_SHARING_VIOLATION;
 }
 
 DWORD ReleaseCreationLock(const Descriptor& file) {

@@ -23,11 +23,14 @@ struct ShareMode {
 // 0; 32 when a present opener is in the way; 36 when the file system keeps no locks.
 DWORD TakeShareLock(const host::Descriptor& file, bool writable, ShareMode mode);
 
+// True when another opening has the locks of a share mode; also when that cannot be found out.
+bool IsHeldByOther(const host::Descriptor& file);
+
 // The right to bring the file's name into being or to do away with it: held while that is under way, by one opening at
-// a time. The first waits for another holder, 32 after some seconds; the second is refused at once. For descriptors
-// that can be written to.
+// a time. The first waits for another holder, 32 after two seconds, and is for descriptors that can be written to. The
+// second is refused at once (32).
 DWORD TakeCreationLock(const host::Descriptor& file);
-bool TryCreationLock(const host::Descriptor& file);
+DWORD TryCreationLock(const host::Descriptor& file, bool writable);
 DWORD ReleaseCreationLock(const host::Descriptor& file);
 
 }  // namespace files

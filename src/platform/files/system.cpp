@@ -36,6 +36,18 @@ std::string PathOf(const Descriptor& folder) {
   return "/proc/self/fd/" + std::to_string(folder.Number());
 }
 
+int RenameUnlessTaken(const Descriptor& oldFolder, const std::string& oldName, const Descriptor& newFolder,
+                      const std::string& newName) {
+  return Repeat([&] {
+    return renameat2(oldFolder.Number(), oldName.c_str(), newFolder.Number(), newName.c_str(), RENAME_NOREPLACE);
+  });
+}
+
+// What a file system says that does not know this kind of renaming.
+bool IsUnknownKind(int renameError) {
+  return renameError == EINVAL || renameError == ENOSYS;
+}
+
 struct FolderEntry {
   std::uint64_t inode;
   std::int64_t offset;
@@ -89,15 +101,18 @@ int Rename(const Descriptor& oldFolder, const std::string& oldName, const Descri
 
 int RenameToFreeName(const Descriptor& oldFolder, const std::string& oldName, const Descriptor& newFolder,
                      const std::string& newName) {
-  const int error = Repeat([&] {
-    return renameat2(oldFolder.Number(), oldName.c_str(), newFolder.Number(), newName.c_str(), RENAME_NOREPLACE);
-  });
-  if (error != EINVAL && error != ENOSYS) return error;
-  // The file system does not know this kind of renaming: a link refuses a name that is taken just as well.
+  const int error = RenameUnlessTaken(oldFolder, oldName, newFolder, newName);
+  if (!IsUnknownKind(error)) return error;
+  // A link refuses a name that is taken just as well.
   const int linkError =
       Repeat([&] { return linkat(oldFolder.Number(), oldName.c_str(), newFolder.Number(), newName.c_str(), 0); });
   if (linkError != 0) return linkError;
   return Unlink(oldFolder, oldName);
+}
+
+int ChangeSpelling(const Descriptor& folder, const std::string& oldName, const std::string& newName) {
+  const int error = RenameUnlessTaken(folder, oldName, folder, newName);
+  return IsUnknownKind(error) ? Rename(folder, oldName, folder, newName) : error;
 }
 
 int Stat(const Descriptor& file, struct stat* status) {

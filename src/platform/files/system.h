@@ -53,6 +53,17 @@ int Rename(const Descriptor& oldFolder, const std::string& oldName, const Descri
 // The same, but EEXIST when the new name is taken.
 int RenameToFreeName(const Descriptor& oldFolder, const std::string& oldName, const Descriptor& newFolder,
                      const std::string& newName);
+// Changes the letter case of a name. The new spelling must be reserved: at no instant has the file both.
+int ChangeSpelling(const Descriptor& folder, const std::string& oldName, const std::string& newName);
+
+inline bool SameFile(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+// The read-only attribute: nobody has the permission to write. It binds the superuser as well.
+inline bool IsReadOnly(const struct stat& status) {
+  return (status.st_mode & 0222) == 0;
+}
 
 // ---- Open files ----------------------------------------------------------------------------------------------------
 
