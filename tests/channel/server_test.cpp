@@ -277,6 +277,7 @@ TEST_F(ServerTest, SlowPeersHoldUpNobody) {
 TEST_F(ServerTest, BusyClientsStarveNobody) {
   std::atomic<bool> stop{false};
   std::vector<std::thread> busy;
+  busy.reserve(3);
   for (int i = 0; i < 3; ++i) {
     busy.emplace_back([&, connection = std::shared_ptr(Open())] {
       while (!stop && Echo(*connection, std::string(2000, 'b')).size() == 2000) {
@@ -358,7 +359,7 @@ TEST(Client, MisbehavingServers) {
   const std::vector<std::pair<std::string, Outcome>> cases = {
       {"", Outcome::nobody},
       {kHello, Outcome::nobody},
-      {kHello + "\4\0\0\0", Outcome::nobody},
+      {kHello + std::string("\4\0\0\0", 4), Outcome::nobody},
       {otherVersion + status, Outcome::otherVersion},
       {"HTTP/1.0 400 Bad Request", Outcome::nobody},
       {kHello + refusal, Outcome::denied},
