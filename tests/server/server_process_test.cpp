@@ -180,6 +180,7 @@ TEST(ServerProcess, TwentyClientsAtOnceShareOneServer) {
     Gate gate;
     Gate done;
     std::vector<std::unique_ptr<Child>> clients;
+    clients.reserve(20);
     int pids[2];
     ASSERT_EQ(pipe(pids), 0);
     for (int i = 0; i < 20; ++i) {
@@ -216,7 +217,7 @@ TEST(ServerProcess, KilledServerIsToldAndReplaced) {
   const Installation installation;
   auto store = OpenStore();
   ASSERT_TRUE(store);
-  pid_t server = installation.ServerPid();
+  const pid_t server = installation.ServerPid();
 
   // Killed in a call: the server is stopped, so that the call is on its way when it dies.
   kill(server, SIGSTOP);
@@ -238,7 +239,6 @@ TEST(ServerProcess, KilledServerIsToldAndReplaced) {
   ASSERT_TRUE(next);
   EXPECT_NE(installation.ServerPid(), server);
   EXPECT_EQ(WriteModel(*next, u"Vendas", "again"), S_OK);
-  server = installation.ServerPid();
   installation.EndServer();
   EXPECT_EQ(ReadModel(*next, u"Vendas"), "0x800706BA");
   EXPECT_EQ(ReadModel(*OpenStore(), u"Vendas"), "again");
@@ -250,6 +250,7 @@ TEST(ServerProcess, KilledClientLeavesNothingBehind) {
   ASSERT_TRUE(store);
   Child client([]() -> int {
     std::vector<ComPtr<IZNPL_Relatorio2>> stores;
+    stores.reserve(50);
     for (int i = 0; i < 50; ++i)
       stores.push_back(OpenStore());
     for (;;)
@@ -304,6 +305,7 @@ TEST(ServerProcess, OpenSocketFolderIsRefused) {
 TEST(ServerProcess, ClientsOfAServerThatIsShuttingDownAreServed) {
   const Installation installation("\"" + std::filesystem::read_symlink("/proc/self/exe").string() + "\" quick-server");
   std::vector<std::unique_ptr<Child>> clients;
+  clients.reserve(2);
   for (unsigned i = 0; i < 2; ++i) {
     clients.push_back(std::make_unique<Child>([i] {
       for (unsigned round = 0; round < 60; ++round) {

@@ -1,0 +1,44 @@
+// What the benchmarks share.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "contract/interfaces.h"
+#include "support/installation.h"
+
+namespace bench {
+
+// One figure: how many times as long as its baseline a benchmark takes, and what it may take.
+struct Figure {
+  std::string what;
+  std::string measured;  // name of a benchmark
+  std::string baseline;  // name of the benchmark that it is compared with
+  double limit;
+};
+
+inline constexpr int kModelBytes = 20000;
+
+// Files beside the model in the folders that are called full.
+int CrowdFiles();
+void SetCrowdFiles(int files);
+
+// An installation with a model Vendas of kModelBytes bytes, made at its first use and shared; with a crowd of other
+// files in the reports folder or without.
+const support::Installation& Empty();
+const support::Installation& Full();
+void EndInstallations();
+
+// Makes the home of one of the two the current one.
+void Enter(const support::Installation& installation);
+
+// A report store in this process, initialised for CT 01 in the current home.
+ComPtr<IZNPL_Relatorio2> StoreInProcess();
+
+std::vector<Figure> ChannelFigures();
+std::vector<Figure> StoreFigures();
+
+// Prints the memory of an idle server and its growth over `calls` calls. False when it is above what it may be.
+bool MeasureMemory(int calls);
+
+}  // namespace bench

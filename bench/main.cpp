@@ -1,0 +1,77 @@
+// Runs all benchmarks and prints the ratios to their baselines, which are measured in the same run, taking turns.
+#include <algorithm>
+#include <benchmark/benchmark.h>
+#include <cstdio>
+#include <map>
+
+#include "bench.h"
+
+namespace {
+
+// Collects the repetitions of every benchmark.
+class Collector final : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& run : runs) {
+      if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
+        times_[run.run_name.function_name].push_back(run.GetAdjustedRealTime());
+      }
+      failed_ = failed_ || run.error_occurred;
+    }
+    ConsoleReporter::ReportRuns(runs);
+  }
+
+  double Median(const std::string& name) {
+    std::vector<double>& times = times_[name];
+    if (times.empty()) return 0;
+    std::sort(times.begin(), times.end());
+    return times[times.size() / 2];
+  }
+
+  bool Failed() const { return failed_; }
+
+ private:
+  std::map<std::string, std::vector<double>> times_;
+  bool failed_ = false;
+};
+
+void PrintRatios(Collector& collector, const std::vector<bench::Figure>& figures) {
+  std::printf("\n%-72s %7s %7s\n", "Ratio to its baseline, medians of one run", "ratio", "at most");
+  for (const bench::Figure& figure : figures) {
+    const double baseline = collector.Median(figure.baseline);
+    if (baseline <= 0) continue;
+    std::printf("%-72s %7.2f %7.2f\n", figure.what.c_str(), collector.Median(figure.measured) / baseline, figure.limit);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const bool once = argc > 1 && std::string(argv[1]) == "--once";
+  std::vector<std::string> options = {argv[0], "--benchmark_enable_random_interleaving=true"};
+  if (once) {
+    bench::SetCrowdFiles(1000);
+    options.emplace_back("--benchmark_min_time=0.001");
+  } else {
+    options.emplace_back("--benchmark_repetitions=15");
+    options.emplace_back("--benchmark_min_time=0.2");
+    options.emplace_back("--benchmark_display_aggregates_only=true");
+  }
+  for (int i = once ? 2 : 1; i < argc; ++i)
+    options.emplace_back(argv[i]);
+  std::vector<char*> pointers;
+  for (std::string& option : options)
+    pointers.push_back(option.data());
+  int count = static_cast<int>(pointers.size());
+  benchmark::Initialize(&count, pointers.data());
+
+  Collector collector;
+  benchmark::RunSpecifiedBenchmarks(&collector);
+  std::vector<bench::Figure> figures = bench::ChannelFigures();
+  for (const bench::Figure& figure : bench::StoreFigures())
+    figures.push_back(figure);
+  PrintRatios(collector, figures);
+  const bool small = bench::MeasureMemory(once ? 1000 : 1000000);
+  bench::EndInstallations();
+  return collector.Failed() || !small ? 1 : 0;
+}

@@ -1,0 +1,103 @@
+// The memory of the server process; and the installations that all benchmarks share.
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+#include "bench.h"
+#include "platform/home/home.h"
+#include "store/repositorio_rel2.h"
+
+namespace {
+
+int crowdFiles = 100000;
+std::unique_ptr<support::Installation> installations[2];
+
+class NoCounting final : public kestor::ContagemServidor {
+  LONG Trava() override { return 0; }
+  LONG Destrava() override { return 0; }
+};
+
+const support::Installation& MadeOnce(std::unique_ptr<support::Installation>& installation, int files) {
+  if (installation) return *installation;
+  installation = std::make_unique<support::Installation>();
+  support::WriteFile(installation->Reports() / "CT01Vendas.RXL", std::string(bench::kModelBytes + 2, 'x'));
+  for (int i = 0; i < files; ++i) {
+    std::ofstream(installation->Reports() / ("FS02Outro modelo " + std::to_string(i) + ".RXL"));
+  }
+  return *installation;
+}
+
+// Resident memory of a process in KiB.
+long ResidentKiB(pid_t pid) {
+  std::istringstream status(support::ReadFile("/proc/" + std::to_string(pid) + "/status"));
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("VmRSS:")) return std::stol(line.substr(6));
+  }
+  return 0;
+}
+
+}  // namespace
+
+namespace bench {
+
+int CrowdFiles() {
+  return crowdFiles;
+}
+void SetCrowdFiles(int files) {
+  crowdFiles = files;
+}
+
+const support::Installation& Empty() {
+  return MadeOnce(installations[0], 0);
+}
+const support::Installation& Full() {
+  return MadeOnce(installations[1], CrowdFiles());
+}
+
+void EndInstallations() {
+  for (auto& installation : installations) {
+    if (!installation) continue;
+    Enter(*installation);
+    installation.reset();
+  }
+}
+
+void Enter(const support::Installation& installation) {
+  installation.Home().Enter();
+}
+
+ComPtr<IZNPL_Relatorio2> StoreInProcess() {
+  static NoCounting counting;
+  ComPtr<IZNPL_Relatorio2> store;
+  kestor::CRepositorioRel2::Cria<kestor::CRepositorioRel2>(IID_IZNPL_Relatorio2, store.OutVoid(), counting);
+  store->Inicializa(support::Text(u"CT"), support::Text(u"01"));
+  return store;
+}
+
+bool MeasureMemory(int calls) {
+  constexpr long kIdleLimitKiB = 8 * 1024;
+  constexpr long kGrowthLimitKiB = 64;
+  Enter(Empty());
+  auto store = support::OpenStore();
+  const pid_t server = Empty().ServerPid();
+  const support::Text name(u"Vendas");
+  const auto call = [&](int times) {
+    for (int i = 0; i < times; ++i) {
+      REG_RELATORIO2* model = nullptr;
+      if (store->Le(i % 2 == 0 ? static_cast<BSTR>(name) : nullptr, &model) == S_OK) {
+        CoTaskMemFree(model->lpRelatorio);
+        CoTaskMemFree(model);
+      }
+    }
+  };
+  call(1000);
+  const long before = ResidentKiB(server);
+  call(calls);
+  const long after = ResidentKiB(server);
+  std::printf("\nServer: %ld KiB resident when idle (at most %ld); %+ld KiB over %d calls (at most %ld)\n", after,
+              kIdleLimitKiB, after - before, calls, kGrowthLimitKiB);
+  return after <= kIdleLimitKiB && after - before <= kGrowthLimitKiB;
+}
+
+}  // namespace bench
