@@ -8,7 +8,7 @@
 
 namespace {
 
-// Collects the repetitions of every benchmark.
+// Collects the repetitions of every benchmark; shows their aggregates, or the runs where there are no repetitions.
 class Collector final : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
@@ -18,7 +18,11 @@ class Collector final : public benchmark::ConsoleReporter {
       }
       failed_ = failed_ || run.error_occurred;
     }
-    ConsoleReporter::ReportRuns(runs);
+    std::vector<Run> shown;
+    for (const Run& run : runs) {
+      if (run.run_type == Run::RT_Aggregate || run.repetitions == 1) shown.push_back(run);
+    }
+    if (!shown.empty()) ConsoleReporter::ReportRuns(shown);
   }
 
   double Median(const std::string& name) {
@@ -55,7 +59,6 @@ int main(int argc, char** argv) {
   } else {
     options.emplace_back("--benchmark_repetitions=15");
     options.emplace_back("--benchmark_min_time=0.2");
-    options.emplace_back("--benchmark_display_aggregates_only=true");
   }
   for (int i = once ? 2 : 1; i < argc; ++i)
     options.emplace_back(argv[i]);
