@@ -55,12 +55,6 @@ class Gate {
   int ends_[2] = {-1, -1};
 };
 
-bool ProcessIsThere(pid_t pid) {
-  std::error_code none;
-  return std::filesystem::exists("/proc/" + std::to_string(pid), none) &&
-         support::ReadFile("/proc/" + std::to_string(pid) + "/stat").find(") Z ") == std::string::npos;
-}
-
 TEST(ServerProcess, StartsOnDemandAndEndsByItself) {
   const Installation installation;
   EXPECT_EQ(installation.ServerPid(), 0);
@@ -112,7 +106,7 @@ TEST(ServerProcess, StartsOnDemandAndEndsByItself) {
   EXPECT_EQ(installation.ServerPid(), server);
   const auto released = std::chrono::steady_clock::now();
   store.Reset();
-  EXPECT_TRUE(WaitUntil([&] { return !ProcessIsThere(server); }));
+  EXPECT_TRUE(WaitUntil([&] { return support::HasEnded(server); }));
   EXPECT_GE(std::chrono::steady_clock::now() - released, std::chrono::milliseconds(6000));
 }
 
@@ -153,7 +147,7 @@ TEST(ServerProcess, EndingServerLeavesItsSuccessorsSocket) {
   EXPECT_NE(installation.ServerPid(), old);
   EXPECT_EQ(ReadModel(*first, u"None"), "0x00040001");
   first.Reset();
-  EXPECT_TRUE(WaitUntil([&] { return !ProcessIsThere(old); }));
+  EXPECT_TRUE(WaitUntil([&] { return support::HasEnded(old); }));
   EXPECT_TRUE(OpenStore());
   EXPECT_EQ(ReadModel(*second, u"None"), "0x00040001");
 }
@@ -262,7 +256,7 @@ TEST(ServerProcess, KilledClientLeavesNothingBehind) {
   EXPECT_EQ(WriteModel(*store, u"Vendas", "still served"), S_OK);
   const pid_t server = installation.ServerPid();
   store.Reset();
-  EXPECT_TRUE(WaitUntil([&] { return !ProcessIsThere(server); }));
+  EXPECT_TRUE(WaitUntil([&] { return support::HasEnded(server); }));
 }
 
 TEST(ServerProcess, ActivationFailuresAreTold) {

@@ -7,13 +7,12 @@
 #include <random>
 
 #include "contract/results.h"
+#include "create_store.h"
 #include "platform/files/files.h"
-#include "store/repositorio_rel2.h"
 #include "support/installation.h"
 
 namespace {
 
-using kestor::CRepositorioRel2;
 using kestor::ResultCode;
 using support::Names;
 using support::ReadFile;
@@ -41,7 +40,7 @@ class StoreTest : public testing::Test {
 
   ComPtr<IZNPL_Relatorio2> NewStore() {
     ComPtr<IZNPL_Relatorio2> store;
-    CRepositorioRel2::Cria<CRepositorioRel2>(IID_IZNPL_Relatorio2, store.OutVoid(), counter_);
+    CreateStore(counter_, IID_IZNPL_Relatorio2, store.OutVoid());
     return store;
   }
 
@@ -203,7 +202,7 @@ TEST_F(StoreTest, ObjectsCountAndGo) {
   EXPECT_EQ(counter_.count, 0);
 
   void* none = &counter_;
-  EXPECT_EQ(CRepositorioRel2::Cria<CRepositorioRel2>(IID_IZNPL_Rel, &none, counter_), E_NOINTERFACE);
+  EXPECT_EQ(CreateStore(counter_, IID_IZNPL_Rel, &none), E_NOINTERFACE);
   EXPECT_EQ(none, nullptr);
   EXPECT_EQ(counter_.count, 0);
 }

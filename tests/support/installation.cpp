@@ -24,10 +24,6 @@ void SetText(HKEY root, const std::string& path, const std::string& name, const 
   RegCloseKey(key);
 }
 
-bool IsGone(pid_t pid) {
-  return kill(pid, 0) != 0 || ReadFile("/proc/" + std::to_string(pid) + "/stat").find(") Z ") != std::string::npos;
-}
-
 }  // namespace
 
 void SetRegistryText(const std::string& keyBelowLocalMachine, const std::string& name, const std::string& text) {
@@ -74,7 +70,7 @@ void Installation::EndServer() const {
   const pid_t server = ServerPid();
   if (server == 0) return;
   kill(server, SIGKILL);
-  WaitUntil([server] { return IsGone(server); });
+  WaitUntil([server] { return HasEnded(server); });
 }
 
 ComPtr<IZNPL_Relatorio2> OpenStore() {

@@ -99,6 +99,15 @@ int Child::Wait() {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+bool HasEnded(pid_t pid) {
+  const fs::path process = fs::path("/proc") / std::to_string(pid);
+  try {
+    return ReadFile(process / "stat").find(") Z ") != std::string::npos && Names(process / "task").size() == 1;
+  } catch (const std::exception&) {
+    return true;
+  }
+}
+
 bool WaitUntil(const std::function<bool()>& condition, int seconds) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
   while (!condition()) {

@@ -64,6 +64,9 @@ class Child {
   pid_t pid_ = -1;
 };
 
+// True once a process has ended with all its threads, so that what it held is let go; it may still wait to be reaped.
+bool HasEnded(pid_t pid);
+
 // Waits until `condition` holds; false when it does not within `seconds`.
 bool WaitUntil(const std::function<bool()>& condition, int seconds = 30);
 
