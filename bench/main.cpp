@@ -70,10 +70,12 @@ int main(int argc, char** argv) {
 
   Collector collector;
   benchmark::RunSpecifiedBenchmarks(&collector);
-  std::vector<bench::Figure> figures = bench::ChannelFigures();
-  for (const bench::Figure& figure : bench::StoreFigures())
-    figures.push_back(figure);
-  PrintRatios(collector, figures);
+  if (!once) {
+    std::vector<bench::Figure> figures = bench::ChannelFigures();
+    for (const bench::Figure& figure : bench::StoreFigures())
+      figures.push_back(figure);
+    PrintRatios(collector, figures);
+  }
   const bool small = bench::MeasureMemory(once ? 1000 : 1000000);
   bench::EndInstallations();
   return collector.Failed() || !small ? 1 : 0;
