@@ -46,20 +46,6 @@ Text TakeText(channel::Decoder& in);  // null for a null text, and when the payl
 // ---- Arrays: whether there is one; its items -----------------------------------------------------------------------
 // How many items there are stands in front, in an argument or a record.
 
-struct TaskDeleter {
-  void operator()(void* block) const { CoTaskMemFree(block); }
-};
-template <typename T>
-using TaskBlock = std::unique_ptr<T, TaskDeleter>;
-
-// Throws std::bad_alloc.
-template <typename T>
-TaskBlock<T> NewTaskBlock(std::size_t bytes) {
-  TaskBlock<T> block(static_cast<T*>(CoTaskMemAlloc(bytes)));
-  if (!block) throw std::bad_alloc();
-  return block;
-}
-
 // The bytes of `count` items; a negative count has none.
 template <typename Item>
 constexpr std::size_t Extent(std::int64_t count) {

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -15,8 +16,10 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
+#include "platform/host/descriptor.h"
 #include "platform/kernel/kernel.h"
 
 namespace channel {
@@ -161,7 +164,6 @@ class Connection {
   static Outcome Open(const std::string& socketPath, FrameType opening, const void* payload, std::size_t payloadBytes,
                       int seconds, std::unique_ptr<Connection>* connection, Decoder* answer);
 
-  ~Connection();
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
@@ -173,11 +175,11 @@ class Connection {
   HRESULT Exchange(Decoder* out);
 
  private:
-  explicit Connection(int descriptor) : descriptor_(descriptor) {}
+  explicit Connection(platform::Descriptor descriptor) : descriptor_(std::move(descriptor)) {}
   bool Send(const Buffer& frames);
   bool ReceiveFrame(FrameHead* head, Decoder* payload);
 
-  const int descriptor_;
+  const platform::Descriptor descriptor_;
   bool broken_ = false;
   Encoder request_;
   Buffer received_;           // from the last frame on
@@ -241,7 +243,8 @@ class Server final : public MessageSource {
   void HandleEvent(std::uint64_t key, bool writable);
   void Accept(std::uint64_t listenerKey, const Listener& listener);
   static void Turn(int descriptor, HRESULT result, std::string_view reason);
-  void PauseListeners(bool pause);
+  void PauseListeners();
+  void ResumeListeners();
   void Receive(Peer& peer);
   static std::size_t WholeFrame(const std::byte* bytes, std::size_t size);
   void QueueNextFrame(Peer& peer);
@@ -255,10 +258,11 @@ class Server final : public MessageSource {
   void Flush(Peer& peer);
   void Drop(std::uint64_t key);
 
-  const int epoll_;
+  const platform::Descriptor epoll_;
   const std::size_t mostPeers_;
   int wakeDescriptor_ = -1;
   bool listenersPaused_ = false;
+  std::chrono::steady_clock::time_point pausedSince_;
   bool readyIsNext_ = false;
   std::uint64_t nextKey_ = 1;
   std::unordered_map<std::uint64_t, std::unique_ptr<Listener>> listeners_;

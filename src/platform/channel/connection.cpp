@@ -9,6 +9,8 @@
 
 namespace channel {
 
+using platform::Descriptor;
+
 namespace {
 
 constexpr std::size_t kFirstReceiveBytes = 4096;
@@ -39,11 +41,7 @@ bool SomebodyListens(const std::string& socketPath) {
   if (!SocketAddress(socketPath, &address)) return false;
   const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   // A queue that is full at this moment is somebody's all the same.
-  return probe && (Connect(probe.Get(), address) || errno == EAGAIN);
-}
-
-Connection::~Connection() {
-  close(descriptor_);
+  return probe && (Connect(probe.Number(), address) || errno == EAGAIN);
 }
 
 Connection::Outcome Connection::Open(const std::string& socketPath, FrameType opening, const void* payload,
@@ -53,15 +51,14 @@ Connection::Outcome Connection::Open(const std::string& socketPath, FrameType op
   if (!SocketAddress(socketPath, &address)) return Outcome::nobody;
   Descriptor descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!descriptor) return Outcome::nobody;
-  LimitWaiting(descriptor.Get(), SO_SNDTIMEO, kConnectSeconds);
-  if (!Connect(descriptor.Get(), address)) {
+  LimitWaiting(descriptor.Number(), SO_SNDTIMEO, kConnectSeconds);
+  if (!Connect(descriptor.Number(), address)) {
     if (errno == EAGAIN) return Outcome::busy;
     return errno == EACCES ? Outcome::denied : Outcome::nobody;
   }
-  if (!PeerIsTrusted(descriptor.Get())) return Outcome::denied;
+  if (!PeerIsTrusted(descriptor.Number())) return Outcome::denied;
 
-  connection->reset(new Connection(descriptor.Get()));
-  descriptor.Take();
+  connection->reset(new Connection(std::move(descriptor)));
   Connection& own = **connection;
 
   AppendHello(&own.request_);
@@ -69,8 +66,8 @@ Connection::Outcome Connection::Open(const std::string& socketPath, FrameType op
   own.request_.Bytes(payload, payloadBytes);
   own.request_.EndFrame();
 
-  LimitWaiting(own.descriptor_, SO_SNDTIMEO, 0);
-  LimitWaiting(own.descriptor_, SO_RCVTIMEO, seconds);
+  LimitWaiting(own.descriptor_.Number(), SO_SNDTIMEO, 0);
+  LimitWaiting(own.descriptor_.Number(), SO_RCVTIMEO, seconds);
   const auto silence = [] { return errno == EAGAIN ? Outcome::busy : Outcome::nobody; };
   FrameHead head{};
   // Also when sending fails: a server that refuses this client may have said so and gone.
@@ -86,7 +83,7 @@ Connection::Outcome Connection::Open(const std::string& socketPath, FrameType op
     return result == kAccessDenied ? Outcome::denied : Outcome::lost;
   }
   if (head.type != (opening == FrameType::create ? FrameType::created : opening)) return Outcome::otherVersion;
-  LimitWaiting(own.descriptor_, SO_RCVTIMEO, 0);
+  LimitWaiting(own.descriptor_.Number(), SO_RCVTIMEO, 0);
   return Outcome::ok;
 }
 
@@ -130,7 +127,7 @@ bool Connection::Send(const Buffer& frames) {
   const std::byte* next = frames.Data();
   std::size_t left = frames.Size();
   while (left > 0) {
-    const ssize_t sent = send(descriptor_, next, left, MSG_NOSIGNAL);
+    const ssize_t sent = send(descriptor_.Number(), next, left, MSG_NOSIGNAL);
     if (sent < 0) {
       if (errno == EINTR) continue;
       return false;
@@ -161,7 +158,7 @@ bool Connection::ReceiveFrame(FrameHead* head, Decoder* payload) {
       received_.Reserve(std::max(size + kFirstReceiveBytes, std::min(size * 2, start + wanted)));
     }
     if (start + wanted > received_.Capacity() && wanted <= kTrustedBytes) received_.Reserve(start + wanted);
-    const ssize_t got = recv(descriptor_, received_.Data() + size, received_.Capacity() - size, 0);
+    const ssize_t got = recv(descriptor_.Number(), received_.Data() + size, received_.Capacity() - size, 0);
     if (got < 0 && errno == EINTR) continue;
     if (got == 0) errno = ECONNRESET;  // tells the end from a limit that ran out
     if (got <= 0) return false;

@@ -12,14 +12,18 @@
 
 namespace channel {
 
+using platform::Descriptor;
+
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 constexpr std::uint64_t kWakeKey = 0;
 constexpr std::size_t kReceiveBytes = 64u << 10;
 constexpr UINT kCallMessage = WM_USER;
 constexpr std::size_t kInterfaceIdBytes = 16;
 
-// When accepting failed although no peer is there whose leaving could help.
+// When accepting failed: what was short may be there again without a peer's leaving.
 constexpr int kRetryMilliseconds = 100;
 
 // Where the frame of a call message lies.
@@ -58,7 +62,8 @@ void ReserveForFrame(Buffer* input) {
 }  // namespace
 
 struct Server::Listener {
-  Listener(int socket, std::string at, Service* behind) : descriptor(socket), path(std::move(at)), service(behind) {}
+  Listener(Descriptor socket, std::string at, Service* behind)
+      : descriptor(std::move(socket)), path(std::move(at)), service(behind) {}
 
   // Takes the name away if it is still this socket's: when somebody has cleared the folder, it may be another server's.
   void RemoveName() const {
@@ -74,8 +79,8 @@ struct Server::Listener {
 };
 
 struct Server::Peer {
-  Peer(int socket, std::uint64_t ownKey, std::uint64_t listenerKey, Service* behind)
-      : descriptor(socket), key(ownKey), listener(listenerKey), service(behind) {}
+  Peer(Descriptor socket, std::uint64_t ownKey, std::uint64_t listenerKey, Service* behind)
+      : descriptor(std::move(socket)), key(ownKey), listener(listenerKey), service(behind) {}
 
   Descriptor descriptor;
   const std::uint64_t key;
@@ -93,7 +98,7 @@ struct Server::Peer {
 };
 
 Server::Server() : epoll_(epoll_create1(EPOLL_CLOEXEC)), mostPeers_(AllowPeers()) {
-  if (epoll_ < 0) throw std::system_error(errno, std::generic_category(), "epoll");
+  if (!epoll_) throw std::system_error(errno, std::generic_category(), "epoll");
   received_.Reserve(kReceiveBytes);
 }
 
@@ -101,18 +106,17 @@ Server::~Server() {
   peers_.clear();
   for (const auto& [key, listener] : listeners_)
     listener->RemoveName();
-  close(epoll_);
 }
 
 bool Server::Listen(const std::string& socketPath, Service* service) {
   sockaddr_un address{};
   if (!SocketAddress(socketPath, &address)) return false;
-  auto listener =
-      std::make_unique<Listener>(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), socketPath, service);
-  if (!listener->descriptor) return false;
+  Descriptor descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!descriptor) return false;
+  auto listener = std::make_unique<Listener>(std::move(descriptor), socketPath, service);
   unlink(socketPath.c_str());
-  if (bind(listener->descriptor.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-      listen(listener->descriptor.Get(), SOMAXCONN) != 0) {
+  if (bind(listener->descriptor.Number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      listen(listener->descriptor.Number(), SOMAXCONN) != 0) {
     return false;
   }
   struct stat status {};
@@ -120,7 +124,7 @@ bool Server::Listen(const std::string& socketPath, Service* service) {
   listener->device = status.st_dev;
   listener->inode = status.st_ino;
   const std::uint64_t key = nextKey_++;
-  if (!Watch(listener->descriptor.Get(), listenersPaused_ ? 0u : std::uint32_t{EPOLLIN}, key)) return false;
+  if (!Watch(listener->descriptor.Number(), listenersPaused_ ? 0u : std::uint32_t{EPOLLIN}, key)) return false;
   listeners_.emplace(key, std::move(listener));
   return true;
 }
@@ -146,14 +150,14 @@ bool Server::Watch(int descriptor, std::uint32_t events, std::uint64_t key) {
   epoll_event event{};
   event.events = events;
   event.data.u64 = key;
-  return epoll_ctl(epoll_, EPOLL_CTL_ADD, descriptor, &event) == 0;
+  return epoll_ctl(epoll_.Number(), EPOLL_CTL_ADD, descriptor, &event) == 0;
 }
 
 void Server::WatchFor(int descriptor, std::uint32_t events, std::uint64_t key) {
   epoll_event event{};
   event.events = events;
   event.data.u64 = key;
-  epoll_ctl(epoll_, EPOLL_CTL_MOD, descriptor, &event);
+  epoll_ctl(epoll_.Number(), EPOLL_CTL_MOD, descriptor, &event);
 }
 
 bool Server::Wait(int wakeDescriptor, MSG* message) {
@@ -166,10 +170,11 @@ bool Server::Wait(int wakeDescriptor, MSG* message) {
   // wait in peers' own buffers, one of them and a glance at the sockets take turns, so that neither starves the other.
   received_.Resize(0);
   if (readyIsNext_ && TakeReady(message)) return true;
+  const bool mayResume = listenersPaused_ && peers_.size() < mostPeers_;
+  if (mayResume && Clock::now() - pausedSince_ >= std::chrono::milliseconds(kRetryMilliseconds)) ResumeListeners();
   epoll_event event{};
-  const int limit = listenersPaused_ && peers_.empty() ? kRetryMilliseconds : -1;
-  const int count = epoll_wait(epoll_, &event, 1, ready_.empty() ? limit : 0);
-  if (count == 0 && peers_.empty()) PauseListeners(false);
+  const int limit = mayResume ? kRetryMilliseconds : -1;
+  const int count = epoll_wait(epoll_.Number(), &event, 1, ready_.empty() ? limit : 0);
   if (count == 1 && event.data.u64 != kWakeKey) {
     HandleEvent(event.data.u64, (event.events & EPOLLOUT) != 0);
     if (received_.Size() != 0) {
@@ -209,26 +214,25 @@ void Server::HandleEvent(std::uint64_t key, bool writable) {
 }
 
 void Server::Accept(std::uint64_t listenerKey, const Listener& listener) {
-  Descriptor descriptor(accept4(listener.descriptor.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+  Descriptor descriptor(accept4(listener.descriptor.Number(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
   if (!descriptor) {
-    // Out of descriptors: who waits in the queue goes on waiting until somebody leaves.
-    if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) PauseListeners(true);
+    // Out of descriptors or memory: who waits in the queue goes on waiting.
+    if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) PauseListeners();
     return;
   }
-  if (!PeerIsTrusted(descriptor.Get())) {
-    Turn(descriptor.Get(), kAccessDenied, "this server serves its owner only");
+  if (!PeerIsTrusted(descriptor.Number())) {
+    Turn(descriptor.Number(), kAccessDenied, "this server serves its owner only");
     return;
   }
   try {
     const std::uint64_t key = nextKey_++;
-    auto peer = std::make_unique<Peer>(descriptor.Get(), key, listenerKey, listener.service);
-    const int accepted = descriptor.Take();
-    peers_.emplace(key, std::move(peer));
+    const int accepted = descriptor.Number();
+    peers_.emplace(key, std::make_unique<Peer>(std::move(descriptor), key, listenerKey, listener.service));
     if (!Watch(accepted, EPOLLIN, key)) Drop(key);
   } catch (const std::bad_alloc&) {
     // The connection is closed; its client turns to activation and comes again.
   }
-  if (peers_.size() >= mostPeers_) PauseListeners(true);
+  if (peers_.size() >= mostPeers_) PauseListeners();
 }
 
 // Tells somebody who is not served why, as far as the socket takes it at once.
@@ -243,12 +247,18 @@ void Server::Turn(int descriptor, HRESULT result, std::string_view reason) {
   }
 }
 
-void Server::PauseListeners(bool pause) {
-  if (listenersPaused_ == pause) return;
-  listenersPaused_ = pause;
-  for (const auto& [key, listener] : listeners_) {
-    WatchFor(listener->descriptor.Get(), pause ? 0u : std::uint32_t{EPOLLIN}, key);
-  }
+void Server::PauseListeners() {
+  listenersPaused_ = true;
+  pausedSince_ = Clock::now();
+  for (const auto& [key, listener] : listeners_)
+    WatchFor(listener->descriptor.Number(), 0, key);
+}
+
+void Server::ResumeListeners() {
+  if (!listenersPaused_) return;
+  listenersPaused_ = false;
+  for (const auto& [key, listener] : listeners_)
+    WatchFor(listener->descriptor.Number(), EPOLLIN, key);
 }
 
 // Reads once. A whole frame that came with nothing in front of it stays in received_ to be served from there; anything
@@ -262,7 +272,7 @@ void Server::Receive(Peer& peer) {
   }
   const std::size_t before = target.Size();
   if (!intoReceived) ReserveForFrame(&target);
-  const ssize_t got = recv(peer.descriptor.Get(), target.Extend(kReceiveBytes), kReceiveBytes, 0);
+  const ssize_t got = recv(peer.descriptor.Number(), target.Extend(kReceiveBytes), kReceiveBytes, 0);
   target.Resize(before + (got > 0 ? static_cast<std::size_t>(got) : 0));
   if (got <= 0) {
     if (got == 0 || (errno != EAGAIN && errno != EINTR)) Drop(peer.key);
@@ -297,7 +307,7 @@ void Server::QueueNextFrame(Peer& peer) {
   if (WholeFrame(next, left) != 0) {
     peer.queued = true;
     ready_.push_back(peer.key);
-    WatchFor(peer.descriptor.Get(), 0, peer.key);
+    WatchFor(peer.descriptor.Number(), 0, peer.key);
   } else if (left >= kHeadBytes && ReadHead(next).payloadBytes > kMaxPayloadBytes) {
     answer_.Clear();
     Refuse(peer, kBadStubData, "a frame longer than the protocol allows");
@@ -339,7 +349,7 @@ void Server::ServeNext(Peer& peer, bool fromPeer) {
   if (fromPeer) {
     peer.served += kHeadBytes + ReadHead(frame).payloadBytes;
     peer.queued = false;
-    if (peer.output.Size() == 0) WatchFor(peer.descriptor.Get(), EPOLLIN, key);
+    if (peer.output.Size() == 0) WatchFor(peer.descriptor.Number(), EPOLLIN, key);
   }
   if (peer.input.Capacity() != 0) QueueNextFrame(peer);
 }
@@ -415,7 +425,7 @@ void Server::Refuse(Peer& peer, HRESULT result, std::string_view reason) {
 // Sends what was encoded; what the peer does not take now waits with it, and nothing more is read from it until then.
 void Server::Answer(Peer& peer) {
   Buffer& frames = answer_.Frames();
-  ssize_t sent = send(peer.descriptor.Get(), frames.Data(), frames.Size(), MSG_NOSIGNAL);
+  ssize_t sent = send(peer.descriptor.Number(), frames.Data(), frames.Size(), MSG_NOSIGNAL);
   if (sent < 0) {
     if (errno != EAGAIN && errno != EINTR) {
       Drop(peer.key);
@@ -430,12 +440,12 @@ void Server::Answer(Peer& peer) {
   peer.output.Append(frames.Data() + sent, frames.Size() - static_cast<std::size_t>(sent));
   answer_.Clear();
   if (!Hold(peer)) return;
-  WatchFor(peer.descriptor.Get(), EPOLLOUT, peer.key);
+  WatchFor(peer.descriptor.Number(), EPOLLOUT, peer.key);
 }
 
 void Server::Flush(Peer& peer) {
   const ssize_t sent =
-      send(peer.descriptor.Get(), peer.output.Data() + peer.sent, peer.output.Size() - peer.sent, MSG_NOSIGNAL);
+      send(peer.descriptor.Number(), peer.output.Data() + peer.sent, peer.output.Size() - peer.sent, MSG_NOSIGNAL);
   if (sent < 0) {
     if (errno != EAGAIN && errno != EINTR) Drop(peer.key);
     return;
@@ -448,7 +458,7 @@ void Server::Flush(Peer& peer) {
   }
   peer.output.Release();
   peer.sent = 0;
-  WatchFor(peer.descriptor.Get(), EPOLLIN, peer.key);
+  WatchFor(peer.descriptor.Number(), EPOLLIN, peer.key);
   QueueNextFrame(peer);
 }
 
@@ -460,7 +470,7 @@ void Server::Drop(std::uint64_t key) {
   peers_.erase(found);
   heldBytes_ -= peer->held;
   if (peer->session) --liveObjects_;
-  PauseListeners(false);
+  ResumeListeners();
 }
 
 }  // namespace channel

@@ -3,33 +3,13 @@
 
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <string>
-#include <utility>
 
 #include "platform/channel/channel.h"
 
 namespace channel {
-
-// A descriptor that is closed with the object.
-class Descriptor {
- public:
-  explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
-  ~Descriptor() {
-    if (descriptor_ >= 0) close(descriptor_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  int Get() const { return descriptor_; }
-  explicit operator bool() const { return descriptor_ >= 0; }
-  int Take() { return std::exchange(descriptor_, -1); }
-
- private:
-  int descriptor_;
-};
 
 // False when the path is too long for a socket.
 inline bool SocketAddress(const std::string& path, sockaddr_un* address) {

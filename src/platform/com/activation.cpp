@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <sys/file.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -8,6 +7,7 @@
 
 #include "class_table.h"
 #include "platform/home/home.h"
+#include "platform/host/descriptor.h"
 #include "platform/registry/registry.h"
 #include "platform/text/text.h"
 #include "server_process.h"
@@ -24,22 +24,17 @@ constexpr DWORD kPollMilliseconds = 2;
 class ActivationLock {
  public:
   explicit ActivationLock(const std::string& path) : file_(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {}
-  ~ActivationLock() {
-    if (file_ >= 0) close(file_);
-  }
-  ActivationLock(const ActivationLock&) = delete;
-  ActivationLock& operator=(const ActivationLock&) = delete;
 
   bool Take(Clock::time_point deadline) {
-    while (file_ >= 0 && flock(file_, LOCK_EX | LOCK_NB) != 0) {
+    while (file_ && flock(file_.Number(), LOCK_EX | LOCK_NB) != 0) {
       if (Clock::now() > deadline) return false;
       Sleep(kPollMilliseconds);
     }
-    return file_ >= 0;
+    return static_cast<bool>(file_);
   }
 
  private:
-  const int file_;
+  const platform::Descriptor file_;
 };
 
 // The command line that starts the server of a class, as its registration gives it.

@@ -1,7 +1,5 @@
 #include <fcntl.h>
 #include <sys/file.h>
-#include <time.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -9,10 +7,12 @@
 #include <mutex>
 #include <new>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "class_table.h"
 #include "platform/home/home.h"
+#include "platform/host/descriptor.h"
 
 namespace {
 
@@ -68,34 +68,26 @@ class ClassEntry final : public channel::Service {
 // other processes and given back with the last one that is withdrawn.
 class ServingLock {
  public:
-  ~ServingLock() {
-    if (file_ >= 0) close(file_);
-  }
-
   HRESULT Take(const std::string& path) {
-    if (file_ >= 0) return S_OK;
-    const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (file < 0) return errno == EACCES ? E_ACCESSDENIED : E_FAIL;
+    if (file_) return S_OK;
+    platform::Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    if (!file) return errno == EACCES ? E_ACCESSDENIED : E_FAIL;
     // A server that is just ending gives the lock back within moments.
     constexpr int kAttempts = 500;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-      if (flock(file, LOCK_EX | LOCK_NB) == 0) {
-        file_ = file;
+      if (flock(file.Number(), LOCK_EX | LOCK_NB) == 0) {
+        file_ = std::move(file);
         return S_OK;
       }
       Sleep(10);
     }
-    close(file);
     return CO_E_OBJISREG;
   }
 
-  void Release() {
-    if (file_ >= 0) close(file_);
-    file_ = -1;
-  }
+  void Release() { file_.Close(); }
 
  private:
-  int file_ = -1;
+  platform::Descriptor file_;
 };
 
 struct Runtime {
@@ -111,8 +103,9 @@ Runtime& ProcessRuntime() {
   return runtime;
 }
 
-// The calling thread's apartment: the sockets that its message loop serves.
+// The calling thread's apartment: the sockets that its message loop serves, until it is left as often as entered.
 thread_local std::unique_ptr<channel::Server> apartment;
+thread_local unsigned entries = 0;
 
 HRESULT Publish(Runtime& runtime, ClassEntry& entry) {
   if (!apartment) return CO_E_NOTINITIALIZED;
@@ -120,9 +113,9 @@ HRESULT Publish(Runtime& runtime, ClassEntry& entry) {
   if (!platform::Home::Current().PrepareSocketFolder(&reason)) return E_ACCESSDENIED;
   const HRESULT serving = runtime.serving.Take(platform::Home::Current().SocketFolder() + "/server.lock");
   if (FAILED(serving)) return serving;
-  const std::string path = com::SocketPath(entry.id);
+  std::string path = com::SocketPath(entry.id);
   if (!apartment->Listen(path, &entry)) return E_FAIL;
-  entry.socketPath = path;
+  entry.socketPath = std::move(path);
   return S_OK;
 }
 
@@ -175,11 +168,15 @@ std::string SocketPath(REFCLSID clsid) {
 }  // namespace com
 
 HRESULT CoInitialize(void* /*reserved*/) {
-  if (apartment) return S_FALSE;
+  if (apartment) {
+    ++entries;
+    return S_FALSE;
+  }
   try {
     auto server = std::make_unique<channel::Server>();
     AttachMessageSource(server.get());
     apartment = std::move(server);
+    entries = 1;
     return S_OK;
   } catch (const std::bad_alloc&) {
     return E_OUTOFMEMORY;
@@ -189,6 +186,7 @@ HRESULT CoInitialize(void* /*reserved*/) {
 }
 
 void CoUninitialize() {
+  if (!apartment || --entries != 0) return;
   AttachMessageSource(nullptr);
   apartment.reset();
 }
@@ -204,27 +202,28 @@ HRESULT CoRegisterClassObject(REFCLSID clsid, IUnknown* classObject, DWORD conte
   const HRESULT asked = classObject->QueryInterface(IID_IClassFactory, factory.OutVoid());
   if (FAILED(asked)) return asked;
 
+  const bool forOthers = (context & CLSCTX_LOCAL_SERVER) != 0;
   Runtime& runtime = ProcessRuntime();
   const std::lock_guard hold(runtime.mutex);
+  HRESULT result = S_OK;
   try {
     runtime.classes.reserve(runtime.classes.size() + 1);  // nothing may fail once the socket is there
     auto entry = std::make_unique<ClassEntry>(runtime.lastCookie + 1, clsid, std::move(factory));
-    if ((context & CLSCTX_LOCAL_SERVER) != 0) {
-      const HRESULT published = Publish(runtime, *entry);
-      if (FAILED(published)) {
-        if (ServesOthers(runtime)) return published;
-        // Nobody can ever reach this process: it must not stay for good.
-        runtime.serving.Release();
-        PostThreadMessageA(GetCurrentThreadId(), WM_QUIT, 0, 0);
-        return published;
-      }
+    if (forOthers) result = Publish(runtime, *entry);
+    if (SUCCEEDED(result)) {
+      *cookie = ++runtime.lastCookie;
+      runtime.classes.push_back(std::move(entry));
+      return result;
     }
-    *cookie = ++runtime.lastCookie;
-    runtime.classes.push_back(std::move(entry));
-    return S_OK;
   } catch (const std::bad_alloc&) {
-    return E_OUTOFMEMORY;
+    result = E_OUTOFMEMORY;
   }
+  if (forOthers && !ServesOthers(runtime)) {
+    // Nobody can ever reach this process: it must not stay for good.
+    runtime.serving.Release();
+    PostThreadMessageA(GetCurrentThreadId(), WM_QUIT, 0, 0);
+  }
+  return result;
 }
 
 HRESULT CoRevokeClassObject(DWORD cookie) {

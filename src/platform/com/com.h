@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <new>
 #include <string>
 
 #include "platform/kernel/kernel.h"
@@ -134,6 +136,21 @@ using BSTR = OLECHAR*;  // NUL-terminated, with its length in bytes (32 bits) in
 void* CoTaskMemAlloc(std::size_t bytes);
 void CoTaskMemFree(void* block);  // null is allowed
 
+// Owns a block of task memory.
+struct TaskMemoryDeleter {
+  void operator()(void* block) const { CoTaskMemFree(block); }
+};
+template <typename T>
+using TaskBlock = std::unique_ptr<T, TaskMemoryDeleter>;
+
+// A block of `bytes` unset bytes. Throws std::bad_alloc.
+template <typename T>
+TaskBlock<T> NewTaskBlock(std::size_t bytes) {
+  TaskBlock<T> block(static_cast<T*>(CoTaskMemAlloc(bytes)));
+  if (!block) throw std::bad_alloc();
+  return block;
+}
+
 BSTR SysAllocString(const OLECHAR* text);
 BSTR SysAllocStringLen(const OLECHAR* text, UINT characters);  // null text: unset characters
 BSTR SysAllocStringByteLen(const char* bytes, UINT count);
@@ -221,7 +238,7 @@ inline constexpr DWORD CLSCTX_ALL = 23;
 inline constexpr DWORD REGCLS_MULTIPLEUSE = 1;
 
 // The calling thread enters (leaves) a single-threaded apartment: calls from other processes reach its objects through
-// its message loop. S_FALSE when it is in one already.
+// its message loop. S_FALSE when it is in one already; it leaves that one when it has left as often as entered.
 HRESULT CoInitialize(void* reserved);
 void CoUninitialize();
 
@@ -244,9 +261,8 @@ HRESULT CoRevokeClassObject(DWORD cookie);  // CO_E_OBJNOTREG for a cookie that 
 //   CO_E_SERVER_EXEC_FAILURE   its executable cannot be started or does not come up in 30 s
 //   0x8007xxxx                 the registry cannot be read
 //   CLASS_E_NOAGGREGATION      an outer object was given for an object of another process
-//   E_NOINTERFACE              the object has no such interface, or nothing carries it between processes; IUnknown
-//   alone
-//                              is not carried: ask for the class's interface
+//   E_NOINTERFACE              the object has no such interface, or nothing carries it between processes (nothing
+//                              carries IUnknown: ask for the class's interface)
 //   E_ACCESSDENIED             the sockets are another user's
 //   0x80010110                 the server speaks another version of the protocol
 HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID iid, void** object);

@@ -106,12 +106,12 @@ void LiftLimit(decltype(RLIMIT_FSIZE) resource) {
 
 // From here to exec only what is safe between fork and exec in a process with several threads.
 [[noreturn]] void BecomeServer(int pipe, char* const* arguments, char* const* environment) {
+  // The pipe goes first: where the starter had closed a standard descriptor, it lies in the place of that one.
+  bool apart = pipe == kReportDescriptor || dup2(pipe, kReportDescriptor) >= 0;
+  fcntl(kReportDescriptor, F_SETFD, FD_CLOEXEC);
   const int nothing = open("/dev/null", O_RDWR);
-  bool apart = nothing >= 0;
   for (int standard = 0; standard <= 2; ++standard)
     apart = dup2(nothing, standard) >= 0 && apart;
-  if (pipe != kReportDescriptor) dup2(pipe, kReportDescriptor);
-  fcntl(kReportDescriptor, F_SETFD, FD_CLOEXEC);
   apart = syscall(SYS_close_range, kReportDescriptor + 1, ~0U, 0) == 0 && apart;
   LiftLimit(RLIMIT_FSIZE);
   LiftLimit(RLIMIT_CPU);
@@ -140,10 +140,6 @@ void LiftLimit(decltype(RLIMIT_FSIZE) resource) {
 
 }  // namespace
 
-ServerProcess::~ServerProcess() {
-  if (process_ >= 0) close(process_);
-}
-
 bool ServerProcess::Start(const std::string& command) {
   std::vector<std::string> words = SplitCommand(command);
   if (words.empty()) return false;
@@ -154,40 +150,44 @@ bool ServerProcess::Start(const std::string& command) {
 
   int pipe[2];
   if (pipe2(pipe, O_CLOEXEC) != 0) return false;
+  const platform::Descriptor reports(pipe[0]);
+  platform::Descriptor reporting(pipe[1]);
   const pid_t starter = fork();
-  if (starter == 0) BecomeStarter(pipe[1], arguments.data(), environment.data());
-  close(pipe[1]);
-  if (starter < 0) {
-    close(pipe[0]);
-    return false;
+  if (starter == 0) BecomeStarter(reporting.Number(), arguments.data(), environment.data());
+  if (starter < 0) return false;
+  reporting.Close();
+  const bool started = AwaitStart(reports.Number());
+  while (waitpid(starter, nullptr, 0) < 0 && errno == EINTR) {
   }
+  return started;
+}
 
-  // The pipe ends when the server has become its own executable, or could not.
+// The reports end when the server has become its own executable, or could not.
+bool ServerProcess::AwaitStart(int reports) {
+  bool started = false;
   bool failed = false;
   Report report{};
-  for (ssize_t got = 0; (got = read(pipe[0], &report, sizeof report)) != 0;) {
+  for (ssize_t got = 0; (got = read(reports, &report, sizeof report)) != 0;) {
     if (got < 0 && errno == EINTR) continue;
     if (got != static_cast<ssize_t>(sizeof report)) break;
     if (report.kind == Report::failed) failed = true;
     if (report.kind == Report::started) {
-      process_ = static_cast<int>(syscall(SYS_pidfd_open, report.value, 0));
-      if (process_ >= 0) fcntl(process_, F_SETFD, FD_CLOEXEC);
+      started = true;
+      process_ = platform::Descriptor(static_cast<int>(syscall(SYS_pidfd_open, report.value, 0)));
+      hadEnded_ = !process_ && errno == ESRCH;
     }
   }
-  close(pipe[0]);
-  while (waitpid(starter, nullptr, 0) < 0 && errno == EINTR) {
-  }
-  return !failed;
+  return started && !failed;
 }
 
 bool ServerProcess::HasEnded() const {
-  if (process_ < 0) return false;
-  pollfd ended{process_, POLLIN, 0};
+  if (!process_) return hadEnded_;
+  pollfd ended{process_.Number(), POLLIN, 0};
   return poll(&ended, 1, 0) > 0;
 }
 
 void ServerProcess::End() const {
-  if (process_ >= 0) syscall(SYS_pidfd_send_signal, process_, SIGTERM, nullptr, 0);
+  if (process_) syscall(SYS_pidfd_send_signal, process_.Number(), SIGTERM, nullptr, 0);
 }
 
 }  // namespace com

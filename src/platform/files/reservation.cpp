@@ -1,27 +1,20 @@
 #include "reservation.h"
 
-#include <array>
 #include <cerrno>
-#include <cstdio>
 
 #include "host_error.h"
 #include "path_name.h"
+#include "platform/host/fnv1a.h"
 
 namespace files {
 namespace {
 
 constexpr std::string_view kHexadecimalDigits = "0123456789abcdef";
-constexpr std::size_t kDigits = 16;
 constexpr mode_t kModeOfNewFiles = 0666;
 constexpr int kNeitherLinkNorWait = O_NOFOLLOW | O_NONBLOCK;
 
 std::string ReservationName(std::string_view folded) {
-  std::uint64_t hash = 14695981039346656037U;
-  for (const char c : folded)
-    hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211U;
-  std::array<char, kDigits + 1> digits = {};
-  snprintf(digits.data(), digits.size(), "%016llx", static_cast<unsigned long long>(hash));
-  return std::string(kHiddenPrefix) + digits.data();
+  return std::string(kHiddenPrefix) + platform::Fnv1a(folded);
 }
 
 }  // namespace
@@ -113,7 +106,7 @@ DWORD RemoveIfAbandoned(const host::Descriptor& folder, const std::string& hidde
 }
 
 bool IsReservationName(std::string_view hiddenName) {
-  return hiddenName.size() == kHiddenPrefix.size() + kDigits &&
+  return hiddenName.size() == kHiddenPrefix.size() + platform::kFnv1aDigits &&
          hiddenName.substr(0, kHiddenPrefix.size()) == kHiddenPrefix &&
          hiddenName.find_first_not_of(kHexadecimalDigits, kHiddenPrefix.size()) == std::string_view::npos;
 }

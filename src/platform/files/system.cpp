@@ -58,11 +58,6 @@ struct FolderEntry {
 
 }  // namespace
 
-int Descriptor::Close() noexcept {
-  if (number_ < 0) return 0;
-  return close(std::exchange(number_, -1)) == 0 || errno == EINTR ? 0 : errno;
-}
-
 int Open(int folder, const std::string& path, int flags, Descriptor* opened, mode_t mode) {
   int number = -1;
   const int error = Repeat([&] { return openat(folder, path.c_str(), flags | O_CLOEXEC | O_NOCTTY, mode); }, &number);

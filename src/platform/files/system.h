@@ -13,32 +13,12 @@
 #include <functional>
 #include <string>
 #include <string_view>
-#include <utility>
+
+#include "platform/host/descriptor.h"
 
 namespace files::host {
 
-// An open descriptor, closed with the object.
-class Descriptor {
- public:
-  Descriptor() = default;
-  explicit Descriptor(int number) : number_(number) {}
-  ~Descriptor() { Close(); }
-  Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
-  Descriptor& operator=(Descriptor&& other) noexcept {
-    if (this == &other) return *this;
-    Close();
-    number_ = std::exchange(other.number_, -1);
-    return *this;
-  }
-
-  int Number() const { return number_; }
-  explicit operator bool() const { return number_ >= 0; }
-
-  int Close() noexcept;
-
- private:
-  int number_ = -1;
-};
+using platform::Descriptor;
 
 // ---- Files by name -------------------------------------------------------------------------------------------------
 

@@ -7,12 +7,12 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <mutex>
+
+#include "platform/host/fnv1a.h"
 
 namespace platform {
 
@@ -55,14 +55,6 @@ std::mutex choosing;
 std::deque<Home>& Homes() {
   static auto* homes = new std::deque<Home>;
   return *homes;
-}
-
-// FNV-1a: names a folder, protects nothing.
-std::uint64_t Hash(const std::string& bytes) {
-  std::uint64_t hash = 0xcbf29ce484222325;
-  for (const char c : bytes)
-    hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3;
-  return hash;
 }
 
 // The longest socket name is a class identity of 38 characters with its separator.
@@ -124,9 +116,7 @@ std::string Home::Drive(char letter) const {
 std::string Home::SocketFolder() const {
   std::error_code failed;
   const fs::path canonical = fs::weakly_canonical(folder_, failed);
-  char digits[17];
-  std::snprintf(digits, sizeof digits, "%016llx",
-                static_cast<unsigned long long>(Hash((failed ? folder_ : canonical).native())));
+  const std::string digits = Fnv1a((failed ? folder_ : canonical).native());
 
   const std::string runtime = Variable("XDG_RUNTIME_DIR");
   if (runtime.starts_with('/') && fs::is_directory(runtime, failed)) {

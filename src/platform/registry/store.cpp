@@ -14,8 +14,10 @@
 #include <system_error>
 #include <thread>
 #include <tuple>
+#include <utility>
 
 #include "platform/home/home.h"
+#include "platform/host/descriptor.h"
 #include "reg_format.h"
 #include "registry.h"
 
@@ -24,6 +26,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+using platform::Descriptor;
+
 [[noreturn]] void Throw(const char* what, const fs::path& path, int error) {
   throw fs::filesystem_error(what, path, std::error_code(error, std::generic_category()));
 }
@@ -31,22 +35,6 @@ namespace fs = std::filesystem;
 [[noreturn]] void Throw(const char* what, const fs::path& path) {
   Throw(what, path, errno);
 }
-
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  ~Descriptor() {
-    if (number_ >= 0) close(number_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  int Get() const { return number_; }
-  bool IsOpen() const { return number_ >= 0; }
-
- private:
-  const int number_;
-};
 
 // ---- Reading -----------------------------------------------------------------------------------------------------
 
@@ -82,14 +70,14 @@ bool IsSettled(const struct stat& file, const timespec& now) {
 
 class Snapshot {
  public:
-  Snapshot(int descriptor, const fs::path& path) : file_(descriptor) {
+  Snapshot(Descriptor file, const fs::path& path) : file_(std::move(file)) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME_COARSE, &now);
-    if (fstat(file_.Get(), &state_) != 0) Throw("cannot read", path);
+    if (fstat(file_.Number(), &state_) != 0) Throw("cannot read", path);
     if (!S_ISREG(state_.st_mode)) Throw("no regular file", path, EACCES);
     settled_ = IsSettled(state_, now);
     auto tree = std::make_shared<Tree>();
-    ParseInto(ReadAll(file_.Get(), path), path.string(), Purpose::registryFile, tree.get());
+    ParseInto(ReadAll(file_.Number(), path), path.string(), Purpose::registryFile, tree.get());
     tree_ = std::move(tree);
   }
 
@@ -113,9 +101,9 @@ class Cache {
     if (snapshot_ && snapshot_->IsStillOf(now)) return snapshot_->Content();
     snapshot_.reset();
     // Without waiting, should something that is no file lie there.
-    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor < 0) return Missing(path);
-    snapshot_ = std::make_unique<Snapshot>(descriptor, path);
+    Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file) return Missing(path);
+    snapshot_ = std::make_unique<Snapshot>(std::move(file), path);
     return snapshot_->Content();
   }
 
@@ -141,9 +129,9 @@ bool CopyOwners(int file, const struct stat& from) {
 class WriteLock {
  public:
   explicit WriteLock(const fs::path& file) : file_(Open(file)) {
-    if (!file_.IsOpen()) Throw("cannot open", file);
+    if (!file_) Throw("cannot open", file);
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    while (flock(file_.Get(), LOCK_EX | LOCK_NB) != 0) {
+    while (flock(file_.Number(), LOCK_EX | LOCK_NB) != 0) {
       const int error = errno;
       if (error == EINTR) continue;
       if (error != EWOULDBLOCK || std::chrono::steady_clock::now() > deadline) Throw("cannot lock", file, error);
@@ -151,7 +139,7 @@ class WriteLock {
     }
   }
   // Not left to the closing: a process being started at this moment may hold the descriptor a little longer.
-  ~WriteLock() { flock(file_.Get(), LOCK_UN); }
+  ~WriteLock() { flock(file_.Number(), LOCK_UN); }
   WriteLock(const WriteLock&) = delete;
   WriteLock& operator=(const WriteLock&) = delete;
 
@@ -205,23 +193,23 @@ class Replacement {
         hiddenName_("." + name_ + ".new"),
         folder_(open(path.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
         file_(Create(mode)) {
-    if (!file_.IsOpen()) Throw("cannot write", path_);
+    if (!file_) Throw("cannot write", path_);
   }
   ~Replacement() {
-    if (!inPlace_ && file_.IsOpen()) unlinkat(folder_.Get(), hiddenName_.c_str(), 0);
+    if (!inPlace_ && file_) unlinkat(folder_.Number(), hiddenName_.c_str(), 0);
   }
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
 
   // Owners and mode of the file that is replaced. What its group might do is not for another group.
   void LookLike(const struct stat& old) {
-    const mode_t kept = CopyOwners(file_.Get(), old) ? 0777 : 0707;
-    if (fchmod(file_.Get(), old.st_mode & kept) != 0) Throw("cannot write", path_);
+    const mode_t kept = CopyOwners(file_.Number(), old) ? 0777 : 0707;
+    if (fchmod(file_.Number(), old.st_mode & kept) != 0) Throw("cannot write", path_);
   }
 
   void Write(std::string_view bytes) {
     while (!bytes.empty()) {
-      const ssize_t count = write(file_.Get(), bytes.data(), bytes.size());
+      const ssize_t count = write(file_.Number(), bytes.data(), bytes.size());
       if (count < 0 && errno == EINTR) continue;
       if (count < 0) Throw("cannot write", path_);
       bytes.remove_prefix(static_cast<std::size_t>(count));
@@ -229,18 +217,19 @@ class Replacement {
   }
 
   void TakePlace() {
-    if (fsync(file_.Get()) != 0) Throw("cannot write", path_);
-    if (renameat(folder_.Get(), hiddenName_.c_str(), folder_.Get(), name_.c_str()) != 0) Throw("cannot write", path_);
+    if (fsync(file_.Number()) != 0) Throw("cannot write", path_);
+    if (renameat(folder_.Number(), hiddenName_.c_str(), folder_.Number(), name_.c_str()) != 0)
+      Throw("cannot write", path_);
     inPlace_ = true;
     // Some file systems cannot flush a folder.
-    if (fsync(folder_.Get()) != 0 && errno != EINVAL) Throw("cannot write", path_);
+    if (fsync(folder_.Number()) != 0 && errno != EINVAL) Throw("cannot write", path_);
   }
 
  private:
   int Create(mode_t mode) const {
-    if (!folder_.IsOpen()) return -1;
-    unlinkat(folder_.Get(), hiddenName_.c_str(), 0);
-    return openat(folder_.Get(), hiddenName_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+    if (!folder_) return -1;
+    unlinkat(folder_.Number(), hiddenName_.c_str(), 0);
+    return openat(folder_.Number(), hiddenName_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
   }
 
   const fs::path path_;
@@ -289,8 +278,8 @@ LONG Change(const std::function<LONG(Tree&)>& change) {
 
 std::string ReadWhole(const fs::path& file) {
   const Descriptor descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!descriptor.IsOpen()) Throw("cannot read", file);
-  return ReadAll(descriptor.Get(), file);
+  if (!descriptor) Throw("cannot read", file);
+  return ReadAll(descriptor.Number(), file);
 }
 
 }  // namespace registry
