@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <limits>
 #include <memory>
 #include <optional>
 
@@ -20,6 +21,7 @@ struct CFile::OpenFile {
   host::Descriptor createdIn;
   std::unique_ptr<files::Replacement> replacement;  // of a file that is written as a whole
   LONGLONG position = 0;
+  off_t lengthAtOpening = std::numeric_limits<off_t>::max();  // not known
   bool written = false;
   DWORD writeError = ERROR_SUCCESS;  // of the last write
 
@@ -89,7 +91,7 @@ BOOL CFile::Open(const char* path, UINT flags, CFileException* error) {
       code = files::OpenOrCreate(translated, *mode, &open->own, &open->createdIn);
       open->written = mode->truncate;
     } else {
-      code = files::OpenExisting(translated, *mode, &open->own);
+      code = files::OpenExisting(translated, *mode, &open->own, &open->lengthAtOpening);
     }
   }
   if (code == ERROR_SUCCESS) {
@@ -108,9 +110,11 @@ UINT CFile::Read(void* buffer, UINT count) {
     std::size_t read = 0;
     m_open->Check(
         host::ReadAt(m_open->File(), static_cast<char*>(buffer) + total, count - total, m_open->position, &read));
-    if (read == 0) break;
     total += static_cast<UINT>(read);
     m_open->position += static_cast<LONGLONG>(read);
+    // Less than was asked for may also mean that the device fails behind it: only where the file did not end already
+    // when it was opened is it asked once more.
+    if (read == 0 || m_open->position >= m_open->lengthAtOpening) break;
   }
   return total;
 }
@@ -119,15 +123,20 @@ void CFile::Write(const void* buffer, UINT count) {
   if (!m_open) throw CFileException::FromOsError(ERROR_INVALID_HANDLE);
   if (!m_open->writes) m_open->Fail(ERROR_ACCESS_DENIED);
   m_open->written = true;
+  const auto lengthBefore = static_cast<LONGLONG>(GetLength());
   UINT total = 0;
   while (total < count) {
     std::size_t written = 0;
     m_open->writeError = OsError(host::WriteAt(m_open->File(), static_cast<const char*>(buffer) + total, count - total,
-                                               m_open->position, &written));
-    if (m_open->writeError != ERROR_SUCCESS) m_open->Fail(m_open->writeError);
+                                               m_open->position + total, &written));
+    if (m_open->writeError != ERROR_SUCCESS) {
+      // A full disk must not leave part of a record at the end, where the next one would be appended to it.
+      if (m_open->position + total > lengthBefore) host::Truncate(m_open->File(), lengthBefore);
+      m_open->Fail(m_open->writeError);
+    }
     total += static_cast<UINT>(written);
-    m_open->position += static_cast<LONGLONG>(written);
   }
+  m_open->position += total;
 }
 
 LONGLONG CFile::Seek(LONGLONG offset, UINT from) {
@@ -161,6 +170,11 @@ void CFile::SetLength(ULONGLONG length) {
   m_open->Check(host::Truncate(m_open->File(), position));
 }
 
+void CFile::Flush() {
+  if (!m_open) throw CFileException::FromOsError(ERROR_INVALID_HANDLE);
+  m_open->Check(host::SyncData(m_open->File()));
+}
+
 void CFile::Close() {
   if (!m_open) return;
   const std::unique_ptr<OpenFile> open = std::move(m_open);
@@ -173,11 +187,14 @@ void CFile::Abort() noexcept {
 
 DWORD CFile::OpenFile::Finish() {
   if (replacement != nullptr) return writeError != ERROR_SUCCESS ? writeError : replacement->Commit();
-  DWORD error = ERROR_SUCCESS;
+  if (!written && !createdIn) return OsError(own.Close());
+  // Others need not wait for the disk: whatever they write on top is flushed with it.
+  DWORD error = files::ReleaseShareLock(own);
+  if (error != ERROR_SUCCESS) return error;
   if (createdIn) {
     error = OsError(host::Sync(own));
     if (error == ERROR_SUCCESS) error = OsError(host::Sync(createdIn));
-  } else if (written) {
+  } else {
     error = OsError(host::SyncData(own));
   }
   const DWORD closeError = OsError(own.Close());

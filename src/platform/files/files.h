@@ -93,7 +93,7 @@ class CFile {
   // Reads up to `count` bytes at the position; fewer only at the end of the file. The number read.
   virtual UINT Read(void* buffer, UINT count);
 
-  // Writes all of `count` bytes at the position.
+  // Writes all of `count` bytes at the position; when that fails, the file is as long as it was before.
   virtual void Write(const void* buffer, UINT count);
 
   // Moves the position and gives it, counted from the start. A position before the start: badSeek, 131.
@@ -104,7 +104,10 @@ class CFile {
   virtual ULONGLONG GetLength() const;
   virtual void SetLength(ULONGLONG length);  // the position is then the new end
 
-  // Writes what was written to the disk and lets go of the file; what is created as a whole takes its name now. When
+  // Writes what was written to the disk while others still have to wait.
+  virtual void Flush();
+
+  // Lets go of the file and writes what was written to the disk; what is created as a whole takes its name now. When
   // this throws, the file is no longer open, and what was to be replaced as a whole is as it was (or as it was to
   // become, if all that failed was the folder's last flushing).
   virtual void Close();

@@ -44,24 +44,27 @@ DWORD Create(const PathName& path, const OpenMode& mode, host::Descriptor* file,
 // The short way of those who only read: they must not get a file that was replaced or removed before it was locked, and
 // such a one has no name left. (One that has others besides is older by a moment than what the name leads to now; then
 // it was read a moment before.) Looking the name up again would cost as much as opening it.
-DWORD LockForContent(host::Descriptor opened, bool writable, const ShareMode& share, host::Descriptor* file) {
+DWORD LockForContent(host::Descriptor opened, bool writable, const ShareMode& share, host::Descriptor* file,
+                     off_t* length) {
   const DWORD lockError = TakeShareLock(opened, writable, share);
   struct stat own = {};
   if (const int error = host::Stat(opened, &own); error != 0) return OsError(error);
   if (!S_ISREG(own.st_mode)) return ERROR_ACCESS_DENIED;
   if (lockError != ERROR_SUCCESS) return lockError;
   if (own.st_nlink == 0) return kStartAnew;
+  if (length != nullptr) *length = own.st_size;
   *file = std::move(opened);
   return ERROR_SUCCESS;
 }
 
 }  // namespace
 
-DWORD OpenAsWritten(int folder, const std::string& name, const OpenMode& mode, host::Descriptor* file) {
+DWORD OpenAsWritten(int folder, const std::string& name, const OpenMode& mode, host::Descriptor* file,
+                    off_t* length) {
   host::Descriptor opened;
   bool writable = false;
   if (const int error = OpenForLocking(folder, name, mode, &opened, &writable); error != 0) return OsError(error);
-  if (mode.content) return LockForContent(std::move(opened), writable, mode.share, file);
+  if (mode.content) return LockForContent(std::move(opened), writable, mode.share, file, length);
   struct stat own = {};
   if (const int error = host::Stat(opened, &own); error != 0) return OsError(error);
   if (!S_ISREG(own.st_mode)) return ERROR_ACCESS_DENIED;
@@ -78,22 +81,24 @@ DWORD OpenAsWritten(int folder, const std::string& name, const OpenMode& mode, h
   if (mode.truncate) {
     if (const int error = host::Truncate(opened, 0); error != 0) return OsError(error);
   }
+  if (length != nullptr) *length = mode.truncate ? 0 : named.st_size;
   *file = std::move(opened);
   return ERROR_SUCCESS;
 }
 
-DWORD OpenExisting(const PathName& path, const OpenMode& mode, host::Descriptor* file) {
-  const DWORD error = OpenAsWritten(AT_FDCWD, path.path, mode, file);
+DWORD OpenExisting(const PathName& path, const OpenMode& mode, host::Descriptor* file, off_t* length) {
+  const DWORD error = OpenAsWritten(AT_FDCWD, path.path, mode, file, length);
   if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND && error != kStartAnew) return error;
   Location location;
-  return OpenLocated(path, mode, &location, file);
+  return OpenLocated(path, mode, &location, file, length);
 }
 
-DWORD OpenLocated(const PathName& path, const OpenMode& mode, Location* location, host::Descriptor* file) {
+DWORD OpenLocated(const PathName& path, const OpenMode& mode, Location* location, host::Descriptor* file,
+                  off_t* length) {
   return UntilNotOvertaken([&] {
     if (const DWORD error = Locate(path, location); error != ERROR_SUCCESS) return error;
     if (!location->exists) return ERROR_FILE_NOT_FOUND;
-    const DWORD error = OpenAsWritten(location->folder.Number(), location->name, mode, file);
+    const DWORD error = OpenAsWritten(location->folder.Number(), location->name, mode, file, length);
     return error == ERROR_FILE_NOT_FOUND ? kStartAnew : error;
   });
 }

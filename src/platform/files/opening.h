@@ -27,14 +27,17 @@ inline constexpr OpenMode kExclusiveWriting = {{true, true, Denial::both}, false
 inline constexpr OpenMode kExclusiveReading = {{true, false, Denial::both}, false, false};
 
 // Opens what the name leads to in `folder` (or AT_FDCWD) exactly as written, with its locks. kStartAnew when the name
-// led elsewhere by the time the file was locked; 2 or 3 when there is no such name.
-DWORD OpenAsWritten(int folder, const std::string& name, const OpenMode& mode, host::Descriptor* file);
+// led elsewhere by the time the file was locked; 2 or 3 when there is no such name. `*length` (unless null) is how long
+// the file was once it was locked.
+DWORD OpenAsWritten(int folder, const std::string& name, const OpenMode& mode, host::Descriptor* file,
+                    off_t* length = nullptr);
 
 // Opens an existing file.
-DWORD OpenExisting(const PathName& path, const OpenMode& mode, host::Descriptor* file);
+DWORD OpenExisting(const PathName& path, const OpenMode& mode, host::Descriptor* file, off_t* length = nullptr);
 
 // The same, and tells where it is; for names that are about to be changed.
-DWORD OpenLocated(const PathName& path, const OpenMode& mode, Location* location, host::Descriptor* file);
+DWORD OpenLocated(const PathName& path, const OpenMode& mode, Location* location, host::Descriptor* file,
+                  off_t* length = nullptr);
 
 // Opens an existing file or creates one, which appears under its name already locked. `*createdIn` is then its folder,
 // to be flushed.

@@ -10,18 +10,23 @@ namespace {
 using host::Descriptor;
 using host::LockRange;
 
-// Far beyond any content. Present openers hold:
+// Far beyond any content. Present openers hold, where the descriptor can be written to:
 //
-//   reading, denying none             shared lock on kReaders
-//   reading, denying writing          shared lock on kReaders and kWriters
-//   writing, denying none             exclusive lock on one byte of kWriters
-//   writing, denying writing          exclusive lock on kWriters
-//   denying both                      exclusive lock on kReaders and kWriters
-//   denying both, descriptor of a     shared lock on kReaders, kWriters and kReadOnlyExclusive: keeps writers away;
-//   readers file that can only be read        who find the last one leave again
+//   reading, denying none       exclusive lock on one byte of kReaders
+//   reading, denying writing    shared lock on kWriters
+//   writing, denying none       exclusive lock on one byte of kWriters
+//   writing, denying writing    exclusive lock on kWriters
+//   denying both                exclusive lock on kReaders and kWriters
+//
+// and where it can only be read:
+//
+//   reading, denying none       shared lock on one byte of kReaders
+//   reading, denying writing    shared lock on kWriters
+//   denying both                shared lock on kReaders, kWriters and kReadOnlyExclusive: keeps exclusive locks away;
+//                               who takes shared ones and finds the last one held leaves again
 constexpr off_t kOrigin = off_t{1} << 62;
-constexpr LockRange kReaders = {kOrigin, 1};
-constexpr LockRange kWriters = {kOrigin + 1, off_t{1} << 32};
+constexpr LockRange kReaders = {kOrigin, off_t{1} << 32};
+constexpr LockRange kWriters = {kReaders.start + kReaders.length, off_t{1} << 32};
 constexpr LockRange kReadersAndWriters = {kReaders.start, kReaders.length + kWriters.length};
 constexpr LockRange kCreation = {kOrigin - 1, 1};
 constexpr LockRange kReadOnlyExclusive = {kOrigin - 2, 1};
@@ -113,7 +118,7 @@ class Gate {
   DWORD error_ = ERROR_SUCCESS;
 };
 
-DWORD LockForReading(const Descriptor& file, bool writable, LockRange range) {
+DWORD LockShared(const Descriptor& file, bool writable, LockRange range) {
   if (const DWORD error = Lock(file, F_RDLCK, range); error != ERROR_SUCCESS) return error;
   if (!HeldByOther(file, kReadOnlyExclusive)) return ERROR_SUCCESS;
 
@@ -131,22 +136,31 @@ DWORD LockReadOnlyExclusively(const Descriptor& file) {
   const Gate gate(file, false);
   if (gate.Error() != ERROR_SUCCESS) return gate.Error();
   // Who is there for certain is seen without the locks, which for a moment would be in others' way.
-  if (HeldByOther(file, kReaders)) return ERROR_SHARING_VIOLATION;
+  if (HeldByOther(file, kReadersAndWriters)) return ERROR_SHARING_VIOLATION;
   DWORD error = Lock(file, F_RDLCK, kReadOnlyExclusive);
   if (error == ERROR_SUCCESS) error = Lock(file, F_RDLCK, kReadersAndWriters);
-  if (error == ERROR_SUCCESS && HeldByOther(file, kReaders)) error = ERROR_SHARING_VIOLATION;
+  if (error == ERROR_SUCCESS && HeldByOther(file, kReadersAndWriters)) error = ERROR_SHARING_VIOLATION;
   if (error != ERROR_SUCCESS) Unlock(file, kAllOfOpener);
   return error;
 }
 
-DWORD LockOneWriter(const Descriptor& file) {
-  // Another writer may have drawn the same byte; whoever denies writing holds them all.
+DWORD LockOneByte(const Descriptor& file, LockRange range) {
+  // Another one may have drawn the same byte; whoever excludes this opener holds them all.
   constexpr int kDraws = 4;
   DWORD error = ERROR_SHARING_VIOLATION;
   for (int draw = 0; draw < kDraws && error == ERROR_SHARING_VIOLATION; ++draw) {
-    error = Lock(file, F_WRLCK, OneByteOf(kWriters));
+    error = Lock(file, F_WRLCK, OneByteOf(range));
   }
   return error;
+}
+
+// For descriptors that can be written to.
+DWORD LockOneReader(const Descriptor& file) {
+  const DWORD error = LockOneByte(file, kReaders);
+  if (error != ERROR_SHARING_VIOLATION || !HeldByOther(file, kReadOnlyExclusive)) return error;
+  // Whoever denies both by shared locks may yet find that he must leave.
+  const Gate gate(file, true);
+  return gate.Error() != ERROR_SUCCESS ? gate.Error() : LockOneByte(file, kReaders);
 }
 
 }  // namespace
@@ -155,8 +169,13 @@ DWORD TakeShareLock(const Descriptor& file, bool writable, ShareMode mode) {
   if (mode.denies == Denial::both) {
     return writable ? Lock(file, F_WRLCK, kReadersAndWriters) : LockReadOnlyExclusively(file);
   }
-  if (mode.writes) return mode.denies == Denial::write ? Lock(file, F_WRLCK, kWriters) : LockOneWriter(file);
-  return LockForReading(file, writable, mode.denies == Denial::write ? kReadersAndWriters : kReaders);
+  if (mode.writes) return mode.denies == Denial::write ? Lock(file, F_WRLCK, kWriters) : LockOneByte(file, kWriters);
+  if (mode.denies == Denial::write) return LockShared(file, writable, kWriters);
+  return writable ? LockOneReader(file) : LockShared(file, false, OneByteOf(kReaders));
+}
+
+DWORD ReleaseShareLock(const Descriptor& file) {
+  return Unlock(file, kAllOfOpener);
 }
 
 bool IsHeldByOther(const Descriptor& file) {

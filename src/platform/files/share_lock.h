@@ -23,6 +23,9 @@ struct ShareMode {
 // 0; 32 when a present opener is in the way; 36 when the file system keeps no locks.
 DWORD TakeShareLock(const host::Descriptor& file, bool writable, ShareMode mode);
 
+// Gives the locks of a share mode back before the descriptor is closed.
+DWORD ReleaseShareLock(const host::Descriptor& file);
+
 // True when another opening has the locks of a share mode; also when that cannot be found out.
 bool IsHeldByOther(const host::Descriptor& file);
 
