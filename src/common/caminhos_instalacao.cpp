@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <vector>
 
 #include "platform/registry/registry.h"
 #include "platform/text/text.h"
+#include "texto_registry.h"
 
 namespace kestor {
 
@@ -21,25 +21,12 @@ constexpr std::array<ModuloFamilia, 21> kModulos = {{
     {"OR", "Orcamento", 19, 2004},    {"AB", "AtivoFixo", 20, 2004},     {"GE", "Gerencial", 21, 2004},
 }};
 
-// The data of a value, whatever its type, as text up to its first NUL.
-bool LeTexto(const std::string& chave, const char* valor, std::string* texto) {
-  registry::OwnedKey aberta;
-  DWORD tamanho = 0;
-  if (RegOpenKeyA(HKEY_LOCAL_MACHINE, chave.c_str(), aberta.Out()) != 0 ||
-      RegQueryValueExA(aberta.Get(), valor, nullptr, nullptr, nullptr, &tamanho) != 0) {
-    return false;
-  }
-  std::vector<char> dados(tamanho + 1, '\0');
-  if (RegQueryValueExA(aberta.Get(), valor, nullptr, nullptr, reinterpret_cast<BYTE*>(dados.data()), &tamanho) != 0) {
-    return false;
-  }
-  *texto = dados.data();
-  return true;
-}
-
 std::uint32_t LePasta(const std::string& chave, const char* valor, std::string& caminho) {
+  registry::OwnedKey aberta;
   std::string pasta;
-  if (!LeTexto(chave, valor, &pasta)) return CCaminhosInstalacao::kFalhaRegistry;
+  if (RegOpenKeyA(HKEY_LOCAL_MACHINE, chave.c_str(), aberta.Out()) != 0 || !LeTexto(aberta.Get(), valor, &pasta)) {
+    return CCaminhosInstalacao::kFalhaRegistry;
+  }
   if (!pasta.empty() && pasta.back() != '\\') pasta += '\\';
   caminho = std::move(pasta);
   return 0;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "platform/com/com.h"
 
@@ -9,5 +10,11 @@ namespace kestor {
 
 // A client's text as code page 1252, up to its first NUL. Null counts as empty.
 std::string TextoDeBstr(BSTR texto);
+
+// Every character of a client's text; none of null.
+std::u16string_view VisaoDeBstr(BSTR texto);
+
+// A new BSTR; null when memory runs out.
+BSTR BstrDeTexto(std::string_view texto);
 
 }  // namespace kestor

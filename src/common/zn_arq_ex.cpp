@@ -1,0 +1,437 @@
+#include "common/zn_arq_ex.h"
+
+#include <algorithm>
+#include <cstring>
+#include <initializer_list>
+#include <limits>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "common/caminhos_instalacao.h"
+#include "platform/text/text.h"
+#include "texto_registry.h"
+
+namespace kestor {
+
+namespace {
+
+constexpr UINT kModoLeitura = CFile::modeRead | CFile::shareDenyNone;
+constexpr UINT kModoGravacao = CFile::modeReadWrite | CFile::shareDenyWrite;
+constexpr UINT kModoCriacao = kModoGravacao | CFile::modeCreate;
+
+constexpr const char* kArquivoControle = "ZNCTLARQ.DAT";
+constexpr std::uint32_t kRegistroControle = 32;
+
+std::optional<UINT> ModoArquivo(char modo) {
+  switch (modo) {
+    case 'L':
+      return kModoLeitura;
+    case 'G':
+      return kModoGravacao;
+    case 'C':
+      return kModoCriacao;
+    default:
+      return std::nullopt;
+  }
+}
+
+class ConjuntoCausas {
+ public:
+  constexpr ConjuntoCausas(std::initializer_list<CFileException::Cause> causas) {
+    for (const auto causa : causas)
+      bits_ |= 1U << causa;
+  }
+  constexpr ConjuntoCausas operator|(ConjuntoCausas outro) const {
+    ConjuntoCausas uniao = *this;
+    uniao.bits_ |= outro.bits_;
+    return uniao;
+  }
+  constexpr bool Tem(CFileException::Cause causa) const { return (bits_ >> causa & 1U) != 0; }
+
+ private:
+  unsigned bits_ = 0;
+};
+
+std::uint32_t NumeroDaCausa(CFileException::Cause causa) {
+  switch (causa) {
+    case CFileException::fileNotFound:
+      return CZNArqEx::naoEncontrado;
+    case CFileException::badPath:
+      return CZNArqEx::caminhoInvalido;
+    case CFileException::tooManyOpenFiles:
+      return CZNArqEx::arquivosDemais;
+    case CFileException::accessDenied:
+      return CZNArqEx::acessoNegado;
+    case CFileException::invalidFile:
+      return CZNArqEx::arquivoInvalido;
+    case CFileException::directoryFull:
+      return CZNArqEx::diretorioCheio;
+    case CFileException::badSeek:
+      return CZNArqEx::falhaPosicao;
+    case CFileException::hardIO:
+      return CZNArqEx::falhaDispositivo;
+    case CFileException::sharingViolation:
+      return CZNArqEx::violacaoCompartilhamento;
+    case CFileException::lockViolation:
+      return CZNArqEx::violacaoBloqueio;
+    case CFileException::diskFull:
+      return CZNArqEx::discoCheio;
+    case CFileException::endOfFile:
+      return CZNArqEx::alemDoFim;
+    default:
+      return CZNArqEx::falhaGeral;
+  }
+}
+
+// Each operation has numbers of their own for some causes only.
+constexpr ConjuntoCausas kCausasFecho = {CFileException::hardIO, CFileException::accessDenied,
+                                         CFileException::invalidFile, CFileException::sharingViolation,
+                                         CFileException::lockViolation};
+constexpr ConjuntoCausas kCausasLeitura =
+    kCausasFecho | ConjuntoCausas{CFileException::badSeek, CFileException::endOfFile};
+
+std::uint32_t NumeroEntre(ConjuntoCausas causas, CFileException::Cause causa) {
+  return causas.Tem(causa) ? NumeroDaCausa(causa) : std::uint32_t{CZNArqEx::falhaGeral};
+}
+
+std::string_view SemPasta(std::string_view caminho) {
+  const std::size_t barra = caminho.rfind('\\');
+  return barra == std::string_view::npos ? std::string_view() : caminho.substr(barra + 1);
+}
+
+std::string ChaveErros() {
+  return CCaminhosInstalacao::kChaveBase + std::string("Erros");
+}
+
+}  // namespace
+
+// The causes for which an operation that is tried again gives up at once, and those that have a number of their own
+// when the last attempt is in vain.
+struct CZNArqEx::Causas {
+  ConjuntoCausas semRepetir;
+  ConjuntoCausas naUltima;
+};
+
+constexpr CZNArqEx::Causas CZNArqEx::kCausasAbertura = {
+    {CFileException::fileNotFound, CFileException::badPath, CFileException::invalidFile, CFileException::directoryFull},
+    {CFileException::tooManyOpenFiles, CFileException::accessDenied, CFileException::sharingViolation,
+     CFileException::lockViolation, CFileException::diskFull}};
+
+// For a file that another station may be about to make.
+constexpr CZNArqEx::Causas CZNArqEx::kCausasEsperaCriacao = {
+    {CFileException::badPath, CFileException::invalidFile, CFileException::directoryFull},
+    kCausasAbertura.naUltima | ConjuntoCausas{CFileException::fileNotFound}};
+
+constexpr CZNArqEx::Causas CZNArqEx::kCausasGravacao = {
+    {CFileException::badSeek, CFileException::hardIO, CFileException::fileNotFound, CFileException::badPath,
+     CFileException::invalidFile},
+    {CFileException::accessDenied, CFileException::sharingViolation, CFileException::lockViolation,
+     CFileException::diskFull}};
+
+std::int32_t CZNArqEx::marcaCache = -1;
+
+CZNArqEx::~CZNArqEx() {
+  if (!aberto_) return;
+  try {
+    CFile::Close();
+  } catch (const CFileException&) {
+    // Whoever wanted to know has called Fecha.
+  }
+}
+
+std::uint32_t CZNArqEx::Abre(std::string nomeArquivo, char modo, std::uint32_t tamanhoRegistro, bool criaSeNaoExiste,
+                             bool reabre) {
+  if (tamanhoRegistro == 0 || tamanhoRegistro > kMaxCache) return argumentoInvalido;
+  const bool semCache = cache_ == nullptr || nomeArquivo != nome_;
+  Nomeia(std::move(nomeArquivo), modo, tamanhoRegistro, criaSeNaoExiste);
+  return reabre || semCache ? AbreNomeado() : std::uint32_t{semErro};
+}
+
+void CZNArqEx::Nomeia(std::string nomeArquivo, char modo, std::uint32_t tamanhoRegistro, bool criaSeNaoExiste) {
+  if (cache_ != nullptr && nomeArquivo != nome_) InvalidaCache();
+  if (cache_ == nullptr) cache_ = std::make_unique_for_overwrite<std::uint8_t[]>(kMaxCache);
+  capacidadeCache_ = kMaxCache / tamanhoRegistro * tamanhoRegistro;
+  nome_ = std::move(nomeArquivo);
+  modo_ = modo;
+  tamanhoRegistro_ = tamanhoRegistro;
+  criaSeNaoExiste_ = criaSeNaoExiste;
+}
+
+// ---- Opening and closing -------------------------------------------------------------------------------------------
+
+std::uint32_t CZNArqEx::AbreNomeado() {
+  if (aberto_) return semErro;
+  const std::optional<UINT> modoArquivo = ModoArquivo(modo_);
+  if (nome_.empty() || !modoArquivo) return argumentoInvalido;
+  return AbreComTentativas(*modoArquivo, kCausasAbertura);
+}
+
+std::uint32_t CZNArqEx::AbreComTentativas(UINT modoArquivo, const Causas& causas) {
+  CFileException falha;
+  for (int tentativa = 1; !Open(nome_.c_str(), modoArquivo, &falha); ++tentativa) {
+    if (falha.m_cause == CFileException::fileNotFound && criaSeNaoExiste_) {
+      const std::uint32_t numero = CriaFaltante(modoArquivo);
+      if (numero != semErro) RegistraErro();
+      return numero;
+    }
+    const std::uint32_t numero = FalhaTentativa(falha.m_cause, causas, tentativa);
+    if (numero == acessoNegado) {
+      const DWORD atributos = GetFileAttributesA(nome_.c_str());
+      const bool marcado = atributos != INVALID_FILE_ATTRIBUTES && (atributos & FILE_ATTRIBUTE_READONLY) != 0;
+      return marcado ? somenteLeitura : acessoNegado;
+    }
+    if (numero != semErro) return numero;
+    Espera(kEsperaTentativaMs);
+  }
+  if (modo_ == 'C') LimpaErro();
+  aberto_ = true;
+  return AposAbrir();
+}
+
+// The number with which the operation ends, or 0 when it is to be tried again.
+std::uint32_t CZNArqEx::FalhaTentativa(CFileException::Cause causa, const Causas& causas, int tentativa) {
+  RegistraErro();
+  if (causas.semRepetir.Tem(causa)) return NumeroDaCausa(causa);
+  return tentativa < kTentativas ? std::uint32_t{semErro} : NumeroEntre(causas.naUltima, causa);
+}
+
+std::uint32_t CZNArqEx::Fecha() {
+  if (!aberto_) return semErro;
+  try {
+    Close();
+  } catch (const CFileException& falha) {
+    RegistraErro();
+    return NumeroEntre(kCausasFecho, falha.m_cause);
+  }
+  aberto_ = false;
+  return semErro;
+}
+
+// ---- Reading and writing -------------------------------------------------------------------------------------------
+
+std::uint32_t CZNArqEx::LeRegistro(std::uint32_t numeroRegistro, void* destino) {
+  const std::uint64_t posicao = std::uint64_t{numeroRegistro} * tamanhoRegistro_;
+  if (!EstaNoCache(posicao)) {
+    if (const std::uint32_t numero = EncheCache(posicao); numero != semErro) return numero;
+  }
+  std::memcpy(destino, cache_.get() + (posicao - posicaoCache_), tamanhoRegistro_);
+  return semErro;
+}
+
+bool CZNArqEx::EstaNoCache(std::uint64_t posicao) const {
+  if (marcaCache == -1 || cache_ == nullptr || bytesCache_ < 0) return false;
+  if (Instante() - instanteCache_ > kValidadeCacheMs) return false;
+  return posicao >= posicaoCache_ &&
+         posicao + tamanhoRegistro_ <= posicaoCache_ + static_cast<std::uint64_t>(bytesCache_);
+}
+
+std::uint32_t CZNArqEx::EncheCache(std::uint64_t posicao) {
+  if (const std::uint32_t numero = AbreNomeado(); numero != semErro) return numero;
+  try {
+    Seek(static_cast<LONGLONG>(posicao), begin);
+    const std::int64_t bytesAntes = std::exchange(bytesCache_, -1);  // a reading that fails leaves part of it behind
+    const UINT lidos = Read(cache_.get(), capacidadeCache_);
+    if (lidos == 0) {
+      bytesCache_ = bytesAntes;
+      RegistraErro();
+      return alemDoFim;
+    }
+    if (lidos < tamanhoRegistro_) std::memset(cache_.get() + lidos, 0, tamanhoRegistro_ - lidos);
+    bytesCache_ = lidos;
+    marcaCache = static_cast<std::int32_t>(lidos);
+    posicaoCache_ = posicao;
+    instanteCache_ = Instante();
+    return semErro;
+  } catch (const CFileException& falha) {
+    if (falha.m_cause != CFileException::endOfFile) RegistraErro();
+    return NumeroEntre(kCausasLeitura, falha.m_cause);
+  }
+}
+
+std::uint32_t CZNArqEx::GravaRegistro(const void* origem, std::uint32_t& numeroRegistro, std::uint32_t tamanho) {
+  LONGLONG posicao = LONGLONG{numeroRegistro} * tamanho;
+  const std::uint32_t numero = GravaComTentativas(origem, tamanho, posicao == 0 ? end : begin, posicao);
+  if (numero != semErro) return numero;
+  if (numeroRegistro != 0) InvalidaCache();
+  numeroRegistro = static_cast<std::uint32_t>(posicao / tamanhoRegistro_);
+  return semErro;
+}
+
+std::uint32_t CZNArqEx::GravaInicio(const void* origem, std::uint32_t tamanho) {
+  LONGLONG posicao = 0;
+  const std::uint32_t numero = GravaComTentativas(origem, tamanho, begin, posicao);
+  if (numero == semErro) InvalidaCache();
+  return numero;
+}
+
+// Writes at `posicao` from the start or the end of the file, which it then gives from the start.
+std::uint32_t CZNArqEx::GravaComTentativas(const void* origem, std::uint32_t tamanho, UINT referencia,
+                                           LONGLONG& posicao) {
+  if (const std::uint32_t numero = AbreNomeado(); numero != semErro) return numero;
+  for (int tentativa = 1;; ++tentativa) {
+    try {
+      const LONGLONG inicio = Seek(posicao, referencia);
+      Write(origem, tamanho);
+      posicao = inicio;
+      return semErro;
+    } catch (const CFileException& falha) {
+      const std::uint32_t numero = FalhaTentativa(falha.m_cause, kCausasGravacao, tentativa);
+      if (numero != semErro) return numero;
+    }
+  }
+}
+
+std::uint32_t CZNArqEx::Posiciona(char tipo, std::uint32_t posicao, std::uint32_t& resultado) {
+  if (tipo != 'I' && tipo != 'F' && tipo != 'P') return argumentoInvalido;
+  if (const std::uint32_t numero = AbreNomeado(); numero != semErro) return numero;
+  resultado = 0;
+  try {
+    if (tipo == 'F') {
+      constexpr LONGLONG kMaximo = std::numeric_limits<std::uint32_t>::max();
+      resultado = static_cast<std::uint32_t>(std::min(Seek(0, end), kMaximo));
+    } else if (tipo == 'I') {
+      Seek(0, begin);
+    } else if (posicao < GetLength()) {
+      Seek(posicao, begin);
+    } else {
+      RegistraErro();
+      return alemDoFim;
+    }
+    return semErro;
+  } catch (const CFileException& falha) {
+    RegistraErro();
+    return NumeroEntre(kCausasLeitura, falha.m_cause);
+  }
+}
+
+std::uint32_t CZNArqEx::LeRegistroArquivo(std::string nomeArquivo, std::uint32_t numeroRegistro, void* destino,
+                                          std::uint32_t tamanhoRegistro) {
+  std::uint32_t numero = Abre(std::move(nomeArquivo), 'L', tamanhoRegistro, false, false);
+  if (numero != semErro) return numero;
+  numero = LeRegistro(numeroRegistro, destino);
+  Fecha();
+  return numero;
+}
+
+void CZNArqEx::InvalidaCache() {
+  bytesCache_ = -1;
+  marcaCache = -1;
+}
+
+// ---- Making a missing file -----------------------------------------------------------------------------------------
+
+std::uint32_t CZNArqEx::CriaArquivo(std::string nomeArquivo, char modo, std::uint32_t tamanhoRegistro) {
+  return CriaPeloControle(std::move(nomeArquivo), modo, tamanhoRegistro, Existente::esvazia);
+}
+
+std::uint32_t CZNArqEx::CriaFaltante(UINT modoArquivo) {
+  const char modo = modo_;
+  const std::uint32_t tamanhoRegistro = tamanhoRegistro_;
+  std::uint32_t numero = CriaPeloControle(nome_, modo, tamanhoRegistro, Existente::preserva);
+  if (numero != naoEncontrado) return numero;
+  // The control file has the name. Somebody has taken the file away, or the station that entered it makes it just now.
+  Nomeia(nome_, modo, tamanhoRegistro, false);
+  numero = AbreComTentativas(modoArquivo, kCausasEsperaCriacao);
+  criaSeNaoExiste_ = true;
+  return numero;
+}
+
+std::uint32_t CZNArqEx::CriaPeloControle(std::string nomeArquivo, char modo, std::uint32_t tamanhoRegistro,
+                                         Existente existente) {
+  const std::string nome = text::Upper(SemPasta(nomeArquivo));
+  if (nome.empty()) return alemDoFim;
+  const std::string pasta = nomeArquivo.substr(0, nomeArquivo.size() - nome.size());
+  const std::string caminho = pasta + nome;
+  std::uint32_t numero = InscreveNoControle(pasta, nome);
+  if (numero == semErro) numero = CriaComZeros(caminho, tamanhoRegistro, existente);
+  if (numero == semErro) numero = Abre(caminho, modo, tamanhoRegistro, true, true);
+  return numero;
+}
+
+std::uint32_t CZNArqEx::InscreveNoControle(const std::string& pasta, const std::string& nome) {
+  std::uint32_t numero = AbreControle(pasta + kArquivoControle);
+  if (numero != semErro) return numero;
+  InvalidaCache();
+  char registro[kRegistroControle];
+  std::uint32_t lidos = 0;
+  while ((numero = LeRegistro(lidos, registro)) == semErro) {
+    if (nome == std::string_view(registro, strnlen(registro, sizeof registro))) {
+      Fecha();
+      InvalidaCache();
+      nome_ = pasta + nome;
+      return naoEncontrado;
+    }
+    ++lidos;
+  }
+  if (numero != alemDoFim) {
+    Fecha();
+    return numero;
+  }
+  std::fill(std::begin(registro), std::end(registro), '\0');
+  nome.copy(registro, sizeof registro);
+  numero = GravaRegistro(registro, lidos, sizeof registro);
+  if (numero != semErro) return numero;
+  try {
+    // Whoever reads the entry waits for the file, but not for the disk.
+    Flush();
+  } catch (const CFileException& falha) {
+    RegistraErro();
+    return NumeroEntre(kCausasFecho, falha.m_cause);
+  }
+  numero = Fecha();
+  InvalidaCache();
+  return numero;
+}
+
+std::uint32_t CZNArqEx::AbreControle(const std::string& controle) {
+  std::uint32_t numero = Abre(controle, 'G', kRegistroControle, false, true);
+  if (numero == violacaoCompartilhamento) {
+    Espera(kEsperaControleMs);
+    numero = Abre(controle, 'G', kRegistroControle, false, true);
+  }
+  if (numero != naoEncontrado) return numero;
+  numero = CriaComZeros(controle, kRegistroControle, Existente::preserva);
+  return numero == semErro ? Abre(controle, 'G', kRegistroControle, true, false) : numero;
+}
+
+// Makes a file with a first record of zeros. One that another station has made since this one found it missing must not
+// be emptied: what it holds is that station's.
+std::uint32_t CZNArqEx::CriaComZeros(const std::string& nomeArquivo, std::uint32_t tamanhoRegistro,
+                                     Existente existente) {
+  const UINT conteudo = existente == Existente::preserva ? UINT{modeNoTruncate} : 0U;
+  Nomeia(nomeArquivo, 'C', tamanhoRegistro, true);
+  std::uint32_t numero = AbreComTentativas(kModoCriacao | conteudo, kCausasAbertura);
+  if (numero != semErro) return numero;
+  std::uint32_t comprimento = 0;
+  numero = Posiciona('F', 0, comprimento);
+  if (numero == semErro && comprimento == 0) {
+    const std::vector<std::uint8_t> zeros(tamanhoRegistro);
+    numero = GravaInicio(zeros.data(), tamanhoRegistro);
+  }
+  const std::uint32_t fecho = Fecha();
+  return numero != semErro ? numero : fecho;
+}
+
+// ---- Error record --------------------------------------------------------------------------------------------------
+
+std::uint32_t CZNArqEx::RegistraErro() {
+  registry::OwnedKey chave;
+  if (RegCreateKeyA(HKEY_LOCAL_MACHINE, ChaveErros().c_str(), chave.Out()) != 0) return falhaRegistry;
+  GravaTexto(chave.Get(), "Usuario", "0");
+  GravaTexto(chave.Get(), "Arquivo", std::string(SemPasta(nome_)));
+  return semErro;
+}
+
+std::uint32_t CZNArqEx::LimpaErro() {
+  registry::OwnedKey chave;
+  if (RegOpenKeyA(HKEY_LOCAL_MACHINE, ChaveErros().c_str(), chave.Out()) != 0) return semErro;
+  std::string arquivo;
+  if (!LeTexto(chave.Get(), "Arquivo", &arquivo)) return falhaRegistry;
+  if (arquivo != SemPasta(nome_)) return semErro;
+  GravaTexto(chave.Get(), "Usuario", "0");
+  GravaTexto(chave.Get(), "Arquivo", " ");
+  return semErro;
+}
+
+}  // namespace kestor
