@@ -2,7 +2,7 @@
 
 #include <cstring>
 #include <limits>
-#include <memory>
+#include <new>
 
 #include "common/texto_bstr.h"
 #include "contract/results.h"
@@ -17,28 +17,22 @@ namespace {
 constexpr const char* kExtensao = ".RXL";
 constexpr std::size_t kBytesVersao = sizeof(USHORT);
 
-bool ArquivoExiste(const std::string& caminho) {
+}  // namespace
+
+bool CRepositorioRel2::ArquivoExiste(const std::string& caminho) {
   CFile arquivo;
   return arquivo.Open(caminho.c_str(), CFile::modeRead | CFile::shareCompat) != FALSE;
 }
-
-struct LiberaMemoriaTarefa {
-  void operator()(void* bloco) const { CoTaskMemFree(bloco); }
-};
-template <typename Tipo>
-using BlocoTarefa = std::unique_ptr<Tipo, LiberaMemoriaTarefa>;
-
-template <typename Tipo>
-BlocoTarefa<Tipo> AlocaBlocoTarefa(std::size_t bytes) {
-  return BlocoTarefa<Tipo>(static_cast<Tipo*>(CoTaskMemAlloc(bytes)));
-}
-
-}  // namespace
 
 std::string CRepositorioRel2::CaminhoModelo(const std::string& nome, bool comExtensao) const {
   std::string caminho = caminhoRelatorios_ + modulo_ + componente_ + nome;
   if (comExtensao) caminho += kExtensao;
   return caminho;
+}
+
+// Where a model is written, deleted and made the default: a name with a dot brings its extension along.
+std::string CRepositorioRel2::CaminhoGravado(const std::string& nome) const {
+  return CaminhoModelo(nome, nome.find('.') == std::string::npos);
 }
 
 HRESULT CRepositorioRel2::Le(BSTR bsRelatorio, REG_RELATORIO2** ppregRelatorio) {
@@ -58,9 +52,8 @@ HRESULT CRepositorioRel2::Le(BSTR bsRelatorio, REG_RELATORIO2** ppregRelatorio) 
       return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
     }
     const auto bytes = static_cast<UINT>(tamanho);
-    auto registro = AlocaBlocoTarefa<REG_RELATORIO2>(sizeof(REG_RELATORIO2));
-    auto conteudo = AlocaBlocoTarefa<std::uint8_t>(bytes);
-    if (!registro || !conteudo) return E_OUTOFMEMORY;
+    auto registro = NewTaskBlock<REG_RELATORIO2>(sizeof(REG_RELATORIO2));
+    auto conteudo = NewTaskBlock<std::uint8_t>(bytes);
 
     // One reading into the client's own block, and the content moved up over the version: a second reading from an odd
     // place costs several times the move.
@@ -74,13 +67,15 @@ HRESULT CRepositorioRel2::Le(BSTR bsRelatorio, REG_RELATORIO2** ppregRelatorio) 
     return S_OK;
   } catch (const CFileException&) {
     return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
   }
 }
 
 bool CRepositorioRel2::DemonstracaoExcluida(const std::string& nome) {
   REG_ARRAY_RELATORIO2 excluidos{};
   const HRESULT resultado = GetNomeRelatoriosDemonstracaoExcluidos(&excluidos);
-  const BlocoTarefa<tagREG_NOME_RELATORIO2> nomes(excluidos.pregRelatorios);
+  const TaskBlock<tagREG_NOME_RELATORIO2> nomes(excluidos.pregRelatorios);
   if (resultado != S_OK) return false;
   for (USHORT i = 0; i < excluidos.nQtdeRelatorios; ++i) {
     if (text::EqualNoCase(nome, nomes.get()[i].szNomeRelatorio)) return true;
@@ -94,7 +89,7 @@ HRESULT CRepositorioRel2::Grava(BSTR bsRelatorio, USHORT nVersao, unsigned char 
   if (nTamanho < 0 || (nTamanho > 0 && lpRelatorio == nullptr)) return E_INVALIDARG;
 
   const std::string nome = TextoDeBstr(bsRelatorio);
-  const std::string caminho = CaminhoModelo(nome, nome.find('.') == std::string::npos);
+  const std::string caminho = CaminhoGravado(nome);
   if ((flagGravacao & KESTOR_NaoSobreescrever) != 0 && ArquivoExiste(caminho)) {
     return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
   }

@@ -14,6 +14,7 @@ HRESULT CRepositorioRel2::Inicializa(BSTR bsModulo, BSTR bsComponente) {
   if (const auto falha = CCaminhosInstalacao::BuscaCaminhoModulo(modulo, caminhoModulo_)) return ServiceError(falha);
   modulo_ = modulo;
   componente_ = TextoDeBstr(bsComponente);
+  if (chaveModulo_ != modulo_ + componente_) registroPadrao_ = 0;
   chaveModulo_ = modulo_ + componente_;
   arquivoPadrao_ = caminhoRelatorios_ + "ZNRELPAD.DAT";
   arquivoExcluidos_ = caminhoRelatorios_ + "ZNRELDEL.DAT";
@@ -27,33 +28,6 @@ bool CRepositorioRel2::Inicializado() const {
 HRESULT CRepositorioRel2::GetCamposDisponiveis(REG_CAMPOS_DISPONIVEIS2** ppregCamposDisponiveis) {
   if (ppregCamposDisponiveis == nullptr) return E_POINTER;
   *ppregCamposDisponiveis = nullptr;
-  return E_NOTIMPL;
-}
-
-HRESULT CRepositorioRel2::GetNomeRelatorios(REG_ARRAY_RELATORIO2** ppregRelatorios) {
-  if (ppregRelatorios == nullptr) return E_POINTER;
-  *ppregRelatorios = nullptr;
-  return E_NOTIMPL;
-}
-
-HRESULT CRepositorioRel2::ExcluiRelatorio(BSTR /*nome*/, char /*bModeloDemo*/, char* result) {
-  if (result == nullptr) return E_POINTER;
-  *result = 0;
-  return E_NOTIMPL;
-}
-
-HRESULT CRepositorioRel2::GetRelatorioPadrao(BSTR* bsRelatorio) {
-  if (bsRelatorio == nullptr) return E_POINTER;
-  return E_NOTIMPL;
-}
-
-HRESULT CRepositorioRel2::SetRelatorioPadrao(BSTR /*bsRelatorio*/) {
-  return E_NOTIMPL;
-}
-
-HRESULT CRepositorioRel2::GetNomeRelatoriosDemonstracaoExcluidos(REG_ARRAY_RELATORIO2* pregRelatorios) {
-  if (pregRelatorios == nullptr) return E_POINTER;
-  *pregRelatorios = {};
   return E_NOTIMPL;
 }
 

@@ -1,12 +1,16 @@
 // The store of second-generation report models.
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include "common/objeto_contado.h"
 #include "contract/interfaces.h"
 
 namespace kestor {
+
+class CZNArqEx;
 
 // The object behind the class ZNPL_Relatorio2: the models of one application module and component, which the client
 // names with Inicializa. It keeps texts only; every call opens, uses and closes its files. All calls come on the
@@ -34,18 +38,40 @@ class CRepositorioRel2 final : public ObjetoContado<IZNPL_Relatorio2> {
   HRESULT Grava(BSTR bsRelatorio, USHORT nVersao, unsigned char flagGravacao, LONG nTamanho,
                 unsigned char* lpRelatorio) override;
 
+  // Names of the models, sorted without regard to letter case, without extension and without the names of deleted
+  // demonstration models; at most 65535 names of at most 255 characters. Null when no model file is there at all.
   HRESULT GetNomeRelatorios(REG_ARRAY_RELATORIO2** ppregRelatorios) override;
+
+  // Deletes a model; a file error (0x8007xxxx) when it cannot be deleted, nothing else being done then. The name of a
+  // demonstration model (`bModeloDemo` not 0) is remembered; when that fails, the model is deleted all the same. If it
+  // was the default report, there is none afterwards.
   HRESULT ExcluiRelatorio(BSTR nome, char bModeloDemo, char* result) override;
+
+  // The default report, or null. 0x80043Exx or 0x80043Fxx (a number of CZNArqEx) or a file error when its file cannot
+  // be read.
   HRESULT GetRelatorioPadrao(BSTR* bsRelatorio) override;
+
+  // Sets the default report, or with null clears it. S_FALSE when the model cannot be opened; a number of CZNArqEx when
+  // the file cannot be written, for instance 0x80043EEE when another station has held it all the time.
   HRESULT SetRelatorioPadrao(BSTR bsRelatorio) override;
+
+  // Names of deleted demonstration models, in the order of their deletion, each as often as it was deleted; null when
+  // there is none. A file error when their file cannot be read or made.
   HRESULT GetNomeRelatoriosDemonstracaoExcluidos(REG_ARRAY_RELATORIO2* pregRelatorios) override;
 
  private:
   ~CRepositorioRel2() override = default;
 
+  static bool ArquivoExiste(const std::string& caminho);
+
   bool Inicializado() const;
   std::string CaminhoModelo(const std::string& nome, bool comExtensao) const;
+  std::string CaminhoGravado(const std::string& nome) const;
   bool DemonstracaoExcluida(const std::string& nome);
+  void RetiraExcluidos(std::vector<std::string>& nomes);
+  HRESULT RegistraModeloDemoExcluido(const std::string& nome);
+  void EsquecePadrao(BSTR nome);
+  std::uint32_t ProcuraRegistroPadrao(CZNArqEx& arquivo);
 
   std::string caminhoRelatorios_;
   std::string caminhoModulo_;
@@ -54,6 +80,9 @@ class CRepositorioRel2 final : public ObjetoContado<IZNPL_Relatorio2> {
   std::string chaveModulo_;       // module and component: the key of the record files
   std::string arquivoPadrao_;     // the default-report file
   std::string arquivoExcluidos_;  // the file of deleted demonstration models
+
+  // Where this key's record was last found in the default-report file; 0 when not known.
+  std::uint32_t registroPadrao_ = 0;
 };
 
 }  // namespace kestor

@@ -1,242 +1,194 @@
-// The report store in this process, on real files.
+// Models in the report store of this process, on real files.
 #include <signal.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <gtest/gtest.h>
 #include <random>
 
-#include "contract/results.h"
-#include "create_store.h"
 #include "platform/files/files.h"
-#include "support/installation.h"
+#include "store_fixture.h"
 
 namespace {
 
-using kestor::ResultCode;
-using support::Names;
 using support::ReadFile;
 using support::ReadModel;
 using support::Text;
 using support::WriteFile;
-using support::WriteModel;
 
-class Counter final : public kestor::ContagemServidor {
- public:
-  LONG Trava() override { return ++count; }
-  LONG Destrava() override { return --count; }
-  LONG count = 0;
-};
+using Names = std::vector<std::string>;
 
-class StoreTest : public testing::Test {
+class ModelsTest : public StoreTest {
  protected:
-  StoreTest() {
-    std::filesystem::create_directories(Folder());
-    support::SetRegistryText("SOFTWARE\\Norvela", "Relatorios", "D:\\Dados.v2\\Rel");
-    support::SetRegistryText("SOFTWARE\\Norvela\\Contabil", "Path", "D:\\Contabil");
+  Names Files() const { return support::Names(Folder()); }
+
+  std::string Initialise(const std::u16string& module = u"CT", const std::u16string& component = u"01") {
+    return kestor::ResultCode(store_->Inicializa(Text(module), Text(component)));
   }
 
-  std::filesystem::path Folder() const { return home_.Data() / "Dados.v2" / "Rel"; }
-
-  ComPtr<IZNPL_Relatorio2> NewStore() {
-    ComPtr<IZNPL_Relatorio2> store;
-    CreateStore(counter_, IID_IZNPL_Relatorio2, store.OutVoid());
-    return store;
+  std::string Write(const std::u16string& name, const std::string& content, unsigned char flags = 0) {
+    return kestor::ResultCode(support::WriteModel(*store_, name, content, 1, flags));
   }
 
-  ComPtr<IZNPL_Relatorio2> ReadyStore() {
-    auto store = NewStore();
-    EXPECT_EQ(store->Inicializa(Text(u"CT"), Text(u"01")), S_OK);
-    return store;
-  }
+  std::string Read(const std::u16string& name) { return ReadModel(*store_, name); }
 
-  support::TempHome home_;
-  Counter counter_;
+  ComPtr<IZNPL_Relatorio2> store_ = NewStore();
 };
 
-TEST_F(StoreTest, InitialisedStateFollowsTheRegistryAndTheCodes) {
-  auto store = NewStore();
-  const auto code = [&](const char16_t* module, const char16_t* component) {
-    return ResultCode(store->Inicializa(Text(module), Text(component)));
-  };
-  EXPECT_EQ(ReadModel(*store, u"Vendas"), "0x80040007");
-  EXPECT_EQ(ResultCode(WriteModel(*store, u"Vendas", "x")), "0x80040007");
-  EXPECT_EQ(code(u"ZZ", u"01"), "0x80043F59");
-  EXPECT_EQ(ReadModel(*store, u"Vendas"), "0x80040007");
-  EXPECT_EQ(code(u"CT", u""), "0x00000000");
-  EXPECT_EQ(ReadModel(*store, u"Vendas"), "0x80040007");
-  EXPECT_EQ(code(u"ct", u"01"), "0x00000000");
-  EXPECT_EQ(ResultCode(WriteModel(*store, u"Vendas", "x")), "0x00000000");
-  EXPECT_EQ(Names(Folder()), std::vector<std::string>{"ct01Vendas.RXL"}) << "codes keep their letter case";
+const std::string kDone = "0x00000000";
+const std::string kNoModel = "0x00040001";
+const std::string kExists = "0x00040004";
+const std::string kReadingFailed = "0x80040002";
+const std::string kWritingFailed = "0x80040005";
+const std::string kNotInitialised = "0x80040007";
+const std::string kNoFolder = "0x80043F59";
+
+TEST_F(ModelsTest, InitialisedStateFollowsTheRegistryAndTheCodes) {
+  EXPECT_EQ(Read(u"Vendas"), kNotInitialised);
+  EXPECT_EQ(Write(u"Vendas", "x"), kNotInitialised);
+  EXPECT_EQ(Initialise(u"ZZ"), kNoFolder);
+  EXPECT_EQ(Initialise(u"CT", u""), kDone);
+  EXPECT_EQ(Read(u"Vendas"), kNotInitialised);
+  EXPECT_EQ(Initialise(u"ct"), kDone);
+  EXPECT_EQ(Write(u"Vendas", "x"), kDone);
+  EXPECT_EQ(Files(), Names{"ct01Vendas.RXL"}) << "codes keep their letter case";
 
   // What fails later leaves an initialised store as it was, but for the folder just read.
-  EXPECT_EQ(code(u"FS", u"02"), "0x80043F59") << "the application has no folder";
-  EXPECT_EQ(ReadModel(*store, u"Vendas"), "x");
+  EXPECT_EQ(Initialise(u"FS", u"02"), kNoFolder) << "the application has no folder";
+  EXPECT_EQ(Read(u"Vendas"), "x");
   support::SetRegistryText("SOFTWARE\\Norvela", "Relatorios", "");
-  EXPECT_EQ(code(u"CT", u"01"), "0x00000000");
-  EXPECT_EQ(ReadModel(*store, u"Vendas"), "0x80040007") << "an empty folder text is no folder";
+  EXPECT_EQ(Initialise(), kDone);
+  EXPECT_EQ(Read(u"Vendas"), kNotInitialised) << "an empty folder text is no folder";
 }
 
-TEST_F(StoreTest, LayoutAndNames) {
-  auto store = ReadyStore();
-  std::string bytes(70000, '\0');
-  for (std::size_t i = 0; i < bytes.size(); ++i)
-    bytes[i] = static_cast<char>(i * 7);
-
-  struct Case {
+TEST_F(ModelsTest, LayoutAndNames) {
+  Initialise();
+  const struct {
     std::u16string name;
     std::string file;
     std::string content;
     USHORT version;
-  };
-  const std::vector<Case> cases = {
-      {u"Vendas", "CT01Vendas.RXL", bytes, 0x0102},
+  } cases[] = {
+      {u"Vendas", "CT01Vendas.RXL", std::string(70000, '\xFF') + '\0', 0x0102},
       {u"Vazio", "CT01Vazio.RXL", "", 65535},
       {u"Açúcar e Café", "CT01Açúcar e Café.RXL", "x", 1},
       {u"", "CT01.RXL", "without a name", 0},
       {std::u16string(u"Nul\0cut", 7), "CT01Nul.RXL", "up to the NUL", 1},
+      {u"Vendas", "CT01Vendas.RXL", "no tail of the old content", 1},
   };
-  for (const Case& c : cases) {
-    ASSERT_EQ(WriteModel(*store, c.name, c.content, c.version), S_OK) << c.file;
+  for (const auto& c : cases) {
+    ASSERT_EQ(support::WriteModel(*store_, c.name, c.content, c.version), S_OK) << c.file;
     const std::string head = {static_cast<char>(c.version & 0xFF), static_cast<char>(c.version >> 8)};
     EXPECT_EQ(ReadFile(Folder() / c.file), head + c.content) << c.file;
     USHORT version = 0;
-    EXPECT_EQ(ReadModel(*store, c.name, &version), c.content) << c.file;
+    EXPECT_EQ(ReadModel(*store_, c.name, &version), c.content) << c.file;
     EXPECT_EQ(version, c.version) << c.file;
   }
 
-  // Replacing leaves no tail of the old content.
-  EXPECT_EQ(WriteModel(*store, u"Vendas", "short"), S_OK);
-  EXPECT_EQ(ReadModel(*store, u"Vendas"), "short");
-
   // Reading looks at the end of the name, writing at any dot in it.
-  EXPECT_EQ(ReadModel(*store, u"vendas.rxl"), "short");
-  EXPECT_EQ(WriteModel(*store, u"Vendas.v2", "second"), S_OK);
+  EXPECT_EQ(Read(u"vendas.rxl"), cases[5].content);
+  EXPECT_EQ(Write(u"Vendas.v2", "second"), kDone);
   EXPECT_EQ(ReadFile(Folder() / "CT01Vendas.v2"), std::string("\1\0second", 8));
-  EXPECT_EQ(ReadModel(*store, u"Vendas.v2"), "0x00040001");
+  EXPECT_EQ(Read(u"Vendas.v2"), kNoModel);
 }
 
-TEST_F(StoreTest, FlagsAndFailures) {
-  auto store = ReadyStore();
-  EXPECT_EQ(WriteModel(*store, u"A", "old", 1, KESTOR_NaoSobreescrever), S_OK);
-  for (const int flags : {1, 3}) {
-    EXPECT_EQ(ResultCode(WriteModel(*store, u"a", "new", 1, static_cast<unsigned char>(flags))), "0x00040004");
-  }
-  EXPECT_EQ(WriteModel(*store, u"B", "new", 1, KESTOR_VerificarModelosDemoExcluidos), S_OK);
-  EXPECT_EQ(store->Grava(Text(u"A"), 1, 0, -1, nullptr), E_INVALIDARG);
-  EXPECT_EQ(ReadModel(*store, u"A"), "old");
+TEST_F(ModelsTest, FlagsAndFailures) {
+  Initialise();
+  EXPECT_EQ(Write(u"A", "old", KESTOR_NaoSobreescrever), kDone);
+  EXPECT_EQ(Write(u"a", "new", KESTOR_NaoSobreescrever), kExists);
+  EXPECT_EQ(Write(u"a", "new", KESTOR_NaoSobreescrever | KESTOR_VerificarModelosDemoExcluidos), kExists);
+  EXPECT_EQ(Write(u"B", "new", KESTOR_VerificarModelosDemoExcluidos), kDone);
+  EXPECT_EQ(store_->Grava(Text(u"A"), 1, 0, -1, nullptr), E_INVALIDARG);
+  EXPECT_EQ(Read(u"A"), "old");
 
   WriteFile(Folder() / "CT01One.RXL", "1");
   WriteFile(Folder() / "CT01None.RXL", "");
-  EXPECT_EQ(ReadModel(*store, u"One"), "0x80040002");
-  EXPECT_EQ(ReadModel(*store, u"None"), "0x80040002");
+  EXPECT_EQ(Read(u"One"), kReadingFailed);
+  EXPECT_EQ(Read(u"None"), kReadingFailed);
   std::filesystem::create_directory(Folder() / "CT01Folder.RXL");
-  EXPECT_EQ(ReadModel(*store, u"Folder"), "0x00040001");
-  EXPECT_EQ(ResultCode(WriteModel(*store, u"Folder", "x")), "0x80040005");
+  EXPECT_EQ(Read(u"Folder"), kNoModel);
+  EXPECT_EQ(Write(u"Folder", "x"), kWritingFailed);
 
   // A model that another station holds: not there for a reader, not writable, and not existing for the check.
   CFile held;
   ASSERT_TRUE(held.Open("D:\\Dados.v2\\Rel\\CT01A.RXL", CFile::modeRead | CFile::shareExclusive));
-  EXPECT_EQ(ReadModel(*store, u"A"), "0x00040001");
-  EXPECT_EQ(ResultCode(WriteModel(*store, u"A", "new", 1, KESTOR_NaoSobreescrever)), "0x80040005");
-  EXPECT_EQ(ResultCode(WriteModel(*store, u"a", "new")), "0x80040005");
+  EXPECT_EQ(Read(u"A"), kNoModel);
+  EXPECT_EQ(Write(u"A", "new", KESTOR_NaoSobreescrever), kWritingFailed);
+  EXPECT_EQ(Write(u"a", "new"), kWritingFailed);
   held.Close();
-  EXPECT_EQ(ReadModel(*store, u"A"), "old");
   EXPECT_EQ(ReadFile(Folder() / "CT01A.RXL"), std::string("\1\0old", 5)) << "and in its letter case";
 }
 
-TEST_F(StoreTest, LetterCaseOfTheModelOnDisk) {
-  WriteFile(Folder() / "CT01VENDAS.RXL", std::string("\1\0old", 5));
-  auto store = ReadyStore();
-  EXPECT_EQ(ReadModel(*store, u"vendas"), "old");
-  EXPECT_EQ(Names(Folder()), std::vector<std::string>{"CT01VENDAS.RXL"});
-  EXPECT_EQ(WriteModel(*store, u"Vendas", "new"), S_OK);
-  EXPECT_EQ(Names(Folder()), std::vector<std::string>{"CT01Vendas.RXL"});
-  EXPECT_EQ(ReadModel(*store, u"vendas"), "new");
+TEST_F(ModelsTest, LetterCaseOfTheModelOnDisk) {
+  Initialise();
+  const std::filesystem::path upper = Folder() / "CT01VENDAS.RXL";
+  WriteFile(upper, std::string("\1\0old", 5));
+  EXPECT_EQ(Read(u"vendas"), "old");
+  EXPECT_EQ(Files(), Names{"CT01VENDAS.RXL"});
+  EXPECT_EQ(Write(u"Vendas", "new"), kDone);
+  EXPECT_EQ(Files(), Names{"CT01Vendas.RXL"});
+  EXPECT_EQ(Read(u"vendas"), "new");
 
   // What is not written keeps its name.
-  std::filesystem::rename(Folder() / "CT01Vendas.RXL", Folder() / "CT01VENDAS.RXL");
-  std::filesystem::permissions(Folder() / "CT01VENDAS.RXL", std::filesystem::perms(0444));
-  EXPECT_EQ(ResultCode(WriteModel(*store, u"Vendas", "newer")), "0x80040005");
-  EXPECT_EQ(Names(Folder()), std::vector<std::string>{"CT01VENDAS.RXL"});
+  std::filesystem::rename(Folder() / "CT01Vendas.RXL", upper);
+  std::filesystem::permissions(upper, std::filesystem::perms(0444));
+  EXPECT_EQ(Write(u"Vendas", "newer"), kWritingFailed);
+  EXPECT_EQ(Files(), Names{"CT01VENDAS.RXL"});
 }
 
-TEST_F(StoreTest, NamesNeverLeadElsewhere) {
+TEST_F(ModelsTest, NamesNeverLeadElsewhere) {
   const std::filesystem::path outside = home_.Data().parent_path() / "outside.RXL";
   WriteFile(outside, std::string("\1\0secret", 8));
-  auto store = ReadyStore();
-  const std::vector<std::u16string> refused = {
-      u"a*",
-      u"a?",
-      u"a:b",
-      u"a|b",
-      u"<a>",
-      u"a\"b",
-      u"a\tb",
-      u"日本",
-      std::u16string(300, u'n'),
-      u"x\\y",
-      u"..\\..\\..\\..\\..\\outside",
-      u"\\..\\..\\..\\..\\..\\outside",
-      u"/../../../../outside",
-  };
-  for (const std::u16string& name : refused) {
-    EXPECT_EQ(ResultCode(WriteModel(*store, name, "x")), "0x80040005");
-    EXPECT_EQ(ReadModel(*store, name), "0x00040001");
+  Initialise();
+  for (const char16_t* name :
+       {u"a*", u"a?", u"a:b", u"a|b", u"<a>", u"a\"b", u"a\tb", u"日本", u"x\\y", u"..\\..\\..\\..\\..\\outside",
+        u"\\..\\..\\..\\..\\..\\outside", u"/../../../../outside"}) {
+    EXPECT_EQ(Write(name, "x"), kWritingFailed);
+    EXPECT_EQ(Read(name), kNoModel);
   }
+  EXPECT_EQ(Write(std::u16string(300, u'n'), "x"), kWritingFailed);
   EXPECT_EQ(ReadFile(outside), std::string("\1\0secret", 8));
-  EXPECT_EQ(Names(Folder()), std::vector<std::string>{});
+  EXPECT_EQ(Files(), Names{});
 }
 
-TEST_F(StoreTest, ObjectsCountAndGo) {
-  EXPECT_EQ(counter_.count, 0);
-  auto store = NewStore();
-  EXPECT_EQ(counter_.count, 1);
+TEST_F(ModelsTest, ObjectsCountAndGo) {
   ComPtr<IUnknown> identity;
-  EXPECT_EQ(store->QueryInterface(IID_IUnknown, identity.OutVoid()), S_OK);
-  EXPECT_EQ(store->QueryInterface(IID_IZNPL_Rel, identity.OutVoid()), E_NOINTERFACE);
-  EXPECT_EQ(store->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
-  EXPECT_EQ(store->AddRef(), 2U);
-  EXPECT_EQ(store->Release(), 1U);
-  store.Reset();
-  EXPECT_EQ(counter_.count, 0);
-
+  EXPECT_EQ(store_->QueryInterface(IID_IUnknown, identity.OutVoid()), S_OK);
+  EXPECT_EQ(store_->QueryInterface(IID_IZNPL_Rel, identity.OutVoid()), E_NOINTERFACE);
+  EXPECT_EQ(store_->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
+  EXPECT_EQ(store_->AddRef(), 2U);
+  EXPECT_EQ(store_->Release(), 1U);
   void* none = &counter_;
   EXPECT_EQ(CreateStore(counter_, IID_IZNPL_Rel, &none), E_NOINTERFACE);
   EXPECT_EQ(none, nullptr);
+  EXPECT_EQ(counter_.count, 1);
+  store_.Reset();
   EXPECT_EQ(counter_.count, 0);
 }
 
 // A model that is being replaced when the process is killed is the old or the new one, whole, and nothing else is seen
 // in the folder.
-TEST_F(StoreTest, KilledWriterLeavesOneWholeModel) {
-  const int rounds = support::LongTests() ? 1000 : 60;
+TEST_F(ModelsTest, KilledWriterLeavesOneWholeModel) {
   std::mt19937 random(20041124);
-  const auto content = [](char letter) { return std::string(20000, letter); };
-  {
-    auto store = ReadyStore();
-    ASSERT_EQ(WriteModel(*store, u"Vendas", content('a')), S_OK);
-  }
-  for (int round = 0; round < rounds; ++round) {
+  const auto content = [](std::size_t number) { return std::string(20000, static_cast<char>('a' + number % 26)); };
+  Initialise();
+  ASSERT_EQ(Write(u"Vendas", content(0)), kDone);
+  for (int round = support::LongTests() ? 1000 : 60; round > 0; --round) {
     support::Child writer([&] {
-      auto store = ReadyStore();
-      for (char letter = 'a';; letter = letter == 'z' ? 'a' : static_cast<char>(letter + 1)) {
-        if (WriteModel(*store, u"Vendas", content(letter)) != S_OK) return 1;
-      }
+      for (std::size_t number = 0; Write(u"Vendas", content(number)) == kDone;)
+        ++number;
+      return 1;
     });
     usleep(static_cast<useconds_t>(2000 + random() % 15000));
     writer.Kill();
     ASSERT_EQ(writer.Wait(), 128 + SIGKILL);
 
-    auto store = ReadyStore();
-    const std::string found = ReadModel(*store, u"Vendas");
-    ASSERT_EQ(found, content(found[0])) << "round " << round;
-    const std::vector<std::string> names = Names(Folder());
-    ASSERT_EQ(std::count_if(names.begin(), names.end(), [](const std::string& name) { return name[0] != '.'; }), 1);
+    const std::string found = Read(u"Vendas");
+    ASSERT_EQ(found, std::string(20000, found[0]));
+    Names names = Files();
+    std::erase_if(names, [](const std::string& name) { return name[0] == '.'; });
+    ASSERT_EQ(names, Names{"CT01Vendas.RXL"});
   }
-  auto store = ReadyStore();
-  ASSERT_EQ(WriteModel(*store, u"Vendas", "end"), S_OK);
-  EXPECT_EQ(Names(Folder()), std::vector<std::string>{"CT01Vendas.RXL"}) << "the next writer cleans up";
+  ASSERT_EQ(Write(u"Vendas", "end"), kDone);
+  EXPECT_EQ(Files(), Names{"CT01Vendas.RXL"}) << "the next writer cleans up";
 }
 
 }  // namespace

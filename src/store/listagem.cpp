@@ -1,0 +1,155 @@
+// Listing and deleting models, and the names of deleted demonstration models.
+
+#include <algorithm>
+#include <limits>
+#include <memory>
+#include <new>
+#include <unordered_set>
+#include <vector>
+
+#include "common/texto_bstr.h"
+#include "contract/results.h"
+#include "platform/files/files.h"
+#include "platform/text/text.h"
+#include "registros.h"
+#include "resultado.h"
+#include "store/repositorio_rel2.h"
+
+namespace kestor {
+
+namespace {
+
+using Nomes = std::vector<std::string>;
+
+// A list can tell of no more.
+constexpr std::size_t kMaxNomes = std::numeric_limits<USHORT>::max();
+
+// The files that match the pattern, in the order of the search.
+Nomes Procura(const std::string& padrao) {
+  Nomes nomes;
+  _finddata_t achado;
+  const std::intptr_t busca = _findfirst(padrao.c_str(), &achado);
+  if (busca == -1) return nomes;
+  const std::unique_ptr<const std::intptr_t, void (*)(const std::intptr_t*)> fim(
+      &busca, [](const std::intptr_t* aberta) { _findclose(*aberta); });
+  do {
+    nomes.emplace_back(achado.name);
+  } while (_findnext(busca, &achado) == 0);
+  return nomes;
+}
+
+// Throws std::bad_alloc.
+void Entrega(const Nomes& nomes, REG_ARRAY_RELATORIO2* lista) {
+  const std::size_t quantidade = std::min(nomes.size(), kMaxNomes);
+  auto entradas = NewTaskBlock<tagREG_NOME_RELATORIO2>(quantidade * sizeof(tagREG_NOME_RELATORIO2));
+  for (std::size_t i = 0; i < quantidade; ++i) {
+    tagREG_NOME_RELATORIO2& entrada = entradas.get()[i];
+    entrada = {};
+    nomes[i].copy(entrada.szNomeRelatorio, sizeof entrada.szNomeRelatorio - 1);
+  }
+  lista->nQtdeRelatorios = static_cast<USHORT>(quantidade);
+  lista->pregRelatorios = entradas.release();
+}
+
+HRESULT ExcluiArquivo(const std::string& caminho) {
+  return ResultadoDe([&caminho] {
+    CFile arquivo;
+    CFileException falha;
+    if (!arquivo.Open(caminho.c_str(), CFile::modeRead | CFile::shareCompat, &falha)) throw falha;
+    arquivo.Close();
+    CFile::Remove(caminho.c_str());
+    return S_OK;
+  });
+}
+
+}  // namespace
+
+HRESULT CRepositorioRel2::GetNomeRelatorios(REG_ARRAY_RELATORIO2** ppregRelatorios) {
+  if (ppregRelatorios == nullptr) return E_POINTER;
+  *ppregRelatorios = nullptr;
+  if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
+
+  Nomes nomes = Procura(CaminhoModelo("*", true));
+  if (nomes.empty()) return S_OK;
+  const std::size_t prefixo = modulo_.size() + componente_.size();
+  for (std::string& nome : nomes) {
+    nome.erase(0, prefixo);
+    nome.erase(std::min(nome.find('.'), nome.size()));
+  }
+  RetiraExcluidos(nomes);
+
+  auto lista = NewTaskBlock<REG_ARRAY_RELATORIO2>(sizeof(REG_ARRAY_RELATORIO2));
+  Entrega(nomes, lista.get());
+  *ppregRelatorios = lista.release();
+  return S_OK;
+}
+
+// Takes the deleted demonstration models out of a listing; when their names cannot be read, all stay in.
+void CRepositorioRel2::RetiraExcluidos(std::vector<std::string>& nomes) {
+  REG_ARRAY_RELATORIO2 lista{};
+  const HRESULT resultado = GetNomeRelatoriosDemonstracaoExcluidos(&lista);
+  const TaskBlock<tagREG_NOME_RELATORIO2> entradas(lista.pregRelatorios);
+  if (resultado != S_OK || lista.nQtdeRelatorios == 0) return;
+  std::unordered_set<std::string> excluidos;
+  for (USHORT i = 0; i < lista.nQtdeRelatorios; ++i)
+    excluidos.insert(text::Upper(entradas.get()[i].szNomeRelatorio));
+  std::erase_if(nomes, [&excluidos](const std::string& nome) { return excluidos.contains(text::Upper(nome)); });
+}
+
+HRESULT CRepositorioRel2::ExcluiRelatorio(BSTR nome, char bModeloDemo, char* result) {
+  if (result == nullptr) return E_POINTER;
+  *result = 0;
+  if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
+
+  const std::string texto = TextoDeBstr(nome);
+  const HRESULT exclusao = ExcluiArquivo(CaminhoGravado(texto));
+  if (exclusao != S_OK) return exclusao;
+  *result = 1;
+  // The model is gone, whatever becomes of what is kept beside it.
+  if (bModeloDemo != 0) RegistraModeloDemoExcluido(texto);
+  EsquecePadrao(nome);
+  return S_OK;
+}
+
+// Clears the default report if it is this model, by the letter.
+void CRepositorioRel2::EsquecePadrao(BSTR nome) {
+  BSTR padrao = nullptr;
+  const HRESULT resultado = GetRelatorioPadrao(&padrao);
+  const bool eEste = (nome == nullptr) == (padrao == nullptr) && VisaoDeBstr(nome) == VisaoDeBstr(padrao);
+  SysFreeString(padrao);
+  if (resultado == S_OK && eEste) SetRelatorioPadrao(nullptr);
+}
+
+HRESULT CRepositorioRel2::RegistraModeloDemoExcluido(const std::string& nome) {
+  const RegistroNome registro(chaveModulo_, nome);
+  std::uint32_t noFim = 0;
+  CZNArqEx arquivo;
+  std::uint32_t numero = AbreParaGravar(arquivo, arquivoExcluidos_);
+  if (numero == CZNArqEx::semErro) numero = arquivo.GravaRegistro(&registro, noFim, sizeof registro);
+  if (numero == CZNArqEx::semErro) numero = arquivo.Fecha();
+  return numero == CZNArqEx::semErro ? S_OK : ServiceError(numero);
+}
+
+HRESULT CRepositorioRel2::GetNomeRelatoriosDemonstracaoExcluidos(REG_ARRAY_RELATORIO2* pregRelatorios) {
+  if (pregRelatorios == nullptr) return E_POINTER;
+  *pregRelatorios = {};
+  if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
+
+  Nomes nomes;
+  const HRESULT resultado = ResultadoDe([&] {
+    PercorreRegistros(arquivoExcluidos_, [&](std::uint32_t, const RegistroNome& registro) {
+      if (registro.EDe(chaveModulo_)) nomes.emplace_back(registro.Nome());
+      return nomes.size() < kMaxNomes;
+    });
+    return S_OK;
+  });
+  if (resultado != S_OK || nomes.empty()) return resultado;
+  try {
+    Entrega(nomes, pregRelatorios);
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+  }
+  return S_OK;
+}
+
+}  // namespace kestor

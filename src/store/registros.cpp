@@ -1,0 +1,75 @@
+#include "registros.h"
+
+#include <cstring>
+#include <vector>
+
+namespace kestor {
+
+namespace {
+
+constexpr UINT kTamanho = sizeof(RegistroNome);
+
+template <std::size_t N>
+std::string_view Texto(const char (&campo)[N]) {
+  return {campo, strnlen(campo, N)};
+}
+
+template <std::size_t N>
+void Copia(std::string_view texto, char (&campo)[N]) {
+  texto.copy(campo, N - 1);
+}
+
+}  // namespace
+
+RegistroNome::RegistroNome(std::string_view chaveModulo, std::string_view nomeRelatorio) {
+  Copia(chaveModulo, chave);
+  Copia(nomeRelatorio, nome);
+}
+
+bool RegistroNome::EDe(std::string_view chaveModulo) const {
+  return chaveModulo.size() < sizeof chave && Texto(chave) == chaveModulo;
+}
+
+std::string_view RegistroNome::Nome() const {
+  return Texto(nome).substr(0, sizeof nome - 1);
+}
+
+void PercorreRegistros(const std::string& caminho,
+                       const std::function<bool(std::uint32_t, const RegistroNome&)>& visita) {
+  CFile arquivo;
+  CFileException falha;
+  constexpr UINT kModo = CFile::modeReadWrite | CFile::modeCreate | CFile::modeNoTruncate | CFile::shareExclusive;
+  if (!arquivo.Open(caminho.c_str(), kModo, &falha)) throw falha;
+  const ULONGLONG comprimento = arquivo.GetLength();
+  if (comprimento == 0) {
+    const RegistroNome primeiro;
+    arquivo.Write(&primeiro, kTamanho);
+  }
+  arquivo.Seek(kTamanho, CFile::begin);
+  const ULONGLONG registros = comprimento / kTamanho;
+  std::vector<RegistroNome> bloco(CZNArqEx::kMaxCache / kTamanho);
+  std::uint32_t numero = 1;
+  bool continua = true;
+  while (continua && numero < registros) {
+    const ULONGLONG faltam = registros - numero;
+    const auto pedidos = static_cast<UINT>(faltam < bloco.size() ? faltam : bloco.size());
+    const UINT lidos = arquivo.Read(bloco.data(), pedidos * kTamanho) / kTamanho;
+    if (lidos == 0) break;
+    for (UINT i = 0; continua && i < lidos; ++i)
+      continua = visita(numero++, bloco[i]);
+  }
+  arquivo.Close();
+}
+
+std::uint32_t AbreParaGravar(CZNArqEx& arquivo, const std::string& caminho) {
+  const std::uint32_t numero = arquivo.Abre(caminho, 'G', kTamanho, true, false);
+  if (numero != CZNArqEx::semErro) return numero;
+  // A process that was killed while it made the file has left it empty: what is appended to it must not become the
+  // first record, which is nobody's.
+  std::uint32_t comprimento = 0;
+  const bool vazio = arquivo.Posiciona('F', 0, comprimento) == CZNArqEx::semErro && comprimento == 0;
+  const RegistroNome primeiro;
+  return vazio ? arquivo.GravaInicio(&primeiro, kTamanho) : std::uint32_t{CZNArqEx::semErro};
+}
+
+}  // namespace kestor

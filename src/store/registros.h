@@ -1,0 +1,36 @@
+// The store's record files: each record holds a name under the key of a module and component. Many stations share them.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "common/zn_arq_ex.h"
+
+namespace kestor {
+
+// Texts are NUL-terminated and filled up with zeros; longer ones are cut. Record 0 of a file is all zeros and no
+// record of anybody.
+struct RegistroNome {
+  RegistroNome() = default;
+  RegistroNome(std::string_view chaveModulo, std::string_view nomeRelatorio);
+
+  // A key that was cut belongs to nobody.
+  bool EDe(std::string_view chaveModulo) const;
+  std::string_view Nome() const;
+
+  char chave[8] = {};
+  char nome[256] = {};
+};
+static_assert(sizeof(RegistroNome) == 264);
+
+// Shows the records from number 1 on, in order, until `visita` answers false. The file is open for this process alone
+// meanwhile, and is made with its first record when it is missing. Throws CFileException.
+void PercorreRegistros(const std::string& caminho,
+                       const std::function<bool(std::uint32_t numero, const RegistroNome& registro)>& visita);
+
+// Opens a record file for writing and makes it when it is missing; a number of CZNArqEx.
+std::uint32_t AbreParaGravar(CZNArqEx& arquivo, const std::string& caminho);
+
+}  // namespace kestor

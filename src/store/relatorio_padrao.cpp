@@ -1,0 +1,84 @@
+// The default report of a module and component.
+
+#include "common/texto_bstr.h"
+#include "contract/results.h"
+#include "registros.h"
+#include "resultado.h"
+#include "store/repositorio_rel2.h"
+
+namespace kestor {
+
+namespace {
+
+HRESULT EntregaNome(std::string_view nome, BSTR* destino) {
+  if (nome.empty()) return S_OK;
+  *destino = BstrDeTexto(nome);
+  return *destino == nullptr ? E_OUTOFMEMORY : S_OK;
+}
+
+}  // namespace
+
+HRESULT CRepositorioRel2::GetRelatorioPadrao(BSTR* bsRelatorio) {
+  if (bsRelatorio == nullptr) return E_POINTER;
+  if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
+  *bsRelatorio = nullptr;
+
+  if (registroPadrao_ > 0) {
+    RegistroNome registro;
+    CZNArqEx arquivo;
+    const std::uint32_t numero = arquivo.LeRegistroArquivo(arquivoPadrao_, registroPadrao_, &registro, sizeof registro);
+    if (numero != CZNArqEx::semErro) return ServiceError(numero);
+    if (registro.EDe(chaveModulo_)) return EntregaNome(registro.Nome(), bsRelatorio);
+  }
+  return ResultadoDe([&] {
+    std::string nome;
+    PercorreRegistros(arquivoPadrao_, [&](std::uint32_t numero, const RegistroNome& registro) {
+      if (!registro.EDe(chaveModulo_)) return true;
+      registroPadrao_ = numero;
+      nome = registro.Nome();
+      return false;
+    });
+    return EntregaNome(nome, bsRelatorio);
+  });
+}
+
+HRESULT CRepositorioRel2::SetRelatorioPadrao(BSTR bsRelatorio) {
+  if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
+  const std::string nome = TextoDeBstr(bsRelatorio);
+  if (bsRelatorio != nullptr && !ArquivoExiste(CaminhoGravado(nome))) return S_FALSE;
+
+  const RegistroNome registro(chaveModulo_, nome);
+  std::uint32_t destino = 0;
+  CZNArqEx arquivo;
+  std::uint32_t numero = AbreParaGravar(arquivo, arquivoPadrao_);
+  if (numero == CZNArqEx::semErro) numero = ProcuraRegistroPadrao(arquivo);
+  if (numero == CZNArqEx::semErro)
+    numero = arquivo.GravaRegistro(&registro, destino = registroPadrao_, sizeof registro);
+  if (numero == CZNArqEx::semErro) numero = arquivo.Fecha();
+  return numero == CZNArqEx::semErro ? S_OK : ServiceError(numero);
+}
+
+// Makes registroPadrao_ the number of this key's record, 0 when there is none; a number of CZNArqEx. The remembered
+// number counts only while the record there is this key's: somebody may have put an older file in place.
+std::uint32_t CRepositorioRel2::ProcuraRegistroPadrao(CZNArqEx& arquivo) {
+  RegistroNome registro;
+  if (registroPadrao_ > 0 && arquivo.LeRegistro(registroPadrao_, &registro) == CZNArqEx::semErro &&
+      registro.EDe(chaveModulo_)) {
+    return CZNArqEx::semErro;
+  }
+  registroPadrao_ = 0;
+  std::uint32_t comprimento = 0;
+  arquivo.Posiciona('F', 0, comprimento);
+  const std::uint32_t registros = comprimento / sizeof registro;
+  for (std::uint32_t numero = 1; numero < registros; ++numero) {
+    const std::uint32_t falha = arquivo.LeRegistro(numero, &registro);
+    if (falha != CZNArqEx::semErro) return falha;
+    if (registro.EDe(chaveModulo_)) {
+      registroPadrao_ = numero;
+      break;
+    }
+  }
+  return CZNArqEx::semErro;
+}
+
+}  // namespace kestor
