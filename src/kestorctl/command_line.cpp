@@ -106,6 +106,10 @@ std::string CheckUtf8(const std::string& argument) {
   return text::IsValidUtf8(argument) ? "" : "the text is no valid UTF-8";
 }
 
+std::string CheckFileName(const std::string& argument) {
+  return argument.empty() ? "the file has no name" : "";
+}
+
 int RunCommandLine(int argc, char** argv) {
   CLI::App program("Command-line client of KESTOR, the report-model repository.", "kestorctl");
   program.fallthrough();
@@ -130,7 +134,9 @@ int RunCommandLine(int argc, char** argv) {
   } catch (const registry::FormatError& error) {
     Fail(&answer, HRESULT_FROM_WIN32(ERROR_BADDB), error.what());
   } catch (const std::filesystem::filesystem_error& error) {
-    Fail(&answer, E_FAIL, error.path1().string() + ": " + error.code().message());
+    // Of two paths the second is the one that was to be made.
+    const std::filesystem::path& path = error.path2().empty() ? error.path1() : error.path2();
+    Fail(&answer, E_FAIL, path.string() + ": " + error.code().message());
   } catch (const std::bad_alloc&) {
     Fail(&answer, E_OUTOFMEMORY, "out of memory");
   }

@@ -30,6 +30,9 @@ void Choose(CLI::App* command, Command* chosen, std::shared_ptr<Options> options
 // "" when the argument is UTF-8, otherwise what is wrong.
 std::string CheckUtf8(const std::string& argument);
 
+// "" when the argument can name a file, otherwise what is wrong.
+std::string CheckFileName(const std::string& argument);
+
 // An argument without a name of its own that is a text: what is not UTF-8 is wrong usage.
 template <typename Text>
 CLI::Option* AddText(CLI::App* command, const char* name, Text* text, const char* description) {

@@ -10,6 +10,9 @@
 
 #include "contract/results.h"
 #include "failure.h"
+#include "folder_plan.h"
+#include "host_files.h"
+#include "platform/files/files.h"
 #include "platform/home/home.h"
 #include "platform/registry/registry.h"
 #include "platform/text/text.h"
@@ -20,6 +23,9 @@ namespace kestorctl {
 namespace {
 
 namespace fs = std::filesystem;
+
+// Of the files that models are written to.
+constexpr const char* kModelExtension = ".RXL";
 
 using kestor::CCaminhosInstalacao;
 using kestor::ModuloFamilia;
@@ -46,6 +52,33 @@ std::string ExplainFailedStart(REFCLSID clsid) {
 std::string ExplainDeniedSockets() {
   std::string reason;
   return platform::Home::Current().PrepareSocketFolder(&reason) ? std::string() : reason;
+}
+
+// The server knows a name only in code page 1252.
+std::string ExplainName(const std::string& name, std::string* ansi) {
+  return text::FromUtf8Exactly(name, ansi) ? std::string() : "code page 1252 lacks a character of " + name;
+}
+
+Place Reports() {
+  std::string folder;
+  return CCaminhosInstalacao::BuscaCaminhoRelatorios(folder) == 0 ? PlaceOf(folder) : Place();
+}
+
+std::string ExplainFolder(const Place& reports) {
+  if (reports.exists) return {};
+  return "the reports folder " + text::ToUtf8(reports.desktopPath) + " does not exist";
+}
+
+std::string ExplainFileName(const std::string& path) {
+  std::string host;
+  switch (files::HostPath(path.c_str(), &host)) {
+    case ERROR_INVALID_NAME:
+      return "the name of a file holds no control characters and none of < > : \" | ? *";
+    case ERROR_FILENAME_EXCED_RANGE:
+      return "the name is too long for a file";
+    default:
+      return {};
+  }
 }
 
 }  // namespace
@@ -91,6 +124,23 @@ std::string Explain(HRESULT result, REFCLSID clsid, const std::string& module) {
   } catch (const fs::filesystem_error& error) {
     return error.path1().string() + ": " + error.code().message();
   }
+}
+
+std::string ExplainUnread(const std::string& name) {
+  std::string ansi;
+  std::string reason = ExplainName(name, &ansi);
+  return reason.empty() ? ExplainFolder(Reports()) : reason;
+}
+
+std::string ExplainUnwritten(const std::string& codes, const std::string& name) {
+  std::string ansi;
+  std::string reason = ExplainName(name, &ansi);
+  const Place reports = Reports();
+  if (reason.empty()) reason = ExplainFolder(reports);
+  if (reason.empty()) reason = ExplainFileName(reports.desktopPath + text::FromUtf8(codes) + ansi + kModelExtension);
+  if (!reason.empty()) return reason;
+  if (ansi.find_first_of("\\/") != ansi.npos) return "a name with \\ or / leads into another folder";
+  return MayWriteInto(reports.folder) ? std::string() : "no permission to write in " + reports.folder.string();
 }
 
 }  // namespace kestorctl

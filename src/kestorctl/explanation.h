@@ -22,4 +22,9 @@ std::string ModuleCodes();
 // the home has nothing to do with it. UTF-8.
 std::string Explain(HRESULT result, REFCLSID clsid, const std::string& module);
 
+// Why a model cannot be read, or written, as far as its name and the reports folder tell; otherwise empty. `codes`,
+// those of module and component, begin the name of its file. UTF-8.
+std::string ExplainUnread(const std::string& name);
+std::string ExplainUnwritten(const std::string& codes, const std::string& name);
+
 }  // namespace kestorctl

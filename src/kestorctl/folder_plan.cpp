@@ -24,10 +24,18 @@ bool IsDesktopPath(const std::string& argument) {
   return letter >= 'A' && letter <= 'Z' && (argument.size() == 2 || kSeparators.find(argument[2]) != kSeparators.npos);
 }
 
+fs::path WithoutSeparator(const fs::path& folder) {
+  return folder.has_filename() ? folder : folder.parent_path();
+}
+
 // Links followed, no separator at the end; what does not exist is taken as written.
 fs::path Canonical(const fs::path& folder) {
-  const fs::path canonical = fs::weakly_canonical(fs::absolute(folder));
-  return canonical.has_filename() ? canonical : canonical.parent_path();
+  return WithoutSeparator(fs::weakly_canonical(fs::absolute(folder)));
+}
+
+// Written like a path of the desktop platform, in whatever form.
+bool LooksLikeDesktopPath(const std::string& argument) {
+  return argument.find('\\') != argument.npos || IsDesktopPath(argument.substr(0, 2));
 }
 
 std::string DriveRoot(char letter) {
@@ -86,8 +94,11 @@ Place PlaceOf(const std::string& desktopPath) {
   place.desktopPath = desktopPath;
   std::string host;
   if (files::HostPath(desktopPath.c_str(), &host) != 0) return place;
-  place.folder = Canonical(host);
-  place.exists = fs::is_directory(place.folder);
+  // Links that cannot be followed are told as they are.
+  std::error_code failed;
+  const fs::path canonical = fs::weakly_canonical(host, failed);
+  place.folder = WithoutSeparator(failed ? fs::path(host) : canonical);
+  place.exists = fs::is_directory(place.folder, failed);
   return place;
 }
 
@@ -108,6 +119,8 @@ Place FolderPlan::Find(const std::string& argument, const std::string& current) 
   Place place;
   if (IsDesktopPath(argument)) {
     place = GivenPlace(argument);
+  } else if (LooksLikeDesktopPath(argument) && !fs::exists(argument)) {
+    throw LocalFailure(argument + " is neither a folder of this system nor a path such as D:\\Dados\\Relatorios");
   } else {
     place.folder = Canonical(argument);
     place.desktopPath = PathTo(place.folder, current);

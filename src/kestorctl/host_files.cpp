@@ -10,38 +10,19 @@
 #include <cstring>
 
 #include "failure.h"
+#include "platform/host/descriptor.h"
 
 namespace kestorctl {
 
 namespace fs = std::filesystem;
+
+using platform::Descriptor;
 
 namespace {
 
 [[noreturn]] void Throw(const char* what, const std::string& file, int error) {
   throw LocalFailure(std::string(what) + " " + file + ": " + std::strerror(error));
 }
-
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  ~Descriptor() { Close(); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  int Get() const { return number_; }
-  bool IsOpen() const { return number_ >= 0; }
-
-  // 0, or the error number.
-  int Close() {
-    if (number_ < 0) return 0;
-    const int result = close(number_);
-    number_ = -1;
-    return result == 0 ? 0 : errno;
-  }
-
- private:
-  int number_;
-};
 
 [[noreturn]] void ThrowTooLarge(const std::string& name, std::size_t maxBytes) {
   throw LocalFailure(name + " is too large: a content holds at most " + std::to_string(maxBytes) + " bytes");
@@ -88,7 +69,7 @@ class Replacement {
         shown_(shown),
         temporary_(TemporaryName(file)),
         descriptor_(mkostemp(temporary_.data(), O_CLOEXEC)) {
-    if (!descriptor_.IsOpen()) Throw("cannot write", shown_, errno);
+    if (!descriptor_) Throw("cannot write", shown_, errno);
   }
   ~Replacement() {
     if (!inPlace_) unlink(temporary_.c_str());
@@ -97,8 +78,8 @@ class Replacement {
   Replacement& operator=(const Replacement&) = delete;
 
   void Write(std::string_view bytes, mode_t mode) {
-    int error = WriteAll(descriptor_.Get(), bytes);
-    if (error == 0 && (fchmod(descriptor_.Get(), mode) != 0 || fsync(descriptor_.Get()) != 0)) error = errno;
+    int error = WriteAll(descriptor_.Number(), bytes);
+    if (error == 0 && (fchmod(descriptor_.Number(), mode) != 0 || fsync(descriptor_.Number()) != 0)) error = errno;
     if (error == 0) error = descriptor_.Close();
     if (error == 0 && rename(temporary_.c_str(), file_.c_str()) != 0) error = errno;
     if (error != 0) Throw("cannot write", shown_, error);
@@ -125,7 +106,7 @@ int StandardDescriptorOf(const struct stat& file) {
 
 void WriteInPlace(const fs::path& file, std::string_view bytes) {
   Descriptor descriptor(open(file.c_str(), O_WRONLY | O_CLOEXEC));
-  int error = descriptor.IsOpen() ? WriteAll(descriptor.Get(), bytes) : errno;
+  int error = descriptor ? WriteAll(descriptor.Number(), bytes) : errno;
   if (error == 0) error = descriptor.Close();
   if (error != 0) Throw("cannot write", file, error);
 }
@@ -145,8 +126,8 @@ int WriteAll(int descriptor, std::string_view bytes) {
 std::string ReadInput(const std::string& file, std::size_t maxBytes) {
   if (file == "-") return ReadAll(STDIN_FILENO, "standard input", maxBytes);
   const Descriptor descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!descriptor.IsOpen()) Throw("cannot read", file, errno);
-  return ReadAll(descriptor.Get(), file, maxBytes);
+  if (!descriptor) Throw("cannot read", file, errno);
+  return ReadAll(descriptor.Number(), file, maxBytes);
 }
 
 void WriteOutput(const fs::path& file, std::string_view bytes) {

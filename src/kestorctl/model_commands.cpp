@@ -1,19 +1,21 @@
 // The commands read and write: second-generation models, through the server.
 #include <charconv>
-#include <limits>
 
 #include "base64.h"
 #include "commands.h"
+#include "explanation.h"
 #include "failure.h"
 #include "host_files.h"
+#include "model_options.h"
+#include "platform/channel/channel.h"
 #include "platform/text/text.h"
-#include "store_session.h"
 
 namespace kestorctl {
 
 namespace {
 
-constexpr std::size_t kMaxContentBytes = std::numeric_limits<LONG>::max();
+// A call carries the content and, beside it, the name and a few numbers.
+constexpr std::size_t kMaxContentBytes = channel::kMaxPayloadBytes - 4096;
 
 constexpr const char* kReadFooter =
     R"(Writes the content of a report model to FILE, which is written whole or not at all, or to standard output, and a line
@@ -40,19 +42,13 @@ Examples:
 Exit status: 0 written; 3 nothing written, because a model of that name exists (0x00040004) or was deleted as a
 demonstration (0x0004000C); 1 failure; 2 wrong usage.)";
 
-struct ModelName {
-  std::string module;
-  std::string component;
-  std::string name;
-};
-
 struct ReadOptions {
-  ModelName model;
+  ModelOptions model;
   std::string output = "-";
 };
 
 struct WriteOptions {
-  ModelName model;
+  ModelOptions model;
   std::string input;
   std::string version = "1";
   bool keepExisting = false;
@@ -80,18 +76,6 @@ class ReadModel {
   REG_RELATORIO2* record_ = nullptr;
 };
 
-// The server knows a name only in code page 1252.
-std::string ExplainName(const std::string& name) {
-  std::string ansi;
-  return text::FromUtf8Exactly(name, &ansi) ? std::string() : "code page 1252 lacks a character of " + name;
-}
-
-bool IsOpen(const ReportStore& store, Answer& answer) {
-  answer.result = store.Result();
-  answer.detail = store.Detail();
-  return SUCCEEDED(answer.result);
-}
-
 void TellContent(std::string_view content, Answer& answer) {
   if (text::IsValidUtf8(content)) {
     answer.data["content"] = content;
@@ -106,7 +90,7 @@ void Read(const ReadOptions& options, Answer& answer) {
   ReadModel model;
   answer.result = store->Le(Bstr(options.model.name).Get(), model.Out());
   if (answer.result != S_OK) {
-    answer.detail = ExplainName(options.model.name);
+    answer.detail = ExplainUnread(options.model.name);
     return;
   }
 
@@ -140,24 +124,20 @@ void Write(const WriteOptions& options, Answer& answer) {
   if (!IsOpen(store, answer)) return;
   answer.result = store->Grava(Bstr(options.model.name).Get(), version, static_cast<unsigned char>(flags),
                                static_cast<LONG>(content.size()), reinterpret_cast<unsigned char*>(content.data()));
-  if (FAILED(answer.result)) answer.detail = ExplainName(options.model.name);
+  if (FAILED(answer.result))
+    answer.detail = ExplainUnwritten(options.model.module + options.model.component, options.model.name);
   if (answer.result != S_OK) return;
   answer.data["version"] = version;
   answer.data["bytes"] = content.size();
 }
 
-void AddModelName(CLI::App* command, ModelName* model) {
-  AddText(command, "MODULE", &model->module, "Module code, such as CT");
-  AddText(command, "COMPONENT", &model->component, "Component code, such as 01");
-  AddText(command, "NAME", &model->name, "Name of the model");
-}
-
 void AddRead(CLI::App& program, Command* chosen) {
   auto options = std::make_shared<ReadOptions>();
   CLI::App* command = program.add_subcommand("read", "Read a report model");
-  AddModelName(command, &options->model);
+  AddModelOptions(command, &options->model);
   command->add_option("-o,--output", options->output, "Where the content goes; - is standard output")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(CheckFileName);
   command->footer(kReadFooter);
   Choose(command, chosen, options, Read);
 }
@@ -165,8 +145,11 @@ void AddRead(CLI::App& program, Command* chosen) {
 void AddWrite(CLI::App& program, Command* chosen) {
   auto options = std::make_shared<WriteOptions>();
   CLI::App* command = program.add_subcommand("write", "Write a report model");
-  AddModelName(command, &options->model);
-  command->add_option("FILE", options->input, "File with the content; - is standard input")->type_name("")->required();
+  AddModelOptions(command, &options->model);
+  command->add_option("FILE", options->input, "File with the content; - is standard input")
+      ->type_name("")
+      ->required()
+      ->check(CheckFileName);
   command->add_option("--version", options->version, "Version number, 0 to 65535; 1 when not given")->type_name("N");
   command->add_flag("--no-overwrite", options->keepExisting, "Leave a model of that name as it is");
   command->add_flag("--check-demo", options->checkDemonstrations,

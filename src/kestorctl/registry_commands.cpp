@@ -50,15 +50,15 @@ Exit status: 0 deleted; 1 there is no such key or value, or another failure; 2 w
 constexpr const char* kImportFooter =
     R"(Merges an export of the desktop platform, REGEDIT4 or version 5.00, into the registry, deletions included: all of it, or
 nothing when a line does not read as it should; that line is then named. What lies below roots other than
-HKEY_LOCAL_MACHINE and HKEY_CLASSES_ROOT is passed over.
+HKEY_LOCAL_MACHINE and HKEY_CLASSES_ROOT is passed over. FILE - is standard input.
 
 Exit status: 0 imported; 1 failure; 2 wrong usage.)";
 
 constexpr const char* kExportFooter =
-    R"(Without FILE the text goes to standard output in UTF-8. A FILE is written the way the desktop's own tools do, in UTF-16
+    R"(Without FILE, or for -, the text goes to standard output in UTF-8. A FILE is written the way the desktop's own tools do, in UTF-16
 with a mark, so that it can be imported there; it is written whole or not at all.
 
-With --json and without FILE: "text".
+With --json and for standard output: "text".
 
 Exit status: 0 exported; 1 failure; 2 wrong usage.)";
 
@@ -69,7 +69,7 @@ struct ValueOptions {
 };
 
 struct FileOptions {
-  std::string file;
+  std::string file = "-";
 };
 
 std::string NameInMessage(const ValueOptions& options) {
@@ -169,14 +169,14 @@ void Delete(const ValueOptions& options, Answer&) {
 
 void Import(const FileOptions& options, Answer&) {
   RequireHome();
-  registry::Import(options.file);
+  registry::Import(options.file == "-" ? "/dev/stdin" : options.file);
 }
 
 void Export(const FileOptions& options, Answer& answer) {
   RequireHome();
   std::string text;
   registry::Export("", &text);
-  if (!options.file.empty()) {
+  if (options.file != "-") {
     WriteOutput(options.file, registry::ToDesktopEncoding(text));
   } else if (answer.json) {
     answer.data["text"] = text;
@@ -215,7 +215,10 @@ void AddDelete(CLI::App* group, Command* chosen) {
 void AddImport(CLI::App* group, Command* chosen) {
   auto options = std::make_shared<FileOptions>();
   CLI::App* command = group->add_subcommand("import", "Merge an export file into the registry");
-  command->add_option("FILE", options->file, "File in the desktop's export format")->type_name("")->required();
+  command->add_option("FILE", options->file, "File in the desktop's export format; - is standard input")
+      ->type_name("")
+      ->required()
+      ->check(CheckFileName);
   command->footer(kImportFooter);
   Choose(command, chosen, options, Import);
 }
@@ -223,7 +226,7 @@ void AddImport(CLI::App* group, Command* chosen) {
 void AddExport(CLI::App* group, Command* chosen) {
   auto options = std::make_shared<FileOptions>();
   CLI::App* command = group->add_subcommand("export", "Write the whole registry as an export file");
-  command->add_option("FILE", options->file, "Where to")->type_name("");
+  command->add_option("FILE", options->file, "Where to; - is standard output")->type_name("")->check(CheckFileName);
   command->footer(kExportFooter);
   Choose(command, chosen, options, Export);
 }

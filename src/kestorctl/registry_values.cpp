@@ -13,32 +13,23 @@ namespace {
 
 constexpr LONG kMissing = ERROR_FILE_NOT_FOUND;
 
-// False for what is missing.
-bool Succeeded(LONG error) {
+// False for what is missing. `argument`: the one that the registry could refuse.
+bool Succeeded(LONG error, const char* argument) {
   if (error == LONG{ERROR_SUCCESS}) return true;
   if (error == kMissing) return false;
+  if (error == LONG{ERROR_INVALID_PARAMETER})
+    throw UsageError(std::string(argument) + ": the registry takes no such name");
   if (error == LONG{ERROR_BADDB}) registry::Check();
   const HRESULT result = HRESULT_FROM_WIN32(static_cast<DWORD>(error));
   throw LocalFailure(platform::Home::Current().Registry().string() + ": " + kestor::Describe(result).meaning, result);
 }
 
-class OpenKey {
- public:
-  explicit OpenKey(const KeyName& name) : open_(Succeeded(RegOpenKeyA(name.root, name.path.c_str(), &key_))) {}
-  explicit OpenKey(HKEY key) : key_(key), open_(true) {}
-  ~OpenKey() {
-    if (open_) RegCloseKey(key_);
-  }
-  OpenKey(const OpenKey&) = delete;
-  OpenKey& operator=(const OpenKey&) = delete;
-
-  explicit operator bool() const { return open_; }
-  HKEY Get() const { return key_; }
-
- private:
-  HKEY key_ = nullptr;
-  const bool open_;
-};
+// None when the key is missing.
+registry::OwnedKey OpenKey(const KeyName& name) {
+  registry::OwnedKey key;
+  Succeeded(RegOpenKeyA(name.root, name.path.c_str(), key.Out()), "KEY");
+  return key;
+}
 
 }  // namespace
 
@@ -72,12 +63,12 @@ KeyName ParseKey(const std::string& key) {
 }
 
 bool KeyExists(const KeyName& key) {
-  return static_cast<bool>(OpenKey(key));
+  return OpenKey(key).Get() != nullptr;
 }
 
 std::optional<Value> ReadValue(const KeyName& key, const std::string& name) {
-  const OpenKey open(key);
-  if (!open) return std::nullopt;
+  const registry::OwnedKey open = OpenKey(key);
+  if (open.Get() == nullptr) return std::nullopt;
   Value value;
   LONG error = ERROR_SUCCESS;
   DWORD size = 256;
@@ -86,29 +77,28 @@ std::optional<Value> ReadValue(const KeyName& key, const std::string& name) {
     error = RegQueryValueExA(open.Get(), name.c_str(), nullptr, &value.type, reinterpret_cast<BYTE*>(value.data.data()),
                              &size);
   } while (error == LONG{ERROR_MORE_DATA});
-  if (!Succeeded(error)) return std::nullopt;
+  if (!Succeeded(error, "NAME")) return std::nullopt;
   value.data.resize(size);
   return value;
 }
 
 void SetText(const KeyName& key, const std::string& name, const std::string& text) {
-  HKEY made = nullptr;
-  LONG error = RegCreateKeyA(key.root, key.path.c_str(), &made);
-  if (error == LONG{ERROR_SUCCESS}) {
-    const OpenKey open(made);
-    error = RegSetValueExA(made, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
-                           static_cast<DWORD>(text.size() + 1));
-  }
-  if (!Succeeded(error)) throw LocalFailure("the key was deleted by another program meanwhile");
+  registry::OwnedKey made;
+  const bool set =
+      Succeeded(RegCreateKeyA(key.root, key.path.c_str(), made.Out()), "KEY") &&
+      Succeeded(RegSetValueExA(made.Get(), name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
+                               static_cast<DWORD>(text.size() + 1)),
+                "NAME");
+  if (!set) throw LocalFailure("the key was deleted by another program meanwhile");
 }
 
 bool DeleteValue(const KeyName& key, const std::string& name) {
-  const OpenKey open(key);
-  return open && Succeeded(RegDeleteValueA(open.Get(), name.c_str()));
+  const registry::OwnedKey open = OpenKey(key);
+  return open.Get() != nullptr && Succeeded(RegDeleteValueA(open.Get(), name.c_str()), "NAME");
 }
 
 bool DeleteKey(const KeyName& key) {
-  return Succeeded(RegDeleteTreeA(key.root, key.path.c_str()));
+  return Succeeded(RegDeleteTreeA(key.root, key.path.c_str()), "KEY");
 }
 
 }  // namespace kestorctl

@@ -1,5 +1,6 @@
 // Keys and values of the registry for callers that speak UTF-8. Every failure but a missing key or value is thrown as a
-// LocalFailure with the error number as its result; a damaged registry names file and line.
+// LocalFailure with the error number as its result, a name that no key or value can have as a UsageError; a damaged
+// registry names file and line.
 #pragma once
 
 #include <optional>

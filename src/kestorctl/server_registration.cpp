@@ -92,7 +92,7 @@ void RegisterServer(const fs::path& server) {
   const int error = posix_spawn(&process, program.c_str(), nullptr, SpawnAttributes().Get(), arguments, environ);
   if (error != 0) throw LocalFailure("the server " + program + " cannot be run: " + std::strerror(error));
   const int status = WaitFor(process);
-  if (status == 0) return;
+  if (status == 0 && !RegisteredExecutable(CLSID_ZNPL_Relatorio2).empty()) return;
   throw LocalFailure("the server " + program + " could not enter itself in the registry (exit status " +
                      std::to_string(status) + ")");
 }

@@ -1,4 +1,6 @@
 // The command setup: makes a home in which clients find the server and the server finds its folders.
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -11,6 +13,7 @@
 #include "folder_plan.h"
 #include "host_files.h"
 #include "platform/home/home.h"
+#include "platform/host/descriptor.h"
 #include "platform/registry/registry.h"
 #include "platform/text/text.h"
 #include "registry_values.h"
@@ -125,6 +128,18 @@ void MakeHome(const platform::Home& home) {
   fs::create_directories(home.Work());
 }
 
+// Holds the home against every other setup. A file system that does not lock folders leaves that to those who run it.
+class SetupLock {
+ public:
+  explicit SetupLock(const fs::path& home) : folder_(open(home.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    while (folder_ && flock(folder_.Number(), LOCK_EX) != 0 && errno == EINTR) {
+    }
+  }
+
+ private:
+  const platform::Descriptor folder_;
+};
+
 // What setup did, for both kinds of readers.
 
 void TellPlace(const Entry& entry, Answer& answer) {
@@ -167,12 +182,16 @@ void SetUp(const SetupOptions& options, Answer& answer) {
   const std::vector<Wish> wishes = ParseWishes(options);
   const platform::Home& home = platform::Home::Current();
   RequireUsableHome(home.Folder());
-  FolderPlan plan;
-  const std::vector<Entry> entries = PlanEntries(wishes, &plan);
+  FolderPlan attempt;
+  PlanEntries(wishes, &attempt);
   const fs::path server = FindServer();
   const bool madeHome = !fs::exists(home.Folder());
 
   MakeHome(home);
+  const SetupLock lock(home.Folder());
+  // Again: another setup may have entered drives meanwhile.
+  FolderPlan plan;
+  const std::vector<Entry> entries = PlanEntries(wishes, &plan);
   plan.Apply();
   for (const Entry& entry : entries)
     SetText(EntryKey(entry.module), EntryValue(entry.module), entry.place.desktopPath);

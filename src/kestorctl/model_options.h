@@ -1,0 +1,29 @@
+// The arguments that name a store of models, and a model in it.
+#pragma once
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <string>
+
+#include "answer.h"
+#include "store_session.h"
+
+namespace kestorctl {
+
+struct StoreOptions {
+  std::string module;
+  std::string component;
+};
+
+struct ModelOptions : StoreOptions {
+  std::string name;
+};
+
+void AddStoreOptions(CLI::App* command, StoreOptions* options);
+void AddModelOptions(CLI::App* command, ModelOptions* options);
+
+// Whether the store can be used; the answer tells why not.
+bool IsOpen(const ReportStore& store, Answer& answer);
+
+}  // namespace kestorctl
