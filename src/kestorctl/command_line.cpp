@@ -16,7 +16,7 @@ namespace kestorctl {
 
 namespace {
 
-constexpr void (*kGroups[])(CLI::App&, Command*) = {AddSetup, AddStatus, AddRegistry, AddModels};
+constexpr void (*kGroups[])(CLI::App&, Command*) = {AddSetup, AddStatus, AddRegistry, AddListing, AddModels};
 
 constexpr const char* kProgramFooter =
     R"(What belongs to one installation lies below its home: the folder of --home, else $KESTOR_HOME, else

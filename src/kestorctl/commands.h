@@ -19,6 +19,7 @@ void AddSetup(CLI::App& program, Command* chosen);
 void AddStatus(CLI::App& program, Command* chosen);
 void AddRegistry(CLI::App& program, Command* chosen);
 void AddModels(CLI::App& program, Command* chosen);
+void AddListing(CLI::App& program, Command* chosen);
 
 // A command with its options, which live as long as the command may be run.
 template <typename Options>

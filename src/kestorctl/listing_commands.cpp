@@ -1,0 +1,203 @@
+// The commands list, delete, default and deleted: the models of a store as a whole.
+#include <algorithm>
+#include <vector>
+
+#include "commands.h"
+#include "explanation.h"
+#include "failure.h"
+#include "model_options.h"
+#include "platform/text/text.h"
+
+namespace kestorctl {
+
+namespace {
+
+constexpr const char* kListFooter =
+    R"(One name a line, sorted without regard to letter case. Deleted demonstration models are left out, even when a model of
+that name is there again.
+
+With --json: "names".
+
+Exit status: 0 listed, though there be none; 1 failure; 2 wrong usage.)";
+
+constexpr const char* kDeleteFooter =
+    R"(Deletes a report model for good. If it is the default report of its module and component, there is none afterwards.
+
+With --demo it is a demonstration model that goes, and its name is remembered: it is not listed any more, and a write
+with --check-demo refuses it.
+
+Examples:
+  kestorctl delete CT 01 Vendas
+  kestorctl delete CT 01 Exemplo --demo
+
+Exit status: 0 deleted; 1 failure, such as no model of that name (0x80070002) or one that is in use (0x80070020);
+2 wrong usage.)";
+
+constexpr const char* kDefaultFooter =
+    R"(Shows the name of the default report, or nothing when there is none; with NAME makes that model the default report,
+with --clear leaves none.
+
+With --json: "default", the name or null.
+
+Examples:
+  kestorctl default CT 01
+  kestorctl default CT 01 Vendas
+  kestorctl default CT 01 --clear
+
+Exit status: 0 done; 3 there is no model NAME (0x00000001), nothing is changed; 1 failure, such as another station
+holding the file all the time (0x80043EEE); 2 wrong usage.)";
+
+constexpr const char* kDeletedFooter =
+    R"(The names of demonstration models that were deleted with "delete --demo", one a line in the order of their deletion,
+each as often as it was deleted.
+
+With --json: "names".
+
+Exit status: 0 listed, though there be none; 1 failure; 2 wrong usage.)";
+
+struct DeleteOptions {
+  ModelOptions model;
+  bool demonstration = false;
+};
+
+struct DefaultOptions {
+  StoreOptions store;
+  std::string name;
+  CLI::Option* nameGiven = nullptr;
+  bool clear = false;
+};
+
+// The names of a list in UTF-8. The list is freed.
+std::vector<std::string> TakeNames(const REG_ARRAY_RELATORIO2& list) {
+  const TaskBlock<tagREG_NOME_RELATORIO2> entries(list.pregRelatorios);
+  std::vector<std::string> names;
+  for (USHORT i = 0; i < list.nQtdeRelatorios; ++i)
+    names.push_back(text::ToUtf8(entries.get()[i].szNomeRelatorio));
+  return names;
+}
+
+void TellNames(const std::vector<std::string>& names, Answer& answer) {
+  answer.data["names"] = names;
+  for (const std::string& name : names)
+    answer.output += name + '\n';
+}
+
+void List(const StoreOptions& options, Answer& answer) {
+  const ReportStore store(options.module, options.component);
+  if (!IsOpen(store, answer)) return;
+  REG_ARRAY_RELATORIO2* list = nullptr;
+  answer.result = store->GetNomeRelatorios(&list);
+  const TaskBlock<REG_ARRAY_RELATORIO2> owner(list);
+  if (answer.result == S_OK) TellNames(list == nullptr ? std::vector<std::string>() : TakeNames(*list), answer);
+}
+
+HRESULT DeletedNames(const ReportStore& store, std::vector<std::string>* names) {
+  REG_ARRAY_RELATORIO2 list{};
+  const HRESULT result = store->GetNomeRelatoriosDemonstracaoExcluidos(&list);
+  *names = TakeNames(list);
+  return result;
+}
+
+void Deleted(const StoreOptions& options, Answer& answer) {
+  const ReportStore store(options.module, options.component);
+  if (!IsOpen(store, answer)) return;
+  std::vector<std::string> names;
+  answer.result = DeletedNames(store, &names);
+  if (answer.result == S_OK) TellNames(names, answer);
+}
+
+// The server deletes a demonstration model also when it cannot remember its name, and does not tell.
+bool IsRemembered(const ReportStore& store, const std::string& name) {
+  std::vector<std::string> names;
+  return DeletedNames(store, &names) == S_OK && std::find(names.begin(), names.end(), name) != names.end();
+}
+
+void Delete(const DeleteOptions& options, Answer& answer) {
+  const ReportStore store(options.model.module, options.model.component);
+  if (!IsOpen(store, answer)) return;
+  char deleted = 0;
+  answer.result = store->ExcluiRelatorio(Bstr(options.model.name).Get(), options.demonstration ? 1 : 0, &deleted);
+  answer.data["deleted"] = deleted != 0;
+  if (answer.result != S_OK) {
+    answer.detail = ExplainUnread(options.model.name);
+    if (answer.detail.empty() && answer.result == HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND)) {
+      answer.detail = "there is no model " + options.model.name;
+    }
+    return;
+  }
+  if (!options.demonstration) return;
+  const bool remembered = IsRemembered(store, options.model.name);
+  answer.data["remembered"] = remembered;
+  if (!remembered) answer.note = "the model is deleted, but its name could not be remembered";
+}
+
+void TellDefault(BSTR name, Answer& answer) {
+  if (name == nullptr) {
+    answer.data["default"] = nullptr;
+    return;
+  }
+  const std::string text = text::Utf16ToUtf8({name, SysStringLen(name)});
+  answer.data["default"] = text;
+  answer.output = text + '\n';
+}
+
+void ShowDefault(const ReportStore& store, Answer& answer) {
+  BSTR name = nullptr;
+  answer.result = store->GetRelatorioPadrao(&name);
+  if (answer.result == S_OK) TellDefault(name, answer);
+  SysFreeString(name);
+}
+
+void Default(const DefaultOptions& options, Answer& answer) {
+  const ReportStore store(options.store.module, options.store.component);
+  if (!IsOpen(store, answer)) return;
+  if (options.clear) {
+    answer.result = store->SetRelatorioPadrao(nullptr);
+    if (answer.result == S_OK) answer.data["default"] = nullptr;
+  } else if (options.nameGiven->count() > 0) {
+    answer.result = store->SetRelatorioPadrao(Bstr(options.name).Get());
+    if (answer.result == S_OK) answer.data["default"] = options.name;
+    if (answer.result != S_OK) answer.detail = ExplainUnread(options.name);
+  } else {
+    ShowDefault(store, answer);
+  }
+}
+
+void AddNames(CLI::App& program, Command* chosen, const char* name, const char* description, const char* footer,
+              void (*run)(const StoreOptions&, Answer&)) {
+  auto options = std::make_shared<StoreOptions>();
+  CLI::App* command = program.add_subcommand(name, description);
+  AddStoreOptions(command, options.get());
+  command->footer(footer);
+  Choose(command, chosen, options, run);
+}
+
+void AddDelete(CLI::App& program, Command* chosen) {
+  auto options = std::make_shared<DeleteOptions>();
+  CLI::App* command = program.add_subcommand("delete", "Delete a report model");
+  AddModelOptions(command, &options->model);
+  command->add_flag("--demo", options->demonstration, "It is a demonstration model; remember that it is gone");
+  command->footer(kDeleteFooter);
+  Choose(command, chosen, options, Delete);
+}
+
+void AddDefault(CLI::App& program, Command* chosen) {
+  auto options = std::make_shared<DefaultOptions>();
+  CLI::App* command = program.add_subcommand("default", "Show, set or clear the default report");
+  AddStoreOptions(command, &options->store);
+  options->nameGiven = AddText(command, "NAME", &options->name, "Name of the model")->required(false);
+  command->add_flag("--clear", options->clear, "Leave no default report")->excludes(options->nameGiven);
+  command->footer(kDefaultFooter);
+  Choose(command, chosen, options, Default);
+}
+
+}  // namespace
+
+void AddListing(CLI::App& program, Command* chosen) {
+  AddNames(program, chosen, "list", "List the report models", kListFooter, List);
+  AddDelete(program, chosen);
+  AddDefault(program, chosen);
+  AddNames(program, chosen, "deleted", "List the deleted demonstration models", kDeletedFooter, Deleted);
+}
+
+}  // namespace kestorctl
