@@ -67,6 +67,21 @@ run 0 cmp vendas.xml back.xml
 step "A model that exists is not overwritten when that is not wanted: a notice, status 3."
 run 3 kestorctl write CT 01 'Vendas por mês' back.xml --no-overwrite
 run 3 kestorctl read CT 01 Nada
+
+step "Models are listed; one of them becomes the default report."
+run 0 kestorctl write CT 01 Exemplo vendas.xml
+run 0 kestorctl list CT 01
+run 0 kestorctl default CT 01 'Vendas por mês'
+run 0 kestorctl default CT 01
+[ "$(kestorctl default CT 01)" = 'Vendas por mês' ] || fail "it is not the default report"
+
+step "A demonstration model that is deleted stays away, even when a model of that name is written again."
+run 0 kestorctl delete CT 01 Exemplo --demo
+run 0 kestorctl deleted CT 01
+run 3 kestorctl write CT 01 Exemplo vendas.xml --check-demo
+run 0 kestorctl write CT 01 Exemplo vendas.xml
+run 0 kestorctl list CT 01
+[ "$(kestorctl list CT 01)" = 'Vendas por mês' ] || fail "the deleted demonstration model is listed"
 last_client=$SECONDS
 
 step "On the disk: two bytes of version, low byte first, then the content."
