@@ -39,8 +39,8 @@ namespace {
 
 constexpr UINT kAccessFlags = CFile::modeWrite | CFile::modeReadWrite;
 constexpr UINT kShareFlags = CFile::shareExclusive | CFile::shareDenyWrite | CFile::shareDenyNone;
-constexpr UINT kKnownFlags =
-    kAccessFlags | kShareFlags | CFile::modeCreate | CFile::modeNoTruncate | CFile::typeBinary | CFile::nameAsGiven;
+constexpr UINT kKnownFlags = kAccessFlags | kShareFlags | CFile::modeCreate | CFile::modeNoTruncate |
+                             CFile::typeBinary | CFile::nameAsGiven | CFile::wholeUpdate;
 
 std::optional<OpenMode> ModeOf(UINT flags) {
   OpenMode mode;
@@ -65,6 +65,8 @@ std::optional<OpenMode> ModeOf(UINT flags) {
   mode.truncate = mode.create && (flags & CFile::modeNoTruncate) == 0;
   mode.content = !mode.share.writes && !mode.create;
   if ((flags & CFile::nameAsGiven) != 0 && !mode.ReplacesWhole()) return std::nullopt;
+  const bool changesAlone = mode.share.reads && mode.share.writes && mode.share.denies == Denial::both;
+  if ((flags & CFile::wholeUpdate) != 0 && (mode.create || !changesAlone)) return std::nullopt;
   return mode;
 }
 
@@ -84,9 +86,11 @@ BOOL CFile::Open(const char* path, UINT flags, CFileException* error) {
   if (code == ERROR_SUCCESS) {
     open->reads = mode->share.reads;
     open->writes = mode->share.writes;
-    if (mode->ReplacesWhole()) {
+    if (mode->ReplacesWhole() || (flags & wholeUpdate) != 0) {
       open->replacement = std::make_unique<files::Replacement>();
-      code = open->replacement->Begin(translated, (flags & nameAsGiven) != 0);
+      code = open->replacement->Begin(
+          translated, {.nameAsGiven = (flags & nameAsGiven) != 0, .keepsContent = (flags & wholeUpdate) != 0});
+      open->written = mode->create;
     } else if (mode->create) {
       code = files::OpenOrCreate(translated, *mode, &open->own, &open->createdIn);
       open->written = mode->truncate;
@@ -186,7 +190,8 @@ void CFile::Abort() noexcept {
 }
 
 DWORD CFile::OpenFile::Finish() {
-  if (replacement != nullptr) return writeError != ERROR_SUCCESS ? writeError : replacement->Commit();
+  if (writeError != ERROR_SUCCESS && replacement != nullptr) return writeError;
+  if (replacement != nullptr) return written ? replacement->Commit() : DWORD{ERROR_SUCCESS};
   if (!written && !createdIn) return OsError(own.Close());
   // Others need not wait for the disk: whatever they write on top is flushed with it.
   DWORD error = files::ReleaseShareLock(own);

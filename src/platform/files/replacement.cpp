@@ -1,13 +1,15 @@
 #include "replacement.h"
 
+#include <vector>
+
 #include "folder_index.h"
 #include "host_error.h"
 
 namespace files {
 
-DWORD Replacement::Begin(const PathName& path, bool nameAsGiven) {
+DWORD Replacement::Begin(const PathName& path, Manner manner) {
   return UntilNotOvertaken([&] {
-    const DWORD error = TryBegin(path, nameAsGiven);
+    const DWORD error = TryBegin(path, manner);
     if (error != ERROR_SUCCESS) {
       reservation_.Cancel();
       old_.Close();
@@ -17,11 +19,12 @@ DWORD Replacement::Begin(const PathName& path, bool nameAsGiven) {
 }
 
 // The old file is locked before the hidden one, always: of two who begin at the same time one is refused at the first.
-DWORD Replacement::TryBegin(const PathName& path, bool nameAsGiven) {
+DWORD Replacement::TryBegin(const PathName& path, Manner manner) {
   newSpelling_.clear();
   if (const DWORD error = Locate(path, &location_); error != ERROR_SUCCESS) return error;
+  if (!location_.exists && manner.keepsContent) return ERROR_FILE_NOT_FOUND;
   if (location_.exists) {
-    if (nameAsGiven && location_.name != path.Name()) newSpelling_ = path.Name();
+    if (manner.nameAsGiven && location_.name != path.Name()) newSpelling_ = path.Name();
     if (const DWORD error = FollowLink(); error != ERROR_SUCCESS) return error;
     const DWORD error = OpenAsWritten(location_.folder.Number(), location_.name, kExclusiveWriting, &old_);
     if (error != ERROR_SUCCESS) return error == ERROR_FILE_NOT_FOUND ? kStartAnew : error;
@@ -32,6 +35,8 @@ DWORD Replacement::TryBegin(const PathName& path, bool nameAsGiven) {
   }
   if (old_) {
     if (const DWORD error = TakeOverOwnership(); error != ERROR_SUCCESS) return error;
+    if (const DWORD error = manner.keepsContent ? TakeOverContent() : DWORD{ERROR_SUCCESS}; error != ERROR_SUCCESS)
+      return error;
   } else {
     // Somebody may have created the file before the name was reserved: then it is that file that must be locked.
     if (const DWORD error = FindIn(path.Name(), &location_); error != ERROR_SUCCESS) return error;
@@ -72,6 +77,23 @@ DWORD Replacement::TakeOverOwnership() {
   }
   if ((own.st_mode & kPermissions) == permissions) return ERROR_SUCCESS;
   return OsError(host::ChangeMode(File(), permissions));
+}
+
+DWORD Replacement::TakeOverContent() {
+  std::vector<char> block(std::size_t{64} << 10);
+  for (off_t position = 0;;) {
+    std::size_t read = 0;
+    if (const int error = host::ReadAt(old_, block.data(), block.size(), position, &read); error != 0)
+      return OsError(error);
+    if (read == 0) return ERROR_SUCCESS;
+    for (std::size_t done = 0; done < read;) {
+      std::size_t written = 0;
+      const int error = host::WriteAt(File(), block.data() + done, read - done, position, &written);
+      if (error != 0) return OsError(error);
+      done += written;
+      position += static_cast<off_t>(written);
+    }
+  }
 }
 
 DWORD Replacement::TakeName() {

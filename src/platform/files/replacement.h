@@ -1,4 +1,4 @@
-// A file that is written as a whole: new, or in the place of an old one.
+// A file that is written as a whole: new, or in the place of an old one, with or without its content.
 #pragma once
 
 #include <string>
@@ -16,8 +16,12 @@ class Replacement {
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
 
-  // `nameAsGiven`: Commit gives an existing file the letter case of the path as well.
-  DWORD Begin(const PathName& path, bool nameAsGiven);
+  struct Manner {
+    bool nameAsGiven = false;   // Commit gives an existing file the letter case of the path as well
+    bool keepsContent = false;  // the file must exist, and what is written goes into a copy of its content
+  };
+
+  DWORD Begin(const PathName& path, Manner manner);
 
   const host::Descriptor& File() const { return reservation_.File(); }
 
@@ -26,9 +30,10 @@ class Replacement {
   DWORD Commit();
 
  private:
-  DWORD TryBegin(const PathName& path, bool nameAsGiven);
+  DWORD TryBegin(const PathName& path, Manner manner);
   DWORD FollowLink();
   DWORD TakeOverOwnership();
+  DWORD TakeOverContent();
   DWORD TakeName();
 
   Location location_;
