@@ -18,6 +18,23 @@ class ContagemServidor {
   ~ContagemServidor() = default;
 };
 
+// One object's share of the count; also of an object whose construction fails.
+class Presenca {
+ public:
+  explicit Presenca(ContagemServidor& servidor) : servidor_(&servidor) { servidor_->Trava(); }
+  ~Presenca() { Encerra(); }
+  Presenca(const Presenca&) = delete;
+  Presenca& operator=(const Presenca&) = delete;
+
+  void Encerra() {
+    if (servidor_ != nullptr) servidor_->Destrava();
+    servidor_ = nullptr;
+  }
+
+ private:
+  ContagemServidor* servidor_;
+};
+
 // An object with one interface besides IUnknown, no outer object and an atomic reference count, which starts at 0. The
 // process stays up from its construction to its end.
 template <typename Interface>
@@ -69,26 +86,86 @@ class ObjetoContado : public Interface {
     delete this;
   }
 
-  // The object's share of the count; also of one whose construction fails.
-  class Presenca {
-   public:
-    explicit Presenca(ContagemServidor& servidor) : servidor_(&servidor) { servidor_->Trava(); }
-    ~Presenca() { Encerra(); }
-    Presenca(const Presenca&) = delete;
-    Presenca& operator=(const Presenca&) = delete;
-
-    void Encerra() {
-      if (servidor_ != nullptr) servidor_->Destrava();
-      servidor_ = nullptr;
-    }
-
-   private:
-    ContagemServidor* servidor_;
-  };
-
   const IID iid_;
   Presenca presenca_;
   LONG volatile referencias_ = 0;
+};
+
+// The same for an object that may be part of an outer object: then its interface is the outer object's as far as
+// identity and lifetime go, and the outer object holds the part by an IUnknown of the part's own. The reference count
+// is plain: all calls come on the main thread.
+template <typename Interface>
+class ObjetoAgregavel : public Interface {
+ public:
+  ObjetoAgregavel(const ObjetoAgregavel&) = delete;
+  ObjetoAgregavel& operator=(const ObjetoAgregavel&) = delete;
+
+  HRESULT QueryInterface(REFIID iid, void** object) final { return externo_->QueryInterface(iid, object); }
+  ULONG AddRef() final { return externo_->AddRef(); }
+  ULONG Release() final { return externo_->Release(); }
+
+  // As ObjetoContado::Cria; with an outer object (which is not counted: it outlives its part) the interface asked for
+  // must be IUnknown, and is that of the part.
+  template <typename Objeto, typename... Argumentos>
+  static HRESULT Cria(IUnknown* externo, REFIID iid, void** object, Argumentos&&... argumentos) {
+    Objeto* novo = nullptr;
+    try {
+      novo = new Objeto(externo, std::forward<Argumentos>(argumentos)...);
+    } catch (const std::bad_alloc&) {
+      return E_OUTOFMEMORY;
+    }
+    const HRESULT resultado = novo->interno_.QueryInterface(iid, object);
+    if (FAILED(resultado)) novo->Destroi();
+    return resultado;
+  }
+
+ protected:
+  ObjetoAgregavel(REFIID iid, IUnknown* externo, ContagemServidor& servidor)
+      : iid_(iid), interno_(*this), externo_(externo != nullptr ? externo : &interno_), presenca_(servidor) {}
+  virtual ~ObjetoAgregavel() = default;
+
+ private:
+  class Interno final : public IUnknown {
+   public:
+    explicit Interno(ObjetoAgregavel& objeto) : objeto_(objeto) {}
+
+    HRESULT QueryInterface(REFIID iid, void** object) override {
+      if (object == nullptr) return E_POINTER;
+      *object = nullptr;
+      if (iid == IID_IUnknown) {
+        *object = static_cast<IUnknown*>(this);
+        AddRef();
+        return S_OK;
+      }
+      if (!(iid == objeto_.iid_)) return E_NOINTERFACE;
+      *object = static_cast<Interface*>(&objeto_);
+      objeto_.AddRef();
+      return S_OK;
+    }
+
+    ULONG AddRef() override { return static_cast<ULONG>(++objeto_.referencias_); }
+
+    ULONG Release() override {
+      const LONG restantes = --objeto_.referencias_;
+      if (restantes == 0) objeto_.Destroi();
+      return static_cast<ULONG>(restantes);
+    }
+
+   private:
+    ObjetoAgregavel& objeto_;
+  };
+
+  void Destroi() {
+    referencias_ = 1;
+    presenca_.Encerra();
+    delete this;
+  }
+
+  const IID iid_;
+  Interno interno_;
+  IUnknown* const externo_;
+  Presenca presenca_;
+  LONG referencias_ = 0;
 };
 
 }  // namespace kestor

@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "contract/interfaces.h"
+#include "legacy/repositorio_rel.h"
 #include "marshal/marshal.h"
 #include "platform/home/home.h"
 #include "registration.h"
@@ -22,12 +23,17 @@ namespace {
 constexpr DWORD kAutenticacaoNenhuma = 1;
 constexpr DWORD kPersonificacao = 3;
 
+HRESULT CriaRel(CModuloServidor& modulo, IUnknown* outer, REFIID iid, void** object) {
+  return CRepositorioRel::Cria<CRepositorioRel>(outer, iid, object, modulo);
+}
+
 HRESULT CriaRelatorio2(CModuloServidor& modulo, IUnknown* outer, REFIID iid, void** object) {
   if (outer != nullptr) return CLASS_E_NOAGGREGATION;
   return CRepositorioRel2::Cria<CRepositorioRel2>(iid, object, modulo);
 }
 
-constexpr std::array<LinhaClasse, 1> kClasses = {{
+constexpr std::array<LinhaClasse, 2> kClasses = {{
+    {CLSID_ZNPL_Rel, CriaRel},
     {CLSID_ZNPL_Relatorio2, CriaRelatorio2},
 }};
 

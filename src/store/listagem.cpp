@@ -2,14 +2,13 @@
 
 #include <algorithm>
 #include <limits>
-#include <memory>
 #include <new>
 #include <unordered_set>
 #include <vector>
 
+#include "common/arquivos_modelo.h"
 #include "common/texto_bstr.h"
 #include "contract/results.h"
-#include "platform/files/files.h"
 #include "platform/text/text.h"
 #include "registros.h"
 #include "resultado.h"
@@ -23,20 +22,6 @@ using Nomes = std::vector<std::string>;
 
 // A list can tell of no more.
 constexpr std::size_t kMaxNomes = std::numeric_limits<USHORT>::max();
-
-// The files that match the pattern, in the order of the search.
-Nomes Procura(const std::string& padrao) {
-  Nomes nomes;
-  _finddata_t achado;
-  const std::intptr_t busca = _findfirst(padrao.c_str(), &achado);
-  if (busca == -1) return nomes;
-  const std::unique_ptr<const std::intptr_t, void (*)(const std::intptr_t*)> fim(
-      &busca, [](const std::intptr_t* aberta) { _findclose(*aberta); });
-  do {
-    nomes.emplace_back(achado.name);
-  } while (_findnext(busca, &achado) == 0);
-  return nomes;
-}
 
 // Throws std::bad_alloc.
 void Entrega(const Nomes& nomes, REG_ARRAY_RELATORIO2* lista) {
@@ -55,7 +40,7 @@ HRESULT ExcluiArquivo(const std::string& caminho) {
   return ResultadoDe([&caminho] {
     CFile arquivo;
     CFileException falha;
-    if (!arquivo.Open(caminho.c_str(), CFile::modeRead | CFile::shareCompat, &falha)) throw falha;
+    if (!arquivo.Open(caminho.c_str(), kLeituraModelo, &falha)) throw falha;
     arquivo.Close();
     CFile::Remove(caminho.c_str());
     return S_OK;
@@ -69,13 +54,8 @@ HRESULT CRepositorioRel2::GetNomeRelatorios(REG_ARRAY_RELATORIO2** ppregRelatori
   *ppregRelatorios = nullptr;
   if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
 
-  Nomes nomes = Procura(CaminhoModelo("*", true));
+  Nomes nomes = NomesDosModelos(caminhoRelatorios_, modulo_ + componente_, kExtensaoModelo);
   if (nomes.empty()) return S_OK;
-  const std::size_t prefixo = modulo_.size() + componente_.size();
-  for (std::string& nome : nomes) {
-    nome.erase(0, prefixo);
-    nome.erase(std::min(nome.find('.'), nome.size()));
-  }
   RetiraExcluidos(nomes);
 
   auto lista = NewTaskBlock<REG_ARRAY_RELATORIO2>(sizeof(REG_ARRAY_RELATORIO2));

@@ -4,9 +4,9 @@
 #include <limits>
 #include <new>
 
+#include "common/arquivos_modelo.h"
 #include "common/texto_bstr.h"
 #include "contract/results.h"
-#include "platform/files/files.h"
 #include "platform/text/text.h"
 #include "store/repositorio_rel2.h"
 
@@ -14,19 +14,13 @@ namespace kestor {
 
 namespace {
 
-constexpr const char* kExtensao = ".RXL";
 constexpr std::size_t kBytesVersao = sizeof(USHORT);
 
 }  // namespace
 
-bool CRepositorioRel2::ArquivoExiste(const std::string& caminho) {
-  CFile arquivo;
-  return arquivo.Open(caminho.c_str(), CFile::modeRead | CFile::shareCompat) != FALSE;
-}
-
 std::string CRepositorioRel2::CaminhoModelo(const std::string& nome, bool comExtensao) const {
   std::string caminho = caminhoRelatorios_ + modulo_ + componente_ + nome;
-  if (comExtensao) caminho += kExtensao;
+  if (comExtensao) caminho += kExtensaoModelo;
   return caminho;
 }
 
@@ -41,9 +35,9 @@ HRESULT CRepositorioRel2::Le(BSTR bsRelatorio, REG_RELATORIO2** ppregRelatorio) 
   if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
 
   const std::string nome = TextoDeBstr(bsRelatorio);
-  const bool temExtensao = text::EndsWithNoCase(CaminhoModelo(nome, false), kExtensao);
+  const bool temExtensao = text::EndsWithNoCase(CaminhoModelo(nome, false), kExtensaoModelo);
   CFile arquivo;
-  if (!arquivo.Open(CaminhoModelo(nome, !temExtensao).c_str(), CFile::modeRead | CFile::shareCompat)) {
+  if (!arquivo.Open(CaminhoModelo(nome, !temExtensao).c_str(), kLeituraModelo)) {
     return NoticeForm(KESTOR_ARQ_NAO_EXISTE);
   }
   try {
@@ -99,10 +93,9 @@ HRESULT CRepositorioRel2::Grava(BSTR bsRelatorio, USHORT nVersao, unsigned char 
   try {
     // Content and letter case of the name change together or not at all: a client that is told of a failure finds the
     // old model under its old name.
-    constexpr UINT kModo = CFile::modeCreate | CFile::modeWrite | CFile::shareCompat | CFile::nameAsGiven;
     CFile arquivo;
     CFileException falha;
-    if (!arquivo.Open(caminho.c_str(), kModo, &falha)) throw falha;
+    if (!arquivo.Open(caminho.c_str(), kGravacaoModelo | CFile::nameAsGiven, &falha)) throw falha;
     arquivo.Write(&nVersao, kBytesVersao);
     arquivo.Write(lpRelatorio, static_cast<UINT>(nTamanho));
     arquivo.Close();

@@ -1,5 +1,6 @@
 // The default report of a module and component.
 
+#include "common/arquivos_modelo.h"
 #include "common/texto_bstr.h"
 #include "contract/results.h"
 #include "registros.h"

@@ -25,10 +25,4 @@ bool CRepositorioRel2::Inicializado() const {
   return !modulo_.empty() && !componente_.empty() && !caminhoRelatorios_.empty();
 }
 
-HRESULT CRepositorioRel2::GetCamposDisponiveis(REG_CAMPOS_DISPONIVEIS2** ppregCamposDisponiveis) {
-  if (ppregCamposDisponiveis == nullptr) return E_POINTER;
-  *ppregCamposDisponiveis = nullptr;
-  return E_NOTIMPL;
-}
-
 }  // namespace kestor

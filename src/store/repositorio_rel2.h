@@ -26,6 +26,8 @@ class CRepositorioRel2 final : public ObjetoContado<IZNPL_Relatorio2> {
   // 0x80043F59 when the registry does not name the reports folder, or the folder of the module.
   HRESULT Inicializa(BSTR bsModulo, BSTR bsComponente) override;
 
+  // The fields that reports can use, a line of the module's field catalogue each; the first 65535. Needs no reports
+  // folder. 0x80040001 when the catalogue cannot be opened, 0x80040002 when it is not read whole.
   HRESULT GetCamposDisponiveis(REG_CAMPOS_DISPONIVEIS2** ppregCamposDisponiveis) override;
 
   // 0x00040001 when the model cannot be opened, for whatever reason; 0x80040002 when it is not read whole or is shorter
@@ -62,7 +64,7 @@ class CRepositorioRel2 final : public ObjetoContado<IZNPL_Relatorio2> {
  private:
   ~CRepositorioRel2() override = default;
 
-  static bool ArquivoExiste(const std::string& caminho);
+  static constexpr const char* kExtensaoModelo = ".RXL";
 
   bool Inicializado() const;
   std::string CaminhoModelo(const std::string& nome, bool comExtensao) const;

@@ -1,0 +1,145 @@
+// Margins, order and widths of a model's columns.
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+
+#include "common/arquivos_modelo.h"
+#include "common/texto_bstr.h"
+#include "contract/results.h"
+#include "legacy/repositorio_rel.h"
+#include "platform/text/text.h"
+
+namespace kestor {
+
+namespace {
+
+// Offsets in a model of the first layout, the only one that is updated; the others begin with the byte 1.
+constexpr std::size_t kMargemEsquerda = 96;
+constexpr std::size_t kMargemSuperior = 98;
+constexpr std::size_t kColunas = 104;
+constexpr std::size_t kBytesColuna = 9;
+constexpr std::size_t kLarguraNaColuna = 4;
+constexpr char kOutrosLayouts = 1;
+
+constexpr UINT kAtualizacao = CFile::modeReadWrite | CFile::shareExclusive | CFile::wholeUpdate;
+
+struct Coluna {
+  std::int32_t codigo;
+  std::int32_t largura;
+  std::size_t ordem;
+};
+
+template <typename Numero>
+Numero Le(const std::vector<char>& conteudo, std::size_t posicao) {
+  Numero numero;
+  std::memcpy(&numero, conteudo.data() + posicao, sizeof numero);
+  return numero;
+}
+
+template <typename Numero>
+void Escreve(Numero numero, std::size_t posicao, std::vector<char>* conteudo) {
+  std::memcpy(conteudo->data() + posicao, &numero, sizeof numero);
+}
+
+template <std::size_t N>
+std::string_view Texto(const char (&campo)[N]) {
+  return {campo, strnlen(campo, N)};
+}
+
+// The caller's columns by their field codes: the first of each code, and where the first stands that is no field.
+class ColunasPedidas {
+ public:
+  ColunasPedidas(const REG_ATUALIZACAO_RELATORIO* pedidas, std::size_t quantidade,
+                 const tagREG_CAMPOS_RELATORIO* campos, std::size_t qdeCampos)
+      : pedidas_(pedidas), semCampo_(quantidade) {
+    std::unordered_map<std::string_view, std::int32_t> codigos;
+    for (std::size_t i = 0; i < qdeCampos; ++i)
+      codigos.emplace(Texto(campos[i].cApelido), campos[i].iCod);
+    for (std::size_t j = 0; j < quantidade; ++j) {
+      const auto campo = codigos.find(Texto(pedidas[j].cNomeColuna));
+      if (campo == codigos.end() || campo->second == kSemCampo) {
+        semCampo_ = j;
+        break;
+      }
+      ordens_.emplace(campo->second, j);
+    }
+  }
+
+  // Looked for from the first one on: false when one that is no field comes before the one with this code.
+  bool Procura(Coluna* coluna) const {
+    const auto ordem = ordens_.find(coluna->codigo);
+    if (ordem == ordens_.end() || ordem->second >= semCampo_) return false;
+    coluna->ordem = ordem->second;
+    coluna->largura = pedidas_[ordem->second].iTamanho;
+    return true;
+  }
+
+ private:
+  static constexpr std::int32_t kSemCampo = -1;
+
+  const REG_ATUALIZACAO_RELATORIO* pedidas_;
+  std::size_t semCampo_;
+  std::unordered_map<std::int32_t, std::size_t> ordens_;
+};
+
+// Changes the content; false, and all is as it was, when the columns are not the caller's.
+bool AtualizaConteudo(const ColunasPedidas& pedidas, std::size_t quantidade, USHORT margemEsquerda,
+                      USHORT margemSuperior, std::vector<char>* conteudo) {
+  if (conteudo->size() < kColunas || conteudo->front() == kOutrosLayouts) return false;
+  std::vector<Coluna> colunas;
+  for (std::size_t p = kColunas; p + kBytesColuna <= conteudo->size(); p += kBytesColuna) {
+    Coluna coluna = {Le<std::int32_t>(*conteudo, p), 0, 0};
+    if (coluna.codigo == 0) break;
+    if (colunas.size() >= quantidade || !pedidas.Procura(&coluna)) return false;
+    colunas.push_back(coluna);
+  }
+  std::stable_sort(colunas.begin(), colunas.end(), [](const Coluna& a, const Coluna& b) { return a.ordem < b.ordem; });
+  std::size_t posicao = kColunas;
+  for (const Coluna& coluna : colunas) {
+    Escreve(coluna.codigo, posicao, conteudo);
+    Escreve(coluna.largura, posicao + kLarguraNaColuna, conteudo);
+    posicao += kBytesColuna;
+  }
+  Escreve(margemEsquerda, kMargemEsquerda, conteudo);
+  Escreve(margemSuperior, kMargemSuperior, conteudo);
+  return true;
+}
+
+}  // namespace
+
+HRESULT CRepositorioRel::AtualizaRelatorio(BSTR bsRelatorio, USHORT iMargemEsquerda, USHORT iMargemSuperior,
+                                           USHORT iQdeColunas, REG_ATUALIZACAO_RELATORIO* pregAtualizacao) {
+  if (iQdeColunas > 0 && pregAtualizacao == nullptr) return E_INVALIDARG;
+  const std::string nome = TextoDeBstr(bsRelatorio);
+  const bool temExtensao = text::Upper(nome).find(kExtensaoModelo) != std::string::npos;
+  const std::string caminho = Prefixo() + nome + (temExtensao ? "" : kExtensaoModelo);
+  CFile arquivo;
+  if (!arquivo.Open(caminho.c_str(), kAtualizacao)) return NoticeForm(KESTOR_ARQ_NAO_EXISTE);
+  try {
+    const ULONGLONG tamanho = arquivo.GetLength();
+    if (tamanho > std::numeric_limits<LONG>::max()) return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
+    std::vector<char> conteudo(static_cast<std::size_t>(tamanho));
+    const auto bytes = static_cast<UINT>(tamanho);
+    if (arquivo.Read(conteudo.data(), bytes) != bytes) return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
+
+    LONG qdeCampos = 0;
+    if (const HRESULT catalogo = BuscaQdeCamposArquivo(&qdeCampos); catalogo != S_OK) return catalogo;
+    const auto campos = std::exchange(camposPendentes_, nullptr);
+    const ColunasPedidas pedidas(pregAtualizacao, iQdeColunas, campos.get(), static_cast<std::size_t>(qdeCampos));
+    if (!AtualizaConteudo(pedidas, iQdeColunas, iMargemEsquerda, iMargemSuperior, &conteudo)) {
+      return NoticeForm(KESTOR_ARQ_JA_FOI_ALTERADO);
+    }
+    arquivo.SeekToBegin();
+    arquivo.Write(conteudo.data(), bytes);
+    arquivo.Close();
+    return S_OK;
+  } catch (const CFileException&) {
+    return ErrorForm(KESTOR_PROBLEMAS_AO_GRAVAR);
+  }
+}
+
+}  // namespace kestor

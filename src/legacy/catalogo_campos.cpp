@@ -1,0 +1,157 @@
+#include "legacy/catalogo_campos.h"
+
+#include <cstring>
+#include <limits>
+
+#include "contract/results.h"
+#include "platform/files/files.h"
+#include "platform/text/text.h"
+
+namespace kestor {
+
+namespace {
+
+// Positions in the line, from 0. The last column runs to the end of the line, as far as its field in the record holds.
+struct Coluna {
+  std::size_t inicio;
+  std::size_t largura;
+};
+
+constexpr Coluna kCodigo = {0, 6};
+constexpr Coluna kDescricao = {6, 21};
+constexpr Coluna kApelido = {27, 22};
+constexpr Coluna kAlinhamento = {49, 3};
+constexpr Coluna kTamanho = {52, 5};
+constexpr Coluna kFiltro = {57, 3};
+constexpr Coluna kTipo = {60, 3};
+constexpr Coluna kTotal = {63, 3};
+constexpr Coluna kOrdem = {66, 3};
+constexpr Coluna kOpcoes = {69, 199};
+
+// One line; its columns without the blanks at their end. A column that the line does not reach is empty.
+class Linha {
+ public:
+  explicit Linha(std::string_view linha) : linha_(linha) {}
+
+  std::string_view Texto(const Coluna& coluna) const {
+    if (linha_.size() <= coluna.inicio) return {};
+    std::string_view texto = linha_.substr(coluna.inicio, coluna.largura);
+    while (!texto.empty() && texto.back() == ' ')
+      texto.remove_suffix(1);
+    return texto;
+  }
+
+  // Into a field of zeros, which stays NUL-terminated.
+  template <std::size_t N>
+  void Copia(const Coluna& coluna, char (&campo)[N]) const {
+    Texto(coluna).copy(campo, N - 1);
+  }
+
+  std::int32_t Numero(const Coluna& coluna) const { return text::ToInt(Texto(coluna)); }
+
+  char Primeiro(const Coluna& coluna) const {
+    const std::string_view texto = Texto(coluna);
+    return texto.empty() ? '\0' : texto.front();
+  }
+
+ private:
+  std::string_view linha_;
+};
+
+void PreencheRegistro(const Linha& linha, tagREG_CAMPOS_RELATORIO& registro) {
+  registro.iCod = linha.Numero(kCodigo);
+  registro.iTamanho = linha.Numero(kTamanho);
+  linha.Copia(kDescricao, registro.cDescricao);
+  linha.Copia(kApelido, registro.cApelido);
+  linha.Copia(kOpcoes, registro.cOpcoes);
+  registro.bCondicao = linha.Primeiro(kFiltro) == 'S' ? 1 : 0;
+  registro.bTotalizavel = linha.Primeiro(kTotal) == 'S' ? 1 : 0;
+  registro.bOrdenavel = linha.Primeiro(kOrdem) == 'S' ? 1 : 0;
+  registro.cTipo = linha.Primeiro(kTipo);
+  registro.cAlinhamento = linha.Primeiro(kAlinhamento);
+}
+
+// The newer record takes letters in either case, and the low 16 bits of a number.
+void PreencheRegistro(const Linha& linha, tagREG_CAMPOS_RELATORIO2& registro) {
+  const auto permite = [&linha](const Coluna& coluna) {
+    return static_cast<char>(text::UpperChar(linha.Primeiro(coluna)) == 'S' ? 1 : 0);
+  };
+  registro.nCodigo = static_cast<std::uint16_t>(linha.Numero(kCodigo));
+  registro.nTamanho = static_cast<std::uint16_t>(linha.Numero(kTamanho));
+  linha.Copia(kDescricao, registro.szDescricao);
+  linha.Copia(kApelido, registro.szApelido);
+  linha.Copia(kOpcoes, registro.szOpcoes);
+  registro.bPodeFiltrar = permite(kFiltro);
+  registro.bPodeTotalizar = permite(kTotal);
+  registro.bPodeOrdenar = permite(kOrdem);
+  registro.cTipo = linha.Primeiro(kTipo);
+  registro.cAlinhamento = text::UpperChar(linha.Primeiro(kAlinhamento));
+}
+
+// Shows the first `limite` lines, without what ends them.
+template <typename Visita>
+void PercorreLinhas(const std::vector<char>& conteudo, std::size_t limite, const Visita& visita) {
+  const char* const inicio = conteudo.data();
+  const auto* const nulo =
+      conteudo.empty() ? nullptr : static_cast<const char*>(std::memchr(inicio, '\0', conteudo.size()));
+  const char* const fim = nulo != nullptr ? nulo : inicio + conteudo.size();
+  const char* linha = inicio;
+  for (std::size_t numero = 0; numero < limite; ++numero) {
+    const auto resto = static_cast<std::size_t>(fim - linha);
+    const auto* lf = resto == 0 ? nullptr : static_cast<const char*>(std::memchr(linha, '\n', resto));
+    if (lf == nullptr && nulo != nullptr) return;
+    const bool ultima = lf == nullptr;
+    if (ultima) lf = fim;
+    const auto comprimento = static_cast<std::size_t>(lf - linha);
+    visita(numero, std::string_view(linha, comprimento == 0 ? 0 : comprimento - 1));
+    if (ultima) return;
+    linha = lf + 1;
+  }
+}
+
+template <typename Registro>
+void PreencheTodos(const std::vector<char>& conteudo, Registro* registros, std::size_t quantidade) {
+  PercorreLinhas(conteudo, quantidade, [registros](std::size_t numero, std::string_view linha) {
+    registros[numero] = {};
+    PreencheRegistro(Linha(linha), registros[numero]);
+  });
+}
+
+}  // namespace
+
+std::string CCatalogoCampos::Caminho(const std::string& pasta, const std::string& modulo,
+                                     const std::string& componente) {
+  const std::string nome = "X" + modulo + componente;
+  return pasta + nome + (nome.find('.') == std::string::npos ? ".REL" : "");
+}
+
+HRESULT CCatalogoCampos::Le(const std::string& caminho) {
+  CFile arquivo;
+  if (!arquivo.Open(caminho.c_str(), CFile::modeRead | CFile::shareCompat)) return ErrorForm(KESTOR_ARQ_NAO_EXISTE);
+  aberto_ = true;
+  try {
+    const ULONGLONG comprimento = arquivo.GetLength();
+    if (comprimento > std::numeric_limits<LONG>::max()) return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
+    conteudo_.resize(static_cast<std::size_t>(comprimento));
+    const auto bytes = static_cast<UINT>(comprimento);
+    return arquivo.Read(conteudo_.data(), bytes) == bytes ? S_OK : ErrorForm(KESTOR_PROBLEMAS_AO_LER);
+  } catch (const CFileException&) {
+    return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
+  }
+}
+
+std::size_t CCatalogoCampos::Quantidade(std::size_t limite) const {
+  std::size_t quantidade = 0;
+  PercorreLinhas(conteudo_, limite, [&quantidade](std::size_t, std::string_view) { ++quantidade; });
+  return quantidade;
+}
+
+void CCatalogoCampos::Preenche(tagREG_CAMPOS_RELATORIO* registros, std::size_t quantidade) const {
+  PreencheTodos(conteudo_, registros, quantidade);
+}
+
+void CCatalogoCampos::Preenche(tagREG_CAMPOS_RELATORIO2* registros, std::size_t quantidade) const {
+  PreencheTodos(conteudo_, registros, quantidade);
+}
+
+}  // namespace kestor

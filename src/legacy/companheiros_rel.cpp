@@ -1,0 +1,145 @@
+// The files beside a model: export settings and filter.
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "common/arquivos_modelo.h"
+#include "common/texto_bstr.h"
+#include "common/zn_arq_ex.h"
+#include "contract/results.h"
+#include "legacy/repositorio_rel.h"
+
+namespace kestor {
+
+namespace {
+
+constexpr const char* kExtensaoFiltro = ".REF";
+
+// Of the record; the pointer behind them is not stored.
+constexpr UINT kBytesExportacao = offsetof(tagREG_RELEXPORTACAO, pregItens);
+constexpr UINT kBytesItem = sizeof(tagREG_RELEXPORTACAO_ITEM);
+
+struct CabecalhoFiltro {
+  std::uint32_t versao = 0;
+  std::uint32_t entradas = 0;
+};
+constexpr UINT kBytesEntrada = sizeof(tagCAMPO_FILTRO);
+
+// A block for a client, filled from the file as far as it goes and with zeros behind. Throws std::bad_alloc.
+template <typename Item>
+TaskBlock<Item> LeBloco(CFile& arquivo, UINT bytes) {
+  auto bloco = NewTaskBlock<Item>(bytes);
+  const UINT lidos = arquivo.Read(bloco.get(), bytes);
+  std::memset(reinterpret_cast<char*>(bloco.get()) + lidos, 0, bytes - lidos);
+  return bloco;
+}
+
+// Writes the whole content of a file that others may be reading. When that fails, what was there is put back.
+void RegravaNoLugar(CFile& arquivo, const std::vector<char>& novo) {
+  std::vector<char> antigo(std::min<std::size_t>(novo.size(), arquivo.GetLength()));
+  antigo.resize(arquivo.Read(antigo.data(), static_cast<UINT>(antigo.size())));
+  try {
+    arquivo.SeekToBegin();
+    arquivo.Write(novo.data(), static_cast<UINT>(novo.size()));
+    arquivo.SetLength(novo.size());
+  } catch (const CFileException&) {
+    arquivo.SeekToBegin();
+    arquivo.Write(antigo.data(), static_cast<UINT>(antigo.size()));
+    throw;
+  }
+}
+
+}  // namespace
+
+// A name is cut at its first dot; dots of the folder never count.
+std::string CRepositorioRel::CaminhoCompanheiro(BSTR nome, const char* extensao) const {
+  const std::string texto = TextoDeBstr(nome);
+  return Prefixo() + texto.substr(0, texto.find('.')) + extensao;
+}
+
+HRESULT CRepositorioRel::GravaDadosExportacaoDoRelatorio(BSTR bsRelatorio, tagREG_RELEXPORTACAO regExportacao) {
+  if (regExportacao.iQtdeItens > 0 && regExportacao.pregItens == nullptr) return E_INVALIDARG;
+  try {
+    CFile arquivo;
+    CFileException falha;
+    if (!arquivo.Open(CaminhoCompanheiro(bsRelatorio, kExtensaoExportacao).c_str(), kGravacaoModelo, &falha)) {
+      throw falha;
+    }
+    arquivo.Write(&regExportacao, kBytesExportacao);
+    arquivo.Write(regExportacao.pregItens, regExportacao.iQtdeItens * kBytesItem);
+    arquivo.Close();
+    return S_OK;
+  } catch (const CFileException&) {
+    return ErrorForm(KESTOR_PROBLEMAS_AO_GRAVAR);
+  }
+}
+
+HRESULT CRepositorioRel::BuscaDadosExportacaoDoRelatorio(BSTR bsRelatorio, tagREG_RELEXPORTACAO** pregExportacao) {
+  if (pregExportacao == nullptr) return E_POINTER;
+  try {
+    CFile arquivo;
+    CFileException falha;
+    if (!arquivo.Open(CaminhoCompanheiro(bsRelatorio, kExtensaoExportacao).c_str(), kLeituraModelo, &falha)) {
+      throw falha;
+    }
+    auto registro = NewTaskBlock<tagREG_RELEXPORTACAO>(sizeof(tagREG_RELEXPORTACAO));
+    if (arquivo.Read(registro.get(), kBytesExportacao) != kBytesExportacao) return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
+    auto itens = LeBloco<tagREG_RELEXPORTACAO_ITEM>(arquivo, registro->iQtdeItens * kBytesItem);
+    arquivo.Close();
+    registro->pregItens = itens.release();
+    *pregExportacao = registro.release();
+    return S_OK;
+  } catch (const CFileException&) {
+    return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+  }
+}
+
+HRESULT CRepositorioRel::GravaFiltroRelatorio(BSTR bsRelatorio, tagFILTRO_RELATORIO* pregFiltro) {
+  if (pregFiltro == nullptr) return E_POINTER;
+  const std::size_t bytesEntradas = std::size_t{pregFiltro->nQtdCampos} * kBytesEntrada;
+  if (bytesEntradas > 0 && pregFiltro->pregValoresFiltro == nullptr) return E_INVALIDARG;
+  const CabecalhoFiltro cabecalho = {1, pregFiltro->nQtdCampos};
+  std::vector<char> conteudo(sizeof cabecalho + bytesEntradas);
+  std::memcpy(conteudo.data(), &cabecalho, sizeof cabecalho);
+  if (bytesEntradas > 0) {
+    std::memcpy(conteudo.data() + sizeof cabecalho, pregFiltro->pregValoresFiltro, bytesEntradas);
+  }
+
+  CZNArqEx arquivo;
+  const std::uint32_t numero = arquivo.Abre(CaminhoCompanheiro(bsRelatorio, kExtensaoFiltro), 'G', 1, true, true);
+  if (numero != CZNArqEx::semErro) return ServiceError(numero);
+  try {
+    RegravaNoLugar(arquivo, conteudo);
+  } catch (const CFileException&) {
+    return ErrorForm(KESTOR_PROBLEMAS_AO_GRAVAR);
+  }
+  arquivo.Fecha();
+  return S_OK;
+}
+
+HRESULT CRepositorioRel::LeFiltroRelatorio(BSTR bsRelatorio, tagFILTRO_RELATORIO** ppregFiltro) {
+  if (ppregFiltro == nullptr) return E_POINTER;
+  CZNArqEx arquivo;
+  const std::uint32_t numero = arquivo.Abre(CaminhoCompanheiro(bsRelatorio, kExtensaoFiltro), 'L', 1, false, false);
+  if (numero != CZNArqEx::semErro) return ServiceError(numero);
+  try {
+    CabecalhoFiltro cabecalho;
+    arquivo.Read(&cabecalho, sizeof cabecalho);
+    auto registro = NewTaskBlock<tagFILTRO_RELATORIO>(sizeof(tagFILTRO_RELATORIO));
+    // No more than the client is told of, whatever the file says.
+    registro->nQtdCampos = static_cast<std::uint16_t>(cabecalho.entradas);
+    registro->pregValoresFiltro = LeBloco<tagCAMPO_FILTRO>(arquivo, registro->nQtdCampos * kBytesEntrada).release();
+    *ppregFiltro = registro.release();
+  } catch (const CFileException&) {
+    return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+  }
+  arquivo.Fecha();
+  return S_OK;
+}
+
+}  // namespace kestor

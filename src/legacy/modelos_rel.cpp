@@ -1,0 +1,108 @@
+// Model files: reading, writing, listing, deletion.
+
+#include <algorithm>
+#include <limits>
+
+#include "common/arquivos_modelo.h"
+#include "common/texto_bstr.h"
+#include "contract/results.h"
+#include "legacy/repositorio_rel.h"
+
+namespace kestor {
+
+namespace {
+
+bool TemPonto(const std::string& nome) {
+  return nome.find('.') != std::string::npos;
+}
+
+// Passes over what cannot be opened, or deleted.
+void ExcluiSeAbre(const std::string& caminho) {
+  if (!ArquivoExiste(caminho)) return;
+  try {
+    CFile::Remove(caminho.c_str());
+  } catch (const CFileException&) {
+    // The file stays, as one that is in use does.
+  }
+}
+
+}  // namespace
+
+HRESULT CRepositorioRel::BuscaTamanhoRelatorio(BSTR bNomeArq, LONG* lQde) {
+  if (lQde == nullptr) return E_POINTER;
+  if (!caminhoRelatorios_) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
+  const std::string nome = TextoDeBstr(bNomeArq);
+  const std::string caminho = Prefixo() + nome + (TemPonto(nome) ? "" : kExtensaoModelo);
+  *lQde = 0;
+  CFile arquivo;
+  if (!arquivo.Open(caminho.c_str(), kLeituraModelo)) return NoticeForm(KESTOR_ARQ_NAO_EXISTE);
+  try {
+    const ULONGLONG tamanho = arquivo.GetLength();
+    if (tamanho > std::numeric_limits<LONG>::max()) return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
+    *lQde = static_cast<LONG>(tamanho);
+    conteudoPendente_.emplace(static_cast<std::size_t>(tamanho));
+    const auto bytes = static_cast<UINT>(tamanho);
+    return arquivo.Read(conteudoPendente_->data(), bytes) == bytes ? S_OK : ErrorForm(KESTOR_PROBLEMAS_AO_LER);
+  } catch (const CFileException&) {
+    return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
+  }
+}
+
+HRESULT CRepositorioRel::BuscaRelatorio(LONG lQde, unsigned char* pDados) {
+  if (!conteudoPendente_) return ErrorForm(KESTOR_NAO_BUSCOU_QTDE);
+  if (lQde < 0 || static_cast<std::size_t>(lQde) > conteudoPendente_->size()) return E_INVALIDARG;
+  if (pDados == nullptr && lQde > 0) return E_POINTER;
+  std::copy_n(conteudoPendente_->data(), lQde, pDados);
+  conteudoPendente_.reset();
+  return S_OK;
+}
+
+HRESULT CRepositorioRel::GravaRelatorio(BSTR bNomeArq, LONG bSobreescrever, LONG lQde, unsigned char* pDados) {
+  if (lQde < 0 || (lQde > 0 && pDados == nullptr)) return E_INVALIDARG;
+  const std::string caminho = CaminhoCompanheiro(bNomeArq, kExtensaoModelo);
+  if (bSobreescrever == 0 && ArquivoExiste(caminho)) return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
+  CFile arquivo;
+  if (!arquivo.Open(caminho.c_str(), kGravacaoModelo)) {
+    return ErrorForm(bSobreescrever != 0 ? KESTOR_PROBLEMAS_AO_GRAVAR : KESTOR_PROBLEMAS_AO_CRIAR_ARQUIVO);
+  }
+  try {
+    arquivo.Write(pDados, static_cast<UINT>(lQde));
+    arquivo.Close();
+    return S_OK;
+  } catch (const CFileException&) {
+    return ErrorForm(KESTOR_PROBLEMAS_AO_GRAVAR);
+  }
+}
+
+HRESULT CRepositorioRel::GravaRelatorioSemCallBack(BSTR bNomeArq, LONG bSobreescrever, LONG lQde,
+                                                   unsigned char* pDados) {
+  return GravaRelatorio(bNomeArq, bSobreescrever, lQde, pDados);
+}
+
+HRESULT CRepositorioRel::BuscaNomeRelatoriosExistentes(BSTR* bNomes) {
+  if (bNomes == nullptr) return E_POINTER;
+  if (!caminhoRelatorios_) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
+  const std::vector<std::string> nomes = NomesDosModelos(*caminhoRelatorios_, modulo_ + componente_, kExtensaoModelo);
+  if (nomes.empty()) return NoticeForm(KESTOR_NENHUM_ARQUIVO_ENCONTRADO);
+  std::string texto = nomes.front();
+  for (std::size_t i = 1; i < nomes.size(); ++i)
+    texto += "|" + nomes[i];
+  const BSTR entregue = BstrDeTexto(texto);
+  if (entregue == nullptr) return E_OUTOFMEMORY;
+  *bNomes = entregue;
+  return S_OK;
+}
+
+HRESULT CRepositorioRel::ExcluiRelatorio(BSTR bNomeArq) {
+  if (!caminhoRelatorios_) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
+  const std::string nome = TextoDeBstr(bNomeArq);
+  if (TemPonto(nome)) {
+    ExcluiSeAbre(Prefixo() + nome);
+  } else {
+    ExcluiSeAbre(Prefixo() + nome + kExtensaoModelo);
+    ExcluiSeAbre(Prefixo() + nome + kExtensaoExportacao);
+  }
+  return S_OK;
+}
+
+}  // namespace kestor

@@ -1,0 +1,81 @@
+#include "legacy/repositorio_rel.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+#include "common/caminhos_instalacao.h"
+#include "common/texto_bstr.h"
+#include "contract/results.h"
+#include "legacy/catalogo_campos.h"
+
+namespace kestor {
+
+namespace {
+
+constexpr std::size_t kMaxModulo = 2;
+constexpr std::size_t kMaxComponente = 3;
+
+// More than a call can carry, and far more than any catalogue has.
+constexpr std::size_t kMaxCampos = (std::size_t{128} << 20) / sizeof(tagREG_CAMPOS_RELATORIO);
+
+}  // namespace
+
+CRepositorioRel::CRepositorioRel(IUnknown* externo, ContagemServidor& servidor)
+    : ObjetoAgregavel(IID_IZNPL_Rel, externo, servidor) {}
+
+HRESULT CRepositorioRel::Inicializa(BSTR /*bNomeEmpresa*/, BSTR bModulo, BSTR bComponente) {
+  conteudoPendente_.reset();
+  caminhoRelatorios_.reset();
+  caminhoModulo_.reset();
+  camposPendentes_.reset();
+
+  const std::string modulo = TextoDeBstr(bModulo);
+  std::string relatorios;
+  std::string instalacao;
+  if (const auto falha = CCaminhosInstalacao::BuscaCaminhoRelatorios(relatorios)) return ServiceError(falha);
+  if (const auto falha = CCaminhosInstalacao::BuscaCaminhoModulo(modulo, instalacao)) return ServiceError(falha);
+  caminhoRelatorios_ = std::move(relatorios);
+  caminhoModulo_ = std::move(instalacao);
+  modulo_ = modulo.substr(0, kMaxModulo);
+  componente_ = TextoDeBstr(bComponente).substr(0, kMaxComponente);
+  return S_OK;
+}
+
+// What the path of every file of the store begins with.
+std::string CRepositorioRel::Prefixo() const {
+  return caminhoRelatorios_.value_or("") + modulo_ + componente_;
+}
+
+HRESULT CRepositorioRel::BuscaQdeCamposArquivo(LONG* lQde) {
+  if (lQde == nullptr) return E_POINTER;
+  if (componente_.empty()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
+  *lQde = 0;
+  CCatalogoCampos catalogo;
+  const HRESULT leitura = catalogo.Le(CCatalogoCampos::Caminho(caminhoModulo_.value_or(""), modulo_, componente_));
+  if (catalogo.Aberto()) conteudoPendente_.reset();
+  if (leitura != S_OK) {
+    if (!catalogo.Aberto()) return leitura;
+    conteudoPendente_ = catalogo.Conteudo();
+    *lQde = static_cast<LONG>(conteudoPendente_->size());
+    return leitura;
+  }
+  const std::size_t quantidade = catalogo.Quantidade(kMaxCampos + 1);
+  if (quantidade > kMaxCampos) return E_OUTOFMEMORY;
+  camposPendentes_ = std::make_unique_for_overwrite<tagREG_CAMPOS_RELATORIO[]>(quantidade);
+  catalogo.Preenche(camposPendentes_.get(), quantidade);
+  qdeCamposPendentes_ = static_cast<LONG>(quantidade);
+  *lQde = qdeCamposPendentes_;
+  return S_OK;
+}
+
+HRESULT CRepositorioRel::BuscaCampos(LONG lQde, tagREG_CAMPOS_RELATORIO* pDados) {
+  if (camposPendentes_ == nullptr) return ErrorForm(KESTOR_NAO_BUSCOU_QTDE);
+  if (lQde < 0 || lQde > qdeCamposPendentes_) return E_INVALIDARG;
+  if (pDados == nullptr && lQde > 0) return E_POINTER;
+  std::copy_n(camposPendentes_.get(), lQde, pDados);
+  camposPendentes_.reset();
+  return S_OK;
+}
+
+}  // namespace kestor

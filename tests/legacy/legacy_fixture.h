@@ -1,0 +1,68 @@
+// Stores of both generations in this process, on a reports folder and a module folder of their own.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include "contract/results.h"
+#include "legacy/repositorio_rel.h"
+#include "store/repositorio_rel2.h"
+#include "support/installation.h"
+
+class LegacyTest : public testing::Test {
+ protected:
+  using Rel = ComPtr<IZNPL_Rel>;
+
+  LegacyTest() {
+    std::filesystem::create_directories(Reports());
+    std::filesystem::create_directories(Module());
+    support::SetRegistryText("SOFTWARE\\Norvela", "Relatorios", "D:\\Dados.v2\\Rel");
+    support::SetRegistryText("SOFTWARE\\Norvela\\Contabil", "Path", "D:\\Contabil.v2");
+  }
+
+  std::filesystem::path Reports() const { return home_.Data() / "Dados.v2" / "Rel"; }
+  std::filesystem::path Module() const { return home_.Data() / "Contabil.v2"; }
+  std::filesystem::path Catalogue() const { return Module() / "XCT01.REL"; }
+
+  Rel NewRel() {
+    Rel rel;
+    kestor::CRepositorioRel::Cria<kestor::CRepositorioRel>(nullptr, IID_IZNPL_Rel, rel.OutVoid(), counter_);
+    return rel;
+  }
+
+  Rel ReadyRel() {
+    Rel rel = NewRel();
+    EXPECT_EQ(Initialise(*rel, u"CT", u"01"), "0x00000000");
+    return rel;
+  }
+
+  static std::string Initialise(IZNPL_Rel& rel, const std::u16string& module, const std::u16string& component) {
+    return kestor::ResultCode(
+        rel.Inicializa(support::Text(u"Norvela"), support::Text(module), support::Text(component)));
+  }
+
+  // Reads and hands over a model; the result of either call when it is not S_OK.
+  static std::string Read(IZNPL_Rel& rel, const std::u16string& name) {
+    LONG size = -1;
+    HRESULT result = rel.BuscaTamanhoRelatorio(support::Text(name), &size);
+    if (result != S_OK) return kestor::ResultCode(result);
+    std::string content(static_cast<std::size_t>(size), '?');
+    result = rel.BuscaRelatorio(size, reinterpret_cast<unsigned char*>(content.data()));
+    return result == S_OK ? content : kestor::ResultCode(result);
+  }
+
+  static std::string Write(IZNPL_Rel& rel, const std::u16string& name, std::string content, bool overwrite = true) {
+    return kestor::ResultCode(rel.GravaRelatorio(support::Text(name), overwrite ? 1 : 0,
+                                                 static_cast<LONG>(content.size()),
+                                                 reinterpret_cast<unsigned char*>(content.data())));
+  }
+
+  class Counter final : public kestor::ContagemServidor {
+   public:
+    LONG Trava() override { return ++count; }
+    LONG Destrava() override { return --count; }
+    LONG count = 0;
+  };
+
+  support::TempHome home_;
+  Counter counter_;
+};
