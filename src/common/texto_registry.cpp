@@ -15,9 +15,4 @@ bool LeTexto(HKEY chave, const char* valor, std::string* texto) {
   return true;
 }
 
-void GravaTexto(HKEY chave, const char* valor, const std::string& texto) {
-  RegSetValueExA(chave, valor, 0, REG_SZ, reinterpret_cast<const BYTE*>(texto.data()),
-                 static_cast<DWORD>(texto.size()));
-}
-
 }  // namespace kestor

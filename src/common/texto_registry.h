@@ -10,6 +10,4 @@ namespace kestor {
 // The data of a value, whatever its type, as text up to its first NUL. False when it is missing or cannot be read.
 bool LeTexto(HKEY chave, const char* valor, std::string* texto);
 
-void GravaTexto(HKEY chave, const char* valor, const std::string& texto);
-
 }  // namespace kestor

@@ -1,6 +1,7 @@
 #include "common/zn_arq_ex.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <initializer_list>
 #include <limits>
@@ -22,6 +23,8 @@ constexpr UINT kModoCriacao = kModoGravacao | CFile::modeCreate;
 
 constexpr const char* kArquivoControle = "ZNCTLARQ.DAT";
 constexpr std::uint32_t kRegistroControle = 32;
+// A million names: what is longer is no control file, and would hold up every station while it is searched.
+constexpr std::uint32_t kMaxControle = kRegistroControle << 20;
 
 std::optional<UINT> ModoArquivo(char modo) {
   switch (modo) {
@@ -102,6 +105,13 @@ std::string_view SemPasta(std::string_view caminho) {
 
 std::string ChaveErros() {
   return CCaminhosInstalacao::kChaveBase + std::string("Erros");
+}
+
+// The record is a note: a registry that another program holds must not hold the stations up.
+bool RegistraTexto(std::string_view arquivo) {
+  constexpr std::chrono::milliseconds kEsperaRegistry{20};
+  return registry::SetTexts(HKEY_LOCAL_MACHINE, ChaveErros().c_str(), {{"Usuario", "0"}, {"Arquivo", arquivo}},
+                            kEsperaRegistry) == 0;
 }
 
 }  // namespace
@@ -191,7 +201,8 @@ std::uint32_t CZNArqEx::AbreComTentativas(UINT modoArquivo, const Causas& causas
 
 // The number with which the operation ends, or 0 when it is to be tried again.
 std::uint32_t CZNArqEx::FalhaTentativa(CFileException::Cause causa, const Causas& causas, int tentativa) {
-  RegistraErro();
+  // The attempts in between would record the same.
+  if (tentativa == 1 || tentativa == kTentativas) RegistraErro();
   if (causas.semRepetir.Tem(causa)) return NumeroDaCausa(causa);
   return tentativa < kTentativas ? std::uint32_t{semErro} : NumeroEntre(causas.naUltima, causa);
 }
@@ -217,6 +228,10 @@ std::uint32_t CZNArqEx::LeRegistro(std::uint32_t numeroRegistro, void* destino) 
   }
   std::memcpy(destino, cache_.get() + (posicao - posicaoCache_), tamanhoRegistro_);
   return semErro;
+}
+
+bool CZNArqEx::LeuInteiro(std::uint32_t numeroRegistro) const {
+  return EstaNoCache(std::uint64_t{numeroRegistro} * tamanhoRegistro_);
 }
 
 bool CZNArqEx::EstaNoCache(std::uint64_t posicao) const {
@@ -343,31 +358,36 @@ std::uint32_t CZNArqEx::CriaPeloControle(std::string nomeArquivo, char modo, std
   if (nome.empty()) return alemDoFim;
   const std::string pasta = nomeArquivo.substr(0, nomeArquivo.size() - nome.size());
   const std::string caminho = pasta + nome;
-  std::uint32_t numero = InscreveNoControle(pasta, nome);
+  std::uint32_t numero = AbreControle(pasta + kArquivoControle);
+  if (numero == semErro) numero = FechaDepois(InscreveNoControle(nome));
+  InvalidaCache();
+  if (numero == naoEncontrado) nome_ = caminho;
   if (numero == semErro) numero = CriaComZeros(caminho, tamanhoRegistro, existente);
   if (numero == semErro) numero = Abre(caminho, modo, tamanhoRegistro, true, true);
   return numero;
 }
 
-std::uint32_t CZNArqEx::InscreveNoControle(const std::string& pasta, const std::string& nome) {
-  std::uint32_t numero = AbreControle(pasta + kArquivoControle);
-  if (numero != semErro) return numero;
+// Closes the file in hand, on the way to another one; the first failure's number.
+std::uint32_t CZNArqEx::FechaDepois(std::uint32_t numero) {
+  const std::uint32_t fecho = Fecha();
+  aberto_ = false;
+  return numero != semErro ? numero : fecho;
+}
+
+// In the open control file. naoEncontrado when the name is there already.
+std::uint32_t CZNArqEx::InscreveNoControle(const std::string& nome) {
   InvalidaCache();
+  std::uint32_t comprimento = 0;
+  std::uint32_t numero = Posiciona('F', 0, comprimento);
+  if (numero != semErro) return numero;
+  if (comprimento > kMaxControle) return arquivoInvalido;
   char registro[kRegistroControle];
   std::uint32_t lidos = 0;
   while ((numero = LeRegistro(lidos, registro)) == semErro) {
-    if (nome == std::string_view(registro, strnlen(registro, sizeof registro))) {
-      Fecha();
-      InvalidaCache();
-      nome_ = pasta + nome;
-      return naoEncontrado;
-    }
+    if (nome == std::string_view(registro, strnlen(registro, sizeof registro))) return naoEncontrado;
     ++lidos;
   }
-  if (numero != alemDoFim) {
-    Fecha();
-    return numero;
-  }
+  if (numero != alemDoFim) return numero;
   std::fill(std::begin(registro), std::end(registro), '\0');
   nome.copy(registro, sizeof registro);
   numero = GravaRegistro(registro, lidos, sizeof registro);
@@ -375,24 +395,25 @@ std::uint32_t CZNArqEx::InscreveNoControle(const std::string& pasta, const std::
   try {
     // Whoever reads the entry waits for the file, but not for the disk.
     Flush();
+    return semErro;
   } catch (const CFileException& falha) {
     RegistraErro();
     return NumeroEntre(kCausasFecho, falha.m_cause);
   }
-  numero = Fecha();
-  InvalidaCache();
-  return numero;
 }
 
 std::uint32_t CZNArqEx::AbreControle(const std::string& controle) {
-  std::uint32_t numero = Abre(controle, 'G', kRegistroControle, false, true);
-  if (numero == violacaoCompartilhamento) {
+  const auto abre = [&](bool criaSeNaoExiste) {
+    const std::uint32_t numero = Abre(controle, 'G', kRegistroControle, criaSeNaoExiste, true);
+    if (numero != violacaoCompartilhamento) return numero;
     Espera(kEsperaControleMs);
-    numero = Abre(controle, 'G', kRegistroControle, false, true);
-  }
+    return Abre(controle, 'G', kRegistroControle, criaSeNaoExiste, true);
+  };
+  std::uint32_t numero = abre(false);
   if (numero != naoEncontrado) return numero;
   numero = CriaComZeros(controle, kRegistroControle, Existente::preserva);
-  return numero == semErro ? Abre(controle, 'G', kRegistroControle, true, false) : numero;
+  // In other hands it is there, and is waited for like any other.
+  return numero == semErro || numero == violacaoCompartilhamento ? abre(true) : numero;
 }
 
 // Makes a file with a first record of zeros. One that another station has made since this one found it missing must not
@@ -409,18 +430,14 @@ std::uint32_t CZNArqEx::CriaComZeros(const std::string& nomeArquivo, std::uint32
     const std::vector<std::uint8_t> zeros(tamanhoRegistro);
     numero = GravaInicio(zeros.data(), tamanhoRegistro);
   }
-  const std::uint32_t fecho = Fecha();
-  return numero != semErro ? numero : fecho;
+  return FechaDepois(numero);
 }
 
 // ---- Error record --------------------------------------------------------------------------------------------------
 
 std::uint32_t CZNArqEx::RegistraErro() {
-  registry::OwnedKey chave;
-  if (RegCreateKeyA(HKEY_LOCAL_MACHINE, ChaveErros().c_str(), chave.Out()) != 0) return falhaRegistry;
-  GravaTexto(chave.Get(), "Usuario", "0");
-  GravaTexto(chave.Get(), "Arquivo", std::string(SemPasta(nome_)));
-  return semErro;
+  const bool registrado = RegistraTexto(SemPasta(nome_));
+  return registrado ? semErro : falhaRegistry;
 }
 
 std::uint32_t CZNArqEx::LimpaErro() {
@@ -428,9 +445,7 @@ std::uint32_t CZNArqEx::LimpaErro() {
   if (RegOpenKeyA(HKEY_LOCAL_MACHINE, ChaveErros().c_str(), chave.Out()) != 0) return semErro;
   std::string arquivo;
   if (!LeTexto(chave.Get(), "Arquivo", &arquivo)) return falhaRegistry;
-  if (arquivo != SemPasta(nome_)) return semErro;
-  GravaTexto(chave.Get(), "Usuario", "0");
-  GravaTexto(chave.Get(), "Arquivo", " ");
+  if (arquivo == SemPasta(nome_)) RegistraTexto(" ");
   return semErro;
 }
 

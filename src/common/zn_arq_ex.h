@@ -72,6 +72,9 @@ class CZNArqEx : public CFile {
   // record that is cut, what is missing reads as zeros. alemDoFim for a record that starts at the end or behind it.
   std::uint32_t LeRegistro(std::uint32_t numeroRegistro, void* destino);
 
+  // Whether the record that was just read was there to its last byte.
+  bool LeuInteiro(std::uint32_t numeroRegistro) const;
+
   // Writes `tamanho` bytes at record `numeroRegistro`; number 0 appends. `numeroRegistro` is then the record's number.
   std::uint32_t GravaRegistro(const void* origem, std::uint32_t& numeroRegistro, std::uint32_t tamanho);
 
@@ -126,7 +129,8 @@ class CZNArqEx : public CFile {
   std::uint32_t CriaPeloControle(std::string nomeArquivo, char modo, std::uint32_t tamanhoRegistro,
                                  Existente existente);
   std::uint32_t AbreControle(const std::string& controle);
-  std::uint32_t InscreveNoControle(const std::string& pasta, const std::string& nome);
+  std::uint32_t InscreveNoControle(const std::string& nome);
+  std::uint32_t FechaDepois(std::uint32_t numero);
   std::uint32_t CriaComZeros(const std::string& nomeArquivo, std::uint32_t tamanhoRegistro, Existente existente);
 
   // Bytes that the last filling of any cache read; -1 when no cache is up to date.

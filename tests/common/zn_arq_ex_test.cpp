@@ -249,6 +249,36 @@ TEST_F(ZNArqEx, ControlFileInOtherHandsIsWaitedFor) {
   EXPECT_EQ(ReadFile(File("ZNCTLARQ.DAT")), Record('\0', 64) + "DADOS.DAT" + std::string(23, '\0'));
 }
 
+// What a failed creation leaves behind must not be taken for the data file.
+TEST_F(ZNArqEx, FailedEntryLeavesNothingOpen) {
+  class FullControl final : public ScriptedFile {
+   public:
+    bool full = true;
+    void Write(const void* buffer, UINT count) override {
+      if (full && count == 32 && SeekToEnd() > 0) throw CFileException(CFileException::diskFull, 112);
+      CFile::Write(buffer, count);
+    }
+  };
+  FullControl file;
+  EXPECT_EQ(file.Abre(kPath, 'G', kSize, true, true), 16136U);
+  EXPECT_EQ(FailedFile(), "ZNCTLARQ.DAT");
+  CFile other;
+  EXPECT_TRUE(other.Open("D:\\ZNCTLARQ.DAT", CFile::modeReadWrite | CFile::shareExclusive));
+  other.Close();
+  file.full = false;
+  EXPECT_EQ(file.Abre(kPath, 'G', kSize, true, true), 0U);
+  std::uint32_t number = 0;
+  EXPECT_EQ(file.GravaRegistro(Record('a').data(), number, kSize), 0U);
+  EXPECT_EQ(file.Fecha(), 0U);
+  EXPECT_EQ(ReadFile(File("DADOS.DAT")), Record('\0') + Record('a'));
+}
+
+TEST_F(ZNArqEx, ControlFilesBeyondAllMeasureAreRefused) {
+  WriteFile(File("ZNCTLARQ.DAT"), "");
+  fs::resize_file(File("ZNCTLARQ.DAT"), std::uintmax_t{1} << 37);
+  EXPECT_EQ(ScriptedFile().Abre(kPath, 'G', kSize, true, true), 16098U);
+}
+
 // The station that has entered a file makes it a moment later.
 TEST_F(ZNArqEx, FilesThatAreBeingMadeAreWaitedFor) {
   WriteFile(File("ZNCTLARQ.DAT"), Record('\0', 32) + "DADOS.DAT" + std::string(23, '\0'));

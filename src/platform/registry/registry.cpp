@@ -294,6 +294,32 @@ LONG RegEnumKeyA(HKEY key, DWORD index, std::string* name) {
 
 namespace registry {
 
+LONG SetTexts(HKEY parent, const char* path, std::initializer_list<NamedText> texts,
+              std::chrono::milliseconds patience) {
+  return Guarded([&]() -> LONG {
+    KeyPath keyPath;
+    if (const LONG result = PathBelow(parent, path, &keyPath); result != kSuccess) return result;
+    std::vector<std::pair<std::string, std::string>> values;
+    for (const NamedText& text : texts)
+      values.emplace_back(ValueName(text.name), StoredData(REG_SZ, text.text));
+    const std::shared_ptr<const Tree> current = Current();
+    const Key* now = current->Find(keyPath);
+    const auto isThere = [now](const auto& value) { return Holds(*now, value.first, REG_SZ, value.second); };
+    if (now != nullptr && std::all_of(values.begin(), values.end(), isThere)) return kSuccess;
+    return Change(
+        [&](Tree& tree) -> LONG {
+          Key& key = tree.FindOrMake(keyPath);
+          for (const auto& [name, data] : values) {
+            Value& value = key.values.FindOrMake(name);
+            value.type = REG_SZ;
+            value.data = data;
+          }
+          return kSuccess;
+        },
+        patience);
+  });
+}
+
 void Import(const fs::path& file) {
   const std::string bytes = ReadWhole(file);
   Change([&](Tree& tree) -> LONG {

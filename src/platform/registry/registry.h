@@ -9,7 +9,9 @@
 // Texts are code page 1252. Key paths use backslashes; a trailing one does not count.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
+#include <initializer_list>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -88,6 +90,17 @@ class FormatError : public std::runtime_error {
   // `file` as the host system writes it, `line` counted from 1; `what()` is "FILE:LINE: REASON" in UTF-8.
   FormatError(const std::string& file, std::size_t line, const std::string& reason);
 };
+
+// One text value (REG_SZ) of a key.
+struct NamedText {
+  const char* name;
+  std::string_view text;
+};
+
+// Sets texts of a key, which is made if it is missing, in one change, and waits only `patience` for others who change
+// the registry (33): for notes that are not worth holding anybody up. Results as of the calls above.
+LONG SetTexts(HKEY parent, const char* path, std::initializer_list<NamedText> texts,
+              std::chrono::milliseconds patience);
 
 // The functions below work for people and tools. They throw FormatError, std::filesystem::filesystem_error for files
 // that cannot be read or written.

@@ -128,9 +128,9 @@ bool CopyOwners(int file, const struct stat& from) {
 // hold the server up for ever.
 class WriteLock {
  public:
-  explicit WriteLock(const fs::path& file) : file_(Open(file)) {
+  WriteLock(const fs::path& file, std::chrono::milliseconds patience) : file_(Open(file)) {
     if (!file_) Throw("cannot open", file);
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + patience;
     while (flock(file_.Number(), LOCK_EX | LOCK_NB) != 0) {
       const int error = errno;
       if (error == EINTR) continue;
@@ -144,7 +144,6 @@ class WriteLock {
   WriteLock& operator=(const WriteLock&) = delete;
 
  private:
-  static constexpr std::chrono::seconds kPatience{5};
   // Short, for those who wait have no turn: they must meet the moment between two changes of a busy writer.
   static constexpr std::chrono::microseconds kPause{500};
 
@@ -265,10 +264,10 @@ std::shared_ptr<const Tree> Current() {
   return cache.Current(platform::Home::Current().Registry());
 }
 
-LONG Change(const std::function<LONG(Tree&)>& change) {
+LONG Change(const std::function<LONG(Tree&)>& change, std::chrono::milliseconds patience) {
   const platform::Home& home = platform::Home::Current();
   fs::create_directories(home.Folder());
-  const WriteLock lock(home.Folder() / "registry.lock");
+  const WriteLock lock(home.Folder() / "registry.lock", patience);
   const std::shared_ptr<const Tree> current = Current();
   Tree changed = *current;
   const LONG result = change(changed);

@@ -4,6 +4,7 @@
 // written. They may be called from any thread.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -18,8 +19,9 @@ std::shared_ptr<const Tree> Current();
 
 // Runs `change` on a copy of the registry as it is now and puts the copy in its place, while no other process changes
 // it. Nothing is written when `change` changes nothing, or when it does not return ERROR_SUCCESS. The result is that of
-// `change`.
-LONG Change(const std::function<LONG(Tree&)>& change);
+// `change`. Waits `patience` for others who change it.
+inline constexpr std::chrono::milliseconds kPatience{5000};
+LONG Change(const std::function<LONG(Tree&)>& change, std::chrono::milliseconds patience = kPatience);
 
 // The content of a file to import.
 std::string ReadWhole(const std::filesystem::path& file);
