@@ -144,34 +144,37 @@ DWORD LockReadOnlyExclusively(const Descriptor& file) {
   return error;
 }
 
-DWORD LockOneByte(const Descriptor& file, LockRange range) {
-  // Another one may have drawn the same byte; whoever excludes this opener holds them all.
-  constexpr int kDraws = 4;
-  DWORD error = ERROR_SHARING_VIOLATION;
-  for (int draw = 0; draw < kDraws && error == ERROR_SHARING_VIOLATION; ++draw) {
-    error = Lock(file, F_WRLCK, OneByteOf(range));
-  }
-  return error;
+// For descriptors that can be written to: an exclusive lock is refused at once by whoever is there. It may be that
+// nobody is, for who denies both by shared locks takes them before he knows whether he may stay: the second answer is
+// given where he is not on his way.
+template <typename Attempt>
+DWORD LockExclusively(const Descriptor& file, const Attempt& attempt) {
+  if (const DWORD error = attempt(); error != ERROR_SHARING_VIOLATION) return error;
+  const Gate gate(file, true);
+  return gate.Error() != ERROR_SUCCESS ? gate.Error() : attempt();
 }
 
-// For descriptors that can be written to.
-DWORD LockOneReader(const Descriptor& file) {
-  const DWORD error = LockOneByte(file, kReaders);
-  if (error != ERROR_SHARING_VIOLATION || !HeldByOther(file, kReadOnlyExclusive)) return error;
-  // Whoever denies both by shared locks may yet find that he must leave.
-  const Gate gate(file, true);
-  return gate.Error() != ERROR_SUCCESS ? gate.Error() : LockOneByte(file, kReaders);
+DWORD LockWhole(const Descriptor& file, LockRange range) {
+  return LockExclusively(file, [&] { return Lock(file, F_WRLCK, range); });
+}
+
+// One of many: another one may have drawn the same byte; whoever excludes this opener holds them all.
+DWORD LockOneByte(const Descriptor& file, LockRange range) {
+  return LockExclusively(file, [&] {
+    const DWORD error = Lock(file, F_WRLCK, OneByteOf(range));
+    return error == ERROR_SHARING_VIOLATION ? Lock(file, F_WRLCK, OneByteOf(range)) : error;
+  });
 }
 
 }  // namespace
 
 DWORD TakeShareLock(const Descriptor& file, bool writable, ShareMode mode) {
   if (mode.denies == Denial::both) {
-    return writable ? Lock(file, F_WRLCK, kReadersAndWriters) : LockReadOnlyExclusively(file);
+    return writable ? LockWhole(file, kReadersAndWriters) : LockReadOnlyExclusively(file);
   }
-  if (mode.writes) return mode.denies == Denial::write ? Lock(file, F_WRLCK, kWriters) : LockOneByte(file, kWriters);
+  if (mode.writes) return mode.denies == Denial::write ? LockWhole(file, kWriters) : LockOneByte(file, kWriters);
   if (mode.denies == Denial::write) return LockShared(file, writable, kWriters);
-  return writable ? LockOneReader(file) : LockShared(file, false, OneByteOf(kReaders));
+  return writable ? LockOneByte(file, kReaders) : LockShared(file, false, OneByteOf(kReaders));
 }
 
 DWORD ReleaseShareLock(const Descriptor& file) {
