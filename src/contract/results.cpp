@@ -20,7 +20,7 @@ struct NamedResult {
 // A number that stands here in the error form alone means the same in the notice form.
 const NamedResult kNamedResults[] = {
     {S_OK, "S_OK", "done"},
-    {S_FALSE, "S_FALSE", "no model of that name exists"},
+    {S_FALSE, "S_FALSE", "no model of that name, or it cannot be opened"},
 
     {ErrorForm(KESTOR_ARQ_NAO_EXISTE), "KESTOR_ARQ_NAO_EXISTE", "the field catalogue cannot be opened"},
     {NoticeForm(KESTOR_ARQ_NAO_EXISTE), "KESTOR_ARQ_NAO_EXISTE", "no model of that name, or it cannot be opened"},

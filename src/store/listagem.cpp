@@ -4,6 +4,7 @@
 #include <limits>
 #include <new>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "common/arquivos_modelo.h"
@@ -54,6 +55,14 @@ HRESULT CRepositorioRel2::GetNomeRelatorios(REG_ARRAY_RELATORIO2** ppregRelatori
   *ppregRelatorios = nullptr;
   if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
 
+  try {
+    return ListaModelos(ppregRelatorios);
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+  }
+}
+
+HRESULT CRepositorioRel2::ListaModelos(REG_ARRAY_RELATORIO2** ppregRelatorios) {
   Nomes nomes = NomesDosModelos(caminhoRelatorios_, modulo_ + componente_, kExtensaoModelo);
   if (nomes.empty()) return S_OK;
   RetiraExcluidos(nomes);
@@ -103,8 +112,14 @@ void CRepositorioRel2::EsquecePadrao(BSTR nome) {
 HRESULT CRepositorioRel2::RegistraModeloDemoExcluido(const std::string& nome) {
   const RegistroNome registro(chaveModulo_, nome);
   std::uint32_t noFim = 0;
+  // The model is gone: a name that is not remembered now never will be. Stations that read the list have it alone, and
+  // where it is long the usual attempts may all meet them.
+  constexpr int kRepeticoes = 20;
   CZNArqEx arquivo;
   std::uint32_t numero = AbreParaGravar(arquivo, arquivoExcluidos_);
+  for (int i = 1; i < kRepeticoes && numero == CZNArqEx::violacaoCompartilhamento; ++i) {
+    numero = AbreParaGravar(arquivo, arquivoExcluidos_);
+  }
   if (numero == CZNArqEx::semErro) numero = arquivo.GravaRegistro(&registro, noFim, sizeof registro);
   if (numero == CZNArqEx::semErro) numero = arquivo.Fecha();
   return numero == CZNArqEx::semErro ? S_OK : ServiceError(numero);
@@ -117,10 +132,12 @@ HRESULT CRepositorioRel2::GetNomeRelatoriosDemonstracaoExcluidos(REG_ARRAY_RELAT
 
   Nomes nomes;
   const HRESULT resultado = ResultadoDe([&] {
+    Nomes lidos;
     PercorreRegistros(arquivoExcluidos_, [&](std::uint32_t, const RegistroNome& registro) {
-      if (registro.EDe(chaveModulo_)) nomes.emplace_back(registro.Nome());
-      return nomes.size() < kMaxNomes;
+      if (registro.EDe(chaveModulo_)) lidos.emplace_back(registro.Nome());
+      return lidos.size() < kMaxNomes;
     });
+    nomes = std::move(lidos);
     return S_OK;
   });
   if (resultado != S_OK || nomes.empty()) return resultado;

@@ -1,6 +1,8 @@
 #include "registros.h"
 
+#include <algorithm>
 #include <cstring>
+#include <limits>
 #include <vector>
 
 namespace kestor {
@@ -8,6 +10,7 @@ namespace kestor {
 namespace {
 
 constexpr UINT kTamanho = sizeof(RegistroNome);
+constexpr ULONGLONG kMaxComprimento = std::numeric_limits<std::uint32_t>::max();
 
 template <std::size_t N>
 std::string_view Texto(const char (&campo)[N]) {
@@ -46,13 +49,13 @@ void PercorreRegistros(const std::string& caminho,
     arquivo.Write(&primeiro, kTamanho);
   }
   arquivo.Seek(kTamanho, CFile::begin);
-  const ULONGLONG registros = comprimento / kTamanho;
+  // As far as a station can number them.
+  const auto registros = static_cast<std::uint32_t>(std::min<ULONGLONG>(comprimento, kMaxComprimento) / kTamanho);
   std::vector<RegistroNome> bloco(CZNArqEx::kMaxCache / kTamanho);
   std::uint32_t numero = 1;
   bool continua = true;
   while (continua && numero < registros) {
-    const ULONGLONG faltam = registros - numero;
-    const auto pedidos = static_cast<UINT>(faltam < bloco.size() ? faltam : bloco.size());
+    const auto pedidos = std::min(registros - numero, static_cast<std::uint32_t>(bloco.size()));
     const UINT lidos = arquivo.Read(bloco.data(), pedidos * kTamanho) / kTamanho;
     if (lidos == 0) break;
     for (UINT i = 0; continua && i < lidos; ++i)
@@ -67,9 +70,10 @@ std::uint32_t AbreParaGravar(CZNArqEx& arquivo, const std::string& caminho) {
   // A process that was killed while it made the file has left it empty: what is appended to it must not become the
   // first record, which is nobody's.
   std::uint32_t comprimento = 0;
-  const bool vazio = arquivo.Posiciona('F', 0, comprimento) == CZNArqEx::semErro && comprimento == 0;
+  if (arquivo.Posiciona('F', 0, comprimento) != CZNArqEx::semErro) return CZNArqEx::semErro;
+  if (comprimento == kMaxComprimento) return CZNArqEx::arquivoInvalido;  // what is appended would never be found
   const RegistroNome primeiro;
-  return vazio ? arquivo.GravaInicio(&primeiro, kTamanho) : std::uint32_t{CZNArqEx::semErro};
+  return comprimento == 0 ? arquivo.GravaInicio(&primeiro, kTamanho) : std::uint32_t{CZNArqEx::semErro};
 }
 
 }  // namespace kestor

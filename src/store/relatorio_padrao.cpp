@@ -24,14 +24,17 @@ HRESULT CRepositorioRel2::GetRelatorioPadrao(BSTR* bsRelatorio) {
   if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
   *bsRelatorio = nullptr;
 
-  if (registroPadrao_ > 0) {
-    RegistroNome registro;
-    CZNArqEx arquivo;
-    const std::uint32_t numero = arquivo.LeRegistroArquivo(arquivoPadrao_, registroPadrao_, &registro, sizeof registro);
-    if (numero != CZNArqEx::semErro) return ServiceError(numero);
-    if (registro.EDe(chaveModulo_)) return EntregaNome(registro.Nome(), bsRelatorio);
-  }
   return ResultadoDe([&] {
+    if (registroPadrao_ > 0) {
+      RegistroNome registro;
+      CZNArqEx arquivo;
+      const std::uint32_t numero =
+          arquivo.LeRegistroArquivo(arquivoPadrao_, registroPadrao_, &registro, sizeof registro);
+      if (numero != CZNArqEx::semErro) return ServiceError(numero);
+      if (arquivo.LeuInteiro(registroPadrao_) && registro.EDe(chaveModulo_)) {
+        return EntregaNome(registro.Nome(), bsRelatorio);
+      }
+    }
     std::string nome;
     PercorreRegistros(arquivoPadrao_, [&](std::uint32_t numero, const RegistroNome& registro) {
       if (!registro.EDe(chaveModulo_)) return true;

@@ -14,9 +14,11 @@ HRESULT CRepositorioRel2::Inicializa(BSTR bsModulo, BSTR bsComponente) {
   if (const auto falha = CCaminhosInstalacao::BuscaCaminhoModulo(modulo, caminhoModulo_)) return ServiceError(falha);
   modulo_ = modulo;
   componente_ = TextoDeBstr(bsComponente);
-  if (chaveModulo_ != modulo_ + componente_) registroPadrao_ = 0;
-  chaveModulo_ = modulo_ + componente_;
-  arquivoPadrao_ = caminhoRelatorios_ + "ZNRELPAD.DAT";
+  const std::string chave = modulo_ + componente_;
+  const std::string padrao = caminhoRelatorios_ + "ZNRELPAD.DAT";
+  if (chave != chaveModulo_ || padrao != arquivoPadrao_) registroPadrao_ = 0;
+  chaveModulo_ = chave;
+  arquivoPadrao_ = padrao;
   arquivoExcluidos_ = caminhoRelatorios_ + "ZNRELDEL.DAT";
   return S_OK;
 }

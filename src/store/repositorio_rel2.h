@@ -70,6 +70,7 @@ class CRepositorioRel2 final : public ObjetoContado<IZNPL_Relatorio2> {
   std::string CaminhoModelo(const std::string& nome, bool comExtensao) const;
   std::string CaminhoGravado(const std::string& nome) const;
   bool DemonstracaoExcluida(const std::string& nome);
+  HRESULT ListaModelos(REG_ARRAY_RELATORIO2** ppregRelatorios);
   void RetiraExcluidos(std::vector<std::string>& nomes);
   HRESULT RegistraModeloDemoExcluido(const std::string& nome);
   void EsquecePadrao(BSTR nome);

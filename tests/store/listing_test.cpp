@@ -192,6 +192,20 @@ TEST_F(ListingTest, RememberedRecordBelongsToItsKey) {
   EXPECT_EQ(ReadFile(Defaults()), kZeros + Record("CT02", "B"));
 }
 
+TEST_F(ListingTest, RememberedRecordBelongsToItsFile) {
+  Put("CT01Vendas.RXL");
+  auto store = ReadyStore();
+  ASSERT_EQ(SetDefault(*store, u"Vendas"), kOk);
+  ASSERT_EQ(Default(*store), "Vendas");
+  fs::resize_file(Defaults(), 264 + 12);  // in the middle of the name
+  EXPECT_EQ(Default(*store), "(null)");
+
+  support::SetRegistryText("SOFTWARE\\Norvela", "Relatorios", "D:\\Dados.v2");
+  ASSERT_EQ(store->Inicializa(Text(u"CT"), Text(u"01")), S_OK);
+  EXPECT_EQ(Default(*store), "(null)");
+  EXPECT_EQ(ReadFile(Folder().parent_path() / "ZNRELPAD.DAT"), kZeros);
+}
+
 TEST_F(ListingTest, DamagedRecordFiles) {
   const std::string ours = Record("CT01", "A");
   struct Case {
@@ -228,6 +242,9 @@ TEST_F(ListingTest, DamagedRecordFiles) {
 
   fs::resize_file(Defaults(), std::uintmax_t{264} << 25);  // 8 GiB
   EXPECT_EQ(Default(*ReadyStore()), "A");
+  fs::resize_file(Deletions(), std::uintmax_t{264} << 25);
+  EXPECT_EQ(Delete(*ReadyStore(), u"A", Model::demonstration), kOk);
+  EXPECT_EQ(fs::file_size(Deletions()), std::uintmax_t{264} << 25) << "what is behind the last number is never found";
 }
 
 // Whoever may not write the registry or the record files is told of these, not of that.
