@@ -81,6 +81,12 @@ std::string ExplainFileName(const std::string& path) {
   }
 }
 
+std::string ExplainFile(const std::string& desktopPath) {
+  std::string host;
+  const bool exists = files::HostPath(desktopPath.c_str(), &host) == 0 && fs::exists(host);
+  return (exists ? "the file is " : "there is no file ") + text::ToUtf8(desktopPath);
+}
+
 }  // namespace
 
 void RequireHome() {
@@ -126,10 +132,14 @@ std::string Explain(HRESULT result, REFCLSID clsid, const std::string& module) {
   }
 }
 
+std::string ExplainReportsFolder() {
+  return ExplainFolder(Reports());
+}
+
 std::string ExplainUnread(const std::string& name) {
   std::string ansi;
   std::string reason = ExplainName(name, &ansi);
-  return reason.empty() ? ExplainFolder(Reports()) : reason;
+  return reason.empty() ? ExplainReportsFolder() : reason;
 }
 
 std::string ExplainUnwritten(const std::string& codes, const std::string& name) {
@@ -141,6 +151,16 @@ std::string ExplainUnwritten(const std::string& codes, const std::string& name) 
   if (!reason.empty()) return reason;
   if (ansi.find_first_of("\\/") != ansi.npos) return "a name with \\ or / leads into another folder";
   return MayWriteInto(reports.folder) ? std::string() : "no permission to write in " + reports.folder.string();
+}
+
+std::string ExplainReportsFile(const std::string& codes, const std::string& name, const char* extension) {
+  return ExplainFile(Reports().desktopPath + text::FromUtf8(codes + name) + extension);
+}
+
+std::string ExplainCatalogue(const std::string& module, const std::string& codes) {
+  std::string folder;
+  if (CCaminhosInstalacao::BuscaCaminhoModulo(module, folder) != 0) return {};
+  return ExplainFile(folder + "X" + text::FromUtf8(codes) + (codes.find('.') == codes.npos ? ".REL" : ""));
 }
 
 }  // namespace kestorctl

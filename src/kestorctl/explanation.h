@@ -22,9 +22,17 @@ std::string ModuleCodes();
 // the home has nothing to do with it. UTF-8.
 std::string Explain(HRESULT result, REFCLSID clsid, const std::string& module);
 
+// What is wrong with the reports folder as a whole; empty when it is there. UTF-8.
+std::string ExplainReportsFolder();
+
 // Why a model cannot be read, or written, as far as its name and the reports folder tell; otherwise empty. `codes`,
 // those of module and component, begin the name of its file. UTF-8.
 std::string ExplainUnread(const std::string& name);
 std::string ExplainUnwritten(const std::string& codes, const std::string& name);
+
+// Which file of the reports folder, or which field catalogue, the server would not take, and whether it is there.
+// `codes` and `name` as above, the name without an extension. UTF-8.
+std::string ExplainReportsFile(const std::string& codes, const std::string& name, const char* extension);
+std::string ExplainCatalogue(const std::string& module, const std::string& codes);
 
 }  // namespace kestorctl

@@ -76,19 +76,16 @@ std::vector<std::string> TakeNames(const REG_ARRAY_RELATORIO2& list) {
   return names;
 }
 
-void TellNames(const std::vector<std::string>& names, Answer& answer) {
-  answer.data["names"] = names;
-  for (const std::string& name : names)
-    answer.output += name + '\n';
-}
-
 void List(const StoreOptions& options, Answer& answer) {
   const ReportStore store(options.module, options.component);
   if (!IsOpen(store, answer)) return;
   REG_ARRAY_RELATORIO2* list = nullptr;
   answer.result = store->GetNomeRelatorios(&list);
   const TaskBlock<REG_ARRAY_RELATORIO2> owner(list);
-  if (answer.result == S_OK) TellNames(list == nullptr ? std::vector<std::string>() : TakeNames(*list), answer);
+  if (answer.result != S_OK) return;
+  TellNames(list == nullptr ? std::vector<std::string>() : TakeNames(*list), answer);
+  // The server finds nothing in a folder that is not there.
+  if (list == nullptr) answer.note = ExplainReportsFolder();
 }
 
 HRESULT DeletedNames(const ReportStore& store, std::vector<std::string>* names) {
@@ -103,13 +100,31 @@ void Deleted(const StoreOptions& options, Answer& answer) {
   if (!IsOpen(store, answer)) return;
   std::vector<std::string> names;
   answer.result = DeletedNames(store, &names);
-  if (answer.result == S_OK) TellNames(names, answer);
+  if (answer.result == S_OK) {
+    TellNames(names, answer);
+  } else {
+    answer.detail = ExplainReportsFolder();
+  }
 }
 
 // The server deletes a demonstration model also when it cannot remember its name, and does not tell.
-bool IsRemembered(const ReportStore& store, const std::string& name) {
+void TellRemembered(const ReportStore& store, const std::string& name, Answer& answer) {
+  constexpr int kAttempts = 20;
+  constexpr DWORD kPauseMilliseconds = 20;
   std::vector<std::string> names;
-  return DeletedNames(store, &names) == S_OK && std::find(names.begin(), names.end(), name) != names.end();
+  HRESULT result = DeletedNames(store, &names);
+  for (int i = 1; i < kAttempts && result == HRESULT_FROM_WIN32(ERROR_SHARING_VIOLATION); ++i) {
+    Sleep(kPauseMilliseconds);
+    result = DeletedNames(store, &names);
+  }
+  if (result != S_OK) {
+    answer.data["remembered"] = nullptr;
+    answer.note = "the model is deleted; whether its name is remembered cannot be seen";
+    return;
+  }
+  const bool remembered = std::find(names.begin(), names.end(), name) != names.end();
+  answer.data["remembered"] = remembered;
+  if (!remembered) answer.note = "the model is deleted, but its name could not be remembered";
 }
 
 void Delete(const DeleteOptions& options, Answer& answer) {
@@ -125,10 +140,7 @@ void Delete(const DeleteOptions& options, Answer& answer) {
     }
     return;
   }
-  if (!options.demonstration) return;
-  const bool remembered = IsRemembered(store, options.model.name);
-  answer.data["remembered"] = remembered;
-  if (!remembered) answer.note = "the model is deleted, but its name could not be remembered";
+  if (options.demonstration) TellRemembered(store, options.model.name, answer);
 }
 
 void TellDefault(BSTR name, Answer& answer) {
@@ -144,7 +156,11 @@ void TellDefault(BSTR name, Answer& answer) {
 void ShowDefault(const ReportStore& store, Answer& answer) {
   BSTR name = nullptr;
   answer.result = store->GetRelatorioPadrao(&name);
-  if (answer.result == S_OK) TellDefault(name, answer);
+  if (answer.result == S_OK) {
+    TellDefault(name, answer);
+  } else {
+    answer.detail = ExplainReportsFolder();
+  }
   SysFreeString(name);
 }
 
@@ -153,7 +169,11 @@ void Default(const DefaultOptions& options, Answer& answer) {
   if (!IsOpen(store, answer)) return;
   if (options.clear) {
     answer.result = store->SetRelatorioPadrao(nullptr);
-    if (answer.result == S_OK) answer.data["default"] = nullptr;
+    if (answer.result == S_OK) {
+      answer.data["default"] = nullptr;
+    } else {
+      answer.detail = ExplainReportsFolder();
+    }
   } else if (options.nameGiven->count() > 0) {
     answer.result = store->SetRelatorioPadrao(Bstr(options.name).Get());
     if (answer.result == S_OK) answer.data["default"] = options.name;

@@ -41,7 +41,7 @@ TEST_F(Listing, DefaultReport) {
   EXPECT_EQ(Run({"default", "CT", "01", "--json"}).Document(), none);
   const Outcome missing = Run({"default", "CT", "01", "Nada"});
   EXPECT_EQ(missing.status, 3);
-  EXPECT_EQ(missing.errors, "kestorctl: 0x00000001 S_FALSE: no model of that name exists\n");
+  EXPECT_EQ(missing.errors, "kestorctl: 0x00000001 S_FALSE: no model of that name, or it cannot be opened\n");
   EXPECT_EQ(Run({"default", "CT", "01", "Vendas"}).status, 0);
   EXPECT_EQ(Run({"default", "CT", "01"}).output, "Vendas\n");
   EXPECT_EQ(Run({"default", "CT", "01", "Vendas", "--clear"}).status, 2);
