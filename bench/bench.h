@@ -1,6 +1,7 @@
 // What the benchmarks share.
 #pragma once
 
+#include <benchmark/benchmark.h>
 #include <string>
 #include <vector>
 
@@ -35,8 +36,16 @@ void Enter(const support::Installation& installation);
 // A report store in this process, initialised for CT 01 in the current home.
 ComPtr<IZNPL_Relatorio2> StoreInProcess();
 
+// The same of the first generation.
+ComPtr<IZNPL_Rel> FirstStoreInProcess();
+
+// Measures Le of the model of an installation, in the store that `open` opens there.
+void ReadModel(benchmark::State& state, const support::Installation& installation, ComPtr<IZNPL_Relatorio2> (*open)());
+
 std::vector<Figure> ChannelFigures();
 std::vector<Figure> StoreFigures();
+std::vector<Figure> ListingFigures();
+std::vector<Figure> LegacyFigures();
 
 // Prints the memory of an idle server and its growth over `calls` calls. False when it is above what it may be.
 bool MeasureMemory(int calls);

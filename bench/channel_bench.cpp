@@ -99,28 +99,13 @@ void CallWithoutWork(benchmark::State& state) {
 }
 BENCHMARK(CallWithoutWork)->UseRealTime();
 
-void ReadRemotely(benchmark::State& state, const support::Installation& installation) {
-  bench::Enter(installation);
-  auto store = support::OpenStore();
-  const support::Text name(u"Vendas");
-  REG_RELATORIO2* model = nullptr;
-  for ([[maybe_unused]] auto _ : state) {
-    if (store->Le(name, &model) != S_OK) {
-      state.SkipWithError("the model is not read");
-      break;
-    }
-    CoTaskMemFree(model->lpRelatorio);
-    CoTaskMemFree(model);
-  }
-}
-
 void LeRemote(benchmark::State& state) {
-  ReadRemotely(state, Empty());
+  bench::ReadModel(state, Empty(), support::OpenStore);
 }
 BENCHMARK(LeRemote)->UseRealTime();
 
 void LeRemoteFull(benchmark::State& state) {
-  ReadRemotely(state, Full());
+  bench::ReadModel(state, Full(), support::OpenStore);
 }
 BENCHMARK(LeRemoteFull)->UseRealTime();
 

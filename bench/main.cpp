@@ -39,8 +39,11 @@ class Collector final : public benchmark::ConsoleReporter {
   bool failed_ = false;
 };
 
-void PrintRatios(Collector& collector, const std::vector<bench::Figure>& figures) {
+void PrintRatiosHead() {
   std::printf("\n%-72s %7s %7s\n", "Ratio to its baseline, medians of one run", "ratio", "at most");
+}
+
+void PrintRatios(Collector& collector, const std::vector<bench::Figure>& figures) {
   for (const bench::Figure& figure : figures) {
     const double baseline = collector.Median(figure.baseline);
     if (baseline <= 0) continue;
@@ -71,10 +74,9 @@ int main(int argc, char** argv) {
   Collector collector;
   benchmark::RunSpecifiedBenchmarks(&collector);
   if (!once) {
-    std::vector<bench::Figure> figures = bench::ChannelFigures();
-    for (const bench::Figure& figure : bench::StoreFigures())
-      figures.push_back(figure);
-    PrintRatios(collector, figures);
+    PrintRatiosHead();
+    for (const auto figures : {bench::ChannelFigures, bench::StoreFigures, bench::ListingFigures, bench::LegacyFigures})
+      PrintRatios(collector, figures());
   }
   const bool small = bench::MeasureMemory(once ? 1000 : 1000000);
   bench::EndInstallations();

@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "bench.h"
+#include "legacy/repositorio_rel.h"
 #include "platform/home/home.h"
 #include "store/repositorio_rel2.h"
 
@@ -72,6 +73,14 @@ ComPtr<IZNPL_Relatorio2> StoreInProcess() {
   ComPtr<IZNPL_Relatorio2> store;
   kestor::CRepositorioRel2::Cria<kestor::CRepositorioRel2>(IID_IZNPL_Relatorio2, store.OutVoid(), counting);
   store->Inicializa(support::Text(u"CT"), support::Text(u"01"));
+  return store;
+}
+
+ComPtr<IZNPL_Rel> FirstStoreInProcess() {
+  static NoCounting counting;
+  ComPtr<IZNPL_Rel> store;
+  kestor::CRepositorioRel::Cria<kestor::CRepositorioRel>(nullptr, IID_IZNPL_Rel, store.OutVoid(), counting);
+  store->Inicializa(nullptr, support::Text(u"CT"), support::Text(u"01"));
   return store;
 }
 

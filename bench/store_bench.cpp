@@ -28,27 +28,12 @@ void BareRead(benchmark::State& state) {
 }
 BENCHMARK(BareRead)->UseRealTime();
 
-void ReadInProcess(benchmark::State& state, const support::Installation& installation) {
-  bench::Enter(installation);
-  auto store = bench::StoreInProcess();
-  const support::Text name(u"Vendas");
-  REG_RELATORIO2* model = nullptr;
-  for ([[maybe_unused]] auto _ : state) {
-    if (store->Le(name, &model) != S_OK) {
-      state.SkipWithError("the model is not read");
-      break;
-    }
-    CoTaskMemFree(model->lpRelatorio);
-    CoTaskMemFree(model);
-  }
-}
-
 void Le(benchmark::State& state) {
-  ReadInProcess(state, Empty());
+  bench::ReadModel(state, Empty(), bench::StoreInProcess);
 }
 BENCHMARK(Le)->UseRealTime();
 void LeFull(benchmark::State& state) {
-  ReadInProcess(state, Full());
+  bench::ReadModel(state, Full(), bench::StoreInProcess);
 }
 BENCHMARK(LeFull)->UseRealTime();
 
@@ -106,6 +91,22 @@ void GravaNewFull(benchmark::State& state) {
 BENCHMARK(GravaNewFull)->UseRealTime();
 
 }  // namespace
+
+void bench::ReadModel(benchmark::State& state, const support::Installation& installation,
+                      ComPtr<IZNPL_Relatorio2> (*open)()) {
+  Enter(installation);
+  auto store = open();
+  const support::Text name(u"Vendas");
+  REG_RELATORIO2* model = nullptr;
+  for ([[maybe_unused]] auto _ : state) {
+    if (store->Le(name, &model) != S_OK) {
+      state.SkipWithError("the model is not read");
+      break;
+    }
+    CoTaskMemFree(model->lpRelatorio);
+    CoTaskMemFree(model);
+  }
+}
 
 std::vector<bench::Figure> bench::StoreFigures() {
   return {
