@@ -64,6 +64,12 @@ int Answer::Status() const {
   return result == S_OK ? kDone : kNotice;
 }
 
+void TellNames(const std::vector<std::string>& names, Answer& answer) {
+  answer.data["names"] = names;
+  for (const std::string& name : names)
+    answer.output += name + '\n';
+}
+
 int Deliver(const Answer& answer) {
   const int unwritten = WriteStandardOutput(answer.json ? Document(answer) : answer.output);
   if (unwritten == 0 && !answer.json && !answer.note.empty()) Tell(answer.note);

@@ -3,6 +3,7 @@
 
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 #include "platform/com/com.h"
 
@@ -25,6 +26,9 @@ struct Answer {
 
   int Status() const;
 };
+
+// Names of models: one a line, and "names".
+void TellNames(const std::vector<std::string>& names, Answer& answer);
 
 // Writes standard output, then the lines for standard error. The process's exit status: that of the answer, or kFailed
 // when standard output does not take it whole.

@@ -1,6 +1,7 @@
 #include "command_line.h"
 
 #include <algorithm>
+#include <charconv>
 #include <filesystem>
 #include <new>
 #include <string>
@@ -16,7 +17,8 @@ namespace kestorctl {
 
 namespace {
 
-constexpr void (*kGroups[])(CLI::App&, Command*) = {AddSetup, AddStatus, AddRegistry, AddListing, AddModels};
+constexpr void (*kGroups[])(CLI::App&, Command*) = {AddSetup,  AddStatus, AddRegistry, AddListing,
+                                                    AddModels, AddFields, AddLegacy};
 
 constexpr const char* kProgramFooter =
     R"(What belongs to one installation lies below its home: the folder of --home, else $KESTOR_HOME, else
@@ -108,6 +110,14 @@ std::string CheckUtf8(const std::string& argument) {
 
 std::string CheckFileName(const std::string& argument) {
   return argument.empty() ? "the file has no name" : "";
+}
+
+std::uint32_t NumberArgument(const std::string& what, const std::string& decimal, std::uint32_t most) {
+  std::uint32_t number = 0;
+  const char* const end = decimal.data() + decimal.size();
+  const auto [last, error] = std::from_chars(decimal.data(), end, number);
+  if (error == std::errc() && last == end && number <= most) return number;
+  throw UsageError(what + ": a whole number from 0 to " + std::to_string(most) + " is needed");
 }
 
 int RunCommandLine(int argc, char** argv) {

@@ -5,6 +5,7 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <cstdint>
 #include <functional>
 #include <memory>
 
@@ -20,6 +21,8 @@ void AddStatus(CLI::App& program, Command* chosen);
 void AddRegistry(CLI::App& program, Command* chosen);
 void AddModels(CLI::App& program, Command* chosen);
 void AddListing(CLI::App& program, Command* chosen);
+void AddFields(CLI::App& program, Command* chosen);
+void AddLegacy(CLI::App& program, Command* chosen);
 
 // A command with its options, which live as long as the command may be run.
 template <typename Options>
@@ -33,6 +36,9 @@ std::string CheckUtf8(const std::string& argument);
 
 // "" when the argument can name a file, otherwise what is wrong.
 std::string CheckFileName(const std::string& argument);
+
+// A number from 0 to `most`. Throws UsageError, with `what` for the argument's name, when the text is none.
+std::uint32_t NumberArgument(const std::string& what, const std::string& decimal, std::uint32_t most);
 
 // An argument without a name of its own that is a text: what is not UTF-8 is wrong usage.
 template <typename Text>

@@ -1,21 +1,14 @@
 // The commands read and write: second-generation models, through the server.
-#include <charconv>
+#include <limits>
 
-#include "base64.h"
 #include "commands.h"
+#include "content.h"
 #include "explanation.h"
-#include "failure.h"
-#include "host_files.h"
 #include "model_options.h"
-#include "platform/channel/channel.h"
-#include "platform/text/text.h"
 
 namespace kestorctl {
 
 namespace {
-
-// A call carries the content and, beside it, the name and a few numbers.
-constexpr std::size_t kMaxContentBytes = channel::kMaxPayloadBytes - 4096;
 
 constexpr const char* kReadFooter =
     R"(Writes the content of a report model to FILE, which is written whole or not at all, or to standard output, and a line
@@ -76,14 +69,6 @@ class ReadModel {
   REG_RELATORIO2* record_ = nullptr;
 };
 
-void TellContent(std::string_view content, Answer& answer) {
-  if (text::IsValidUtf8(content)) {
-    answer.data["content"] = content;
-  } else {
-    answer.data["contentBase64"] = Base64(content);
-  }
-}
-
 void Read(const ReadOptions& options, Answer& answer) {
   const ReportStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
@@ -95,28 +80,14 @@ void Read(const ReadOptions& options, Answer& answer) {
   }
 
   answer.data["version"] = model.Version();
-  answer.data["bytes"] = model.Content().size();
-  if (options.output != "-") {
-    answer.data["file"] = options.output;
-    WriteOutput(options.output, model.Content());
-  } else if (answer.json) {
-    TellContent(model.Content(), answer);
-  } else {
-    answer.output = model.Content();
-  }
+  HandOut(model.Content(), options.output, answer);
   answer.note = "version " + std::to_string(model.Version());
 }
 
-bool ParseVersion(const std::string& decimal, USHORT* version) {
-  const char* const end = decimal.data() + decimal.size();
-  const auto [last, error] = std::from_chars(decimal.data(), end, *version);
-  return error == std::errc() && last == end;
-}
-
 void Write(const WriteOptions& options, Answer& answer) {
-  USHORT version = 0;
-  if (!ParseVersion(options.version, &version)) throw UsageError("--version: a whole number from 0 to 65535 is needed");
-  std::string content = ReadInput(options.input, kMaxContentBytes);
+  const auto version =
+      static_cast<USHORT>(NumberArgument("--version", options.version, std::numeric_limits<USHORT>::max()));
+  std::string content = TakeIn(options.input);
   const int flags = (options.keepExisting ? KESTOR_NaoSobreescrever : 0) |
                     (options.checkDemonstrations ? KESTOR_VerificarModelosDemoExcluidos : 0);
 
@@ -135,9 +106,7 @@ void AddRead(CLI::App& program, Command* chosen) {
   auto options = std::make_shared<ReadOptions>();
   CLI::App* command = program.add_subcommand("read", "Read a report model");
   AddModelOptions(command, &options->model);
-  command->add_option("-o,--output", options->output, "Where the content goes; - is standard output")
-      ->type_name("FILE")
-      ->check(CheckFileName);
+  AddOutput(command, &options->output);
   command->footer(kReadFooter);
   Choose(command, chosen, options, Read);
 }
@@ -146,10 +115,7 @@ void AddWrite(CLI::App& program, Command* chosen) {
   auto options = std::make_shared<WriteOptions>();
   CLI::App* command = program.add_subcommand("write", "Write a report model");
   AddModelOptions(command, &options->model);
-  command->add_option("FILE", options->input, "File with the content; - is standard input")
-      ->type_name("")
-      ->required()
-      ->check(CheckFileName);
+  AddInput(command, &options->input);
   command->add_option("--version", options->version, "Version number, 0 to 65535; 1 when not given")->type_name("N");
   command->add_flag("--no-overwrite", options->keepExisting, "Leave a model of that name as it is");
   command->add_flag("--check-demo", options->checkDemonstrations,

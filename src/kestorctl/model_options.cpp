@@ -14,7 +14,7 @@ void AddModelOptions(CLI::App* command, ModelOptions* options) {
   AddText(command, "NAME", &options->name, "Name of the model");
 }
 
-bool IsOpen(const ReportStore& store, Answer& answer) {
+bool IsOpen(const StoreSession& store, Answer& answer) {
   answer.result = store.Result();
   answer.detail = store.Detail();
   return SUCCEEDED(answer.result);

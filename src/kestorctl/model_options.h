@@ -24,6 +24,6 @@ void AddStoreOptions(CLI::App* command, StoreOptions* options);
 void AddModelOptions(CLI::App* command, ModelOptions* options);
 
 // Whether the store can be used; the answer tells why not.
-bool IsOpen(const ReportStore& store, Answer& answer);
+bool IsOpen(const StoreSession& store, Answer& answer);
 
 }  // namespace kestorctl

@@ -19,12 +19,22 @@ BSTR ToBstr(const std::u16string& text) {
 
 Bstr::Bstr(const std::string& utf8) : text_(ToBstr(text::Utf8ToUtf16(utf8))) {}
 
-ReportStore::ReportStore(const std::string& module, const std::string& component) {
+void StoreSession::Open(REFCLSID clsid, REFIID iid, void** store, const std::string& module,
+                        const std::function<HRESULT()>& initialise) {
   RequireHome();
-  result_ =
-      CoCreateInstance(CLSID_ZNPL_Relatorio2, nullptr, CLSCTX_LOCAL_SERVER, IID_IZNPL_Relatorio2, store_.OutVoid());
-  if (SUCCEEDED(result_)) result_ = store_->Inicializa(Bstr(module).Get(), Bstr(component).Get());
-  if (FAILED(result_)) detail_ = Explain(result_, CLSID_ZNPL_Relatorio2, module);
+  result_ = CoCreateInstance(clsid, nullptr, CLSCTX_LOCAL_SERVER, iid, store);
+  if (SUCCEEDED(result_)) result_ = initialise();
+  if (FAILED(result_)) detail_ = Explain(result_, clsid, module);
+}
+
+ReportStore::ReportStore(const std::string& module, const std::string& component) {
+  Open(CLSID_ZNPL_Relatorio2, IID_IZNPL_Relatorio2, store_.OutVoid(), module,
+       [&] { return store_->Inicializa(Bstr(module).Get(), Bstr(component).Get()); });
+}
+
+LegacyStore::LegacyStore(const std::string& module, const std::string& component) {
+  Open(CLSID_ZNPL_Rel, IID_IZNPL_Rel, store_.OutVoid(), module,
+       [&] { return store_->Inicializa(nullptr, Bstr(module).Get(), Bstr(component).Get()); });
 }
 
 }  // namespace kestorctl

@@ -1,6 +1,7 @@
-// A client's session with a report store.
+// A client's sessions with the stores.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "contract/interfaces.h"
@@ -21,20 +22,26 @@ class Bstr {
   const BSTR text_;
 };
 
-// A store of second-generation models for one module and component. The server has a live object as long as this one
-// lives.
-class ReportStore {
+// What sessions with the stores of both generations have in common. The server is started when none runs, and has a
+// live object as long as the session lives.
+class StoreSession {
  public:
-  // Starts the server when none runs. Throws LocalFailure when there is no home.
-  ReportStore(const std::string& module, const std::string& component);
+  StoreSession(const StoreSession&) = delete;
+  StoreSession& operator=(const StoreSession&) = delete;
 
-  // Of making and initialising the store; other methods may be called only when this is no failure.
+  // Of making and initialising the store; its methods may be called only when this is no failure.
   HRESULT Result() const { return result_; }
 
   // More about a failure than its meaning says; may be empty. UTF-8.
   const std::string& Detail() const { return detail_; }
 
-  IZNPL_Relatorio2* operator->() const { return store_.Get(); }
+ protected:
+  StoreSession() = default;
+  ~StoreSession() = default;
+
+  // Throws LocalFailure when there is no home.
+  void Open(REFCLSID clsid, REFIID iid, void** store, const std::string& module,
+            const std::function<HRESULT()>& initialise);
 
  private:
   class Apartment {
@@ -46,9 +53,30 @@ class ReportStore {
   };
 
   const Apartment apartment_;
-  ComPtr<IZNPL_Relatorio2> store_;
   HRESULT result_ = S_OK;
   std::string detail_;
+};
+
+// A store of second-generation models for one module and component.
+class ReportStore : public StoreSession {
+ public:
+  ReportStore(const std::string& module, const std::string& component);
+
+  IZNPL_Relatorio2* operator->() const { return store_.Get(); }
+
+ private:
+  ComPtr<IZNPL_Relatorio2> store_;
+};
+
+// A store of first-generation models for one module and component.
+class LegacyStore : public StoreSession {
+ public:
+  LegacyStore(const std::string& module, const std::string& component);
+
+  IZNPL_Rel* operator->() const { return store_.Get(); }
+
+ private:
+  ComPtr<IZNPL_Rel> store_;
 };
 
 }  // namespace kestorctl

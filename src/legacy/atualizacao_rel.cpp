@@ -57,8 +57,10 @@ class ColunasPedidas {
                  const tagREG_CAMPOS_RELATORIO* campos, std::size_t qdeCampos)
       : pedidas_(pedidas), semCampo_(quantidade) {
     std::unordered_map<std::string_view, std::int32_t> codigos;
-    for (std::size_t i = 0; i < qdeCampos; ++i)
-      codigos.emplace(Texto(campos[i].cApelido), campos[i].iCod);
+    for (std::size_t i = 0; i < qdeCampos; ++i) {
+      const std::int32_t codigo = campos[i].iCod;  // the record is packed: no reference may be bound to its field
+      codigos.emplace(Texto(campos[i].cApelido), codigo);
+    }
     for (std::size_t j = 0; j < quantidade; ++j) {
       const auto campo = codigos.find(Texto(pedidas[j].cNomeColuna));
       if (campo == codigos.end() || campo->second == kSemCampo) {

@@ -1,0 +1,270 @@
+// The commands legacy export and legacy filter: the files beside a first-generation model, byte for byte.
+#include <cstring>
+#include <limits>
+#include <vector>
+
+#include "content.h"
+#include "contract/results.h"
+#include "explanation.h"
+#include "failure.h"
+#include "legacy_commands.h"
+
+namespace kestorctl {
+
+namespace {
+
+constexpr const char* kExportGroupFooter =
+    R"(Export settings are 612 bytes, of which bytes 604 and 605 are the number of items (little-endian), and then 228 bytes an
+item.
+
+Exit status: 0 done; 1 failure; 2 wrong usage.)";
+
+constexpr const char* kGetExportFooter =
+    R"(Writes the export settings of a model to FILE, which is written whole or not at all, or to standard output: 612 bytes, of
+which bytes 604 and 605 are the number of items, then 228 bytes an item. NAME counts up to its first dot.
+
+With --json: "items", "bytes", and "contentBase64" or, with -o, "file".
+
+Example:
+  kestorctl legacy export get CT 01 Vendas -o vendas.ree
+
+Exit status: 0 read; 1 failure, such as a model without export settings (0x80040002); 2 wrong usage.)";
+
+constexpr const char* kPutExportFooter =
+    R"(Replaces the export settings of a model, whole or not at all, also of one that is not there. The content is 612 bytes, of
+which bytes 604 and 605 are the number of items, then 228 bytes an item; another size is refused. NAME counts up to its
+first dot.
+
+With --json: "items" and "bytes".
+
+Example:
+  kestorctl legacy export put CT 01 Vendas vendas.ree
+
+Exit status: 0 written; 1 failure, also for a content of the wrong size; 2 wrong usage.)";
+
+constexpr const char* kFilterGroupFooter =
+    R"(A filter is a list of entries of 104 bytes.
+
+Exit status: 0 done; 1 failure; 2 wrong usage.)";
+
+constexpr const char* kGetFilterFooter =
+    R"(Writes the filter of a model to FILE, which is written whole or not at all, or to standard output: 104 bytes an entry,
+nothing before them. NAME counts up to its first dot.
+
+With --json: "entries", "bytes", and "contentBase64" or, with -o, "file".
+
+Example:
+  kestorctl legacy filter get CT 01 Vendas -o vendas.filter
+
+Exit status: 0 read; 1 failure, such as a model without a filter (0x80043EB7); 2 wrong usage.)";
+
+constexpr const char* kPutFilterFooter =
+    R"(Replaces the filter of a model, also of one that is not there. The content is 104 bytes an entry, at most 65535 entries;
+another size is refused. NAME counts up to its first dot.
+
+With --json: "entries" and "bytes".
+
+Examples:
+  kestorctl legacy filter put CT 01 Vendas vendas.filter
+  kestorctl legacy filter put CT 01 Vendas - < /dev/null
+
+Exit status: 0 written; 1 failure, also for a content of the wrong size, or when the filter was made once and is gone
+(0x80043EB7); 2 wrong usage.)";
+
+constexpr const char* kExportExtension = ".REE";
+constexpr const char* kFilterExtension = ".REF";
+
+constexpr std::size_t kHeaderBytes = kBytesWithoutPointer<tagREG_RELEXPORTACAO>;
+constexpr std::size_t kItemBytes = sizeof(tagREG_RELEXPORTACAO_ITEM);
+constexpr std::size_t kEntryBytes = sizeof(tagCAMPO_FILTRO);
+
+struct GetOptions {
+  ModelOptions model;
+  std::string output = "-";
+};
+
+struct PutOptions {
+  ModelOptions model;
+  std::string input;
+};
+
+std::string ExplainCompanion(const ModelOptions& options, const char* extension) {
+  return ExplainReportsFile(LegacyCodes(options), LegacyStem(options.name), extension);
+}
+
+std::string ExplainUnreadCompanion(const ModelOptions& options, const char* extension) {
+  const std::string reason = ExplainUnread(options.name);
+  return reason.empty() ? ExplainCompanion(options, extension) : reason;
+}
+
+template <typename Record>
+void AppendRecords(const Record* records, std::size_t count, std::string* content) {
+  content->append(reinterpret_cast<const char*>(records), count * sizeof(Record));
+}
+
+// The records of which the bytes are a whole number.
+template <typename Record>
+std::vector<Record> Records(std::string_view bytes) {
+  std::vector<Record> records(bytes.size() / sizeof(Record));
+  if (!records.empty()) std::memcpy(records.data(), bytes.data(), bytes.size());
+  return records;
+}
+
+[[noreturn]] void Refuse(const std::string& file, std::size_t size, const std::string& expected) {
+  throw LocalFailure((file == "-" ? "standard input" : file) + " holds " + std::to_string(size) + " bytes: " + expected,
+                     E_INVALIDARG);
+}
+
+void GetExport(const GetOptions& options, Answer& answer) {
+  const LegacyStore store(options.model.module, options.model.component);
+  if (!IsOpen(store, answer)) return;
+  tagREG_RELEXPORTACAO* settings = nullptr;
+  answer.result = store->BuscaDadosExportacaoDoRelatorio(Bstr(options.model.name).Get(), &settings);
+  if (answer.result != S_OK) {
+    answer.detail = ExplainUnreadCompanion(options.model, kExportExtension);
+    return;
+  }
+  const TaskBlock<tagREG_RELEXPORTACAO> owner(settings);
+  const TaskBlock<tagREG_RELEXPORTACAO_ITEM> items(settings->pregItens);
+
+  std::string content(reinterpret_cast<const char*>(settings), kHeaderBytes);
+  AppendRecords(items.get(), settings->iQtdeItens, &content);
+  answer.data["items"] = unsigned{settings->iQtdeItens};
+  HandOut(content, options.output, answer, ContentForm::kBytes);
+}
+
+// The settings without their items.
+tagREG_RELEXPORTACAO Header(const std::string& file, const std::string& content) {
+  if (content.size() < kHeaderBytes) {
+    Refuse(file, content.size(), "export settings have at least " + std::to_string(kHeaderBytes));
+  }
+  tagREG_RELEXPORTACAO settings{};
+  std::memcpy(&settings, content.data(), kHeaderBytes);
+  const std::size_t expected = kHeaderBytes + settings.iQtdeItens * kItemBytes;
+  if (content.size() != expected) {
+    Refuse(file, content.size(),
+           "export settings of " + std::to_string(settings.iQtdeItens) + " items (bytes 604 and 605) have " +
+               std::to_string(expected));
+  }
+  return settings;
+}
+
+void PutExport(const PutOptions& options, Answer& answer) {
+  const std::string content = TakeIn(options.input);
+  tagREG_RELEXPORTACAO settings = Header(options.input, content);
+  auto items = Records<tagREG_RELEXPORTACAO_ITEM>(std::string_view(content).substr(kHeaderBytes));
+  settings.pregItens = items.data();
+
+  const LegacyStore store(options.model.module, options.model.component);
+  if (!IsOpen(store, answer)) return;
+  answer.result = store->GravaDadosExportacaoDoRelatorio(Bstr(options.model.name).Get(), settings);
+  if (answer.result != S_OK) {
+    answer.detail = ExplainLegacyUnwritten(options.model);
+    return;
+  }
+  answer.data["items"] = items.size();
+  answer.data["bytes"] = content.size();
+}
+
+void GetFilter(const GetOptions& options, Answer& answer) {
+  const LegacyStore store(options.model.module, options.model.component);
+  if (!IsOpen(store, answer)) return;
+  tagFILTRO_RELATORIO* filter = nullptr;
+  answer.result = store->LeFiltroRelatorio(Bstr(options.model.name).Get(), &filter);
+  if (answer.result != S_OK) {
+    answer.detail = ExplainUnreadCompanion(options.model, kFilterExtension);
+    return;
+  }
+  const TaskBlock<tagFILTRO_RELATORIO> owner(filter);
+  const TaskBlock<tagCAMPO_FILTRO> entries(filter->pregValoresFiltro);
+
+  std::string content;
+  AppendRecords(entries.get(), filter->nQtdCampos, &content);
+  answer.data["entries"] = unsigned{filter->nQtdCampos};
+  HandOut(content, options.output, answer, ContentForm::kBytes);
+}
+
+void RequireFilter(const std::string& file, std::size_t size) {
+  constexpr std::size_t kMostEntries = std::numeric_limits<USHORT>::max();
+  const std::size_t whole = size / kEntryBytes * kEntryBytes;
+  if (whole != size) {
+    Refuse(
+        file, size,
+        "a filter has 104 bytes an entry, so " + std::to_string(whole) + " or " + std::to_string(whole + kEntryBytes));
+  }
+  if (size / kEntryBytes > kMostEntries) {
+    Refuse(
+        file, size,
+        "a filter has at most 65535 entries of 104 bytes, " + std::to_string(kMostEntries * kEntryBytes) + " in all");
+  }
+}
+
+void PutFilter(const PutOptions& options, Answer& answer) {
+  const std::string content = TakeIn(options.input);
+  RequireFilter(options.input, content.size());
+  auto entries = Records<tagCAMPO_FILTRO>(content);
+  tagFILTRO_RELATORIO filter = {static_cast<USHORT>(entries.size()), entries.data()};
+
+  const LegacyStore store(options.model.module, options.model.component);
+  if (!IsOpen(store, answer)) return;
+  answer.result = store->GravaFiltroRelatorio(Bstr(options.model.name).Get(), &filter);
+  if (answer.result != S_OK) {
+    answer.detail = ExplainLegacyUnwritten(options.model);
+    if (answer.detail.empty()) answer.detail = ExplainCompanion(options.model, kFilterExtension);
+    return;
+  }
+  answer.data["entries"] = entries.size();
+  answer.data["bytes"] = content.size();
+}
+
+// One kind of file beside a model.
+struct Companion {
+  const char* name;
+  const char* description;
+  const char* footer;
+  const char* getDescription;
+  const char* getFooter;
+  void (*get)(const GetOptions&, Answer&);
+  const char* putDescription;
+  const char* putFooter;
+  void (*put)(const PutOptions&, Answer&);
+};
+
+constexpr Companion kCompanions[] = {
+    {"export", "Export settings of a model", kExportGroupFooter, "Read export settings", kGetExportFooter, GetExport,
+     "Write export settings", kPutExportFooter, PutExport},
+    {"filter", "Filter of a model", kFilterGroupFooter, "Read a filter", kGetFilterFooter, GetFilter, "Write a filter",
+     kPutFilterFooter, PutFilter},
+};
+
+void AddGet(CLI::App* group, const Companion& companion, Command* chosen) {
+  auto options = std::make_shared<GetOptions>();
+  CLI::App* command = group->add_subcommand("get", companion.getDescription);
+  AddModelOptions(command, &options->model);
+  AddOutput(command, &options->output);
+  command->footer(companion.getFooter);
+  Choose(command, chosen, options, companion.get);
+}
+
+void AddPut(CLI::App* group, const Companion& companion, Command* chosen) {
+  auto options = std::make_shared<PutOptions>();
+  CLI::App* command = group->add_subcommand("put", companion.putDescription);
+  AddModelOptions(command, &options->model);
+  AddInput(command, &options->input);
+  command->footer(companion.putFooter);
+  Choose(command, chosen, options, companion.put);
+}
+
+}  // namespace
+
+void AddCompanions(CLI::App* legacy, Command* chosen) {
+  for (const Companion& companion : kCompanions) {
+    CLI::App* group = legacy->add_subcommand(companion.name, companion.description);
+    group->require_subcommand(1);
+    group->footer(companion.footer);
+    AddGet(group, companion, chosen);
+    AddPut(group, companion, chosen);
+  }
+}
+
+}  // namespace kestorctl

@@ -1,0 +1,157 @@
+#include "field_table.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <string_view>
+
+#include "platform/text/text.h"
+
+namespace kestorctl {
+
+namespace {
+
+template <std::size_t N>
+std::string Text(const char (&field)[N]) {
+  return text::ToUtf8({field, strnlen(field, N)});
+}
+
+std::string Letter(char letter) {
+  return letter == '\0' ? std::string() : text::ToUtf8({&letter, 1});
+}
+
+struct Word {
+  char letter;
+  const char* word;
+};
+
+constexpr Word kTypes[] = {
+    {KESTOR_Alfanumerico, "text"}, {KESTOR_Data, "date"},     {KESTOR_Numerico, "number"},   {KESTOR_Valor, "amount"},
+    {KESTOR_MesAno, "month"},      {KESTOR_Conta, "account"}, {KESTOR_Historico, "history"}, {KESTOR_Opcoes, "options"},
+};
+
+constexpr Word kAlignments[] = {{KESTOR_Esquerda, "left"}, {KESTOR_Direita, "right"}, {KESTOR_Centro, "centre"}};
+
+// The catalogue is not checked by anybody: a letter that means nothing is told as it is.
+template <std::size_t N>
+std::string InWords(const std::string& letter, const Word (&words)[N]) {
+  const Word* found = std::find_if(std::begin(words), std::end(words),
+                                   [&letter](const Word& row) { return letter == std::string(1, row.letter); });
+  return found == std::end(words) ? letter : found->word;
+}
+
+std::string Uses(const Field& field) {
+  std::string uses;
+  for (const auto& [allowed, use] : {std::pair(field.filter, "filter"), {field.total, "total"}, {field.sort, "sort"}}) {
+    if (allowed) uses += (uses.empty() ? "" : ", ") + std::string(use);
+  }
+  return uses;
+}
+
+bool IsEmpty(const Field& field) {
+  return field.code == 0 && field.width == 0 && !field.filter && !field.total && !field.sort && field.alias.empty() &&
+         field.description.empty() && field.type.empty() && field.alignment.empty() && field.options.empty();
+}
+
+constexpr std::size_t kColumns = 8;
+using Row = std::array<std::string, kColumns>;
+
+const Row kHeads = {"CODE", "ALIAS", "DESCRIPTION", "TYPE", "ALIGNED", "WIDTH", "USE", "OPTIONS"};
+constexpr std::array<bool, kColumns> kToTheRight = {true, false, false, false, false, true, false, false};
+
+Row RowOf(const Field& field) {
+  return {std::to_string(field.code),
+          field.alias,
+          field.description,
+          InWords(field.type, kTypes),
+          InWords(field.alignment, kAlignments),
+          std::to_string(field.width),
+          Uses(field),
+          field.options};
+}
+
+bool IsFirstByte(char byte) {
+  return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
+}
+
+std::size_t Characters(std::string_view utf8) {
+  return static_cast<std::size_t>(std::count_if(utf8.begin(), utf8.end(), IsFirstByte));
+}
+
+// A control character would move what follows out of its column.
+std::string Printable(const std::string& utf8) {
+  std::u16string wide = text::Utf8ToUtf16(utf8);
+  std::replace_if(
+      wide.begin(), wide.end(), [](char16_t c) { return c < 0x20 || (c >= 0x7F && c < 0xA0); }, u' ');
+  return text::Utf16ToUtf8(wide);
+}
+
+std::string Line(const Row& row, const std::array<std::size_t, kColumns>& widths) {
+  std::string line;
+  for (std::size_t i = 0; i < kColumns; ++i) {
+    const std::string padding(widths[i] - Characters(row[i]), ' ');
+    line += kToTheRight[i] ? padding + row[i] : row[i] + padding;
+    line += "  ";
+  }
+  return line.substr(0, line.find_last_not_of(' ') + 1) + '\n';
+}
+
+std::string Table(const std::vector<Field>& fields) {
+  std::vector<Row> rows = {kHeads};
+  for (const Field& field : fields) {
+    if (!IsEmpty(field)) rows.push_back(RowOf(field));
+  }
+  std::array<std::size_t, kColumns> widths{};
+  for (Row& row : rows) {
+    for (std::size_t i = 0; i < kColumns; ++i) {
+      row[i] = Printable(row[i]);
+      widths[i] = std::max(widths[i], Characters(row[i]));
+    }
+  }
+  std::string table;
+  for (const Row& row : rows)
+    table += Line(row, widths);
+  return table;
+}
+
+nlohmann::ordered_json Object(const Field& field) {
+  return {{"code", field.code},      {"alias", field.alias},         {"description", field.description},
+          {"type", field.type},      {"alignment", field.alignment}, {"width", field.width},
+          {"filter", field.filter},  {"total", field.total},         {"sort", field.sort},
+          {"options", field.options}};
+}
+
+}  // namespace
+
+Field::Field(const tagREG_CAMPOS_RELATORIO& record)
+    : code(record.iCod),
+      alias(Text(record.cApelido)),
+      description(Text(record.cDescricao)),
+      type(Letter(record.cTipo)),
+      alignment(Letter(record.cAlinhamento)),
+      width(record.iTamanho),
+      filter(record.bCondicao != 0),
+      total(record.bTotalizavel != 0),
+      sort(record.bOrdenavel != 0),
+      options(Text(record.cOpcoes)) {}
+
+Field::Field(const tagREG_CAMPOS_RELATORIO2& record)
+    : code(record.nCodigo),
+      alias(Text(record.szApelido)),
+      description(Text(record.szDescricao)),
+      type(Letter(record.cTipo)),
+      alignment(Letter(record.cAlinhamento)),
+      width(record.nTamanho),
+      filter(record.bPodeFiltrar != 0),
+      total(record.bPodeTotalizar != 0),
+      sort(record.bPodeOrdenar != 0),
+      options(Text(record.szOpcoes)) {}
+
+void TellFields(const std::vector<Field>& fields, Answer& answer) {
+  nlohmann::ordered_json& told = answer.data["fields"] = nlohmann::ordered_json::array();
+  for (const Field& field : fields)
+    told.push_back(Object(field));
+  answer.output = Table(fields);
+}
+
+}  // namespace kestorctl

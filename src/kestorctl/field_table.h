@@ -1,0 +1,33 @@
+// Fields of a field catalogue as both generations of the stores tell them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "answer.h"
+#include "contract/records.h"
+
+namespace kestorctl {
+
+// Texts are UTF-8; type and alignment are the catalogue's letters, empty when it has none.
+struct Field {
+  explicit Field(const tagREG_CAMPOS_RELATORIO& record);
+  explicit Field(const tagREG_CAMPOS_RELATORIO2& record);
+
+  std::int32_t code;
+  std::string alias;
+  std::string description;
+  std::string type;
+  std::string alignment;
+  std::int32_t width;
+  bool filter;
+  bool total;
+  bool sort;
+  std::string options;
+};
+
+// A table in the order of the catalogue, without its empty lines, and "fields" with them.
+void TellFields(const std::vector<Field>& fields, Answer& answer);
+
+}  // namespace kestorctl

@@ -1,0 +1,52 @@
+// The command fields: what reports of a module and component can show.
+#include "commands.h"
+#include "contract/results.h"
+#include "explanation.h"
+#include "field_table.h"
+#include "model_options.h"
+
+namespace kestorctl {
+
+namespace {
+
+constexpr const char* kFooter =
+    R"(The fields of the component's catalogue, XMODULECOMPONENT.REL in the folder of the module, in its order. A field has a
+code and an alias, a type (text, date, number, amount, month, account, history, options), an alignment (left, right,
+centre), a width in characters, and may be used to filter, to total and to sort. A letter of the catalogue that stands
+for no type or alignment is shown as it is, an empty line not at all.
+
+With --json: "fields", a list of objects with "code", "alias", "description", "type" (A, D, N, V, d, C, H or X in the
+order above), "alignment" (E, D or C), "width", "filter", "total", "sort" and "options". An empty line is a field of
+code 0 without anything.
+
+Examples:
+  kestorctl fields CT 01
+  kestorctl --json fields CT 01 > fields.json
+
+Exit status: 0 shown, though there be none; 1 failure, such as no catalogue (0x80040001); 2 wrong usage.)";
+
+void Fields(const StoreOptions& options, Answer& answer) {
+  const ReportStore store(options.module, options.component);
+  if (!IsOpen(store, answer)) return;
+  REG_CAMPOS_DISPONIVEIS2* list = nullptr;
+  answer.result = store->GetCamposDisponiveis(&list);
+  if (answer.result == kestor::ErrorForm(KESTOR_ARQ_NAO_EXISTE)) {
+    answer.detail = ExplainCatalogue(options.module, options.module + options.component);
+  }
+  if (answer.result != S_OK) return;
+  const TaskBlock<REG_CAMPOS_DISPONIVEIS2> owner(list);
+  const TaskBlock<tagREG_CAMPOS_RELATORIO2> fields(list->pregCampos);
+  TellFields(std::vector<Field>(fields.get(), fields.get() + list->nQtdeCampos), answer);
+}
+
+}  // namespace
+
+void AddFields(CLI::App& program, Command* chosen) {
+  auto options = std::make_shared<StoreOptions>();
+  CLI::App* command = program.add_subcommand("fields", "Show the fields that reports can use");
+  AddStoreOptions(command, options.get());
+  command->footer(kFooter);
+  Choose(command, chosen, options, Fields);
+}
+
+}  // namespace kestorctl

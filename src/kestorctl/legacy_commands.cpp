@@ -1,0 +1,332 @@
+// The commands of the group legacy for first-generation models themselves.
+#include "legacy_commands.h"
+
+#include <algorithm>
+#include <limits>
+#include <vector>
+
+#include "content.h"
+#include "contract/results.h"
+#include "explanation.h"
+#include "failure.h"
+#include "field_table.h"
+#include "platform/text/text.h"
+#include "registry_values.h"
+
+namespace kestorctl {
+
+namespace {
+
+constexpr const char* kGroupFooter =
+    R"(A first-generation model is a file MODULE + COMPONENT + NAME + ".REL" of the reports folder, with its export settings in
+".REE" and its filter in ".REF" beside it. File names hold the first 2 characters of the module code and the first 3 of
+the component code. A dot in NAME begins an extension: see the help of each command.
+
+Exit status: 0 done; 3 done with a notice; 1 failure; 2 wrong usage.)";
+
+constexpr const char* kListFooter =
+    R"(One name a line, sorted without regard to letter case, each up to its first dot.
+
+With --json: "names".
+
+Exit status: 0 listed; 3 there is none (0x00040008); 1 failure; 2 wrong usage.)";
+
+constexpr const char* kReadFooter =
+    R"(Writes the content of a model to FILE, which is written whole or not at all, or to standard output. A NAME with a dot is
+read with that extension instead of ".REL".
+
+With --json: "bytes", and the content as "content" when it is UTF-8, otherwise as "contentBase64"; with -o "file"
+instead.
+
+Example:
+  kestorctl legacy read CT 01 Vendas -o vendas.rel
+
+Exit status: 0 read; 3 there is no such model, or it is in use (0x00040001); 1 failure; 2 wrong usage.)";
+
+constexpr const char* kWriteFooter =
+    R"(Stores a content as a model. A model of that name is replaced, whole or not at all, unless --no-overwrite is given. NAME
+counts up to its first dot.
+
+Examples:
+  kestorctl legacy write CT 01 Vendas vendas.rel
+  kestorctl legacy write CT 01 Vendas - --no-overwrite < vendas.rel
+
+Exit status: 0 written; 3 nothing written, because a model of that name exists (0x00040004); 1 failure; 2 wrong usage.)";
+
+constexpr const char* kDeleteFooter =
+    R"(Deletes a model and its export settings for good; its filter stays. With a dot in NAME it deletes the file of that
+extension alone.
+
+The server passes over what is not there or in use: a line on standard error tells when there was nothing to delete, or
+when the model is still there. With --json: "deleted".
+
+Examples:
+  kestorctl legacy delete CT 01 Vendas
+  kestorctl legacy delete CT 01 Vendas.REE
+
+Exit status: 0 the server has answered; 1 failure; 2 wrong usage.)";
+
+constexpr const char* kUpdateFooter =
+    R"(Sets the margins of a model, and the order and the widths of its columns: the columns stand in the order of the
+arguments. Each ALIAS is that of a field ("kestorctl legacy fields") in its letter case, at most 25 characters. All
+columns of the model must be given, a field that stands there twice two times; fields beyond those do not matter. The
+model is changed whole or not at all.
+
+Example:
+  kestorctl legacy update CT 01 Vendas --left 10 --top 5 Conta=12 Valor=15
+
+Exit status: 0 updated; 3 there is no such model, or it is in use (0x00040001), or the columns are not those of the
+model (0x0004000B); 1 failure, such as no catalogue (0x80040001); 2 wrong usage.)";
+
+constexpr const char* kFieldsFooter =
+    R"(As "kestorctl fields", as first-generation clients get it: letter case counts in the catalogue ("S" allows a use, "s"
+does not), and numbers are not cut to 16 bits.
+
+With --json: "fields", a list of objects as "kestorctl fields" tells them.
+
+Exit status: 0 shown, though there be none; 1 failure, such as no catalogue (0x80040001); 2 wrong usage.)";
+
+constexpr std::size_t kModuleCharacters = 2;
+constexpr std::size_t kComponentCharacters = 3;
+
+struct ReadOptions {
+  ModelOptions model;
+  std::string output = "-";
+};
+
+struct WriteOptions {
+  ModelOptions model;
+  std::string input;
+  bool keepExisting = false;
+};
+
+struct UpdateOptions {
+  ModelOptions model;
+  std::string left;
+  std::string top;
+  std::vector<std::string> columns;
+};
+
+std::vector<std::string> SplitNames(const std::string& joined) {
+  std::vector<std::string> names;
+  std::size_t start = 0;
+  for (std::size_t bar = 0; bar != joined.npos; start = bar + 1) {
+    bar = joined.find('|', start);
+    names.push_back(joined.substr(start, bar - start));
+  }
+  return names;
+}
+
+void List(const StoreOptions& options, Answer& answer) {
+  const LegacyStore store(options.module, options.component);
+  if (!IsOpen(store, answer)) return;
+  BSTR joined = nullptr;
+  answer.result = store->BuscaNomeRelatoriosExistentes(&joined);
+  std::vector<std::string> names;
+  if (answer.result == S_OK) names = SplitNames(text::Utf16ToUtf8({joined, SysStringLen(joined)}));
+  SysFreeString(joined);
+  if (SUCCEEDED(answer.result)) TellNames(names, answer);
+  // The server finds nothing in a folder that is not there.
+  if (answer.result != S_OK) answer.detail = ExplainReportsFolder();
+}
+
+void Read(const ReadOptions& options, Answer& answer) {
+  const LegacyStore store(options.model.module, options.model.component);
+  if (!IsOpen(store, answer)) return;
+  LONG size = 0;
+  answer.result = store->BuscaTamanhoRelatorio(Bstr(options.model.name).Get(), &size);
+  if (answer.result != S_OK) {
+    answer.detail = ExplainUnread(options.model.name);
+    return;
+  }
+  std::string content(static_cast<std::size_t>(size), '\0');
+  answer.result = store->BuscaRelatorio(size, reinterpret_cast<unsigned char*>(content.data()));
+  if (answer.result == S_OK) HandOut(content, options.output, answer);
+}
+
+void Write(const WriteOptions& options, Answer& answer) {
+  std::string content = TakeIn(options.input);
+  const LegacyStore store(options.model.module, options.model.component);
+  if (!IsOpen(store, answer)) return;
+  answer.result =
+      store->GravaRelatorio(Bstr(options.model.name).Get(), options.keepExisting ? 0 : 1,
+                            static_cast<LONG>(content.size()), reinterpret_cast<unsigned char*>(content.data()));
+  if (FAILED(answer.result)) answer.detail = ExplainLegacyUnwritten(options.model);
+  if (answer.result == S_OK) answer.data["bytes"] = content.size();
+}
+
+// A file that is in use counts as missing.
+bool CanBeRead(const LegacyStore& store, const std::string& name) {
+  LONG size = 0;
+  return store->BuscaTamanhoRelatorio(Bstr(name).Get(), &size) != kestor::NoticeForm(KESTOR_ARQ_NAO_EXISTE);
+}
+
+// The server answers the same whether it has deleted something or not.
+void Delete(const ModelOptions& options, Answer& answer) {
+  const LegacyStore store(options.module, options.component);
+  if (!IsOpen(store, answer)) return;
+  const bool before = CanBeRead(store, options.name);
+  answer.result = store->ExcluiRelatorio(Bstr(options.name).Get());
+  if (answer.result != S_OK) return;
+  const bool after = CanBeRead(store, options.name);
+  answer.data["deleted"] = before && !after;
+  if (after) answer.note = "the model " + options.name + " could not be deleted";
+  if (before || after) return;
+  const std::string reason = ExplainUnread(options.name);
+  answer.note = "there is no model " + options.name + (reason.empty() ? ", or it is in use" : ": " + reason);
+}
+
+// The catalogue's fields.
+HRESULT FetchFields(const LegacyStore& store, std::vector<Field>* fields) {
+  LONG count = 0;
+  if (const HRESULT result = store->BuscaQdeCamposArquivo(&count); result != S_OK) return result;
+  std::vector<tagREG_CAMPOS_RELATORIO> records(static_cast<std::size_t>(count));
+  const HRESULT result = store->BuscaCampos(count, records.data());
+  if (result == S_OK) *fields = std::vector<Field>(records.begin(), records.end());
+  return result;
+}
+
+void ExplainWithoutCatalogue(const StoreOptions& options, Answer& answer) {
+  if (answer.result != kestor::ErrorForm(KESTOR_ARQ_NAO_EXISTE)) return;
+  answer.detail = ExplainCatalogue(options.module, LegacyCodes(options));
+}
+
+void Fields(const StoreOptions& options, Answer& answer) {
+  const LegacyStore store(options.module, options.component);
+  if (!IsOpen(store, answer)) return;
+  std::vector<Field> fields;
+  answer.result = FetchFields(store, &fields);
+  ExplainWithoutCatalogue(options, answer);
+  if (answer.result == S_OK) TellFields(fields, answer);
+}
+
+REG_ATUALIZACAO_RELATORIO ParseColumn(const std::string& argument) {
+  const std::size_t equals = argument.rfind('=');
+  if (equals == argument.npos || equals == 0) throw UsageError(argument + ": ALIAS=WIDTH is needed");
+  const std::string alias = AnsiArgument(argument, argument.substr(0, equals));
+  REG_ATUALIZACAO_RELATORIO column{};
+  constexpr std::size_t kMostCharacters = sizeof column.cNomeColuna - 1;
+  if (alias.size() > kMostCharacters) {
+    throw UsageError(argument + ": an alias has at most " + std::to_string(kMostCharacters) + " characters");
+  }
+  alias.copy(column.cNomeColuna, kMostCharacters);
+  column.iTamanho = static_cast<std::int32_t>(
+      NumberArgument(argument, argument.substr(equals + 1), std::numeric_limits<std::int32_t>::max()));
+  return column;
+}
+
+std::vector<REG_ATUALIZACAO_RELATORIO> ParseColumns(const std::vector<std::string>& arguments) {
+  constexpr std::size_t kMostColumns = std::numeric_limits<USHORT>::max();
+  if (arguments.size() > kMostColumns) throw UsageError("a model has at most 65535 columns");
+  std::vector<REG_ATUALIZACAO_RELATORIO> columns(arguments.size());
+  std::transform(arguments.begin(), arguments.end(), columns.begin(), ParseColumn);
+  return columns;
+}
+
+// The server does not tell that of the columns.
+std::string ExplainColumns(const LegacyStore& store, const std::vector<REG_ATUALIZACAO_RELATORIO>& columns) {
+  std::vector<Field> fields;
+  if (FetchFields(store, &fields) != S_OK) return {};
+  for (const REG_ATUALIZACAO_RELATORIO& column : columns) {
+    const std::string alias = text::ToUtf8(column.cNomeColuna);
+    const auto same = [&alias](const Field& field) { return field.alias == alias; };
+    if (std::none_of(fields.begin(), fields.end(), same)) return "no field has the alias " + alias;
+  }
+  return {};
+}
+
+void Update(const UpdateOptions& options, Answer& answer) {
+  constexpr USHORT kMostMargin = std::numeric_limits<USHORT>::max();
+  const auto left = static_cast<USHORT>(NumberArgument("--left", options.left, kMostMargin));
+  const auto top = static_cast<USHORT>(NumberArgument("--top", options.top, kMostMargin));
+  std::vector<REG_ATUALIZACAO_RELATORIO> columns = ParseColumns(options.columns);
+
+  const LegacyStore store(options.model.module, options.model.component);
+  if (!IsOpen(store, answer)) return;
+  answer.result = store->AtualizaRelatorio(Bstr(options.model.name).Get(), left, top,
+                                           static_cast<USHORT>(columns.size()), columns.data());
+  if (answer.result == kestor::NoticeForm(KESTOR_ARQ_NAO_EXISTE)) answer.detail = ExplainUnread(options.model.name);
+  if (answer.result == kestor::NoticeForm(KESTOR_ARQ_JA_FOI_ALTERADO)) answer.detail = ExplainColumns(store, columns);
+  ExplainWithoutCatalogue(options.model, answer);
+}
+
+template <typename Options>
+CLI::App* AddCommand(CLI::App* group, const char* name, const char* description, const char* footer, Command* chosen,
+                     std::shared_ptr<Options> options, void (*run)(const Options&, Answer&)) {
+  CLI::App* command = group->add_subcommand(name, description);
+  command->footer(footer);
+  Choose(command, chosen, options, run);
+  return command;
+}
+
+void AddList(CLI::App* group, Command* chosen) {
+  auto options = std::make_shared<StoreOptions>();
+  AddStoreOptions(AddCommand(group, "list", "List the models", kListFooter, chosen, options, List), options.get());
+}
+
+void AddRead(CLI::App* group, Command* chosen) {
+  auto options = std::make_shared<ReadOptions>();
+  CLI::App* command = AddCommand(group, "read", "Read a model", kReadFooter, chosen, options, Read);
+  AddModelOptions(command, &options->model);
+  AddOutput(command, &options->output);
+}
+
+void AddWrite(CLI::App* group, Command* chosen) {
+  auto options = std::make_shared<WriteOptions>();
+  CLI::App* command = AddCommand(group, "write", "Write a model", kWriteFooter, chosen, options, Write);
+  AddModelOptions(command, &options->model);
+  AddInput(command, &options->input);
+  command->add_flag("--no-overwrite", options->keepExisting, "Leave a model of that name as it is");
+}
+
+void AddDelete(CLI::App* group, Command* chosen) {
+  auto options = std::make_shared<ModelOptions>();
+  AddModelOptions(AddCommand(group, "delete", "Delete a model", kDeleteFooter, chosen, options, Delete), options.get());
+}
+
+void AddUpdate(CLI::App* group, Command* chosen) {
+  auto options = std::make_shared<UpdateOptions>();
+  CLI::App* command =
+      AddCommand(group, "update", "Set margins and columns of a model", kUpdateFooter, chosen, options, Update);
+  AddModelOptions(command, &options->model);
+  AddText(command, "COLUMN", &options->columns, "ALIAS=WIDTH: a column and its width in characters");
+  command->add_option("--left", options->left, "Left margin, 0 to 65535")->type_name("N")->required();
+  command->add_option("--top", options->top, "Top margin, 0 to 65535")->type_name("N")->required();
+}
+
+void AddLegacyFields(CLI::App* group, Command* chosen) {
+  auto options = std::make_shared<StoreOptions>();
+  AddStoreOptions(
+      AddCommand(group, "fields", "Show the fields that models can use", kFieldsFooter, chosen, options, Fields),
+      options.get());
+}
+
+}  // namespace
+
+std::string LegacyCodes(const StoreOptions& options) {
+  return text::ToUtf8(text::FromUtf8(options.module).substr(0, kModuleCharacters) +
+                      text::FromUtf8(options.component).substr(0, kComponentCharacters));
+}
+
+std::string LegacyStem(const std::string& name) {
+  return name.substr(0, name.find('.'));
+}
+
+std::string ExplainLegacyUnwritten(const ModelOptions& options) {
+  return ExplainUnwritten(LegacyCodes(options), LegacyStem(options.name));
+}
+
+void AddLegacy(CLI::App& program, Command* chosen) {
+  CLI::App* group = program.add_subcommand("legacy", "First-generation models");
+  group->require_subcommand(1);
+  group->footer(kGroupFooter);
+  AddList(group, chosen);
+  AddRead(group, chosen);
+  AddWrite(group, chosen);
+  AddDelete(group, chosen);
+  AddUpdate(group, chosen);
+  AddLegacyFields(group, chosen);
+  AddCompanions(group, chosen);
+}
+
+}  // namespace kestorctl
