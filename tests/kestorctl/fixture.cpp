@@ -1,27 +1,15 @@
 #include "fixture.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 
 namespace fs = std::filesystem;
 
-namespace {
-
-constexpr uid_t kNobody = 65534;
-
-void Redirect(int standard, const fs::path& file, int flags) {
-  const int opened = open(file.c_str(), flags, 0600);
-  if (opened < 0 || dup2(opened, standard) < 0) _exit(126);
-  close(opened);
-}
-
-}  // namespace
-
 KestorctlTest::KestorctlTest() {
-  fs::permissions(Folder(), fs::perms::owner_all | fs::perms::others_read | fs::perms::others_exec);
+  fs::permissions(Folder(), fs::perms(0705));
   const fs::path run = Folder() / "run";
   fs::create_directory(run);
   fs::permissions(run, fs::perms::owner_all);
@@ -33,24 +21,26 @@ KestorctlTest::KestorctlTest() {
 void KestorctlTest::TearDown() {
   if (!fs::exists(Home())) return;
   fs::remove(RegistryFile());  // a damaged one would keep the status from being told
-  const nlohmann::json server = Run({"--json", "status"}).Document()["server"];
+  EndServer(Run({"--json", "status"}));
+}
+
+void KestorctlTest::EndServer(const Outcome& status) {
+  const nlohmann::json server = status.Document()["server"];
   if (server["running"]) kill(server["pid"].get<pid_t>(), SIGKILL);
 }
 
-Outcome KestorctlTest::Run(const Arguments& arguments, const std::string& input) const {
-  Arguments command = {KESTORCTL};
-  command.insert(command.end(), arguments.begin(), arguments.end());
-  return Execute(command, input, false);
+Outcome KestorctlTest::Run(Arguments arguments, const std::string& input) const {
+  arguments.emplace(arguments.begin(), KESTORCTL);
+  return Execute(arguments, input);
 }
 
-Outcome KestorctlTest::RunAsNobody(const Arguments& arguments) const {
-  Arguments command = {KESTORCTL};
-  command.insert(command.end(), arguments.begin(), arguments.end());
-  return Execute(command, {}, true);
+Outcome KestorctlTest::RunAsNobody(Arguments arguments) const {
+  arguments.emplace(arguments.begin(), KESTORCTL);
+  return Execute(arguments, {}, [] { support::BecomeUser(65534); });
 }
 
 Outcome KestorctlTest::RunShell(const std::string& command) const {
-  return Execute({"/bin/sh", "-c", "ctl=" KESTORCTL "; " + command}, {}, false);
+  return Execute({"/bin/sh", "-c", "ctl=" KESTORCTL "; " + command}, {});
 }
 
 void KestorctlTest::SetUpHome() const {
@@ -63,22 +53,32 @@ std::string KestorctlTest::Registered(const std::string& key, const std::string&
   return got.output.substr(0, got.output.find('\n'));
 }
 
-Outcome KestorctlTest::Execute(const Arguments& command, const std::string& input, bool asNobody) const {
+Outcome KestorctlTest::Execute(const Arguments& command, const std::string& input,
+                               const std::function<void()>& prepare) const {
   const support::TempFolder streams;
-  support::WriteFile(streams.Path() / "in", input);
+  const fs::path in = streams.Path() / "in";
+  const fs::path out = streams.Path() / "out";
+  const fs::path err = streams.Path() / "err";
+  support::WriteFile(in, input);
   support::Child child([&] {
-    if (chdir(Folder().c_str()) != 0) return 126;
-    Redirect(STDIN_FILENO, streams.Path() / "in", O_RDONLY);
-    Redirect(STDOUT_FILENO, streams.Path() / "out", O_WRONLY | O_CREAT);
-    Redirect(STDERR_FILENO, streams.Path() / "err", O_WRONLY | O_CREAT);
-    if (asNobody && (setgid(kNobody) != 0 || setuid(kNobody) != 0)) return 126;
+    fs::current_path(Folder());
+    if (!freopen(in.c_str(), "r", stdin) || !freopen(out.c_str(), "w", stdout) || !freopen(err.c_str(), "w", stderr)) {
+      return 126;
+    }
+    prepare();
     std::vector<char*> arguments;
     for (const std::string& argument : command)
       arguments.push_back(const_cast<char*>(argument.c_str()));
     arguments.push_back(nullptr);
-    execv(arguments[0], arguments.data());
-    return 127;
+    return execv(arguments[0], arguments.data());
   });
   const int status = child.Wait();
-  return {status, support::ReadFile(streams.Path() / "out"), support::ReadFile(streams.Path() / "err")};
+  return {status, support::ReadFile(out), support::ReadFile(err)};
+}
+
+void ExpectTold(const Outcome& outcome, int status, const std::string& told) {
+  EXPECT_EQ(outcome.status, status) << told;
+  EXPECT_THAT(outcome.errors, testing::StartsWith("kestorctl: "));
+  EXPECT_THAT(outcome.errors, testing::HasSubstr(told));
+  EXPECT_EQ(outcome.errors.find('\n'), outcome.errors.size() - 1) << outcome.errors;
 }

@@ -25,6 +25,7 @@ class KestorctlTest : public testing::Test {
  protected:
   KestorctlTest();
   void TearDown() override;  // ends the server of the home
+  static void EndServer(const Outcome& status);
 
   const std::filesystem::path& Folder() const { return folder_.Path(); }
   std::filesystem::path Home() const { return Folder() / "home"; }
@@ -33,10 +34,10 @@ class KestorctlTest : public testing::Test {
   std::filesystem::path RegistryFile() const { return Home() / "registry.reg"; }
 
   // The current folder of the program is Folder().
-  Outcome Run(const Arguments& arguments, const std::string& input = {}) const;
+  Outcome Run(Arguments arguments, const std::string& input = {}) const;
 
   // The same by a user who has no rights on anything of the test but what everybody has. Root alone can do that.
-  Outcome RunAsNobody(const Arguments& arguments) const;
+  Outcome RunAsNobody(Arguments arguments) const;
 
   // `command` for the shell, in which $ctl is the program.
   Outcome RunShell(const std::string& command) const;
@@ -47,7 +48,12 @@ class KestorctlTest : public testing::Test {
   std::string Registered(const std::string& key, const std::string& name) const;  // as `registry get` tells it
 
  private:
-  Outcome Execute(const Arguments& command, const std::string& input, bool asNobody) const;
+  // `prepare` is done by the new process before it starts the command.
+  Outcome Execute(
+      const Arguments& command, const std::string& input, const std::function<void()>& prepare = [] {}) const;
 
   support::TempFolder folder_;
 };
+
+// That the program has ended with `status` and one line on standard error, in which `told` stands.
+void ExpectTold(const Outcome& outcome, int status, const std::string& told);

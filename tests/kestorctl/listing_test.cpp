@@ -68,7 +68,7 @@ TEST_F(Listing, Deletion) {
   std::filesystem::permissions(Reports() / "ZNRELDEL.DAT", std::filesystem::perms(0444));
   const Outcome forgotten = Run({"delete", "CT", "01", "Outro", "--demo"});
   EXPECT_EQ(forgotten.status, 0);
-  EXPECT_THAT(forgotten.errors, HasSubstr("could not be remembered"));
+  EXPECT_THAT(forgotten.errors, HasSubstr("whether its name is remembered cannot be seen"));
   EXPECT_EQ(Registered("HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvela\\Erros", "Arquivo"), "ZNRELDEL.DAT");
 }
 

@@ -15,13 +15,12 @@ namespace support {
 namespace {
 
 void SetText(HKEY root, const std::string& path, const std::string& name, const std::string& text) {
-  HKEY key = nullptr;
-  if (RegCreateKeyA(root, path.c_str(), &key) != 0 ||
-      RegSetValueExA(key, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
-                     static_cast<DWORD>(text.size() + 1)) != 0) {
+  registry::OwnedKey key;
+  if (RegCreateKeyA(root, path.c_str(), key.Out()) != 0 ||
+      RegSetValueExA(key.Get(), name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
+                     static_cast<DWORD>(text.size())) != 0) {
     throw std::runtime_error("cannot write the registry");
   }
-  RegCloseKey(key);
 }
 
 }  // namespace
@@ -98,11 +97,6 @@ std::string ReadModel(IZNPL_Relatorio2& store, const std::u16string& name, USHOR
   CoTaskMemFree(model->lpRelatorio);
   CoTaskMemFree(model);
   return content;
-}
-
-bool LongTests() {
-  const char* asked = getenv("KESTOR_LONG_TESTS");
-  return asked != nullptr && std::string(asked) == "1";
 }
 
 }  // namespace support

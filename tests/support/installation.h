@@ -55,7 +55,4 @@ HRESULT WriteModel(IZNPL_Relatorio2& store, const std::u16string& name, std::str
                    unsigned char flags = 0);
 std::string ReadModel(IZNPL_Relatorio2& store, const std::u16string& name, USHORT* version = nullptr);
 
-// True when the long forms of tests are asked for (KESTOR_LONG_TESTS=1): minutes instead of seconds.
-bool LongTests();
-
 }  // namespace support

@@ -1,5 +1,6 @@
 #include "support/support.h"
 
+#include <grp.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/wait.h>
@@ -108,6 +109,13 @@ bool HasEnded(pid_t pid) {
   }
 }
 
+void BecomeUser(uid_t user, const std::vector<gid_t>& groups) {
+  if (setgroups(groups.size(), groups.data()) != 0 || setresgid(user, user, user) != 0 ||
+      setresuid(user, user, user) != 0) {
+    throw std::runtime_error("cannot become another user");
+  }
+}
+
 bool WaitUntil(const std::function<bool()>& condition, int seconds) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
   while (!condition()) {
@@ -115,6 +123,11 @@ bool WaitUntil(const std::function<bool()>& condition, int seconds) {
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }
   return true;
+}
+
+bool LongTests() {
+  const char* asked = getenv("KESTOR_LONG_TESTS");
+  return asked != nullptr && std::string(asked) == "1";
 }
 
 }  // namespace support

@@ -67,7 +67,14 @@ class Child {
 // True once a process has ended with all its threads, so that what it held is let go; it may still wait to be reaped.
 bool HasEnded(pid_t pid);
 
+// Makes the process, a child of a test that the superuser runs, one of `user`, a member of `groups` and of the group of
+// the same number.
+void BecomeUser(uid_t user, const std::vector<gid_t>& groups = {});
+
 // Waits until `condition` holds; false when it does not within `seconds`.
 bool WaitUntil(const std::function<bool()>& condition, int seconds = 30);
+
+// True when the long forms of tests are asked for (KESTOR_LONG_TESTS=1): minutes instead of seconds.
+bool LongTests();
 
 }  // namespace support
