@@ -1,18 +1,18 @@
 // A serving thread and its peers, well-behaved and not.
-#include <fcntl.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstring>
+#include <deque>
 #include <gtest/gtest.h>
 #include <random>
 #include <thread>
 
 #include "platform/channel/channel.h"
+#include "raw_peer.h"
+#include "server_thread.h"
 #include "support/support.h"
 
 namespace {
@@ -21,8 +21,10 @@ using channel::Connection;
 using channel::Decoder;
 using channel::Encoder;
 using channel::FrameType;
+using channel_test::RawPeer;
+using Outcome = Connection::Outcome;
 
-constexpr std::array<std::byte, 16> kAnyInterface{};
+constexpr std::array<char, 16> kAnyInterface{};
 
 // Slot 3 echoes its argument bytes; slot 4 answers with as many bytes as it is told to; slot 5 runs out of memory.
 class EchoSession final : public channel::Session {
@@ -31,19 +33,12 @@ class EchoSession final : public channel::Session {
   ~EchoSession() override { --live_; }
 
   HRESULT Call(std::uint16_t slot, Decoder& arguments, Encoder& out) override {
-    if (slot == 3) {
-      const std::size_t count = arguments.Left();
-      out.Bytes(arguments.Bytes(count), count);
-      return 1;
-    }
-    if (slot == 4) {
-      const std::uint32_t count = arguments.U32();
-      if (!arguments.AtEnd()) return channel::kBadStubData;
-      std::memset(out.Space(count), 'x', count);
-      return 0;
-    }
     if (slot == 5) throw std::bad_alloc();
-    return channel::kSlotOutOfRange;
+    if (slot != 3 && slot != 4) return channel::kSlotOutOfRange;
+    const std::size_t count = slot == 3 ? arguments.Left() : arguments.U32();
+    if (slot == 3) out.Bytes(arguments.Bytes(count), count);
+    if (slot == 4) std::memset(out.Space(count), 'x', count);
+    return 1;
   }
 
  private:
@@ -52,80 +47,27 @@ class EchoSession final : public channel::Session {
 
 class EchoService final : public channel::Service {
  public:
-  HRESULT Create(const std::byte* interfaceId, std::unique_ptr<channel::Session>* session) override {
-    if (interfaceId[0] != std::byte{0}) return static_cast<HRESULT>(0x80004002);
+  ~EchoService() { EXPECT_EQ(live, 0); }
+  HRESULT Create(const std::byte* /*interfaceId*/, std::unique_ptr<channel::Session>* session) override {
     *session = std::make_unique<EchoSession>(live);
     return 0;
   }
   std::atomic<int> live{0};
 };
 
-// A server on a thread of its own.
-class ServerTest : public testing::Test {
- protected:
-  ServerTest() : path_((folder_.Path() / "socket").string()) {
-    std::atomic<DWORD> id{0};
-    thread_ = std::thread([this, &id] {
-      channel::Server server;
-      listening_ = server.Listen(path_, &service_);
-      AttachMessageSource(&server);
-      id = GetCurrentThreadId();
-      MSG message{};
-      while (GetMessageA(&message, nullptr, 0, 0) != FALSE) {
-        if (message.message == kWithdraw) {
-          server.Withdraw(path_);
-        } else {
-          DispatchMessageA(&message);
-        }
-      }
-      AttachMessageSource(nullptr);
-    });
-    support::WaitUntil([&] { return id != 0; });
-    serverThread_ = id;
-    EXPECT_TRUE(listening_);
-  }
-  ~ServerTest() override {
-    PostThreadMessageA(serverThread_, WM_QUIT, 0, 0);
-    thread_.join();
-    EXPECT_EQ(service_.live, 0);
-  }
+Outcome AskStatus(const std::string& path) {
+  std::unique_ptr<Connection> connection;
+  Decoder answer;
+  return Connection::Open(path, FrameType::status, nullptr, 0, 30, &connection, &answer);
+}
 
-  std::unique_ptr<Connection> Open() {
-    std::unique_ptr<Connection> connection;
-    Decoder answer;
-    EXPECT_EQ(Connection::Open(path_, FrameType::create, kAnyInterface.data(), 16, 30, &connection, &answer),
-              Connection::Outcome::ok);
-    EXPECT_EQ(answer.U32(), 0U);
-    return connection;
-  }
-
-  static std::string Echo(Connection& connection, const std::string& bytes) {
-    Encoder& in = connection.BeginCall(3);
-    in.Bytes(bytes.data(), bytes.size());
-    Decoder out;
-    if (connection.Exchange(&out) != 1) return "failed";
-    const std::size_t count = out.Left();
-    return {reinterpret_cast<const char*>(out.Bytes(count)), count};
-  }
-
-  // A socket connected to the server, with nothing said yet.
-  int Raw() const {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path_.copy(address.sun_path, sizeof address.sun_path - 1);
-    const int raw = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (connect(raw, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return -1;
-    return raw;
-  }
-
-  static constexpr UINT kWithdraw = WM_USER + 100;
-  support::TempFolder folder_;
-  const std::string path_;
-  EchoService service_;
-  std::atomic<bool> listening_{false};
-  std::thread thread_;
-  DWORD serverThread_ = 0;
-};
+std::string Echo(Connection& connection, const std::string& bytes) {
+  connection.BeginCall(3).Bytes(bytes.data(), bytes.size());
+  Decoder out;
+  if (connection.Exchange(&out) != 1) return "failed";
+  const std::size_t count = out.Left();
+  return {reinterpret_cast<const char*>(out.Bytes(count)), count};
+}
 
 std::string Frame(FrameType type, std::uint16_t slot, const std::string& payload, std::int64_t claimed = -1) {
   const auto bytes = static_cast<std::uint32_t>(claimed < 0 ? static_cast<std::int64_t>(payload.size()) : claimed);
@@ -137,26 +79,34 @@ std::string Frame(FrameType type, std::uint16_t slot, const std::string& payload
 }
 
 const std::string kHello = Frame(FrameType::hello, 0, std::string("KSTR\1\0\0\0", 8));
+const std::string kHelloOfAnotherVersion = Frame(FrameType::hello, 0, std::string("KSTR\2\0\0\0", 8));
 const std::string kCreate = Frame(FrameType::create, 0, std::string(16, '\0'));
 
-// What the server sends: `count` bytes, or fewer when it ends the connection.
-std::string ReadBytes(int raw, std::size_t count) {
-  std::string bytes(count, '\0');
-  std::size_t have = 0;
-  while (have < count) {
-    const ssize_t got = recv(raw, bytes.data() + have, count - have, 0);
-    if (got <= 0) break;
-    have += static_cast<std::size_t>(got);
+// The result in the refusal that is the last of these frames; 0 when there is none.
+std::uint32_t Refusal(const std::string& frames) {
+  std::uint32_t refusal = 0;
+  for (std::size_t at = 0; at + 12 <= frames.size();) {
+    const channel::FrameHead head = channel::ReadHead(reinterpret_cast<const std::byte*>(frames.data() + at));
+    if (head.type == FrameType::refusal) std::memcpy(&refusal, frames.data() + at + 8, 4);
+    at += 8 + head.payloadBytes;
   }
-  bytes.resize(have);
-  return bytes;
+  return refusal;
 }
+
+class ServerTest : public testing::Test {
+ protected:
+  std::unique_ptr<Connection> Open() const { return channel_test::OpenObject(path_, kAnyInterface.data()); }
+
+  support::TempFolder folder_;
+  const std::string path_ = folder_.Path() / "socket";
+  EchoService service_;
+  const channel_test::ServerThread server_{path_, &service_};
+};
 
 TEST_F(ServerTest, CallsOfAllSizesComeBackWhole) {
   auto connection = Open();
   std::mt19937 random(7);
-  for (const std::size_t size :
-       std::vector<std::size_t>{0, 1, 7, 4087, 4088, 4089, 65527, 65528, 65529, 200000, 3000000}) {
+  for (const std::size_t size : std::vector<std::size_t>{0, 1, 4087, 4088, 4089, 65527, 65528, 65529, 3000000}) {
     std::string bytes(size, '\0');
     for (char& c : bytes)
       c = static_cast<char>(random());
@@ -170,106 +120,67 @@ TEST_F(ServerTest, CallsOfAllSizesComeBackWhole) {
   connection->BeginCall(4).U32(channel::kMaxPayloadBytes);
   EXPECT_EQ(connection->Exchange(&out), channel::kOutOfMemory) << "an answer that no frame can carry";
   connection->BeginCall(3).Space(channel::kMaxPayloadBytes + 1);
-  EXPECT_EQ(connection->Exchange(&out), static_cast<HRESULT>(0x80070057));
+  EXPECT_EQ(connection->Exchange(&out), channel::kInvalidArgument);
   EXPECT_EQ(Echo(*connection, "and goes on"), "and goes on");
-}
-
-TEST_F(ServerTest, OpeningIsAnsweredByTheService) {
-  std::unique_ptr<Connection> connection;
-  Decoder answer;
-  std::array<std::byte, 16> other{};
-  other.fill(std::byte{1});
-  EXPECT_EQ(Connection::Open(path_, FrameType::create, other.data(), 16, 30, &connection, &answer),
-            Connection::Outcome::ok);
-  EXPECT_EQ(answer.U32(), 0x80004002U);
-  const auto first = Open();
-  const auto second = Open();
-  EXPECT_EQ(Connection::Open(path_, FrameType::status, nullptr, 0, 30, &connection, &answer), Connection::Outcome::ok);
-  EXPECT_EQ(answer.U32(), static_cast<std::uint32_t>(getpid()));
-  EXPECT_EQ(answer.U32(), 2U);
-  EXPECT_EQ(Connection::Open(path_ + "x", FrameType::status, nullptr, 0, 30, &connection, &answer),
-            Connection::Outcome::nobody);
 }
 
 TEST_F(ServerTest, FramesMayComeInAnyPieces) {
   const std::string conversation = kHello + kCreate + Frame(FrameType::call, 3, "one") + Frame(FrameType::call, 3, "") +
                                    Frame(FrameType::call, 4, std::string("\0\0\1\0", 4)) +
                                    Frame(FrameType::call, 3, std::string(70000, 'z'));
-  const int whole = Raw();
-  ASSERT_EQ(send(whole, conversation.data(), conversation.size(), 0), static_cast<ssize_t>(conversation.size()));
-  const std::size_t answerBytes = 16 + 12 + 15 + 12 + (12 + 65536) + (12 + 70000);
-  const std::string answer = ReadBytes(whole, answerBytes);
-  EXPECT_EQ(answer.size(), answerBytes);
-  close(whole);
-  for (const std::size_t piece : std::vector<std::size_t>{1, 3, 8, 1000}) {
-    const int raw = Raw();
-    for (std::size_t at = 0; at < conversation.size(); at += piece) {
-      const std::size_t count = std::min(piece, conversation.size() - at);
-      ASSERT_EQ(send(raw, conversation.data() + at, count, 0), static_cast<ssize_t>(count));
-    }
-    EXPECT_EQ(ReadBytes(raw, answerBytes), answer) << piece;
-    close(raw);
+  const std::string one("\1\0\0\0", 4);
+  const std::string answer = kHello + Frame(FrameType::created, 0, std::string(4, '\0')) +
+                             Frame(FrameType::result, 3, one + "one") + Frame(FrameType::result, 3, one) +
+                             Frame(FrameType::result, 4, one + std::string(65536, 'x')) +
+                             Frame(FrameType::result, 3, one + std::string(70000, 'z'));
+  for (const std::size_t piece : std::vector<std::size_t>{1, 3, 8, 1000, conversation.size()}) {
+    const RawPeer client(path_);
+    for (std::size_t at = 0; at < conversation.size(); at += piece)
+      ASSERT_TRUE(client.Send(conversation.substr(at, piece)));
+    EXPECT_TRUE(client.Receive(answer.size()) == answer) << piece;
   }
 }
 
 TEST_F(ServerTest, MalformedPeersAreRefusedAndOthersNoticeNothing) {
   auto ordinary = Open();
-  struct Case {
-    const char* what;
-    std::string bytes;
-    std::uint32_t refusal;  // 0: the connection just ends
+  const std::vector<std::tuple<const char*, std::string, HRESULT>> cases = {
+      {"another protocol", "GET / HTTP/1.0\r\n\r\n", channel::kBadStubData},
+      {"no hello", kCreate, channel::kVersionMismatch},
+      {"another version", kHelloOfAnotherVersion + kCreate, channel::kVersionMismatch},
+      {"a short hello", Frame(FrameType::hello, 0, "KS"), channel::kVersionMismatch},
+      {"a call before an object", kHello + Frame(FrameType::call, 3, ""), channel::kBadStubData},
+      {"a short interface identity", kHello + Frame(FrameType::create, 0, "short"), channel::kBadStubData},
+      {"an unknown type", kHello + kCreate + Frame(FrameType{99}, 0, ""), channel::kBadStubData},
+      {"a second object", kHello + kCreate + kCreate, channel::kBadStubData},
+      {"a lying length", kHello + kCreate + Frame(FrameType::call, 3, "x", 0xFFFFFFFF), channel::kBadStubData},
+      {"a length just too long", kHello + Frame(FrameType::create, 0, "", channel::kMaxPayloadBytes + 1LL),
+       channel::kBadStubData},
   };
-  const std::string otherVersion = Frame(FrameType::hello, 0, std::string("KSTR\2\0\0\0", 8));
-  const std::vector<Case> cases = {
-      {"another protocol", "GET / HTTP/1.0\r\n\r\n", 0x800706F7},
-      {"no hello", kCreate, 0x80010110},
-      {"another version", otherVersion + kCreate, 0x80010110},
-      {"a short hello", Frame(FrameType::hello, 0, "KS"), 0x80010110},
-      {"a call before an object", kHello + Frame(FrameType::call, 3, ""), 0x800706F7},
-      {"a short interface identity", kHello + Frame(FrameType::create, 0, "short"), 0x800706F7},
-      {"an unknown type", kHello + kCreate + Frame(static_cast<FrameType>(99), 0, ""), 0x800706F7},
-      {"a second object", kHello + kCreate + kCreate, 0x800706F7},
-      {"a lying length", kHello + kCreate + Frame(FrameType::call, 3, "x", 0xFFFFFFFF), 0x800706F7},
-      {"a length just too long", kHello + Frame(FrameType::create, 0, "", channel::kMaxPayloadBytes + 1LL), 0x800706F7},
-  };
-  for (const Case& c : cases) {
-    const int raw = Raw();
-    ASSERT_EQ(send(raw, c.bytes.data(), c.bytes.size(), 0), static_cast<ssize_t>(c.bytes.size()));
-    const std::string answer = ReadBytes(raw, 1000);  // to the end of the connection
-    close(raw);
-    std::uint32_t refusal = 0;
-    for (std::size_t at = 0; at + 12 <= answer.size();) {
-      const channel::FrameHead head = channel::ReadHead(reinterpret_cast<const std::byte*>(answer.data() + at));
-      if (head.type == FrameType::refusal) std::memcpy(&refusal, answer.data() + at + 8, 4);
-      at += 8 + head.payloadBytes;
-    }
-    EXPECT_EQ(refusal, c.refusal) << c.what;
-    EXPECT_EQ(Echo(*ordinary, c.what), c.what);
+  for (const auto& [what, bytes, refusal] : cases) {
+    const RawPeer client(path_);
+    ASSERT_TRUE(client.Send(bytes));
+    EXPECT_EQ(Refusal(client.Receive(1000)), static_cast<std::uint32_t>(refusal)) << what;
+    EXPECT_EQ(Echo(*ordinary, what), what);
   }
 }
 
 TEST_F(ServerTest, SlowPeersHoldUpNobody) {
   auto ordinary = Open();
-  // Half a frame that never goes on, a promise of 100 MB that is not kept, and an answer that is never read.
-  const int half = Raw();
-  ASSERT_GT(send(half, kHello.data(), 5, 0), 0);
-  const int promise = Raw();
-  const std::string promised = kHello + kCreate + Frame(FrameType::call, 3, std::string(100000, 'x'), 100 << 20);
-  ASSERT_GT(send(promise, promised.data(), promised.size(), 0), 0);
-  const int deaf = Raw();
+  const RawPeer half(path_);  // of a frame
+  ASSERT_TRUE(half.Send(kHello.substr(0, 5)));
+  const RawPeer promise(path_);  // of 100 MB that do not come
+  ASSERT_TRUE(promise.Send(kHello + kCreate + Frame(FrameType::call, 3, std::string(100000, 'x'), 100 << 20)));
+  const RawPeer deaf(path_);  // to its answers
   std::string calls = kHello + kCreate;
   for (int i = 0; i < 20; ++i)
     calls += Frame(FrameType::call, 4, std::string("\0\0\x40\0", 4));
-  ASSERT_GT(send(deaf, calls.data(), calls.size(), 0), 0);
+  ASSERT_TRUE(deaf.Send(calls));
   for (int i = 0; i < 200; ++i)
     ASSERT_EQ(Echo(*ordinary, "served"), "served");
 
   // The deaf one begins to read and gets every answer.
   const std::size_t all = 16 + 12 + 20 * (12 + (4U << 20));
-  EXPECT_EQ(ReadBytes(deaf, all).size(), all);
-  close(half);
-  close(promise);
-  close(deaf);
+  EXPECT_EQ(deaf.Receive(all).size(), all);
 }
 
 // Clients that never pause must not keep others from being let in, nor calls of more than one reading from being
@@ -294,37 +205,29 @@ TEST_F(ServerTest, BusyClientsStarveNobody) {
 // One that hoards half frames goes before it costs anybody else the server.
 TEST_F(ServerTest, HoarderGoesAndOthersStay) {
   auto ordinary = Open();
-  const std::string start = kHello + kCreate + Frame(FrameType::call, 3, "", 120 << 20);
   const std::string megabyte(1 << 20, 'h');
-  std::vector<int> hoarders;
+  std::deque<RawPeer> hoarders;
   for (int i = 0; i < 6; ++i) {
-    hoarders.push_back(Raw());
-    send(hoarders.back(), start.data(), start.size(), MSG_NOSIGNAL);
-    for (int sent = 0; sent < 110; ++sent) {
-      if (send(hoarders.back(), megabyte.data(), megabyte.size(), MSG_NOSIGNAL) < 0) break;
+    const RawPeer& hoarder = hoarders.emplace_back(path_);
+    hoarder.Send(kHello + kCreate + Frame(FrameType::call, 3, "", 120 << 20));
+    for (int sent = 0; sent < 110 && hoarder.Send(megabyte); ++sent) {
     }
   }
+  EXPECT_TRUE(std::any_of(hoarders.begin(), hoarders.end(), [](const RawPeer& one) { return !one.Send("h"); }));
   EXPECT_EQ(Echo(*ordinary, std::string(200000, 'o')).size(), 200000U);
   EXPECT_EQ(Echo(*Open(), "let in"), "let in");
-  for (const int hoarder : hoarders)
-    close(hoarder);
 }
 
 TEST_F(ServerTest, EndedConnectionReleasesItsObjectAndWithdrawalFreesWaitingClients) {
   auto kept = Open();
-  {
-    const auto first = Open();
-    const auto second = Open();
-    EXPECT_EQ(service_.live, 3);
-  }
+  Open();
   EXPECT_TRUE(support::WaitUntil([&] { return service_.live == 1; }));
 
-  const int waiting = Raw();
-  ASSERT_GT(send(waiting, kHello.data(), kHello.size(), 0), 0);
-  EXPECT_EQ(ReadBytes(waiting, 16).size(), 16U);
-  PostThreadMessageA(serverThread_, kWithdraw, 0, 0);
-  EXPECT_EQ(ReadBytes(waiting, 1).size(), 0U) << "ended at once";
-  close(waiting);
+  const RawPeer waiting(path_);
+  ASSERT_TRUE(waiting.Send(kHello));
+  EXPECT_EQ(waiting.Receive(16), kHello);
+  server_.Withdraw();
+  EXPECT_EQ(waiting.Receive(1), "") << "ended at once";
   EXPECT_FALSE(channel::SomebodyListens(path_));
   EXPECT_EQ(Echo(*kept, "objects live on"), "objects live on");
 }
@@ -334,13 +237,8 @@ TEST_F(ServerTest, OtherUsersAreRefused) {
   chmod(folder_.Path().c_str(), 0755);
   chmod(path_.c_str(), 0777);
   support::Child stranger([this] {
-    if (setuid(65534) != 0) return 1;
-    const int raw = Raw();
-    if (raw < 0) return 2;
-    const std::string answer = ReadBytes(raw, 1000);
-    std::uint32_t refusal = 0;
-    if (answer.size() >= kHello.size() + 12) std::memcpy(&refusal, answer.data() + kHello.size() + 8, 4);
-    return refusal == 0x80070005 ? 0 : 3;
+    support::BecomeUser(65534);
+    return Refusal(RawPeer(path_).Receive(1000)) == static_cast<std::uint32_t>(channel::kAccessDenied) ? 0 : 1;
   });
   EXPECT_EQ(stranger.Wait(), 0);
   EXPECT_EQ(Echo(*Open(), "the owner is served"), "the owner is served");
@@ -348,19 +246,13 @@ TEST_F(ServerTest, OtherUsersAreRefused) {
 
 // Whatever a server says, a client comes to a result.
 TEST(Client, MisbehavingServers) {
-  const std::string refusal = [](std::uint32_t code) {
-    std::string payload(4, '\0');
-    std::memcpy(payload.data(), &code, 4);
-    return Frame(FrameType::refusal, 0, payload + "reason");
-  }(0x80070005);
+  const std::string refusal = Frame(FrameType::refusal, 0, std::string("\5\0\7\x80", 4) + "reason");
   const std::string status = Frame(FrameType::status, 0, std::string("\1\0\0\0\2\0\0\0", 8));
-  const std::string otherVersion = Frame(FrameType::hello, 0, std::string("KSTR\2\0\0\0", 8));
-  using Outcome = Connection::Outcome;
   const std::vector<std::pair<std::string, Outcome>> cases = {
       {"", Outcome::nobody},
       {kHello, Outcome::nobody},
       {kHello + std::string("\4\0\0\0", 4), Outcome::nobody},
-      {otherVersion + status, Outcome::otherVersion},
+      {kHelloOfAnotherVersion + status, Outcome::otherVersion},
       {"HTTP/1.0 400 Bad Request", Outcome::nobody},
       {kHello + refusal, Outcome::denied},
       {refusal, Outcome::denied},
@@ -368,58 +260,39 @@ TEST(Client, MisbehavingServers) {
       {kHello + Frame(FrameType::status, 0, "", 0x7FFFFFFF), Outcome::nobody},
       {kHello + status, Outcome::ok},
   };
-  for (std::size_t i = 0; i < cases.size(); ++i) {
-    support::TempFolder folder;
+  for (const auto& [said, outcome] : cases) {
+    const support::TempFolder folder;
     const std::string path = folder.Path() / "socket";
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    const int listening = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(bind(listening, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    ASSERT_EQ(listen(listening, 1), 0);
-    std::thread server([&] {
-      const int peer = accept(listening, nullptr, nullptr);
-      send(peer, cases[i].first.data(), cases[i].first.size(), MSG_NOSIGNAL);
-      shutdown(peer, SHUT_WR);
-      ReadBytes(peer, 1000);
-      close(peer);
+    const platform::Descriptor listening = channel_test::SocketAt(path, bind);
+    ASSERT_EQ(listen(listening.Number(), 1), 0);
+    std::thread server([&listening, bytes = said] {
+      const RawPeer client(platform::Descriptor(accept(listening.Number(), nullptr, nullptr)));
+      client.Send(bytes);
+      client.StopSending();
+      client.Receive(1000);
     });
-    std::unique_ptr<Connection> connection;
-    Decoder answer;
-    EXPECT_EQ(Connection::Open(path, FrameType::status, nullptr, 0, 30, &connection, &answer), cases[i].second) << i;
-    connection.reset();
+    EXPECT_EQ(AskStatus(path), outcome) << testing::PrintToString(said);
     server.join();
-    close(listening);
   }
 }
 
 // A client must not talk to a server that somebody else put in the way.
 TEST(Client, ServersOfOtherUsersAreRefused) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root to become somebody else";
-  support::TempFolder folder;
+  const support::TempFolder folder;
   chmod(folder.Path().c_str(), 0777);
   const std::string path = folder.Path() / "socket";
   support::Child stranger([&] {
-    if (setuid(65534) != 0) return 1;
+    support::BecomeUser(65534);
+    umask(0);
     EchoService service;
-    channel::Server server;
-    if (!server.Listen(path, &service)) return 2;
-    chmod(path.c_str(), 0777);
-    AttachMessageSource(&server);
-    MSG message{};
-    while (GetMessageA(&message, nullptr, 0, 0) != FALSE)
-      DispatchMessageA(&message);
-    return 0;
+    const channel_test::ServerThread server(path, &service);
+    return pause();
   });
   ASSERT_TRUE(support::WaitUntil([&] { return channel::SomebodyListens(path); }));
   support::Child client([&] {
-    if (setuid(65533) != 0) return 1;
-    std::unique_ptr<Connection> connection;
-    Decoder answer;
-    return Connection::Open(path, FrameType::status, nullptr, 0, 30, &connection, &answer) ==
-                   Connection::Outcome::denied
-               ? 0
-               : 2;
+    support::BecomeUser(65533);
+    return AskStatus(path) == Outcome::denied ? 0 : 1;
   });
   EXPECT_EQ(client.Wait(), 0);
 }

@@ -14,54 +14,36 @@ namespace {
 using kestor::DesregistraServidor;
 using kestor::RegistraServidor;
 
-void Create(const std::string& path) {
-  HKEY key = nullptr;
-  ASSERT_EQ(RegCreateKeyA(HKEY_CLASSES_ROOT, path.c_str(), &key), LONG{ERROR_SUCCESS});
-  RegCloseKey(key);
-}
-
-void AddClass(const std::string& name, const CLSID& clsid, const std::string& executable, RegistryKeys* keys) {
-  const std::string description = name + " Class";
-  const std::string program = "KESTOR." + name;
-  const std::string version = program + ".1";
-  const std::string identity = GuidText(clsid);
-  const std::string key = "CLSID\\" + identity;
-  keys->merge(RegistryKeys{{version, {{"", description}}},
-                           {version + "\\CLSID", {{"", identity}}},
-                           {program, {{"", description}}},
-                           {program + "\\CLSID", {{"", identity}}},
-                           {program + "\\CurVer", {{"", version}}},
-                           {key, {{"", description}, {"AppID", GuidText(APPID_KESTOR)}}},
-                           {key + "\\ProgID", {{"", version}}},
-                           {key + "\\VersionIndependentProgID", {{"", program}}},
-                           {key + "\\LocalServer32", {{"", executable}}},
-                           {key + "\\TypeLib", {{"", GuidText(LIBID_KESTORLib)}}}});
-}
-
-// Everything that a registration writes but for the type library.
-RegistryKeys ServerKeys(const std::string& executable) {
+// What a registration writes but for the type library.
+RegistryEntries ServerEntries(const std::string& executable) {
   const std::string application = GuidText(APPID_KESTOR);
-  RegistryKeys keys = {{"AppID", {}},
-                       {"AppID\\" + application, {{"", "KESTOR"}}},
-                       {"AppID\\KESTOR.EXE", {{"AppID", application}}},
-                       {"CLSID", {}}};
-  AddClass("ZNPL_Rel", CLSID_ZNPL_Rel, executable, &keys);
-  AddClass("ZNPL_Relatorio2", CLSID_ZNPL_Relatorio2, executable, &keys);
-  AddClass("ZNPL_RelConverte", CLSID_ZNPL_RelConverte, executable, &keys);
-  return keys;
+  RegistryEntries entries = {DefaultValue("AppID\\" + application, "KESTOR"),
+                             Value("AppID\\KESTOR.EXE", R"("AppID")", application)};
+  for (const auto& [name, identity] : std::map<std::string, std::string>{
+           {"ZNPL_Rel", GuidText(CLSID_ZNPL_Rel)},
+           {"ZNPL_Relatorio2", GuidText(CLSID_ZNPL_Relatorio2)},
+           {"ZNPL_RelConverte", GuidText(CLSID_ZNPL_RelConverte)},
+       }) {
+    const std::string program = "KESTOR." + name;
+    const std::string key = "CLSID\\" + identity;
+    entries.merge(RegistryEntries{
+        DefaultValue(program + ".1", name + " Class"), DefaultValue(program + ".1\\CLSID", identity),
+        DefaultValue(program, name + " Class"), DefaultValue(program + "\\CLSID", identity),
+        DefaultValue(program + "\\CurVer", program + ".1"), DefaultValue(key, name + " Class"),
+        Value(key, R"("AppID")", application), DefaultValue(key + "\\ProgID", program + ".1"),
+        DefaultValue(key + "\\VersionIndependentProgID", program), DefaultValue(key + "\\LocalServer32", executable),
+        DefaultValue(key + "\\TypeLib", GuidText(LIBID_KESTORLib))});
+  }
+  return entries;
 }
 
-RegistryKeys AllKeys(const std::string& executable, const std::string& library) {
-  const std::string identity = "TypeLib\\" + GuidText(LIBID_KESTORLib);
-  RegistryKeys keys = ServerKeys(executable);
-  keys.merge(RegistryKeys{{"TypeLib", {}},
-                          {identity, {}},
-                          {identity + "\\1.0", {{"", "KESTOR 1.0 Type Library"}}},
-                          {identity + "\\1.0\\FLAGS", {{"", "0"}}},
-                          {identity + "\\1.0\\409", {}},
-                          {identity + "\\1.0\\409\\win32", {{"", library}}},
-                          {identity + "\\1.0\\HELPDIR", {{"", std::filesystem::path(library).parent_path()}}}});
-  return keys;
+RegistryEntries AllEntries(const std::string& executable, const std::string& library) {
+  const std::string version = "TypeLib\\" + GuidText(LIBID_KESTORLib) + "\\1.0";
+  RegistryEntries entries = ServerEntries(executable);
+  entries.merge(RegistryEntries{DefaultValue(version, "KESTOR 1.0 Type Library"),
+                                DefaultValue(version + "\\FLAGS", "0"), DefaultValue(version + "\\409\\win32", library),
+                                DefaultValue(version + "\\HELPDIR", std::filesystem::path(library).parent_path())});
+  return entries;
 }
 
 class Registration : public testing::Test {
@@ -79,36 +61,23 @@ class Registration : public testing::Test {
   const std::filesystem::path folder_ = home_.Data();
 };
 
-TEST_F(Registration, WritesExactlyItsKeysHoweverOften) {
-  const std::string executable = GetModulePath();
-  ASSERT_EQ(RegistraServidor(executable), S_OK);
-  EXPECT_EQ(ClassKeys(), AllKeys(executable, executable));
-
-  Create("CLSID\\" + GuidText(CLSID_ZNPL_Relatorio2) + "\\InprocServer32\\Below");
-  Create("KESTOR.ZNPL_Rel\\Foreign");
-  Create("CLSID\\Foreign");
-  ASSERT_EQ(RegistraServidor(executable), S_OK);
-  RegistryKeys expected = AllKeys(executable, executable);
-  expected.merge(RegistryKeys{{"KESTOR.ZNPL_Rel\\Foreign", {}}, {"CLSID\\Foreign", {}}});
-  EXPECT_EQ(ClassKeys(), expected);
-}
-
-TEST_F(Registration, IsUndoneButForWhatOthersShare) {
+TEST_F(Registration, WritesExactlyItsKeysAndRemovesWhatNobodyShares) {
   const std::string executable = GetModulePath();
   EXPECT_EQ(DesregistraServidor(executable), S_OK);
-  EXPECT_TRUE(ClassKeys().empty());
-
+  EXPECT_TRUE(ClassEntries().empty());
   ASSERT_EQ(RegistraServidor(executable), S_OK);
-  for (const char* foreign : {"AppID\\Foreign", "CLSID\\Foreign", "KESTOR.Other", "TypeLib\\Foreign"})
-    Create(foreign);
+  EXPECT_EQ(ClassEntries(), AllEntries(executable, executable));
+
+  const RegistryEntries foreign = {"AppID\\Foreign", "CLSID\\Foreign", "KESTOR.Other", "TypeLib\\Foreign"};
+  for (const std::string& path : foreign)
+    CreateClassKey(path);
+  CreateClassKey("CLSID\\" + GuidText(CLSID_ZNPL_Relatorio2) + "\\InprocServer32\\Below");
+  ASSERT_EQ(RegistraServidor(executable), S_OK);
+  RegistryEntries expected = AllEntries(executable, executable);
+  expected.insert(foreign.begin(), foreign.end());
+  EXPECT_EQ(ClassEntries(), expected) << "a class's own key is made anew";
   EXPECT_EQ(DesregistraServidor(executable), S_OK);
-  EXPECT_EQ(ClassKeys(), (RegistryKeys{{"AppID", {}},
-                                       {"AppID\\Foreign", {}},
-                                       {"CLSID", {}},
-                                       {"CLSID\\Foreign", {}},
-                                       {"KESTOR.Other", {}},
-                                       {"TypeLib", {}},
-                                       {"TypeLib\\Foreign", {}}}));
+  EXPECT_EQ(ClassEntries(), foreign);
 }
 
 TEST_F(Registration, TakesTheTypeLibraryFromBesideTheExecutable) {
@@ -116,26 +85,24 @@ TEST_F(Registration, TakesTheTypeLibraryFromBesideTheExecutable) {
   for (const auto& [name, library] :
        std::map<std::string, std::string>{{"kestor.exe", "kestor.tlb"},
                                           {"kestor-1.0/servidor", "kestor-1.0/servidor.tlb"},
-                                          {"it's 100%.exe", "it's 100%.tlb"}}) {
+                                          {"it's 100% é.exe", "it's 100% é.tlb"}}) {
     const std::string executable = BareExecutable(name, library);
     ASSERT_EQ(RegistraServidor(executable), S_OK) << name;
-    EXPECT_EQ(ClassKeys(), AllKeys(executable, folder_ / library));
+    EXPECT_EQ(ClassEntries(), AllEntries(executable, folder_ / library));
     EXPECT_EQ(DesregistraServidor(executable), S_OK);
-    EXPECT_EQ(ClassKeys(), (RegistryKeys{{"AppID", {}}, {"CLSID", {}}, {"TypeLib", {}}}));
+    EXPECT_EQ(ClassEntries(), (RegistryEntries{"AppID", "CLSID", "TypeLib"}));
   }
 }
 
 TEST_F(Registration, TheFirstFailureCountsAndNothingIsTakenBack) {
   const std::string bare = BareExecutable("kestor", "");
   EXPECT_EQ(RegistraServidor(bare), TYPE_E_CANTLOADLIBRARY);
-  EXPECT_EQ(ClassKeys(), ServerKeys(bare));
-  EXPECT_EQ(DesregistraServidor(bare), S_OK);
-  EXPECT_EQ(ClassKeys(), (RegistryKeys{{"AppID", {}}, {"CLSID", {}}}));
+  EXPECT_EQ(ClassEntries(), ServerEntries(bare));
 
   // A path that the registry cannot hold must not be entered under another name.
   const std::string unnameable = BareExecutable("отчёт", "отчёт.tlb");
   EXPECT_EQ(RegistraServidor(unnameable), HRESULT_FROM_WIN32(ERROR_INVALID_NAME));
-  EXPECT_EQ(ClassKeys().size(), 4u);
+  EXPECT_EQ(ClassEntries(), ServerEntries(bare));
 
   support::WriteFile(home_.Home() / "registry.reg", "no registry\n");
   EXPECT_EQ(RegistraServidor(GetModulePath()), HRESULT_FROM_WIN32(ERROR_BADDB));

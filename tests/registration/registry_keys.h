@@ -1,43 +1,43 @@
-// The keys and values below HKEY_CLASSES_ROOT, as the registration tests compare them.
+// What stands below HKEY_CLASSES_ROOT, as the registration tests compare it.
 #pragma once
 
-#include <map>
+#include <set>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 
 #include "platform/registry/registry.h"
 
-// By key path: the values by name, the default one with an empty name.
-using RegistryKeys = std::map<std::string, std::map<std::string, std::string>>;
+// The values, as KEY "NAME"="TEXT" (KEY @="TEXT" for the default one), and the keys without any and without subkeys.
+using RegistryEntries = std::set<std::string>;
 
-inline RegistryKeys ClassKeys() {
-  RegistryKeys keys;
+inline RegistryEntries ClassEntries() {
+  RegistryEntries entries;
   std::string text;
-  if (!registry::Export("HKEY_CLASSES_ROOT", &text)) return keys;
-  auto unquoted = [](std::string quoted) {
-    std::string plain;
-    for (std::size_t i = 1; i + 1 < quoted.size(); ++i) {
-      if (quoted[i] == '\\') ++i;
-      plain += quoted[i];
-    }
-    return plain;
-  };
+  if (!registry::Export("HKEY_CLASSES_ROOT", &text)) return entries;
+  const std::string root = "[HKEY_CLASSES_ROOT\\";
   std::istringstream lines(text);
   std::string key;
   for (std::string line; std::getline(lines, line);) {
-    if (line.starts_with("[HKEY_CLASSES_ROOT\\")) {
-      key = line.substr(19, line.size() - 20);
-      // A key without values shows only in the paths of those below it.
-      for (std::size_t end = 0; end != std::string::npos;) {
-        end = key.find('\\', end + 1);
-        keys[key.substr(0, end)];
-      }
-    } else if (line.starts_with('@')) {
-      keys[key][""] = unquoted(line.substr(2));
-    } else if (line.starts_with('"')) {
-      const std::size_t middle = line.find("\"=\"");
-      keys[key][unquoted(line.substr(0, middle + 1))] = unquoted(line.substr(middle + 2));
+    if (line.starts_with(root)) {
+      key = line.substr(root.size(), line.size() - root.size() - 1);
+      entries.insert(key);
+    } else if (line.find('=') != std::string::npos) {
+      entries.erase(key);
+      entries.insert(std::string(key).append(" ").append(line));
     }
   }
-  return keys;
+  return entries;
+}
+
+inline std::string Value(const std::string& key, const std::string& name, const std::string& text) {
+  return std::string(key).append(" ").append(name).append("=\"").append(text).append("\"");
+}
+inline std::string DefaultValue(const std::string& key, const std::string& text) {
+  return Value(key, "@", text);
+}
+
+inline void CreateClassKey(const std::string& path) {
+  registry::OwnedKey key;
+  if (RegCreateKeyA(HKEY_CLASSES_ROOT, path.c_str(), key.Out()) != 0) throw std::runtime_error("no key " + path);
 }

@@ -1,14 +1,14 @@
+// The registry's text: every form that is read, the one that is written, and what is refused.
 #include <algorithm>
 #include <sstream>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "fixture.h"
 
 namespace {
 
 using namespace std::string_literals;
+
+namespace fs = std::filesystem;
 
 using RegistryFormat = Registry;
 
@@ -49,7 +49,7 @@ const std::string kContent = R"(
 [hkey_classes_root\CLSID]
 )";
 
-const std::string kNormalForm = R"(
+const std::string kNormalForm = kVersion5 + R"(
 [HKEY_LOCAL_MACHINE\SOFTWARE\Norvela]
 @="default"
 "Relatorios"="D:\\Rel\\"
@@ -67,23 +67,24 @@ const std::string kNormalForm = R"(
 )";
 
 TEST_F(RegistryFormat, EveryFormReadsTheSameAndGoesOutInOne) {
-  const std::vector<std::string> kForms = {
+  const std::string version5 = kVersion5 + kContent;
+  const std::string forms[] = {
       "REGEDIT4\n" + kContent,
       WithCrLf("REGEDIT4\n" + kContent),
-      kVersion5 + kContent,
-      "\xEF\xBB\xBF" + WithCrLf(kVersion5 + kContent),
-      Wide(WithCrLf(kVersion5 + kContent)),
-      Wide(kVersion5 + kContent),
-      kVersion5 + kContent.substr(0, kContent.size() - 1),  // the last line without its end
+      version5,
+      "\xEF\xBB\xBF" + WithCrLf(version5),
+      Wide(WithCrLf(version5)),
+      Wide(version5),
+      version5.substr(0, version5.size() - 1),  // the last line without its end
   };
-  for (std::size_t form = 0; form < kForms.size(); ++form) {
-    SCOPED_TRACE(form);
-    support::WriteFile(File(), kForms[form]);
-    EXPECT_EQ(Exported(), kVersion5 + kNormalForm);
+  for (const std::string& form : forms) {
+    SCOPED_TRACE(form.substr(0, 10));
+    support::WriteFile(File(), form);
+    EXPECT_EQ(Exported(), kNormalForm);
     const OpenedKey key("SOFTWARE\\Norvela");
-    ASSERT_EQ(SetText(key.Get(), "twice", "third"), kSuccess);
-    ASSERT_EQ(SetText(key.Get(), "twice", "second"), kSuccess);
-    EXPECT_EQ(support::ReadFile(File()), kVersion5 + kNormalForm);
+    ASSERT_EQ(Set(key, "twice", "third"), kSuccess);
+    ASSERT_EQ(Set(key, "twice", "second"), kSuccess);
+    EXPECT_EQ(support::ReadFile(File()), kNormalForm);
   }
 }
 
@@ -92,40 +93,32 @@ TEST_F(RegistryFormat, TextsFollowTheEncodingOfTheirFile) {
   // In the older form the bytes of texts are the code page's, in the newer one UTF-16.
   support::WriteFile(File(),
                      "REGEDIT4\n[HKLM]\n\"t\"=\"\x80\xE9\x81\"\n\"e\"=hex(2):80,e9,00\n\"m\"=hex(7):61,00,e9,00,00\n");
-  EXPECT_EQ(Get(key.Get(), "t"), "1:\x80\xE9\x81\0"s);
-  EXPECT_EQ(Get(key.Get(), "e"), "2:\x80\xE9\0"s);
-  EXPECT_EQ(Get(key.Get(), "m"), "7:a\0\xE9\0\0"s);
+  EXPECT_EQ(Get(key, "t"), "1:\x80\xE9\x81\0"s);
+  EXPECT_EQ(Get(key, "e"), "2:\x80\xE9\0"s);
+  EXPECT_EQ(Get(key, "m"), "7:a\0\xE9\0\0"s);
   EXPECT_EQ(Exported(), kVersion5 +
                             "\n[HKEY_LOCAL_MACHINE]\n\"t\"=\"€é\xC2\x81\"\n\"e\"=hex(2):ac,20,e9,00,00,00\n"
                             "\"m\"=hex(7):61,00,00,00,e9,00,00,00,00,00\n");
 
   // What the code page lacks shows as '?', and is kept.
-  support::WriteFile(File(), kVersion5 + "[HKLM\\Жук]\n\"Имя\"=\"Ж😀\"\n\"x\"=\"Ж\"\n");
+  support::WriteFile(File(), kVersion5 + "[HKLM\\Жук]\n\"Имя\"=\"Ж😀\"\n");
   std::string name;
-  EXPECT_EQ(RegEnumKeyA(key.Get(), 0, &name), kSuccess);
+  EXPECT_EQ(RegEnumKeyA(key, 0, &name), kSuccess);
   EXPECT_EQ(name, "???");
   EXPECT_EQ(OpenedKey("???").Result(), kNotFound);
-  ASSERT_EQ(SetText(key.Get(), "new", "\xE9"), kSuccess);
+  ASSERT_EQ(Set(key, "new", "\xE9"), kSuccess);
   EXPECT_EQ(Exported(), kVersion5 +
                             "\n[HKEY_LOCAL_MACHINE]\n\"new\"=\"é\"\n\n[HKEY_LOCAL_MACHINE\\Жук]\n"
-                            "\"Имя\"=\"Ж😀\"\n\"x\"=\"Ж\"\n");
-}
+                            "\"Имя\"=\"Ж😀\"\n");
 
-TEST_F(RegistryFormat, TextsMayHoldLineEndsAndUnusualBytes) {
-  const OpenedKey key("", true);
-  support::WriteFile(
-      File(),
-      kVersion5 +
-          "[HKLM]\n\"raw\"=\"a\r\nb\n; c\"\n\"next\"=\"x\"\n\"odd\"=hex(1):61,00,62\n\"half\"=hex(1):00,d8,00,00\n");
-  EXPECT_EQ(Get(key.Get(), "raw"), "1:a\r\nb\n; c\0"s);
-  EXPECT_EQ(Get(key.Get(), "next"), "1:x\0"s);
-  EXPECT_EQ(Get(key.Get(), "odd"), "1:a\0"s);
-  EXPECT_EQ(Get(key.Get(), "half"), "1:?\0"s);
-  // They go out as bytes, so that no line end of a text can be taken for one of the file.
+  // Unusual texts go out as bytes, so that no line end of a text can be taken for one of the file.
+  const std::string asBytes = "\"odd\"=hex(1):61,00,62\n\"half\"=hex(1):00,d8,00,00\n";
+  support::WriteFile(File(), kVersion5 + "[HKLM]\n\"raw\"=\"a\r\n; c\"\n" + asBytes);
+  EXPECT_EQ(Get(key, "raw"), "1:a\r\n; c\0"s);
+  EXPECT_EQ(Get(key, "odd"), "1:a\0"s);
+  EXPECT_EQ(Get(key, "half"), "1:?\0"s);
   EXPECT_EQ(Exported(),
-            kVersion5 +
-                "\n[HKEY_LOCAL_MACHINE]\n\"raw\"=hex(1):61,00,0d,00,0a,00,62,00,0a,00,3b,00,20,00,63,00,00,00\n"
-                "\"next\"=\"x\"\n\"odd\"=hex(1):61,00,62\n\"half\"=hex(1):00,d8,00,00\n");
+            kVersion5 + "\n[HKEY_LOCAL_MACHINE]\n\"raw\"=hex(1):61,00,0d,00,0a,00,3b,00,20,00,63,00,00,00\n" + asBytes);
 }
 
 TEST_F(RegistryFormat, AnExportMovesEverythingToAnotherMachine) {
@@ -138,16 +131,13 @@ TEST_F(RegistryFormat, AnExportMovesEverythingToAnotherMachine) {
   EXPECT_EQ(desktop.substr(0, 4), "\xFF\xFEW\0"s);
   EXPECT_NE(desktop.find("0\0\r\0\n\0"s), std::string::npos);
 
-  std::filesystem::remove(File());
-  ASSERT_EQ(Exported(), kVersion5);
+  fs::remove(File());
   support::WriteFile(home_.Data() / "old.reg", desktop);
   registry::Import(home_.Data() / "old.reg");
   EXPECT_EQ(Exported(), before);
-  std::string part;
-  EXPECT_TRUE(registry::Export("hklm\\software\\NORVELA\\A]B\\", &part));
-  EXPECT_EQ(part, kVersion5 + "\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvela\\a]b]\n");
-  EXPECT_FALSE(registry::Export("HKLM\\None", &part));
-  EXPECT_FALSE(registry::Export("SOFTWARE", &part));
+  EXPECT_EQ(Exported("hklm\\software\\NORVELA\\A]B\\"), kVersion5 + "\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Norvela\\a]b]\n");
+  for (const char* none : {"HKLM\\None", "SOFTWARE"})
+    EXPECT_EQ(Exported(none), "no such key");
 }
 
 TEST_F(RegistryFormat, AnImportMergesAndDeletes) {
@@ -183,7 +173,7 @@ TEST_F(RegistryFormat, AnImportMergesAndDeletes) {
 
 // The line of the error that `read` throws, 0 when it throws none. The message must begin with the file's name.
 template <class Read>
-int LineOfError(const std::filesystem::path& file, Read read) {
+int LineOfError(const fs::path& file, Read read) {
   try {
     read();
   } catch (const registry::FormatError& error) {
@@ -202,72 +192,54 @@ int LastLine(std::string_view text) {
 // Each is a file with an error on its last line, behind which a line end may stand.
 std::vector<std::string> EveryDamage() {
   const std::string key = kVersion5 + "[HKLM]\n";
-  std::vector<std::string> damages = {"",
-                                      "\n",
-                                      "REGEDIT\n",
-                                      "REGEDIT5\n",
-                                      "\xEF\xBB\xBFREGEDIT4\n",
-                                      "\xFE\xFF\0W"s,
-                                      "\xFF\xFE",
-                                      "REGEDIT4\n;\0\n"s,
-                                      Wide(key) + "a",
-                                      Wide(key) + "\x41\xD8\x41\0"s,
-                                      Wide(key + ";\0"s),
-                                      key + ";\n; \xE9 b\n",
-                                      kVersion5 + "\n\"early\"=\"1\"\n",
-                                      kVersion5 + "[HKCU\\x]\n",
-                                      key + "\"x\"=\"a\n\nb\" c",
-                                      key + "\"x\"=hex:1,\\\n\n",
-                                      key + "\"x\"=hex:1,\\\n\"y\"=\"\"",
-                                      key + "\r;\n"};
-  std::istringstream lines(
-      R"(x|name="x"|[HKLM\a|[HKLM\a] b|[HKLM\a\\b]|[HKLM\\a]|[]|[SOFTWARE\x]|"x"|"x"=|"x"=1|"x"="a" b|"x"="a\b"|"x"="a)"
-      R"(|"x"=dword:|"x"=dword:123456789|"x"=dword:12g|"x"=hex:1g|"x"=hex:123|"x"=hex:1,,2|"x"=hex:1,|"x"=hex:1\)"
-      R"(|"x"=hex:1,\ 2|"x"=hex(:1|"x"=hex(1:1|"x"=hex(123456789):1|"x"=hex 1)");
-  for (std::string line; std::getline(lines, line, '|');)
-    damages.push_back(key + line + "\n");
+  std::vector<std::string> damages = {Wide(key) + "a", Wide(key) + "\x41\xD8\x41\0"s, Wide(key + ";\0"s)};
+  for (const char* head : {"", "\n", "REGEDIT\n", "REGEDIT5\n", "\xEF\xBB\xBFREGEDIT4\n", "\xFE\xFF", "\xFF\xFE"})
+    damages.emplace_back(head);
+  for (const char* line : {"\"early\"=\"1\"\n", "[-HKLM\\x]\n", "[HKCU\\x]\n", "[HKLM]\n;\n; \xE9 b\n"})
+    damages.push_back(kVersion5 + line);
   std::string deep = "[HKLM";
   for (int i = 0; i < 513; ++i)
     deep += "\\a";
   damages.push_back(key + deep + "]\n");
   damages.push_back(key + "[HKLM\\" + std::string(256, 'x') + "]\n");
+  std::istringstream lines(
+      R"(x|name="x"|[HKLM\a|[HKLM\a] b|[HKLM\a\\b]|[HKLM\\a]|[]|[SOFTWARE\x]|"x"|"x"=|"x"=-|"x"=1|"x"="a" b|"x"="a\b")"
+      R"(|"x"="a|"x"=dword:|"x"=dword:123456789|"x"=dword:12g|"x"=hex:1g|"x"=hex:123|"x"=hex:1,,2|"x"=hex:1,)"
+      R"(|"x"=hex:1\|"x"=hex:1,\ 2|"x"=hex(:1|"x"=hex(1:1|"x"=hex(123456789):1|"x"=hex 1)"
+      "|\"x\"=\"a\n\nb\" c|\"x\"=hex:1,\\\n|\"x\"=hex:1,\\\n\"y\"=\"\"|\r;");
+  for (std::string line; std::getline(lines, line, '|');)
+    damages.push_back(key + line + "\n");
   return damages;
 }
 
 TEST_F(RegistryFormat, ADamagedRegistryIsToldWithItsLineAndNeverOverwritten) {
-  std::vector<std::string> damages = EveryDamage();
-  damages.push_back(kVersion5 + "[HKLM]\n\"x\"=-\n");
-  damages.push_back(kVersion5 + "[-HKLM\\x]\n");
-  const std::filesystem::path good = home_.Data() / "good.reg";
+  const fs::path good = home_.Data() / "good.reg";
   support::WriteFile(good, kVersion5 + "[HKLM\\Good]\n");
   const OpenedKey key("K", true);
-  for (const std::string& damage : damages) {
+  for (const std::string& damage : EveryDamage()) {
     SCOPED_TRACE(testing::PrintToString(damage));
     support::WriteFile(File(), damage);
-    const int line = LastLine(damage);
-    EXPECT_EQ(LineOfError(File(), [] { registry::Check(); }), line);
-    EXPECT_EQ(LineOfError(File(), [&] { registry::Import(good); }), line);
+    EXPECT_EQ(LineOfError(File(), [] { registry::Check(); }), LastLine(damage));
+    EXPECT_EQ(LineOfError(File(), [&] { registry::Import(good); }), LastLine(damage));
     EXPECT_EQ(OpenedKey("K").Result(), kDamaged);
     EXPECT_EQ(OpenedKey("New", true).Result(), kDamaged);
-    EXPECT_EQ(SetText(key.Get(), "v", "x"), kDamaged);
+    EXPECT_EQ(Set(key, "v", "x"), kDamaged);
     EXPECT_EQ(RegDeleteTreeA(HKEY_LOCAL_MACHINE, "K"), kDamaged);
     EXPECT_EQ(support::ReadFile(File()), damage);
   }
 }
 
 TEST_F(RegistryFormat, AnImportWithAnErrorChangesNothing) {
-  const OpenedKey key("K", true);
+  ASSERT_EQ(OpenedKey("K", true).Result(), kSuccess);
   const std::string before = support::ReadFile(File());
-  std::vector<std::string> damages = {"[-HKLM\\K]\n\"x\"=\"1\"\n", "[-HKLM]\n", "[HKEY_ELSEWHERE]\n",
-                                      "[HKCU\\x]\n\"x\"=hex:1,\n"};
-  const std::filesystem::path file = home_.Data() / "bad.reg";
-  const std::string start = kVersion5 + "[HKLM\\New]\n";
-  for (const std::string& damage : damages) {
-    const std::string bytes = start + damage;
+  const fs::path file = home_.Data() / "bad.reg";
+  for (const char* damage :
+       {"[-HKLM\\K]\n\"x\"=\"1\"\n", "[-HKLM]\n", "[HKEY_ELSEWHERE]\n", "[HKCU\\x]\n\"x\"=hex:1,\n"}) {
+    const std::string bytes = kVersion5 + "[HKLM\\New]\n" + damage;
     support::WriteFile(file, bytes);
     EXPECT_EQ(LineOfError(file, [&] { registry::Import(file); }), LastLine(bytes)) << bytes;
   }
-  EXPECT_THROW(registry::Import(home_.Data() / "none.reg"), std::filesystem::filesystem_error);
+  EXPECT_THROW(registry::Import(home_.Data() / "none.reg"), fs::filesystem_error);
   EXPECT_EQ(support::ReadFile(File()), before);
 }
 
@@ -286,8 +258,7 @@ TEST_F(RegistryFormat, AFileOfCountlessKeysOrValuesIsRefused) {
   for (int i = 0; i < 250'000; ++i)
     bytes += '"' + std::to_string(i) + "\"=\"\"\n";
   support::WriteFile(File(), bytes);
-  const OpenedKey key("K");
-  EXPECT_EQ(SetText(key.Get(), "more", "x"), LONG{ERROR_DISK_FULL});
+  EXPECT_EQ(Set(OpenedKey("K"), "more", "x"), LONG{ERROR_DISK_FULL});
   support::WriteFile(File(), bytes + "\"more\"=\"\"\n");
   EXPECT_EQ(LineOfError(File(), [] { registry::Check(); }), 2 + 250'000 + 1);
 }

@@ -1,19 +1,21 @@
 // Clients and the real server process: starting on demand, sharing, ending, dying.
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
+#include <array>
+#include <atomic>
 #include <chrono>
+#include <deque>
 #include <fstream>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <set>
 
+#include "channel/raw_peer.h"
 #include "contract/results.h"
+#include "files/shared_memory.h"
 #include "marshal/marshal.h"
-#include "platform/channel/channel.h"
 #include "platform/home/home.h"
 #include "server/entrada.h"
 #include "store/repositorio_rel2.h"
@@ -31,36 +33,40 @@ using support::WriteModel;
 
 constexpr const char* kQuickServerLog = "lives";
 
-// Start line of several processes.
-class Gate {
- public:
-  Gate() { EXPECT_EQ(pipe(ends_), 0); }
-  ~Gate() { Open(); }
-  Gate(const Gate&) = delete;
-  Gate& operator=(const Gate&) = delete;
+HRESULT Make(ComPtr<IZNPL_Relatorio2>* store) {
+  return CoCreateInstance(CLSID_ZNPL_Relatorio2, nullptr, CLSCTX_LOCAL_SERVER, IID_IZNPL_Relatorio2, store->OutVoid());
+}
 
-  void Open() {
-    for (int& end : ends_) {
-      if (end >= 0) close(end);
-      end = -1;
-    }
-  }
-  void Pass() const {
-    close(ends_[1]);
-    char nothing = 0;
-    EXPECT_EQ(read(ends_[0], &nothing, 1), 0);
-  }
+HRESULT Make() {
+  ComPtr<IZNPL_Relatorio2> store;
+  return Make(&store);
+}
 
- private:
-  int ends_[2] = {-1, -1};
+std::string SocketPath() {
+  return platform::Home::Current().SocketFolder() + "/" + GuidText(CLSID_ZNPL_Relatorio2);
+}
+
+std::string FolderOfDescriptors(pid_t process) {
+  return "/proc/" + std::to_string(process) + "/fd";
+}
+
+class RunningServer : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(store_); }
+
+  const Installation installation_;
+  ComPtr<IZNPL_Relatorio2> store_ = OpenStore();
+  const pid_t server_ = installation_.ServerPid();
 };
 
-TEST(ServerProcess, StartsOnDemandAndEndsByItself) {
+TEST(Activation, StartsOnDemandAndEndsByItself) {
   const Installation installation;
   EXPECT_EQ(installation.ServerPid(), 0);
   int inherited[2];
   ASSERT_EQ(pipe(inherited), 0);
   auto store = OpenStore();
+  close(inherited[0]);
+  close(inherited[1]);
   ASSERT_TRUE(store);
   const pid_t server = installation.ServerPid();
   ASSERT_GT(server, 0);
@@ -68,21 +74,13 @@ TEST(ServerProcess, StartsOnDemandAndEndsByItself) {
 
   // It belongs to no terminal and holds none of this process's descriptors.
   EXPECT_NE(getsid(server), getsid(0));
-  std::set<std::string> held;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/" + std::to_string(server) + "/fd")) {
+  for (const auto& entry : std::filesystem::directory_iterator(FolderOfDescriptors(server))) {
     std::error_code gone;
-    held.insert(std::filesystem::read_symlink(entry.path(), gone).string());
-  }
-  for (const std::string& target : held) {
-    EXPECT_TRUE(target == "/dev/null" || target.starts_with("socket:") || target.starts_with("anon_inode:") ||
-                target.ends_with("/server.lock") || target.ends_with("/registry.reg"))
-        << target;
+    EXPECT_THAT(std::filesystem::read_symlink(entry.path(), gone).string(),
+                testing::MatchesRegex("(/dev/null|socket:.*|anon_inode:.*|.*/server.lock|.*/registry.reg)?"));
   }
 
-  // Every byte of a store's life through the process boundary.
-  std::string content(300000, '\0');
-  for (std::size_t i = 0; i < content.size(); ++i)
-    content[i] = static_cast<char>(i % 251);
+  const std::string content = std::string(300000, 'x') + std::string("\0\xFF\n", 3);
   EXPECT_EQ(WriteModel(*store, u"Vendas", content, 7), S_OK);
   USHORT version = 0;
   EXPECT_EQ(ReadModel(*store, u"Vendas", &version), content);
@@ -90,14 +88,10 @@ TEST(ServerProcess, StartsOnDemandAndEndsByItself) {
   EXPECT_EQ(ReadModel(*store, u"Outro"), "0x00040001");
   EXPECT_EQ(ResultCode(WriteModel(*store, u"Vendas", "x", 1, 1)), "0x00040004");
   ComPtr<IUnknown> other;
-  EXPECT_EQ(store->QueryInterface(IID_IZNPL_Rel, other.OutVoid()), E_NOINTERFACE);
   EXPECT_EQ(CoCreateInstance(CLSID_ZNPL_Relatorio2, store.Get(), CLSCTX_LOCAL_SERVER, IID_IUnknown, other.OutVoid()),
             CLASS_E_NOAGGREGATION);
   EXPECT_EQ(CoCreateInstance(CLSID_ZNPL_Relatorio2, nullptr, CLSCTX_LOCAL_SERVER, IID_IZNPL_Rel, other.OutVoid()),
             E_NOINTERFACE);
-
-  close(inherited[0]);
-  close(inherited[1]);
 
   // Another client within the idle time is served by the same process; then nobody comes, and it waits its time.
   store.Reset();
@@ -111,49 +105,39 @@ TEST(ServerProcess, StartsOnDemandAndEndsByItself) {
 }
 
 // A process that finds the home served by another one ends: nobody could ever reach it.
-TEST(ServerProcess, SurplusServerEnds) {
-  const Installation installation;
-  auto store = OpenStore();
-  ASSERT_TRUE(store);
+TEST_F(RunningServer, SurplusServerEnds) {
   Child surplus([] {
     execl(KESTOR_EXECUTABLE, KESTOR_EXECUTABLE, "-Embedding", nullptr);
     return 127;
   });
   EXPECT_EQ(surplus.Wait(), 0);
-  EXPECT_EQ(ReadModel(*store, u"None"), "0x00040001");
+  EXPECT_EQ(ReadModel(*store_, u"None"), "0x00040001");
 
   // The same for one that cannot have its socket; when the hindrance is gone, the next one serves.
-  store.Reset();
-  installation.EndServer();
-  const std::string socket = platform::Home::Current().SocketFolder() + "/" + GuidText(CLSID_ZNPL_Relatorio2);
-  std::filesystem::remove(socket);
-  std::filesystem::create_directory(socket);
-  ComPtr<IUnknown> none;
-  EXPECT_EQ(CoCreateInstance(CLSID_ZNPL_Relatorio2, nullptr, CLSCTX_LOCAL_SERVER, IID_IZNPL_Relatorio2, none.OutVoid()),
-            CO_E_SERVER_EXEC_FAILURE);
-  std::filesystem::remove(socket);
-  EXPECT_TRUE(OpenStore());
+  store_.Reset();
+  installation_.EndServer();
+  std::filesystem::remove(SocketPath());
+  std::filesystem::create_directory(SocketPath());
+  EXPECT_EQ(Make(), CO_E_SERVER_EXEC_FAILURE);
+  std::filesystem::remove(SocketPath());
+  EXPECT_EQ(Make(), S_OK);
 }
 
 // A server that has lost its sockets to a cleaned folder must not take the name of its successor with it.
-TEST(ServerProcess, EndingServerLeavesItsSuccessorsSocket) {
-  const Installation installation;
-  auto first = OpenStore();
-  ASSERT_TRUE(first);
-  const pid_t old = installation.ServerPid();
+TEST_F(RunningServer, EndingServerLeavesItsSuccessorsSocket) {
   std::filesystem::remove_all(platform::Home::Current().SocketFolder());
   auto second = OpenStore();
   ASSERT_TRUE(second);
-  EXPECT_NE(installation.ServerPid(), old);
-  EXPECT_EQ(ReadModel(*first, u"None"), "0x00040001");
-  first.Reset();
-  EXPECT_TRUE(WaitUntil([&] { return support::HasEnded(old); }));
+  EXPECT_NE(installation_.ServerPid(), server_);
+  EXPECT_EQ(ReadModel(*store_, u"None"), "0x00040001");
+  store_.Reset();
+  EXPECT_TRUE(WaitUntil([&] { return support::HasEnded(server_); }));
   EXPECT_TRUE(OpenStore());
   EXPECT_EQ(ReadModel(*second, u"None"), "0x00040001");
 }
 
 // What one client allows itself does not bind the server that it happens to start.
-TEST(ServerProcess, StartersLimitsDoNotEndTheServer) {
+TEST(Activation, StartersLimitsDoNotEndTheServer) {
   const Installation installation;
   Child starter([] {
     rlimit limit{};
@@ -167,181 +151,130 @@ TEST(ServerProcess, StartersLimitsDoNotEndTheServer) {
   EXPECT_EQ(WriteModel(*store, u"Grande", std::string(1000000, 'g')), S_OK);
 }
 
-TEST(ServerProcess, TwentyClientsAtOnceShareOneServer) {
+TEST(Activation, TwentyClientsAtOnceShareOneServer) {
+  struct Round {
+    std::atomic<bool> begins{false};
+    std::atomic<bool> ends{false};
+    std::atomic<int> ready{0};
+    std::array<std::atomic<pid_t>, 20> servers{};
+  };
   const int rounds = support::LongTests() ? 100 : 4;
   const Installation installation;
-  for (int round = 0; round < rounds; ++round) {
-    Gate gate;
-    Gate done;
-    std::vector<std::unique_ptr<Child>> clients;
-    clients.reserve(20);
-    int pids[2];
-    ASSERT_EQ(pipe(pids), 0);
-    for (int i = 0; i < 20; ++i) {
-      clients.push_back(std::make_unique<Child>([&] {
-        gate.Pass();
-        auto store = OpenStore();
-        if (!store) return 1;
-        const pid_t server = installation.ServerPid();
-        if (write(pids[1], &server, sizeof server) != sizeof server) return 2;
-        done.Pass();
+  for (int i = 0; i < rounds; ++i) {
+    const SharedMemory<Round> round;
+    std::deque<Child> clients;
+    for (std::atomic<pid_t>& server : round->servers) {
+      clients.emplace_back([&] {
+        while (!round->begins)
+          sched_yield();
+        const auto store = OpenStore();
+        server = store ? installation.ServerPid() : 0;
+        ++round->ready;
+        WaitUntil([&] { return round->ends.load(); });
         return 0;
-      }));
+      });
     }
-    close(pids[1]);
-    gate.Open();
-    std::set<pid_t> servers;
-    for (std::size_t i = 0; i < clients.size(); ++i) {
-      pid_t server = 0;
-      ASSERT_EQ(read(pids[0], &server, sizeof server), static_cast<ssize_t>(sizeof server));
-      servers.insert(server);
-    }
-    EXPECT_EQ(servers.size(), 1U) << "round " << round;
-    EXPECT_EQ(servers.count(0), 0U);
+    round->begins = true;
+    EXPECT_TRUE(WaitUntil([&] { return round->ready == 20; }));
+    const std::set<pid_t> servers(round->servers.begin(), round->servers.end());
+    EXPECT_EQ(servers, std::set<pid_t>{installation.ServerPid()}) << "round " << i;
     EXPECT_EQ(installation.LiveObjects(), 20U);
-    done.Open();
-    for (const auto& client : clients)
-      EXPECT_EQ(client->Wait(), 0);
-    close(pids[0]);
+    round->ends = true;
+    clients.clear();
     installation.EndServer();
   }
 }
 
-TEST(ServerProcess, KilledServerIsToldAndReplaced) {
-  const Installation installation;
-  auto store = OpenStore();
-  ASSERT_TRUE(store);
-  const pid_t server = installation.ServerPid();
-
+TEST_F(RunningServer, KilledServerIsToldAndReplaced) {
   // Killed in a call: the server is stopped, so that the call is on its way when it dies.
-  kill(server, SIGSTOP);
-  {
-    const pid_t client = getpid();
-    Child killer([server, client] {
-      // The call is on its way when this process waits for its answer.
-      WaitUntil([client] {
-        return support::ReadFile("/proc/" + std::to_string(client) + "/wchan").find("unix_stream") != std::string::npos;
-      });
-      return kill(server, SIGKILL);
-    });
-    EXPECT_EQ(ReadModel(*store, u"Vendas"), "0x800706BE");
-    EXPECT_EQ(killer.Wait(), 0);
-  }
-  EXPECT_EQ(ReadModel(*store, u"Vendas"), "0x800706BA") << "gone before the call";
+  kill(server_, SIGSTOP);
+  Child killer([this, waiting = "/proc/" + std::to_string(getpid()) + "/wchan"] {
+    WaitUntil([&waiting] { return support::ReadFile(waiting).find("unix_stream") != std::string::npos; });
+    return kill(server_, SIGKILL);
+  });
+  EXPECT_EQ(ReadModel(*store_, u"Vendas"), "0x800706BE");
+  EXPECT_EQ(ReadModel(*store_, u"Vendas"), "0x800706BA") << "gone before the call";
 
   auto next = OpenStore();
   ASSERT_TRUE(next);
-  EXPECT_NE(installation.ServerPid(), server);
+  EXPECT_NE(installation_.ServerPid(), server_);
   EXPECT_EQ(WriteModel(*next, u"Vendas", "again"), S_OK);
-  installation.EndServer();
+  installation_.EndServer();
   EXPECT_EQ(ReadModel(*next, u"Vendas"), "0x800706BA");
   EXPECT_EQ(ReadModel(*OpenStore(), u"Vendas"), "again");
 }
 
-TEST(ServerProcess, KilledClientLeavesNothingBehind) {
-  const Installation installation;
-  auto store = OpenStore();
-  ASSERT_TRUE(store);
-  Child client([]() -> int {
-    std::vector<ComPtr<IZNPL_Relatorio2>> stores;
-    stores.reserve(50);
-    for (int i = 0; i < 50; ++i)
-      stores.push_back(OpenStore());
-    for (;;)
-      pause();
+TEST_F(RunningServer, KilledClientLeavesNothingBehind) {
+  Child client([] {
+    std::array<ComPtr<IZNPL_Relatorio2>, 50> stores;
+    for (ComPtr<IZNPL_Relatorio2>& one : stores)
+      one = OpenStore();
+    return pause();
   });
-  EXPECT_TRUE(WaitUntil([&] { return installation.LiveObjects() == 51; }));
+  EXPECT_TRUE(WaitUntil([&] { return installation_.LiveObjects() == 51; }));
   client.Kill();
-  EXPECT_TRUE(WaitUntil([&] { return installation.LiveObjects() == 1; }));
-  EXPECT_EQ(WriteModel(*store, u"Vendas", "still served"), S_OK);
-  const pid_t server = installation.ServerPid();
-  store.Reset();
-  EXPECT_TRUE(WaitUntil([&] { return support::HasEnded(server); }));
+  EXPECT_TRUE(WaitUntil([&] { return installation_.LiveObjects() == 1; }));
+  EXPECT_EQ(WriteModel(*store_, u"Vendas", "still served"), S_OK);
+  store_.Reset();
+  EXPECT_TRUE(WaitUntil([&] { return support::HasEnded(server_); }));
 }
 
-TEST(ServerProcess, ActivationFailuresAreTold) {
-  const std::vector<std::pair<std::string, std::string>> cases = {
-      {"/nowhere/kestor", "0x80080005"},
-      {"\"/nowhere/kes tor\" x", "0x80080005"},
-      {"/bin/true", "0x80080005"},
-      {"", "0x80040154"},
-  };
-  for (const auto& [command, expected] : cases) {
+TEST(Activation, ActivationFailuresAreTold) {
+  for (const char* command : {"/nowhere/kestor", "\"/nowhere/kes tor\" x", "/bin/true"}) {
     const Installation installation(command);
-    ComPtr<IUnknown> none;
-    EXPECT_EQ(ResultCode(CoCreateInstance(CLSID_ZNPL_Relatorio2, nullptr, CLSCTX_LOCAL_SERVER, IID_IZNPL_Relatorio2,
-                                          none.OutVoid())),
-              expected)
-        << command;
+    EXPECT_EQ(Make(), CO_E_SERVER_EXEC_FAILURE) << command;
   }
+  const Installation nameless("");
+  EXPECT_EQ(Make(), REGDB_E_CLASSNOTREG);
   const support::TempHome empty;
-  ComPtr<IUnknown> none;
-  EXPECT_EQ(ResultCode(CoCreateInstance(CLSID_ZNPL_Relatorio2, nullptr, CLSCTX_LOCAL_SERVER, IID_IZNPL_Relatorio2,
-                                        none.OutVoid())),
-            "0x80040154");
+  EXPECT_EQ(Make(), REGDB_E_CLASSNOTREG);
 }
 
 // The socket folder must be the user's own and closed to others.
-TEST(ServerProcess, OpenSocketFolderIsRefused) {
-  const Installation installation;
+TEST_F(RunningServer, OpenSocketFolderIsRefused) {
   const std::filesystem::path folder = platform::Home::Current().SocketFolder();
-  ASSERT_TRUE(OpenStore());
-  installation.EndServer();
+  installation_.EndServer();
   std::filesystem::permissions(folder, std::filesystem::perms::all);
-  ComPtr<IUnknown> none;
-  EXPECT_EQ(CoCreateInstance(CLSID_ZNPL_Relatorio2, nullptr, CLSCTX_LOCAL_SERVER, IID_IZNPL_Relatorio2, none.OutVoid()),
-            E_ACCESSDENIED);
+  EXPECT_EQ(Make(), E_ACCESSDENIED);
   std::filesystem::permissions(folder, std::filesystem::perms::owner_all);
-  EXPECT_TRUE(OpenStore());
+  EXPECT_EQ(Make(), S_OK);
 }
 
 // Servers that end a moment after their last object meet clients that come at any time: every client is served.
-TEST(ServerProcess, ClientsOfAServerThatIsShuttingDownAreServed) {
+TEST(Activation, ClientsOfAServerThatIsShuttingDownAreServed) {
   const Installation installation("\"" + std::filesystem::read_symlink("/proc/self/exe").string() + "\" quick-server");
-  std::vector<std::unique_ptr<Child>> clients;
-  clients.reserve(2);
+  std::deque<Child> clients;
   for (unsigned i = 0; i < 2; ++i) {
-    clients.push_back(std::make_unique<Child>([i] {
+    clients.emplace_back([i] {
       for (unsigned round = 0; round < 60; ++round) {
         ComPtr<IZNPL_Relatorio2> store;
-        const HRESULT made = CoCreateInstance(CLSID_ZNPL_Relatorio2, nullptr, CLSCTX_LOCAL_SERVER, IID_IZNPL_Relatorio2,
-                                              store.OutVoid());
-        if (FAILED(made)) return 1;
+        if (FAILED(Make(&store))) return 1;
         if (FAILED(store->Inicializa(support::Text(u"CT"), support::Text(u"01")))) return 2;
         if (ReadModel(*store, u"None") != "0x00040001") return 3;
         store.Reset();
         usleep((round * 977 + i * 331) % 9000);
       }
       return 0;
-    }));
+    });
   }
-  for (const auto& client : clients)
-    EXPECT_EQ(client->Wait(), 0) << "1: not made, 2: not initialised, 3: not read";
+  for (Child& client : clients)
+    EXPECT_EQ(client.Wait(), 0) << "1: not made, 2: not initialised, 3: not read";
   EXPECT_GE(support::ReadFile(installation.Reports() / kQuickServerLog).size(), 10U) << "servers that came and went";
 }
 
-TEST(ServerProcess, IdleConnectionsHoldUpNobody) {
-  const Installation installation;
-  auto store = OpenStore();
-  ASSERT_TRUE(store);
-  const std::string path = platform::Home::Current().SocketFolder() + "/" + GuidText(CLSID_ZNPL_Relatorio2);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof address.sun_path - 1);
-  Child crowd([&] {
+TEST_F(RunningServer, IdleConnectionsHoldUpNobody) {
+  Child crowd([] {
+    std::deque<channel_test::RawPeer> idle;
     for (int i = 0; i < 1000; ++i) {
-      const int idle = socket(AF_UNIX, SOCK_STREAM, 0);
-      if (connect(idle, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return 1;
-      if (i % 2 == 0 && send(idle, "\x08\0\0", 3, 0) != 3) return 2;  // half a head
+      idle.emplace_back(SocketPath());
+      if (i % 2 == 0) idle.back().Send(std::string("\x08\0\0", 3));  // half a head
     }
-    for (;;)
-      pause();
+    return pause();
   });
-  const std::string descriptors = "/proc/" + std::to_string(installation.ServerPid()) + "/fd";
+  const std::string descriptors = FolderOfDescriptors(server_);
   EXPECT_TRUE(WaitUntil([&] { return support::Names(descriptors).size() > 1000; }));
-  EXPECT_EQ(WriteModel(*store, u"Vendas", "served"), S_OK);
-  EXPECT_EQ(ReadModel(*store, u"Vendas"), "served");
-  EXPECT_TRUE(OpenStore());
+  EXPECT_EQ(WriteModel(*store_, u"Vendas", "served"), S_OK);
+  EXPECT_EQ(Make(), S_OK);
   crowd.Kill();
   EXPECT_TRUE(WaitUntil([&] { return support::Names(descriptors).size() < 50; }));
 }
