@@ -7,6 +7,7 @@ cd "$(dirname "$0")/.."
 scripts/build.sh
 export PATH="$(pwd -P)/build/release/bin:$PATH"
 
+examples="$(pwd -P)/examples"
 demo="$(mktemp -d "${TMPDIR:-/tmp}/kestor-demo-XXXXXX")"
 export KESTOR_HOME="$demo/home"
 mkdir -m 700 "$demo/run"
@@ -82,6 +83,23 @@ run 3 kestorctl write CT 01 Exemplo vendas.xml --check-demo
 run 0 kestorctl write CT 01 Exemplo vendas.xml
 run 0 kestorctl list CT 01
 [ "$(kestorctl list CT 01)" = 'Vendas por mês' ] || fail "the deleted demonstration model is listed"
+
+step "The fields that reports can use, from the catalogue that the application installed."
+cp "$examples/contabil/XCT01.REL" contabil/
+run 0 kestorctl fields CT 01
+
+step "A model of the first generation, with its export settings and its filter beside it."
+head -c 500 /dev/zero > balanco.rel
+run 0 kestorctl legacy write CT 01 BALANCO balanco.rel
+run 0 kestorctl legacy export put CT 01 BALANCO "$examples/contabil/Balancete.REE"
+run 0 kestorctl legacy filter put CT 01 BALANCO "$examples/contabil/Balancete.filtro"
+run 0 kestorctl legacy list CT 01
+run 0 kestorctl legacy read CT 01 BALANCO -o balanco.back
+run 0 cmp balanco.rel balanco.back
+kestorctl legacy filter get CT 01 BALANCO -o filtro.back
+run 0 cmp "$examples/contabil/Balancete.filtro" filtro.back
+run 0 kestorctl legacy delete CT 01 BALANCO
+run 3 kestorctl legacy list CT 01
 last_client=$SECONDS
 
 step "On the disk: two bytes of version, low byte first, then the content."

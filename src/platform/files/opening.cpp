@@ -59,8 +59,7 @@ DWORD LockForContent(host::Descriptor opened, bool writable, const ShareMode& sh
 
 }  // namespace
 
-DWORD OpenAsWritten(int folder, const std::string& name, const OpenMode& mode, host::Descriptor* file,
-                    off_t* length) {
+DWORD OpenAsWritten(int folder, const std::string& name, const OpenMode& mode, host::Descriptor* file, off_t* length) {
   host::Descriptor opened;
   bool writable = false;
   if (const int error = OpenForLocking(folder, name, mode, &opened, &writable); error != 0) return OsError(error);
