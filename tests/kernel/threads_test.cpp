@@ -30,13 +30,13 @@ struct Shared {
   LONG volatile counter = 0;
 };
 
-DWORD WaitAndCount(void* parameter) {
+DWORD CountAndWait(void* parameter) {
   auto& shared = *static_cast<Shared*>(parameter);
-  if (WaitForSingleObject(shared.event, INFINITE) == WAIT_OBJECT_0) ++shared.released;
-  for (int i = 0; i < 10000; ++i)
+  for (int i = 0; i < 100000; ++i)
     InterlockedIncrement(&shared.counter);
-  for (int i = 0; i < 9999; ++i)
+  for (int i = 0; i < 99999; ++i)
     InterlockedDecrement(&shared.counter);
+  if (WaitForSingleObject(shared.event, INFINITE) == WAIT_OBJECT_0) ++shared.released;
   return 0;
 }
 
@@ -46,7 +46,7 @@ TEST(Threads, WaitForEventsAndAreWaitedFor) {
   std::set<DWORD> ids = {GetCurrentThreadId()};
   for (HANDLE& thread : threads) {
     DWORD id = 0;
-    thread = CreateThread(nullptr, 0, WaitAndCount, &shared, 0, &id);
+    thread = CreateThread(nullptr, 0, CountAndWait, &shared, 0, &id);
     EXPECT_TRUE(ids.insert(id).second);
   }
   // An auto-reset event lets one thread go for each signal.
