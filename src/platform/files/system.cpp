@@ -215,10 +215,19 @@ int ReadEvents(const Descriptor& watcher, void* buffer, std::size_t size, std::s
   return Repeat([&] { return ::read(watcher.Number(), buffer, size); }, read);
 }
 
+// The clock is mixed in each time, so that a forked process does not draw what its parent draws; asking the system each
+// time would cost as much as the lock that is drawn for.
 std::uint64_t Random() {
-  std::uint64_t value = 0;
-  Repeat([&] { return getrandom(&value, sizeof value, 0); });
-  return value;
+  thread_local std::uint64_t state = [] {
+    std::uint64_t seed = 0;
+    Repeat([&] { return getrandom(&seed, sizeof seed, 0); });
+    return seed;
+  }();
+  state += static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count()) | 1;
+  std::uint64_t mixed = state;
+  mixed = (mixed ^ mixed >> 30) * 0xBF58476D1CE4E5B9U;
+  mixed = (mixed ^ mixed >> 27) * 0x94D049BB133111EBU;
+  return mixed ^ mixed >> 31;
 }
 
 void PauseAtRandom() {
