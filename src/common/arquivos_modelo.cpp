@@ -18,7 +18,8 @@ std::vector<std::string> NomesDosModelos(const std::string& pasta, const std::st
   const std::unique_ptr<const std::intptr_t, void (*)(const std::intptr_t*)> fim(
       &busca, [](const std::intptr_t* aberta) { _findclose(*aberta); });
   do {
-    const std::string_view nome = std::string_view(achado.name).substr(codigos.size());
+    std::string_view nome = achado.name;
+    nome.remove_prefix(std::min(codigos.size(), nome.size()));  // codes with wild cards match shorter names as well
     nomes.emplace_back(nome.substr(0, nome.find('.')));
   } while (_findnext(busca, &achado) == 0);
   return nomes;

@@ -116,7 +116,7 @@ class ObjetoAgregavel : public Interface {
     }
     const HRESULT resultado = novo->interno_.QueryInterface(iid, object);
     if (FAILED(resultado)) novo->Destroi();
-    return resultado;
+    return resultado;  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): it is the client's reference that holds it
   }
 
  protected:

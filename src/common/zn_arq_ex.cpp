@@ -336,8 +336,8 @@ void CZNArqEx::InvalidaCache() {
 
 // ---- Making a missing file -----------------------------------------------------------------------------------------
 
-std::uint32_t CZNArqEx::CriaArquivo(std::string nomeArquivo, char modo, std::uint32_t tamanhoRegistro) {
-  return CriaPeloControle(std::move(nomeArquivo), modo, tamanhoRegistro, Existente::esvazia);
+std::uint32_t CZNArqEx::CriaArquivo(const std::string& nomeArquivo, char modo, std::uint32_t tamanhoRegistro) {
+  return CriaPeloControle(nomeArquivo, modo, tamanhoRegistro, Existente::esvazia);
 }
 
 std::uint32_t CZNArqEx::CriaFaltante(UINT modoArquivo) {
@@ -352,7 +352,7 @@ std::uint32_t CZNArqEx::CriaFaltante(UINT modoArquivo) {
   return numero;
 }
 
-std::uint32_t CZNArqEx::CriaPeloControle(std::string nomeArquivo, char modo, std::uint32_t tamanhoRegistro,
+std::uint32_t CZNArqEx::CriaPeloControle(const std::string& nomeArquivo, char modo, std::uint32_t tamanhoRegistro,
                                          Existente existente) {
   const std::string nome = text::Upper(SemPasta(nomeArquivo));
   if (nome.empty()) return alemDoFim;

@@ -91,7 +91,7 @@ class CZNArqEx : public CFile {
 
   // Enters the name (in upper case) in the control file, makes the file with a first record of zeros and opens it in
   // `modo`. naoEncontrado when the control file has the name already.
-  std::uint32_t CriaArquivo(std::string nomeArquivo, char modo, std::uint32_t tamanhoRegistro);
+  std::uint32_t CriaArquivo(const std::string& nomeArquivo, char modo, std::uint32_t tamanhoRegistro);
 
   // Writes this object's file name, without folder, to the registry as that of the file that failed last; takes it out
   // again if it is the one that stands there.
@@ -126,7 +126,7 @@ class CZNArqEx : public CFile {
   std::uint32_t EncheCache(std::uint64_t posicao);
   bool EstaNoCache(std::uint64_t posicao) const;
 
-  std::uint32_t CriaPeloControle(std::string nomeArquivo, char modo, std::uint32_t tamanhoRegistro,
+  std::uint32_t CriaPeloControle(const std::string& nomeArquivo, char modo, std::uint32_t tamanhoRegistro,
                                  Existente existente);
   std::uint32_t AbreControle(const std::string& controle);
   std::uint32_t InscreveNoControle(const std::string& nome);

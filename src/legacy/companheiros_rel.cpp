@@ -43,6 +43,7 @@ void RegravaNoLugar(CFile& arquivo, const std::vector<char>& novo) {
     arquivo.SeekToBegin();
     arquivo.Write(novo.data(), static_cast<UINT>(novo.size()));
     arquivo.SetLength(novo.size());
+    arquivo.Flush();
   } catch (const CFileException&) {
     arquivo.SeekToBegin();
     arquivo.Write(antigo.data(), static_cast<UINT>(antigo.size()));

@@ -36,6 +36,7 @@ HRESULT CRepositorioRel::BuscaTamanhoRelatorio(BSTR bNomeArq, LONG* lQde) {
   *lQde = 0;
   CFile arquivo;
   if (!arquivo.Open(caminho.c_str(), kLeituraModelo)) return NoticeForm(KESTOR_ARQ_NAO_EXISTE);
+  conteudoPendente_.reset();
   try {
     const ULONGLONG tamanho = arquivo.GetLength();
     if (tamanho > std::numeric_limits<LONG>::max()) return ErrorForm(KESTOR_PROBLEMAS_AO_LER);

@@ -60,6 +60,7 @@ HRESULT CRepositorioRel::BuscaQdeCamposArquivo(LONG* lQde) {
     *lQde = static_cast<LONG>(conteudoPendente_->size());
     return leitura;
   }
+  camposPendentes_.reset();
   const std::size_t quantidade = catalogo.Quantidade(kMaxCampos + 1);
   if (quantidade > kMaxCampos) return E_OUTOFMEMORY;
   camposPendentes_ = std::make_unique_for_overwrite<tagREG_CAMPOS_RELATORIO[]>(quantidade);

@@ -52,12 +52,11 @@ HRESULT CRepositorioRel2::SetRelatorioPadrao(BSTR bsRelatorio) {
   if (bsRelatorio != nullptr && !ArquivoExiste(CaminhoGravado(nome))) return S_FALSE;
 
   const RegistroNome registro(chaveModulo_, nome);
-  std::uint32_t destino = 0;
   CZNArqEx arquivo;
   std::uint32_t numero = AbreParaGravar(arquivo, arquivoPadrao_);
   if (numero == CZNArqEx::semErro) numero = ProcuraRegistroPadrao(arquivo);
-  if (numero == CZNArqEx::semErro)
-    numero = arquivo.GravaRegistro(&registro, destino = registroPadrao_, sizeof registro);
+  std::uint32_t destino = registroPadrao_;
+  if (numero == CZNArqEx::semErro) numero = arquivo.GravaRegistro(&registro, destino, sizeof registro);
   if (numero == CZNArqEx::semErro) numero = arquivo.Fecha();
   return numero == CZNArqEx::semErro ? S_OK : ServiceError(numero);
 }

@@ -256,7 +256,7 @@ TEST_F(ZNArqEx, FailedEntryLeavesNothingOpen) {
     bool full = true;
     void Write(const void* buffer, UINT count) override {
       if (full && count == 32 && SeekToEnd() > 0) throw CFileException(CFileException::diskFull, 112);
-      CFile::Write(buffer, count);
+      ScriptedFile::Write(buffer, count);
     }
   };
   FullControl file;

@@ -57,6 +57,7 @@ class CatalogueTest : public LegacyTest {
   ComPtr<IZNPL_Relatorio2> Store(const char16_t* component = u"01") {
     ComPtr<IZNPL_Relatorio2> store;
     kestor::CRepositorioRel2::Cria<kestor::CRepositorioRel2>(IID_IZNPL_Relatorio2, store.OutVoid(), counter_);
+    if (store.Get() == nullptr) throw std::bad_alloc();
     EXPECT_EQ(store->Inicializa(support::Text(u"CT"), support::Text(component)), S_OK);
     return store;
   }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <new>
 
 #include "contract/results.h"
 #include "legacy/repositorio_rel.h"
@@ -26,6 +27,7 @@ class LegacyTest : public testing::Test {
   Rel NewRel() {
     Rel rel;
     kestor::CRepositorioRel::Cria<kestor::CRepositorioRel>(nullptr, IID_IZNPL_Rel, rel.OutVoid(), counter_);
+    if (rel.Get() == nullptr) throw std::bad_alloc();
     return rel;
   }
 

@@ -5,7 +5,6 @@
 #include "platform/files/files.h"
 #include "store_fixture.h"
 
-namespace fs = std::filesystem;
 using support::WriteModel;
 
 namespace {
