@@ -32,9 +32,9 @@ struct Shared {
 
 DWORD CountAndWait(void* parameter) {
   auto& shared = *static_cast<Shared*>(parameter);
-  for (int i = 0; i < 100000; ++i)
+  for (int i = 0; i < 500000; ++i)
     InterlockedIncrement(&shared.counter);
-  for (int i = 0; i < 99999; ++i)
+  for (int i = 0; i < 499999; ++i)
     InterlockedDecrement(&shared.counter);
   if (WaitForSingleObject(shared.event, INFINITE) == WAIT_OBJECT_0) ++shared.released;
   return 0;
