@@ -120,7 +120,12 @@ HRESULT CRepositorioRel::AtualizaRelatorio(BSTR bsRelatorio, USHORT iMargemEsque
   const bool temExtensao = text::Upper(nome).find(kExtensaoModelo) != std::string::npos;
   const std::string caminho = Prefixo() + nome + (temExtensao ? "" : kExtensaoModelo);
   CFile arquivo;
-  if (!arquivo.Open(caminho.c_str(), kAtualizacao)) return NoticeForm(KESTOR_ARQ_NAO_EXISTE);
+  CFileException falha;
+  if (!arquivo.Open(caminho.c_str(), kAtualizacao, &falha)) {
+    // The opening makes the copy that is changed: where the disk has no room for it, the model is there all the same.
+    const bool semEspaco = falha.m_cause == CFileException::diskFull;
+    return semEspaco ? ErrorForm(KESTOR_PROBLEMAS_AO_GRAVAR) : NoticeForm(KESTOR_ARQ_NAO_EXISTE);
+  }
   try {
     const ULONGLONG tamanho = arquivo.GetLength();
     if (tamanho > std::numeric_limits<LONG>::max()) return ErrorForm(KESTOR_PROBLEMAS_AO_LER);

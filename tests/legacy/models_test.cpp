@@ -107,6 +107,7 @@ TEST_F(RelTest, DeletionTakesTheSettingsAlong) {
 TEST_F(RelTest, FailedWritesLeaveWhatWasThere) {
   auto rel = ReadyRel();
   ASSERT_EQ(Write(*rel, u"A", "old"), kOk);
+  ASSERT_EQ(Write(*rel, u"Long", std::string(200, 'l')), kOk);
   tagCAMPO_FILTRO entries[2] = {};
   tagFILTRO_RELATORIO filter = {1, entries};
   entries[0].nCodigoCampo = 7;
@@ -128,6 +129,7 @@ TEST_F(RelTest, FailedWritesLeaveWhatWasThere) {
     tagREG_RELEXPORTACAO settings = {};
     return Write(*rel, u"A", std::string(200, 'n')) == "0x80040005" &&
                    ResultCode(rel->GravaFiltroRelatorio(Text(u"A"), &filter)) == "0x80040005" &&
+                   ResultCode(rel->AtualizaRelatorio(Text(u"Long"), 1, 2, 0, nullptr)) == "0x80040005" &&
                    ResultCode(rel->GravaDadosExportacaoDoRelatorio(Text(u"A"), settings)) == "0x80040005"
                ? 0
                : 1;
