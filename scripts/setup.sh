@@ -6,11 +6,11 @@
 #   scripts/setup.sh checks     … and everything that .ci/run uses
 set -euo pipefail
 
-packages=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev)
+packages=(g++ cmake ninja-build libcli11-dev libexpat1-dev nlohmann-json3-dev)
 case "${1:-programs}" in
   programs) ;;
-  tests) packages+=(libgtest-dev libgmock-dev libbenchmark-dev) ;;
-  checks) packages+=(libgtest-dev libgmock-dev libbenchmark-dev clang clang-format clang-tidy libclang-rt-dev) ;;
+  tests) packages+=(libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev) ;;
+  checks) packages+=(libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev clang clang-format clang-tidy libclang-rt-dev) ;;
   *) echo "usage: scripts/setup.sh [programs|tests|checks]" >&2; exit 2 ;;
 esac
 

@@ -8,7 +8,9 @@
 #include <system_error>
 
 #include "contract/interfaces.h"
+#include "document/rel_converte.h"
 #include "legacy/repositorio_rel.h"
+#include "marcacao/componente_marcacao.h"
 #include "marshal/marshal.h"
 #include "platform/home/home.h"
 #include "registration.h"
@@ -27,14 +29,24 @@ HRESULT CriaRel(CModuloServidor& modulo, IUnknown* outer, REFIID iid, void** obj
   return CRepositorioRel::Cria<CRepositorioRel>(outer, iid, object, modulo);
 }
 
-HRESULT CriaRelatorio2(CModuloServidor& modulo, IUnknown* outer, REFIID iid, void** object) {
-  if (outer != nullptr) return CLASS_E_NOAGGREGATION;
-  return CRepositorioRel2::Cria<CRepositorioRel2>(iid, object, modulo);
+HRESULT CriaRepositorioRel2(ContagemServidor& servidor, REFIID iid, void** object) {
+  return CRepositorioRel2::Cria<CRepositorioRel2>(iid, object, servidor);
 }
 
-constexpr std::array<LinhaClasse, 2> kClasses = {{
+HRESULT CriaRelatorio2(CModuloServidor& modulo, IUnknown* outer, REFIID iid, void** object) {
+  if (outer != nullptr) return CLASS_E_NOAGGREGATION;
+  return CriaRepositorioRel2(modulo, iid, object);
+}
+
+HRESULT CriaRelConverte(CModuloServidor& modulo, IUnknown* outer, REFIID iid, void** object) {
+  if (outer != nullptr) return CLASS_E_NOAGGREGATION;
+  return CRelConverte::Cria<CRelConverte>(iid, object, modulo, CriaRepositorioRel2);
+}
+
+constexpr std::array<LinhaClasse, 3> kClasses = {{
     {CLSID_ZNPL_Rel, CriaRel},
     {CLSID_ZNPL_Relatorio2, CriaRelatorio2},
+    {CLSID_ZNPL_RelConverte, CriaRelConverte},
 }};
 
 // File names without a folder end up in a folder of the home, never in the one from which somebody started the server.
@@ -81,11 +93,13 @@ int ExecutaServidor() {
       case Chamada::registro:
         resultado = RegistraServidor(GetModulePath());
         break;
-      case Chamada::servidor:
+      case Chamada::servidor: {
         marshal::RegisterInterfaces();
+        const ComponenteMarcacao marcacao;
         EntraNaPastaDeTrabalho();
         AtendeClientes(modulo);
         break;
+      }
     }
   }
   CoUninitialize();

@@ -158,6 +158,12 @@ void SysFreeString(BSTR text);
 UINT SysStringLen(BSTR text);  // characters
 UINT SysStringByteLen(BSTR text);
 
+// Owns a BSTR.
+struct BstrDeleter {
+  void operator()(OLECHAR* text) const { SysFreeString(text); }
+};
+using OwnedBstr = std::unique_ptr<OLECHAR, BstrDeleter>;
+
 // ---- VARIANT -------------------------------------------------------------------------------------------------------
 
 using VARTYPE = std::uint16_t;

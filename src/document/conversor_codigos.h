@@ -1,0 +1,40 @@
+// Renumbering of field codes in all report documents of a module and component.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "document/conversor_modelos.h"
+
+namespace kestor {
+
+class CDocRelatorio;
+
+class CConversorCodigos final : public CConversorModelos {
+ public:
+  // Reads the field catalogue from the store. When that fails, no code is renumbered and nothing is removed.
+  // `quantidade` pairs; the last one of an old code counts. Throws std::bad_alloc.
+  CConversorCodigos(IZNPL_Relatorio2& repositorio, std::string modulo, std::string componente, LONG quantidade,
+                    const REL_CODIGO_CAMPOS_ALTERADOS* pares);
+
+  // Renumbers the codes in one model, gives renumbered columns the titles of the catalogue, removes sort keys, totals
+  // and conditions that the catalogue does not allow for their field, and stores the document under the name that it
+  // bears itself. A model that cannot be read as a document stays as it is.
+  void ConverteModelo(const std::string& nome) override;
+
+ private:
+  bool CarregaCatalogo();
+  const tagREG_CAMPOS_RELATORIO2* BuscaCampo(std::uint16_t codigo) const;  // null when the catalogue does not have it
+  bool Renumera(std::uint16_t& codigo) const;                              // false: the code stays
+  void Altera(CDocRelatorio& documento) const;
+  // `permissao`: what a field of the catalogue must allow for a record with its code to stay.
+  template <typename Registro>
+  void AlteraLista(std::vector<Registro>& lista, char tagREG_CAMPOS_RELATORIO2::*permissao) const;
+
+  std::unordered_map<std::uint16_t, tagREG_CAMPOS_RELATORIO2> mapaCatalogo_;
+  std::unordered_map<std::uint16_t, std::uint16_t> mapaCodigos_;
+};
+
+}  // namespace kestor

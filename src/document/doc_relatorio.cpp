@@ -1,0 +1,118 @@
+#include "document/doc_relatorio.h"
+
+#include <exception>
+#include <initializer_list>
+#include <new>
+
+#include "document/vocabulario.h"
+#include "tratador_relatorio.h"
+
+namespace kestor {
+
+namespace {
+
+// The code of a fixed column is its place among the fixed columns.
+void NumeraColunasFixas(std::vector<CampoEscolhido>& campos) {
+  std::uint16_t lugar = 0;
+  for (CampoEscolhido& campo : campos) {
+    if (campo.fixo) campo.codigo = ++lugar;
+  }
+}
+
+HRESULT Analisa(IStream& conteudo, CTratadorRelatorio& tratador) {
+  ComPtr<ILeitorMarcacao> leitor;
+  const HRESULT criacao =
+      CoCreateInstance(CLSID_LeitorMarcacao, nullptr, CLSCTX_ALL, IID_ILeitorMarcacao, leitor.OutVoid());
+  if (FAILED(criacao)) return criacao;
+  leitor->DefineTratador(&tratador);
+  VARIANT fonte;
+  VariantInit(&fonte);
+  fonte.vt = VT_UNKNOWN;
+  fonte.punkVal = &conteudo;
+  const HRESULT resultado = leitor->Analisa(fonte);
+  if (FAILED(resultado)) leitor->BuscaErro(tratador.Erro());
+  VariantClear(&fonte);
+  return resultado;
+}
+
+}  // namespace
+
+void CImpressaoCabecalho::EscreveMarcacao(IEscritorMarcacao& escritor) const {
+  EscritaElementos(escritor).Escreve(vocabulario::kImpressaoCabecalho, *this);
+}
+
+void CImpressaoDetalhe::EscreveMarcacao(IEscritorMarcacao& escritor) const {
+  EscritaElementos(escritor).Escreve(vocabulario::kImpressaoDetalhe, *this);
+}
+
+void CImpressaoRodape::EscreveMarcacao(IEscritorMarcacao& escritor) const {
+  EscritaElementos(escritor).Escreve(vocabulario::kImpressaoRodape, *this);
+}
+
+void CSecaoImpressao::EscreveMarcacao(IEscritorMarcacao& escritor) const {
+  EscritaElementos(escritor).Escreve(vocabulario::kImpressao, *this);
+}
+
+void CSecaoCampos::EscreveMarcacao(IEscritorMarcacao& escritor) const {
+  EscritaElementos(escritor).Escreve(vocabulario::kCamposEscolhidos, *this);
+}
+
+void CSecaoOrdenacao::EscreveMarcacao(IEscritorMarcacao& escritor) const {
+  EscritaElementos(escritor).Escreve(vocabulario::kOrdenacao, *this);
+}
+
+void CSecaoFiltro::EscreveMarcacao(IEscritorMarcacao& escritor) const {
+  EscritaElementos(escritor).Escreve(vocabulario::kFiltro, *this);
+}
+
+void CSecaoExportacao::EscreveMarcacao(IEscritorMarcacao& escritor) const {
+  EscritaElementos(escritor).Escreve(vocabulario::kExportacao, *this);
+}
+
+void CDocRelatorio::EscreveMarcacao(IEscritorMarcacao& escritor) const {
+  EscritaElementos(escritor).Escreve(vocabulario::kRelatorio, *this);
+}
+
+void CDocRelatorio::Reinicia() {
+  versao = kVersaoDocumento;
+  dataInicial = 0;
+  dataFinal = 0;
+  for (CSecaoRelatorio* secao :
+       std::initializer_list<CSecaoRelatorio*>{&impressao, &camposEscolhidos, &ordenacao, &filtro, &exportacao})
+    secao->Reinicia();
+}
+
+bool CDocRelatorio::CarregaConteudo(const REG_RELATORIO2& conteudo) {
+  if (conteudo.nVersao != kVersaoDocumento || conteudo.nQtdeBytes < 0) return false;
+  try {
+    CTratadorRelatorio tratador(*this);
+    Reinicia();
+    CMemStream bytes(conteudo.lpRelatorio, static_cast<ULONG>(conteudo.nQtdeBytes));
+    const HRESULT resultado = Analisa(bytes, tratador);
+    NumeraColunasFixas(camposEscolhidos.campos);
+    return SUCCEEDED(resultado);
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+std::unique_ptr<CMemStream> CDocRelatorio::GeraConteudo() const {
+  std::unique_ptr<CMemStream> conteudo(new (std::nothrow) CMemStream);
+  if (!conteudo) return conteudo;
+  try {
+    ComPtr<IEscritorMarcacao> escritor;
+    if (FAILED(
+            CoCreateInstance(CLSID_EscritorMarcacao, nullptr, CLSCTX_ALL, IID_IEscritorMarcacao, escritor.OutVoid()))) {
+      return conteudo;
+    }
+    escritor->DefineSaida(conteudo.get());
+    escritor->IniciaDocumento();
+    EscreveMarcacao(*escritor);
+    escritor->FinalizaDocumento();
+  } catch (const std::bad_alloc&) {
+    // The writer has given nothing to the stream before the end of the document: it is empty.
+  }
+  return conteudo;
+}
+
+}  // namespace kestor

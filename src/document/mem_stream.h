@@ -1,0 +1,51 @@
+// A growable block of bytes in memory as a stream.
+#pragma once
+
+#include "platform/com/com.h"
+
+namespace kestor {
+
+// Carries a stored document to the markup component and a built one from it. Writing always appends; only reading moves
+// the read position. Whoever makes one owns it: references are not counted, so nobody may keep it beyond the call in
+// which it was handed over. Not for several threads.
+class CMemStream : public IStream {
+ public:
+  CMemStream();                                     // empty, with room for 1024 bytes
+  CMemStream(const void* bytes, ULONG quantidade);  // a copy of `bytes`, to be read
+  CMemStream(const CMemStream&) = delete;
+  CMemStream& operator=(const CMemStream&) = delete;
+
+  HRESULT QueryInterface(REFIID iid, void** object) override;
+  ULONG AddRef() override { return 1; }
+  ULONG Release() override { return 1; }
+
+  HRESULT Read(void* destination, ULONG count, ULONG* countRead) override;  // S_OK, also at the end
+  // E_OUTOFMEMORY, nothing being written then. Room grows by 1024 bytes, or by as many times 1024 as it takes.
+  HRESULT Write(const void* source, ULONG count, ULONG* countWritten) override;
+
+  HRESULT Seek(LONGLONG, DWORD, ULONGLONG*) override { return E_NOTIMPL; }
+  HRESULT SetSize(ULONGLONG) override { return E_NOTIMPL; }
+  HRESULT CopyTo(IStream*, ULONGLONG, ULONGLONG*, ULONGLONG*) override { return E_NOTIMPL; }
+  HRESULT Commit(DWORD) override { return E_NOTIMPL; }
+  HRESULT Revert() override { return E_NOTIMPL; }
+  HRESULT LockRegion(ULONGLONG, ULONGLONG, DWORD) override { return E_NOTIMPL; }
+  HRESULT UnlockRegion(ULONGLONG, ULONGLONG, DWORD) override { return E_NOTIMPL; }
+  HRESULT Stat(STATSTG* status, DWORD flag) override;  // type and size; never a name
+  HRESULT Clone(IStream**) override { return E_NOTIMPL; }
+
+  virtual ~CMemStream();
+
+  // The content, without a NUL at its end; valid until the next Write. When the memory for a copy given at the
+  // beginning was not to be had, the stream is empty.
+  std::uint8_t* Buffer() const { return buffer_; }
+  ULONG Size() const { return size_; }
+  ULONG Capacity() const { return capacity_; }
+
+ private:
+  std::uint8_t* buffer_ = nullptr;
+  ULONG capacity_ = 0;
+  ULONG size_ = 0;
+  ULONG position_ = 0;
+};
+
+}  // namespace kestor

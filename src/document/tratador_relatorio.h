@@ -1,0 +1,38 @@
+// What the markup reader calls while it reads a report document.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "document/doc_relatorio.h"
+#include "markup/interfaces_marcacao.h"
+
+namespace kestor {
+
+// Fills a document element by element. It goes by the names of all open elements, the root's first. Lives for one
+// reading; references are not counted.
+class CTratadorRelatorio final : public ITratadorMarcacao {
+ public:
+  explicit CTratadorRelatorio(CDocRelatorio& documento) : documento_(documento) {}
+
+  HRESULT QueryInterface(REFIID iid, void** object) override;
+  ULONG AddRef() override { return 1; }
+  ULONG Release() override { return 1; }
+
+  HRESULT InicioDocumento() override { return S_OK; }
+  HRESULT FimDocumento() override { return S_OK; }
+  // E_FAIL when the document has no such element in this place, or when it lacks an attribute; E_OUTOFMEMORY.
+  HRESULT InicioElemento(const char* nome, IAtributosMarcacao* atributos) override;
+  HRESULT FimElemento(const char* nome) override;
+  HRESULT Notifica(std::int32_t /*valor*/) override { return S_OK; }
+
+  // Where the reader puts its error object, which nobody looks at.
+  IUnknown** Erro() { return erro_.Out(); }
+
+ private:
+  CDocRelatorio& documento_;
+  std::vector<std::string> pilha_;
+  ComPtr<IUnknown> erro_;
+};
+
+}  // namespace kestor

@@ -1,0 +1,45 @@
+// Writing documents.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "markup/interfaces_marcacao.h"
+#include "objeto_marcacao.h"
+
+namespace kestor {
+
+// The object behind the class EscritorMarcacao. The document is built in memory and goes to the stream in one piece
+// when it is finished; of a document in which anything failed, nothing does. Who ignores the results gets a whole
+// document or none.
+class CEscritorMarcacao final : public ObjetoMarcacao<IEscritorMarcacao, IID_IEscritorMarcacao> {
+ public:
+  HRESULT IniciaDocumento() override;
+  // E_FAIL when the document is not one element, closed; otherwise the stream's failure, or the first of those before.
+  HRESULT FinalizaDocumento() override;
+  // E_INVALIDARG for a name that no element can have and a list of another component; E_FAIL outside a document and
+  // behind its root element; E_OUTOFMEMORY.
+  HRESULT IniciaElemento(const char* nome, IAtributosMarcacao* atributos) override;
+  HRESULT FinalizaElemento(const char* nome) override;  // E_INVALIDARG when that is not the innermost open element
+  HRESULT DefineSaida(IStream* saida) override;
+
+  HRESULT Reservado7() override { return E_NOTIMPL; }
+  HRESULT Reservado8() override { return E_NOTIMPL; }
+  HRESULT Reservado9() override { return E_NOTIMPL; }
+  HRESULT Reservado10() override { return E_NOTIMPL; }
+
+ private:
+  ~CEscritorMarcacao() override;
+
+  template <typename Operacao>
+  HRESULT Executa(const Operacao& operacao);
+  void NovaLinha();
+
+  IStream* saida_ = nullptr;
+  std::string documento_;
+  std::vector<std::string> abertos_;
+  bool marcaAberta_ = false;    // the innermost element's start tag still lacks its end
+  HRESULT resultado_ = E_FAIL;  // of the document so far
+};
+
+}  // namespace kestor

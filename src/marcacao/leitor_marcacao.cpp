@@ -1,0 +1,284 @@
+#include "leitor_marcacao.h"
+
+#include <expat.h>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "platform/text/text.h"
+#include "texto_marcacao.h"
+
+namespace kestor {
+
+namespace {
+
+// The attributes of the element that the parser has just found.
+class AtributosLidos final : public IAtributosMarcacao {
+ public:
+  void Define(const XML_Char** pares) {
+    pares_ = pares;
+    proximo_ = pares;
+  }
+
+  HRESULT QueryInterface(REFIID iid, void** object) override {
+    if (object == nullptr) return E_POINTER;
+    const bool conhecida = iid == IID_IUnknown || iid == IID_IAtributosMarcacao;
+    *object = conhecida ? static_cast<IAtributosMarcacao*>(this) : nullptr;
+    return conhecida ? S_OK : E_NOINTERFACE;
+  }
+  ULONG AddRef() override { return 1; }
+  ULONG Release() override { return 1; }
+
+  HRESULT BuscaValor(const char* nome, const char** valor) override {
+    if (nome == nullptr || valor == nullptr) return E_POINTER;
+    *valor = nullptr;
+    const XML_Char** par = Busca(nome);
+    if (par == nullptr) return E_FAIL;
+    proximo_ = par + 2;
+    try {
+      *valor = TextoLido(par[1], espaco_);
+      return S_OK;
+    } catch (const std::bad_alloc&) {
+      return E_OUTOFMEMORY;
+    }
+  }
+
+  // What has been read cannot be changed.
+  HRESULT Adiciona(const char*, const char*) override { return E_NOTIMPL; }
+  HRESULT Limpa() override { return E_NOTIMPL; }
+  HRESULT Reservado3() override { return E_NOTIMPL; }
+  HRESULT Reservado4() override { return E_NOTIMPL; }
+  HRESULT Reservado5() override { return E_NOTIMPL; }
+  HRESULT Reservado7() override { return E_NOTIMPL; }
+  HRESULT Reservado8() override { return E_NOTIMPL; }
+
+ private:
+  // Whoever asks for attributes asks in the order of the document as a rule: the search goes on where the last one
+  // ended, and begins again at the front.
+  const XML_Char** Busca(const char* nome) const {
+    for (const XML_Char** par = proximo_; *par != nullptr; par += 2) {
+      if (std::strcmp(*par, nome) == 0) return par;
+    }
+    for (const XML_Char** par = pares_; par != proximo_; par += 2) {
+      if (std::strcmp(*par, nome) == 0) return par;
+    }
+    return nullptr;
+  }
+
+  const XML_Char** pares_ = nullptr;
+  const XML_Char** proximo_ = nullptr;
+  std::string espaco_;
+};
+
+// One run of the parser over one stream.
+class Analise {
+ public:
+  Analise(IStream& fonte, ITratadorMarcacao& tratador) : fonte_(fonte), tratador_(tratador) {
+    if (!analisador_) throw std::bad_alloc();
+    XML_SetUserData(analisador_.get(), this);
+    XML_SetElementHandler(analisador_.get(), InicioElemento, FimElemento);
+    XML_SetStartDoctypeDeclHandler(analisador_.get(), DeclaracaoTipo);
+    XML_SetUnknownEncodingHandler(analisador_.get(), Codificacao, nullptr);
+  }
+
+  HRESULT Executa() {
+    resultado_ = tratador_.InicioDocumento();
+    if (SUCCEEDED(resultado_)) Percorre();
+    if (SUCCEEDED(resultado_)) resultado_ = tratador_.FimDocumento();
+    return resultado_;
+  }
+
+  ULONG Linha() const { return static_cast<ULONG>(XML_GetCurrentLineNumber(analisador_.get())); }
+
+  // Why Executa failed.
+  const char* Descricao() const {
+    if (recusa_ != nullptr) return recusa_;
+    const XML_Error erro = XML_GetErrorCode(analisador_.get());
+    return erro == XML_ERROR_NONE ? "the stream cannot be read" : XML_ErrorString(erro);
+  }
+
+ private:
+  struct Liberacao {
+    void operator()(XML_Parser analisador) const { XML_ParserFree(analisador); }
+  };
+  using Analisador = std::unique_ptr<std::remove_pointer_t<XML_Parser>, Liberacao>;
+
+  // The parser looks at an unfinished element again with each piece that it gets: the first piece is the whole document
+  // where its size is known, and pieces grow with what has been read, so that a long element does not cost the square
+  // of its length.
+  void Percorre() {
+    ULONGLONG lidos = 0;
+    ULONG pedaco = PrimeiroPedaco();
+    for (bool fim = false; !fim && SUCCEEDED(resultado_);) {
+      void* espaco = XML_GetBuffer(analisador_.get(), static_cast<int>(pedaco));
+      if (espaco == nullptr) return Falha(E_OUTOFMEMORY);
+      ULONG quantidade = 0;
+      const HRESULT leitura = fonte_.Read(espaco, pedaco, &quantidade);
+      if (FAILED(leitura) || quantidade > pedaco) return Falha(FAILED(leitura) ? leitura : E_FAIL);
+      fim = quantidade == 0;
+      lidos += quantidade;
+      if (XML_ParseBuffer(analisador_.get(), static_cast<int>(quantidade), fim ? XML_TRUE : XML_FALSE) ==
+          XML_STATUS_ERROR) {
+        const bool semMemoria = XML_GetErrorCode(analisador_.get()) == XML_ERROR_NO_MEMORY;
+        Falha(semMemoria ? E_OUTOFMEMORY : E_FAIL);
+      }
+      pedaco = quantidade < pedaco ? kPedacoMinimo : Pedaco(lidos);
+    }
+  }
+
+  ULONG PrimeiroPedaco() const {
+    STATSTG estado{};
+    if (FAILED(fonte_.Stat(&estado, 0))) return kPedacoMinimo;
+    return Pedaco(estado.cbSize + 1);  // one more than there is, so that the end shows at once
+  }
+
+  static ULONG Pedaco(ULONGLONG bytes) {
+    return static_cast<ULONG>(std::clamp<ULONGLONG>(bytes, kPedacoMinimo, kPedacoMaximo));
+  }
+
+  // The first failure counts.
+  void Falha(HRESULT resultado) {
+    if (SUCCEEDED(resultado_)) resultado_ = resultado;
+  }
+
+  void Para(HRESULT resultado, const char* recusa) {
+    Falha(resultado);
+    recusa_ = recusa;
+    XML_StopParser(analisador_.get(), XML_FALSE);
+  }
+
+  // ---- Called by the parser, which no exception may pass ----
+
+  static void InicioElemento(void* analise, const XML_Char* nome, const XML_Char** pares) noexcept {
+    auto& esta = *static_cast<Analise*>(analise);
+    esta.atributos_.Define(pares);
+    try {
+      const HRESULT resultado = esta.tratador_.InicioElemento(TextoLido(nome, esta.nome_), &esta.atributos_);
+      if (FAILED(resultado)) esta.Para(resultado, "an element is not accepted in this place");
+    } catch (const std::bad_alloc&) {
+      esta.Para(E_OUTOFMEMORY, "memory has run out");
+    }
+  }
+
+  static void FimElemento(void* analise, const XML_Char* nome) noexcept {
+    auto& esta = *static_cast<Analise*>(analise);
+    if (FAILED(esta.resultado_)) return;  // an element without content ends although its start was refused
+    try {
+      const HRESULT resultado = esta.tratador_.FimElemento(TextoLido(nome, esta.nome_));
+      if (FAILED(resultado)) esta.Para(resultado, "an element is not accepted in this place");
+    } catch (const std::bad_alloc&) {
+      esta.Para(E_OUTOFMEMORY, "memory has run out");
+    }
+  }
+
+  static void DeclaracaoTipo(void* analise, const XML_Char*, const XML_Char*, const XML_Char*, int) noexcept {
+    static_cast<Analise*>(analise)->Para(E_FAIL, "document type declarations are not accepted");
+  }
+
+  // The desktop's code page; the parser knows the other encodings itself.
+  static int Codificacao(void*, const XML_Char* nome, XML_Encoding* codificacao) noexcept {
+    if (!text::EqualNoCase(nome, "windows-1252")) return XML_STATUS_ERROR;
+    try {
+      for (int byte = 0; byte < 256; ++byte) {
+        const char c = static_cast<char>(byte);
+        codificacao->map[byte] = text::ToUtf16(std::string_view(&c, 1)).front();
+      }
+    } catch (const std::bad_alloc&) {
+      return XML_STATUS_ERROR;
+    }
+    codificacao->data = nullptr;
+    codificacao->convert = nullptr;
+    codificacao->release = nullptr;
+    return XML_STATUS_OK;
+  }
+
+  static constexpr ULONG kPedacoMinimo = 4096;
+  static constexpr ULONG kPedacoMaximo = 1u << 30;
+
+  IStream& fonte_;
+  ITratadorMarcacao& tratador_;
+  Analisador analisador_{XML_ParserCreate(nullptr)};
+  AtributosLidos atributos_;
+  std::string nome_;
+  HRESULT resultado_ = S_OK;
+  const char* recusa_ = nullptr;
+};
+
+class CErroMarcacao final : public ObjetoMarcacao<IErroMarcacao, IID_IErroMarcacao> {
+ public:
+  CErroMarcacao(ULONG linha, std::string descricao) : linha_(linha), descricao_(std::move(descricao)) {}
+
+  HRESULT BuscaLinha(ULONG* linha) override {
+    if (linha == nullptr) return E_POINTER;
+    *linha = linha_;
+    return S_OK;
+  }
+
+  HRESULT BuscaDescricao(BSTR* descricao) override {
+    if (descricao == nullptr) return E_POINTER;
+    *descricao = nullptr;
+    try {
+      *descricao = SysAllocString(text::ToUtf16(descricao_).c_str());
+    } catch (const std::bad_alloc&) {
+    }
+    return *descricao != nullptr ? S_OK : E_OUTOFMEMORY;
+  }
+
+ private:
+  ~CErroMarcacao() override = default;
+
+  const ULONG linha_;
+  const std::string descricao_;
+};
+
+}  // namespace
+
+CLeitorMarcacao::~CLeitorMarcacao() {
+  DefineTratador(nullptr);
+}
+
+HRESULT CLeitorMarcacao::DefineTratador(ITratadorMarcacao* tratador) {
+  if (tratador != nullptr) tratador->AddRef();
+  if (tratador_ != nullptr) tratador_->Release();
+  tratador_ = tratador;
+  return S_OK;
+}
+
+HRESULT CLeitorMarcacao::Analisa(VARIANT fonte) {
+  linha_ = 0;
+  descricao_ = "there is nothing to read";
+  resultado_ = E_INVALIDARG;
+  if (tratador_ == nullptr || fonte.vt != VT_UNKNOWN || fonte.punkVal == nullptr) return resultado_;
+  ComPtr<IStream> bytes;
+  if (FAILED(fonte.punkVal->QueryInterface(IID_IStream, bytes.OutVoid()))) return resultado_;
+  try {
+    Analise analise(*bytes, *tratador_);
+    resultado_ = analise.Executa();
+    linha_ = analise.Linha();
+    if (FAILED(resultado_)) descricao_ = analise.Descricao();
+  } catch (const std::bad_alloc&) {
+    resultado_ = E_OUTOFMEMORY;
+  }
+  DefineTratador(nullptr);
+  return resultado_;
+}
+
+HRESULT CLeitorMarcacao::BuscaErro(IUnknown** erro) {
+  if (erro == nullptr) return E_POINTER;
+  *erro = nullptr;
+  if (SUCCEEDED(resultado_)) return S_FALSE;
+  try {
+    auto* novo = new CErroMarcacao(linha_, descricao_);
+    novo->AddRef();
+    *erro = novo;
+    return S_OK;
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+  }
+}
+
+}  // namespace kestor

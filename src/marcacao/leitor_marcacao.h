@@ -1,0 +1,31 @@
+// Reading documents.
+#pragma once
+
+#include <string>
+
+#include "markup/interfaces_marcacao.h"
+#include "objeto_marcacao.h"
+
+namespace kestor {
+
+// The object behind the class LeitorMarcacao.
+class CLeitorMarcacao final : public ObjetoMarcacao<ILeitorMarcacao, IID_ILeitorMarcacao> {
+ public:
+  HRESULT DefineTratador(ITratadorMarcacao* tratador) override;
+  // E_INVALIDARG without a handler or a stream; E_FAIL when the bytes are no document that is accepted; E_OUTOFMEMORY;
+  // the stream's or the handler's failure.
+  HRESULT Analisa(VARIANT fonte) override;
+  HRESULT BuscaErro(IUnknown** erro) override;
+
+  HRESULT Reservado4() override { return E_NOTIMPL; }
+
+ private:
+  ~CLeitorMarcacao() override;
+
+  ITratadorMarcacao* tratador_ = nullptr;
+  HRESULT resultado_ = S_OK;  // of the last Analisa
+  ULONG linha_ = 0;
+  std::string descricao_;
+};
+
+}  // namespace kestor
