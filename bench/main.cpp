@@ -75,7 +75,8 @@ int main(int argc, char** argv) {
   benchmark::RunSpecifiedBenchmarks(&collector);
   if (!once) {
     PrintRatiosHead();
-    for (const auto figures : {bench::ChannelFigures, bench::StoreFigures, bench::ListingFigures, bench::LegacyFigures})
+    for (const auto figures : {bench::ChannelFigures, bench::StoreFigures, bench::ListingFigures, bench::LegacyFigures,
+                               bench::DocumentFigures})
       PrintRatios(collector, figures());
   }
   const bool small = bench::MeasureMemory(once ? 1000 : 1000000);

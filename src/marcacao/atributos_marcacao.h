@@ -1,29 +1,29 @@
 // Attribute lists for writing.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "markup/interfaces_marcacao.h"
 #include "objeto_marcacao.h"
+#include "texto_marcacao.h"
 
 namespace kestor {
 
 // The object behind the class AtributosMarcacao.
 class CAtributosMarcacao final : public ObjetoMarcacao<IAtributosMarcacao, IID_IAtributosMarcacao> {
  public:
-  struct Par {
-    std::string_view nome;
-    std::string_view valor;
-  };
-
-  CAtributosMarcacao();
+  // Each element of a document has a list of its own: the one that went last is used again.
+  static CAtributosMarcacao* Novo();
+  void Descarta() override;
 
   // The list itself, when `lista` is one of this component; null otherwise.
   static CAtributosMarcacao* De(IAtributosMarcacao* lista);
 
-  // Also answers to an identity that only this component knows.
+  // Also answers to an identity that only this component knows; that answer is no counted reference.
   HRESULT QueryInterface(REFIID iid, void** object) override;
 
   // E_INVALIDARG for a name that no attribute can have or that the list has; E_OUTOFMEMORY. The list is incomplete then
@@ -39,20 +39,22 @@ class CAtributosMarcacao final : public ObjetoMarcacao<IAtributosMarcacao, IID_I
   HRESULT Reservado8() override { return E_NOTIMPL; }
 
   bool Completa() const { return completa_; }
-  std::size_t Quantidade() const { return lugares_.size(); }
-  Par Atributo(std::size_t posicao) const;
+  // All attributes as they stand in an element's start tag, a blank before each.
+  std::string_view Marca() const { return marca_.Texto(); }
 
  private:
+  // Where an attribute's name stands in the mark.
   struct Lugar {
-    std::size_t inicio;
-    std::size_t bytesNome;
-    std::size_t bytesValor;
+    std::uint32_t nome;
+    std::uint32_t bytesNome;
   };
 
-  bool Contem(std::string_view nome) const;
+  // The number of attributes when there is none of that name.
+  std::size_t Busca(std::string_view nome) const;
 
-  std::string textos_;  // of each attribute the name, a NUL, the value and a NUL
   std::vector<Lugar> lugares_;
+  Acumulador marca_;
+  std::string valor_;  // the one asked for last
   bool completa_ = true;
 };
 

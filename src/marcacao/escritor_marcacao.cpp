@@ -4,14 +4,14 @@
 #include <new>
 
 #include "atributos_marcacao.h"
-#include "texto_marcacao.h"
 
 namespace kestor {
 
 namespace {
 
-constexpr const char* kDeclaracao = R"(<?xml version="1.0" encoding="UTF-8"?>)";
-constexpr std::size_t kBlanksANivel = 2;
+constexpr std::string_view kDeclaracao = R"(<?xml version="1.0" encoding="UTF-8"?>)";
+constexpr std::string_view kNivel = "  ";
+constexpr std::size_t kBytesUsuais = 16384;  // of a document of some 60 columns
 
 }  // namespace
 
@@ -43,36 +43,31 @@ HRESULT CEscritorMarcacao::IniciaDocumento() {
   marcaAberta_ = false;
   resultado_ = S_OK;
   return Executa([&] {
-    documento_ = kDeclaracao;
+    documento_.Corta(0);
+    documento_.Espaco(kBytesUsuais);
+    documento_.Acrescenta(kDeclaracao);
     return S_OK;
   });
 }
 
 void CEscritorMarcacao::NovaLinha() {
-  documento_.push_back('\n');
-  documento_.append(abertos_.size() * kBlanksANivel, ' ');
+  documento_.Acrescenta('\n');
+  for (std::size_t i = 0; i < abertos_.size(); ++i)
+    documento_.Acrescenta(kNivel);
 }
 
 HRESULT CEscritorMarcacao::IniciaElemento(const char* nome, IAtributosMarcacao* atributos) {
   return Executa([&]() -> HRESULT {
-    const bool raizFechada = abertos_.empty() && documento_.size() > std::string_view(kDeclaracao).size();
+    const bool raizFechada = abertos_.empty() && documento_.Texto().size() > kDeclaracao.size();
     if (raizFechada) return E_FAIL;
-    if (nome == nullptr || !NomeValido(nome)) return E_INVALIDARG;
-    if (marcaAberta_) documento_.push_back('>');
+    if (marcaAberta_) documento_.Acrescenta('>');
     NovaLinha();
-    documento_.push_back('<');
-    documento_.append(nome);
+    documento_.Acrescenta('<');
+    if (nome == nullptr || !AcrescentaNome(nome, documento_)) return E_INVALIDARG;
     if (atributos != nullptr) {
       const CAtributosMarcacao* lista = CAtributosMarcacao::De(atributos);
       if (lista == nullptr || !lista->Completa()) return E_INVALIDARG;
-      for (std::size_t i = 0; i < lista->Quantidade(); ++i) {
-        const CAtributosMarcacao::Par par = lista->Atributo(i);
-        documento_.push_back(' ');
-        documento_.append(par.nome);
-        documento_.append("=\"");
-        AcrescentaValor(par.valor, documento_);
-        documento_.push_back('"');
-      }
+      documento_.Acrescenta(lista->Marca());
     }
     abertos_.emplace_back(nome);
     marcaAberta_ = true;
@@ -85,10 +80,12 @@ HRESULT CEscritorMarcacao::FinalizaElemento(const char* nome) {
     if (nome == nullptr || abertos_.empty() || abertos_.back() != nome) return E_INVALIDARG;
     abertos_.pop_back();
     if (marcaAberta_) {
-      documento_.append("/>");
+      documento_.Acrescenta("/>");
     } else {
       NovaLinha();
-      documento_.append("</").append(nome).push_back('>');
+      documento_.Acrescenta("</");
+      documento_.Acrescenta(nome);
+      documento_.Acrescenta('>');
     }
     marcaAberta_ = false;
     return S_OK;
@@ -97,16 +94,16 @@ HRESULT CEscritorMarcacao::FinalizaElemento(const char* nome) {
 
 HRESULT CEscritorMarcacao::FinalizaDocumento() {
   const HRESULT resultado = Executa([&]() -> HRESULT {
-    const bool temRaiz = documento_.size() > std::string_view(kDeclaracao).size();
+    const bool temRaiz = documento_.Texto().size() > kDeclaracao.size();
     if (!abertos_.empty() || !temRaiz || saida_ == nullptr) return E_FAIL;
-    documento_.push_back('\n');
-    if (documento_.size() > std::numeric_limits<ULONG>::max()) return E_OUTOFMEMORY;
-    const auto bytes = static_cast<ULONG>(documento_.size());
+    documento_.Acrescenta('\n');
+    if (documento_.Texto().size() > std::numeric_limits<ULONG>::max()) return E_OUTOFMEMORY;
+    const auto bytes = static_cast<ULONG>(documento_.Texto().size());
     ULONG escritos = 0;
-    const HRESULT escrita = saida_->Write(documento_.data(), bytes, &escritos);
+    const HRESULT escrita = saida_->Write(documento_.Texto().data(), bytes, &escritos);
     return SUCCEEDED(escrita) && escritos != bytes ? E_FAIL : escrita;
   });
-  documento_.clear();
+  documento_.Corta(0);
   resultado_ = E_FAIL;  // until the next document begins
   return resultado;
 }

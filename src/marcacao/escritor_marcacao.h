@@ -6,6 +6,7 @@
 
 #include "markup/interfaces_marcacao.h"
 #include "objeto_marcacao.h"
+#include "texto_marcacao.h"
 
 namespace kestor {
 
@@ -14,6 +15,8 @@ namespace kestor {
 // document or none.
 class CEscritorMarcacao final : public ObjetoMarcacao<IEscritorMarcacao, IID_IEscritorMarcacao> {
  public:
+  static CEscritorMarcacao* Novo() { return new CEscritorMarcacao; }
+
   HRESULT IniciaDocumento() override;
   // E_FAIL when the document is not one element, closed; otherwise the stream's failure, or the first of those before.
   HRESULT FinalizaDocumento() override;
@@ -36,7 +39,7 @@ class CEscritorMarcacao final : public ObjetoMarcacao<IEscritorMarcacao, IID_IEs
   void NovaLinha();
 
   IStream* saida_ = nullptr;
-  std::string documento_;
+  Acumulador documento_;
   std::vector<std::string> abertos_;
   bool marcaAberta_ = false;    // the innermost element's start tag still lacks its end
   HRESULT resultado_ = E_FAIL;  // of the document so far

@@ -11,6 +11,8 @@ namespace kestor {
 // The object behind the class LeitorMarcacao.
 class CLeitorMarcacao final : public ObjetoMarcacao<ILeitorMarcacao, IID_ILeitorMarcacao> {
  public:
+  static CLeitorMarcacao* Novo() { return new CLeitorMarcacao; }
+
   HRESULT DefineTratador(ITratadorMarcacao* tratador) override;
   // E_INVALIDARG without a handler or a stream; E_FAIL when the bytes are no document that is accepted; E_OUTOFMEMORY;
   // the stream's or the handler's failure.

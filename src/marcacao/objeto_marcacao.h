@@ -1,7 +1,7 @@
-// What the component's objects have in common: reference counts, which start at 0, and class factories.
+// What the component's objects have in common: reference counts, which start at 0, and class factories. An object is
+// used on one thread.
 #pragma once
 
-#include <atomic>
 #include <new>
 
 #include "platform/com/com.h"
@@ -27,18 +27,21 @@ class ObjetoMarcacao : public Interface {
   ULONG AddRef() override { return ++referencias_; }
   ULONG Release() override {
     const ULONG restantes = --referencias_;
-    if (restantes == 0) delete this;
+    if (restantes == 0) Descarta();
     return restantes;
   }
+
+  // Ends an object to which nobody has a reference.
+  virtual void Descarta() { delete this; }
 
  protected:
   virtual ~ObjetoMarcacao() = default;
 
  private:
-  std::atomic<ULONG> referencias_{0};
+  ULONG referencias_ = 0;
 };
 
-// The class object of one of the component's classes; lives as long as the component.
+// The class object of one of the component's classes, whose objects Objeto::Novo makes; lives as long as the component.
 template <typename Objeto>
 class FabricaMarcacao final : public IClassFactory {
  public:
@@ -56,10 +59,9 @@ class FabricaMarcacao final : public IClassFactory {
     *object = nullptr;
     if (outer != nullptr) return CLASS_E_NOAGGREGATION;
     try {
-      IUnknown* novo = new Objeto;
-      novo->AddRef();
+      Objeto* novo = Objeto::Novo();
       const HRESULT resultado = novo->QueryInterface(iid, object);
-      novo->Release();
+      if (FAILED(resultado)) novo->Descarta();
       return resultado;
     } catch (const std::bad_alloc&) {
       return E_OUTOFMEMORY;

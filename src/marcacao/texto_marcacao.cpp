@@ -2,6 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
+#include <iterator>
+#include <new>
+#include <utility>
 
 #include "platform/text/text.h"
 
@@ -15,17 +19,39 @@ constexpr unsigned char kEspaco = 0x20;
 constexpr std::string_view kInicioControle = "\xEE\x80";
 constexpr unsigned char kDesvioControle = 0x80;
 
-bool EhLetra(char c) {
-  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
-}
+// The bytes that stand as references.
+constexpr char kComReferencia[] = {'&', '<', '>', '"', '\t', '\n', '\r'};
 
-bool EhContinuacao(char c) {
-  return EhLetra(c) || (c >= '0' && c <= '9') || c == '-' || c == '.';
-}
+// What a byte may be in a name.
+class LetrasDeNome {
+ public:
+  constexpr LetrasDeNome() {
+    for (unsigned char c = 'A'; c <= 'Z'; ++c)
+      inicia_[c] = true;
+    for (unsigned char c = 'a'; c <= 'z'; ++c)
+      inicia_[c] = true;
+    inicia_['_'] = true;
+    continua_ = inicia_;
+    for (unsigned char c = '0'; c <= '9'; ++c)
+      continua_[c] = true;
+    continua_['-'] = true;
+    continua_['.'] = true;
+  }
+
+  constexpr bool Inicia(char c) const { return inicia_[static_cast<unsigned char>(c)]; }
+  constexpr bool Continua(char c) const { return continua_[static_cast<unsigned char>(c)]; }
+
+ private:
+  std::array<bool, 256> inicia_{};
+  std::array<bool, 256> continua_{};
+};
+constexpr LetrasDeNome kLetrasDeNome;
 
 // How each byte of a value is written.
 class Escapes {
  public:
+  static constexpr std::size_t kMaximo = 6;  // bytes, of &quot;
+
   Escapes() {
     for (unsigned byte = 0; byte < textos_.size(); ++byte) {
       const char c = static_cast<char>(byte);
@@ -59,17 +85,72 @@ const Escapes& TabelaEscapes() {
 
 }  // namespace
 
-void AcrescentaValor(std::string_view valor, std::string& documento) {
-  const Escapes& escapes = TabelaEscapes();
-  const char* inicio = valor.data();
-  const char* const fim = inicio + valor.size();
-  for (const char* c = inicio; c != fim; ++c) {
-    if (escapes.EhSimples(*c)) continue;
-    documento.append(inicio, c);
-    documento.append(escapes.Texto(*c));
-    inicio = c + 1;
+Acumulador::~Acumulador() {
+  std::free(dados_);
+}
+
+void Acumulador::Cresce(std::size_t bytes) {
+  constexpr std::size_t kMinimo = 512;
+  const std::size_t capacidade = std::max({kMinimo, 2 * capacidade_, tamanho_ + bytes});
+  auto* dados = static_cast<char*>(std::realloc(dados_, capacidade));
+  if (dados == nullptr) throw std::bad_alloc();
+  dados_ = dados;
+  capacidade_ = capacidade;
+}
+
+void Acumulador::Acrescenta(std::string_view texto) {
+  Ocupa(std::copy(texto.begin(), texto.end(), Espaco(texto.size())));
+}
+
+// The texts are walked once, in pieces for which there is room, without a look at their length first: most have a few
+// bytes.
+
+bool AcrescentaNome(const char* nome, Acumulador& marca) {
+  constexpr std::size_t kPedaco = 64;
+  const std::size_t inicio = marca.Texto().size();
+  bool valido = kLetrasDeNome.Inicia(*nome);
+  while (valido && *nome != '\0') {
+    char* c = marca.Espaco(kPedaco);
+    for (const char* const fim = c + kPedaco; c != fim && kLetrasDeNome.Continua(*nome); ++nome)
+      *c++ = *nome;
+    marca.Ocupa(c);
+    valido = *nome == '\0' || kLetrasDeNome.Continua(*nome);
   }
-  documento.append(inicio, fim);
+  if (!valido) marca.Corta(inicio);
+  return valido;
+}
+
+void AcrescentaValor(const char* valor, Acumulador& marca) {
+  constexpr std::size_t kPedaco = 32;
+  const Escapes& escapes = TabelaEscapes();
+  while (*valor != '\0') {
+    char* c = marca.Espaco(kPedaco * Escapes::kMaximo);
+    for (const char* const fim = valor + kPedaco; valor != fim && *valor != '\0'; ++valor) {
+      if (escapes.EhSimples(*valor)) {
+        *c++ = *valor;
+      } else {
+        const std::string& escape = escapes.Texto(*valor);
+        c = std::copy(escape.begin(), escape.end(), c);
+      }
+    }
+    marca.Ocupa(c);
+  }
+}
+
+const char* ValorDe(std::string_view escrito, std::string& espaco) {
+  std::string utf8;
+  while (!escrito.empty()) {
+    const char* byte = escrito.front() == '&'
+                           ? std::find_if(std::begin(kComReferencia), std::end(kComReferencia),
+                                          [&](char c) { return escrito.starts_with(TabelaEscapes().Texto(c)); })
+                           : std::end(kComReferencia);
+    const bool referencia = byte != std::end(kComReferencia);
+    utf8 += referencia ? *byte : escrito.front();
+    escrito.remove_prefix(referencia ? TabelaEscapes().Texto(*byte).size() : 1);
+  }
+  const char* lido = TextoLido(utf8.c_str(), espaco);
+  if (lido == utf8.c_str()) espaco = std::move(utf8);
+  return espaco.c_str();
 }
 
 const char* TextoLido(const char* utf8, std::string& espaco) {
@@ -86,10 +167,6 @@ const char* TextoLido(const char* utf8, std::string& espaco) {
   }
   espaco = text::FromUtf8(comControles);
   return espaco.c_str();
-}
-
-bool NomeValido(std::string_view nome) {
-  return !nome.empty() && EhLetra(nome.front()) && std::all_of(nome.begin(), nome.end(), EhContinuacao);
 }
 
 }  // namespace kestor
