@@ -1,9 +1,9 @@
 #include "document/doc_relatorio.h"
 
-#include <exception>
 #include <initializer_list>
 #include <new>
 
+#include "common/zn_exception.h"
 #include "document/vocabulario.h"
 #include "tratador_relatorio.h"
 
@@ -91,7 +91,9 @@ bool CDocRelatorio::CarregaConteudo(const REG_RELATORIO2& conteudo) {
     const HRESULT resultado = Analisa(bytes, tratador);
     NumeraColunasFixas(camposEscolhidos.campos);
     return SUCCEEDED(resultado);
-  } catch (const std::exception&) {
+  } catch (const ZN::CException&) {
+    return false;
+  } catch (const std::bad_alloc&) {
     return false;
   }
 }

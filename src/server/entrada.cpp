@@ -5,13 +5,16 @@
 #include <array>
 #include <csignal>
 #include <filesystem>
+#include <string>
 #include <system_error>
+#include <vector>
 
 #include "contract/interfaces.h"
 #include "document/rel_converte.h"
 #include "legacy/repositorio_rel.h"
 #include "marcacao/componente_marcacao.h"
 #include "marshal/marshal.h"
+#include "migration/conversor_rel.h"
 #include "platform/home/home.h"
 #include "registration.h"
 #include "server/linha_comando.h"
@@ -29,8 +32,20 @@ HRESULT CriaRel(CModuloServidor& modulo, IUnknown* outer, REFIID iid, void** obj
   return CRepositorioRel::Cria<CRepositorioRel>(outer, iid, object, modulo);
 }
 
+HRESULT CriaRepositorioRel(ContagemServidor& servidor, REFIID iid, void** object) {
+  return CRepositorioRel::Cria<CRepositorioRel>(nullptr, iid, object, servidor);
+}
+
+HRESULT MigraParaRepositorio(ContagemServidor& servidor, IZNPL_Relatorio2& repositorio, const std::string& modulo,
+                             const std::string& componente, const std::vector<std::string>& existentes) {
+  CConversorRel conversor(repositorio, modulo, componente, servidor, CriaRepositorioRel);
+  for (const std::string& nome : existentes)
+    conversor.AdicionaNomeExistente(nome);
+  return conversor.Executa();
+}
+
 HRESULT CriaRepositorioRel2(ContagemServidor& servidor, REFIID iid, void** object) {
-  return CRepositorioRel2::Cria<CRepositorioRel2>(iid, object, servidor);
+  return CRepositorioRel2::Cria<CRepositorioRel2>(iid, object, servidor, MigraParaRepositorio);
 }
 
 HRESULT CriaRelatorio2(CModuloServidor& modulo, IUnknown* outer, REFIID iid, void** object) {

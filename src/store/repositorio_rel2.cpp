@@ -1,12 +1,15 @@
 #include "store/repositorio_rel2.h"
 
+#include <new>
+
 #include "common/caminhos_instalacao.h"
 #include "common/texto_bstr.h"
 #include "contract/results.h"
 
 namespace kestor {
 
-CRepositorioRel2::CRepositorioRel2(ContagemServidor& servidor) : ObjetoContado(IID_IZNPL_Relatorio2, servidor) {}
+CRepositorioRel2::CRepositorioRel2(ContagemServidor& servidor, MigraModelos migra)
+    : ObjetoContado(IID_IZNPL_Relatorio2, servidor), servidor_(servidor), migra_(migra) {}
 
 HRESULT CRepositorioRel2::Inicializa(BSTR bsModulo, BSTR bsComponente) {
   const std::string modulo = TextoDeBstr(bsModulo);
@@ -20,7 +23,27 @@ HRESULT CRepositorioRel2::Inicializa(BSTR bsModulo, BSTR bsComponente) {
   chaveModulo_ = chave;
   arquivoPadrao_ = padrao;
   arquivoExcluidos_ = caminhoRelatorios_ + "ZNRELDEL.DAT";
-  return S_OK;
+  return migra_ == nullptr ? S_OK : Migra();
+}
+
+HRESULT CRepositorioRel2::Migra() {
+  try {
+    return migra_(servidor_, *this, modulo_, componente_, NomesExistentes());
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+  }
+}
+
+// None when they cannot be listed.
+std::vector<std::string> CRepositorioRel2::NomesExistentes() {
+  REG_ARRAY_RELATORIO2* recebida = nullptr;
+  if (FAILED(GetNomeRelatorios(&recebida)) || recebida == nullptr) return {};
+  const TaskBlock<REG_ARRAY_RELATORIO2> lista(recebida);
+  const TaskBlock<tagREG_NOME_RELATORIO2> entradas(lista->pregRelatorios);
+  std::vector<std::string> nomes;
+  for (std::size_t i = 0; i < lista->nQtdeRelatorios; ++i)
+    nomes.emplace_back(entradas.get()[i].szNomeRelatorio);
+  return nomes;
 }
 
 bool CRepositorioRel2::Inicializado() const {

@@ -12,6 +12,11 @@ namespace kestor {
 
 class CZNArqEx;
 
+// Moves first-generation models of a module and component into the store, which has been initialised for them.
+// `existentes`: names of the models that the store has. May throw std::bad_alloc.
+using MigraModelos = HRESULT (*)(ContagemServidor& servidor, IZNPL_Relatorio2& repositorio, const std::string& modulo,
+                                 const std::string& componente, const std::vector<std::string>& existentes);
+
 // The object behind the class ZNPL_Relatorio2: the models of one application module and component, which the client
 // names with Inicializa. It keeps texts only; every call opens, uses and closes its files. All calls come on the
 // server's main thread.
@@ -21,9 +26,11 @@ class CZNArqEx;
 // touches no file.
 class CRepositorioRel2 final : public ObjetoContado<IZNPL_Relatorio2> {
  public:
-  explicit CRepositorioRel2(ContagemServidor& servidor);
+  // `migra`: what Inicializa calls; null for a store that leaves the first generation alone.
+  explicit CRepositorioRel2(ContagemServidor& servidor, MigraModelos migra = nullptr);
 
-  // 0x80043F59 when the registry does not name the reports folder, or the folder of the module.
+  // 0x80043F59 when the registry does not name the reports folder, or the folder of the module. Otherwise the store is
+  // initialised, and the result is that of the migration, which is run each time; E_OUTOFMEMORY.
   HRESULT Inicializa(BSTR bsModulo, BSTR bsComponente) override;
 
   // The fields that reports can use, a line of the module's field catalogue each; the first 65535. Needs no reports
@@ -67,6 +74,8 @@ class CRepositorioRel2 final : public ObjetoContado<IZNPL_Relatorio2> {
   static constexpr const char* kExtensaoModelo = ".RXL";
 
   bool Inicializado() const;
+  HRESULT Migra();
+  std::vector<std::string> NomesExistentes();
   std::string CaminhoModelo(const std::string& nome, bool comExtensao) const;
   std::string CaminhoGravado(const std::string& nome) const;
   bool DemonstracaoExcluida(const std::string& nome);
@@ -75,6 +84,9 @@ class CRepositorioRel2 final : public ObjetoContado<IZNPL_Relatorio2> {
   HRESULT RegistraModeloDemoExcluido(const std::string& nome);
   void EsquecePadrao(BSTR nome);
   std::uint32_t ProcuraRegistroPadrao(CZNArqEx& arquivo);
+
+  ContagemServidor& servidor_;
+  const MigraModelos migra_;
 
   std::string caminhoRelatorios_;
   std::string caminhoModulo_;

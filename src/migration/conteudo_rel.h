@@ -1,0 +1,76 @@
+// A first-generation model as the migration sees it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "contract/interfaces.h"
+#include "migration/valores_rel.h"
+
+namespace kestor {
+
+// One model with its export settings and the field catalogue of its module and component, fetched through a store of
+// the first generation. docs/formats.md has the layouts of the content. Positions of columns count from 0 and lie below
+// their number. Not for several threads; methods throw std::bad_alloc.
+class CConteudoRel {
+ public:
+  // The header or footer line of the export file.
+  struct LinhaExportacao {
+    std::string descricao;
+    std::int32_t tamanho = 0;
+    char tipo = '\0';
+  };
+
+  CConteudoRel() = default;
+  CConteudoRel(const CConteudoRel&) = delete;
+  CConteudoRel& operator=(const CConteudoRel&) = delete;
+
+  // Takes a reference to the store. False, with nothing changed, when there is one already.
+  bool DefineRepositorio(IZNPL_Rel& repositorio);
+
+  // Reads a model in place of the one before. The store's result when that is not S_OK: negative or, for a model that
+  // it cannot provide, positive; the content is empty then. Export settings that cannot be read count as none.
+  HRESULT Carrega(const std::string& nome);
+
+  // Reads the field catalogue in place of the one before. The store's result when that is not S_OK; there is none then.
+  HRESULT CarregaCatalogo();
+
+  // Whether the content was understood to its end. Otherwise the values are those in front of the point where it ends,
+  // and defaults.
+  bool Completo() const { return completo_; }
+
+  const ValoresRel& Valores() const { return valores_; }
+
+  // Empty text, 0 and 0 without export settings.
+  LinhaExportacao CabecalhoExportacao() const;
+  LinhaExportacao RodapeExportacao() const;
+
+  // What is known of a column's field, with the column's width and alignment: for a fixed column the type and alias of
+  // the export item at its position ('A' and empty when there is none), for another one its record of the catalogue.
+  // False when the catalogue does not have it. Texts of the record may fill their field without a NUL.
+  bool BuscaCampoColuna(std::size_t posicao, tagREG_CAMPOS_RELATORIO& campo) const;
+
+  // The text of a fixed column, from the export item at its position: as it stands (types A and F), its digits (N), as
+  // an amount (V). Empty for another type and without such an item.
+  std::string BuscaConteudoFixo(std::size_t posicao) const;
+
+ private:
+  void Esquece();
+  HRESULT CarregaConteudo(BSTR nome);
+  HRESULT CarregaExportacao(BSTR nome);
+  const tagREG_RELEXPORTACAO_ITEM* ItemExportacao(std::size_t posicao) const;  // null when there is none
+  const tagREG_CAMPOS_RELATORIO* CampoCatalogo(std::uint16_t codigo) const;
+
+  ComPtr<IZNPL_Rel> repositorio_;
+  std::string conteudo_;
+  ValoresRel valores_;
+  bool completo_ = false;
+  TaskBlock<tagREG_RELEXPORTACAO> exportacao_;
+  TaskBlock<tagREG_RELEXPORTACAO_ITEM> itens_;
+  std::vector<tagREG_CAMPOS_RELATORIO> catalogo_;
+  std::vector<std::pair<std::uint16_t, std::size_t>> lugares_;  // sorted: code and place in the catalogue
+};
+
+}  // namespace kestor

@@ -1,0 +1,113 @@
+#include "migration/conversor_rel.h"
+
+#include <algorithm>
+#include <new>
+#include <string_view>
+#include <utility>
+
+#include "common/texto_bstr.h"
+#include "common/zn_exception.h"
+#include "documento_rel.h"
+#include "migration/conteudo_rel.h"
+#include "platform/text/text.h"
+
+namespace kestor {
+
+namespace {
+
+constexpr std::size_t kMaximoNome = 255;
+constexpr char kSeparadorNomes = '|';
+
+// Throws std::bad_alloc.
+OwnedBstr NovoBstr(const std::string& texto) {
+  OwnedBstr novo(BstrDeTexto(texto));
+  if (!novo) throw std::bad_alloc();
+  return novo;
+}
+
+// False when the markup component is not to be had, or has not written the whole document.
+bool GeraDocumento(const CConteudoRel& conteudo, const std::string& nome, CMemStream& saida) {
+  ComPtr<IEscritorMarcacao> escritor;
+  if (FAILED(
+          CoCreateInstance(CLSID_EscritorMarcacao, nullptr, CLSCTX_ALL, IID_IEscritorMarcacao, escritor.OutVoid()))) {
+    return false;
+  }
+  escritor->DefineSaida(&saida);
+  escritor->IniciaDocumento();
+  ComPtr<IAtributosMarcacao> atributos;
+  if (FAILED(CoCreateInstance(CLSID_AtributosMarcacao, nullptr, CLSCTX_ALL, IID_IAtributosMarcacao,
+                              atributos.OutVoid()))) {
+    return false;
+  }
+  EscreveDocumento(conteudo, nome, *escritor, *atributos);
+  return SUCCEEDED(escritor->FinalizaDocumento());
+}
+
+}  // namespace
+
+CConversorRel::CConversorRel(IZNPL_Relatorio2& repositorio, std::string modulo, std::string componente,
+                             ContagemServidor& servidor, CriaLegado criaLegado)
+    : CConversorModelos(repositorio, std::move(modulo), std::move(componente)),
+      servidor_(servidor),
+      criaLegado_(criaLegado) {}
+
+void CConversorRel::AdicionaNomeExistente(const std::string& nome) {
+  existentes_.insert(text::Upper(nome));
+}
+
+HRESULT CConversorRel::Executa() {
+  const HRESULT inicio = CriaRepositorioRel();
+  if (FAILED(inicio)) return inicio;
+  BSTR recebidos = nullptr;
+  const HRESULT listagem = rel_->BuscaNomeRelatoriosExistentes(&recebidos);
+  const OwnedBstr lista(recebidos);
+  if (FAILED(listagem)) return listagem;
+
+  const std::string nomes = TextoDeBstr(lista.get());
+  for (std::string_view resto = nomes; !resto.empty();) {
+    const std::string_view nome = resto.substr(0, resto.find(kSeparadorNomes));
+    resto.remove_prefix(std::min(nome.size() + 1, resto.size()));
+    ConverteModelo(std::string(nome));
+  }
+  return S_OK;
+}
+
+HRESULT CConversorRel::CriaRepositorioRel() {
+  if (FAILED(criaLegado_(servidor_, IID_IZNPL_Rel, rel_.OutVoid()))) return E_OUTOFMEMORY;
+  return rel_->Inicializa(nullptr, NovoBstr(Modulo()).get(), NovoBstr(Componente()).get());
+}
+
+void CConversorRel::ConverteModelo(const std::string& nome) {
+  if (!rel_ || nome.size() > kMaximoNome) return;
+  try {
+    if (existentes_.count(text::Upper(nome)) != 0) {
+      ExcluiRel(nome);
+    } else {
+      Converte(nome);
+    }
+  } catch (const ZN::CException&) {
+    // One model too large for the memory must not hold up the others.
+  } catch (const std::bad_alloc&) {
+    // As above.
+  }
+}
+
+void CConversorRel::Converte(const std::string& nome) const {
+  CConteudoRel conteudo;
+  conteudo.DefineRepositorio(*rel_);
+  if (conteudo.Carrega(nome) != S_OK || !conteudo.Completo()) return;
+  if (conteudo.CarregaCatalogo() != S_OK) return;
+  CMemStream documento;
+  if (GeraDocumento(conteudo, nome, documento) && Armazena(nome, documento)) ExcluiRel(nome);
+}
+
+bool CConversorRel::Armazena(const std::string& nome, const CMemStream& documento) const {
+  return SUCCEEDED(Repositorio().Grava(NovoBstr(nome).get(), kVersaoDocumento, KESTOR_Sobreescrever,
+                                       static_cast<LONG>(documento.Size()), documento.Buffer()));
+}
+
+void CConversorRel::ExcluiRel(const std::string& nome) const {
+  rel_->ExcluiRelatorio(NovoBstr(nome).get());
+}
+
+}  // namespace kestor

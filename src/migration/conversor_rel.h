@@ -1,0 +1,49 @@
+// The move of first-generation models into the report store.
+#pragma once
+
+#include <string>
+#include <unordered_set>
+
+#include "common/objeto_contado.h"
+#include "document/conversor_modelos.h"
+#include "document/mem_stream.h"
+
+namespace kestor {
+
+class CConteudoRel;
+
+// Makes a store of the first generation in this process; results as IClassFactory::CreateInstance gives them.
+using CriaLegado = HRESULT (*)(ContagemServidor& servidor, REFIID iid, void** object);
+
+// Writes the first-generation models of a module and component as report documents, stores these and then deletes the
+// models. A model that has not been understood to its end, or whose document cannot be made or stored, stays as it is,
+// to be tried again another time. Made for one run.
+class CConversorRel final : public CConversorModelos {
+ public:
+  // The documents go into `repositorio`, which is initialised for the module and component.
+  CConversorRel(IZNPL_Relatorio2& repositorio, std::string modulo, std::string componente, ContagemServidor& servidor,
+                CriaLegado criaLegado);
+
+  // Tells of a document that exists: a model of its name, whatever the letter case, is deleted and not converted.
+  void AdicionaNomeExistente(const std::string& nome);
+
+  // E_OUTOFMEMORY without a store of the first generation; that store's failure of initialising or listing. What
+  // happens to each model does not show in the result. Throws std::bad_alloc.
+  HRESULT Executa() override;
+
+  // Needs the store that Executa makes. Names of more than 255 characters are left alone.
+  void ConverteModelo(const std::string& nome) override;
+
+ private:
+  HRESULT CriaRepositorioRel();
+  void Converte(const std::string& nome) const;
+  bool Armazena(const std::string& nome, const CMemStream& documento) const;
+  void ExcluiRel(const std::string& nome) const;
+
+  ContagemServidor& servidor_;
+  const CriaLegado criaLegado_;
+  ComPtr<IZNPL_Rel> rel_;
+  std::unordered_set<std::string> existentes_;  // upper case
+};
+
+}  // namespace kestor

@@ -1,0 +1,229 @@
+// First-generation models become report documents when a report store is initialised.
+#include <cstring>
+#include <map>
+#include <optional>
+
+#include "../legacy/legacy_fixture.h"
+#include "common/texto_bstr.h"
+#include "common/zn_exception.h"
+#include "document/doc_relatorio.h"
+#include "legacy_model.h"
+#include "marcacao/componente_marcacao.h"
+#include "migration/conversor_rel.h"
+#include "platform/files/files.h"
+
+namespace {
+
+using namespace kestor;
+using support::ReadFile;
+using support::Text;
+using support::WriteFile;
+
+HRESULT MakeRel(ContagemServidor& server, REFIID iid, void** object) {
+  return CRepositorioRel::Cria<CRepositorioRel>(nullptr, iid, object, server);
+}
+
+HRESULT Migrate(ContagemServidor& server, IZNPL_Relatorio2& store, const std::string& module,
+                const std::string& component, const std::vector<std::string>& existing) {
+  CConversorRel converter(store, module, component, server, MakeRel);
+  for (const std::string& name : existing)
+    converter.AdicionaNomeExistente(name);
+  return converter.Executa();
+}
+
+// Lines of the field catalogue: code, alias and type.
+std::string CatalogueLine(int code, const std::string& alias, char type) {
+  std::string line(63, ' ');
+  line.replace(0, 3, std::to_string(code));
+  line.replace(27, alias.size(), alias);
+  line[60] = type;
+  return line + "\r\n";
+}
+
+class ConversionTest : public LegacyTest {
+ protected:
+  ConversionTest() {
+    WriteFile(Catalogue(), CatalogueLine(205, "Valor", 'V') + CatalogueLine(310, "Data & hora", 'D') +
+                               CatalogueLine(205, "Outro", 'N'));
+  }
+
+  ComPtr<IZNPL_Relatorio2> NewStore() {
+    ComPtr<IZNPL_Relatorio2> store;
+    CRepositorioRel2::Cria<CRepositorioRel2>(IID_IZNPL_Relatorio2, store.OutVoid(), counter_, Migrate);
+    return store;
+  }
+
+  std::string Initialise2(const char16_t* component = u"01") {
+    return ResultCode(NewStore()->Inicializa(Text(u"CT"), Text(component)));
+  }
+
+  std::filesystem::path File(const std::string& name, const std::string& extension) const {
+    return Reports() / ("CT01" + name + extension);
+  }
+
+  void WriteModel(const std::string& name, const LegacyModel& model = {}, int layout = 2) {
+    WriteFile(File(name, ".REL"), LegacyContent(model, layout).bytes);
+  }
+
+  void WriteSettings(const std::string& name, const tagREG_RELEXPORTACAO& settings,
+                     const std::vector<tagREG_RELEXPORTACAO_ITEM>& items) {
+    const std::string head(reinterpret_cast<const char*>(&settings), kBytesWithoutPointer<tagREG_RELEXPORTACAO>);
+    WriteFile(File(name, ".REE"),
+              head + std::string(reinterpret_cast<const char*>(items.data()), items.size() * sizeof items[0]));
+  }
+
+  std::optional<ComponenteMarcacao> component_{std::in_place};
+};
+
+// ---- What becomes of a model ---------------------------------------------------------------------------------------
+
+TEST_F(ConversionTest, DocumentToTheByte) {
+  LegacyModel model;
+  model.header = "Vendas <1>";
+  model.firstDate = 40000;
+  model.left = 150;
+  model.totalsOnly = 2;
+  model.bySheet = 1;
+  model.firstPage = 3;
+  model.period = 1;
+  model.logo = 0xFF;
+  model.columns = {{205, 30, 'D'},        {7, 12, 'E'},         {150, 1, 'E'},
+                   {65536 + 310, 2, 'C'}, {8, 0xFFFFFFFF, 'E'}, {99, 0, '\0'}};
+  model.filters = {{205, 1, 4, "10"}, {0x80000136, 0, 3, ""}};
+  model.keys = {{205, 1}, {310, 2}, {1, 0}, {2, 0}, {3, 0}, {4, 0}};
+  model.subtotals = {205, 205};
+  model.totals = {310, 205};
+  WriteModel("Mod\u00e9lo", model);
+  tagREG_RELEXPORTACAO settings{};
+  settings.iQtdeItens = 5;
+  std::strcpy(settings.cCabDescricao, "Cab");
+  settings.iRodapeTamanho = 7;
+  settings.cRodapeTipoCampo = 'N';
+  tagREG_RELEXPORTACAO_ITEM item{"-1234.5", "Fixo", 'V', 0};
+  WriteSettings("Mod\u00e9lo", settings, {{}, item, {}, {}, {"12.345-6", "", 'N', 0}});
+
+  ASSERT_EQ(Initialise2(), "0x00000000");
+  EXPECT_FALSE(std::filesystem::exists(File("Mod\u00e9lo", ".REL")));
+  EXPECT_FALSE(std::filesystem::exists(File("Mod\u00e9lo", ".REE")));
+  EXPECT_EQ(counter_.count, 0);
+  EXPECT_EQ(ReadFile(File("Mod\u00e9lo", ".RXL")), std::string("\x01\0", 2) + R"(<?xml version="1.0" encoding="UTF-8"?>
+<relatorio versao="1" criadoEm="0" usuario="0" empresa="" dataInicial="40000" dataFinal="0" nome="Modélo">
+  <impressao margemEsquerda="1.5" margemSuperior="0.0" paginaInicial="3" truncarColunas="0" tipoNumeracao="folha">
+    <cabecalho texto="Vendas &lt;1&gt;" fonte="" tamanhoFonte="10" dataEmissao="0" periodo="1" logotipo="-1"/>
+    <detalhe fonteColuna="" tamanhoFonteColuna="10" fonteDetalhe="" tamanhoFonteDetalhe="10" textoFinal=""/>
+    <rodape texto="" fonte="" tamanhoFonte="10"/>
+  </impressao>
+  <camposEscolhidos>
+    <campo codigo="205" tamanho="30" alinhamento="D" fixo="0" tipoDado="V" cabecalho="Valor" conteudo=""/>
+    <campo codigo="7" tamanho="12" alinhamento="E" fixo="1" tipoDado="V" cabecalho="Fixo" conteudo="-1.234,5"/>
+    <campo codigo="65846" tamanho="2" alinhamento="C" fixo="0" tipoDado="D" cabecalho="Data &amp; hora" conteudo=""/>
+    <campo codigo="8" tamanho="-1" alinhamento="E" fixo="1" tipoDado="N" cabecalho="" conteudo="123456"/>
+    <campo codigo="99" tamanho="0" alinhamento="" fixo="1" tipoDado="A" cabecalho="" conteudo=""/>
+  </camposEscolhidos>
+  <ordenacao somenteTotais="2">
+    <campo codigo="205" separador="linha"/>
+    <campo codigo="310" separador="pagina"/>
+    <campo codigo="1" separador="nenhum"/>
+    <campo codigo="2" separador="nenhum"/>
+    <campo codigo="3" separador="nenhum"/>
+    <campo codigo="4" separador="nenhum"/>
+    <totalizacao codigo="205" naQuebra="1" geral="1"/>
+    <totalizacao codigo="310" naQuebra="0" geral="1"/>
+  </ordenacao>
+  <filtro>
+    <campo codigo="205" valorComparar="10" operador="maiorIgual" comparador="e"/>
+    <campo codigo="-2147483338" valorComparar="" operador="menor" comparador="ou"/>
+  </filtro>
+  <exportacao>
+    <cabecalho>
+      <itemExportacao descricao="Cab" tamanho="10" tipo="A"/>
+    </cabecalho>
+    <rodape>
+      <itemExportacao descricao="" tamanho="7" tipo="N"/>
+    </rodape>
+  </exportacao>
+</relatorio>
+)");
+}
+
+// ---- What goes and what stays --------------------------------------------------------------------------------------
+
+TEST_F(ConversionTest, WhatIsNotUnderstoodStays) {
+  std::string later = LegacyContent(LegacyModel(), 3).bytes;
+  later[2] = 4;
+  const std::string whole = LegacyContent(LegacyModel(), 0).bytes;
+  const std::map<std::string, std::string> contents = {
+      {"Vazio", ""}, {"Curto", whole.substr(0, 103)}, {"Registro", whole.substr(0, 104) + "12345"}, {"Versao4", later}};
+  for (const auto& [name, content] : contents)
+    WriteFile(File(name, ".REL"), content);
+  WriteModel("Preso");
+  WriteModel("Ultimo");
+  WriteFile(File("Ultimo", ".REF"), "filter");
+  CFile held;
+  ASSERT_TRUE(held.Open("D:\\Dados.v2\\Rel\\CT01Preso.REL", CFile::modeRead | CFile::shareDenyNone));
+  EXPECT_EQ(Initialise2(), "0x00000000");
+  EXPECT_EQ(support::Names(Reports()),
+            (std::vector<std::string>{"CT01Curto.REL", "CT01Preso.REL", "CT01Registro.REL", "CT01Ultimo.REF",
+                                      "CT01Ultimo.RXL", "CT01Vazio.REL", "CT01Versao4.REL"}));
+  for (const auto& [name, content] : contents)
+    EXPECT_EQ(ReadFile(File(name, ".REL")), content);
+  held.Close();
+  EXPECT_EQ(Initialise2(), "0x00000000");
+  EXPECT_TRUE(std::filesystem::exists(File("Preso", ".RXL")));
+}
+
+TEST_F(ConversionTest, ADocumentOfTheNameIsKept) {
+  WriteFile(File("Vendas", ".RXL"), "old");
+  WriteModel("VENDAS");
+  WriteFile(File("VENDAS", ".REE"), "settings");
+  WriteModel("");  // a name of no characters is one
+  WriteModel("X");
+  EXPECT_EQ(Initialise2(), "0x00000000");
+  EXPECT_EQ(ReadFile(File("Vendas", ".RXL")), "old");
+  EXPECT_FALSE(std::filesystem::exists(File("VENDAS", ".REL")) || std::filesystem::exists(File("VENDAS", ".REE")));
+  EXPECT_TRUE(std::filesystem::exists(File("", ".RXL")) && std::filesystem::exists(File("X", ".RXL")));
+}
+
+// A maker of writers to whom everything happens: what there is to do is done for the next model all the same.
+class FailingWriters final : public IClassFactory {
+ public:
+  HRESULT QueryInterface(REFIID, void** object) override { return *object = this, S_OK; }
+  ULONG AddRef() override { return 1; }
+  ULONG Release() override { return 1; }
+  HRESULT LockServer(BOOL) override { return S_OK; }
+  HRESULT CreateInstance(IUnknown*, REFIID, void**) override {
+    ++asked;
+    if (asked == 1) throw ZN::CException(0, "", "", 0);
+    if (asked == 2) throw std::bad_alloc();
+    return E_FAIL;
+  }
+  int asked = 0;
+};
+
+TEST_F(ConversionTest, WhatCannotBeWrittenStays) {
+  const std::vector<std::string> models = {"CT01A.REL", "CT01B.REL", "CT01C.REL"};
+  for (const char* name : {"A", "B", "C"})
+    WriteModel(name);
+  const auto unchanged = [&] { return support::Names(Reports()) == models; };
+  EXPECT_EQ(Initialise2(u""), "0x00000000");  // the older store has a catalogue of components only
+  EXPECT_TRUE(unchanged());
+  const auto uninitialised = NewStore();
+  EXPECT_EQ(Migrate(counter_, *uninitialised, "CT", "01", {}), S_OK);
+  EXPECT_TRUE(unchanged());
+  EXPECT_EQ(ResultCode(Migrate(counter_, *uninitialised, "ZZ", "01", {})), "0x80043F59");
+  CConversorRel without(*uninitialised, "CT", "01", counter_, [](auto&, auto&, auto) -> HRESULT { return E_FAIL; });
+  EXPECT_EQ(without.Executa(), E_OUTOFMEMORY);
+
+  component_.reset();
+  FailingWriters writers;
+  DWORD cookie = 0;
+  ASSERT_EQ(CoRegisterClassObject(CLSID_EscritorMarcacao, &writers, CLSCTX_INPROC_SERVER, 0, &cookie), S_OK);
+  EXPECT_EQ(Initialise2(), "0x00000000");
+  CoRevokeClassObject(cookie);
+  EXPECT_EQ(writers.asked, 3);
+  std::filesystem::remove(Catalogue());
+  EXPECT_EQ(Initialise2(), "0x00000000");
+  EXPECT_TRUE(unchanged());
+}
+
+}  // namespace
