@@ -1,6 +1,7 @@
 #include "common/arquivos_modelo.h"
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 
 namespace kestor {
@@ -8,6 +9,38 @@ namespace kestor {
 bool ArquivoExiste(const std::string& caminho) {
   CFile arquivo;
   return arquivo.Open(caminho.c_str(), kLeituraModelo) != FALSE;
+}
+
+ConteudoLido LeConteudo(CFile& arquivo) {
+  ConteudoLido lido;
+  try {
+    const ULONGLONG comprimento = arquivo.GetLength();
+    lido.comprimento = static_cast<LONG>(std::min<ULONGLONG>(comprimento, std::numeric_limits<LONG>::max()));
+    if (comprimento > kMaxConteudo) return lido;
+    lido.bytes.resize(static_cast<std::size_t>(comprimento));
+    lido.inteiro = arquivo.Read(lido.bytes.data(), static_cast<UINT>(comprimento)) == comprimento;
+  } catch (const CFileException&) {
+    lido.inteiro = false;
+  }
+  return lido;
+}
+
+Gravacao GravaModelo(const std::string& caminho, UINT modos, std::initializer_list<std::string_view> partes) {
+  Gravacao falhou = Gravacao::naoAberta;
+  try {
+    CFile arquivo;
+    CFileException falha;
+    if (!arquivo.Open(caminho.c_str(), kGravacaoModelo | modos, &falha)) throw falha;
+    falhou = Gravacao::naoFeita;
+    for (const std::string_view parte : partes)
+      arquivo.Write(parte.data(), static_cast<UINT>(parte.size()));
+    arquivo.Close();
+    return Gravacao::feita;
+  } catch (const CFileException& falha) {
+    // Made by another station in the meantime, or let go by one: there is such a model after all.
+    if ((modos & CFile::mustBeNew) != 0 && ArquivoExiste(caminho)) return Gravacao::jaExiste;
+    return falha.m_lOsError == ERROR_FILE_EXISTS ? Gravacao::naoAberta : falhou;
+  }
 }
 
 std::vector<std::string> NomesDosModelos(const std::string& pasta, const std::string& codigos, const char* extensao) {

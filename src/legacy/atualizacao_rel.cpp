@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -120,28 +119,20 @@ HRESULT CRepositorioRel::AtualizaRelatorio(BSTR bsRelatorio, USHORT iMargemEsque
   const bool temExtensao = text::Upper(nome).find(kExtensaoModelo) != std::string::npos;
   const std::string caminho = Prefixo() + nome + (temExtensao ? "" : kExtensaoModelo);
   CFile arquivo;
-  CFileException falha;
-  if (!arquivo.Open(caminho.c_str(), kAtualizacao, &falha)) {
-    // The opening makes the copy that is changed: where the disk has no room for it, the model is there all the same.
-    const bool semEspaco = falha.m_cause == CFileException::diskFull;
-    return semEspaco ? ErrorForm(KESTOR_PROBLEMAS_AO_GRAVAR) : NoticeForm(KESTOR_ARQ_NAO_EXISTE);
+  if (!arquivo.Open(caminho.c_str(), kAtualizacao)) return NoticeForm(KESTOR_ARQ_NAO_EXISTE);
+  ConteudoLido modelo = LeConteudo(arquivo);
+  if (!modelo.inteiro) return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
+
+  LONG qdeCampos = 0;
+  if (const HRESULT catalogo = BuscaQdeCamposArquivo(&qdeCampos); catalogo != S_OK) return catalogo;
+  const auto campos = std::exchange(camposPendentes_, nullptr);
+  const ColunasPedidas pedidas(pregAtualizacao, iQdeColunas, campos.get(), static_cast<std::size_t>(qdeCampos));
+  if (!AtualizaConteudo(pedidas, iQdeColunas, iMargemEsquerda, iMargemSuperior, &modelo.bytes)) {
+    return NoticeForm(KESTOR_ARQ_JA_FOI_ALTERADO);
   }
   try {
-    const ULONGLONG tamanho = arquivo.GetLength();
-    if (tamanho > std::numeric_limits<LONG>::max()) return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
-    std::vector<char> conteudo(static_cast<std::size_t>(tamanho));
-    const auto bytes = static_cast<UINT>(tamanho);
-    if (arquivo.Read(conteudo.data(), bytes) != bytes) return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
-
-    LONG qdeCampos = 0;
-    if (const HRESULT catalogo = BuscaQdeCamposArquivo(&qdeCampos); catalogo != S_OK) return catalogo;
-    const auto campos = std::exchange(camposPendentes_, nullptr);
-    const ColunasPedidas pedidas(pregAtualizacao, iQdeColunas, campos.get(), static_cast<std::size_t>(qdeCampos));
-    if (!AtualizaConteudo(pedidas, iQdeColunas, iMargemEsquerda, iMargemSuperior, &conteudo)) {
-      return NoticeForm(KESTOR_ARQ_JA_FOI_ALTERADO);
-    }
     arquivo.SeekToBegin();
-    arquivo.Write(conteudo.data(), bytes);
+    arquivo.Write(modelo.bytes.data(), static_cast<UINT>(modelo.bytes.size()));
     arquivo.Close();
     return S_OK;
   } catch (const CFileException&) {

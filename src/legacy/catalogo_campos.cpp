@@ -1,10 +1,8 @@
 #include "legacy/catalogo_campos.h"
 
 #include <cstring>
-#include <limits>
 
 #include "contract/results.h"
-#include "platform/files/files.h"
 #include "platform/text/text.h"
 
 namespace kestor {
@@ -127,31 +125,24 @@ std::string CCatalogoCampos::Caminho(const std::string& pasta, const std::string
 
 HRESULT CCatalogoCampos::Le(const std::string& caminho) {
   CFile arquivo;
-  if (!arquivo.Open(caminho.c_str(), CFile::modeRead | CFile::shareCompat)) return ErrorForm(KESTOR_ARQ_NAO_EXISTE);
+  if (!arquivo.Open(caminho.c_str(), kLeituraModelo)) return ErrorForm(KESTOR_ARQ_NAO_EXISTE);
   aberto_ = true;
-  try {
-    const ULONGLONG comprimento = arquivo.GetLength();
-    if (comprimento > std::numeric_limits<LONG>::max()) return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
-    conteudo_.resize(static_cast<std::size_t>(comprimento));
-    const auto bytes = static_cast<UINT>(comprimento);
-    return arquivo.Read(conteudo_.data(), bytes) == bytes ? S_OK : ErrorForm(KESTOR_PROBLEMAS_AO_LER);
-  } catch (const CFileException&) {
-    return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
-  }
+  lido_ = LeConteudo(arquivo);
+  return lido_.inteiro ? S_OK : ErrorForm(KESTOR_PROBLEMAS_AO_LER);
 }
 
 std::size_t CCatalogoCampos::Quantidade(std::size_t limite) const {
   std::size_t quantidade = 0;
-  PercorreLinhas(conteudo_, limite, [&quantidade](std::size_t, std::string_view) { ++quantidade; });
+  PercorreLinhas(lido_.bytes, limite, [&quantidade](std::size_t, std::string_view) { ++quantidade; });
   return quantidade;
 }
 
 void CCatalogoCampos::Preenche(tagREG_CAMPOS_RELATORIO* registros, std::size_t quantidade) const {
-  PreencheTodos(conteudo_, registros, quantidade);
+  PreencheTodos(lido_.bytes, registros, quantidade);
 }
 
 void CCatalogoCampos::Preenche(tagREG_CAMPOS_RELATORIO2* registros, std::size_t quantidade) const {
-  PreencheTodos(conteudo_, registros, quantidade);
+  PreencheTodos(lido_.bytes, registros, quantidade);
 }
 
 }  // namespace kestor

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "common/arquivos_modelo.h"
 #include "contract/records.h"
 #include "platform/com/com.h"
 
@@ -22,14 +23,19 @@ class CCatalogoCampos {
   // FOLDER + "X" + module + component + ".REL"; no extension when the codes bring a dot along.
   static std::string Caminho(const std::string& pasta, const std::string& modulo, const std::string& componente);
 
-  // Reads a file, whole and alone: 0x80040001 when it cannot be opened, 0x80040002 when it is not read whole.
+  // Reads a file, whole and alone: 0x80040001 when it cannot be opened, 0x80040002 when it is not read whole or longer
+  // than a call can carry.
   HRESULT Le(const std::string& caminho);
 
   // False while no file has been opened.
   bool Aberto() const { return aberto_; }
 
-  // The bytes read; after 0x80040002 as many as the file was long, zeros behind those that came.
-  const std::vector<char>& Conteudo() const { return conteudo_; }
+  // The file's length; 2147483647 for a longer one.
+  LONG Comprimento() const { return lido_.comprimento; }
+
+  // The bytes read; after 0x80040002 as many as the file was long, zeros behind those that came, or none of a file that
+  // is too long.
+  const std::vector<char>& Conteudo() const { return lido_.bytes; }
 
   // The number of lines, `limite` at most.
   std::size_t Quantidade(std::size_t limite) const;
@@ -40,7 +46,7 @@ class CCatalogoCampos {
 
  private:
   bool aberto_ = false;
-  std::vector<char> conteudo_;
+  ConteudoLido lido_;
 };
 
 }  // namespace kestor

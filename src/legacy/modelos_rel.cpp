@@ -1,7 +1,6 @@
 // Model files: reading, writing, listing, deletion.
 
 #include <algorithm>
-#include <limits>
 
 #include "common/arquivos_modelo.h"
 #include "common/texto_bstr.h"
@@ -37,16 +36,10 @@ HRESULT CRepositorioRel::BuscaTamanhoRelatorio(BSTR bNomeArq, LONG* lQde) {
   CFile arquivo;
   if (!arquivo.Open(caminho.c_str(), kLeituraModelo)) return NoticeForm(KESTOR_ARQ_NAO_EXISTE);
   conteudoPendente_.reset();
-  try {
-    const ULONGLONG tamanho = arquivo.GetLength();
-    if (tamanho > std::numeric_limits<LONG>::max()) return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
-    *lQde = static_cast<LONG>(tamanho);
-    conteudoPendente_.emplace(static_cast<std::size_t>(tamanho));
-    const auto bytes = static_cast<UINT>(tamanho);
-    return arquivo.Read(conteudoPendente_->data(), bytes) == bytes ? S_OK : ErrorForm(KESTOR_PROBLEMAS_AO_LER);
-  } catch (const CFileException&) {
-    return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
-  }
+  ConteudoLido lido = LeConteudo(arquivo);
+  *lQde = lido.comprimento;
+  conteudoPendente_ = std::move(lido.bytes);
+  return lido.inteiro ? S_OK : ErrorForm(KESTOR_PROBLEMAS_AO_LER);
 }
 
 HRESULT CRepositorioRel::BuscaRelatorio(LONG lQde, unsigned char* pDados) {
@@ -60,19 +53,19 @@ HRESULT CRepositorioRel::BuscaRelatorio(LONG lQde, unsigned char* pDados) {
 
 HRESULT CRepositorioRel::GravaRelatorio(BSTR bNomeArq, LONG bSobreescrever, LONG lQde, unsigned char* pDados) {
   if (lQde < 0 || (lQde > 0 && pDados == nullptr)) return E_INVALIDARG;
-  const std::string caminho = CaminhoCompanheiro(bNomeArq, kExtensaoModelo);
-  if (bSobreescrever == 0 && ArquivoExiste(caminho)) return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
-  CFile arquivo;
-  if (!arquivo.Open(caminho.c_str(), kGravacaoModelo)) {
-    return ErrorForm(bSobreescrever != 0 ? KESTOR_PROBLEMAS_AO_GRAVAR : KESTOR_PROBLEMAS_AO_CRIAR_ARQUIVO);
+  const UINT modos = bSobreescrever == 0 ? UINT{CFile::mustBeNew} : 0;
+  const std::string_view conteudo(reinterpret_cast<const char*>(pDados), static_cast<std::size_t>(lQde));
+  switch (GravaModelo(CaminhoCompanheiro(bNomeArq, kExtensaoModelo), modos, {conteudo})) {
+    case Gravacao::feita:
+      return S_OK;
+    case Gravacao::jaExiste:
+      return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
+    case Gravacao::naoAberta:
+      return ErrorForm(bSobreescrever == 0 ? KESTOR_PROBLEMAS_AO_CRIAR_ARQUIVO : KESTOR_PROBLEMAS_AO_GRAVAR);
+    case Gravacao::naoFeita:
+      break;
   }
-  try {
-    arquivo.Write(pDados, static_cast<UINT>(lQde));
-    arquivo.Close();
-    return S_OK;
-  } catch (const CFileException&) {
-    return ErrorForm(KESTOR_PROBLEMAS_AO_GRAVAR);
-  }
+  return ErrorForm(KESTOR_PROBLEMAS_AO_GRAVAR);
 }
 
 HRESULT CRepositorioRel::GravaRelatorioSemCallBack(BSTR bNomeArq, LONG bSobreescrever, LONG lQde,

@@ -1,9 +1,8 @@
 #include "legacy/repositorio_rel.h"
 
 #include <algorithm>
-#include <cstring>
-#include <limits>
 
+#include "common/arquivos_modelo.h"
 #include "common/caminhos_instalacao.h"
 #include "common/texto_bstr.h"
 #include "contract/results.h"
@@ -16,8 +15,8 @@ namespace {
 constexpr std::size_t kMaxModulo = 2;
 constexpr std::size_t kMaxComponente = 3;
 
-// More than a call can carry, and far more than any catalogue has.
-constexpr std::size_t kMaxCampos = (std::size_t{128} << 20) / sizeof(tagREG_CAMPOS_RELATORIO);
+// As many as a call can carry, and far more than any catalogue has.
+constexpr std::size_t kMaxCampos = kMaxConteudo / sizeof(tagREG_CAMPOS_RELATORIO);
 
 }  // namespace
 
@@ -57,7 +56,7 @@ HRESULT CRepositorioRel::BuscaQdeCamposArquivo(LONG* lQde) {
   if (leitura != S_OK) {
     if (!catalogo.Aberto()) return leitura;
     conteudoPendente_ = catalogo.Conteudo();
-    *lQde = static_cast<LONG>(conteudoPendente_->size());
+    *lQde = catalogo.Comprimento();
     return leitura;
   }
   camposPendentes_.reset();

@@ -34,20 +34,21 @@ class CRepositorioRel final : public ObjetoAgregavel<IZNPL_Rel> {
   HRESULT BuscaCampos(LONG lQde, tagREG_CAMPOS_RELATORIO* pDados) override;
 
   // Reads the field catalogue; pending content of a model is gone once the file is open. 0x80040007 without a component
-  // code; 0x80040001 when it cannot be opened; 0x80040002 when it is not read whole, `*lQde` being the file's length;
-  // E_OUTOFMEMORY when it has more lines than a call can carry.
+  // code; 0x80040001 when it cannot be opened; 0x80040002 when it is not read whole, or is longer than a call can
+  // carry,
+  // `*lQde` being the file's length; E_OUTOFMEMORY when it has more lines than a call can carry.
   HRESULT BuscaQdeCamposArquivo(LONG* lQde) override;
 
   // Hands over what BuscaTamanhoRelatorio read, with results as BuscaCampos.
   HRESULT BuscaRelatorio(LONG lQde, unsigned char* pDados) override;
 
   // Reads a model. 0x80040007 without a reports folder; 0x00040001 when it cannot be opened; 0x80040002 when it is not
-  // read whole.
+  // read whole, or is longer than a call can carry, `*lQde` being the file's length.
   HRESULT BuscaTamanhoRelatorio(BSTR bNomeArq, LONG* lQde) override;
 
-  // Writes a model, the name cut at its first dot. 0x00040004 when it exists and must not be overwritten; 0x80040005
-  // when it cannot be opened or written, 0x80040006 when it does not exist and cannot be created, the old model then
-  // being untouched; E_INVALIDARG for a negative size.
+  // Writes a model, the name cut at its first dot. 0x00040004 when it exists and must not be overwritten, also when it
+  // came to be only now; 0x80040005 when it cannot be opened or written, 0x80040006 when it must not be overwritten and
+  // cannot be created or is in use, the old model then being untouched; E_INVALIDARG for a negative size.
   HRESULT GravaRelatorio(BSTR bNomeArq, LONG bSobreescrever, LONG lQde, unsigned char* pDados) override;
   HRESULT GravaRelatorioSemCallBack(BSTR bNomeArq, LONG bSobreescrever, LONG lQde, unsigned char* pDados) override;
 
@@ -59,9 +60,9 @@ class CRepositorioRel final : public ObjetoAgregavel<IZNPL_Rel> {
   HRESULT ExcluiRelatorio(BSTR bNomeArq) override;
 
   // Sets margins, order and widths of the columns, whole or not at all; an alignment stays with its place. 0x00040001
-  // when the model cannot be opened; 0x0004000B when its columns are not those of the caller, an alias is not in the
-  // catalogue, or the model is of another layout or too short; 0x80040005 when it cannot be written; what
-  // BuscaQdeCamposArquivo gives otherwise.
+  // when the model cannot be opened; 0x80040002 when it is not read whole, or is longer than a call can carry;
+  // 0x0004000B when its columns are not those of the caller, an alias is not in the catalogue, or the model is of
+  // another layout or too short; 0x80040005 when it cannot be written; what BuscaQdeCamposArquivo gives otherwise.
   HRESULT AtualizaRelatorio(BSTR bsRelatorio, USHORT iMargemEsquerda, USHORT iMargemSuperior, USHORT iQdeColunas,
                             REG_ATUALIZACAO_RELATORIO* pregAtualizacao) override;
 

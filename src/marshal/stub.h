@@ -155,20 +155,23 @@ class OutText : public OutArgument {
 };
 
 // A buffer for as many items as the client has room for. It is carried only when the call succeeds, and its memory is
-// touched only where the method writes: a method that refuses a huge count makes it cost nothing.
+// touched only where the method writes: a method that refuses a count makes it cost nothing. The method alone knows
+// what a count means that no answer has room for, and gets it without a buffer.
 template <typename Item>
 class OutBuffer {
  public:
   void Read(channel::Decoder& in) { count_ = TakeValue<LONG>(in); }
   HRESULT Check(const channel::Encoder& out) {
     const std::size_t bytes = Extent<Item>(count_);
-    if (count_ < 0 || bytes > channel::kMaxPayloadBytes - out.PayloadBytes()) return E_INVALIDARG;
+    if (count_ < 0 || bytes > channel::kMaxPayloadBytes - out.PayloadBytes()) return S_OK;
     items_.reset(static_cast<Item*>(std::calloc(std::max<std::size_t>(bytes, 1), 1)));
     return items_ ? S_OK : E_OUTOFMEMORY;
   }
   std::tuple<LONG, Item*> Values() const { return {count_, items_.get()}; }
   void Write(channel::Encoder& out, HRESULT result) const {
-    if (SUCCEEDED(result)) PutBytes(out, items_.get(), Extent<Item>(count_));
+    if (FAILED(result)) return;
+    if (!items_) throw FrameFull();
+    PutBytes(out, items_.get(), Extent<Item>(count_));
   }
 
  private:

@@ -1,7 +1,6 @@
 // Reading and writing model files.
 
 #include <cstring>
-#include <limits>
 #include <new>
 
 #include "common/arquivos_modelo.h"
@@ -42,7 +41,7 @@ HRESULT CRepositorioRel2::Le(BSTR bsRelatorio, REG_RELATORIO2** ppregRelatorio) 
   }
   try {
     const ULONGLONG tamanho = arquivo.GetLength();
-    if (tamanho < kBytesVersao || tamanho - kBytesVersao > std::numeric_limits<LONG>::max()) {
+    if (tamanho < kBytesVersao || tamanho - kBytesVersao > kMaxConteudo) {
       return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
     }
     const auto bytes = static_cast<UINT>(tamanho);
@@ -84,24 +83,23 @@ HRESULT CRepositorioRel2::Grava(BSTR bsRelatorio, USHORT nVersao, unsigned char 
 
   const std::string nome = TextoDeBstr(bsRelatorio);
   const std::string caminho = CaminhoGravado(nome);
-  if ((flagGravacao & KESTOR_NaoSobreescrever) != 0 && ArquivoExiste(caminho)) {
-    return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
-  }
+  const bool deveSerNovo = (flagGravacao & KESTOR_NaoSobreescrever) != 0;
+  if (deveSerNovo && ArquivoExiste(caminho)) return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
   if ((flagGravacao & KESTOR_VerificarModelosDemoExcluidos) != 0 && DemonstracaoExcluida(nome)) {
     return NoticeForm(KESTOR_MODELO_DEMO_COM_MESMO_NOME_EXCLUIDO);
   }
-  try {
-    // Content and letter case of the name change together or not at all: a client that is told of a failure finds the
-    // old model under its old name.
-    CFile arquivo;
-    CFileException falha;
-    if (!arquivo.Open(caminho.c_str(), kGravacaoModelo | CFile::nameAsGiven, &falha)) throw falha;
-    arquivo.Write(&nVersao, kBytesVersao);
-    arquivo.Write(lpRelatorio, static_cast<UINT>(nTamanho));
-    arquivo.Close();
-    return S_OK;
-  } catch (const CFileException&) {
-    return ErrorForm(KESTOR_PROBLEMAS_AO_GRAVAR);
+  // Content and letter case of the name change together or not at all: a client that is told of a failure finds the old
+  // model under its old name.
+  const UINT modos = CFile::nameAsGiven | (deveSerNovo ? UINT{CFile::mustBeNew} : 0);
+  const std::string_view versao(reinterpret_cast<const char*>(&nVersao), kBytesVersao);
+  const std::string_view conteudo(reinterpret_cast<const char*>(lpRelatorio), static_cast<std::size_t>(nTamanho));
+  switch (GravaModelo(caminho, modos, {versao, conteudo})) {
+    case Gravacao::feita:
+      return S_OK;
+    case Gravacao::jaExiste:
+      return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
+    default:
+      return ErrorForm(KESTOR_PROBLEMAS_AO_GRAVAR);
   }
 }
 

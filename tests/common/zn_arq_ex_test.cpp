@@ -1,10 +1,8 @@
 // The shared record files: numbers of failures, retries, the control file, the cache, the error record.
 #include "common/zn_arq_ex.h"
 
-#include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <csignal>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -395,9 +393,7 @@ TEST_F(ZNArqEx, CacheServesWholeRecordsForAMinute) {
 TEST_F(ZNArqEx, FullDiskLeavesNoPartOfARecord) {
   WriteFile(File(), Record('a'));
   support::Child writer([] {
-    const rlimit limit{kSize + 100, kSize + 100};
-    setrlimit(RLIMIT_FSIZE, &limit);
-    std::signal(SIGXFSZ, SIG_IGN);
+    support::FillDisk(kSize + 100);
     ScriptedFile file;
     std::uint32_t number = 0;
     if (file.Abre(kPath, 'G', kSize, false, true) != 0) return 1;

@@ -66,7 +66,8 @@ TEST_F(NamesTest, RefusedAndMissingPathsHaveTheirNumbers) {
       EXPECT_EQ(OpenError(path.c_str(), kReadShared), error) << path;
   }
   EXPECT_EQ(OpenError("NEW.TXT", CFile::modeWrite | CFile::modeReadWrite), 87);
-  EXPECT_EQ(OpenError("NEW.TXT", kUpdateExclusive | CFile::nameAsGiven), 87);
+  for (const UINT flag : {CFile::nameAsGiven, CFile::mustBeNew, CFile::wholeUpdate})
+    EXPECT_EQ(OpenError("NEW.TXT", kUpdateExclusive | flag), 87);
   EXPECT_EQ(RemoveError(nullptr), 3);
   CFileException failure;
   EXPECT_FALSE(CFile().Open("D:\\NONE.DAT", kReadShared, &failure));

@@ -1,11 +1,9 @@
 // Content: what is on the disk while a file is written, afterwards, and when a step fails or the writer is killed.
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <functional>
 #include <gtest/gtest.h>
 #include <random>
@@ -80,6 +78,68 @@ TEST_F(ReplacementTest, NothingIsSeenBeforeClose) {
   EXPECT_EQ(fs::status(File()).permissions(), fs::perms(0640));
 }
 
+TEST_F(ReplacementTest, AnUpdateCopiesTheFileWhenItIsFirstWrittenTo) {
+  constexpr UINT kUpdateWhole = CFile::modeReadWrite | CFile::shareExclusive | CFile::wholeUpdate;
+  WriteFile(File(), "0123456789");
+  const auto inode = [this] {
+    struct stat status = {};
+    EXPECT_EQ(stat(File().c_str(), &status), 0);
+    return status.st_ino;
+  };
+  const ino_t old = inode();
+  CFile file;
+  ASSERT_EQ(OpenError(&file, kPath, kUpdateWhole), 0);
+  EXPECT_EQ(ContentOf(&file), "0123456789");
+  EXPECT_EQ(Files(), Names{"Model.RXL"});
+  file.Close();
+  support::Elsewhere([] {
+    support::FillDisk(5);
+    CFile full;
+    ASSERT_EQ(OpenError(&full, kPath, kUpdateWhole), 0);
+    EXPECT_EQ(ErrorOf([&] { full.Write("x", 1); }), 112);
+    EXPECT_EQ(ContentOf(&full), "0123456789");
+    EXPECT_EQ(ErrorOf([&] { full.Close(); }), 112);
+  });
+  EXPECT_EQ(Files(), Names{"Model.RXL"});
+  EXPECT_EQ(inode(), old);
+
+  for (const bool closes : {false, true}) {
+    ASSERT_EQ(OpenError(&file, kOtherSpelling, kUpdateWhole), 0);
+    file.Seek(3, CFile::begin);
+    file.Write("xyz", 3);
+    char behind = 0;
+    EXPECT_EQ(file.Read(&behind, 1), 1U);
+    EXPECT_EQ(behind, '6');
+    EXPECT_EQ(ReadFile(File()), "0123456789");
+    EXPECT_EQ(OpenError(kPath, kReadShared), 32);
+    if (closes) file.Close();
+    file.Abort();
+  }
+  EXPECT_EQ(ReadFile(File()), "012xyz6789");
+  EXPECT_EQ(Files(), Names{"Model.RXL"});
+  EXPECT_EQ(OpenError(kNewPath, kUpdateWhole), 2);
+}
+
+TEST_F(ReplacementTest, WhatMustBeNewReplacesNothing) {
+  constexpr UINT kCreateNew = kCreateExclusive | CFile::mustBeNew;
+  Save(kPath, kCreateNew, "old");
+  EXPECT_EQ(OpenError(kOtherSpelling, kCreateNew), 80);
+  CFile file;
+  ASSERT_EQ(OpenError(&file, kPath, kReadExclusive), 0);
+  EXPECT_EQ(OpenError(kPath, kCreateNew), 80);
+  file.Close();
+  for (const char* theirs : {"New.DAT", "NEW.dat"}) {
+    ASSERT_EQ(OpenError(&file, kNewPath, kCreateNew), 0);
+    file.Write("new", 3);
+    WriteFile(home_.Data() / theirs, "theirs");
+    EXPECT_EQ(ErrorOf([&] { file.Close(); }), 80);
+    EXPECT_EQ(ReadFile(home_.Data() / theirs), "theirs");
+    EXPECT_EQ(Files(), (Names{"Model.RXL", theirs}));
+    fs::remove(home_.Data() / theirs);
+  }
+  EXPECT_EQ(ReadFile(File()), "old");
+}
+
 TEST_F(ReplacementTest, ContentComesBeforeItsNameAndTheFolderLast) {
   const struct {
     std::function<void()> action;
@@ -118,9 +178,7 @@ TEST_F(ReplacementTest, StepsThatFailLeaveTheOldContentUnderTheOldName) {
   }
   EXPECT_EQ(SaveError(kPath, kCreateExclusive, "lock", ENOLCK), 36);
   support::Elsewhere([] {
-    signal(SIGXFSZ, SIG_IGN);
-    const rlimit limit = {1000, 1000};
-    setrlimit(RLIMIT_FSIZE, &limit);
+    support::FillDisk(1000);
     CFile file;
     ASSERT_EQ(OpenError(&file, kPath, kCreateExclusive), 0);
     EXPECT_EQ(ErrorOf([&] { file.Write(std::string(2000, 'x').data(), 2000); }), 112);

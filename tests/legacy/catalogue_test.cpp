@@ -63,53 +63,27 @@ class CatalogueTest : public LegacyTest {
   }
 };
 
+template <typename Record>
+void ExpectRecords(const std::vector<Record>& found, const std::vector<Record>& expected) {
+  ASSERT_EQ(found.size(), expected.size());
+  for (std::size_t i = 0; i < found.size(); ++i)
+    EXPECT_EQ(std::memcmp(&found[i], &expected[i], sizeof expected[i]), 0) << i;
+}
+
 TEST_F(CatalogueTest, ColumnsOfBothGenerations) {
-  WriteFile(Catalogue(), Line("  12",
-                              " Conta cont\xE1"
-                              "bil  ",
-                              "Conta", 'e', "15", 'S', 'C', 's', 'N', "Sim|N\xE3o  ") +
-                             "\r\n" +
-                             Line("70000", "Valor", "Valor", 'D', "99999", 's', 'V', 'S', 'S', std::string(300, 'o')) +
-                             "\r\n");
-  const std::vector<Field> fields = Fields(*ReadyRel());
-  const std::vector<Field2> fields2 = Fields2(*Store());
-  ASSERT_EQ(fields.size(), 3U);
-  ASSERT_EQ(fields2.size(), 3U);
-
-  Field first = {12,
-                 15,
-                 " Conta cont\xE1"
-                 "bil",
-                 "Conta",
-                 "Sim|N\xE3o",
-                 1,
-                 0,
-                 0,
-                 'C',
-                 'e'};
-  Field second = {70000, 99999, "Valor", "Valor", "", 0, 1, 1, 'V', 'D'};
-  std::memset(second.cOpcoes, 'o', 199);
-  const Field empty = {};
-  for (const auto& [found, expected] : {std::pair{fields[0], first}, {fields[1], second}, {fields[2], empty}})
-    EXPECT_EQ(std::memcmp(&found, &expected, sizeof expected), 0) << expected.cApelido;
-
-  Field2 first2 = {12,
-                   15,
-                   " Conta cont\xE1"
-                   "bil",
-                   "Conta",
-                   "Sim|N\xE3o",
-                   1,
-                   1,
-                   0,
-                   'C',
-                   'E',
-                   0};
-  Field2 second2 = {4464, 34463, "Valor", "Valor", "", 1, 1, 1, 'V', 'D', 0};
-  std::memset(second2.szOpcoes, 'o', 199);
-  const Field2 empty2 = {};
-  for (const auto& [found, expected] : {std::pair{fields2[0], first2}, {fields2[1], second2}, {fields2[2], empty2}})
-    EXPECT_EQ(std::memcmp(&found, &expected, sizeof expected), 0) << expected.szApelido;
+  WriteFile(Catalogue(),
+            Line("  12", " Conta cont\341bil  ", "Conta", 'e', "15", 'S', 'C', 's', 'N', "Sim|N\343o  ") + "\r\n" +
+                Line("70000", "Valor", "Valor", 'D', "99999", 's', 'V', 'S', 'S', std::string(300, 'o')) + "\r\n");
+  std::vector<Field> fields = {{12, 15, " Conta cont\341bil", "Conta", "Sim|N\343o", 1, 0, 0, 'C', 'e'},
+                               {70000, 99999, "Valor", "Valor", "", 0, 1, 1, 'V', 'D'},
+                               {}};
+  std::vector<Field2> fields2 = {{12, 15, " Conta cont\341bil", "Conta", "Sim|N\343o", 1, 1, 0, 'C', 'E', 0},
+                                 {4464, 34463, "Valor", "Valor", "", 1, 1, 1, 'V', 'D', 0},
+                                 {}};
+  std::memset(fields[1].cOpcoes, 'o', 199);
+  std::memset(fields2[1].szOpcoes, 'o', 199);
+  ExpectRecords(Fields(*ReadyRel()), fields);
+  ExpectRecords(Fields2(*Store()), fields2);
 }
 
 TEST_F(CatalogueTest, LinesAsTheyCome) {

@@ -1,11 +1,13 @@
 // Models of the first generation, their export settings and filters.
-#include <sys/resource.h>
 
-#include <csignal>
+#include <cerrno>
 #include <cstring>
 
 #include "legacy_fixture.h"
 #include "platform/files/files.h"
+#include "support/elsewhere.h"
+#include "support/held_by_turns.h"
+#include "support/system_calls.h"
 
 namespace fs = std::filesystem;
 using kestor::ResultCode;
@@ -107,7 +109,6 @@ TEST_F(RelTest, DeletionTakesTheSettingsAlong) {
 TEST_F(RelTest, FailedWritesLeaveWhatWasThere) {
   auto rel = ReadyRel();
   ASSERT_EQ(Write(*rel, u"A", "old"), kOk);
-  ASSERT_EQ(Write(*rel, u"Long", std::string(200, 'l')), kOk);
   tagCAMPO_FILTRO entries[2] = {};
   tagFILTRO_RELATORIO filter = {1, entries};
   entries[0].nCodigoCampo = 7;
@@ -121,15 +122,12 @@ TEST_F(RelTest, FailedWritesLeaveWhatWasThere) {
     EXPECT_EQ(Read(*rel, u"A"), "0x00040001");
   }
   support::Child writer([&] {
-    const rlimit limit{120, 120};
-    setrlimit(RLIMIT_FSIZE, &limit);
-    std::signal(SIGXFSZ, SIG_IGN);
+    support::FillDisk(120);
     filter.nQtdCampos = 2;
     entries[0].nCodigoCampo = 8;
     tagREG_RELEXPORTACAO settings = {};
     return Write(*rel, u"A", std::string(200, 'n')) == "0x80040005" &&
                    ResultCode(rel->GravaFiltroRelatorio(Text(u"A"), &filter)) == "0x80040005" &&
-                   ResultCode(rel->AtualizaRelatorio(Text(u"Long"), 1, 2, 0, nullptr)) == "0x80040005" &&
                    ResultCode(rel->GravaDadosExportacaoDoRelatorio(Text(u"A"), settings)) == "0x80040005"
                ? 0
                : 1;
@@ -138,6 +136,24 @@ TEST_F(RelTest, FailedWritesLeaveWhatWasThere) {
   EXPECT_EQ(Read(*rel, u"A"), "old");
   EXPECT_EQ(ReadFile(Reports() / "CT01A.REF"), oldFilter);
   EXPECT_FALSE(fs::exists(Reports() / "CT01A.REE"));
+}
+
+TEST_F(RelTest, WhatMustNotBeOverwrittenIsNot) {
+  auto rel = ReadyRel();
+  ASSERT_EQ(Write(*rel, u"A", "old"), kOk);
+  {
+    const support::HeldByTurns other("D:\\Dados.v2\\Rel\\CT01A.REL");
+    for (int round = 0; round < 8000; ++round) {
+      const std::string result = Write(*rel, u"a", "new", false);
+      ASSERT_TRUE(result == "0x00040004" || result == "0x80040006") << result;
+    }
+  }
+  EXPECT_EQ(Read(*rel, u"A"), "old");
+
+  // Another station has taken the name at the last moment, and its model cannot be seen yet.
+  const support::SystemCalls system("rename2 hidden CT01New.REL", EEXIST);
+  EXPECT_EQ(Write(*rel, u"New", "new", false), "0x80040006");
+  EXPECT_EQ(Names(Reports()), std::vector<std::string>{"CT01A.REL"});
 }
 
 // ---- Updating columns ----------------------------------------------------------------------------------------------
@@ -212,6 +228,18 @@ TEST_F(UpdateTest, OrderWidthsAndMargins) {
   EXPECT_EQ(Read(*rel, u"M"), before);
 }
 
+TEST_F(UpdateTest, NoRoomForACopy) {
+  auto rel = ReadyRel();
+  const std::string model = Model(1, 2, Column(1, 10, 'E'));
+  ASSERT_EQ(Write(*rel, u"M", model), kOk);
+  support::Elsewhere([&] {
+    support::FillDisk(100);
+    EXPECT_EQ(Update(*rel, u"M", {{"Dois", 7}}), "0x0004000B") << "what is not written needs none";
+    EXPECT_EQ(Update(*rel, u"M", {{"Um", 7}}), "0x80040005");
+  });
+  EXPECT_EQ(Read(*rel, u"M"), model);
+}
+
 TEST_F(UpdateTest, ShortAndOtherModels) {
   auto rel = ReadyRel();
   std::string other = Model(1, 2, "");
@@ -226,6 +254,23 @@ TEST_F(UpdateTest, ShortAndOtherModels) {
     WriteFile(Reports() / "CT01M.REL", Model(1, 2, part));
     EXPECT_EQ(Update(*rel, u"M", {{"Um", 7}}), kOk);
     EXPECT_EQ(Read(*rel, u"M"), Model(11, 22, cut == 9 ? Column(1, 7, 'E') : part)) << cut;
+  }
+}
+
+TEST_F(UpdateTest, WhatNoCallCarriesIsNotRead) {
+  auto rel = ReadyRel();
+  ASSERT_EQ(Write(*rel, u"M", "x"), kOk);
+  for (const auto& [bytes, told] :
+       {std::pair{std::uintmax_t{1} << 27, 1 << 27}, {std::uintmax_t{3} << 30, 2147483647}}) {
+    fs::resize_file(Reports() / "CT01M.REL", bytes);
+    LONG size = 0;
+    EXPECT_EQ(ResultCode(rel->BuscaTamanhoRelatorio(Text(u"M"), &size)), "0x80040002");
+    EXPECT_EQ(size, told);
+    EXPECT_EQ(rel->BuscaRelatorio(1, nullptr), E_INVALIDARG) << "nothing of it is there";
+    EXPECT_EQ(Update(*rel, u"M", {}), "0x80040002");
+    fs::resize_file(Catalogue(), bytes);
+    EXPECT_EQ(ResultCode(rel->BuscaQdeCamposArquivo(&size)), "0x80040002");
+    EXPECT_EQ(size, told);
   }
 }
 

@@ -98,7 +98,7 @@ class Recorder : public Interface {
   }
   template <typename Item>
   std::string Out(Item* items, LONG count) const {
-    if (SUCCEEDED(script_.result)) Fill(items, static_cast<std::size_t>(count) * sizeof(Item));
+    if (SUCCEEDED(script_.result) && items != nullptr) Fill(items, static_cast<std::size_t>(count) * sizeof(Item));
     return "";
   }
 

@@ -55,24 +55,15 @@ TEST(RegistryScript, RefusesWhatIsNone) {
     deep += " { A";
   std::istringstream scripts(R"(
 HKCR
-HKCR A
 HKXX { A }
-'HKCR' { A }
-HKCR\A { B }
 HKCR { A
 HKCR { A } }
-HKCR { val A = s 'x' }
-HKCR { A { val = s 'x' } }
 HKCR { A { val B } }
-HKCR { A = 'x' }
-HKCR { A = s x }
 HKCR { A = d '1' }
 HKCR { NoRemove }
 HKCR { 'A }
 HKCR { '%VAZIO%' }
 HKCR { '%OUTRO%' }
-HKCR { '50%' }
-HKCR { = s 'x' }
 )" + deep);
   for (std::string text; std::getline(scripts, text);) {
     RegistryScript script;

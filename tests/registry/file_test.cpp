@@ -1,13 +1,11 @@
 // The file: who changes it at the same time, who may, and what is on the disk when a change fails.
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <deque>
 #include <thread>
 
@@ -92,9 +90,7 @@ TEST_F(RegistryFile, ContentIsOnTheDiskBeforeItTakesItsNameAndAFailedStepLeavesT
     EXPECT_EQ(Set(key, "v", "x"), c.result) << c.step;
   }
   Elsewhere([&] {
-    signal(SIGXFSZ, SIG_IGN);
-    const rlimit limit = {1000, 1000};
-    setrlimit(RLIMIT_FSIZE, &limit);
+    support::FillDisk(1000);
     EXPECT_EQ(Set(key, "v", std::string(2000, 'a')), LONG{ERROR_DISK_FULL});
   });
   EXPECT_EQ(support::ReadFile(File()), before);

@@ -1,11 +1,9 @@
 // Models in the report store of this process, on real files.
-#include <signal.h>
-#include <unistd.h>
-
-#include <random>
 
 #include "platform/files/files.h"
 #include "store_fixture.h"
+#include "support/elsewhere.h"
+#include "support/held_by_turns.h"
 
 namespace {
 
@@ -103,6 +101,8 @@ TEST_F(ModelsTest, FlagsAndFailures) {
   WriteFile(Folder() / "CT01None.RXL", "");
   EXPECT_EQ(Read(u"One"), kReadingFailed);
   EXPECT_EQ(Read(u"None"), kReadingFailed);
+  std::filesystem::resize_file(Folder() / "CT01One.RXL", std::uintmax_t{1} << 27);
+  EXPECT_EQ(Read(u"One"), kReadingFailed) << "more than a call carries";
   std::filesystem::create_directory(Folder() / "CT01Folder.RXL");
   EXPECT_EQ(Read(u"Folder"), kNoModel);
   EXPECT_EQ(Write(u"Folder", "x"), kWritingFailed);
@@ -114,7 +114,28 @@ TEST_F(ModelsTest, FlagsAndFailures) {
   EXPECT_EQ(Write(u"A", "new", KESTOR_NaoSobreescrever), kWritingFailed);
   EXPECT_EQ(Write(u"a", "new"), kWritingFailed);
   held.Close();
+
+  // A disk that is full in the middle of the new content.
+  support::Elsewhere([this] {
+    support::FillDisk(1000);
+    EXPECT_EQ(Write(u"a", std::string(20000, 'n')), kWritingFailed);
+    EXPECT_EQ(Write(u"New", std::string(20000, 'n'), KESTOR_NaoSobreescrever), kWritingFailed);
+  });
   EXPECT_EQ(ReadFile(Folder() / "CT01A.RXL"), std::string("\1\0old", 5)) << "and in its letter case";
+  EXPECT_FALSE(std::filesystem::exists(Folder() / "CT01New.RXL"));
+}
+
+TEST_F(ModelsTest, WhatMustNotBeOverwrittenIsNot) {
+  Initialise();
+  ASSERT_EQ(Write(u"A", "old"), kDone);
+  {
+    const support::HeldByTurns other("D:\\Dados.v2\\Rel\\CT01A.RXL");
+    for (int round = 0; round < 8000; ++round) {
+      const std::string result = Write(u"a", "new", KESTOR_NaoSobreescrever);
+      ASSERT_TRUE(result == kExists || result == kWritingFailed) << result;
+    }
+  }
+  EXPECT_EQ(Read(u"A"), "old");
 }
 
 TEST_F(ModelsTest, LetterCaseOfTheModelOnDisk) {
@@ -159,33 +180,6 @@ TEST_F(ModelsTest, ObjectsCountAndGo) {
   EXPECT_EQ(counter_.count, 1);
   store_.Reset();
   EXPECT_EQ(counter_.count, 0);
-}
-
-// A model that is being replaced when the process is killed is the old or the new one, whole, and nothing else is seen
-// in the folder.
-TEST_F(ModelsTest, KilledWriterLeavesOneWholeModel) {
-  std::mt19937 random(20041124);
-  const auto content = [](std::size_t number) { return std::string(20000, static_cast<char>('a' + number % 26)); };
-  Initialise();
-  ASSERT_EQ(Write(u"Vendas", content(0)), kDone);
-  for (int round = support::LongTests() ? 1000 : 60; round > 0; --round) {
-    support::Child writer([&] {
-      for (std::size_t number = 0; Write(u"Vendas", content(number)) == kDone;)
-        ++number;
-      return 1;
-    });
-    usleep(static_cast<useconds_t>(2000 + random() % 15000));
-    writer.Kill();
-    ASSERT_EQ(writer.Wait(), 128 + SIGKILL);
-
-    const std::string found = Read(u"Vendas");
-    ASSERT_EQ(found, std::string(20000, found[0]));
-    Names names = Files();
-    std::erase_if(names, [](const std::string& name) { return name[0] == '.'; });
-    ASSERT_EQ(names, Names{"CT01Vendas.RXL"});
-  }
-  ASSERT_EQ(Write(u"Vendas", "end"), kDone);
-  EXPECT_EQ(Files(), Names{"CT01Vendas.RXL"}) << "the next writer cleans up";
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <grp.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -114,6 +115,12 @@ void BecomeUser(uid_t user, const std::vector<gid_t>& groups) {
       setresuid(user, user, user) != 0) {
     throw std::runtime_error("cannot become another user");
   }
+}
+
+void FillDisk(std::size_t bytesLeft) {
+  const rlimit limit = {bytesLeft, bytesLeft};
+  if (setrlimit(RLIMIT_FSIZE, &limit) != 0) throw std::runtime_error("cannot limit files");
+  signal(SIGXFSZ, SIG_IGN);
 }
 
 bool WaitUntil(const std::function<bool()>& condition, int seconds) {

@@ -71,6 +71,9 @@ bool HasEnded(pid_t pid);
 // the same number.
 void BecomeUser(uid_t user, const std::vector<gid_t>& groups = {});
 
+// From now on no file that the process writes can become longer than this: so much is left of its disk.
+void FillDisk(std::size_t bytesLeft);
+
 // Waits until `condition` holds; false when it does not within `seconds`.
 bool WaitUntil(const std::function<bool()>& condition, int seconds = 30);
 

@@ -32,6 +32,7 @@ struct CFile::OpenFile {
     if (hostError != 0) Fail(OsError(hostError));
   }
 
+  void PrepareToWrite();
   DWORD Finish();
 };
 
@@ -40,7 +41,7 @@ namespace {
 constexpr UINT kAccessFlags = CFile::modeWrite | CFile::modeReadWrite;
 constexpr UINT kShareFlags = CFile::shareExclusive | CFile::shareDenyWrite | CFile::shareDenyNone;
 constexpr UINT kKnownFlags = kAccessFlags | kShareFlags | CFile::modeCreate | CFile::modeNoTruncate |
-                             CFile::typeBinary | CFile::nameAsGiven | CFile::wholeUpdate;
+                             CFile::typeBinary | CFile::nameAsGiven | CFile::wholeUpdate | CFile::mustBeNew;
 
 std::optional<OpenMode> ModeOf(UINT flags) {
   OpenMode mode;
@@ -64,7 +65,7 @@ std::optional<OpenMode> ModeOf(UINT flags) {
   mode.create = (flags & CFile::modeCreate) != 0;
   mode.truncate = mode.create && (flags & CFile::modeNoTruncate) == 0;
   mode.content = !mode.share.writes && !mode.create;
-  if ((flags & CFile::nameAsGiven) != 0 && !mode.ReplacesWhole()) return std::nullopt;
+  if ((flags & (CFile::nameAsGiven | CFile::mustBeNew)) != 0 && !mode.ReplacesWhole()) return std::nullopt;
   const bool changesAlone = mode.share.reads && mode.share.writes && mode.share.denies == Denial::both;
   if ((flags & CFile::wholeUpdate) != 0 && (mode.create || !changesAlone)) return std::nullopt;
   return mode;
@@ -88,8 +89,9 @@ BOOL CFile::Open(const char* path, UINT flags, CFileException* error) {
     open->writes = mode->share.writes;
     if (mode->ReplacesWhole() || (flags & wholeUpdate) != 0) {
       open->replacement = std::make_unique<files::Replacement>();
-      code = open->replacement->Begin(
-          translated, {.nameAsGiven = (flags & nameAsGiven) != 0, .keepsContent = (flags & wholeUpdate) != 0});
+      code = open->replacement->Begin(translated, {.nameAsGiven = (flags & nameAsGiven) != 0,
+                                                   .mustBeNew = (flags & mustBeNew) != 0,
+                                                   .keepsContent = (flags & wholeUpdate) != 0});
       open->written = mode->create;
     } else if (mode->create) {
       code = files::OpenOrCreate(translated, *mode, &open->own, &open->createdIn);
@@ -125,8 +127,7 @@ UINT CFile::Read(void* buffer, UINT count) {
 
 void CFile::Write(const void* buffer, UINT count) {
   if (!m_open) throw CFileException::FromOsError(ERROR_INVALID_HANDLE);
-  if (!m_open->writes) m_open->Fail(ERROR_ACCESS_DENIED);
-  m_open->written = true;
+  m_open->PrepareToWrite();
   const auto lengthBefore = static_cast<LONGLONG>(GetLength());
   UINT total = 0;
   while (total < count) {
@@ -168,10 +169,10 @@ ULONGLONG CFile::GetLength() const {
 
 void CFile::SetLength(ULONGLONG length) {
   if (!m_open) throw CFileException::FromOsError(ERROR_INVALID_HANDLE);
-  if (!m_open->writes) m_open->Fail(ERROR_ACCESS_DENIED);
+  m_open->PrepareToWrite();
   const LONGLONG position = Seek(static_cast<LONGLONG>(length), begin);
-  m_open->written = true;
-  m_open->Check(host::Truncate(m_open->File(), position));
+  m_open->writeError = OsError(host::Truncate(m_open->File(), position));
+  if (m_open->writeError != ERROR_SUCCESS) m_open->Fail(m_open->writeError);
 }
 
 void CFile::Flush() {
@@ -187,6 +188,13 @@ void CFile::Close() {
 
 void CFile::Abort() noexcept {
   m_open.reset();
+}
+
+void CFile::OpenFile::PrepareToWrite() {
+  if (!writes) Fail(ERROR_ACCESS_DENIED);
+  writeError = replacement != nullptr ? replacement->PrepareToWrite() : DWORD{ERROR_SUCCESS};
+  if (writeError != ERROR_SUCCESS) Fail(writeError);
+  written = true;
 }
 
 DWORD CFile::OpenFile::Finish() {

@@ -73,7 +73,8 @@ class CFile {
     modeNoTruncate = 0x2000,  // with modeCreate: an existing file keeps its content
     typeBinary = 0x8000,
     nameAsGiven = 0x10000,  // with whole-file creation: an existing file takes the letter case of the path
-    wholeUpdate = 0x20000   // of an existing file, read and written, denying both: changed as a whole or not at all
+    wholeUpdate = 0x20000,  // of an existing file, read and written, denying both: changed as a whole or not at all
+    mustBeNew = 0x40000     // with whole-file creation: a file that is there is not replaced
   };
 
   enum SeekPosition : UINT { begin = 0, current = 1, end = 2 };
@@ -86,8 +87,10 @@ class CFile {
   // Opens `path`. FALSE on failure, with cause, error number and path in `*error` (unless null); the object then is not
   // open. A file opened with modeCreate, without modeNoTruncate, for writing and denying both is replaced as a whole:
   // until Close succeeds, the disk keeps what was there. The file keeps its letter case on disk, or takes that of the
-  // path together with the content if nameAsGiven says so; a symbolic link keeps its name. With wholeUpdate the same
-  // holds for what is written into an existing file. Either flag with any other way of opening: 87.
+  // path together with the content if nameAsGiven says so; a symbolic link keeps its name. With mustBeNew a file of the
+  // name, in whatever letter case, is left alone: 80, from Close when it came to be after the opening. With wholeUpdate
+  // what is written into an existing file is seen at Close or not at all; only the first writing costs a copy of it.
+  // Any of these flags with another way of opening: 87.
   // A file with the read-only attribute (no write permission for anyone) is not opened for writing: 5.
   virtual BOOL Open(const char* path, UINT flags, CFileException* error = nullptr);
 

@@ -8,8 +8,9 @@
 namespace files {
 
 DWORD Replacement::Begin(const PathName& path, Manner manner) {
+  manner_ = manner;
   return UntilNotOvertaken([&] {
-    const DWORD error = TryBegin(path, manner);
+    const DWORD error = TryBegin(path);
     if (error != ERROR_SUCCESS) {
       reservation_.Cancel();
       old_.Close();
@@ -19,31 +20,49 @@ DWORD Replacement::Begin(const PathName& path, Manner manner) {
 }
 
 // The old file is locked before the hidden one, always: of two who begin at the same time one is refused at the first.
-DWORD Replacement::TryBegin(const PathName& path, Manner manner) {
+DWORD Replacement::TryBegin(const PathName& path) {
   newSpelling_.clear();
   if (const DWORD error = Locate(path, &location_); error != ERROR_SUCCESS) return error;
-  if (!location_.exists && manner.keepsContent) return ERROR_FILE_NOT_FOUND;
+  if (location_.exists && manner_.mustBeNew) return ERROR_FILE_EXISTS;
+  if (!location_.exists && manner_.keepsContent) return ERROR_FILE_NOT_FOUND;
   if (location_.exists) {
-    if (manner.nameAsGiven && location_.name != path.Name()) newSpelling_ = path.Name();
+    if (manner_.nameAsGiven && location_.name != path.Name()) newSpelling_ = path.Name();
     if (const DWORD error = FollowLink(); error != ERROR_SUCCESS) return error;
     const DWORD error = OpenAsWritten(location_.folder.Number(), location_.name, kExclusiveWriting, &old_);
     if (error != ERROR_SUCCESS) return error == ERROR_FILE_NOT_FOUND ? kStartAnew : error;
   }
+  return manner_.keepsContent ? ERROR_SUCCESS : Reserve();
+}
+
+DWORD Replacement::Reserve() {
   const ShareMode exclusive = kExclusiveWriting.share;
   if (const DWORD error = reservation_.Take(location_.folder, location_.name, exclusive); error != ERROR_SUCCESS) {
     return error;
   }
   if (old_) {
     if (const DWORD error = TakeOverOwnership(); error != ERROR_SUCCESS) return error;
-    if (const DWORD error = manner.keepsContent ? TakeOverContent() : DWORD{ERROR_SUCCESS}; error != ERROR_SUCCESS)
-      return error;
   } else {
     // Somebody may have created the file before the name was reserved: then it is that file that must be locked.
-    if (const DWORD error = FindIn(path.Name(), &location_); error != ERROR_SUCCESS) return error;
-    if (location_.exists) return kStartAnew;
+    if (const DWORD error = RefuseTakenName(); error != ERROR_SUCCESS) {
+      return error == ERROR_FILE_EXISTS ? kStartAnew : error;
+    }
     if (location_.isDeadLink) return ERROR_ACCESS_DENIED;
   }
   return reservation_.Settle();
+}
+
+DWORD Replacement::RefuseTakenName() {
+  const std::string name = location_.name;
+  const DWORD error = FindIn(name, &location_);
+  return error == ERROR_SUCCESS && location_.exists ? ERROR_FILE_EXISTS : error;
+}
+
+DWORD Replacement::PrepareToWrite() {
+  if (reservation_.File()) return ERROR_SUCCESS;
+  DWORD error = Reserve();
+  if (error == ERROR_SUCCESS) error = TakeOverContent();
+  if (error != ERROR_SUCCESS) reservation_.Cancel();
+  return error;
 }
 
 // What a symbolic link leads to is replaced, not the link, whose spelling is not that of the file.
@@ -97,7 +116,11 @@ DWORD Replacement::TakeOverContent() {
 }
 
 DWORD Replacement::TakeName() {
-  if (!old_) return reservation_.TakeFreeName(location_.name);
+  if (!old_) {
+    // Whoever goes around this system's locks may have made the file meanwhile, in another letter case as well.
+    const DWORD error = manner_.mustBeNew ? RefuseTakenName() : DWORD{ERROR_SUCCESS};
+    return error == ERROR_SUCCESS ? reservation_.TakeFreeName(location_.name) : error;
+  }
   if (newSpelling_.empty()) return reservation_.ReplaceName(location_.name);
   // The old file goes first to where it is replaced, so that at no instant there are two spellings.
   const int hostError = host::ChangeSpelling(location_.folder, location_.name, newSpelling_);
