@@ -88,18 +88,30 @@ step "The fields that reports can use, from the catalogue that the application i
 cp "$examples/contabil/XCT01.REL" contabil/
 run 0 kestorctl fields CT 01
 
-step "A model of the first generation, with its export settings and its filter beside it."
-head -c 500 /dev/zero > balanco.rel
-run 0 kestorctl legacy write CT 01 BALANCO balanco.rel
-run 0 kestorctl legacy export put CT 01 BALANCO "$examples/contabil/Balancete.REE"
-run 0 kestorctl legacy filter put CT 01 BALANCO "$examples/contabil/Balancete.filtro"
+step "Models of the first generation, one of each layout; export settings and a filter beside one of them."
+for model in Diario Razao Balancete 'Plano de contas'; do
+  run 0 kestorctl legacy write CT 01 "$model" "$examples/contabil/$model.REL"
+done
+run 0 kestorctl legacy export put CT 01 Balancete "$examples/contabil/Balancete.REE"
+run 0 kestorctl legacy filter put CT 01 Balancete "$examples/contabil/Balancete.filtro"
 run 0 kestorctl legacy list CT 01
-run 0 kestorctl legacy read CT 01 BALANCO -o balanco.back
-run 0 cmp balanco.rel balanco.back
-kestorctl legacy filter get CT 01 BALANCO -o filtro.back
+run 0 kestorctl legacy read CT 01 Balancete -o balancete.back
+run 0 cmp "$examples/contabil/Balancete.REL" balancete.back
+kestorctl legacy filter get CT 01 Balancete -o filtro.back
 run 0 cmp "$examples/contabil/Balancete.filtro" filtro.back
-run 0 kestorctl legacy delete CT 01 BALANCO
-run 3 kestorctl legacy list CT 01
+
+step "They become report documents; one that was cut short stays for somebody to look at."
+head -c 200 "$examples/contabil/Razao.REL" > cut.rel
+run 0 kestorctl legacy write CT 01 Cortado cut.rel
+run 0 kestorctl migrate CT 01
+run 0 kestorctl legacy list CT 01
+[ "$(kestorctl legacy list CT 01)" = Cortado ] || fail "other models than the damaged one are left"
+run 0 kestorctl list CT 01
+
+step "What a report document says, and a field of it renumbered."
+run 0 kestorctl show CT 01 Balancete
+run 0 kestorctl renumber CT 01 302=301
+kestorctl show CT 01 Balancete | grep -q '^ 301  SaldoMes ' || fail "the field has not been renumbered"
 last_client=$SECONDS
 
 step "On the disk: two bytes of version, low byte first, then the content."

@@ -17,8 +17,8 @@ namespace kestorctl {
 
 namespace {
 
-constexpr void (*kGroups[])(CLI::App&, Command*) = {AddSetup,  AddStatus, AddRegistry, AddListing,
-                                                    AddModels, AddFields, AddLegacy};
+constexpr void (*kGroups[])(CLI::App&, Command*) = {AddSetup,  AddStatus, AddRegistry, AddListing, AddModels,
+                                                    AddFields, AddShow,   AddRenumber, AddMigrate, AddLegacy};
 
 constexpr const char* kProgramFooter =
     R"(What belongs to one installation lies below its home: the folder of --home, else $KESTOR_HOME, else
@@ -103,6 +103,13 @@ void Fail(Answer* answer, HRESULT result, const std::string& error) {
 }
 
 }  // namespace
+
+CLI::App* AddGroup(CLI::App* parent, const CommandTexts& texts) {
+  CLI::App* group = parent->add_subcommand(texts.name, texts.description);
+  group->require_subcommand(1);
+  group->footer(texts.footer);
+  return group;
+}
 
 std::string CheckUtf8(const std::string& argument) {
   return text::IsValidUtf8(argument) ? "" : "the text is no valid UTF-8";

@@ -22,13 +22,36 @@ void AddRegistry(CLI::App& program, Command* chosen);
 void AddModels(CLI::App& program, Command* chosen);
 void AddListing(CLI::App& program, Command* chosen);
 void AddFields(CLI::App& program, Command* chosen);
+void AddShow(CLI::App& program, Command* chosen);
+void AddRenumber(CLI::App& program, Command* chosen);
+void AddMigrate(CLI::App& program, Command* chosen);
 void AddLegacy(CLI::App& program, Command* chosen);
 
-// A command with its options, which live as long as the command may be run.
+// What a command, or a group of them, is called; what it is for; and the text below its help.
+struct CommandTexts {
+  const char* name;
+  const char* description;
+  const char* footer;
+};
+
+// A group of commands, of which one must be given.
+CLI::App* AddGroup(CLI::App* parent, const CommandTexts& texts);
+
+// A command that is still without arguments, and where they go; that lives as long as the command may be run.
 template <typename Options>
-void Choose(CLI::App* command, Command* chosen, std::shared_ptr<Options> options,
-            void (*run)(const Options&, Answer&)) {
+struct AddedCommand {
+  CLI::App* command;
+  Options* options;
+};
+
+template <typename Options>
+AddedCommand<Options> AddCommand(CLI::App* group, Command* chosen, const CommandTexts& texts,
+                                 void (*run)(const Options&, Answer&)) {
+  const auto options = std::make_shared<Options>();
+  CLI::App* command = group->add_subcommand(texts.name, texts.description);
+  command->footer(texts.footer);
   command->callback([=] { *chosen = [=](Answer& answer) { run(*options, answer); }; });
+  return {command, options.get()};
 }
 
 // "" when the argument is UTF-8, otherwise what is wrong.

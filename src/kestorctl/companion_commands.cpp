@@ -1,6 +1,7 @@
 // The commands legacy export and legacy filter: the files beside a first-generation model, byte for byte.
 #include <cstring>
 #include <limits>
+#include <span>
 #include <vector>
 
 #include "content.h"
@@ -78,16 +79,6 @@ constexpr std::size_t kHeaderBytes = kBytesWithoutPointer<tagREG_RELEXPORTACAO>;
 constexpr std::size_t kItemBytes = sizeof(tagREG_RELEXPORTACAO_ITEM);
 constexpr std::size_t kEntryBytes = sizeof(tagCAMPO_FILTRO);
 
-struct GetOptions {
-  ModelOptions model;
-  std::string output = "-";
-};
-
-struct PutOptions {
-  ModelOptions model;
-  std::string input;
-};
-
 std::string ExplainCompanion(const ModelOptions& options, const char* extension) {
   return ExplainReportsFile(LegacyCodes(options), LegacyStem(options.name), extension);
 }
@@ -95,11 +86,6 @@ std::string ExplainCompanion(const ModelOptions& options, const char* extension)
 std::string ExplainUnreadCompanion(const ModelOptions& options, const char* extension) {
   const std::string reason = ExplainUnread(options.name);
   return reason.empty() ? ExplainCompanion(options, extension) : reason;
-}
-
-template <typename Record>
-void AppendRecords(const Record* records, std::size_t count, std::string* content) {
-  content->append(reinterpret_cast<const char*>(records), count * sizeof(Record));
 }
 
 // The records of which the bytes are a whole number.
@@ -115,22 +101,42 @@ std::vector<Record> Records(std::string_view bytes) {
                      E_INVALIDARG);
 }
 
-void GetExport(const GetOptions& options, Answer& answer) {
+std::span<tagREG_RELEXPORTACAO_ITEM> ItemsOf(const tagREG_RELEXPORTACAO& settings) {
+  return {settings.pregItens, settings.iQtdeItens};
+}
+
+std::span<tagCAMPO_FILTRO> ItemsOf(const tagFILTRO_RELATORIO& filter) {
+  return {filter.pregValoresFiltro, filter.nQtdCampos};
+}
+
+// Hands out the first bytes of the record, and the items behind it; `items` is what those are called.
+template <typename Record>
+void Get(const ReadOptions& options, HRESULT (IZNPL_Rel::*read)(BSTR, Record**), const char* extension,
+         std::size_t headBytes, const char* items, Answer& answer) {
   const LegacyStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
-  tagREG_RELEXPORTACAO* settings = nullptr;
-  answer.result = store->BuscaDadosExportacaoDoRelatorio(Bstr(options.model.name).Get(), &settings);
+  Record* record = nullptr;
+  answer.result = (store.operator->()->*read)(Bstr(options.model.name).Get(), &record);
   if (answer.result != S_OK) {
-    answer.detail = ExplainUnreadCompanion(options.model, kExportExtension);
+    answer.detail = ExplainUnreadCompanion(options.model, extension);
     return;
   }
-  const TaskBlock<tagREG_RELEXPORTACAO> owner(settings);
-  const TaskBlock<tagREG_RELEXPORTACAO_ITEM> items(settings->pregItens);
+  const TaskBlock<Record> owner(record);
+  const auto list = ItemsOf(*record);
+  const TaskBlock<typename decltype(list)::element_type> itemsOwner(list.data());
 
-  std::string content(reinterpret_cast<const char*>(settings), kHeaderBytes);
-  AppendRecords(items.get(), settings->iQtdeItens, &content);
-  answer.data["items"] = unsigned{settings->iQtdeItens};
+  std::string content(reinterpret_cast<const char*>(record), headBytes);
+  content.append(reinterpret_cast<const char*>(list.data()), list.size_bytes());
+  answer.data[items] = list.size();
   HandOut(content, options.output, answer, ContentForm::kBytes);
+}
+
+void GetExport(const ReadOptions& options, Answer& answer) {
+  Get(options, &IZNPL_Rel::BuscaDadosExportacaoDoRelatorio, kExportExtension, kHeaderBytes, "items", answer);
+}
+
+void GetFilter(const ReadOptions& options, Answer& answer) {
+  Get(options, &IZNPL_Rel::LeFiltroRelatorio, kFilterExtension, 0, "entries", answer);
 }
 
 // The settings without their items.
@@ -149,7 +155,7 @@ tagREG_RELEXPORTACAO Header(const std::string& file, const std::string& content)
   return settings;
 }
 
-void PutExport(const PutOptions& options, Answer& answer) {
+void PutExport(const WriteOptions& options, Answer& answer) {
   const std::string content = TakeIn(options.input);
   tagREG_RELEXPORTACAO settings = Header(options.input, content);
   auto items = Records<tagREG_RELEXPORTACAO_ITEM>(std::string_view(content).substr(kHeaderBytes));
@@ -164,24 +170,6 @@ void PutExport(const PutOptions& options, Answer& answer) {
   }
   answer.data["items"] = items.size();
   answer.data["bytes"] = content.size();
-}
-
-void GetFilter(const GetOptions& options, Answer& answer) {
-  const LegacyStore store(options.model.module, options.model.component);
-  if (!IsOpen(store, answer)) return;
-  tagFILTRO_RELATORIO* filter = nullptr;
-  answer.result = store->LeFiltroRelatorio(Bstr(options.model.name).Get(), &filter);
-  if (answer.result != S_OK) {
-    answer.detail = ExplainUnreadCompanion(options.model, kFilterExtension);
-    return;
-  }
-  const TaskBlock<tagFILTRO_RELATORIO> owner(filter);
-  const TaskBlock<tagCAMPO_FILTRO> entries(filter->pregValoresFiltro);
-
-  std::string content;
-  AppendRecords(entries.get(), filter->nQtdCampos, &content);
-  answer.data["entries"] = unsigned{filter->nQtdCampos};
-  HandOut(content, options.output, answer, ContentForm::kBytes);
 }
 
 void RequireFilter(const std::string& file, std::size_t size) {
@@ -199,7 +187,7 @@ void RequireFilter(const std::string& file, std::size_t size) {
   }
 }
 
-void PutFilter(const PutOptions& options, Answer& answer) {
+void PutFilter(const WriteOptions& options, Answer& answer) {
   const std::string content = TakeIn(options.input);
   RequireFilter(options.input, content.size());
   auto entries = Records<tagCAMPO_FILTRO>(content);
@@ -219,51 +207,35 @@ void PutFilter(const PutOptions& options, Answer& answer) {
 
 // One kind of file beside a model.
 struct Companion {
-  const char* name;
-  const char* description;
-  const char* footer;
-  const char* getDescription;
-  const char* getFooter;
-  void (*get)(const GetOptions&, Answer&);
-  const char* putDescription;
-  const char* putFooter;
-  void (*put)(const PutOptions&, Answer&);
+  CommandTexts group;
+  CommandTexts getTexts;
+  void (*get)(const ReadOptions&, Answer&);
+  CommandTexts putTexts;
+  void (*put)(const WriteOptions&, Answer&);
 };
 
 constexpr Companion kCompanions[] = {
-    {"export", "Export settings of a model", kExportGroupFooter, "Read export settings", kGetExportFooter, GetExport,
-     "Write export settings", kPutExportFooter, PutExport},
-    {"filter", "Filter of a model", kFilterGroupFooter, "Read a filter", kGetFilterFooter, GetFilter, "Write a filter",
-     kPutFilterFooter, PutFilter},
+    {{"export", "Export settings of a model", kExportGroupFooter},
+     {"get", "Read export settings", kGetExportFooter},
+     GetExport,
+     {"put", "Write export settings", kPutExportFooter},
+     PutExport},
+    {{"filter", "Filter of a model", kFilterGroupFooter},
+     {"get", "Read a filter", kGetFilterFooter},
+     GetFilter,
+     {"put", "Write a filter", kPutFilterFooter},
+     PutFilter},
 };
-
-void AddGet(CLI::App* group, const Companion& companion, Command* chosen) {
-  auto options = std::make_shared<GetOptions>();
-  CLI::App* command = group->add_subcommand("get", companion.getDescription);
-  AddModelOptions(command, &options->model);
-  AddOutput(command, &options->output);
-  command->footer(companion.getFooter);
-  Choose(command, chosen, options, companion.get);
-}
-
-void AddPut(CLI::App* group, const Companion& companion, Command* chosen) {
-  auto options = std::make_shared<PutOptions>();
-  CLI::App* command = group->add_subcommand("put", companion.putDescription);
-  AddModelOptions(command, &options->model);
-  AddInput(command, &options->input);
-  command->footer(companion.putFooter);
-  Choose(command, chosen, options, companion.put);
-}
 
 }  // namespace
 
 void AddCompanions(CLI::App* legacy, Command* chosen) {
   for (const Companion& companion : kCompanions) {
-    CLI::App* group = legacy->add_subcommand(companion.name, companion.description);
-    group->require_subcommand(1);
-    group->footer(companion.footer);
-    AddGet(group, companion, chosen);
-    AddPut(group, companion, chosen);
+    CLI::App* group = AddGroup(legacy, companion.group);
+    const auto get = AddCommand(group, chosen, companion.getTexts, companion.get);
+    AddReadOptions(get.command, get.options);
+    const auto put = AddCommand(group, chosen, companion.putTexts, companion.put);
+    AddWriteOptions(put.command, put.options);
   }
 }
 

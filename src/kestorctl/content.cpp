@@ -2,18 +2,11 @@
 
 #include "base64.h"
 #include "commands.h"
+#include "common/arquivos_modelo.h"
 #include "host_files.h"
-#include "platform/channel/channel.h"
 #include "platform/text/text.h"
 
 namespace kestorctl {
-
-namespace {
-
-// A call carries the content and, beside it, the name and a few numbers.
-constexpr std::size_t kMaxContentBytes = channel::kMaxPayloadBytes - 4096;
-
-}  // namespace
 
 void AddInput(CLI::App* command, std::string* file) {
   command->add_option("FILE", *file, "File with the content; - is standard input")
@@ -29,7 +22,7 @@ void AddOutput(CLI::App* command, std::string* file) {
 }
 
 std::string TakeIn(const std::string& file) {
-  return ReadInput(file, kMaxContentBytes);
+  return ReadInput(file, kestor::kMaxConteudo);
 }
 
 void HandOut(std::string_view content, const std::string& file, Answer& answer, ContentForm form) {

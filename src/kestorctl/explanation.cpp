@@ -157,6 +157,14 @@ std::string ExplainReportsFile(const std::string& codes, const std::string& name
   return ExplainFile(Reports().desktopPath + text::FromUtf8(codes + name) + extension);
 }
 
+std::vector<std::string> ExistingReportsFiles(std::vector<std::string> names) {
+  const std::string folder = Reports().desktopPath;
+  std::erase_if(names, [&folder](const std::string& name) {
+    return GetFileAttributesA((folder + text::FromUtf8(name)).c_str()) == INVALID_FILE_ATTRIBUTES;
+  });
+  return names;
+}
+
 std::string ExplainCatalogue(const std::string& module, const std::string& codes) {
   std::string folder;
   if (CCaminhosInstalacao::BuscaCaminhoModulo(module, folder) != 0) return {};

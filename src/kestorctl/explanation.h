@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "common/caminhos_instalacao.h"
 #include "platform/com/com.h"
@@ -34,5 +35,8 @@ std::string ExplainUnwritten(const std::string& codes, const std::string& name);
 // `codes` and `name` as above, the name without an extension. UTF-8.
 std::string ExplainReportsFile(const std::string& codes, const std::string& name, const char* extension);
 std::string ExplainCatalogue(const std::string& module, const std::string& codes);
+
+// Those of the files that the reports folder has, also when they are in use. Names with extension, in UTF-8.
+std::vector<std::string> ExistingReportsFiles(std::vector<std::string> names);
 
 }  // namespace kestorctl

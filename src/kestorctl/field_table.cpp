@@ -1,11 +1,10 @@
 #include "field_table.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
-#include <string_view>
 
 #include "platform/text/text.h"
+#include "text_table.h"
 
 namespace kestorctl {
 
@@ -14,10 +13,6 @@ namespace {
 template <std::size_t N>
 std::string Text(const char (&field)[N]) {
   return text::ToUtf8({field, strnlen(field, N)});
-}
-
-std::string Letter(char letter) {
-  return letter == '\0' ? std::string() : text::ToUtf8({&letter, 1});
 }
 
 struct Word {
@@ -53,65 +48,26 @@ bool IsEmpty(const Field& field) {
          field.description.empty() && field.type.empty() && field.alignment.empty() && field.options.empty();
 }
 
-constexpr std::size_t kColumns = 8;
-using Row = std::array<std::string, kColumns>;
+const std::vector<TableColumn> kColumns = {{"CODE", true}, {"ALIAS"},       {"DESCRIPTION"}, {"TYPE"},
+                                           {"ALIGNED"},    {"WIDTH", true}, {"USE"},         {"OPTIONS"}};
 
-const Row kHeads = {"CODE", "ALIAS", "DESCRIPTION", "TYPE", "ALIGNED", "WIDTH", "USE", "OPTIONS"};
-constexpr std::array<bool, kColumns> kToTheRight = {true, false, false, false, false, true, false, false};
-
-Row RowOf(const Field& field) {
+TableRow RowOf(const Field& field) {
   return {std::to_string(field.code),
           field.alias,
           field.description,
-          InWords(field.type, kTypes),
-          InWords(field.alignment, kAlignments),
+          TypeInWords(field.type),
+          AlignmentInWords(field.alignment),
           std::to_string(field.width),
           Uses(field),
           field.options};
 }
 
-bool IsFirstByte(char byte) {
-  return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
-}
-
-std::size_t Characters(std::string_view utf8) {
-  return static_cast<std::size_t>(std::count_if(utf8.begin(), utf8.end(), IsFirstByte));
-}
-
-// A control character would move what follows out of its column.
-std::string Printable(const std::string& utf8) {
-  std::u16string wide = text::Utf8ToUtf16(utf8);
-  std::replace_if(
-      wide.begin(), wide.end(), [](char16_t c) { return c < 0x20 || (c >= 0x7F && c < 0xA0); }, u' ');
-  return text::Utf16ToUtf8(wide);
-}
-
-std::string Line(const Row& row, const std::array<std::size_t, kColumns>& widths) {
-  std::string line;
-  for (std::size_t i = 0; i < kColumns; ++i) {
-    const std::string padding(widths[i] - Characters(row[i]), ' ');
-    line += kToTheRight[i] ? padding + row[i] : row[i] + padding;
-    line += "  ";
-  }
-  return line.substr(0, line.find_last_not_of(' ') + 1) + '\n';
-}
-
 std::string Table(const std::vector<Field>& fields) {
-  std::vector<Row> rows = {kHeads};
+  std::vector<TableRow> rows;
   for (const Field& field : fields) {
     if (!IsEmpty(field)) rows.push_back(RowOf(field));
   }
-  std::array<std::size_t, kColumns> widths{};
-  for (Row& row : rows) {
-    for (std::size_t i = 0; i < kColumns; ++i) {
-      row[i] = Printable(row[i]);
-      widths[i] = std::max(widths[i], Characters(row[i]));
-    }
-  }
-  std::string table;
-  for (const Row& row : rows)
-    table += Line(row, widths);
-  return table;
+  return TextTable(kColumns, rows);
 }
 
 nlohmann::ordered_json Object(const Field& field) {
@@ -122,6 +78,18 @@ nlohmann::ordered_json Object(const Field& field) {
 }
 
 }  // namespace
+
+std::string Letter(char letter) {
+  return letter == '\0' ? std::string() : text::ToUtf8({&letter, 1});
+}
+
+std::string TypeInWords(const std::string& letter) {
+  return InWords(letter, kTypes);
+}
+
+std::string AlignmentInWords(const std::string& letter) {
+  return InWords(letter, kAlignments);
+}
 
 Field::Field(const tagREG_CAMPOS_RELATORIO& record)
     : code(record.iCod),

@@ -10,6 +10,13 @@
 
 namespace kestorctl {
 
+// A letter of the catalogue as a text; empty for none.
+std::string Letter(char letter);
+
+// What letters mean, in one word; a letter without a meaning is given as it is.
+std::string TypeInWords(const std::string& letter);
+std::string AlignmentInWords(const std::string& letter);
+
 // Texts are UTF-8; type and alignment are the catalogue's letters, empty when it has none.
 struct Field {
   explicit Field(const tagREG_CAMPOS_RELATORIO& record);

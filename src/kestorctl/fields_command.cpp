@@ -42,11 +42,9 @@ void Fields(const StoreOptions& options, Answer& answer) {
 }  // namespace
 
 void AddFields(CLI::App& program, Command* chosen) {
-  auto options = std::make_shared<StoreOptions>();
-  CLI::App* command = program.add_subcommand("fields", "Show the fields that reports can use");
-  AddStoreOptions(command, options.get());
-  command->footer(kFooter);
-  Choose(command, chosen, options, Fields);
+  const auto [command, options] =
+      AddCommand(&program, chosen, {"fields", "Show the fields that reports can use", kFooter}, Fields);
+  AddStoreOptions(command, options);
 }
 
 }  // namespace kestorctl

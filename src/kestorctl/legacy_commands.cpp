@@ -10,6 +10,7 @@
 #include "explanation.h"
 #include "failure.h"
 #include "field_table.h"
+#include "model_names.h"
 #include "platform/text/text.h"
 #include "registry_values.h"
 
@@ -57,8 +58,8 @@ constexpr const char* kDeleteFooter =
     R"(Deletes a model and its export settings for good; its filter stays. With a dot in NAME it deletes the file of that
 extension alone.
 
-The server passes over what is not there or in use: a line on standard error tells when there was nothing to delete, or
-when the model is still there. With --json: "deleted".
+The server passes over what is not there or in use: a line on standard error tells when there was nothing to delete, and
+which file is still there. With --json: "deleted", whether a file went, and "left", the files that are still there.
 
 Examples:
   kestorctl legacy delete CT 01 Vendas
@@ -89,17 +90,6 @@ Exit status: 0 shown, though there be none; 1 failure, such as no catalogue (0x8
 constexpr std::size_t kModuleCharacters = 2;
 constexpr std::size_t kComponentCharacters = 3;
 
-struct ReadOptions {
-  ModelOptions model;
-  std::string output = "-";
-};
-
-struct WriteOptions {
-  ModelOptions model;
-  std::string input;
-  bool keepExisting = false;
-};
-
 struct UpdateOptions {
   ModelOptions model;
   std::string left;
@@ -107,24 +97,11 @@ struct UpdateOptions {
   std::vector<std::string> columns;
 };
 
-std::vector<std::string> SplitNames(const std::string& joined) {
-  std::vector<std::string> names;
-  std::size_t start = 0;
-  for (std::size_t bar = 0; bar != joined.npos; start = bar + 1) {
-    bar = joined.find('|', start);
-    names.push_back(joined.substr(start, bar - start));
-  }
-  return names;
-}
-
 void List(const StoreOptions& options, Answer& answer) {
   const LegacyStore store(options.module, options.component);
   if (!IsOpen(store, answer)) return;
-  BSTR joined = nullptr;
-  answer.result = store->BuscaNomeRelatoriosExistentes(&joined);
   std::vector<std::string> names;
-  if (answer.result == S_OK) names = SplitNames(text::Utf16ToUtf8({joined, SysStringLen(joined)}));
-  SysFreeString(joined);
+  answer.result = ListModels(store, &names);
   if (SUCCEEDED(answer.result)) TellNames(names, answer);
   // The server finds nothing in a folder that is not there.
   if (answer.result != S_OK) answer.detail = ExplainReportsFolder();
@@ -144,7 +121,7 @@ void Read(const ReadOptions& options, Answer& answer) {
   if (answer.result == S_OK) HandOut(content, options.output, answer);
 }
 
-void Write(const WriteOptions& options, Answer& answer) {
+void Write(const WriteModelOptions& options, Answer& answer) {
   std::string content = TakeIn(options.input);
   const LegacyStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
@@ -155,25 +132,29 @@ void Write(const WriteOptions& options, Answer& answer) {
   if (answer.result == S_OK) answer.data["bytes"] = content.size();
 }
 
-// A file that is in use counts as missing.
-bool CanBeRead(const LegacyStore& store, const std::string& name) {
-  LONG size = 0;
-  return store->BuscaTamanhoRelatorio(Bstr(name).Get(), &size) != kestor::NoticeForm(KESTOR_ARQ_NAO_EXISTE);
+// What a deletion of that name means: the model and its export settings, or one file.
+std::vector<std::string> FilesOf(const ModelOptions& options) {
+  const std::string file = LegacyCodes(options) + options.name;
+  if (LegacyStem(options.name) != options.name) return {file};
+  return {file + ".REL", file + ".REE"};
 }
 
-// The server answers the same whether it has deleted something or not.
+// The server answers the same whether it has deleted something or not: the folder tells.
 void Delete(const ModelOptions& options, Answer& answer) {
   const LegacyStore store(options.module, options.component);
   if (!IsOpen(store, answer)) return;
-  const bool before = CanBeRead(store, options.name);
+  const std::vector<std::string> before = ExistingReportsFiles(FilesOf(options));
   answer.result = store->ExcluiRelatorio(Bstr(options.name).Get());
   if (answer.result != S_OK) return;
-  const bool after = CanBeRead(store, options.name);
-  answer.data["deleted"] = before && !after;
-  if (after) answer.note = "the model " + options.name + " could not be deleted";
-  if (before || after) return;
+  const std::vector<std::string> left = ExistingReportsFiles(before);
+  answer.data["deleted"] = left.size() < before.size();
+  answer.data["left"] = left;
+  for (const std::string& file : left)
+    answer.note += (answer.note.empty() ? "" : " and ") + file;
+  if (!left.empty()) answer.note += " could not be deleted";
+  if (!before.empty()) return;
   const std::string reason = ExplainUnread(options.name);
-  answer.note = "there is no model " + options.name + (reason.empty() ? ", or it is in use" : ": " + reason);
+  answer.note = "there is no model " + options.name + (reason.empty() ? "" : ": " + reason);
 }
 
 // The catalogue's fields.
@@ -250,55 +231,13 @@ void Update(const UpdateOptions& options, Answer& answer) {
   ExplainWithoutCatalogue(options.model, answer);
 }
 
-template <typename Options>
-CLI::App* AddCommand(CLI::App* group, const char* name, const char* description, const char* footer, Command* chosen,
-                     std::shared_ptr<Options> options, void (*run)(const Options&, Answer&)) {
-  CLI::App* command = group->add_subcommand(name, description);
-  command->footer(footer);
-  Choose(command, chosen, options, run);
-  return command;
-}
-
-void AddList(CLI::App* group, Command* chosen) {
-  auto options = std::make_shared<StoreOptions>();
-  AddStoreOptions(AddCommand(group, "list", "List the models", kListFooter, chosen, options, List), options.get());
-}
-
-void AddRead(CLI::App* group, Command* chosen) {
-  auto options = std::make_shared<ReadOptions>();
-  CLI::App* command = AddCommand(group, "read", "Read a model", kReadFooter, chosen, options, Read);
-  AddModelOptions(command, &options->model);
-  AddOutput(command, &options->output);
-}
-
-void AddWrite(CLI::App* group, Command* chosen) {
-  auto options = std::make_shared<WriteOptions>();
-  CLI::App* command = AddCommand(group, "write", "Write a model", kWriteFooter, chosen, options, Write);
-  AddModelOptions(command, &options->model);
-  AddInput(command, &options->input);
-  command->add_flag("--no-overwrite", options->keepExisting, "Leave a model of that name as it is");
-}
-
-void AddDelete(CLI::App* group, Command* chosen) {
-  auto options = std::make_shared<ModelOptions>();
-  AddModelOptions(AddCommand(group, "delete", "Delete a model", kDeleteFooter, chosen, options, Delete), options.get());
-}
-
 void AddUpdate(CLI::App* group, Command* chosen) {
-  auto options = std::make_shared<UpdateOptions>();
-  CLI::App* command =
-      AddCommand(group, "update", "Set margins and columns of a model", kUpdateFooter, chosen, options, Update);
+  const auto [command, options] =
+      AddCommand(group, chosen, {"update", "Set margins and columns of a model", kUpdateFooter}, Update);
   AddModelOptions(command, &options->model);
   AddText(command, "COLUMN", &options->columns, "ALIAS=WIDTH: a column and its width in characters");
   command->add_option("--left", options->left, "Left margin, 0 to 65535")->type_name("N")->required();
   command->add_option("--top", options->top, "Top margin, 0 to 65535")->type_name("N")->required();
-}
-
-void AddLegacyFields(CLI::App* group, Command* chosen) {
-  auto options = std::make_shared<StoreOptions>();
-  AddStoreOptions(
-      AddCommand(group, "fields", "Show the fields that models can use", kFieldsFooter, chosen, options, Fields),
-      options.get());
 }
 
 }  // namespace
@@ -317,15 +256,19 @@ std::string ExplainLegacyUnwritten(const ModelOptions& options) {
 }
 
 void AddLegacy(CLI::App& program, Command* chosen) {
-  CLI::App* group = program.add_subcommand("legacy", "First-generation models");
-  group->require_subcommand(1);
-  group->footer(kGroupFooter);
-  AddList(group, chosen);
-  AddRead(group, chosen);
-  AddWrite(group, chosen);
-  AddDelete(group, chosen);
+  CLI::App* group = AddGroup(&program, {"legacy", "First-generation models", kGroupFooter});
+  const auto list = AddCommand(group, chosen, {"list", "List the models", kListFooter}, List);
+  AddStoreOptions(list.command, list.options);
+  const auto read = AddCommand(group, chosen, {"read", "Read a model", kReadFooter}, Read);
+  AddReadOptions(read.command, read.options);
+  const auto write = AddCommand(group, chosen, {"write", "Write a model", kWriteFooter}, Write);
+  AddWriteModelOptions(write.command, write.options);
+  const auto deletion = AddCommand(group, chosen, {"delete", "Delete a model", kDeleteFooter}, Delete);
+  AddModelOptions(deletion.command, deletion.options);
   AddUpdate(group, chosen);
-  AddLegacyFields(group, chosen);
+  const auto fields =
+      AddCommand(group, chosen, {"fields", "Show the fields that models can use", kFieldsFooter}, Fields);
+  AddStoreOptions(fields.command, fields.options);
   AddCompanions(group, chosen);
 }
 

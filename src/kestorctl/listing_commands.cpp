@@ -5,6 +5,7 @@
 #include "commands.h"
 #include "explanation.h"
 #include "failure.h"
+#include "model_names.h"
 #include "model_options.h"
 #include "platform/text/text.h"
 
@@ -67,25 +68,15 @@ struct DefaultOptions {
   bool clear = false;
 };
 
-// The names of a list in UTF-8. The list is freed.
-std::vector<std::string> TakeNames(const REG_ARRAY_RELATORIO2& list) {
-  const TaskBlock<tagREG_NOME_RELATORIO2> entries(list.pregRelatorios);
-  std::vector<std::string> names;
-  for (USHORT i = 0; i < list.nQtdeRelatorios; ++i)
-    names.push_back(text::ToUtf8(entries.get()[i].szNomeRelatorio));
-  return names;
-}
-
 void List(const StoreOptions& options, Answer& answer) {
   const ReportStore store(options.module, options.component);
   if (!IsOpen(store, answer)) return;
-  REG_ARRAY_RELATORIO2* list = nullptr;
-  answer.result = store->GetNomeRelatorios(&list);
-  const TaskBlock<REG_ARRAY_RELATORIO2> owner(list);
+  std::vector<std::string> names;
+  answer.result = ListModels(store, &names);
   if (answer.result != S_OK) return;
-  TellNames(list == nullptr ? std::vector<std::string>() : TakeNames(*list), answer);
+  TellNames(names, answer);
   // The server finds nothing in a folder that is not there.
-  if (list == nullptr) answer.note = ExplainReportsFolder();
+  if (names.empty()) answer.note = ExplainReportsFolder();
 }
 
 HRESULT DeletedNames(const ReportStore& store, std::vector<std::string>* names) {
@@ -183,41 +174,34 @@ void Default(const DefaultOptions& options, Answer& answer) {
   }
 }
 
-void AddNames(CLI::App& program, Command* chosen, const char* name, const char* description, const char* footer,
+void AddNames(CLI::App& program, Command* chosen, const CommandTexts& texts,
               void (*run)(const StoreOptions&, Answer&)) {
-  auto options = std::make_shared<StoreOptions>();
-  CLI::App* command = program.add_subcommand(name, description);
-  AddStoreOptions(command, options.get());
-  command->footer(footer);
-  Choose(command, chosen, options, run);
+  const auto [command, options] = AddCommand(&program, chosen, texts, run);
+  AddStoreOptions(command, options);
 }
 
 void AddDelete(CLI::App& program, Command* chosen) {
-  auto options = std::make_shared<DeleteOptions>();
-  CLI::App* command = program.add_subcommand("delete", "Delete a report model");
+  const auto [command, options] =
+      AddCommand(&program, chosen, {"delete", "Delete a report model", kDeleteFooter}, Delete);
   AddModelOptions(command, &options->model);
   command->add_flag("--demo", options->demonstration, "It is a demonstration model; remember that it is gone");
-  command->footer(kDeleteFooter);
-  Choose(command, chosen, options, Delete);
 }
 
 void AddDefault(CLI::App& program, Command* chosen) {
-  auto options = std::make_shared<DefaultOptions>();
-  CLI::App* command = program.add_subcommand("default", "Show, set or clear the default report");
+  const auto [command, options] =
+      AddCommand(&program, chosen, {"default", "Show, set or clear the default report", kDefaultFooter}, Default);
   AddStoreOptions(command, &options->store);
   options->nameGiven = AddText(command, "NAME", &options->name, "Name of the model")->required(false);
   command->add_flag("--clear", options->clear, "Leave no default report")->excludes(options->nameGiven);
-  command->footer(kDefaultFooter);
-  Choose(command, chosen, options, Default);
 }
 
 }  // namespace
 
 void AddListing(CLI::App& program, Command* chosen) {
-  AddNames(program, chosen, "list", "List the report models", kListFooter, List);
+  AddNames(program, chosen, {"list", "List the report models", kListFooter}, List);
   AddDelete(program, chosen);
   AddDefault(program, chosen);
-  AddNames(program, chosen, "deleted", "List the deleted demonstration models", kDeletedFooter, Deleted);
+  AddNames(program, chosen, {"deleted", "List the deleted demonstration models", kDeletedFooter}, Deleted);
 }
 
 }  // namespace kestorctl

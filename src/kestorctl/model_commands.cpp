@@ -5,6 +5,7 @@
 #include "content.h"
 #include "explanation.h"
 #include "model_options.h"
+#include "stored_model.h"
 
 namespace kestorctl {
 
@@ -35,56 +36,27 @@ Examples:
 Exit status: 0 written; 3 nothing written, because a model of that name exists (0x00040004) or was deleted as a
 demonstration (0x0004000C); 1 failure; 2 wrong usage.)";
 
-struct ReadOptions {
-  ModelOptions model;
-  std::string output = "-";
-};
-
-struct WriteOptions {
-  ModelOptions model;
-  std::string input;
+struct WriteReportOptions : WriteModelOptions {
   std::string version = "1";
-  bool keepExisting = false;
   bool checkDemonstrations = false;
-};
-
-// A model as the server handed it out.
-class ReadModel {
- public:
-  ReadModel() = default;
-  ~ReadModel() {
-    if (record_ != nullptr) CoTaskMemFree(record_->lpRelatorio);
-    CoTaskMemFree(record_);
-  }
-  ReadModel(const ReadModel&) = delete;
-  ReadModel& operator=(const ReadModel&) = delete;
-
-  REG_RELATORIO2** Out() { return &record_; }
-  USHORT Version() const { return record_->nVersao; }
-  std::string_view Content() const {
-    return {reinterpret_cast<const char*>(record_->lpRelatorio), static_cast<std::size_t>(record_->nQtdeBytes)};
-  }
-
- private:
-  REG_RELATORIO2* record_ = nullptr;
 };
 
 void Read(const ReadOptions& options, Answer& answer) {
   const ReportStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
-  ReadModel model;
-  answer.result = store->Le(Bstr(options.model.name).Get(), model.Out());
+  const StoredModel model(store, options.model.name);
+  answer.result = model.Result();
   if (answer.result != S_OK) {
     answer.detail = ExplainUnread(options.model.name);
     return;
   }
 
-  answer.data["version"] = model.Version();
+  answer.data["version"] = model.Record().nVersao;
   HandOut(model.Content(), options.output, answer);
-  answer.note = "version " + std::to_string(model.Version());
+  answer.note = "version " + std::to_string(model.Record().nVersao);
 }
 
-void Write(const WriteOptions& options, Answer& answer) {
+void Write(const WriteReportOptions& options, Answer& answer) {
   const auto version =
       static_cast<USHORT>(NumberArgument("--version", options.version, std::numeric_limits<USHORT>::max()));
   std::string content = TakeIn(options.input);
@@ -102,33 +74,17 @@ void Write(const WriteOptions& options, Answer& answer) {
   answer.data["bytes"] = content.size();
 }
 
-void AddRead(CLI::App& program, Command* chosen) {
-  auto options = std::make_shared<ReadOptions>();
-  CLI::App* command = program.add_subcommand("read", "Read a report model");
-  AddModelOptions(command, &options->model);
-  AddOutput(command, &options->output);
-  command->footer(kReadFooter);
-  Choose(command, chosen, options, Read);
-}
-
-void AddWrite(CLI::App& program, Command* chosen) {
-  auto options = std::make_shared<WriteOptions>();
-  CLI::App* command = program.add_subcommand("write", "Write a report model");
-  AddModelOptions(command, &options->model);
-  AddInput(command, &options->input);
-  command->add_option("--version", options->version, "Version number, 0 to 65535; 1 when not given")->type_name("N");
-  command->add_flag("--no-overwrite", options->keepExisting, "Leave a model of that name as it is");
-  command->add_flag("--check-demo", options->checkDemonstrations,
-                    "Write nothing when a demonstration model of that name was deleted");
-  command->footer(kWriteFooter);
-  Choose(command, chosen, options, Write);
-}
-
 }  // namespace
 
 void AddModels(CLI::App& program, Command* chosen) {
-  AddRead(program, chosen);
-  AddWrite(program, chosen);
+  const auto [read, readOptions] = AddCommand(&program, chosen, {"read", "Read a report model", kReadFooter}, Read);
+  AddReadOptions(read, readOptions);
+
+  const auto [write, options] = AddCommand(&program, chosen, {"write", "Write a report model", kWriteFooter}, Write);
+  AddWriteModelOptions(write, options);
+  write->add_option("--version", options->version, "Version number, 0 to 65535; 1 when not given")->type_name("N");
+  write->add_flag("--check-demo", options->checkDemonstrations,
+                  "Write nothing when a demonstration model of that name was deleted");
 }
 
 }  // namespace kestorctl

@@ -1,6 +1,7 @@
 #include "model_options.h"
 
 #include "commands.h"
+#include "content.h"
 
 namespace kestorctl {
 
@@ -12,6 +13,21 @@ void AddStoreOptions(CLI::App* command, StoreOptions* options) {
 void AddModelOptions(CLI::App* command, ModelOptions* options) {
   AddStoreOptions(command, options);
   AddText(command, "NAME", &options->name, "Name of the model");
+}
+
+void AddReadOptions(CLI::App* command, ReadOptions* options) {
+  AddModelOptions(command, &options->model);
+  AddOutput(command, &options->output);
+}
+
+void AddWriteOptions(CLI::App* command, WriteOptions* options) {
+  AddModelOptions(command, &options->model);
+  AddInput(command, &options->input);
+}
+
+void AddWriteModelOptions(CLI::App* command, WriteModelOptions* options) {
+  AddWriteOptions(command, options);
+  command->add_flag("--no-overwrite", options->keepExisting, "Leave a model of that name as it is");
 }
 
 bool IsOpen(const StoreSession& store, Answer& answer) {

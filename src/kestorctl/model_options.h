@@ -20,8 +20,26 @@ struct ModelOptions : StoreOptions {
   std::string name;
 };
 
+// Where the content of a model, or of a file beside it, goes to or comes from.
+struct ReadOptions {
+  ModelOptions model;
+  std::string output = "-";
+};
+
+struct WriteOptions {
+  ModelOptions model;
+  std::string input;
+};
+
+struct WriteModelOptions : WriteOptions {
+  bool keepExisting = false;
+};
+
 void AddStoreOptions(CLI::App* command, StoreOptions* options);
 void AddModelOptions(CLI::App* command, ModelOptions* options);
+void AddReadOptions(CLI::App* command, ReadOptions* options);
+void AddWriteOptions(CLI::App* command, WriteOptions* options);
+void AddWriteModelOptions(CLI::App* command, WriteModelOptions* options);
 
 // Whether the store can be used; the answer tells why not.
 bool IsOpen(const StoreSession& store, Answer& answer);

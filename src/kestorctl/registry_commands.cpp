@@ -185,63 +185,33 @@ void Export(const FileOptions& options, Answer& answer) {
   }
 }
 
-CLI::App* AddValueCommand(CLI::App* group, const char* command, const char* description, const char* footer,
-                          ValueOptions* options, bool nameRequired) {
-  CLI::App* added = group->add_subcommand(command, description);
-  AddText(added, "KEY", &options->key, "Key, such as HKLM\\SOFTWARE\\Norvela");
-  AddText(added, "NAME", &options->name, "Name of the value")->required(nameRequired);
-  added->footer(footer);
+AddedCommand<ValueOptions> AddValueCommand(CLI::App* group, Command* chosen, const CommandTexts& texts,
+                                           void (*run)(const ValueOptions&, Answer&), bool nameRequired) {
+  const auto added = AddCommand(group, chosen, texts, run);
+  AddText(added.command, "KEY", &added.options->key, "Key, such as HKLM\\SOFTWARE\\Norvela");
+  AddText(added.command, "NAME", &added.options->name, "Name of the value")->required(nameRequired);
   return added;
 }
 
-void AddGet(CLI::App* group, Command* chosen) {
-  auto options = std::make_shared<ValueOptions>();
-  Choose(AddValueCommand(group, "get", "Print a value", kGetFooter, options.get(), false), chosen, options, Get);
-}
-
-void AddSet(CLI::App* group, Command* chosen) {
-  auto options = std::make_shared<ValueOptions>();
-  CLI::App* command = AddValueCommand(group, "set", "Set a text value", kSetFooter, options.get(), true);
-  AddText(command, "TEXT", &options->text, "The text");
-  Choose(command, chosen, options, Set);
-}
-
-void AddDelete(CLI::App* group, Command* chosen) {
-  auto options = std::make_shared<ValueOptions>();
-  Choose(AddValueCommand(group, "delete", "Delete a value or a key", kDeleteFooter, options.get(), false), chosen,
-         options, Delete);
-}
-
-void AddImport(CLI::App* group, Command* chosen) {
-  auto options = std::make_shared<FileOptions>();
-  CLI::App* command = group->add_subcommand("import", "Merge an export file into the registry");
-  command->add_option("FILE", options->file, "File in the desktop's export format; - is standard input")
-      ->type_name("")
-      ->required()
-      ->check(CheckFileName);
-  command->footer(kImportFooter);
-  Choose(command, chosen, options, Import);
-}
-
-void AddExport(CLI::App* group, Command* chosen) {
-  auto options = std::make_shared<FileOptions>();
-  CLI::App* command = group->add_subcommand("export", "Write the whole registry as an export file");
-  command->add_option("FILE", options->file, "Where to; - is standard output")->type_name("")->check(CheckFileName);
-  command->footer(kExportFooter);
-  Choose(command, chosen, options, Export);
+CLI::Option* AddFileCommand(CLI::App* group, Command* chosen, const CommandTexts& texts,
+                            void (*run)(const FileOptions&, Answer&), const char* file) {
+  const auto [command, options] = AddCommand(group, chosen, texts, run);
+  return command->add_option("FILE", options->file, file)->type_name("")->check(CheckFileName);
 }
 
 }  // namespace
 
 void AddRegistry(CLI::App& program, Command* chosen) {
-  CLI::App* group = program.add_subcommand("registry", "Read and change the registry of the home");
-  group->require_subcommand(1);
-  group->footer(kGroupFooter);
-  AddGet(group, chosen);
-  AddSet(group, chosen);
-  AddDelete(group, chosen);
-  AddImport(group, chosen);
-  AddExport(group, chosen);
+  CLI::App* group = AddGroup(&program, {"registry", "Read and change the registry of the home", kGroupFooter});
+  AddValueCommand(group, chosen, {"get", "Print a value", kGetFooter}, Get, false);
+  const auto [set, options] = AddValueCommand(group, chosen, {"set", "Set a text value", kSetFooter}, Set, true);
+  AddText(set, "TEXT", &options->text, "The text");
+  AddValueCommand(group, chosen, {"delete", "Delete a value or a key", kDeleteFooter}, Delete, false);
+  AddFileCommand(group, chosen, {"import", "Merge an export file into the registry", kImportFooter}, Import,
+                 "File in the desktop's export format; - is standard input")
+      ->required();
+  AddFileCommand(group, chosen, {"export", "Write the whole registry as an export file", kExportFooter}, Export,
+                 "Where to; - is standard output");
 }
 
 }  // namespace kestorctl

@@ -202,16 +202,14 @@ void SetUp(const SetupOptions& options, Answer& answer) {
 }  // namespace
 
 void AddSetup(CLI::App& program, Command* chosen) {
-  auto options = std::make_shared<SetupOptions>();
-  CLI::App* command = program.add_subcommand("setup", "Make the home, enter the folders, register the server");
+  const auto [command, options] =
+      AddCommand(&program, chosen, {"setup", "Make the home, enter the folders, register the server", kFooter}, SetUp);
   command->add_option("--reports", options->reports, "The reports folder, shared by all modules")
       ->required()
       ->type_name("DIR");
   command->add_option("--module", options->modules, "The folder of a module's application; may be repeated")
       ->type_name("CODE=DIR")
       ->allow_extra_args(false);
-  command->footer(kFooter);
-  Choose(command, chosen, options, SetUp);
 }
 
 }  // namespace kestorctl

@@ -113,9 +113,8 @@ void TellStatus(const NoOptions&, Answer& answer) {
 }  // namespace
 
 void AddStatus(CLI::App& program, Command* chosen) {
-  CLI::App* command = program.add_subcommand("status", "Tell the home, its folders and whether the server runs");
-  command->footer(kFooter);
-  Choose(command, chosen, std::make_shared<NoOptions>(), TellStatus);
+  AddCommand(&program, chosen, {"status", "Tell the home, its folders and whether the server runs", kFooter},
+             TellStatus);
 }
 
 }  // namespace kestorctl

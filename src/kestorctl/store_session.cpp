@@ -37,4 +37,8 @@ LegacyStore::LegacyStore(const std::string& module, const std::string& component
        [&] { return store_->Inicializa(nullptr, Bstr(module).Get(), Bstr(component).Get()); });
 }
 
+FieldConverter::FieldConverter() {
+  Open(CLSID_ZNPL_RelConverte, IID_IZNPL_RelConverte, converter_.OutVoid(), {}, [] { return S_OK; });
+}
+
 }  // namespace kestorctl

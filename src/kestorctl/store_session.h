@@ -79,4 +79,15 @@ class LegacyStore : public StoreSession {
   ComPtr<IZNPL_Rel> store_;
 };
 
+// What renumbers field codes in the models of a module and component that each call names.
+class FieldConverter : public StoreSession {
+ public:
+  FieldConverter();
+
+  IZNPL_RelConverte* operator->() const { return converter_.Get(); }
+
+ private:
+  ComPtr<IZNPL_RelConverte> converter_;
+};
+
 }  // namespace kestorctl

@@ -17,6 +17,7 @@ namespace {
 
 constexpr std::size_t kMaximoNome = 255;
 constexpr char kSeparadorNomes = '|';
+constexpr const char* kExtensaoExportacao = ".REE";
 
 // Throws std::bad_alloc.
 OwnedBstr NovoBstr(const std::string& texto) {
@@ -107,6 +108,9 @@ bool CConversorRel::Armazena(const std::string& nome, const CMemStream& document
 }
 
 void CConversorRel::ExcluiRel(const std::string& nome) const {
+  // The export settings go first: of a server that is killed in between, the model is left, which the next migration
+  // deletes, and not settings without a model, which nobody would.
+  rel_->ExcluiRelatorio(NovoBstr(nome + kExtensaoExportacao).get());
   rel_->ExcluiRelatorio(NovoBstr(nome).get());
 }
 

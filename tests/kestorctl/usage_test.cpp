@@ -1,4 +1,6 @@
 // What the program says to arguments that it cannot follow, and to those who ask how.
+#include <sstream>
+
 #include "fixture.h"
 
 using testing::HasSubstr;
@@ -43,8 +45,12 @@ TEST_F(KestorctlTest, WrongUsageIsOneLineWithAHintAndADocumentForPrograms) {
 }
 
 TEST_F(KestorctlTest, EveryCommandExplainsItself) {
-  for (const std::string command : {"", "setup", "status", "registry", "registry get", "registry set",
-                                    "registry delete", "registry import", "registry export", "read", "write"}) {
+  std::istringstream commands(
+      "|setup|status|registry|registry get|registry set|registry delete|registry import|registry export|"
+      "read|write|list|delete|default|deleted|fields|legacy|legacy list|legacy read|legacy write|legacy delete|"
+      "legacy update|legacy fields|legacy export|legacy export get|legacy export put|"
+      "legacy filter|legacy filter get|legacy filter put");
+  for (std::string command; std::getline(commands, command, '|');) {
     const Outcome help = RunShell("$ctl " + command + " --help");
     EXPECT_EQ(help.status, 0);
     EXPECT_EQ(help.errors, "");

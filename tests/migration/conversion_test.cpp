@@ -1,79 +1,16 @@
 // First-generation models become report documents when a report store is initialised.
 #include <cstring>
 #include <map>
-#include <optional>
 
-#include "../legacy/legacy_fixture.h"
-#include "common/texto_bstr.h"
 #include "common/zn_exception.h"
-#include "document/doc_relatorio.h"
-#include "legacy_model.h"
-#include "marcacao/componente_marcacao.h"
-#include "migration/conversor_rel.h"
+#include "conversion_fixture.h"
 #include "platform/files/files.h"
 
 namespace {
 
 using namespace kestor;
 using support::ReadFile;
-using support::Text;
 using support::WriteFile;
-
-HRESULT MakeRel(ContagemServidor& server, REFIID iid, void** object) {
-  return CRepositorioRel::Cria<CRepositorioRel>(nullptr, iid, object, server);
-}
-
-HRESULT Migrate(ContagemServidor& server, IZNPL_Relatorio2& store, const std::string& module,
-                const std::string& component, const std::vector<std::string>& existing) {
-  CConversorRel converter(store, module, component, server, MakeRel);
-  for (const std::string& name : existing)
-    converter.AdicionaNomeExistente(name);
-  return converter.Executa();
-}
-
-// Lines of the field catalogue: code, alias and type.
-std::string CatalogueLine(int code, const std::string& alias, char type) {
-  std::string line(63, ' ');
-  line.replace(0, 3, std::to_string(code));
-  line.replace(27, alias.size(), alias);
-  line[60] = type;
-  return line + "\r\n";
-}
-
-class ConversionTest : public LegacyTest {
- protected:
-  ConversionTest() {
-    WriteFile(Catalogue(), CatalogueLine(205, "Valor", 'V') + CatalogueLine(310, "Data & hora", 'D') +
-                               CatalogueLine(205, "Outro", 'N'));
-  }
-
-  ComPtr<IZNPL_Relatorio2> NewStore() {
-    ComPtr<IZNPL_Relatorio2> store;
-    CRepositorioRel2::Cria<CRepositorioRel2>(IID_IZNPL_Relatorio2, store.OutVoid(), counter_, Migrate);
-    return store;
-  }
-
-  std::string Initialise2(const char16_t* component = u"01") {
-    return ResultCode(NewStore()->Inicializa(Text(u"CT"), Text(component)));
-  }
-
-  std::filesystem::path File(const std::string& name, const std::string& extension) const {
-    return Reports() / ("CT01" + name + extension);
-  }
-
-  void WriteModel(const std::string& name, const LegacyModel& model = {}, int layout = 2) {
-    WriteFile(File(name, ".REL"), LegacyContent(model, layout).bytes);
-  }
-
-  void WriteSettings(const std::string& name, const tagREG_RELEXPORTACAO& settings,
-                     const std::vector<tagREG_RELEXPORTACAO_ITEM>& items) {
-    const std::string head(reinterpret_cast<const char*>(&settings), kBytesWithoutPointer<tagREG_RELEXPORTACAO>);
-    WriteFile(File(name, ".REE"),
-              head + std::string(reinterpret_cast<const char*>(items.data()), items.size() * sizeof items[0]));
-  }
-
-  std::optional<ComponenteMarcacao> component_{std::in_place};
-};
 
 // ---- What becomes of a model ---------------------------------------------------------------------------------------
 

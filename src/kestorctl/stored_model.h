@@ -1,0 +1,39 @@
+// A second-generation model as the server hands it out.
+#pragma once
+
+#include <string>
+
+#include "document/doc_relatorio.h"
+#include "store_session.h"
+
+namespace kestorctl {
+
+class StoredModel {
+ public:
+  StoredModel(const ReportStore& store, const std::string& name)
+      : result_(store->Le(Bstr(name).Get(), &record_)), content_(record_ != nullptr ? record_->lpRelatorio : nullptr) {}
+  ~StoredModel() { CoTaskMemFree(record_); }
+  StoredModel(const StoredModel&) = delete;
+  StoredModel& operator=(const StoredModel&) = delete;
+
+  HRESULT Result() const { return result_; }
+  const REG_RELATORIO2& Record() const { return *record_; }  // only when the result is S_OK
+  std::string_view Content() const {
+    return {reinterpret_cast<const char*>(content_.get()), static_cast<std::size_t>(record_->nQtdeBytes)};
+  }
+
+ private:
+  REG_RELATORIO2* record_ = nullptr;
+  const HRESULT result_;
+  const TaskBlock<std::uint8_t> content_;
+};
+
+// Fills the document. Empty, or why the model is no report document. Needs the markup component.
+inline std::string LoadDocument(const REG_RELATORIO2& model, kestor::CDocRelatorio& document) {
+  if (model.nVersao != kestor::kVersaoDocumento) {
+    return "a content of version " + std::to_string(model.nVersao) + " is no report document";
+  }
+  return document.CarregaConteudo(model) ? std::string() : "its content is no report document";
+}
+
+}  // namespace kestorctl
