@@ -18,9 +18,11 @@ ConteudoLido LeConteudo(CFile& arquivo) {
     lido.comprimento = static_cast<LONG>(std::min<ULONGLONG>(comprimento, std::numeric_limits<LONG>::max()));
     if (comprimento > kMaxConteudo) return lido;
     lido.bytes.resize(static_cast<std::size_t>(comprimento));
-    lido.inteiro = arquivo.Read(lido.bytes.data(), static_cast<UINT>(comprimento)) == comprimento;
+    const UINT lidos = arquivo.Read(lido.bytes.data(), static_cast<UINT>(comprimento));
+    std::fill(lido.bytes.begin() + lidos, lido.bytes.end(), '\0');
+    lido.inteiro = lidos == comprimento;
   } catch (const CFileException&) {
-    lido.inteiro = false;
+    std::fill(lido.bytes.begin(), lido.bytes.end(), '\0');
   }
   return lido;
 }

@@ -2,8 +2,11 @@
 #pragma once
 
 #include <initializer_list>
+#include <memory>
+#include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/channel/channel.h"
@@ -21,11 +24,29 @@ inline constexpr std::size_t kMaxConteudo = channel::kMaxPayloadBytes - 4096;
 // Whether a file can be opened for reading at this moment.
 bool ArquivoExiste(const std::string& caminho);
 
+// Elements that are not set when they are made: what is read from a file need not be zeros before.
+template <typename Elemento>
+struct SemValorInicial : std::allocator<Elemento> {
+  template <typename Outro>
+  struct rebind {
+    using other = SemValorInicial<Outro>;
+  };
+  template <typename Lugar, typename... Argumentos>
+  void construct(Lugar* lugar, Argumentos&&... argumentos) {
+    if constexpr (sizeof...(argumentos) == 0) {
+      ::new (static_cast<void*>(lugar)) Lugar;
+    } else {
+      ::new (static_cast<void*>(lugar)) Lugar(std::forward<Argumentos>(argumentos)...);
+    }
+  }
+};
+using Bytes = std::vector<char, SemValorInicial<char>>;
+
 // The content of a file.
 struct ConteudoLido {
   bool inteiro = false;
-  LONG comprimento = 0;     // of the file; 2147483647 for a longer one
-  std::vector<char> bytes;  // as many, zeros behind those that came; none of a file above kMaxConteudo
+  LONG comprimento = 0;  // of the file; 2147483647 for a longer one
+  Bytes bytes;           // as many, zeros behind those that came; none of a file above kMaxConteudo
 };
 
 // Reads an open file from its start.

@@ -33,14 +33,14 @@ struct Coluna {
 };
 
 template <typename Numero>
-Numero Le(const std::vector<char>& conteudo, std::size_t posicao) {
+Numero Le(const Bytes& conteudo, std::size_t posicao) {
   Numero numero;
   std::memcpy(&numero, conteudo.data() + posicao, sizeof numero);
   return numero;
 }
 
 template <typename Numero>
-void Escreve(Numero numero, std::size_t posicao, std::vector<char>* conteudo) {
+void Escreve(Numero numero, std::size_t posicao, Bytes* conteudo) {
   std::memcpy(conteudo->data() + posicao, &numero, sizeof numero);
 }
 
@@ -89,7 +89,7 @@ class ColunasPedidas {
 
 // Changes the content; false, and all is as it was, when the columns are not the caller's.
 bool AtualizaConteudo(const ColunasPedidas& pedidas, std::size_t quantidade, USHORT margemEsquerda,
-                      USHORT margemSuperior, std::vector<char>* conteudo) {
+                      USHORT margemSuperior, Bytes* conteudo) {
   if (conteudo->size() < kColunas || conteudo->front() == kOutrosLayouts) return false;
   std::vector<Coluna> colunas;
   for (std::size_t p = kColunas; p + kBytesColuna <= conteudo->size(); p += kBytesColuna) {

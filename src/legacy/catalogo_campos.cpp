@@ -1,5 +1,6 @@
 #include "legacy/catalogo_campos.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "contract/results.h"
@@ -26,18 +27,22 @@ constexpr Coluna kTotal = {63, 3};
 constexpr Coluna kOrdem = {66, 3};
 constexpr Coluna kOpcoes = {69, 199};
 
+// Columns are mostly blanks: eight of them go at a time.
+std::string_view SemBrancosNoFim(std::string_view texto) {
+  constexpr std::string_view kOito = "        ";
+  while (texto.size() >= kOito.size() && std::memcmp(texto.end() - kOito.size(), kOito.data(), kOito.size()) == 0)
+    texto.remove_suffix(kOito.size());
+  while (!texto.empty() && texto.back() == ' ')
+    texto.remove_suffix(1);
+  return texto;
+}
+
 // One line; its columns without the blanks at their end. A column that the line does not reach is empty.
 class Linha {
  public:
   explicit Linha(std::string_view linha) : linha_(linha) {}
 
-  std::string_view Texto(const Coluna& coluna) const {
-    if (linha_.size() <= coluna.inicio) return {};
-    std::string_view texto = linha_.substr(coluna.inicio, coluna.largura);
-    while (!texto.empty() && texto.back() == ' ')
-      texto.remove_suffix(1);
-    return texto;
-  }
+  std::string_view Texto(const Coluna& coluna) const { return SemBrancosNoFim(Bruto(coluna)); }
 
   // Into a field of zeros, which stays NUL-terminated.
   template <std::size_t N>
@@ -45,14 +50,20 @@ class Linha {
     Texto(coluna).copy(campo, N - 1);
   }
 
-  std::int32_t Numero(const Coluna& coluna) const { return text::ToInt(Texto(coluna)); }
+  std::int32_t Numero(const Coluna& coluna) const { return text::ToInt(Bruto(coluna)); }
 
   char Primeiro(const Coluna& coluna) const {
+    if (linha_.size() > coluna.inicio && linha_[coluna.inicio] != ' ') return linha_[coluna.inicio];
     const std::string_view texto = Texto(coluna);
     return texto.empty() ? '\0' : texto.front();
   }
 
  private:
+  // With the blanks at its end.
+  std::string_view Bruto(const Coluna& coluna) const {
+    return linha_.size() <= coluna.inicio ? std::string_view() : linha_.substr(coluna.inicio, coluna.largura);
+  }
+
   std::string_view linha_;
 };
 
@@ -86,12 +97,10 @@ void PreencheRegistro(const Linha& linha, tagREG_CAMPOS_RELATORIO2& registro) {
   registro.cAlinhamento = text::UpperChar(linha.Primeiro(kAlinhamento));
 }
 
-// Shows the first `limite` lines, without what ends them.
+// Shows the first `limite` lines, without what ends them. `nulo`: the first NUL, or null.
 template <typename Visita>
-void PercorreLinhas(const std::vector<char>& conteudo, std::size_t limite, const Visita& visita) {
+void PercorreLinhas(const Bytes& conteudo, const char* nulo, std::size_t limite, const Visita& visita) {
   const char* const inicio = conteudo.data();
-  const auto* const nulo =
-      conteudo.empty() ? nullptr : static_cast<const char*>(std::memchr(inicio, '\0', conteudo.size()));
   const char* const fim = nulo != nullptr ? nulo : inicio + conteudo.size();
   const char* linha = inicio;
   for (std::size_t numero = 0; numero < limite; ++numero) {
@@ -108,9 +117,12 @@ void PercorreLinhas(const std::vector<char>& conteudo, std::size_t limite, const
 }
 
 template <typename Registro>
-void PreencheTodos(const std::vector<char>& conteudo, Registro* registros, std::size_t quantidade) {
-  PercorreLinhas(conteudo, quantidade, [registros](std::size_t numero, std::string_view linha) {
-    registros[numero] = {};
+void PreencheTodos(const Bytes& conteudo, const char* nulo, Registro* registros, std::size_t quantidade) {
+  // Records are cleared some at a time, just before they are filled: one by one costs as much as the filling.
+  constexpr std::size_t kBloco = 32;
+  PercorreLinhas(conteudo, nulo, quantidade, [=](std::size_t numero, std::string_view linha) {
+    const std::size_t restantes = quantidade - numero;
+    if (numero % kBloco == 0) std::memset(registros + numero, 0, std::min(kBloco, restantes) * sizeof(Registro));
     PreencheRegistro(Linha(linha), registros[numero]);
   });
 }
@@ -128,21 +140,24 @@ HRESULT CCatalogoCampos::Le(const std::string& caminho) {
   if (!arquivo.Open(caminho.c_str(), kLeituraModelo)) return ErrorForm(KESTOR_ARQ_NAO_EXISTE);
   aberto_ = true;
   lido_ = LeConteudo(arquivo);
+  if (!lido_.bytes.empty()) {
+    nulo_ = static_cast<const char*>(std::memchr(lido_.bytes.data(), '\0', lido_.bytes.size()));
+  }
   return lido_.inteiro ? S_OK : ErrorForm(KESTOR_PROBLEMAS_AO_LER);
 }
 
 std::size_t CCatalogoCampos::Quantidade(std::size_t limite) const {
   std::size_t quantidade = 0;
-  PercorreLinhas(lido_.bytes, limite, [&quantidade](std::size_t, std::string_view) { ++quantidade; });
+  PercorreLinhas(lido_.bytes, nulo_, limite, [&quantidade](std::size_t, std::string_view) { ++quantidade; });
   return quantidade;
 }
 
 void CCatalogoCampos::Preenche(tagREG_CAMPOS_RELATORIO* registros, std::size_t quantidade) const {
-  PreencheTodos(lido_.bytes, registros, quantidade);
+  PreencheTodos(lido_.bytes, nulo_, registros, quantidade);
 }
 
 void CCatalogoCampos::Preenche(tagREG_CAMPOS_RELATORIO2* registros, std::size_t quantidade) const {
-  PreencheTodos(lido_.bytes, registros, quantidade);
+  PreencheTodos(lido_.bytes, nulo_, registros, quantidade);
 }
 
 }  // namespace kestor

@@ -35,7 +35,7 @@ class CCatalogoCampos {
 
   // The bytes read; after 0x80040002 as many as the file was long, zeros behind those that came, or none of a file that
   // is too long.
-  const std::vector<char>& Conteudo() const { return lido_.bytes; }
+  const Bytes& Conteudo() const { return lido_.bytes; }
 
   // The number of lines, `limite` at most.
   std::size_t Quantidade(std::size_t limite) const;
@@ -47,6 +47,7 @@ class CCatalogoCampos {
  private:
   bool aberto_ = false;
   ConteudoLido lido_;
+  const char* nulo_ = nullptr;  // the first NUL, which ends the catalogue
 };
 
 }  // namespace kestor

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "common/arquivos_modelo.h"
 #include "common/objeto_contado.h"
 #include "contract/interfaces.h"
 
@@ -92,7 +93,7 @@ class CRepositorioRel final : public ObjetoAgregavel<IZNPL_Rel> {
   std::string componente_;
   std::optional<std::string> caminhoRelatorios_;
   std::optional<std::string> caminhoModulo_;
-  std::optional<std::vector<char>> conteudoPendente_;
+  std::optional<Bytes> conteudoPendente_;
   std::unique_ptr<tagREG_CAMPOS_RELATORIO[]> camposPendentes_;
   LONG qdeCamposPendentes_ = 0;
 };

@@ -16,8 +16,10 @@ bool IsDigit(char c) {
 }
 
 std::string_view SkipWhiteSpace(std::string_view ansi) {
-  const std::size_t start = ansi.find_first_not_of(" \t\n\v\f\r");
-  return start == std::string_view::npos ? std::string_view() : ansi.substr(start);
+  const auto isWhite = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
+  while (!ansi.empty() && isWhite(ansi.front()))
+    ansi.remove_prefix(1);
+  return ansi;
 }
 
 // Removes a sign from the start of `*number`; true for a minus.
