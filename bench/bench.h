@@ -47,6 +47,7 @@ std::vector<Figure> StoreFigures();
 std::vector<Figure> ListingFigures();
 std::vector<Figure> LegacyFigures();
 std::vector<Figure> DocumentFigures();
+std::vector<Figure> ConversionFigures();
 
 // Prints the memory of an idle server and its growth over `calls` calls. False when it is above what it may be.
 bool MeasureMemory(int calls);

@@ -76,7 +76,7 @@ int main(int argc, char** argv) {
   if (!once) {
     PrintRatiosHead();
     for (const auto figures : {bench::ChannelFigures, bench::StoreFigures, bench::ListingFigures, bench::LegacyFigures,
-                               bench::DocumentFigures})
+                               bench::DocumentFigures, bench::ConversionFigures})
       PrintRatios(collector, figures());
   }
   const bool small = bench::MeasureMemory(once ? 1000 : 1000000);

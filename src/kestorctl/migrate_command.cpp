@@ -1,4 +1,5 @@
 // The command migrate: first-generation models become report documents.
+#include <algorithm>
 #include <set>
 
 #include "commands.h"
@@ -37,16 +38,25 @@ std::string DocumentFile(const StoreOptions& options, const std::string& name) {
   return options.module + options.component + name + (name.find('.') == name.npos ? ".RXL" : "");
 }
 
+std::string LegacyFile(const StoreOptions& options, const std::string& name, const char* extension = ".REL") {
+  return LegacyCodes(options) + name + extension;
+}
+
+bool Exists(const std::string& file) {
+  return !ExistingReportsFiles({file}).empty();
+}
+
 // How many of the models are still there.
 std::size_t Left(const StoreOptions& options, const std::vector<std::string>& names) {
   std::vector<std::string> files;
+  files.reserve(names.size());
   for (const std::string& name : names)
-    files.push_back(LegacyCodes(options) + name + ".REL");
+    files.push_back(LegacyFile(options, name));
   return ExistingReportsFiles(files).size();
 }
 
 // Why a model is still there after a migration.
-std::string ReasonToStay(const LegacyStore& store, const std::string& name) {
+std::string ReasonToStay(const LegacyStore& store, const StoreOptions& options, const std::string& name) {
   kestor::CConteudoRel content;
   content.DefineRepositorio(*store.operator->());
   const HRESULT loaded = content.Carrega(text::FromUtf8(name));
@@ -54,6 +64,11 @@ std::string ReasonToStay(const LegacyStore& store, const std::string& name) {
   if (!content.Completo()) return "its content is empty, cut short, or of a version that is not known";
   const HRESULT catalogue = content.CarregaCatalogo();
   if (catalogue != S_OK) return "the field catalogue cannot be read (" + kestor::ResultCode(catalogue) + ")";
+  if (Exists(DocumentFile(options, name)))
+    return "there is a file " + DocumentFile(options, name) + " that is not listed";
+  if (Exists(LegacyFile(options, name, ".REE"))) {
+    return "its export settings are in use or cut short, or the document could not be stored";
+  }
   return "the document could not be stored, or the model not be deleted";
 }
 
@@ -64,40 +79,43 @@ bool Convert(const StoreOptions& options, const std::vector<std::string>& names,
   return IsOpen(store, answer);
 }
 
+// The names of the models, each once, that are files of that name: the listing cuts a name at its first dot.
+HRESULT ModelNames(const StoreOptions& options, std::vector<std::string>* names, Answer& answer) {
+  const LegacyStore store(options.module, options.component);
+  if (!IsOpen(store, answer)) return answer.result;
+  const HRESULT result = ListModels(store, names);
+  names->erase(std::unique(names->begin(), names->end()), names->end());
+  std::erase_if(*names, [&](const std::string& name) { return !Exists(LegacyFile(options, name)); });
+  return result;
+}
+
+void Tell(const char* fate, const std::string& name, Answer& answer) {
+  answer.data[fate].push_back(name);
+  answer.output.append(fate).append(": ").append(name) += '\n';
+}
+
 void Migrate(const StoreOptions& options, Answer& answer) {
   std::vector<std::string> names;
-  std::vector<std::string> documents;
-  {
-    const LegacyStore store(options.module, options.component);
-    if (!IsOpen(store, answer)) return;
-    answer.result = ListModels(store, &names);
-    if (FAILED(answer.result)) return;
-    for (const std::string& name : names)
-      documents.push_back(DocumentFile(options, name));
+  answer.result = ModelNames(options, &names, answer);
+  if (FAILED(answer.result)) return;
+  std::set<std::string> documents;
+  for (const std::string& name : names) {
+    if (Exists(DocumentFile(options, name))) documents.insert(name);
   }
-  const std::vector<std::string> present = ExistingReportsFiles(documents);
-  const std::set<std::string> before(present.begin(), present.end());
   if (!Convert(options, names, answer)) return;
 
   const LegacyStore store(options.module, options.component);
   if (!IsOpen(store, answer)) return;
-  std::vector<std::string> left;
-  answer.result = ListModels(store, &left);
-  if (FAILED(answer.result)) return;
-  const std::set<std::string> stays(left.begin(), left.end());
-  answer.result = S_OK;  // that none are left is what was wanted
   for (const char* list : {"converted", "dropped", "stayed"})
     answer.data[list] = nlohmann::ordered_json::array();
-  for (std::size_t i = 0; i < names.size(); ++i) {
-    if (stays.contains(names[i])) {
-      const std::string reason = ReasonToStay(store, names[i]);
-      answer.data["stayed"].push_back({{"name", names[i]}, {"reason", reason}});
-      answer.output += "stays: " + names[i] + ": " + reason + '\n';
-      continue;
+  for (const std::string& name : names) {
+    if (Exists(LegacyFile(options, name))) {
+      const std::string reason = ReasonToStay(store, options, name);
+      answer.data["stayed"].push_back({{"name", name}, {"reason", reason}});
+      answer.output.append("stays: ").append(name).append(": ").append(reason) += '\n';
+    } else {
+      Tell(documents.contains(name) ? "dropped" : "converted", name, answer);
     }
-    const char* const fate = before.contains(documents[i]) ? "dropped" : "converted";
-    answer.data[fate].push_back(names[i]);
-    answer.output += std::string(fate) + ": " + names[i] + '\n';
   }
 }
 

@@ -10,6 +10,7 @@ constexpr char kBetweenNames = '|';
 
 std::vector<std::string> SplitNames(const std::string& joined) {
   std::vector<std::string> names;
+  if (joined.empty()) return names;
   std::size_t start = 0;
   for (std::size_t bar = 0; bar != joined.npos; start = bar + 1) {
     bar = joined.find(kBetweenNames, start);

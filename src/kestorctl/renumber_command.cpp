@@ -60,7 +60,7 @@ void TellSkipped(const StoreOptions& options, Answer& answer) {
     const std::string reason =
         model.Result() == S_OK ? LoadDocument(model.Record(), document) : "it cannot be read, as when it is in use";
     if (reason.empty()) continue;
-    answer.output += "not changed: " + name + ": " + reason + '\n';
+    answer.output.append("not changed: ").append(name).append(": ").append(reason) += '\n';
     answer.data["skipped"].push_back({{"name", name}, {"reason", reason}});
   }
 }

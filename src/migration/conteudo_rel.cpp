@@ -92,6 +92,11 @@ HRESULT CConteudoRel::CarregaCatalogo() {
 
 // ---- Export settings and catalogue ---------------------------------------------------------------------------------
 
+std::size_t CConteudoRel::BytesExportacao() const {
+  if (!exportacao_) return 0;
+  return kBytesWithoutPointer<tagREG_RELEXPORTACAO> + exportacao_->iQtdeItens * sizeof(tagREG_RELEXPORTACAO_ITEM);
+}
+
 CConteudoRel::LinhaExportacao CConteudoRel::CabecalhoExportacao() const {
   if (!exportacao_) return {};
   return {TextoDe(exportacao_->cCabDescricao), exportacao_->iCabTamanho, exportacao_->cCabTipoCampo};

@@ -43,6 +43,10 @@ class CConteudoRel {
 
   const ValoresRel& Valores() const { return valores_; }
 
+  bool TemExportacao() const { return exportacao_ != nullptr; }
+  // How long the file of the export settings must be for all their items; 0 without settings.
+  std::size_t BytesExportacao() const;
+
   // Empty text, 0 and 0 without export settings.
   LinhaExportacao CabecalhoExportacao() const;
   LinhaExportacao RodapeExportacao() const;

@@ -5,10 +5,13 @@
 #include <string_view>
 #include <utility>
 
+#include "common/arquivos_modelo.h"
+#include "common/caminhos_instalacao.h"
 #include "common/texto_bstr.h"
 #include "common/zn_exception.h"
 #include "documento_rel.h"
 #include "migration/conteudo_rel.h"
+#include "platform/files/files.h"
 #include "platform/text/text.h"
 
 namespace kestor {
@@ -16,6 +19,8 @@ namespace kestor {
 namespace {
 
 constexpr std::size_t kMaximoNome = 255;
+constexpr std::size_t kMaximoModulo = 2;  // characters of the codes in the first generation
+constexpr std::size_t kMaximoComponente = 3;
 constexpr char kSeparadorNomes = '|';
 constexpr const char* kExtensaoExportacao = ".REE";
 
@@ -57,6 +62,8 @@ void CConversorRel::AdicionaNomeExistente(const std::string& nome) {
 }
 
 HRESULT CConversorRel::Executa() {
+  // Longer codes would be cut by the first-generation store, and the models be another component's.
+  if (Modulo().size() > kMaximoModulo || Componente().size() > kMaximoComponente) return S_OK;
   const HRESULT inicio = CriaRepositorioRel();
   if (FAILED(inicio)) return inicio;
   BSTR recebidos = nullptr;
@@ -81,7 +88,7 @@ HRESULT CConversorRel::CriaRepositorioRel() {
 void CConversorRel::ConverteModelo(const std::string& nome) {
   if (!rel_ || nome.size() > kMaximoNome) return;
   try {
-    if (existentes_.count(text::Upper(nome)) != 0) {
+    if (existentes_.count(text::Upper(nome)) != 0 && HaDocumento(nome)) {
       ExcluiRel(nome);
     } else {
       Converte(nome);
@@ -96,15 +103,40 @@ void CConversorRel::ConverteModelo(const std::string& nome) {
 void CConversorRel::Converte(const std::string& nome) const {
   CConteudoRel conteudo;
   conteudo.DefineRepositorio(*rel_);
-  if (conteudo.Carrega(nome) != S_OK || !conteudo.Completo()) return;
+  if (conteudo.Carrega(nome) != S_OK || !conteudo.Completo() || !ExportacaoInteira(nome, conteudo)) return;
   if (conteudo.CarregaCatalogo() != S_OK) return;
   CMemStream documento;
   if (GeraDocumento(conteudo, nome, documento) && Armazena(nome, documento)) ExcluiRel(nome);
 }
 
+// A listed name alone is no document yet: it is also that of a folder, of an empty file, or of one with a second dot.
+bool CConversorRel::HaDocumento(const std::string& nome) const {
+  REG_RELATORIO2* lido = nullptr;
+  const HRESULT resultado = Repositorio().Le(NovoBstr(nome).get(), &lido);
+  const TaskBlock<REG_RELATORIO2> registro(lido);
+  const TaskBlock<std::uint8_t> conteudo(lido != nullptr ? lido->lpRelatorio : nullptr);
+  return resultado == S_OK;
+}
+
+// Settings that are there and have not been read whole, because somebody has them open or because they are cut short,
+// would be lost with the model.
+bool CConversorRel::ExportacaoInteira(const std::string& nome, const CConteudoRel& conteudo) const {
+  LONG bytes = 0;
+  if (rel_->BuscaTamanhoRelatorio(NovoBstr(nome + kExtensaoExportacao).get(), &bytes) == S_OK) {
+    return conteudo.TemExportacao() && static_cast<std::size_t>(bytes) >= conteudo.BytesExportacao();
+  }
+  std::string pasta;
+  if (conteudo.TemExportacao() || CCaminhosInstalacao::BuscaCaminhoRelatorios(pasta) != 0) return false;
+  const std::string arquivo = pasta + Modulo() + Componente() + nome + kExtensaoExportacao;
+  return GetFileAttributesA(arquivo.c_str()) == INVALID_FILE_ATTRIBUTES;
+}
+
+// What is there is not overwritten: it may be the document of another station, which has converted the model at the
+// same moment. One that no call could hand out again is not stored.
 bool CConversorRel::Armazena(const std::string& nome, const CMemStream& documento) const {
-  return SUCCEEDED(Repositorio().Grava(NovoBstr(nome).get(), kVersaoDocumento, KESTOR_Sobreescrever,
-                                       static_cast<LONG>(documento.Size()), documento.Buffer()));
+  if (documento.Size() > kMaxConteudo) return false;
+  return Repositorio().Grava(NovoBstr(nome).get(), kVersaoDocumento, KESTOR_NaoSobreescrever,
+                             static_cast<LONG>(documento.Size()), documento.Buffer()) == S_OK;
 }
 
 void CConversorRel::ExcluiRel(const std::string& nome) const {

@@ -37,6 +37,8 @@ class CConversorRel final : public CConversorModelos {
  private:
   HRESULT CriaRepositorioRel();
   void Converte(const std::string& nome) const;
+  bool HaDocumento(const std::string& nome) const;
+  bool ExportacaoInteira(const std::string& nome, const CConteudoRel& conteudo) const;
   bool Armazena(const std::string& nome, const CMemStream& documento) const;
   void ExcluiRel(const std::string& nome) const;
 

@@ -121,6 +121,45 @@ TEST_F(ConversionTest, ADocumentOfTheNameIsKept) {
   EXPECT_TRUE(std::filesystem::exists(File("", ".RXL")) && std::filesystem::exists(File("X", ".RXL")));
 }
 
+// What would be lost if the model went: settings that are in use or cut short, documents that no listing shows, files
+// that are no documents of that name.
+TEST_F(ConversionTest, NothingIsOverwrittenAndNoSettingsAreLost) {
+  tagREG_RELEXPORTACAO settings{};
+  settings.iQtdeItens = 2;
+  for (const char* name : {"Preso", "Curto", "Oculto", "Pasta", "Vazio", "Copia", "Inteiro"}) {
+    WriteModel(name);
+    WriteSettings(name, settings, {{}, {}});
+  }
+  std::filesystem::resize_file(File("Curto", ".REE"), 612 + 228 + 227);
+  WriteFile(File("Oculto", ".RXL"), "hidden");
+  std::string deleted(2 * 264, '\0');
+  deleted.replace(264, 4, "CT01").replace(272, 6, "Oculto");
+  WriteFile(Reports() / "ZNRELDEL.DAT", deleted);
+  std::filesystem::create_directory(File("Pasta", ".RXL"));
+  WriteFile(File("Vazio", ".RXL"), "");
+  WriteFile(File("Copia.bak", ".RXL"), "a copy");
+  CFile held;
+  ASSERT_TRUE(held.Open("D:\\Dados.v2\\Rel\\CT01Preso.REE", CFile::modeRead | CFile::shareDenyNone));
+  EXPECT_EQ(Initialise2(), "0x00000000");
+  for (const char* name : {"Preso", "Curto", "Oculto", "Pasta", "Vazio"}) {
+    EXPECT_TRUE(std::filesystem::exists(File(name, ".REL")) && std::filesystem::exists(File(name, ".REE"))) << name;
+  }
+  EXPECT_EQ(ReadFile(File("Oculto", ".RXL")), "hidden");
+  EXPECT_EQ(ReadFile(File("Vazio", ".RXL")), "");
+  for (const char* name : {"Copia", "Inteiro"}) {
+    EXPECT_FALSE(std::filesystem::exists(File(name, ".REL")) || std::filesystem::exists(File(name, ".REE"))) << name;
+    EXPECT_GT(ReadFile(File(name, ".RXL")).size(), 500U) << name;
+  }
+  held.Close();
+  EXPECT_EQ(Initialise2(), "0x00000000");
+  EXPECT_FALSE(std::filesystem::exists(File("Preso", ".REL")));
+
+  // Codes that the older stores would cut: the models are another component's.
+  WriteFile(Reports() / "CT012Outra.REL", LegacyContent(LegacyModel(), 2).bytes);
+  EXPECT_EQ(Initialise2(u"0123"), "0x00000000");
+  EXPECT_TRUE(std::filesystem::exists(Reports() / "CT012Outra.REL"));
+}
+
 // A maker of writers to whom everything happens: what there is to do is done for the next model all the same.
 class FailingWriters final : public IClassFactory {
  public:

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstring>
 #include <map>
 #include <random>
 
@@ -24,7 +25,9 @@ class InterruptionTest : public ConversionTest {
       LegacyModel model;
       model.columns.assign(i % 2 == 0 ? 1 : 60, {205, 10, 'D'});
       WriteModel(std::to_string(i), model, i % 4);
-      WriteSettings(std::to_string(i), {}, {});
+      tagREG_RELEXPORTACAO settings{};
+      std::strcpy(settings.cCabDescricao, "lost with the settings");
+      WriteSettings(std::to_string(i), settings, {});
     }
   }
 
