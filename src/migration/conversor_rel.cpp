@@ -125,10 +125,15 @@ bool CConversorRel::ExportacaoInteira(const std::string& nome, const CConteudoRe
   if (rel_->BuscaTamanhoRelatorio(NovoBstr(nome + kExtensaoExportacao).get(), &bytes) == S_OK) {
     return conteudo.TemExportacao() && static_cast<std::size_t>(bytes) >= conteudo.BytesExportacao();
   }
+  return !conteudo.TemExportacao() && !HaExportacao(nome);
+}
+
+// Whether there is a file of export settings, also one that somebody has open.
+bool CConversorRel::HaExportacao(const std::string& nome) const {
   std::string pasta;
-  if (conteudo.TemExportacao() || CCaminhosInstalacao::BuscaCaminhoRelatorios(pasta) != 0) return false;
+  if (CCaminhosInstalacao::BuscaCaminhoRelatorios(pasta) != 0) return true;
   const std::string arquivo = pasta + Modulo() + Componente() + nome + kExtensaoExportacao;
-  return GetFileAttributesA(arquivo.c_str()) == INVALID_FILE_ATTRIBUTES;
+  return GetFileAttributesA(arquivo.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
 // What is there is not overwritten: it may be the document of another station, which has converted the model at the
@@ -140,10 +145,11 @@ bool CConversorRel::Armazena(const std::string& nome, const CMemStream& document
 }
 
 void CConversorRel::ExcluiRel(const std::string& nome) const {
-  // The export settings go first: of a server that is killed in between, the model is left, which the next migration
-  // deletes, and not settings without a model, which nobody would.
+  // The export settings go first, and the model only behind them: of a server that is killed in between, or that meets
+  // another station in the settings, the model is left, which the next migration deletes, and not settings without a
+  // model, which nobody would.
   rel_->ExcluiRelatorio(NovoBstr(nome + kExtensaoExportacao).get());
-  rel_->ExcluiRelatorio(NovoBstr(nome).get());
+  if (!HaExportacao(nome)) rel_->ExcluiRelatorio(NovoBstr(nome).get());
 }
 
 }  // namespace kestor

@@ -39,6 +39,7 @@ class CConversorRel final : public CConversorModelos {
   void Converte(const std::string& nome) const;
   bool HaDocumento(const std::string& nome) const;
   bool ExportacaoInteira(const std::string& nome, const CConteudoRel& conteudo) const;
+  bool HaExportacao(const std::string& nome) const;
   bool Armazena(const std::string& nome, const CMemStream& documento) const;
   void ExcluiRel(const std::string& nome) const;
 

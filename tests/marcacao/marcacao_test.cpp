@@ -212,8 +212,8 @@ TEST_F(MarkupTest, HugeDocumentsAreReadInProportion) {
   EXPECT_EQ(many.elements.front().attributes.size(), 1U);
 
   Recorder longValue({"b"});
-  EXPECT_EQ(Read("<a b='" + std::string(50'000'000, 'x') + "'/>", longValue), S_OK);
-  EXPECT_EQ(longValue.elements.front().attributes.front().second.size(), 50'000'000U);
+  EXPECT_EQ(Read("<a b='" + std::string(8'000'000, 'x') + "'/>", longValue), S_OK);
+  EXPECT_EQ(longValue.elements.front().attributes.front().second.size(), 8'000'000U);
 }
 
 }  // namespace
