@@ -1,7 +1,6 @@
 // Random models with random catalogues and export settings: what their documents must hold is computed here from what
 // was written, apart from how the server reads it.
 #include <algorithm>
-#include <cstring>
 #include <map>
 
 #include "conversion_fixture.h"
@@ -47,8 +46,8 @@ class RandomInstallation : public RandomModel {
   std::vector<tagREG_RELEXPORTACAO_ITEM> Items() {
     std::vector<tagREG_RELEXPORTACAO_ITEM> items(Below(7));
     for (tagREG_RELEXPORTACAO_ITEM& item : items) {
-      std::strcpy(item.cConteudo, ("12.3" + std::to_string(Below(100))).c_str());
-      std::strcpy(item.cApelido, ("I" + std::to_string(Below(100))).c_str());
+      ("12.3" + std::to_string(Below(100))).copy(item.cConteudo, sizeof item.cConteudo - 1);
+      ("I" + std::to_string(Below(100))).copy(item.cApelido, sizeof item.cApelido - 1);
       item.cTipo = "AFNVX"[Below(5)];
     }
     return items;
@@ -63,7 +62,7 @@ class RandomInstallation : public RandomModel {
 };
 
 std::string FixedContent(const tagREG_RELEXPORTACAO_ITEM& item) {
-  const std::string text = item.cConteudo;  // "12.3" and one or two digits
+  std::string text = item.cConteudo;  // "12.3" and one or two digits
   if (item.cTipo == 'A' || item.cTipo == 'F') return text;
   if (item.cTipo == 'N') return text.substr(0, 2) + text.substr(3);
   return item.cTipo == 'V' ? text.substr(0, 2) + "," + text.substr(3) : "";
