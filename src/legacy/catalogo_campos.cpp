@@ -97,6 +97,19 @@ void PreencheRegistro(const Linha& linha, tagREG_CAMPOS_RELATORIO2& registro) {
   registro.cAlinhamento = text::UpperChar(linha.Primeiro(kAlinhamento));
 }
 
+// As many as a byte can count go at a time, which the compiler turns into a few instructions.
+std::size_t ContaLf(const char* inicio, const char* fim) {
+  constexpr std::ptrdiff_t kBloco = 255;
+  std::size_t total = 0;
+  while (inicio != fim) {
+    std::uint8_t doBloco = 0;
+    for (const char* const bloco = inicio + std::min(kBloco, fim - inicio); inicio != bloco; ++inicio)
+      doBloco = static_cast<std::uint8_t>(doBloco + (*inicio == '\n' ? 1 : 0));
+    total += doBloco;
+  }
+  return total;
+}
+
 // Shows the first `limite` lines, without what ends them. `nulo`: the first NUL, or null.
 template <typename Visita>
 void PercorreLinhas(const Bytes& conteudo, const char* nulo, std::size_t limite, const Visita& visita) {
@@ -147,9 +160,10 @@ HRESULT CCatalogoCampos::Le(const std::string& caminho) {
 }
 
 std::size_t CCatalogoCampos::Quantidade(std::size_t limite) const {
-  std::size_t quantidade = 0;
-  PercorreLinhas(lido_.bytes, nulo_, limite, [&quantidade](std::size_t, std::string_view) { ++quantidade; });
-  return quantidade;
+  const char* const inicio = lido_.bytes.data();
+  const char* const fim = nulo_ != nullptr ? nulo_ : inicio + lido_.bytes.size();
+  const std::size_t semFim = nulo_ != nullptr ? 0 : 1;
+  return std::min(limite, ContaLf(inicio, fim) + semFim);
 }
 
 void CCatalogoCampos::Preenche(tagREG_CAMPOS_RELATORIO* registros, std::size_t quantidade) const {
