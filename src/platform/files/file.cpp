@@ -22,6 +22,7 @@ struct CFile::OpenFile {
   std::unique_ptr<files::Replacement> replacement;  // of a file that is written as a whole
   LONGLONG position = 0;
   off_t lengthAtOpening = std::numeric_limits<off_t>::max();  // not known
+  bool keepsLength = false;                                   // that one: nobody writes to it
   bool written = false;
   DWORD writeError = ERROR_SUCCESS;  // of the last write
 
@@ -98,6 +99,7 @@ BOOL CFile::Open(const char* path, UINT flags, CFileException* error) {
       open->written = mode->truncate;
     } else {
       code = files::OpenExisting(translated, *mode, &open->own, &open->lengthAtOpening);
+      open->keepsLength = !open->writes && mode->share.denies != Denial::none;
     }
   }
   if (code == ERROR_SUCCESS) {
@@ -162,6 +164,7 @@ LONGLONG CFile::Seek(LONGLONG offset, UINT from) {
 
 ULONGLONG CFile::GetLength() const {
   if (!m_open) throw CFileException::FromOsError(ERROR_INVALID_HANDLE);
+  if (m_open->keepsLength) return static_cast<ULONGLONG>(m_open->lengthAtOpening);
   struct stat status = {};
   m_open->Check(host::Stat(m_open->File(), &status));
   return static_cast<ULONGLONG>(status.st_size);
