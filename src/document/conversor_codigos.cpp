@@ -2,12 +2,13 @@
 
 #include <cstring>
 #include <exception>
-#include <limits>
 #include <memory>
 #include <utility>
 
+#include "common/arquivos_modelo.h"
 #include "common/texto_bstr.h"
 #include "document/doc_relatorio.h"
+#include "platform/text/text.h"
 
 namespace kestor {
 
@@ -31,14 +32,19 @@ bool LeDocumento(IZNPL_Relatorio2& repositorio, const std::string& nome, CDocRel
   return documento.CarregaConteudo(*registro);
 }
 
-void GravaDocumento(IZNPL_Relatorio2& repositorio, const CDocRelatorio& documento) {
+// A document may come from anywhere: the name that it bears must not lead out of the reports folder.
+bool EhNomeDeModelo(const std::string& nome) {
+  return nome.find_first_of("\\/:") == std::string::npos;
+}
+
+bool GravaDocumento(IZNPL_Relatorio2& repositorio, const CDocRelatorio& documento) {
   const std::unique_ptr<CMemStream> conteudo = documento.GeraConteudo();
   const OwnedBstr nome(BstrDeTexto(documento.nome));
   // Without content the document could not be written, and the stored one stays.
-  if (!conteudo || conteudo->Size() == 0 || !nome) return;
-  if (conteudo->Size() > static_cast<ULONG>(std::numeric_limits<LONG>::max())) return;
-  repositorio.Grava(nome.get(), kVersaoDocumento, KESTOR_Sobreescrever, static_cast<LONG>(conteudo->Size()),
-                    conteudo->Buffer());
+  if (!conteudo || conteudo->Size() == 0 || !nome) return false;
+  if (conteudo->Size() > kMaxConteudo) return false;
+  return repositorio.Grava(nome.get(), kVersaoDocumento, KESTOR_Sobreescrever, static_cast<LONG>(conteudo->Size()),
+                           conteudo->Buffer()) == S_OK;
 }
 
 }  // namespace
@@ -79,8 +85,9 @@ bool CConversorCodigos::Renumera(std::uint16_t& codigo) const {
 
 template <typename Registro>
 void CConversorCodigos::AlteraLista(std::vector<Registro>& lista, char tagREG_CAMPOS_RELATORIO2::*permissao) const {
-  std::erase_if(lista, [&](Registro& registro) {
+  for (Registro& registro : lista)
     Renumera(registro.codigo);
+  std::erase_if(lista, [&](const Registro& registro) {
     const tagREG_CAMPOS_RELATORIO2* campo = BuscaCampo(registro.codigo);
     return campo != nullptr && campo->*permissao == 0;
   });
@@ -97,12 +104,16 @@ void CConversorCodigos::Altera(CDocRelatorio& documento) const {
   AlteraLista(documento.filtro.condicoes, &tagREG_CAMPOS_RELATORIO2::bPodeFiltrar);
 }
 
-void CConversorCodigos::ConverteModelo(const std::string& nome) {
+void CConversorCodigos::ConverteModelo(std::string_view nome) {
   try {
+    const std::string lido = text::Upper(nome);
+    if (gravados_.contains(lido)) return;
     CDocRelatorio documento;
-    if (!LeDocumento(Repositorio(), nome, documento)) return;
+    if (!LeDocumento(Repositorio(), std::string(nome), documento) || !EhNomeDeModelo(documento.nome)) return;
     Altera(documento);
-    GravaDocumento(Repositorio(), documento);
+    const std::string gravado = text::Upper(documento.nome);
+    const bool anotado = gravado != lido && gravados_.insert(gravado).second;
+    if (!GravaDocumento(Repositorio(), documento) && anotado) gravados_.erase(gravado);
   } catch (const std::bad_alloc&) {
     // The model stays as it is; the others have their turn.
   }

@@ -3,7 +3,9 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "document/conversor_modelos.h"
@@ -21,8 +23,9 @@ class CConversorCodigos final : public CConversorModelos {
 
   // Renumbers the codes in one model, gives renumbered columns the titles of the catalogue, removes sort keys, totals
   // and conditions that the catalogue does not allow for their field, and stores the document under the name that it
-  // bears itself. A model that cannot be read as a document stays as it is.
-  void ConverteModelo(const std::string& nome) override;
+  // bears itself. A model stays as it is that cannot be read as a document, whose document bears no name of a model, or
+  // that has got its content from another model's document before: its codes are new.
+  void ConverteModelo(std::string_view nome) override;
 
  private:
   bool CarregaCatalogo();
@@ -35,6 +38,7 @@ class CConversorCodigos final : public CConversorModelos {
 
   std::unordered_map<std::uint16_t, tagREG_CAMPOS_RELATORIO2> mapaCatalogo_;
   std::unordered_map<std::uint16_t, std::uint16_t> mapaCodigos_;
+  std::unordered_set<std::string> gravados_;  // under another name than that of the model read; upper case
 };
 
 }  // namespace kestor

@@ -3,6 +3,8 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/text/text.h"
+
 namespace kestor {
 
 CConversorModelos::CConversorModelos(IZNPL_Relatorio2& repositorio, std::string modulo, std::string componente)
@@ -17,8 +19,14 @@ HRESULT CConversorModelos::Executa() {
   if (FAILED(resultado) || recebida == nullptr) return resultado;
   const TaskBlock<REG_ARRAY_RELATORIO2> lista(recebida);
   const TaskBlock<tagREG_NOME_RELATORIO2> nomes(lista->pregRelatorios);
-  for (std::size_t i = 0; i < lista->nQtdeRelatorios; ++i)
-    ConverteModelo(nomes.get()[i].szNomeRelatorio);
+  std::string_view anterior;
+  for (std::size_t i = 0; i < lista->nQtdeRelatorios; ++i) {
+    const std::string_view nome = nomes.get()[i].szNomeRelatorio;
+    // Files whose names differ behind a dot are listed as one name, one after the other: the model of that name must
+    // not be converted twice.
+    if (i == 0 || !text::EqualNoCase(nome, anterior)) ConverteModelo(nome);
+    anterior = nome;
+  }
   return resultado;
 }
 

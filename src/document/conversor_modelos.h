@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "contract/interfaces.h"
 
@@ -16,11 +17,11 @@ class CConversorModelos {
   CConversorModelos(const CConversorModelos&) = delete;
   CConversorModelos& operator=(const CConversorModelos&) = delete;
 
-  // Converts every model that the store lists, in the order of the list. The result is that of listing.
+  // Converts every model that the store lists once, in the order of the list. The result is that of listing.
   virtual HRESULT Executa();
 
-  // Converts one model (code page 1252); what cannot be converted is left as it is.
-  virtual void ConverteModelo(const std::string& nome) = 0;
+  // Converts one model (code page 1252); what cannot be converted is left as it is. Throws nothing.
+  virtual void ConverteModelo(std::string_view nome) = 0;
 
  protected:
   IZNPL_Relatorio2& Repositorio() const { return *repositorio_; }

@@ -15,8 +15,8 @@ class CRelConverte final : public ObjetoContado<IZNPL_RelConverte> {
   CRelConverte(ContagemServidor& servidor, CriaRepositorio criaRepositorio);
 
   // Renumbers field codes in all models of a module and component, which are initialised for that first. What happens
-  // to each model does not show in the result, which is that of initialising or listing. E_OUTOFMEMORY without a store;
-  // E_INVALIDARG when pairs are promised and not given. Nothing is changed in these cases.
+  // to each model does not show in the result, which is that of initialising or listing. E_OUTOFMEMORY without a store
+  // or catalogue; E_INVALIDARG when pairs are promised and not given. Nothing is renumbered in these cases.
   HRESULT AlteraCodigoCampos(BSTR modulo, BSTR componente, LONG nQtdeCampos,
                              REL_CODIGO_CAMPOS_ALTERADOS* aCodigoAlterados) override;
 

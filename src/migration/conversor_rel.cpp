@@ -71,11 +71,14 @@ HRESULT CConversorRel::Executa() {
   const OwnedBstr lista(recebidos);
   if (FAILED(listagem)) return listagem;
 
+  // Two flushed removals a model would cost as much as all the rest. A model whose removal a power failure undoes is
+  // found to be converted, and removed, by the next initialisation.
+  const files::GroupedRemovals remocoes;
   const std::string nomes = TextoDeBstr(lista.get());
   for (std::string_view resto = nomes; !resto.empty();) {
     const std::string_view nome = resto.substr(0, resto.find(kSeparadorNomes));
     resto.remove_prefix(std::min(nome.size() + 1, resto.size()));
-    ConverteModelo(std::string(nome));
+    ConverteModelo(nome);
   }
   return S_OK;
 }
@@ -85,9 +88,10 @@ HRESULT CConversorRel::CriaRepositorioRel() {
   return rel_->Inicializa(nullptr, NovoBstr(Modulo()).get(), NovoBstr(Componente()).get());
 }
 
-void CConversorRel::ConverteModelo(const std::string& nome) {
-  if (!rel_ || nome.size() > kMaximoNome) return;
+void CConversorRel::ConverteModelo(std::string_view listado) {
+  if (!rel_ || listado.size() > kMaximoNome) return;
   try {
+    const std::string nome(listado);
     if (existentes_.count(text::Upper(nome)) != 0 && HaDocumento(nome)) {
       ExcluiRel(nome);
     } else {

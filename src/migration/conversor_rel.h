@@ -32,7 +32,7 @@ class CConversorRel final : public CConversorModelos {
   HRESULT Executa() override;
 
   // Needs the store that Executa makes. Names of more than 255 characters are left alone.
-  void ConverteModelo(const std::string& nome) override;
+  void ConverteModelo(std::string_view nome) override;
 
  private:
   HRESULT CriaRepositorioRel();

@@ -80,6 +80,7 @@ HRESULT CRepositorioRel2::Grava(BSTR bsRelatorio, USHORT nVersao, unsigned char 
                                 unsigned char* lpRelatorio) {
   if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
   if (nTamanho < 0 || (nTamanho > 0 && lpRelatorio == nullptr)) return E_INVALIDARG;
+  if (static_cast<std::size_t>(nTamanho) > kMaxConteudo) return E_INVALIDARG;  // nobody could read it again
 
   const std::string nome = TextoDeBstr(bsRelatorio);
   const std::string caminho = CaminhoGravado(nome);

@@ -189,6 +189,30 @@ TEST_F(RenumberingTest, EachFileOfAFolder) {
   }
 }
 
+// No code is replaced twice, and no file outside the folder, whatever names the documents bear.
+TEST_F(RenumberingTest, NamesOfDocuments) {
+  WriteCatalogue({});
+  CDocRelatorio d;
+  d.camposEscolhidos.campos = {Column(150)};
+  const auto put = [&](const std::string& name, const std::string& ownName) {
+    d.nome = ownName;
+    WriteModel(name, Content(d));
+  };
+  put("A", "b");
+  put("B", "B");
+  put("Fora", "\\..\\..\\Contabil\\XCT01.REL");
+  put("M", "M");
+  put("m.v2", "M");  // listed as m
+  EXPECT_EQ(Renumber({{150, 160}, {160, 170}}), S_OK);
+  EXPECT_EQ(support::ReadFile(home_.Data() / "Contabil" / "XCT01.REL"), "");
+  const std::map<std::string, std::string> expected = {
+      {"A", "150title | | |"}, {"b", "160title | | |"}, {"M", "160title | | |"}, {"Fora", "150title | | |"}};
+  for (const auto& [name, codes] : expected) {
+    CDocRelatorio now;
+    EXPECT_EQ(Codes(ReadModel(name, now)), codes) << name;
+  }
+}
+
 TEST_F(RenumberingTest, WithoutCatalogueModelsAreOnlyNormalised) {
   CDocRelatorio d;
   d.nome = "M";

@@ -95,6 +95,8 @@ TEST_F(ModelsTest, FlagsAndFailures) {
   EXPECT_EQ(Write(u"a", "new", KESTOR_NaoSobreescrever | KESTOR_VerificarModelosDemoExcluidos), kExists);
   EXPECT_EQ(Write(u"B", "new", KESTOR_VerificarModelosDemoExcluidos), kDone);
   EXPECT_EQ(store_->Grava(Text(u"A"), 1, 0, -1, nullptr), E_INVALIDARG);
+  unsigned char byte = 0;  // more of them than Le would give back are not even looked at
+  EXPECT_EQ(store_->Grava(Text(u"A"), 1, 0, 134'213'633, &byte), E_INVALIDARG);
   EXPECT_EQ(Read(u"A"), "old");
 
   WriteFile(Folder() / "CT01One.RXL", "1");

@@ -1,4 +1,6 @@
 // Removing and renaming files.
+#include <optional>
+
 #include "files.h"
 #include "folder_index.h"
 #include "host_error.h"
@@ -15,6 +17,16 @@ bool SameFolder(const host::Descriptor& a, const host::Descriptor& b) {
   return host::Stat(a, &first) == 0 && host::Stat(b, &second) == 0 && host::SameFile(first, second);
 }
 
+// The folder whose removals this thread flushes together; a value without a descriptor before the first of them.
+thread_local std::optional<host::Descriptor> groupedFolder;
+
+DWORD FlushRemoval(host::Descriptor folder) {
+  if (!groupedFolder) return OsError(host::Sync(folder));
+  if (!*groupedFolder) *groupedFolder = std::move(folder);
+  // Another folder than the group's.
+  return folder && !SameFolder(*groupedFolder, folder) ? OsError(host::Sync(folder)) : ERROR_SUCCESS;
+}
+
 DWORD RemoveFile(std::string_view text) {
   PathName path;
   if (const DWORD error = TranslateFilePath(text, &path); error != ERROR_SUCCESS) return error;
@@ -24,7 +36,7 @@ DWORD RemoveFile(std::string_view text) {
   if (host::IsReadOnly(location.status)) return ERROR_ACCESS_DENIED;
   if (const int error = host::Unlink(location.folder, location.name); error != 0) return OsError(error);
   FolderIndexes::OfProcess().CatchUp();
-  return OsError(host::Sync(location.folder));
+  return FlushRemoval(std::move(location.folder));
 }
 
 // One renaming of a file: finds both names, and is begun anew when others have changed them before they are held.
@@ -84,6 +96,17 @@ DWORD RenameFile(std::string_view oldText, std::string_view newText) {
 }
 
 }  // namespace
+
+GroupedRemovals::GroupedRemovals() : m_outermost(!groupedFolder) {
+  if (m_outermost) groupedFolder.emplace();
+}
+
+GroupedRemovals::~GroupedRemovals() {
+  if (!m_outermost) return;
+  if (*groupedFolder) host::Sync(*groupedFolder);
+  groupedFolder.reset();
+}
+
 }  // namespace files
 
 void CFile::Remove(const char* path) {

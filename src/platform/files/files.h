@@ -133,6 +133,26 @@ class CFile {
   std::unique_ptr<OpenFile> m_open;
 };
 
+// ---- Many removals -------------------------------------------------------------------------------------------------
+
+namespace files {
+
+// While one lives, the removals that its thread makes in one folder (that of the first) are flushed together when it
+// ends, or by the next file that takes its name in that folder. For work that is simply done again where a power
+// failure has undone its end; whether that flushing succeeds is not told. One within another does nothing.
+class GroupedRemovals {
+ public:
+  GroupedRemovals();
+  ~GroupedRemovals();
+  GroupedRemovals(const GroupedRemovals&) = delete;
+  GroupedRemovals& operator=(const GroupedRemovals&) = delete;
+
+ private:
+  const bool m_outermost;
+};
+
+}  // namespace files
+
 // ---- Attributes ----------------------------------------------------------------------------------------------------
 
 inline constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
