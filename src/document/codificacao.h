@@ -113,8 +113,7 @@ class Palavras {
     return true;
   }
 
-  const char* Escreve(std::int32_t valor, Rascunho& /*rascunho*/) const { return Palavra(valor); }
-  const char* Palavra(std::int32_t valor) const {
+  const char* Escreve(std::int32_t valor, Rascunho& /*rascunho*/) const {
     return valor >= 0 && valor < quantidade_ ? palavras_[valor] : outraPalavra_;
   }
 

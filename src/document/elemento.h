@@ -115,7 +115,7 @@ class LeituraElementos {
 
   // Reads the element that `caminho` (of `restantes` names) leads to from `elemento`, which stands for `registro`; the
   // element itself with none. E_FAIL when there is no such element, or when it cannot be read: a record of a list is
-  // dropped then, other fields keep what was read before.
+  // dropped then, other fields keep what was read before. Throws std::bad_alloc.
   template <typename Descricao, typename Registro>
   HRESULT Le(const Descricao& elemento, Registro& registro, const std::string* caminho, std::size_t restantes) const {
     const bool lido =
@@ -194,7 +194,10 @@ class LeituraElementos {
   template <typename Registro, typename Campo, typename Codificacao>
   bool LeValor(const Atributo<Registro, Campo, Codificacao>& atributo, Registro& registro) const {
     const char* texto = nullptr;
-    if (atributos_ == nullptr || FAILED(atributos_->BuscaValor(atributo.nome, &texto))) return false;
+    const HRESULT busca = atributos_ == nullptr ? E_FAIL : atributos_->BuscaValor(atributo.nome, &texto);
+    // An attribute that is there and does not fit into memory must not count as one that is missing.
+    if (busca == E_OUTOFMEMORY) throw std::bad_alloc();
+    if (FAILED(busca)) return false;
     return atributo.codificacao.Le(texto != nullptr ? texto : "", registro.*atributo.campo);
   }
 

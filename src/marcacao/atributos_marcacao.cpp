@@ -13,6 +13,7 @@ constexpr std::size_t kBytesGuardados = 65536;
 
 constexpr IID IID_Propria = {0xE36C2EF5, 0x4C0C, 0x49AB, {0x9B, 0x4A, 0x61, 0x5D, 0x5D, 0x0E, 0x2B, 0x7C}};
 
+// The list that went last, with the memory it has: a document has some hundred elements, one list after the other.
 thread_local std::unique_ptr<CAtributosMarcacao> guardada;
 
 }  // namespace

@@ -125,7 +125,7 @@ void AcrescentaValor(const char* valor, Acumulador& marca) {
   const Escapes& escapes = TabelaEscapes();
   while (*valor != '\0') {
     char* c = marca.Espaco(kPedaco * Escapes::kMaximo);
-    for (const char* const fim = valor + kPedaco; valor != fim && *valor != '\0'; ++valor) {
+    for (std::size_t i = 0; i < kPedaco && *valor != '\0'; ++i, ++valor) {
       if (escapes.EhSimples(*valor)) {
         *c++ = *valor;
       } else {
