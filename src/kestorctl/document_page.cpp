@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
+#include <charconv>
+#include <map>
 
 #include "field_table.h"
 #include "platform/text/text.h"
@@ -33,10 +34,16 @@ constexpr std::array kOperators = {"is", "is not", "is above", "is at least", "i
 constexpr std::array kConnectors = {"and", "or"};
 constexpr std::array kItemTypes = {"text", "number"};
 
+// The shortest digits that are read back as the same value.
 std::string Decimal(float value) {
   std::array<char, 64> digits{};
-  std::snprintf(digits.data(), digits.size(), "%g", static_cast<double>(value));
-  return digits.data();
+  return {digits.data(),
+          std::to_chars(digits.data(), digits.data() + digits.size(), value, std::chars_format::fixed).ptr};
+}
+
+// The number that is written with the same digits.
+double Number(float value) {
+  return text::ToDouble(Decimal(value));
 }
 
 std::string Quoted(const std::string& ansi) {
@@ -66,14 +73,23 @@ std::string Heading(const std::string& text) {
   return '\n' + text + '\n';
 }
 
-// The titles of the columns, by which a person knows the field codes.
-std::string FieldName(const CDocRelatorio& document, std::uint16_t code) {
-  const auto& columns = document.camposEscolhidos.campos;
-  const auto column = std::find_if(columns.begin(), columns.end(),
-                                   [code](const CampoEscolhido& c) { return !c.fixo && c.codigo == code; });
-  const std::string number = std::to_string(code);
-  return column == columns.end() ? number : number + " (" + Printable(ToUtf8(column->cabecalho)) + ")";
-}
+// The field codes with the titles of their columns, by which a person knows them.
+class FieldNames {
+ public:
+  explicit FieldNames(const CDocRelatorio& document) {
+    for (const CampoEscolhido& column : document.camposEscolhidos.campos) {
+      if (!column.fixo) titles_.emplace(column.codigo, Printable(ToUtf8(column.cabecalho)));
+    }
+  }
+
+  std::string Of(std::uint16_t code) const {
+    const auto title = titles_.find(code);
+    return std::to_string(code) + (title == titles_.end() ? "" : " (" + title->second + ")");
+  }
+
+ private:
+  std::map<std::uint16_t, std::string> titles_;  // of the first column of a code
+};
 
 std::string Columns(const CDocRelatorio& document) {
   std::vector<TableRow> rows;
@@ -89,30 +105,30 @@ std::string Columns(const CDocRelatorio& document) {
              rows);
 }
 
-std::string Sorting(const CDocRelatorio& document) {
+std::string Sorting(const CDocRelatorio& document, const FieldNames& names) {
   std::string lines;
   for (const CampoOrdenacao& key : document.ordenacao.campos)
-    lines += "  by " + FieldName(document, key.codigo) + ", between groups " + Word(kSeparators, key.separador) + '\n';
+    lines += "  by " + names.Of(key.codigo) + ", between groups " + Word(kSeparators, key.separador) + '\n';
   if (!lines.empty()) lines = Heading("Sorted") + lines;
   return document.ordenacao.somenteTotais ? lines + Heading("Totals only") : lines;
 }
 
-std::string Totals(const CDocRelatorio& document) {
+std::string Totals(const CDocRelatorio& document, const FieldNames& names) {
   std::string lines;
   for (const CampoTotalizacao& total : document.ordenacao.totalizacoes) {
     std::string where = total.naQuebra ? "at each break" : "";
     if (total.geral) where += where.empty() ? "at the end" : " and at the end";
-    lines += "  " + FieldName(document, total.codigo) + (where.empty() ? "" : " " + where) + '\n';
+    lines += "  " + names.Of(total.codigo) + (where.empty() ? "" : " " + where) + '\n';
   }
   return lines.empty() ? lines : Heading("Totals") + lines;
 }
 
-std::string Filter(const CDocRelatorio& document) {
+std::string Filter(const CDocRelatorio& document, const FieldNames& names) {
   std::string lines;
   for (const CondicaoFiltro& condition : document.filtro.condicoes) {
     const std::string connector = lines.empty() ? "" : Word(kConnectors, condition.comparador) + " ";
-    lines += "  " + connector + FieldName(document, condition.codigo) + " " + Word(kOperators, condition.operador) +
-             " " + Quoted(condition.valorComparar) + '\n';
+    lines += "  " + connector + names.Of(condition.codigo) + " " + Word(kOperators, condition.operador) + " " +
+             Quoted(condition.valorComparar) + '\n';
   }
   return lines.empty() ? lines : Heading("Lines where") + lines;
 }
@@ -155,8 +171,8 @@ std::string Export(const CSecaoExportacao& lines) {
 // ---- The object ----------------------------------------------------------------------------------------------------
 
 Json PageObject(const CSecaoImpressao& page) {
-  return {{"leftMargin", page.margemEsquerda},
-          {"topMargin", page.margemSuperior},
+  return {{"leftMargin", Number(page.margemEsquerda)},
+          {"topMargin", Number(page.margemSuperior)},
           {"firstPage", page.paginaInicial},
           {"truncateColumns", page.truncarColunas},
           {"numbering", Word(kNumberings, page.tipoNumeracao)},
@@ -199,9 +215,10 @@ Json List(const std::vector<Record>& records, const Convert& convert) {
 std::string DocumentPage(const CDocRelatorio& document) {
   const bool hasPeriod = document.dataInicial != 0 || document.dataFinal != 0;
   const std::string period = std::to_string(document.dataInicial) + " to " + std::to_string(document.dataFinal);
+  const FieldNames names(document);
   return Line("report", Printable(ToUtf8(document.nome))) + Line("period", hasPeriod ? period : "") +
-         Columns(document) + Sorting(document) + Totals(document) + Filter(document) + PageSetUp(document.impressao) +
-         Export(document.exportacao);
+         Columns(document) + Sorting(document, names) + Totals(document, names) + Filter(document, names) +
+         PageSetUp(document.impressao) + Export(document.exportacao);
 }
 
 Json DocumentObject(const CDocRelatorio& document) {

@@ -9,6 +9,9 @@ namespace kestorctl {
 
 namespace {
 
+// One long text must not make every line as long as itself.
+constexpr std::size_t kWidest = 60;
+
 bool IsFirstByte(char byte) {
   return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
 }
@@ -20,7 +23,7 @@ std::size_t Characters(std::string_view utf8) {
 std::string Line(const std::vector<TableColumn>& columns, const TableRow& row, const std::vector<std::size_t>& widths) {
   std::string line;
   for (std::size_t i = 0; i < columns.size(); ++i) {
-    const std::string padding(widths[i] - Characters(row[i]), ' ');
+    const std::string padding(widths[i] - std::min(widths[i], Characters(row[i])), ' ');
     line += columns[i].toTheRight ? padding + row[i] : row[i] + padding;
     line += "  ";
   }
@@ -38,7 +41,7 @@ std::string TextTable(const std::vector<TableColumn>& columns, const std::vector
   for (TableRow& line : lines) {
     for (std::size_t i = 0; i < columns.size(); ++i) {
       line[i] = Printable(line[i]);
-      widths[i] = std::max(widths[i], Characters(line[i]));
+      widths[i] = std::max(widths[i], std::min(kWidest, Characters(line[i])));
     }
   }
   std::string table;

@@ -1,4 +1,4 @@
-// Tables for people: columns under their heads, as wide as what stands in them.
+// Tables for people: columns under their heads, as wide as what stands in them; longer texts stand out.
 #pragma once
 
 #include <string>
