@@ -165,6 +165,12 @@ std::vector<std::string> ExistingReportsFiles(std::vector<std::string> names) {
   return names;
 }
 
+std::filesystem::path ReportsFilePath(const std::string& name) {
+  std::string host;
+  files::HostPath((Reports().desktopPath + text::FromUtf8(name)).c_str(), &host);
+  return host;
+}
+
 std::string ExplainCatalogue(const std::string& module, const std::string& codes) {
   std::string folder;
   if (CCaminhosInstalacao::BuscaCaminhoModulo(module, folder) != 0) return {};

@@ -1,6 +1,7 @@
 // What is wrong with an installation, as far as its home tells.
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,5 +39,8 @@ std::string ExplainCatalogue(const std::string& module, const std::string& codes
 
 // Those of the files that the reports folder has, also when they are in use. Names with extension, in UTF-8.
 std::vector<std::string> ExistingReportsFiles(std::vector<std::string> names);
+
+// Where a file of the reports folder lies, if it is there; as above.
+std::filesystem::path ReportsFilePath(const std::string& name);
 
 }  // namespace kestorctl

@@ -110,19 +110,28 @@ TEST_F(Documents, APageForPeopleAndAnObjectForPrograms) {
 
 TEST_F(Documents, RenumberingTellsWhatItLeftAlone) {
   PutAllModels();
+  Run({"migrate", "CT", "01"});
   support::WriteFile(Reports() / "CT01Dois.RXL", std::string("\2\0x", 3));
+  std::filesystem::copy(Reports() / "CT01Razao.RXL", Reports() / "CT01Copia.RXL");
   const Outcome renumbered = Run({"renumber", "CT", "01", "302=301", "101=110"});
   EXPECT_EQ(renumbered.status, 0);
-  EXPECT_EQ(renumbered.output, "not changed: Dois: a content of version 2 is no report document\n");
+  EXPECT_EQ(renumbered.output,
+            "renumbered: Balancete\n"
+            "not changed: Copia: its document bears another name, \"Razao\"\n"
+            "not changed: Dois: a content of version 2 is no report document\n"
+            "renumbered: Plano de contas\n"
+            "renumbered: Razao\n");
   const json columns = Run({"--json", "show", "CT", "01", "Balancete"}).Document()["document"]["columns"];
   EXPECT_EQ(columns[0]["title"], "ContaReferencial");
   EXPECT_EQ(columns[2]["code"], 301);
   EXPECT_EQ(Run({"--json", "show", "CT", "01", "Razao"}).Document()["document"]["sortKeys"][0]["code"], 110);
 
-  for (const char* pair : {"", "1", "a=1", "1=", "70000=1", "1=2=3", "-1=5"})
+  for (const char* pair : {"", "1", "a=1", "1=", "70000=1", "1=2=3", "-1=5", "302=99"})
     EXPECT_EQ(Run({"renumber", "CT", "01", "--", pair}).status, 2) << pair;
   EXPECT_EQ(Run({"renumber", "CT", "01"}).status, 2);
-  ExpectTold(Run({"renumber", "ZZ", "01", "1=2"}), 1, "0x80043F59");
+  ExpectTold(Run({"renumber", "ZZ", "01", "1=200"}), 1, "0x80043F59");
+  std::filesystem::remove(Contabil() / "XCT01.REL");
+  ExpectTold(Run({"renumber", "CT", "01", "301=302"}), 1, "0x80040001");
 }
 
 }  // namespace
