@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <csignal>
 #include <filesystem>
 #include <string>
 #include <system_error>
@@ -93,8 +92,6 @@ void AtendeClientes(CModuloServidor& modulo, DWORD pausaFinalMs) {
 }
 
 int ExecutaServidor() {
-  // A limit on file sizes, inherited from whoever started the process, is a failed write and not its end.
-  std::signal(SIGXFSZ, SIG_IGN);
   const char* linha = GetCommandLineA();
   CoInitialize(nullptr);
   CoInitializeSecurity(nullptr, -1, nullptr, nullptr, kAutenticacaoNenhuma, kPersonificacao, nullptr, 0, nullptr);

@@ -1,6 +1,7 @@
 // Clients and the real server process: starting on demand, sharing, ending, dying.
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -149,6 +150,26 @@ TEST(Activation, StartersLimitsDoNotEndTheServer) {
   EXPECT_EQ(starter.Wait(), 0);
   auto store = OpenStore();
   EXPECT_EQ(WriteModel(*store, u"Grande", std::string(1000000, 'g')), S_OK);
+}
+
+// Also when somebody starts it by hand, without the runtime that takes care of descriptors.
+TEST(Activation, ServersDropWhatTheirStartersHave) {
+  const Installation installation;
+  Child server([] {
+    umask(0);
+    const rlimit cores{1 << 20, 1 << 20};
+    setrlimit(RLIMIT_CORE, &cores);
+    dup2(STDERR_FILENO, 500);
+    execl(KESTOR_EXECUTABLE, KESTOR_EXECUTABLE, "-Embedding", nullptr);
+    return 127;
+  });
+  ASSERT_TRUE(WaitUntil([&] { return installation.ServerPid() == server.Pid(); }));
+  const std::string process = "/proc/" + std::to_string(server.Pid());
+  EXPECT_THAT(support::ReadFile(process + "/status"), testing::HasSubstr("Umask:\t0002"));
+  EXPECT_THAT(support::ReadFile(process + "/limits"), testing::ContainsRegex("Max core file size +0 +0"));
+  EXPECT_EQ(support::ReadFile(process + "/coredump_filter"), "00000000\n");
+  EXPECT_FALSE(std::filesystem::is_symlink(process + "/fd/500"));
+  installation.EndServer();
 }
 
 TEST(Activation, TwentyClientsAtOnceShareOneServer) {
