@@ -12,6 +12,7 @@ namespace {
 constexpr std::string_view kDeclaracao = R"(<?xml version="1.0" encoding="UTF-8"?>)";
 constexpr std::string_view kNivel = "  ";
 constexpr std::size_t kBytesUsuais = 16384;  // of a document of some 60 columns
+constexpr std::size_t kBytesMaximos = std::size_t{128} * 1024 * 1024;
 
 }  // namespace
 
@@ -60,6 +61,7 @@ HRESULT CEscritorMarcacao::IniciaElemento(const char* nome, IAtributosMarcacao* 
   return Executa([&]() -> HRESULT {
     const bool raizFechada = abertos_.empty() && documento_.Texto().size() > kDeclaracao.size();
     if (raizFechada) return E_FAIL;
+    if (documento_.Texto().size() > kBytesMaximos) return E_OUTOFMEMORY;
     if (marcaAberta_) documento_.Acrescenta('>');
     NovaLinha();
     documento_.Acrescenta('<');

@@ -21,7 +21,7 @@ class CEscritorMarcacao final : public ObjetoMarcacao<IEscritorMarcacao, IID_IEs
   // E_FAIL when the document is not one element, closed; otherwise the stream's failure, or the first of those before.
   HRESULT FinalizaDocumento() override;
   // E_INVALIDARG for a name that no element can have and a list of another component; E_FAIL outside a document and
-  // behind its root element; E_OUTOFMEMORY.
+  // behind its root element; E_OUTOFMEMORY, also in a document of more than 128 MiB, which nobody could be given.
   HRESULT IniciaElemento(const char* nome, IAtributosMarcacao* atributos) override;
   HRESULT FinalizaElemento(const char* nome) override;  // E_INVALIDARG when that is not the innermost open element
   HRESULT DefineSaida(IStream* saida) override;

@@ -22,9 +22,11 @@ thread_local std::optional<host::Descriptor> groupedFolder;
 
 DWORD FlushRemoval(host::Descriptor folder) {
   if (!groupedFolder) return OsError(host::Sync(folder));
-  if (!*groupedFolder) *groupedFolder = std::move(folder);
-  // Another folder than the group's.
-  return folder && !SameFolder(*groupedFolder, folder) ? OsError(host::Sync(folder)) : ERROR_SUCCESS;
+  if (!*groupedFolder) {
+    *groupedFolder = std::move(folder);
+    return ERROR_SUCCESS;
+  }
+  return SameFolder(*groupedFolder, folder) ? ERROR_SUCCESS : OsError(host::Sync(folder));
 }
 
 DWORD RemoveFile(std::string_view text) {
