@@ -3,6 +3,7 @@
 #include <initializer_list>
 #include <new>
 
+#include "common/texto_bstr.h"
 #include "common/zn_exception.h"
 #include "document/vocabulario.h"
 #include "tratador_relatorio.h"
@@ -19,6 +20,17 @@ void NumeraColunasFixas(std::vector<CampoEscolhido>& campos) {
   }
 }
 
+// What the reader says about its failure; English.
+std::string Motivo(IUnknown* erro) {
+  ComPtr<IErroMarcacao> detalhes;
+  if (erro == nullptr || FAILED(erro->QueryInterface(IID_IErroMarcacao, detalhes.OutVoid()))) return {};
+  ULONG linha = 0;
+  BSTR recebida = nullptr;
+  if (FAILED(detalhes->BuscaLinha(&linha)) || FAILED(detalhes->BuscaDescricao(&recebida))) return {};
+  const OwnedBstr descricao(recebida);
+  return "line " + std::to_string(linha) + ": " + TextoDeBstr(recebida);
+}
+
 HRESULT Analisa(IStream& conteudo, CTratadorRelatorio& tratador) {
   ComPtr<ILeitorMarcacao> leitor;
   const HRESULT criacao =
@@ -30,7 +42,7 @@ HRESULT Analisa(IStream& conteudo, CTratadorRelatorio& tratador) {
   fonte.vt = VT_UNKNOWN;
   fonte.punkVal = &conteudo;
   const HRESULT resultado = leitor->Analisa(fonte);
-  if (FAILED(resultado)) leitor->BuscaErro(tratador.Erro());
+  if (FAILED(resultado)) leitor->BuscaErro(tratador.RecebeErro());
   VariantClear(&fonte);
   return resultado;
 }
@@ -82,7 +94,7 @@ void CDocRelatorio::Reinicia() {
     secao->Reinicia();
 }
 
-bool CDocRelatorio::CarregaConteudo(const REG_RELATORIO2& conteudo) {
+bool CDocRelatorio::CarregaConteudo(const REG_RELATORIO2& conteudo, std::string* motivo) {
   if (conteudo.nVersao != kVersaoDocumento || conteudo.nQtdeBytes < 0) return false;
   try {
     CTratadorRelatorio tratador(*this);
@@ -90,6 +102,7 @@ bool CDocRelatorio::CarregaConteudo(const REG_RELATORIO2& conteudo) {
     CMemStream bytes(conteudo.lpRelatorio, static_cast<ULONG>(conteudo.nQtdeBytes));
     const HRESULT resultado = Analisa(bytes, tratador);
     NumeraColunasFixas(camposEscolhidos.campos);
+    if (FAILED(resultado) && motivo != nullptr) *motivo = Motivo(tratador.Erro());
     return SUCCEEDED(resultado);
   } catch (const ZN::CException&) {
     return false;

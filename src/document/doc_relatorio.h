@@ -1,7 +1,6 @@
 // The report document: what the content of a second-generation model says.
 #pragma once
 
-#include <array>
 #include <memory>
 #include <string>
 #include <vector>
@@ -203,7 +202,7 @@ class CSecaoExportacao final : public CSecaoRelatorio {
 
 // ---- The document --------------------------------------------------------------------------------------------------
 
-// The version of models whose content is a report document.
+// The version of models whose content is a report document, and that such a document gives itself.
 inline constexpr USHORT kVersaoDocumento = 1;
 
 class CDocRelatorio {
@@ -220,14 +219,15 @@ class CDocRelatorio {
 
   // Fills the document from a model's content, which stays the caller's. False, without touching the document, for a
   // version other than 1; false as well for content that is no report document: the document then holds what was read
-  // up to there. Needs the markup component.
-  bool CarregaConteudo(const REG_RELATORIO2& conteudo);
+  // up to there, and `*motivo` (unless null) tells people where and why, as far as that is known; English. Needs the
+  // markup component.
+  bool CarregaConteudo(const REG_RELATORIO2& conteudo, std::string* motivo = nullptr);
 
   // The content to store under version 1; empty when the memory or the markup component is not to be had. Null when not
   // even the stream can be made.
   std::unique_ptr<CMemStream> GeraConteudo() const;
 
-  std::uint16_t versao = 1;
+  std::uint16_t versao = kVersaoDocumento;
   std::string nome;               // the model's
   std::uint16_t dataInicial = 0;  // period, as the client numbers it
   std::uint16_t dataFinal = 0;

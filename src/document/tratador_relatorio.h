@@ -21,13 +21,15 @@ class CTratadorRelatorio final : public ITratadorMarcacao {
 
   HRESULT InicioDocumento() override { return S_OK; }
   HRESULT FimDocumento() override { return S_OK; }
-  // E_FAIL when the document has no such element in this place, or when it lacks an attribute; E_OUTOFMEMORY.
+  // E_FAIL when the document has no such element in this place, or when an attribute is missing or wrong;
+  // E_OUTOFMEMORY.
   HRESULT InicioElemento(const char* nome, IAtributosMarcacao* atributos) override;
   HRESULT FimElemento(const char* nome) override;
   HRESULT Notifica(std::int32_t /*valor*/) override { return S_OK; }
 
-  // Where the reader puts its error object, which nobody looks at.
-  IUnknown** Erro() { return erro_.Out(); }
+  // Takes the reader's error object; null while there is none.
+  IUnknown** RecebeErro() { return erro_.Out(); }
+  IUnknown* Erro() const { return erro_.Get(); }
 
  private:
   CDocRelatorio& documento_;

@@ -33,7 +33,9 @@ inline std::string LoadDocument(const REG_RELATORIO2& model, kestor::CDocRelator
   if (model.nVersao != kestor::kVersaoDocumento) {
     return "a content of version " + std::to_string(model.nVersao) + " is no report document";
   }
-  return document.CarregaConteudo(model) ? std::string() : "its content is no report document";
+  std::string place;
+  if (document.CarregaConteudo(model, &place)) return {};
+  return "its content is no report document" + (place.empty() ? place : ", " + place);
 }
 
 }  // namespace kestorctl

@@ -8,7 +8,7 @@ namespace kestor {
 
 namespace {
 
-// A list beyond this is not kept.
+// A list that holds more memory is not kept.
 constexpr std::size_t kBytesGuardados = 65536;
 
 constexpr IID IID_Propria = {0xE36C2EF5, 0x4C0C, 0x49AB, {0x9B, 0x4A, 0x61, 0x5D, 0x5D, 0x0E, 0x2B, 0x7C}};
@@ -23,7 +23,8 @@ CAtributosMarcacao* CAtributosMarcacao::Novo() {
 }
 
 void CAtributosMarcacao::Descarta() {
-  if (guardada || Marca().size() > kBytesGuardados) {
+  const std::size_t bytes = marca_.Capacidade() + valor_.capacity() + lugares_.capacity() * sizeof(Lugar);
+  if (guardada || bytes > kBytesGuardados) {
     delete this;
     return;
   }
@@ -77,7 +78,7 @@ HRESULT CAtributosMarcacao::BuscaValor(const char* nome, const char** valor) {
   if (nome == nullptr || valor == nullptr) return E_POINTER;
   *valor = nullptr;
   const std::size_t i = Busca(nome);
-  if (i == lugares_.size()) return E_FAIL;
+  if (!completa_ || i == lugares_.size()) return E_FAIL;
   // Behind the name stand =" and the value, whose own quotes are references.
   const std::size_t inicio = lugares_[i].nome + lugares_[i].bytesNome + 2;
   try {

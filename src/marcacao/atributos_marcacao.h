@@ -20,14 +20,14 @@ class CAtributosMarcacao final : public ObjetoMarcacao<IAtributosMarcacao, IID_I
   static CAtributosMarcacao* Novo();
   void Descarta() override;
 
-  // The list itself, when `lista` is one of this component; null otherwise.
+  // The list itself, when `lista` is one for writing of this component; null otherwise.
   static CAtributosMarcacao* De(IAtributosMarcacao* lista);
 
   // Also answers to an identity that only this component knows; that answer is no counted reference.
   HRESULT QueryInterface(REFIID iid, void** object) override;
 
-  // E_INVALIDARG for a name that no attribute can have or that the list has; E_OUTOFMEMORY. The list is incomplete then
-  // and cannot be written any more.
+  // E_INVALIDARG for a name that no attribute can have or that the list has; E_OUTOFMEMORY. The list is incomplete
+  // then, and good for nothing, until Limpa.
   HRESULT Adiciona(const char* nome, const char* valor) override;
   HRESULT BuscaValor(const char* nome, const char** valor) override;  // E_FAIL when there is none
   HRESULT Limpa() override;

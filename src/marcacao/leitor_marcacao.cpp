@@ -4,10 +4,10 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
 #include <memory>
 #include <new>
-#include <utility>
+#include <string>
+#include <type_traits>
 
 #include "platform/text/text.h"
 #include "texto_marcacao.h"
@@ -15,6 +15,13 @@
 namespace kestor {
 
 namespace {
+
+// Deeper than any document that makes sense. Whoever reads keeps something for every open element: a document of
+// nothing but open elements would take many times its own size.
+constexpr std::size_t kNiveis = 1000;
+
+constexpr const char* kSemMemoria = "memory has run out";
+constexpr const char* kElementoRecusado = "an element is not known in this place, or an attribute is missing or wrong";
 
 // The attributes of the element that the parser has just found.
 class AtributosLidos final : public IAtributosMarcacao {
@@ -89,17 +96,17 @@ class Analise {
     resultado_ = tratador_.InicioDocumento();
     if (SUCCEEDED(resultado_)) Percorre();
     if (SUCCEEDED(resultado_)) resultado_ = tratador_.FimDocumento();
+    if (FAILED(resultado_) && recusa_ == nullptr) {
+      const XML_Error erro = XML_GetErrorCode(analisador_.get());
+      recusa_ = erro == XML_ERROR_NONE ? "the document is not accepted" : XML_ErrorString(erro);
+    }
     return resultado_;
   }
 
   ULONG Linha() const { return static_cast<ULONG>(XML_GetCurrentLineNumber(analisador_.get())); }
 
-  // Why Executa failed.
-  const char* Descricao() const {
-    if (recusa_ != nullptr) return recusa_;
-    const XML_Error erro = XML_GetErrorCode(analisador_.get());
-    return erro == XML_ERROR_NONE ? "the stream cannot be read" : XML_ErrorString(erro);
-  }
+  // Why Executa failed; lives as long as the program.
+  const char* Descricao() const { return recusa_; }
 
  private:
   struct Liberacao {
@@ -115,16 +122,18 @@ class Analise {
     ULONG pedaco = PrimeiroPedaco();
     for (bool fim = false; !fim && SUCCEEDED(resultado_);) {
       void* espaco = XML_GetBuffer(analisador_.get(), static_cast<int>(pedaco));
-      if (espaco == nullptr) return Falha(E_OUTOFMEMORY);
+      if (espaco == nullptr) return Falha(E_OUTOFMEMORY, kSemMemoria);
       ULONG quantidade = 0;
       const HRESULT leitura = fonte_.Read(espaco, pedaco, &quantidade);
-      if (FAILED(leitura) || quantidade > pedaco) return Falha(FAILED(leitura) ? leitura : E_FAIL);
+      if (FAILED(leitura) || quantidade > pedaco) {
+        return Falha(FAILED(leitura) ? leitura : E_FAIL, "the stream cannot be read");
+      }
       fim = quantidade == 0;
       lidos += quantidade;
       if (XML_ParseBuffer(analisador_.get(), static_cast<int>(quantidade), fim ? XML_TRUE : XML_FALSE) ==
           XML_STATUS_ERROR) {
         const bool semMemoria = XML_GetErrorCode(analisador_.get()) == XML_ERROR_NO_MEMORY;
-        Falha(semMemoria ? E_OUTOFMEMORY : E_FAIL);
+        Falha(semMemoria ? E_OUTOFMEMORY : E_FAIL, nullptr);
       }
       pedaco = quantidade < pedaco ? kPedacoMinimo : Pedaco(lidos);
     }
@@ -140,14 +149,15 @@ class Analise {
     return static_cast<ULONG>(std::clamp<ULONGLONG>(bytes, kPedacoMinimo, kPedacoMaximo));
   }
 
-  // The first failure counts.
-  void Falha(HRESULT resultado) {
-    if (SUCCEEDED(resultado_)) resultado_ = resultado;
+  // The first failure counts. Without a reason of its own it is the parser's.
+  void Falha(HRESULT resultado, const char* recusa) {
+    if (FAILED(resultado_)) return;
+    resultado_ = resultado;
+    recusa_ = recusa;
   }
 
   void Para(HRESULT resultado, const char* recusa) {
-    Falha(resultado);
-    recusa_ = recusa;
+    Falha(resultado, recusa);
     XML_StopParser(analisador_.get(), XML_FALSE);
   }
 
@@ -155,23 +165,25 @@ class Analise {
 
   static void InicioElemento(void* analise, const XML_Char* nome, const XML_Char** pares) noexcept {
     auto& esta = *static_cast<Analise*>(analise);
+    if (++esta.nivel_ > kNiveis) return esta.Para(E_FAIL, "elements are nested too deeply");
     esta.atributos_.Define(pares);
     try {
       const HRESULT resultado = esta.tratador_.InicioElemento(TextoLido(nome, esta.nome_), &esta.atributos_);
-      if (FAILED(resultado)) esta.Para(resultado, "an element is not accepted in this place");
+      if (FAILED(resultado)) esta.Para(resultado, resultado == E_OUTOFMEMORY ? kSemMemoria : kElementoRecusado);
     } catch (const std::bad_alloc&) {
-      esta.Para(E_OUTOFMEMORY, "memory has run out");
+      esta.Para(E_OUTOFMEMORY, kSemMemoria);
     }
   }
 
   static void FimElemento(void* analise, const XML_Char* nome) noexcept {
     auto& esta = *static_cast<Analise*>(analise);
     if (FAILED(esta.resultado_)) return;  // an element without content ends although its start was refused
+    --esta.nivel_;
     try {
       const HRESULT resultado = esta.tratador_.FimElemento(TextoLido(nome, esta.nome_));
-      if (FAILED(resultado)) esta.Para(resultado, "an element is not accepted in this place");
+      if (FAILED(resultado)) esta.Para(resultado, kElementoRecusado);
     } catch (const std::bad_alloc&) {
-      esta.Para(E_OUTOFMEMORY, "memory has run out");
+      esta.Para(E_OUTOFMEMORY, kSemMemoria);
     }
   }
 
@@ -181,7 +193,7 @@ class Analise {
 
   // The desktop's code page; the parser knows the other encodings itself.
   static int Codificacao(void*, const XML_Char* nome, XML_Encoding* codificacao) noexcept {
-    if (!text::EqualNoCase(nome, "windows-1252")) return XML_STATUS_ERROR;
+    if (!text::EqualNoCase(nome, "windows-1252") && !text::EqualNoCase(nome, "cp1252")) return XML_STATUS_ERROR;
     try {
       for (int byte = 0; byte < 256; ++byte) {
         const char c = static_cast<char>(byte);
@@ -204,13 +216,14 @@ class Analise {
   Analisador analisador_{XML_ParserCreate(nullptr)};
   AtributosLidos atributos_;
   std::string nome_;
+  std::size_t nivel_ = 0;
   HRESULT resultado_ = S_OK;
   const char* recusa_ = nullptr;
 };
 
 class CErroMarcacao final : public ObjetoMarcacao<IErroMarcacao, IID_IErroMarcacao> {
  public:
-  CErroMarcacao(ULONG linha, std::string descricao) : linha_(linha), descricao_(std::move(descricao)) {}
+  CErroMarcacao(ULONG linha, const char* descricao) : linha_(linha), descricao_(descricao) {}
 
   HRESULT BuscaLinha(ULONG* linha) override {
     if (linha == nullptr) return E_POINTER;
@@ -232,7 +245,7 @@ class CErroMarcacao final : public ObjetoMarcacao<IErroMarcacao, IID_IErroMarcac
   ~CErroMarcacao() override = default;
 
   const ULONG linha_;
-  const std::string descricao_;
+  const char* const descricao_;
 };
 
 }  // namespace
@@ -249,22 +262,27 @@ HRESULT CLeitorMarcacao::DefineTratador(ITratadorMarcacao* tratador) {
 }
 
 HRESULT CLeitorMarcacao::Analisa(VARIANT fonte) {
-  linha_ = 0;
-  descricao_ = "there is nothing to read";
-  resultado_ = E_INVALIDARG;
-  if (tratador_ == nullptr || fonte.vt != VT_UNKNOWN || fonte.punkVal == nullptr) return resultado_;
-  ComPtr<IStream> bytes;
-  if (FAILED(fonte.punkVal->QueryInterface(IID_IStream, bytes.OutVoid()))) return resultado_;
-  try {
-    Analise analise(*bytes, *tratador_);
-    resultado_ = analise.Executa();
-    linha_ = analise.Linha();
-    if (FAILED(resultado_)) descricao_ = analise.Descricao();
-  } catch (const std::bad_alloc&) {
-    resultado_ = E_OUTOFMEMORY;
-  }
+  resultado_ = Le(fonte);
   DefineTratador(nullptr);
   return resultado_;
+}
+
+HRESULT CLeitorMarcacao::Le(const VARIANT& fonte) {
+  linha_ = 1;
+  descricao_ = "there is nothing to read";
+  if (tratador_ == nullptr || fonte.vt != VT_UNKNOWN || fonte.punkVal == nullptr) return E_INVALIDARG;
+  ComPtr<IStream> bytes;
+  if (FAILED(fonte.punkVal->QueryInterface(IID_IStream, bytes.OutVoid()))) return E_INVALIDARG;
+  try {
+    Analise analise(*bytes, *tratador_);
+    const HRESULT resultado = analise.Executa();
+    linha_ = analise.Linha();
+    descricao_ = analise.Descricao();
+    return resultado;
+  } catch (const std::bad_alloc&) {
+    descricao_ = kSemMemoria;
+    return E_OUTOFMEMORY;
+  }
 }
 
 HRESULT CLeitorMarcacao::BuscaErro(IUnknown** erro) {

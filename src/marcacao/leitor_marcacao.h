@@ -1,8 +1,6 @@
 // Reading documents.
 #pragma once
 
-#include <string>
-
 #include "markup/interfaces_marcacao.h"
 #include "objeto_marcacao.h"
 
@@ -14,7 +12,8 @@ class CLeitorMarcacao final : public ObjetoMarcacao<ILeitorMarcacao, IID_ILeitor
   static CLeitorMarcacao* Novo() { return new CLeitorMarcacao; }
 
   HRESULT DefineTratador(ITratadorMarcacao* tratador) override;
-  // E_INVALIDARG without a handler or a stream; E_FAIL when the bytes are no document that is accepted; E_OUTOFMEMORY;
+  // E_INVALIDARG without a handler or a stream; E_FAIL when the bytes are no document that is accepted, also one
+  // of more than 1,000 levels of elements; E_OUTOFMEMORY;
   // the stream's or the handler's failure.
   HRESULT Analisa(VARIANT fonte) override;
   HRESULT BuscaErro(IUnknown** erro) override;
@@ -24,10 +23,12 @@ class CLeitorMarcacao final : public ObjetoMarcacao<ILeitorMarcacao, IID_ILeitor
  private:
   ~CLeitorMarcacao() override;
 
+  HRESULT Le(const VARIANT& fonte);
+
   ITratadorMarcacao* tratador_ = nullptr;
   HRESULT resultado_ = S_OK;  // of the last Analisa
-  ULONG linha_ = 0;
-  std::string descricao_;
+  ULONG linha_ = 1;
+  const char* descricao_ = nullptr;
 };
 
 }  // namespace kestor

@@ -19,6 +19,9 @@ constexpr unsigned char kEspaco = 0x20;
 constexpr std::string_view kInicioControle = "\xEE\x80";
 constexpr unsigned char kDesvioControle = 0x80;
 
+// And U+0080 to U+009F this byte and one from 0x80 to 0x9F.
+constexpr std::string_view kInicioC1 = "\xC2";
+
 // The bytes that stand as references.
 constexpr char kComReferencia[] = {'&', '<', '>', '"', '\t', '\n', '\r'};
 
@@ -81,6 +84,13 @@ class Escapes {
 const Escapes& TabelaEscapes() {
   static const Escapes tabela;
   return tabela;
+}
+
+// Whether the text begins with `inicio` and a byte from `primeiro` to 0x9F.
+bool EhDesvio(std::string_view texto, std::string_view inicio, unsigned primeiro) {
+  if (!texto.starts_with(inicio) || texto.size() == inicio.size()) return false;
+  const unsigned byte = static_cast<unsigned char>(texto[inicio.size()]);
+  return byte >= primeiro && byte < kDesvioControle + unsigned{kEspaco};
 }
 
 }  // namespace
@@ -156,16 +166,21 @@ const char* ValorDe(std::string_view escrito, std::string& espaco) {
 const char* TextoLido(const char* utf8, std::string& espaco) {
   const std::string_view texto(utf8);
   if (std::all_of(texto.begin(), texto.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) return utf8;
-  std::string comControles;
-  comControles.reserve(texto.size());
+  std::string semDesvios;
+  semDesvios.reserve(texto.size());
   for (std::size_t i = 0; i < texto.size(); ++i) {
-    const unsigned char terceiro = i + 2 < texto.size() ? static_cast<unsigned char>(texto[i + 2]) : 0;
-    const bool controle =
-        texto.substr(i, 2) == kInicioControle && terceiro > kDesvioControle && terceiro < kDesvioControle + kEspaco;
-    comControles += controle ? static_cast<char>(terceiro - kDesvioControle) : texto[i];
-    if (controle) i += 2;
+    const std::string_view resto = texto.substr(i);
+    if (EhDesvio(resto, kInicioControle, kDesvioControle + 1)) {
+      semDesvios += static_cast<char>(resto[2] - kDesvioControle);
+      i += 2;
+    } else if (EhDesvio(resto, kInicioC1, kDesvioControle)) {
+      semDesvios += TabelaEscapes().Texto(resto[1]);
+      i += 1;
+    } else {
+      semDesvios += texto[i];
+    }
   }
-  espaco = text::FromUtf8(comControles);
+  espaco = text::FromUtf8(semDesvios);
   return espaco.c_str();
 }
 

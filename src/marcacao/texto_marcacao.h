@@ -20,6 +20,7 @@ class Acumulador {
   Acumulador& operator=(const Acumulador&) = delete;
 
   std::string_view Texto() const { return {dados_, tamanho_}; }
+  std::size_t Capacidade() const { return capacidade_; }
   void Corta(std::size_t bytes) { tamanho_ = bytes; }  // what is behind goes; never more than there are
 
   // Room for `bytes` at the end, to be written and then taken up to `fim`.
@@ -53,7 +54,8 @@ void AcrescentaValor(const char* valor, Acumulador& marca);
 // The value of an attribute, given as it stands between the quotes of what was appended, in `espaco`.
 const char* ValorDe(std::string_view escrito, std::string& espaco);
 
-// A name or value as the parser gives it (UTF-8), in code page 1252; in `espaco` where that differs from it.
+// A name or value as the parser gives it (UTF-8), in code page 1252; in `espaco` where that differs from it. U+0080 to
+// U+009F are the bytes of that number: programs of the code page are known to call it ISO-8859-1.
 const char* TextoLido(const char* utf8, std::string& espaco);
 
 }  // namespace kestor

@@ -208,7 +208,7 @@ TEST_F(DocumentTest, DecimalsAreShortAndComeBack) {
 TEST(DocumentWithoutComponent, GivesNothing) {
   CDocRelatorio document;
   EXPECT_EQ(Content(document), "");
-  EXPECT_FALSE(Load(document, "<relatorio/>"));
+  EXPECT_FALSE(Load(document, R"(<relatorio dataInicial="" dataFinal="" nome=""/>)"));
 }
 
 }  // namespace

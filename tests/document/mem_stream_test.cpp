@@ -36,6 +36,9 @@ TEST(MemStream, RoomGrowsInSteps) {
     EXPECT_EQ(stream.Write(bytes.data(), count, nullptr), S_OK);
     EXPECT_EQ(stream.Capacity(), capacity);
   }
+  ULONG written = 1;
+  EXPECT_EQ(stream.Write(bytes.data(), 0xFFFFFFFF, &written), E_OUTOFMEMORY);
+  EXPECT_EQ(written, 0U);
   STATSTG status;
   std::memset(&status, 0xFF, sizeof status);
   EXPECT_EQ(stream.Stat(&status, 0), S_OK);

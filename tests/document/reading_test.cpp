@@ -125,7 +125,26 @@ TEST_F(DocumentTest, RulesOfTheReader) {
        nullptr},
       {"element in a column", Full("/>\n </camposEscolhidos>", "><campo/></campo></camposEscolhidos>"), false,
        [](auto& d) { return d.camposEscolhidos.campos.size() == 1; }},
-      {"too deep in the page set-up", Full("<cabecalho texto", "<cabecalho2/><cabecalho texto"), false, nullptr},
+      {"unknown in the page set-up", Full("<cabecalho texto", "<cabecalho2/><cabecalho texto"), false, nullptr},
+      {"too deep in the page set-up", Full("cabecalhoAdicional=\"c\"/>", "><cabecalho/></cabecalho>"), false, nullptr},
+      {"what optional attributes leave where they are missing",
+       Full("<exportacao>", R"(<impressao margemEsquerda="1" margemSuperior="1" paginaInicial="1" truncarColunas="0"
+         tipoNumeracao=""><cabecalho texto="" fonte="" tamanhoFonte="1" dataEmissao="0" periodo="0" logotipo="0"/>
+         <detalhe fonteColuna="" tamanhoFonteColuna="1" fonteDetalhe="" tamanhoFonteDetalhe="1"/>
+         <rodape texto="" fonte="" tamanhoFonte="1"/></impressao><exportacao>)"),
+       true,
+       [](auto& d) {
+         return d.impressao.cabecalho.cabecalhoAdicional == "c" && d.impressao.rodape.texto2 == "h" &&
+                d.impressao.detalhe.textoFinal.empty() && d.impressao.orientacao == 0;
+       }},
+      {"of the export part as well", Full("</rodape>\n </exp", "<itemExportacao/></rodape>\n </exp"), true,
+       [](auto& d) {
+         return d.exportacao.rodape == CItemExportacao{"n", 10, 1};
+       }},
+      {"fixed columns of a document that breaks off",
+       Full("</camposEscolhidos>", R"(<campo codigo="9" cabecalho="" conteudo="" tamanho="" alinhamento="" tipoDado=""
+         fixo="1"/><x/></camposEscolhidos>)"),
+       false, [](auto& d) { return d.camposEscolhidos.campos[1].codigo == 1; }},
       {"what was read before a failure stays", Full("fonte=\"b\"", ""), false,
        [](auto& d) {
          const auto& c = d.impressao.cabecalho;
@@ -151,7 +170,8 @@ TEST_F(DocumentTest, RulesOfTheReader) {
        [](auto& d) { return d.filtro.condicoes[0].comparador == 1; }},
       {"flags begin with 1", Full(R"(naQuebra="1" geral="1")", R"(naQuebra="true" geral="1x")"), true,
        [](auto& d) { return !d.ordenacao.totalizacoes[0].naQuebra && d.ordenacao.totalizacoes[0].geral; }},
-      {"kinds of export items", Full(R"(tipo="N"/></cab)", R"(tipo="nN"/></cab)"), true,
+      {"kinds of export items",
+       With(Full(R"(tipo="N"/></cab)", R"(tipo="nN"/></cab)"), R"(tipo="N"/></rod)", R"(tipo="Nx"/></rod)"), true,
        [](auto& d) { return d.exportacao.cabecalho.tipo == 0 && d.exportacao.rodape.tipo == 1; }},
       {"anything in the export part",
        Full("<exportacao>", R"(<exportacao x="1"><itemExportacao descricao="z"/><a><b><itemExportacao/></b></a>
@@ -191,6 +211,8 @@ TEST_F(DocumentTest, OtherVersionsDoNotTouchTheDocument) {
     EXPECT_FALSE(Load(d, kFull, version));
     EXPECT_TRUE(d == before);
   }
+  EXPECT_FALSE(d.CarregaConteudo({1, -1, nullptr}));
+  EXPECT_TRUE(d == before);
   EXPECT_FALSE(Load(d, ""));
   EXPECT_EQ(d.nome, "x");
   EXPECT_TRUE(d.ordenacao.campos.empty());

@@ -105,7 +105,7 @@ TEST_F(Documents, APageForPeopleAndAnObjectForPrograms) {
   support::WriteFile(Reports() / "CT01Dois.RXL", std::string("\2\0x", 3));
   ExpectTold(Run({"show", "CT", "01", "Dois"}), 1, "a content of version 2 is no report document");
   support::WriteFile(Reports() / "CT01Torto.RXL", std::string("\1\0<relatorio>", 13));
-  ExpectTold(Run({"show", "CT", "01", "Torto"}), 1, "its content is no report document");
+  ExpectTold(Run({"show", "CT", "01", "Torto"}), 1, "its content is no report document, line 1: ");
 }
 
 TEST_F(Documents, RenumberingTellsWhatItLeftAlone) {

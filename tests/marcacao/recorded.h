@@ -16,7 +16,7 @@ struct RecordedElement {
   bool operator==(const RecordedElement&) const = default;
 };
 
-// Writes down every element with the values of the attributes `asked`. Fails from element `failAt` on (counted from 1).
+// Writes down every element with the values of the attributes `asked`. Fails at element `failAt` (counted from 1).
 class Recorder final : public kestor::ITratadorMarcacao {
  public:
   explicit Recorder(std::vector<std::string> asked = {}, std::size_t failAt = 0)
