@@ -147,12 +147,12 @@ void TellDefault(BSTR name, Answer& answer) {
 void ShowDefault(const ReportStore& store, Answer& answer) {
   BSTR name = nullptr;
   answer.result = store->GetRelatorioPadrao(&name);
+  const OwnedBstr owner(name);
   if (answer.result == S_OK) {
     TellDefault(name, answer);
   } else {
     answer.detail = ExplainReportsFolder();
   }
-  SysFreeString(name);
 }
 
 void Default(const DefaultOptions& options, Answer& answer) {

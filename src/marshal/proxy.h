@@ -111,7 +111,7 @@ class OutText : public OutArgument {
 
  private:
   BSTR* target_;
-  Text text_;
+  OwnedBstr text_;
 };
 
 // A buffer of the caller for `count` items, filled when the call succeeds.

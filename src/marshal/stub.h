@@ -32,7 +32,7 @@ class InText : public InArgument {
   std::tuple<BSTR> Values() const { return {text_.get()}; }
 
  private:
-  Text text_;
+  OwnedBstr text_;
 };
 
 template <typename Scalar>

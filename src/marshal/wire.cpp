@@ -26,12 +26,12 @@ void PutText(channel::Encoder& out, BSTR text) {
   PutBytes(out, text, bytes);
 }
 
-Text TakeText(channel::Decoder& in) {
+OwnedBstr TakeText(channel::Decoder& in) {
   const std::uint32_t length = in.U32();
   if (!in.Ok() || length == kNullText) return nullptr;
   const std::byte* bytes = in.Bytes(length);
   if (bytes == nullptr) return nullptr;
-  Text text(SysAllocStringByteLen(reinterpret_cast<const char*>(bytes), length));
+  OwnedBstr text(SysAllocStringByteLen(reinterpret_cast<const char*>(bytes), length));
   if (!text) throw std::bad_alloc();
   return text;
 }

@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <memory>
 
 #include "contract/records.h"
 #include "platform/channel/channel.h"
@@ -35,13 +34,8 @@ Scalar TakeValue(channel::Decoder& in) {
 
 // ---- Texts: length in bytes, or the null mark; the bytes -----------------------------------------------------------
 
-struct TextDeleter {
-  void operator()(OLECHAR* text) const { SysFreeString(text); }
-};
-using Text = std::unique_ptr<OLECHAR, TextDeleter>;
-
 void PutText(channel::Encoder& out, BSTR text);
-Text TakeText(channel::Decoder& in);  // null for a null text, and when the payload is too short
+OwnedBstr TakeText(channel::Decoder& in);  // null for a null text, and when the payload is too short
 
 // ---- Arrays: whether there is one; its items -----------------------------------------------------------------------
 // How many items there are stands in front, in an argument or a record.

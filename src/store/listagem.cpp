@@ -104,8 +104,8 @@ HRESULT CRepositorioRel2::ExcluiRelatorio(BSTR nome, char bModeloDemo, char* res
 void CRepositorioRel2::EsquecePadrao(BSTR nome) {
   BSTR padrao = nullptr;
   const HRESULT resultado = GetRelatorioPadrao(&padrao);
+  const OwnedBstr dono(padrao);
   const bool eEste = (nome == nullptr) == (padrao == nullptr) && VisaoDeBstr(nome) == VisaoDeBstr(padrao);
-  SysFreeString(padrao);
   if (resultado == S_OK && eEste) SetRelatorioPadrao(nullptr);
 }
 

@@ -1,17 +1,13 @@
 // Task memory, BSTRs, VARIANTs and the texts of identities.
 #include <cstring>
 #include <gtest/gtest.h>
-#include <memory>
 #include <string>
 
 #include "platform/com/com.h"
 
 namespace {
 
-struct FreeText {
-  void operator()(OLECHAR* text) const { SysFreeString(text); }
-};
-using Text = std::unique_ptr<OLECHAR, FreeText>;
+using Text = OwnedBstr;
 
 TEST(Bstr, HasItsLengthInFrontAndANulBehind) {
   const OLECHAR source[] = u"a\0ção";
