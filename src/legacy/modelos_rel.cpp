@@ -1,6 +1,6 @@
 // Model files: reading, writing, listing, deletion.
 
-#include <algorithm>
+#include <cstring>
 
 #include "common/arquivos_modelo.h"
 #include "common/texto_bstr.h"
@@ -46,7 +46,7 @@ HRESULT CRepositorioRel::BuscaRelatorio(LONG lQde, unsigned char* pDados) {
   if (!conteudoPendente_) return ErrorForm(KESTOR_NAO_BUSCOU_QTDE);
   if (lQde < 0 || static_cast<std::size_t>(lQde) > conteudoPendente_->size()) return E_INVALIDARG;
   if (pDados == nullptr && lQde > 0) return E_POINTER;
-  std::copy_n(conteudoPendente_->data(), lQde, pDados);
+  if (lQde > 0) std::memcpy(pDados, conteudoPendente_->data(), static_cast<std::size_t>(lQde));
   conteudoPendente_.reset();
   return S_OK;
 }
