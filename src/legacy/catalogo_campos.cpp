@@ -47,7 +47,9 @@ class Linha {
   // Into a field of zeros, which stays NUL-terminated.
   template <std::size_t N>
   void Copia(const Coluna& coluna, char (&campo)[N]) const {
-    Texto(coluna).copy(campo, N - 1);
+    const std::string_view texto = Texto(coluna).substr(0, N - 1);
+    // Not memcpy: where the length has a bound, compilers make of it an instruction that is slow for short texts.
+    if (!texto.empty()) std::memmove(campo, texto.data(), texto.size());
   }
 
   std::int32_t Numero(const Coluna& coluna) const { return text::ToInt(Bruto(coluna)); }

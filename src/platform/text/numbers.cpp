@@ -70,12 +70,12 @@ std::int32_t ToInt(std::string_view ansi) {
   constexpr std::int64_t kMax = std::numeric_limits<std::int32_t>::max();
   std::string_view digits = SkipWhiteSpace(ansi);
   const bool negative = TakeSign(&digits);
-  const std::int64_t limit = negative ? kMax + 1 : kMax;
   std::int64_t value = 0;
   for (const char c : digits) {
     if (!IsDigit(c)) break;
-    value = std::min(limit, value * 10 + (c - '0'));
+    if (value <= kMax) value = value * 10 + (c - '0');  // beyond, no further digit makes it less
   }
+  value = std::min(value, negative ? kMax + 1 : kMax);
   return static_cast<std::int32_t>(negative ? -value : value);
 }
 
