@@ -35,18 +35,21 @@ TaskBlock<Item> LeBloco(CFile& arquivo, UINT bytes) {
   return bloco;
 }
 
-// Writes the whole content of a file that others may be reading. When that fails, what was there is put back.
+// Writes the whole content of a file that others may be reading. When that fails, what was there is put back: the file
+// is cut last, when all the rest has succeeded.
 void RegravaNoLugar(CFile& arquivo, const std::vector<char>& novo) {
-  std::vector<char> antigo(std::min<std::size_t>(novo.size(), arquivo.GetLength()));
+  const ULONGLONG comprimento = arquivo.GetLength();
+  std::vector<char> antigo(std::min<std::size_t>(novo.size(), comprimento));
   antigo.resize(arquivo.Read(antigo.data(), static_cast<UINT>(antigo.size())));
   try {
     arquivo.SeekToBegin();
     arquivo.Write(novo.data(), static_cast<UINT>(novo.size()));
-    arquivo.SetLength(novo.size());
     arquivo.Flush();
+    if (novo.size() < comprimento) arquivo.SetLength(novo.size());
   } catch (const CFileException&) {
     arquivo.SeekToBegin();
     arquivo.Write(antigo.data(), static_cast<UINT>(antigo.size()));
+    if (novo.size() > comprimento) arquivo.SetLength(comprimento);
     throw;
   }
 }
