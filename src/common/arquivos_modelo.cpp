@@ -39,8 +39,10 @@ Gravacao GravaModelo(const std::string& caminho, UINT modos, std::initializer_li
     arquivo.Close();
     return Gravacao::feita;
   } catch (const CFileException& falha) {
-    // Made by another station in the meantime, or let go by one: there is such a model after all.
-    if ((modos & CFile::mustBeNew) != 0 && ArquivoExiste(caminho)) return Gravacao::jaExiste;
+    // Made by another station in the meantime, or let go by one: there is such a model after all. After any other
+    // failure it might be this one.
+    const bool deOutra = falha.m_lOsError == ERROR_FILE_EXISTS || falha.m_lOsError == ERROR_SHARING_VIOLATION;
+    if ((modos & CFile::mustBeNew) != 0 && deOutra && ArquivoExiste(caminho)) return Gravacao::jaExiste;
     return falha.m_lOsError == ERROR_FILE_EXISTS ? Gravacao::naoAberta : falhou;
   }
 }

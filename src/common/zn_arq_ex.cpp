@@ -358,13 +358,22 @@ std::uint32_t CZNArqEx::CriaPeloControle(const std::string& nomeArquivo, char mo
   if (nome.empty()) return alemDoFim;
   const std::string pasta = nomeArquivo.substr(0, nomeArquivo.size() - nome.size());
   const std::string caminho = pasta + nome;
-  std::uint32_t numero = AbreControle(pasta + kArquivoControle);
-  if (numero == semErro) numero = FechaDepois(InscreveNoControle(nome));
+  const std::string controle = pasta + kArquivoControle;
+  std::uint32_t registros = 0;
+  std::uint32_t numero = AbreControle(controle);
+  if (numero == semErro) numero = FechaDepois(ProcuraNoControle(nome, registros));
   InvalidaCache();
   if (numero == naoEncontrado) nome_ = caminho;
+  // Made first and entered then: who fails in between leaves a file that anybody can open, and not an entry for which
+  // the file could never be made again.
   if (numero == semErro) numero = CriaComZeros(caminho, tamanhoRegistro, existente);
-  if (numero == semErro) numero = Abre(caminho, modo, tamanhoRegistro, true, true);
-  return numero;
+  if (numero != semErro) return numero;
+  numero = AbreControle(controle);
+  if (numero == semErro) numero = FechaDepois(InscreveNoControle(nome));
+  InvalidaCache();
+  const bool inscritoPorOutra = numero == naoEncontrado;
+  if (numero != semErro && !inscritoPorOutra) return numero;
+  return Abre(caminho, modo, tamanhoRegistro, true, true);
 }
 
 // Closes the file in hand, on the way to another one; the first failure's number.
@@ -374,23 +383,27 @@ std::uint32_t CZNArqEx::FechaDepois(std::uint32_t numero) {
   return numero != semErro ? numero : fecho;
 }
 
-// In the open control file. naoEncontrado when the name is there already.
-std::uint32_t CZNArqEx::InscreveNoControle(const std::string& nome) {
+// In the open control file, of which it counts the records. naoEncontrado when the name is there already.
+std::uint32_t CZNArqEx::ProcuraNoControle(const std::string& nome, std::uint32_t& registros) {
   InvalidaCache();
   std::uint32_t comprimento = 0;
   std::uint32_t numero = Posiciona('F', 0, comprimento);
   if (numero != semErro) return numero;
   if (comprimento > kMaxControle) return arquivoInvalido;
   char registro[kRegistroControle];
-  std::uint32_t lidos = 0;
-  while ((numero = LeRegistro(lidos, registro)) == semErro) {
+  for (registros = 0; (numero = LeRegistro(registros, registro)) == semErro; ++registros) {
     if (nome == std::string_view(registro, strnlen(registro, sizeof registro))) return naoEncontrado;
-    ++lidos;
   }
-  if (numero != alemDoFim) return numero;
-  std::fill(std::begin(registro), std::end(registro), '\0');
+  return numero == alemDoFim ? std::uint32_t{semErro} : numero;
+}
+
+std::uint32_t CZNArqEx::InscreveNoControle(const std::string& nome) {
+  std::uint32_t registros = 0;
+  std::uint32_t numero = ProcuraNoControle(nome, registros);
+  if (numero != semErro) return numero;
+  char registro[kRegistroControle] = {};
   nome.copy(registro, sizeof registro);
-  numero = GravaRegistro(registro, lidos, sizeof registro);
+  numero = GravaRegistro(registro, registros, sizeof registro);
   if (numero != semErro) return numero;
   try {
     // Whoever reads the entry waits for the file, but not for the disk.

@@ -89,8 +89,8 @@ class CZNArqEx : public CFile {
   std::uint32_t LeRegistroArquivo(std::string nomeArquivo, std::uint32_t numeroRegistro, void* destino,
                                   std::uint32_t tamanhoRegistro);
 
-  // Enters the name (in upper case) in the control file, makes the file with a first record of zeros and opens it in
-  // `modo`. naoEncontrado when the control file has the name already.
+  // Makes the file (its name in upper case) with a first record of zeros, enters the name in the control file and opens
+  // the file in `modo`. naoEncontrado when the control file has the name already.
   std::uint32_t CriaArquivo(const std::string& nomeArquivo, char modo, std::uint32_t tamanhoRegistro);
 
   // Writes this object's file name, without folder, to the registry as that of the file that failed last; takes it out
@@ -129,6 +129,7 @@ class CZNArqEx : public CFile {
   std::uint32_t CriaPeloControle(const std::string& nomeArquivo, char modo, std::uint32_t tamanhoRegistro,
                                  Existente existente);
   std::uint32_t AbreControle(const std::string& controle);
+  std::uint32_t ProcuraNoControle(const std::string& nome, std::uint32_t& registros);
   std::uint32_t InscreveNoControle(const std::string& nome);
   std::uint32_t FechaDepois(std::uint32_t numero);
   std::uint32_t CriaComZeros(const std::string& nomeArquivo, std::uint32_t tamanhoRegistro, Existente existente);

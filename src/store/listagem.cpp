@@ -95,8 +95,15 @@ HRESULT CRepositorioRel2::ExcluiRelatorio(BSTR nome, char bModeloDemo, char* res
   if (exclusao != S_OK) return exclusao;
   *result = 1;
   // The model is gone, whatever becomes of what is kept beside it.
-  if (bModeloDemo != 0) RegistraModeloDemoExcluido(texto);
-  EsquecePadrao(nome);
+  const auto tenta = [](const auto& passo) {
+    try {
+      passo();
+    } catch (const std::bad_alloc&) {
+      // To a client that is told of a failure the model would still be there.
+    }
+  };
+  if (bModeloDemo != 0) tenta([&] { RegistraModeloDemoExcluido(texto); });
+  tenta([&] { EsquecePadrao(nome); });
   return S_OK;
 }
 

@@ -65,15 +65,19 @@ void PercorreRegistros(const std::string& caminho,
 }
 
 std::uint32_t AbreParaGravar(CZNArqEx& arquivo, const std::string& caminho) {
-  const std::uint32_t numero = arquivo.Abre(caminho, 'G', kTamanho, true, false);
+  std::uint32_t numero = arquivo.Abre(caminho, 'G', kTamanho, true, false);
   if (numero != CZNArqEx::semErro) return numero;
-  // A process that was killed while it made the file has left it empty: what is appended to it must not become the
-  // first record, which is nobody's.
   std::uint32_t comprimento = 0;
-  if (arquivo.Posiciona('F', 0, comprimento) != CZNArqEx::semErro) return CZNArqEx::semErro;
+  numero = arquivo.Posiciona('F', 0, comprimento);
+  if (numero != CZNArqEx::semErro) return numero;
   if (comprimento == kMaxComprimento) return CZNArqEx::arquivoInvalido;  // what is appended would never be found
-  const RegistroNome primeiro;
-  return comprimento == 0 ? arquivo.GravaInicio(&primeiro, kTamanho) : std::uint32_t{CZNArqEx::semErro};
+  // A process that was killed while it made the file or appended to it has left part of a record, or nothing: what is
+  // appended must not become the first record, which is nobody's, nor stand where no record is looked for.
+  const RegistroNome deNinguem;
+  std::uint32_t cortado = comprimento / kTamanho;
+  if (cortado == 0) return arquivo.GravaInicio(&deNinguem, kTamanho);
+  return comprimento % kTamanho == 0 ? std::uint32_t{CZNArqEx::semErro}
+                                     : arquivo.GravaRegistro(&deNinguem, cortado, kTamanho);
 }
 
 }  // namespace kestor

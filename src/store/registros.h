@@ -30,7 +30,8 @@ static_assert(sizeof(RegistroNome) == 264);
 void PercorreRegistros(const std::string& caminho,
                        const std::function<bool(std::uint32_t numero, const RegistroNome& registro)>& visita);
 
-// Opens a record file for writing and makes it when it is missing; a number of CZNArqEx.
+// Opens a record file for writing and makes it when it is missing. What is left of a record that was cut at its end
+// becomes a record of zeros. A number of CZNArqEx.
 std::uint32_t AbreParaGravar(CZNArqEx& arquivo, const std::string& caminho);
 
 }  // namespace kestor

@@ -71,7 +71,7 @@ std::uint32_t CRepositorioRel2::ProcuraRegistroPadrao(CZNArqEx& arquivo) {
   }
   registroPadrao_ = 0;
   std::uint32_t comprimento = 0;
-  arquivo.Posiciona('F', 0, comprimento);
+  if (arquivo.Posiciona('F', 0, comprimento) != CZNArqEx::semErro) comprimento = 0;  // as if there were no record
   const std::uint32_t registros = comprimento / sizeof registro;
   for (std::uint32_t numero = 1; numero < registros; ++numero) {
     const std::uint32_t falha = arquivo.LeRegistro(numero, &registro);

@@ -217,9 +217,9 @@ TEST_F(ListingTest, DamagedRecordFiles) {
   const std::string endless = std::string("CT01\0\0\0\0", 8) + std::string(256, 'n');
   const std::vector<Case> cases = {
       {"", "(null)", kZeros + ours},
-      {"torn", "(null)", "torn" + ours},
+      {"torn", "(null)", kZeros + ours},
       {ours, "(null)", ours + ours},  // the first record is nobody's
-      {kZeros + ours.substr(0, 200), "(null)", kZeros + ours.substr(0, 200) + ours},
+      {kZeros + ours.substr(0, 200), "(null)", kZeros + kZeros + ours},  // part of a record is nobody's
       {kZeros + unended, "(null)", kZeros + unended + ours},
       {kZeros + Record("ct01", "x") + Record("CT012", "x"), "(null)",
        kZeros + Record("ct01", "x") + Record("CT012", "x") + ours},
@@ -237,6 +237,7 @@ TEST_F(ListingTest, DamagedRecordFiles) {
       EXPECT_EQ(Deleted(*store), c.found == "(null)" ? c.found : c.found + ",");
       EXPECT_EQ(SetDefault(*store, u"A"), kOk);
       EXPECT_EQ(ReadFile(Defaults()), c.afterSetting);
+      EXPECT_EQ(Default(*ReadyStore()), "A");
     }
   }
 
