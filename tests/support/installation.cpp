@@ -92,11 +92,10 @@ std::string ReadModel(IZNPL_Relatorio2& store, const std::u16string& name, USHOR
   REG_RELATORIO2* model = nullptr;
   const HRESULT result = store.Le(Text(name), &model);
   if (result != S_OK) return kestor::ResultCode(result);
-  std::string content(reinterpret_cast<const char*>(model->lpRelatorio), static_cast<std::size_t>(model->nQtdeBytes));
+  const TaskBlock<REG_RELATORIO2> owner(model);
+  const TaskBlock<std::uint8_t> content(model->lpRelatorio);
   if (version != nullptr) *version = model->nVersao;
-  CoTaskMemFree(model->lpRelatorio);
-  CoTaskMemFree(model);
-  return content;
+  return {reinterpret_cast<const char*>(content.get()), static_cast<std::size_t>(model->nQtdeBytes)};
 }
 
 }  // namespace support

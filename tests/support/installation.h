@@ -1,6 +1,7 @@
 // A whole installation of the server: a home with folders entered and the real executable registered.
 #pragma once
 
+#include <new>
 #include <string>
 
 #include "contract/interfaces.h"
@@ -37,7 +38,9 @@ class Installation {
 // A BSTR that goes with the object.
 class Text {
  public:
-  explicit Text(const std::u16string& text) : text_(SysAllocStringLen(text.data(), static_cast<UINT>(text.size()))) {}
+  explicit Text(const std::u16string& text) : text_(SysAllocStringLen(text.data(), static_cast<UINT>(text.size()))) {
+    if (text_ == nullptr) throw std::bad_alloc();
+  }
   ~Text() { SysFreeString(text_); }
   Text(const Text&) = delete;
   Text& operator=(const Text&) = delete;

@@ -204,9 +204,10 @@ DWORD CFile::OpenFile::Finish() {
   if (writeError != ERROR_SUCCESS && replacement != nullptr) return writeError;
   if (replacement != nullptr) return written ? replacement->Commit() : DWORD{ERROR_SUCCESS};
   if (!written && !createdIn) return OsError(own.Close());
-  // Others need not wait for the disk: whatever they write on top is flushed with it.
-  DWORD error = files::ReleaseShareLock(own);
-  if (error != ERROR_SUCCESS) return error;
+  // Others need not wait for the disk: whatever they write on top is flushed with it. If they cannot be let in now,
+  // they are when the file is closed.
+  files::ReleaseShareLock(own);
+  DWORD error = ERROR_SUCCESS;
   if (createdIn) {
     error = OsError(host::Sync(own));
     if (error == ERROR_SUCCESS) error = OsError(host::Sync(createdIn));

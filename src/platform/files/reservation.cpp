@@ -1,6 +1,7 @@
 #include "reservation.h"
 
 #include <cerrno>
+#include <utility>
 
 #include "host_error.h"
 #include "path_name.h"
@@ -22,27 +23,28 @@ std::string ReservationName(std::string_view folded) {
 DWORD Reservation::Take(const host::Descriptor& folder, std::string_view name, ShareMode mode) {
   std::string folded;
   if (!FoldName(name, &folded)) return ERROR_INVALID_NAME;
-  const std::string hiddenName = ReservationName(folded);
+  std::string hiddenName = ReservationName(folded);
   folder_ = &folder;
   return UntilNotOvertaken([&] {
     file_.Close();
-    const DWORD error = TryTake(hiddenName, mode);
+    bool isNew = false;
+    const DWORD error = TryTake(hiddenName, mode, &isNew);
     if (error == ERROR_SUCCESS) {
-      hiddenName_ = hiddenName;
+      hiddenName_ = std::move(hiddenName);  // nothing may fail now that the file is there
     } else {
       file_.Close();
+      if (isNew && error != kStartAnew) RemoveIfAbandoned(folder, hiddenName);
     }
     return error;
   });
 }
 
-DWORD Reservation::TryTake(const std::string& hiddenName, ShareMode mode) {
-  bool isNew = false;
-  if (const DWORD error = OpenHidden(hiddenName, &isNew); error != ERROR_SUCCESS) return error;
+DWORD Reservation::TryTake(const std::string& hiddenName, ShareMode mode, bool* isNew) {
+  if (const DWORD error = OpenHidden(hiddenName, isNew); error != ERROR_SUCCESS) return error;
   DWORD lockError = TakeCreationLock(file_);
   if (lockError == ERROR_SUCCESS) lockError = TakeShareLock(file_, true, mode);
   // Where no locks are to be had, nobody else has one of this file.
-  if (lockError == ERROR_SHARING_BUFFER_EXCEEDED && isNew) host::Unlink(*folder_, hiddenName);
+  if (lockError == ERROR_SHARING_BUFFER_EXCEEDED && *isNew) host::Unlink(*folder_, hiddenName);
   if (lockError != ERROR_SUCCESS) return lockError;
   if (!LeadsTo(*folder_, hiddenName, file_)) return kStartAnew;
   struct stat own = {};

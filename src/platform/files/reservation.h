@@ -40,7 +40,7 @@ class Reservation {
   void Cancel() noexcept;
 
  private:
-  DWORD TryTake(const std::string& hiddenName, ShareMode mode);
+  DWORD TryTake(const std::string& hiddenName, ShareMode mode, bool* isNew);
   DWORD OpenHidden(const std::string& hiddenName, bool* isNew);
 
   const host::Descriptor* folder_ = nullptr;

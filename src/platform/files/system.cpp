@@ -5,6 +5,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -13,22 +14,36 @@
 #include <memory>
 #include <thread>
 
+#include "fault_point.h"
+
 namespace files::host {
 namespace {
 
-// Runs a call that gives -1 and errno when it fails. `*result`, unless null, receives what it gives otherwise.
-template <typename Call, typename Result = std::nullptr_t>
-int Repeat(const Call& call, Result* result = nullptr) {
+// Runs a call that carries up to `bytes` bytes and gives -1 and errno when it fails. `*result` receives what it gives
+// otherwise.
+template <typename Result, typename Call>
+int Carry(const char* name, std::size_t bytes, Result* result, const Call& call) {
   for (;;) {
-    const auto value = call();
+    const Fate fate = FateOf(name, bytes);
+    const auto value = fate.error == 0 ? call(std::min(bytes, fate.most)) : -1;
     if (value >= 0) {
-      if constexpr (!std::is_same_v<Result, std::nullptr_t>) {
-        *result = static_cast<Result>(value);
-      }
+      *result = static_cast<Result>(value);
       return 0;
     }
-    if (errno != EINTR) return errno;
+    const int error = fate.error != 0 ? fate.error : errno;
+    if (error != EINTR) return error;
   }
+}
+
+template <typename Result, typename Call>
+int Repeat(const char* name, Result* result, const Call& call) {
+  return Carry(name, 0, result, [&call](std::size_t) { return call(); });
+}
+
+template <typename Call>
+int Repeat(const char* name, const Call& call) {
+  int success = 0;
+  return Repeat(name, &success, call);
 }
 
 // The path of an open folder for calls that take none but a path.
@@ -38,7 +53,7 @@ std::string PathOf(const Descriptor& folder) {
 
 int RenameUnlessTaken(const Descriptor& oldFolder, const std::string& oldName, const Descriptor& newFolder,
                       const std::string& newName) {
-  return Repeat([&] {
+  return Repeat("renameat2", [&] {
     return renameat2(oldFolder.Number(), oldName.c_str(), newFolder.Number(), newName.c_str(), RENAME_NOREPLACE);
   });
 }
@@ -60,7 +75,8 @@ struct FolderEntry {
 
 int Open(int folder, const std::string& path, int flags, Descriptor* opened, mode_t mode) {
   int number = -1;
-  const int error = Repeat([&] { return openat(folder, path.c_str(), flags | O_CLOEXEC | O_NOCTTY, mode); }, &number);
+  const int error =
+      Repeat("openat", &number, [&] { return openat(folder, path.c_str(), flags | O_CLOEXEC | O_NOCTTY, mode); });
   if (error == 0) *opened = Descriptor(number);
   return error;
 }
@@ -70,14 +86,15 @@ int OpenFolder(int folder, const std::string& path, Descriptor* opened) {
 }
 
 int Stat(int folder, const std::string& path, struct stat* status) {
-  return Repeat([&] { return fstatat(folder, path.c_str(), status, 0); });
+  return Repeat("fstatat", [&] { return fstatat(folder, path.c_str(), status, 0); });
 }
 
 int StatLink(int folder, const std::string& path, struct stat* status) {
-  return Repeat([&] { return fstatat(folder, path.c_str(), status, AT_SYMLINK_NOFOLLOW); });
+  return Repeat("fstatat", [&] { return fstatat(folder, path.c_str(), status, AT_SYMLINK_NOFOLLOW); });
 }
 
 int RealPath(const Descriptor& folder, const std::string& name, std::string* path) {
+  if (const Fate fate = FateOf("realpath"); fate.error != 0) return fate.error;
   const std::string link = PathOf(folder) + "/" + name;
   const std::unique_ptr<char, decltype(&free)> real(realpath(link.c_str(), nullptr), &free);
   if (real == nullptr) return errno;
@@ -86,12 +103,13 @@ int RealPath(const Descriptor& folder, const std::string& name, std::string* pat
 }
 
 int Unlink(const Descriptor& folder, const std::string& name) {
-  return Repeat([&] { return unlinkat(folder.Number(), name.c_str(), 0); });
+  return Repeat("unlinkat", [&] { return unlinkat(folder.Number(), name.c_str(), 0); });
 }
 
 int Rename(const Descriptor& oldFolder, const std::string& oldName, const Descriptor& newFolder,
            const std::string& newName) {
-  return Repeat([&] { return renameat(oldFolder.Number(), oldName.c_str(), newFolder.Number(), newName.c_str()); });
+  return Repeat("renameat",
+                [&] { return renameat(oldFolder.Number(), oldName.c_str(), newFolder.Number(), newName.c_str()); });
 }
 
 int RenameToFreeName(const Descriptor& oldFolder, const std::string& oldName, const Descriptor& newFolder,
@@ -99,8 +117,8 @@ int RenameToFreeName(const Descriptor& oldFolder, const std::string& oldName, co
   const int error = RenameUnlessTaken(oldFolder, oldName, newFolder, newName);
   if (!IsUnknownKind(error)) return error;
   // A link refuses a name that is taken just as well.
-  const int linkError =
-      Repeat([&] { return linkat(oldFolder.Number(), oldName.c_str(), newFolder.Number(), newName.c_str(), 0); });
+  const int linkError = Repeat(
+      "linkat", [&] { return linkat(oldFolder.Number(), oldName.c_str(), newFolder.Number(), newName.c_str(), 0); });
   if (linkError != 0) return linkError;
   return Unlink(oldFolder, oldName);
 }
@@ -111,37 +129,38 @@ int ChangeSpelling(const Descriptor& folder, const std::string& oldName, const s
 }
 
 int Stat(const Descriptor& file, struct stat* status) {
-  return Repeat([&] { return fstat(file.Number(), status); });
+  return Repeat("fstat", [&] { return fstat(file.Number(), status); });
 }
 
 int ReadAt(const Descriptor& file, void* buffer, std::size_t count, off_t position, std::size_t* read) {
-  return Repeat([&] { return pread(file.Number(), buffer, count, position); }, read);
+  return Carry("pread", count, read, [&](std::size_t most) { return pread(file.Number(), buffer, most, position); });
 }
 
 int WriteAt(const Descriptor& file, const void* buffer, std::size_t count, off_t position, std::size_t* written) {
-  return Repeat([&] { return pwrite(file.Number(), buffer, count, position); }, written);
+  return Carry("pwrite", count, written,
+               [&](std::size_t most) { return pwrite(file.Number(), buffer, most, position); });
 }
 
 int Truncate(const Descriptor& file, off_t length) {
-  return Repeat([&] { return ftruncate(file.Number(), length); });
+  return Repeat("ftruncate", [&] { return ftruncate(file.Number(), length); });
 }
 
 int Sync(const Descriptor& fileOrFolder) {
-  const int error = Repeat([&] { return fsync(fileOrFolder.Number()); });
+  const int error = Repeat("fsync", [&] { return fsync(fileOrFolder.Number()); });
   // A file system that has no way to flush a folder says so in this way; there is nothing more to be done then.
   return error == EINVAL ? 0 : error;
 }
 
 int SyncData(const Descriptor& file) {
-  return Repeat([&] { return fdatasync(file.Number()); });
+  return Repeat("fdatasync", [&] { return fdatasync(file.Number()); });
 }
 
 int ChangeMode(const Descriptor& file, mode_t mode) {
-  return Repeat([&] { return fchmod(file.Number(), mode); });
+  return Repeat("fchmod", [&] { return fchmod(file.Number(), mode); });
 }
 
 int ChangeOwner(const Descriptor& file, uid_t user, gid_t group) {
-  return Repeat([&] { return fchown(file.Number(), user, group); });
+  return Repeat("fchown", [&] { return fchown(file.Number(), user, group); });
 }
 
 int SetLock(const Descriptor& file, short type, LockRange range) {
@@ -150,7 +169,7 @@ int SetLock(const Descriptor& file, short type, LockRange range) {
   lock.l_whence = SEEK_SET;
   lock.l_start = range.start;
   lock.l_len = range.length;
-  const int error = Repeat([&] { return fcntl(file.Number(), F_OFD_SETLK, &lock); });
+  const int error = Repeat("F_OFD_SETLK", [&] { return fcntl(file.Number(), F_OFD_SETLK, &lock); });
   return error == EACCES ? EAGAIN : error;
 }
 
@@ -160,7 +179,7 @@ int FindForeignLock(const Descriptor& file, LockRange range, off_t* start) {
   lock.l_whence = SEEK_SET;
   lock.l_start = range.start;
   lock.l_len = range.length;
-  const int error = Repeat([&] { return fcntl(file.Number(), F_OFD_GETLK, &lock); });
+  const int error = Repeat("F_OFD_GETLK", [&] { return fcntl(file.Number(), F_OFD_GETLK, &lock); });
   *start = error == 0 && lock.l_type != F_UNLCK ? lock.l_start : -1;
   return error;
 }
@@ -174,7 +193,8 @@ int ReadNames(const Descriptor& folder, const std::function<void(const char* nam
   const char* const start = reinterpret_cast<const char*>(buffer.get());
   for (;;) {
     std::size_t size = 0;
-    const int error = Repeat([&] { return syscall(SYS_getdents64, names.Number(), buffer.get(), kBufferSize); }, &size);
+    const int error =
+        Repeat("getdents64", &size, [&] { return syscall(SYS_getdents64, names.Number(), buffer.get(), kBufferSize); });
     if (error != 0) return error;
     if (size == 0) return 0;
     for (std::size_t at = 0; at < size;) {
@@ -191,28 +211,29 @@ int ReadNames(const Descriptor& folder, const std::function<void(const char* nam
 
 int FileSystemType(const Descriptor& folder, std::uint64_t* type) {
   struct statfs status = {};
-  const int error = Repeat([&] { return fstatfs(folder.Number(), &status); });
+  const int error = Repeat("fstatfs", [&] { return fstatfs(folder.Number(), &status); });
   *type = static_cast<std::uint32_t>(status.f_type);
   return error;
 }
 
 int OpenWatcher(Descriptor* watcher) {
   int number = -1;
-  const int error = Repeat([] { return inotify_init1(IN_NONBLOCK | IN_CLOEXEC); }, &number);
+  const int error = Repeat("inotify_init1", &number, [] { return inotify_init1(IN_NONBLOCK | IN_CLOEXEC); });
   if (error == 0) *watcher = Descriptor(number);
   return error;
 }
 
 int AddWatch(const Descriptor& watcher, const Descriptor& folder, std::uint32_t events, int* watch) {
-  return Repeat([&] { return inotify_add_watch(watcher.Number(), PathOf(folder).c_str(), events); }, watch);
+  return Repeat("inotify_add_watch", watch,
+                [&] { return inotify_add_watch(watcher.Number(), PathOf(folder).c_str(), events); });
 }
 
 void RemoveWatch(const Descriptor& watcher, int watch) {
-  inotify_rm_watch(watcher.Number(), watch);
+  Repeat("inotify_rm_watch", [&] { return inotify_rm_watch(watcher.Number(), watch); });
 }
 
 int ReadEvents(const Descriptor& watcher, void* buffer, std::size_t size, std::size_t* read) {
-  return Repeat([&] { return ::read(watcher.Number(), buffer, size); }, read);
+  return Repeat("read", read, [&] { return ::read(watcher.Number(), buffer, size); });
 }
 
 // The clock is mixed in each time, so that a forked process does not draw what its parent draws; asking the system each
@@ -220,7 +241,7 @@ int ReadEvents(const Descriptor& watcher, void* buffer, std::size_t size, std::s
 std::uint64_t Random() {
   thread_local std::uint64_t state = [] {
     std::uint64_t seed = 0;
-    Repeat([&] { return getrandom(&seed, sizeof seed, 0); });
+    Repeat("getrandom", [&] { return getrandom(&seed, sizeof seed, 0); });
     return seed;
   }();
   state += static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count()) | 1;

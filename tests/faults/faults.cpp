@@ -1,0 +1,138 @@
+#include "faults.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <new>
+#include <utility>
+
+#include "platform/files/fault_point.h"
+
+namespace faults {
+namespace {
+
+bool attacked = false;
+Attack current;
+int calls = 0;
+int allocations = 0;
+std::vector<std::size_t> noted;
+bool reached = false;
+bool struck = false;
+const char* struckCall = "";
+
+files::host::Fate FateAtPlace(const char* call, std::size_t bytes) {
+  reached = true;
+  struckCall = call;
+  if (current.kills) kill(getpid(), SIGKILL);
+  struck = current.error != 0 || bytes > current.most;
+  if (current.error != 0) return {.error = current.error};
+  return current.most == 0 ? files::host::Fate{} : files::host::Fate{.most = current.most};
+}
+
+bool AllocationFails() {
+  if (!attacked || ++allocations != current.allocation) return false;
+  reached = struck = true;
+  struckCall = "allocation";
+  return true;
+}
+
+}  // namespace
+
+Strike Run(const Attack& attack, const std::function<void()>& operation) {
+  current = attack;
+  calls = allocations = 0;
+  reached = struck = false;
+  struckCall = "";
+  noted.clear();
+  attacked = true;
+  operation();
+  attacked = false;
+  return {reached, struck, struckCall, noted};
+}
+
+}  // namespace faults
+
+files::host::Fate files::host::FateOf(const char* call, std::size_t bytes) {
+  using namespace faults;
+  if (!attacked) return {};
+  if (current.watches) noted.push_back(bytes);
+  if (++calls == current.call) return FateAtPlace(call, bytes);
+  if (struck && current.lasts) return {.error = current.error};
+  if (!struck || bytes == 0 || current.errorBehind == 0) return {};
+  return {.error = std::exchange(current.errorBehind, 0)};
+}
+
+// ---- Flushing and allocation ---------------------------------------------------------------------------------------
+
+extern "C" {
+
+// Processes are killed here, not the machine: what is flushed would only take time.
+int __wrap_fsync(int) {
+  return 0;
+}
+
+int __wrap_fdatasync(int) {
+  return 0;
+}
+
+void* __real_malloc(std::size_t bytes);
+void* __real_calloc(std::size_t count, std::size_t bytes);
+void* __real_realloc(void* block, std::size_t bytes);
+
+void* __wrap_malloc(std::size_t bytes) {
+  return faults::AllocationFails() ? nullptr : __real_malloc(bytes);
+}
+
+void* __wrap_calloc(std::size_t count, std::size_t bytes) {
+  return faults::AllocationFails() ? nullptr : __real_calloc(count, bytes);
+}
+
+void* __wrap_realloc(void* block, std::size_t bytes) {
+  return faults::AllocationFails() ? nullptr : __real_realloc(block, bytes);
+}
+
+}  // extern "C"
+
+namespace {
+
+void* Allocate(std::size_t bytes) noexcept {
+  return faults::AllocationFails() ? nullptr : __real_malloc(std::max<std::size_t>(bytes, 1));
+}
+
+void* Allocate(std::size_t bytes, std::align_val_t alignment) noexcept {
+  const auto unit = static_cast<std::size_t>(alignment);
+  return faults::AllocationFails() ? nullptr
+                                   : std::aligned_alloc(unit, (std::max(bytes, unit) + unit - 1) / unit * unit);
+}
+
+void* OrThrow(void* block) {
+  if (block == nullptr) throw std::bad_alloc();
+  return block;
+}
+
+}  // namespace
+
+// clang-format off
+void* operator new(std::size_t n) { return OrThrow(Allocate(n)); }
+void* operator new[](std::size_t n) { return OrThrow(Allocate(n)); }
+void* operator new(std::size_t n, const std::nothrow_t&) noexcept { return Allocate(n); }
+void* operator new[](std::size_t n, const std::nothrow_t&) noexcept { return Allocate(n); }
+void* operator new(std::size_t n, std::align_val_t a) { return OrThrow(Allocate(n, a)); }
+void* operator new[](std::size_t n, std::align_val_t a) { return OrThrow(Allocate(n, a)); }
+void* operator new(std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept { return Allocate(n, a); }
+void* operator new[](std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept { return Allocate(n, a); }
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
+void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }
+void operator delete(void* p, std::align_val_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::align_val_t) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t, std::align_val_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { std::free(p); }
+void operator delete(void* p, std::align_val_t, const std::nothrow_t&) noexcept { std::free(p); }
+void operator delete[](void* p, std::align_val_t, const std::nothrow_t&) noexcept { std::free(p); }
+// clang-format on

@@ -1,0 +1,35 @@
+// System calls on files, and allocations, that fail where a test wants it. This program has its own definition of the
+// place where the system's calls on files pass, and its own allocation.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace faults {
+
+// What strikes an operation at one place. Places are numbered from 1.
+struct Attack {
+  int call = 0;          // the system call that is struck; 0: none
+  int error = 0;         // it fails with this errno value
+  bool lasts = false;    // and so do all behind it
+  std::size_t most = 0;  // or it carries so many bytes at most, if it is a reading or writing of a file
+  int errorBehind = 0;   // and then the next reading or writing fails with this errno value
+  bool kills = false;    // or the process is killed before it
+  int allocation = 0;    // the allocation that fails; 0: none
+  bool watches = false;  // nothing fails; the system calls are noted
+};
+
+struct Strike {
+  bool reached = false;  // the operation came to the place
+  bool struck = false;   // and something happened there
+  std::string call;      // its name
+  // The bytes that each system call could carry.
+  std::vector<std::size_t> calls = {};
+};
+
+// Runs an operation under attack.
+Strike Run(const Attack& attack, const std::function<void()>& operation);
+
+}  // namespace faults

@@ -1,0 +1,234 @@
+// Every operation of the interfaces that touches files, with each of its system calls and allocations failing in turn:
+// no model is lost, and what clients are told is true.
+#include "faults.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+
+#include "operations.h"
+
+namespace {
+
+using faults::Attack;
+using support::Child;
+using support::LongTests;
+
+constexpr int kUntouched = 77;  // exit status of a process that was not killed
+constexpr int kMostTold = 10;   // losses of one operation
+
+bool BeginsWithOneOf(const std::string& text, const std::vector<std::string>& beginnings) {
+  return std::any_of(beginnings.begin(), beginnings.end(), [&](const auto& b) { return text.starts_with(b); });
+}
+
+// What an operation does when nothing disturbs it, and when it is done once more.
+struct Undisturbed {
+  State before, after, afterSecond;
+  std::string answer, secondAnswer;
+  std::vector<std::size_t> calls;  // the bytes that each of its system calls could carry
+};
+
+class FaultsTest : public Station {
+ protected:
+  ~FaultsTest() override {
+    std::string points = std::to_string(points_);
+    for (std::size_t at = points.size(); at > 3; at -= 3)
+      points.insert(at - 3, ",");
+    std::printf("faults: %s: %zu operations, %s fault points, %d losses\n",
+                testing::UnitTest::GetInstance()->current_test_info()->name(), Operations().size(), points.c_str(),
+                losses_);
+  }
+
+  // Strikes every operation at one place after the other, in each manner, until it is done without having come to the
+  // place. In the short form each manner strikes one place of `every`, by turns.
+  void StrikeAll(int Attack::*place, const std::vector<Attack>& manners, int every) {
+    for (const Operation& operation : Operations()) {
+      const Undisturbed undisturbed = Do(operation);
+      const int lossesBefore = losses_;
+      bool ended = false;
+      for (int at = 1; !ended && losses_ - lossesBefore < kMostTold; ++at) {
+        for (int i = 0; i < static_cast<int>(manners.size()); ++i) {
+          if (!LongTests() && (at + i) % every != 0) continue;
+          Attack attack = manners[static_cast<std::size_t>(i)];
+          attack.*place = at;
+          ended |= CanStrike(undisturbed, attack) && !Strike(operation, undisturbed, attack);
+        }
+      }
+    }
+  }
+
+ private:
+  Undisturbed Do(const Operation& operation) {
+    Undisturbed u;
+    Renew(operation);
+    u.before = Seen();
+    Renew(operation);
+    u.calls = faults::Run({.watches = true}, [&] { u.answer = operation.call(*this); }).calls;
+    u.after = Seen();
+    u.secondAnswer = operation.call(*this);
+    u.afterSecond = Seen();
+    EXPECT_FALSE(u.answer.starts_with("0x8")) << operation.name << ": " << u.answer;
+    return u;
+  }
+
+  // Not where it would only make a call carry what it carries anyway.
+  static bool CanStrike(const Undisturbed& undisturbed, const Attack& attack) {
+    const auto at = static_cast<std::size_t>(attack.call);
+    return attack.most == 0 || at > undisturbed.calls.size() || undisturbed.calls[at - 1] > attack.most;
+  }
+
+  // What the server's stub makes of a call: there, too, memory that is lacking is a result.
+  std::string Answer(const Operation& operation) {
+    try {
+      return operation.call(*this);
+    } catch (const std::bad_alloc&) {
+      return kestor::ResultCode(E_OUTOFMEMORY);
+    } catch (...) {
+      return "an exception";
+    }
+  }
+
+  static std::size_t Descriptors() { return support::Names("/proc/self/fd").size(); }
+
+  faults::Strike Kill(const Operation& operation, const Attack& attack) {
+    Child server([&] {
+      faults::Run(attack, [&] { Answer(operation); });
+      return kUntouched;
+    });
+    const int status = server.Wait();
+    EXPECT_TRUE(status == kUntouched || status == 128 + SIGKILL) << operation.name << " ends with " << status;
+    Reconnect();
+    return {.reached = status != kUntouched, .struck = true, .call = "killed"};
+  }
+
+  // False when the operation was done without coming to the place.
+  bool Strike(const Operation& operation, const Undisturbed& undisturbed, const Attack& attack) {
+    Renew(operation);
+    const std::size_t descriptors = Descriptors();
+    std::string answer;
+    faults::Strike strike;
+    if (attack.kills) {
+      strike = Kill(operation, attack);
+    } else {
+      strike = faults::Run(attack, [&] { answer = Answer(operation); });
+    }
+    where_ = std::string(operation.name) + ", place " + std::to_string(attack.call + attack.allocation) + " " +
+             strike.call + ", error " + std::to_string(attack.error) + ", answer " + answer + ": ";
+    if (Descriptors() > descriptors) Lost("a descriptor is left open");
+    if (!strike.struck) return strike.reached;
+    ++points_;
+
+    const State seen = Seen();
+    Judge(operation, undisturbed, strike, attack, answer, seen);
+    if (!attack.kills) {
+      // Another station, whose process knows nothing of this one.
+      constexpr int kEvery = 5;
+      if (points_ % kEvery == 0) {
+        Child other([&] { return Seen() == seen ? 0 : 1; });
+        if (other.Wait() != 0) Lost("another process sees something else");
+      }
+      if (strike.call != "unlinkat" && !attack.lasts && !HiddenFiles().empty()) Lost("leaves a hidden file");
+    }
+    AnswerOnceMore(operation, undisturbed);
+    AgeHiddenFiles();
+    if (!HiddenFiles().empty()) Seen();
+    if (!HiddenFiles().empty()) Lost("a hidden file is not cleaned up");
+    return strike.reached;
+  }
+
+  void Judge(const Operation& operation, const Undisturbed& u, const faults::Strike& strike, const Attack& attack,
+             const std::string& answer, const State& seen) {
+    const bool done = answer == u.answer;
+    const bool failed = BeginsWithOneOf(answer, operation.failures) ||
+                        (attack.allocation != 0 && answer.starts_with(kestor::ResultCode(E_OUTOFMEMORY)));
+    if (!attack.kills && !done && !failed) Lost("is no answer of this operation");
+    // What could not be flushed is there all the same, and of a record that is written in place what was written.
+    const bool flushed = !attack.lasts && !strike.call.ends_with("sync");
+    const bool inPlace = attack.errorBehind != 0;
+    for (const std::string& key : Keys({&u.before, &u.after, &seen})) {
+      const bool isOld = At(seen, key) == At(u.before, key);
+      const bool isNew = At(seen, key) == At(u.after, key);
+      if (BeginsWithOneOf(key, operation.otherwise)) continue;
+      if (!isOld && !isNew) Lost(key + " is neither old nor new: " + At(seen, key));
+      if (attack.kills || BeginsWithOneOf(key, operation.untold)) continue;
+      if (key == "ZNCTLARQ.DAT") continue;
+      if (done && !isNew && strike.call != operation.unnoticed) Lost(key + " is old: " + At(seen, key));
+      if (!done && !isOld && flushed && !(inPlace && key == "ZNRELPAD.DAT")) Lost(key + " is new: " + At(seen, key));
+    }
+    if (operation.migrates) JudgeMigration(u, seen);
+  }
+
+  void JudgeMigration(const Undisturbed& u, const State& seen) {
+    for (const auto& [key, content] : u.before) {
+      if (!key.ends_with(".REL") && !key.ends_with(".REE")) continue;
+      const std::string document = key.substr(0, key.find('.')) + ".RXL";
+      if (seen.count(key) == 0 && At(seen, document) != At(u.after, document))
+        Lost(key + " is gone without a document");
+    }
+  }
+
+  void AnswerOnceMore(const Operation& operation, const Undisturbed& u) {
+    const std::string answer = Answer(operation);
+    if (answer != u.answer && answer != u.secondAnswer) Lost("answers " + answer + " once more");
+    const State seen = Seen();
+    for (const std::string& key : Keys({&u.before, &u.after, &u.afterSecond, &seen})) {
+      const std::string now = At(seen, key);
+      const bool isOld = now == At(u.before, key) && BeginsWithOneOf(key, operation.untold);
+      if (isOld || now == At(u.after, key) || now == At(u.afterSecond, key) || key.starts_with("ZNCTLARQ")) continue;
+      if (!BeginsWithOneOf(key, operation.otherwise)) Lost(key + " once more: " + now);
+    }
+  }
+
+  static std::vector<std::string> Keys(const std::vector<const State*>& states) {
+    State all;
+    for (const State* state : states)
+      all.insert(state->begin(), state->end());
+    std::vector<std::string> keys;
+    for (const auto& [key, value] : all)
+      keys.push_back(key);
+    return keys;
+  }
+
+  void Lost(const std::string& what) {
+    ++losses_;
+    ADD_FAILURE() << where_ << what;
+  }
+
+  std::string where_;
+  int points_ = 0;
+  int losses_ = 0;
+};
+
+TEST_F(FaultsTest, SystemCallsFail) {
+  StrikeAll(&Attack::call, {{.error = EIO}, {.error = ENOSPC}}, 3);
+}
+
+TEST_F(FaultsTest, SystemCallsAreRefused) {
+  StrikeAll(&Attack::call, {{.error = EACCES}, {.error = EMFILE}}, 3);
+}
+
+// From one moment on: what is there is whole, though nobody can say whether it is on the disk.
+TEST_F(FaultsTest, DiskIsGone) {
+  StrikeAll(&Attack::call, {{.error = EIO, .lasts = true}, {.error = ENOSPC, .lasts = true}}, 3);
+}
+
+// Readings and writings that are cut are nothing that clients notice, nor are calls that a signal interrupts.
+TEST_F(FaultsTest, SystemCallsAreShort) {
+  StrikeAll(&Attack::call, {{.most = 1}, {.most = 100}, {.error = EINTR}}, 3);
+}
+
+TEST_F(FaultsTest, DiskFailsInTheMiddle) {
+  StrikeAll(&Attack::call, {{.most = 1, .errorBehind = ENOSPC}, {.most = 100, .errorBehind = EIO}}, 2);
+}
+
+// Before each call, which is behind the one before, and after the last one.
+TEST_F(FaultsTest, ProcessIsKilled) {
+  StrikeAll(&Attack::call, {{.kills = true}}, 3);
+}
+
+TEST_F(FaultsTest, MemoryRunsOut) {
+  StrikeAll(&Attack::allocation, {Attack{}}, 7);
+}
+
+}  // namespace
