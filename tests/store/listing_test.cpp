@@ -218,7 +218,7 @@ TEST_F(ListingTest, DamagedRecordFiles) {
   const std::vector<Case> cases = {
       {"", "(null)", kZeros + ours},
       {"torn", "(null)", kZeros + ours},
-      {ours, "(null)", ours + ours},  // the first record is nobody's
+      {ours, "(null)", ours + ours},                                     // the first record is nobody's
       {kZeros + ours.substr(0, 200), "(null)", kZeros + kZeros + ours},  // part of a record is nobody's
       {kZeros + unended, "(null)", kZeros + unended + ours},
       {kZeros + Record("ct01", "x") + Record("CT012", "x"), "(null)",
