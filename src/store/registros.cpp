@@ -65,7 +65,8 @@ void PercorreRegistros(const std::string& caminho,
 }
 
 std::uint32_t AbreParaGravar(CZNArqEx& arquivo, const std::string& caminho) {
-  std::uint32_t numero = arquivo.Abre(caminho, 'G', kTamanho, true, false);
+  // Opens it now, also for an object that has tried in vain before and would leave it to its next operation.
+  std::uint32_t numero = arquivo.Abre(caminho, 'G', kTamanho, true, true);
   if (numero != CZNArqEx::semErro) return numero;
   std::uint32_t comprimento = 0;
   numero = arquivo.Posiciona('F', 0, comprimento);

@@ -272,7 +272,7 @@ TEST_F(SharingTest, WhatAnotherUserWasCreatingWhenKilledIsNobodys) {
   const auto searchLater = [&] {
     fs::last_write_time(names[0], fs::file_time_type::clock::now() - std::chrono::hours(1));
     _finddata_t found;
-    Elsewhere([&] { EXPECT_NE(_findfirst("*", &found), -1); }, kOther);
+    Elsewhere([&] { EXPECT_EQ(_findclose(_findfirst("*", &found)), 0); }, kOther);
   };
   Elsewhere([&] { EXPECT_EQ(create(), 32); }, kOther);
   searchLater();

@@ -1,6 +1,8 @@
 // Stations that share one reports folder, all at once.
+#include <chrono>
 #include <csignal>
 #include <gtest/gtest.h>
+#include <thread>
 
 #include "platform/files/files.h"
 #include "store_fixture.h"
@@ -69,6 +71,22 @@ TEST_F(ContentionTest, NothingOfAnybodyIsLost) {
     }
     EXPECT_EQ(Deleted(*store), deleted);
   }
+}
+
+// The list is in use for much longer than one round of attempts takes.
+TEST_F(ContentionTest, DeletionIsRememberedWhoeverReadsTheList) {
+  auto store = ReadyStore();
+  ASSERT_EQ(WriteModel(*store, u"A", "x"), S_OK);
+  ASSERT_EQ(Deleted(*store), "(null)");
+  CFile reader;
+  ASSERT_TRUE(reader.Open("D:\\Dados.v2\\Rel\\ZNRELDEL.DAT", CFile::modeRead | CFile::shareExclusive));
+  std::thread ending([&reader] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    reader.Close();
+  });
+  EXPECT_EQ(Delete(*store, u"A", Model::demonstration), "0x00000000");
+  ending.join();
+  EXPECT_EQ(Deleted(*store), "A,");
 }
 
 TEST_F(ContentionTest, KilledHolderIsInNobodysWay) {
