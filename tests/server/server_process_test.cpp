@@ -26,9 +26,11 @@ namespace {
 
 using kestor::ResultCode;
 using support::Child;
+using support::FolderOfDescriptors;
 using support::Installation;
 using support::OpenStore;
 using support::ReadModel;
+using support::SocketPath;
 using support::WaitUntil;
 using support::WriteModel;
 
@@ -41,14 +43,6 @@ HRESULT Make(ComPtr<IZNPL_Relatorio2>* store) {
 HRESULT Make() {
   ComPtr<IZNPL_Relatorio2> store;
   return Make(&store);
-}
-
-std::string SocketPath() {
-  return platform::Home::Current().SocketFolder() + "/" + GuidText(CLSID_ZNPL_Relatorio2);
-}
-
-std::string FolderOfDescriptors(pid_t process) {
-  return "/proc/" + std::to_string(process) + "/fd";
 }
 
 class RunningServer : public testing::Test {

@@ -8,6 +8,7 @@
 
 #include "contract/results.h"
 #include "marshal/marshal.h"
+#include "platform/home/home.h"
 #include "platform/registry/registry.h"
 
 namespace support {
@@ -70,6 +71,14 @@ void Installation::EndServer() const {
   if (server == 0) return;
   kill(server, SIGKILL);
   WaitUntil([server] { return HasEnded(server); });
+}
+
+std::string SocketPath(const CLSID& clsid) {
+  return platform::Home::Current().SocketFolder() + "/" + GuidText(clsid);
+}
+
+std::string FolderOfDescriptors(pid_t process) {
+  return "/proc/" + std::to_string(process) + "/fd";
 }
 
 ComPtr<IZNPL_Relatorio2> OpenStore() {

@@ -35,6 +35,12 @@ class Installation {
   TempHome home_;
 };
 
+// Where the class's server listens for clients of the current home.
+std::string SocketPath(const CLSID& clsid = CLSID_ZNPL_Relatorio2);
+
+// The folder with a name for each descriptor that a process holds.
+std::string FolderOfDescriptors(pid_t process);
+
 // A BSTR that goes with the object.
 class Text {
  public:

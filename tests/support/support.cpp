@@ -32,7 +32,7 @@ TempFolder::~TempFolder() {
   fs::remove_all(path_, ignored);
 }
 
-TempHome::TempHome() {
+TempHome::TempHome(const fs::path& sharedData) : data_(sharedData.empty() ? folder_.Path() / "data" : sharedData) {
   fs::create_directories(Home() / "drives");
   fs::create_directory(Home() / "work");
   fs::create_directory(Data());

@@ -25,20 +25,22 @@ class TempFolder {
   std::filesystem::path path_;
 };
 
-// A home of the test's own with a drive D: the folder Data(). The process uses it from construction on, and so do the
-// processes that it starts; the sockets of the home lie inside the test's folder.
+// A home of the test's own with a drive D: the folder Data(), its own or one that several homes share. The process uses
+// it from construction on, and so do the processes that it starts; the sockets of the home lie inside the test's
+// folder.
 class TempHome {
  public:
-  TempHome();
+  explicit TempHome(const std::filesystem::path& sharedData = {});
 
   // Makes it the process's home again after another one was.
   void Enter() const;
 
   std::filesystem::path Home() const { return folder_.Path() / "home"; }
-  std::filesystem::path Data() const { return folder_.Path() / "data"; }
+  std::filesystem::path Data() const { return data_; }
 
  private:
   TempFolder folder_;
+  const std::filesystem::path data_;
 };
 
 void WriteFile(const std::filesystem::path& file, std::string_view bytes);
