@@ -12,6 +12,8 @@ scripts/setup.sh checks
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz
 mkdir -p build/fuzz/found
+# Several write files, and would wait for the disk most of the time.
+[ ! -w /dev/shm ] || export TMPDIR=/dev/shm
 for fuzzer in build/fuzz/bin/fuzz_*; do
   name="$(basename "$fuzzer")"
   corpus="build/fuzz/corpus/$name"
