@@ -4,14 +4,18 @@
 #   scripts/setup.sh            what building the programs takes
 #   scripts/setup.sh tests      … and the tests and benchmarks
 #   scripts/setup.sh checks     … and everything that .ci/run uses
+#   scripts/setup.sh prove      … and what scripts/prove.sh uses beyond that
 set -euo pipefail
 
 packages=(g++ cmake ninja-build libcli11-dev libexpat1-dev nlohmann-json3-dev)
+tests=(libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev)
+checks=(clang clang-format clang-tidy libclang-rt-dev)
 case "${1:-programs}" in
   programs) ;;
-  tests) packages+=(libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev) ;;
-  checks) packages+=(libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev clang clang-format clang-tidy libclang-rt-dev) ;;
-  *) echo "usage: scripts/setup.sh [programs|tests|checks]" >&2; exit 2 ;;
+  tests) packages+=("${tests[@]}") ;;
+  checks) packages+=("${tests[@]}" "${checks[@]}") ;;
+  prove) packages+=("${tests[@]}" "${checks[@]}" valgrind) ;;
+  *) echo "usage: scripts/setup.sh [programs|tests|checks|prove]" >&2; exit 2 ;;
 esac
 
 missing=()

@@ -1,0 +1,71 @@
+#!/usr/bin/env bash
+# The long form of everything that is checked: hours instead of minutes. Says what it does, stops at the first failure,
+# and gives the figures at the end.
+#
+#   scripts/prove.sh [SECONDS]     for each fuzzer; 600 by default
+#
+# KESTOR_CONTENTION_MINUTES is how long the stations contend; 5 by default. The logs stay in build/prove.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+fuzz_seconds="${1:-600}"
+logs=build/prove
+# These run by themselves: what they measure should not depend on other tests beside them.
+alone=(contention peers faults)
+# Test programs whose whole work is in their own process and its forks: they start no server and no other executable.
+in_process=(text home files registry channel com contract marshal common marcacao document legacy migration store
+  registration server)
+# Cases that go by the clock, or take hours, under memcheck.
+too_slow='RegistryFile.ManyWriters*:RegistryFile.AKilledWriter*:RegistryFormat.AFileOfCountless*'
+
+started=$SECONDS
+figures=()
+say() { printf '\n== %s (%d s)\n' "$1" "$((SECONDS - started))"; }
+
+# step NAME COMMAND…: runs it with its output in a log as well, and keeps its figure. A function as the command sees to
+# its own failures.
+step() {
+  local name="$1" begun=$SECONDS log
+  shift
+  say "$name"
+  log="$logs/$(tr -c 'a-zA-Z0-9\n' '_' <<<"$name").log"
+  "$@" 2>&1 | tee "$log" || { printf '\nFailed: %s. The whole log is %s.\n' "$name" "$log" >&2; exit 1; }
+  figures+=("$(printf '%6d s  %s: %s' "$((SECONDS - begun))" "$name" "$(figure "$log")")")
+}
+
+# What a log says of the work done: lines that begin with the subject of tests, the count of tests, of runs, of programs.
+figure() {
+  {
+    grep -oE '(contention|peers|faults): [0-9].*' "$1" || true
+    grep -E '^[0-9]+ passed, [0-9]+ failed$' "$1" || true
+    awk '/^stat::number_of_executed_units/ { runs += $2 } END { if (runs) print runs " runs" }' "$1"
+    grep -E '^[0-9]+ programs without an error$' "$1" || true
+  } | paste -s -d ';' | sed 's/;/; /g'
+}
+
+under_memcheck() {
+  local subject
+  cmake --preset debug -DKESTOR_BENCH=OFF >/dev/null && cmake --build --preset debug || return
+  for subject in "${in_process[@]}"; do
+    echo "$subject"
+    # Leaks are AddressSanitizer's business: in a fork, what the threads of its parent held would count as lost.
+    KESTOR_LONG_TESTS=0 valgrind --quiet --error-exitcode=99 --leak-check=no \
+      "build/debug/bin/${subject}_test" --gtest_brief=1 --gtest_filter="-$too_slow" || return
+  done
+  echo "${#in_process[@]} programs without an error"
+}
+
+scripts/setup.sh prove
+mkdir -p "$logs"
+
+step "All tests in their long forms, AddressSanitizer and UndefinedBehaviorSanitizer" \
+  env KESTOR_LONG_TESTS=1 scripts/test.sh asan --exclude-regex "^($(IFS='|'; echo "${alone[*]}"))\\."
+for subject in "${alone[@]}"; do
+  step "${subject^} by itself, in the long form" \
+    env KESTOR_LONG_TESTS=1 scripts/test.sh asan --verbose --no-tests=error --tests-regex "^$subject\\."
+done
+step "Fuzzers, $fuzz_seconds s each" scripts/fuzz.sh "$fuzz_seconds"
+step "All tests, ThreadSanitizer" env KESTOR_LONG_TESTS=0 scripts/test.sh tsan
+step "Tests within one process, memcheck" under_memcheck
+
+say "Everything holds"
+printf '%s\n' "${figures[@]}"
