@@ -264,6 +264,7 @@ class Server final : public MessageSource {
   bool listenersPaused_ = false;
   std::chrono::steady_clock::time_point pausedSince_;
   bool readyIsNext_ = false;
+  bool hasServed_ = false;  // since the last waiting
   std::uint64_t nextKey_ = 1;
   std::unordered_map<std::uint64_t, std::unique_ptr<Listener>> listeners_;
   std::unordered_map<std::uint64_t, std::unique_ptr<Peer>> peers_;

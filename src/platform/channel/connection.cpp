@@ -6,6 +6,7 @@
 
 #include "platform/channel/channel.h"
 #include "socket.h"
+#include "wakefulness.h"
 
 namespace channel {
 
@@ -158,7 +159,15 @@ bool Connection::ReceiveFrame(FrameHead* head, Decoder* payload) {
       received_.Reserve(std::max(size + kFirstReceiveBytes, std::min(size * 2, start + wanted)));
     }
     if (start + wanted > received_.Capacity() && wanted <= kTrustedBytes) received_.Reserve(start + wanted);
-    const ssize_t got = recv(descriptor_.Number(), received_.Data() + size, received_.Capacity() - size, 0);
+    const auto receive = [&](int flags) {
+      return recv(descriptor_.Number(), received_.Data() + size, received_.Capacity() - size, flags);
+    };
+    ssize_t got = -1;
+    const bool came = IsThereInAMoment([&] {
+      got = receive(MSG_DONTWAIT);
+      return got >= 0 || (errno != EAGAIN && errno != EWOULDBLOCK);
+    });
+    if (!came) got = receive(0);
     if (got < 0 && errno == EINTR) continue;
     if (got == 0) errno = ECONNRESET;  // tells the end from a limit that ran out
     if (got <= 0) return false;

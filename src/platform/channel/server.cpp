@@ -6,9 +6,11 @@
 #include <cerrno>
 #include <new>
 #include <system_error>
+#include <utility>
 
 #include "platform/channel/channel.h"
 #include "socket.h"
+#include "wakefulness.h"
 
 namespace channel {
 
@@ -174,7 +176,12 @@ bool Server::Wait(int wakeDescriptor, MSG* message) {
   if (mayResume && Clock::now() - pausedSince_ >= std::chrono::milliseconds(kRetryMilliseconds)) ResumeListeners();
   epoll_event event{};
   const int limit = mayResume ? kRetryMilliseconds : -1;
-  const int count = epoll_wait(epoll_.Number(), &event, 1, ready_.empty() ? limit : 0);
+  const auto look = [&](int limitMs) { return epoll_wait(epoll_.Number(), &event, 1, limitMs); };
+  int count = 0;
+  // Whoever has just had an answer often calls again at once.
+  const bool staysAwake = std::exchange(hasServed_, false) && ready_.empty();
+  const bool came = staysAwake && IsThereInAMoment([&] { return (count = look(0)) != 0; });
+  if (!came) count = look(ready_.empty() ? limit : 0);
   if (count == 1 && event.data.u64 != kWakeKey) {
     HandleEvent(event.data.u64, (event.events & EPOLLOUT) != 0);
     if (received_.Size() != 0) {
@@ -334,6 +341,7 @@ void Server::Dispatch(const MSG& message) {
   const std::uint64_t key = message.wParam;
   const auto found = peers_.find(key);
   if (found == peers_.end()) return;
+  hasServed_ = true;
   try {
     ServeNext(*found->second, message.lParam == kInPeer);
   } catch (const std::bad_alloc&) {
