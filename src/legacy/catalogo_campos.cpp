@@ -99,15 +99,24 @@ void PreencheRegistro(const Linha& linha, tagREG_CAMPOS_RELATORIO2& registro) {
   registro.cAlinhamento = text::UpperChar(linha.Primeiro(kAlinhamento));
 }
 
+struct Contagem {
+  std::size_t lf = 0;
+  bool temNulo = false;
+};
+
 // As many as a byte can count go at a time, which the compiler turns into a few instructions.
-std::size_t ContaLf(const char* inicio, const char* fim) {
+Contagem Conta(const char* inicio, const char* fim) {
   constexpr std::ptrdiff_t kBloco = 255;
-  std::size_t total = 0;
+  Contagem total;
   while (inicio != fim) {
-    std::uint8_t doBloco = 0;
-    for (const char* const bloco = inicio + std::min(kBloco, fim - inicio); inicio != bloco; ++inicio)
-      doBloco = static_cast<std::uint8_t>(doBloco + (*inicio == '\n' ? 1 : 0));
-    total += doBloco;
+    std::uint8_t lf = 0;
+    std::uint8_t nulos = 0;
+    for (const char* const bloco = inicio + std::min(kBloco, fim - inicio); inicio != bloco; ++inicio) {
+      lf = static_cast<std::uint8_t>(lf + (*inicio == '\n' ? 1 : 0));
+      nulos = static_cast<std::uint8_t>(nulos + (*inicio == '\0' ? 1 : 0));
+    }
+    total.lf += lf;
+    total.temNulo |= nulos != 0;
   }
   return total;
 }
@@ -155,17 +164,14 @@ HRESULT CCatalogoCampos::Le(const std::string& caminho) {
   if (!arquivo.Open(caminho.c_str(), kLeituraModelo)) return ErrorForm(KESTOR_ARQ_NAO_EXISTE);
   aberto_ = true;
   lido_ = LeConteudo(arquivo);
-  if (!lido_.bytes.empty()) {
-    nulo_ = static_cast<const char*>(std::memchr(lido_.bytes.data(), '\0', lido_.bytes.size()));
-  }
-  return lido_.inteiro ? S_OK : ErrorForm(KESTOR_PROBLEMAS_AO_LER);
-}
-
-std::size_t CCatalogoCampos::Quantidade(std::size_t limite) const {
   const char* const inicio = lido_.bytes.data();
-  const char* const fim = nulo_ != nullptr ? nulo_ : inicio + lido_.bytes.size();
-  const std::size_t semFim = nulo_ != nullptr ? 0 : 1;
-  return std::min(limite, ContaLf(inicio, fim) + semFim);
+  Contagem contagem = Conta(inicio, inicio + lido_.bytes.size());
+  if (contagem.temNulo) {
+    nulo_ = static_cast<const char*>(std::memchr(inicio, '\0', lido_.bytes.size()));
+    contagem = Conta(inicio, nulo_);
+  }
+  linhas_ = contagem.lf + (nulo_ != nullptr ? 0 : 1);
+  return lido_.inteiro ? S_OK : ErrorForm(KESTOR_PROBLEMAS_AO_LER);
 }
 
 void CCatalogoCampos::Preenche(tagREG_CAMPOS_RELATORIO* registros, std::size_t quantidade) const {

@@ -1,6 +1,7 @@
 // The field catalogue of a module's component.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -38,7 +39,7 @@ class CCatalogoCampos {
   const Bytes& Conteudo() const { return lido_.bytes; }
 
   // The number of lines, `limite` at most.
-  std::size_t Quantidade(std::size_t limite) const;
+  std::size_t Quantidade(std::size_t limite) const { return std::min(limite, linhas_); }
 
   // Fills one record for each of the first `quantidade` lines.
   void Preenche(tagREG_CAMPOS_RELATORIO* registros, std::size_t quantidade) const;
@@ -48,6 +49,7 @@ class CCatalogoCampos {
   bool aberto_ = false;
   ConteudoLido lido_;
   const char* nulo_ = nullptr;  // the first NUL, which ends the catalogue
+  std::size_t linhas_ = 0;
 };
 
 }  // namespace kestor

@@ -45,11 +45,14 @@ HRESULT CAtributosMarcacao::QueryInterface(REFIID iid, void** object) {
 }
 
 std::size_t CAtributosMarcacao::Busca(std::string_view nome) const {
+  const char* const marca = Marca().data();
+  const auto eEste = [&](const Lugar& lugar) {
+    const char* const outro = marca + lugar.nome;
+    return lugar.bytesNome == nome.size() && *outro == nome.front() && nome == std::string_view(outro, nome.size());
+  };
   std::size_t i = 0;
-  while (i < lugares_.size() &&
-         (lugares_[i].bytesNome != nome.size() || Marca().substr(lugares_[i].nome, nome.size()) != nome)) {
+  while (i < lugares_.size() && (nome.empty() || !eEste(lugares_[i])))
     ++i;
-  }
   return i;
 }
 
@@ -64,7 +67,8 @@ HRESULT CAtributosMarcacao::Adiciona(const char* nome, const char* valor) {
     if (Marca().size() > std::numeric_limits<std::uint32_t>::max()) return E_OUTOFMEMORY;
     if (Busca(Marca().substr(inicio)) != lugares_.size()) return E_INVALIDARG;
     lugares_.push_back({static_cast<std::uint32_t>(inicio), static_cast<std::uint32_t>(bytes)});
-    marca_.Acrescenta("=\"");
+    marca_.Acrescenta('=');
+    marca_.Acrescenta('"');
     AcrescentaValor(valor != nullptr ? valor : "", marca_);
     marca_.Acrescenta('"');
   } catch (const std::bad_alloc&) {

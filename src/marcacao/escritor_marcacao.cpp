@@ -10,7 +10,7 @@ namespace kestor {
 namespace {
 
 constexpr std::string_view kDeclaracao = R"(<?xml version="1.0" encoding="UTF-8"?>)";
-constexpr std::string_view kNivel = "  ";
+constexpr std::size_t kBrancosNivel = 2;
 constexpr std::size_t kBytesUsuais = 16384;  // of a document of some 60 columns
 constexpr std::size_t kBytesMaximos = std::size_t{128} * 1024 * 1024;
 
@@ -53,8 +53,8 @@ HRESULT CEscritorMarcacao::IniciaDocumento() {
 
 void CEscritorMarcacao::NovaLinha() {
   documento_.Acrescenta('\n');
-  for (std::size_t i = 0; i < abertos_.size(); ++i)
-    documento_.Acrescenta(kNivel);
+  for (std::size_t i = 0; i < abertos_.size() * kBrancosNivel; ++i)
+    documento_.Acrescenta(' ');
 }
 
 HRESULT CEscritorMarcacao::IniciaElemento(const char* nome, IAtributosMarcacao* atributos) {
