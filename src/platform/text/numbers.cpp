@@ -66,19 +66,6 @@ bool IsTooLarge(std::string_view number) {
 
 }  // namespace
 
-std::int32_t ToInt(std::string_view ansi) {
-  constexpr std::int64_t kMax = std::numeric_limits<std::int32_t>::max();
-  std::string_view digits = SkipWhiteSpace(ansi);
-  const bool negative = TakeSign(&digits);
-  std::int64_t value = 0;
-  for (const char c : digits) {
-    if (!IsDigit(c)) break;
-    if (value <= kMax) value = value * 10 + (c - '0');  // beyond, no further digit makes it less
-  }
-  value = std::min(value, negative ? kMax + 1 : kMax);
-  return static_cast<std::int32_t>(negative ? -value : value);
-}
-
 double ToDouble(std::string_view ansi) {
   std::string_view number = SkipWhiteSpace(ansi);
   const bool negative = TakeSign(&number);

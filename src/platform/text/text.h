@@ -50,7 +50,22 @@ bool EndsWithNoCase(std::string_view ansi, std::string_view ending);
 
 // The text read as a decimal integer in the standard way: leading white space and one sign allowed, digits up to the
 // first other character, 0 when there is none. Too large a value saturates at 2147483647 and -2147483648.
-std::int32_t ToInt(std::string_view ansi);
+inline std::int32_t ToInt(std::string_view ansi) {
+  // Here, because long catalogues consist of short numbers.
+  constexpr std::int64_t kMax = 2147483647;
+  const char* c = ansi.data();
+  const char* const end = c + ansi.size();
+  while (c != end && (*c == ' ' || (*c >= '\t' && *c <= '\r')))
+    ++c;
+  const bool negative = c != end && *c == '-';
+  if (c != end && (*c == '-' || *c == '+')) ++c;
+  std::int64_t value = 0;
+  for (; c != end && *c >= '0' && *c <= '9'; ++c) {
+    if (value <= kMax) value = value * 10 + (*c - '0');  // beyond, no further digit makes it less
+  }
+  if (negative) return static_cast<std::int32_t>(value <= kMax ? -value : -kMax - 1);
+  return static_cast<std::int32_t>(value <= kMax ? value : kMax);
+}
 
 // The text read as a decimal fraction in the standard way, with '.' as decimal point; 0 when it is none.
 double ToDouble(std::string_view ansi);
