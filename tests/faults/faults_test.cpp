@@ -176,7 +176,7 @@ class FaultsTest : public Station {
       const std::string now = At(seen, key);
       const bool isOld = now == At(u.before, key) && BeginsWithOneOf(key, operation.untold);
       if (isOld || now == At(u.after, key) || now == At(u.afterSecond, key) || key.starts_with("ZNCTLARQ")) continue;
-      if (!BeginsWithOneOf(key, operation.otherwise)) Lost(key + " once more: " + now);
+      if (!BeginsWithOneOf(key, operation.otherwise)) Lost(std::string(key).append(" once more: ").append(now));
     }
   }
 
