@@ -266,8 +266,8 @@ const std::vector<Operation>& Station::Operations() {
        without({"ZNRELPAD.DAT", "ZNCTLARQ.DAT"}),
        sets(u"Compras"),
        {"0x80043", "0x00000001"}},
-      {"SetRelatorioPadrao, in place", asItIs, sets(u"Compras"), {"0x80043", "0x00000001"}, {}, {}, false, "fstat"},
-      {"SetRelatorioPadrao, clearing", asItIs, sets(nullptr), service, {}, {}, false, "fstat"},
+      {"SetRelatorioPadrao, in place", asItIs, sets(u"Compras"), {"0x80043", "0x00000001"}, {}, {}, false, "lseek"},
+      {"SetRelatorioPadrao, clearing", asItIs, sets(nullptr), service, {}, {}, false, "lseek"},
       {"GetCamposDisponiveis", asItIs, [](S& s) { return Fields(*s.store_); }, {"0x80040001", "0x80040002"}},
       {"Inicializa with models of all layouts",
        [](S& s) {

@@ -165,9 +165,9 @@ LONGLONG CFile::Seek(LONGLONG offset, UINT from) {
 ULONGLONG CFile::GetLength() const {
   if (!m_open) throw CFileException::FromOsError(ERROR_INVALID_HANDLE);
   if (m_open->keepsLength) return static_cast<ULONGLONG>(m_open->lengthAtOpening);
-  struct stat status = {};
-  m_open->Check(host::Stat(m_open->File(), &status));
-  return static_cast<ULONGLONG>(status.st_size);
+  off_t length = 0;
+  m_open->Check(host::Length(m_open->File(), &length));
+  return static_cast<ULONGLONG>(length);
 }
 
 void CFile::SetLength(ULONGLONG length) {

@@ -57,7 +57,7 @@ int FolderIndexes::Find(const host::Descriptor& folder, std::string_view name, s
   std::string folded;
   if (!FoldName(name, &folded)) return ENOENT;
   struct stat status = {};
-  if (const int error = host::Stat(folder, &status); error != 0) return error;
+  if (const int error = host::StatWithTimes(folder, &status); error != 0) return error;
 
   const std::lock_guard guard(mutex_);
   LeaveParentProcess();

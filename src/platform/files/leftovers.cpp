@@ -11,7 +11,7 @@ constexpr time_t kSafeAge = 60;
 
 void RemoveIfLeftBehind(const host::Descriptor& folder, const std::string& name) {
   struct stat status = {};
-  if (host::StatLink(folder.Number(), name, &status) != 0 || !S_ISREG(status.st_mode)) return;
+  if (host::StatLinkWithTimes(folder.Number(), name, &status) != 0 || !S_ISREG(status.st_mode)) return;
   if (time(nullptr) - status.st_mtim.tv_sec < kSafeAge) return;
   RemoveIfAbandoned(folder, name);
 }

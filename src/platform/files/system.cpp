@@ -3,6 +3,7 @@
 #include <sys/random.h>
 #include <sys/statfs.h>
 #include <sys/syscall.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -63,6 +64,23 @@ bool IsUnknownKind(int renameError) {
   return renameError == EINVAL || renameError == ENOSYS;
 }
 
+int StatWithoutTimes(int folder, const char* path, int flags, struct stat* status) {
+  constexpr unsigned kWanted =
+      STATX_TYPE | STATX_MODE | STATX_NLINK | STATX_UID | STATX_GID | STATX_INO | STATX_SIZE;
+  struct statx found = {};
+  const int error = Repeat("statx", [&] { return statx(folder, path, flags, kWanted, &found); });
+  if (error != 0) return error;
+  *status = {};
+  status->st_dev = makedev(found.stx_dev_major, found.stx_dev_minor);
+  status->st_ino = found.stx_ino;
+  status->st_mode = found.stx_mode;
+  status->st_nlink = found.stx_nlink;
+  status->st_uid = found.stx_uid;
+  status->st_gid = found.stx_gid;
+  status->st_size = static_cast<off_t>(found.stx_size);
+  return 0;
+}
+
 struct FolderEntry {
   std::uint64_t inode;
   std::int64_t offset;
@@ -86,10 +104,14 @@ int OpenFolder(int folder, const std::string& path, Descriptor* opened) {
 }
 
 int Stat(int folder, const std::string& path, struct stat* status) {
-  return Repeat("fstatat", [&] { return fstatat(folder, path.c_str(), status, 0); });
+  return StatWithoutTimes(folder, path.c_str(), 0, status);
 }
 
 int StatLink(int folder, const std::string& path, struct stat* status) {
+  return StatWithoutTimes(folder, path.c_str(), AT_SYMLINK_NOFOLLOW, status);
+}
+
+int StatLinkWithTimes(int folder, const std::string& path, struct stat* status) {
   return Repeat("fstatat", [&] { return fstatat(folder, path.c_str(), status, AT_SYMLINK_NOFOLLOW); });
 }
 
@@ -129,7 +151,15 @@ int ChangeSpelling(const Descriptor& folder, const std::string& oldName, const s
 }
 
 int Stat(const Descriptor& file, struct stat* status) {
-  return Repeat("fstat", [&] { return fstat(file.Number(), status); });
+  return StatWithoutTimes(file.Number(), "", AT_EMPTY_PATH, status);
+}
+
+int StatWithTimes(const Descriptor& folder, struct stat* status) {
+  return Repeat("fstat", [&] { return fstat(folder.Number(), status); });
+}
+
+int Length(const Descriptor& file, off_t* length) {
+  return Repeat("lseek", length, [&] { return lseek(file.Number(), 0, SEEK_END); });
 }
 
 int ReadAt(const Descriptor& file, void* buffer, std::size_t count, off_t position, std::size_t* read) {

@@ -1,5 +1,8 @@
 // The system calls of this folder, all of them in one place. Each gives 0 or an errno value and repeats itself when a
 // signal interrupts it. A folder is given as an open descriptor or AT_FDCWD.
+//
+// What Stat and its like tell has no times, but where the name says so: whoever asks for a file's times makes the system
+// give the next write a time of its own, and then a flush has to store that as well.
 #pragma once
 
 #include <dirent.h>
@@ -26,6 +29,7 @@ int Open(int folder, const std::string& path, int flags, Descriptor* opened, mod
 int OpenFolder(int folder, const std::string& path, Descriptor* opened);  // for reading its names and for Sync
 int Stat(int folder, const std::string& path, struct stat* status);       // of what a symbolic link leads to
 int StatLink(int folder, const std::string& path, struct stat* status);   // of the symbolic link itself
+int StatLinkWithTimes(int folder, const std::string& path, struct stat* status);
 int RealPath(const Descriptor& folder, const std::string& name, std::string* path);
 int Unlink(const Descriptor& folder, const std::string& name);
 int Rename(const Descriptor& oldFolder, const std::string& oldName, const Descriptor& newFolder,
@@ -48,6 +52,8 @@ inline bool IsReadOnly(const struct stat& status) {
 // ---- Open files ----------------------------------------------------------------------------------------------------
 
 int Stat(const Descriptor& file, struct stat* status);
+int StatWithTimes(const Descriptor& folder, struct stat* status);
+int Length(const Descriptor& file, off_t* length);  // moves the system's own position, which nothing here uses
 int ReadAt(const Descriptor& file, void* buffer, std::size_t count, off_t position, std::size_t* read);
 int WriteAt(const Descriptor& file, const void* buffer, std::size_t count, off_t position, std::size_t* written);
 int Truncate(const Descriptor& file, off_t length);
