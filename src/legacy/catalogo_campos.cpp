@@ -1,6 +1,7 @@
 #include "legacy/catalogo_campos.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "contract/results.h"
@@ -27,11 +28,17 @@ constexpr Coluna kTotal = {63, 3};
 constexpr Coluna kOrdem = {66, 3};
 constexpr Coluna kOpcoes = {69, 199};
 
-// Columns are mostly blanks: eight of them go at a time.
+// Columns are mostly blanks: eight bytes are looked at together, the last of them in the highest bits.
 std::string_view SemBrancosNoFim(std::string_view texto) {
-  constexpr std::string_view kOito = "        ";
-  while (texto.size() >= kOito.size() && std::memcmp(texto.end() - kOito.size(), kOito.data(), kOito.size()) == 0)
-    texto.remove_suffix(kOito.size());
+  static_assert(std::endian::native == std::endian::little);
+  constexpr std::uint64_t kOitoBrancos = 0x2020202020202020U;
+  while (texto.size() >= sizeof kOitoBrancos) {
+    std::uint64_t oito = 0;
+    std::memcpy(&oito, texto.end() - sizeof oito, sizeof oito);
+    const auto brancos = static_cast<std::size_t>(std::countl_zero(oito ^ kOitoBrancos)) / 8;
+    texto.remove_suffix(brancos);
+    if (brancos < sizeof oito) return texto;
+  }
   while (!texto.empty() && texto.back() == ' ')
     texto.remove_suffix(1);
   return texto;
