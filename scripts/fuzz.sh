@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs every fuzzer for a while, from its seeds.
+# Runs every fuzzer for a while, from its seeds, as many at a time as there are processors.
 #
 #   scripts/fuzz.sh [SECONDS]     for each fuzzer; 60 by default
 #
@@ -14,11 +14,18 @@ cmake --build --preset fuzz
 mkdir -p build/fuzz/found
 # Several write files, and would wait for the disk most of the time.
 [ ! -w /dev/shm ] || export TMPDIR=/dev/shm
-for fuzzer in build/fuzz/bin/fuzz_*; do
-  name="$(basename "$fuzzer")"
+
+# In a shell of its own, so that as many run together as there are processors.
+run() {
+  fuzzer="$1" seconds="$2" name="${1##*/}"
   corpus="build/fuzz/corpus/$name"
+  log="build/fuzz/found/$name.log"
   mkdir -p "$corpus"
-  echo "$name: $seconds s"
+  result=0
   "$fuzzer" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 -verbosity=0 \
-    -artifact_prefix="build/fuzz/found/$name-" "$corpus" "fuzz/seeds/${name#fuzz_}" 2>&1 | grep -v '^stat::\(slow\|new\|peak\)'
-done
+    -artifact_prefix="build/fuzz/found/$name-" "$corpus" "fuzz/seeds/${name#fuzz_}" >"$log" 2>&1 || result=1
+  printf '%s: %s s\n%s\n' "$name" "$seconds" "$(grep -v '^stat::\(slow\|new\|peak\)' "$log")"
+  return "$result"
+}
+export -f run
+printf '%s\0' build/fuzz/bin/fuzz_* | xargs -0 -P "$(nproc)" -I {} bash -c 'run "$@"' run {} "$seconds"
