@@ -65,8 +65,7 @@ bool IsUnknownKind(int renameError) {
 }
 
 int StatWithoutTimes(int folder, const char* path, int flags, struct stat* status) {
-  constexpr unsigned kWanted =
-      STATX_TYPE | STATX_MODE | STATX_NLINK | STATX_UID | STATX_GID | STATX_INO | STATX_SIZE;
+  constexpr unsigned kWanted = STATX_TYPE | STATX_MODE | STATX_NLINK | STATX_UID | STATX_GID | STATX_INO | STATX_SIZE;
   struct statx found = {};
   const int error = Repeat("statx", [&] { return statx(folder, path, flags, kWanted, &found); });
   if (error != 0) return error;

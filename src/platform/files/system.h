@@ -1,8 +1,8 @@
 // The system calls of this folder, all of them in one place. Each gives 0 or an errno value and repeats itself when a
 // signal interrupts it. A folder is given as an open descriptor or AT_FDCWD.
 //
-// What Stat and its like tell has no times, but where the name says so: whoever asks for a file's times makes the system
-// give the next write a time of its own, and then a flush has to store that as well.
+// What Stat and its like tell has no times, but where the name says so: whoever asks for a file's times makes the
+// system give the next write a time of its own, and then a flush has to store that as well.
 #pragma once
 
 #include <dirent.h>
