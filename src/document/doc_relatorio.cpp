@@ -96,19 +96,18 @@ void CDocRelatorio::Reinicia() {
 
 bool CDocRelatorio::CarregaConteudo(const REG_RELATORIO2& conteudo, std::string* motivo) {
   if (conteudo.nVersao != kVersaoDocumento || conteudo.nQtdeBytes < 0) return false;
+  HRESULT resultado = E_FAIL;
   try {
     CTratadorRelatorio tratador(*this);
     Reinicia();
     CMemStream bytes(conteudo.lpRelatorio, static_cast<ULONG>(conteudo.nQtdeBytes));
-    const HRESULT resultado = Analisa(bytes, tratador);
-    NumeraColunasFixas(camposEscolhidos.campos);
+    resultado = Analisa(bytes, tratador);
     if (FAILED(resultado) && motivo != nullptr) *motivo = Motivo(tratador.Erro());
-    return SUCCEEDED(resultado);
   } catch (const ZN::CException&) {
-    return false;
   } catch (const std::bad_alloc&) {
-    return false;
   }
+  NumeraColunasFixas(camposEscolhidos.campos);  // also of what was read before a failure
+  return SUCCEEDED(resultado);
 }
 
 std::unique_ptr<CMemStream> CDocRelatorio::GeraConteudo() const {

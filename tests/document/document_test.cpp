@@ -2,6 +2,7 @@
 #include <functional>
 #include <libxml/xmlreader.h>
 #include <random>
+#include <regex>
 
 #include "document_fixture.h"
 #include "platform/text/text.h"
@@ -28,6 +29,10 @@ std::string Outline(const std::string& content) {
   }
   EXPECT_EQ(result, 0);
   return outline;
+}
+
+std::string WithoutDepths(const std::string& outline) {
+  return std::regex_replace(outline, std::regex("\\n\\d+ |^\\d+ "), "\n");
 }
 
 class RandomDocument {
@@ -121,6 +126,28 @@ TEST_F(DocumentTest, RandomDocumentsComeBack) {
     ASSERT_TRUE(Load(read, content)) << content;
     Normalise(written);
     EXPECT_TRUE(read == written) << content;
+  }
+}
+
+// A section alone is written as it stands in the whole document.
+TEST_F(DocumentTest, SectionsAlone) {
+  CDocRelatorio d;
+  RandomDocument(7).Fill(d);
+  const std::string whole = Outline(Content(d));
+  const std::initializer_list<const CSecaoRelatorio*> sections = {
+      &d.impressao,  &d.camposEscolhidos,    &d.ordenacao,         &d.filtro,
+      &d.exportacao, &d.impressao.cabecalho, &d.impressao.detalhe, &d.impressao.rodape};
+  for (const CSecaoRelatorio* section : sections) {
+    CMemStream stream;
+    ComPtr<IEscritorMarcacao> writer;
+    CoCreateInstance(CLSID_EscritorMarcacao, nullptr, CLSCTX_ALL, IID_IEscritorMarcacao, writer.OutVoid());
+    writer->DefineSaida(&stream);
+    writer->IniciaDocumento();
+    section->EscreveMarcacao(*writer);
+    writer->FinalizaDocumento();
+    const std::string alone = Outline({reinterpret_cast<const char*>(stream.Buffer()), stream.Size()});
+    EXPECT_FALSE(alone.empty());
+    EXPECT_NE(WithoutDepths(whole).find(WithoutDepths(alone)), std::string::npos) << alone;
   }
 }
 
