@@ -35,7 +35,7 @@ step() {
 # What a log says of the work done: lines that begin with the subject of tests, the count of tests, of runs, of programs.
 figure() {
   {
-    grep -oE '(contention|peers|faults): [0-9].*' "$1" || true
+    grep -oE '(contention|peers|faults): .*' "$1" || true
     grep -E '^[0-9]+ passed, [0-9]+ failed$' "$1" || true
     awk '/^stat::number_of_executed_units/ { runs += $2 } END { if (runs) print runs " runs" }' "$1"
     grep -E '^[0-9]+ programs without an error$' "$1" || true

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <new>
@@ -22,6 +23,9 @@ bool reached = false;
 bool struck = false;
 const char* struckCall = "";
 
+std::atomic<int> leftToOthers = 0;
+thread_local bool isAttacker = false;
+
 files::host::Fate FateAtPlace(const char* call, std::size_t bytes) {
   reached = true;
   struckCall = call;
@@ -32,6 +36,7 @@ files::host::Fate FateAtPlace(const char* call, std::size_t bytes) {
 }
 
 bool AllocationFails() {
+  if (!isAttacker && leftToOthers > 0 && --leftToOthers == 0) return true;
   if (!attacked || ++allocations != current.allocation) return false;
   reached = struck = true;
   struckCall = "allocation";
@@ -50,6 +55,15 @@ Strike Run(const Attack& attack, const std::function<void()>& operation) {
   operation();
   attacked = false;
   return {reached, struck, struckCall, noted};
+}
+
+void StrikeOtherThreads(int place) {
+  isAttacker = true;
+  leftToOthers = place;
+}
+
+bool LeaveOtherThreads() {
+  return leftToOthers.exchange(0) == 0;
 }
 
 }  // namespace faults

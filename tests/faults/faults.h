@@ -32,4 +32,9 @@ struct Strike {
 // Runs an operation under attack.
 Strike Run(const Attack& attack, const std::function<void()>& operation);
 
+// The `place`-th allocation of all other threads from now on fails, counted from 1.
+void StrikeOtherThreads(int place);
+// No longer. True when one has failed.
+bool LeaveOtherThreads();
+
 }  // namespace faults

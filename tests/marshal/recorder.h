@@ -6,6 +6,7 @@
 #include <concepts>
 #include <cstring>
 #include <functional>
+#include <new>
 #include <optional>
 #include <string>
 #include <vector>
@@ -122,6 +123,12 @@ class Recorder : public Interface {
     return Present(filter) + Meet(filter->nQtdCampos) + In(filter->pregValoresFiltro, filter->nQtdCampos);
   }
 
+  template <typename Block>
+  static Block* Made(Block* block) {
+    if (block == nullptr) throw std::bad_alloc();
+    return block;
+  }
+
   template <std::integral Number>
   std::string Meet(Number* number) const {
     *number = static_cast<Number>(script_.answer.number);
@@ -129,7 +136,7 @@ class Recorder : public Interface {
   }
   std::string Meet(BSTR* text) const {
     const auto& bytes = script_.answer.texts.front();
-    *text = bytes ? SysAllocStringByteLen(bytes->data(), static_cast<UINT>(bytes->size())) : nullptr;
+    *text = bytes ? Made(SysAllocStringByteLen(bytes->data(), static_cast<UINT>(bytes->size()))) : nullptr;
     return "";
   }
   std::string Meet(REG_ARRAY_RELATORIO2* record) const {
@@ -138,15 +145,18 @@ class Recorder : public Interface {
   }
   template <Record T>
   std::string Meet(T** record) const {
-    *record = script_.answer.hasRecord ? static_cast<T*>(CoTaskMemAlloc(sizeof(T))) : nullptr;
-    if (*record != nullptr) Make(*record);
+    *record = nullptr;
+    if (!script_.answer.hasRecord) return "";
+    *record = static_cast<T*>(Made(CoTaskMemAlloc(sizeof(T))));
+    **record = {};  // the caller's to free from now on
+    Make(*record);
     return "";
   }
   template <Record T>
   void Make(T* record) const {
     constexpr Layout kOwn = kLayout<T>;
     const std::size_t itemBytes = static_cast<std::size_t>(script_.answer.count) * kOwn.itemBytes;
-    void* items = script_.answer.hasArray ? CoTaskMemAlloc(itemBytes) : nullptr;
+    void* items = script_.answer.hasArray ? Made(CoTaskMemAlloc(itemBytes)) : nullptr;
     if (items != nullptr) Fill(items, itemBytes);
     auto* start = reinterpret_cast<char*>(record);
     Fill(start, kOwn.bytes);

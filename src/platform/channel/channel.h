@@ -48,6 +48,7 @@ struct FrameHead {
 };
 
 FrameHead ReadHead(const std::byte* head);
+void WriteHead(const FrameHead& head, std::byte* to);
 
 // The results that the transport itself gives.
 inline constexpr HRESULT kServerUnavailable = static_cast<HRESULT>(0x800706BA);  // gone before the call
@@ -246,6 +247,9 @@ class Server final : public MessageSource {
   void PauseListeners();
   void ResumeListeners();
   void Receive(Peer& peer);
+  void ForgoCall(Peer& peer);
+  void SkipCall(Peer& peer);
+  void TellLackOfMemory(Peer& peer, std::uint16_t slot);
   static std::size_t WholeFrame(const std::byte* bytes, std::size_t size);
   void QueueNextFrame(Peer& peer);
   bool Hold(Peer& peer);

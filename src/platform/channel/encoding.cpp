@@ -19,6 +19,12 @@ FrameHead ReadHead(const std::byte* head) {
   return result;
 }
 
+void WriteHead(const FrameHead& head, std::byte* to) {
+  std::memcpy(to, &head.payloadBytes, sizeof head.payloadBytes);
+  std::memcpy(to + 4, &head.type, sizeof head.type);
+  std::memcpy(to + 6, &head.slot, sizeof head.slot);
+}
+
 Buffer::~Buffer() {
   Release();
 }

@@ -3,7 +3,9 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstring>
 #include <new>
 #include <system_error>
 #include <utility>
@@ -88,14 +90,16 @@ struct Server::Peer {
   const std::uint64_t key;
   const std::uint64_t listener;
   Service* service;
-  bool greeted = false;    // its Hello was right
-  bool queued = false;     // a whole frame of its own buffer waits in ready_; nothing more is read meanwhile
-  bool leaving = false;    // to be dropped once its output is out
-  Buffer input;            // what arrived behind, or of, a frame that is not served yet
-  std::size_t served = 0;  // bytes at the front of `input` that are done with
-  Buffer output;           // answers that the peer has not read yet; nothing is read from it meanwhile
-  std::size_t sent = 0;    // bytes at the front of `output` that it has
-  std::size_t held = 0;    // what `input` and `output` take
+  bool greeted = false;       // its Hello was right
+  bool queued = false;        // a whole frame of its own buffer waits in ready_; nothing more is read meanwhile
+  bool leaving = false;       // to be dropped once its output is out
+  Buffer input;               // what arrived behind, or of, a frame that is not served yet
+  std::size_t served = 0;     // bytes at the front of `input` that are done with
+  Buffer output;              // answers that the peer has not read yet; nothing is read from it meanwhile
+  std::size_t sent = 0;       // bytes at the front of `output` that it has
+  std::size_t held = 0;       // what `input` and `output` take
+  std::size_t toSkip = 0;     // bytes still to come of a call for which memory is lacking
+  std::uint16_t skipped = 0;  // and the slot that it calls
   std::unique_ptr<Session> session;
 };
 
@@ -215,8 +219,7 @@ void Server::HandleEvent(std::uint64_t key, bool writable) {
       Receive(*found->second);
     }
   } catch (const std::bad_alloc&) {
-    received_.Resize(0);
-    Drop(key);
+    ForgoCall(*found->second);
   }
 }
 
@@ -271,6 +274,10 @@ void Server::ResumeListeners() {
 // Reads once. A whole frame that came with nothing in front of it stays in received_ to be served from there; anything
 // else goes to the peer's own buffer.
 void Server::Receive(Peer& peer) {
+  if (peer.toSkip != 0) {
+    SkipCall(peer);
+    return;
+  }
   const bool intoReceived = peer.input.Size() == 0;
   Buffer& target = intoReceived ? received_ : peer.input;
   if (peer.served != 0) {
@@ -293,6 +300,49 @@ void Server::Receive(Peer& peer) {
     if (whole != 0) return;
   }
   QueueNextFrame(peer);
+}
+
+// Memory is lacking for a call that has begun to arrive: it is thrown away as it comes, and answered then.
+void Server::ForgoCall(Peer& peer) {
+  const bool inReceived = received_.Size() != 0;
+  const std::byte* begun = inReceived ? received_.Data() : peer.input.Data() + peer.served;
+  const std::size_t have = inReceived ? received_.Size() : peer.input.Size() - peer.served;
+  const FrameHead head = have < kHeadBytes ? FrameHead{} : ReadHead(begun);
+  const std::size_t whole = kHeadBytes + head.payloadBytes;
+  received_.Resize(0);
+  peer.input.Release();
+  peer.served = 0;
+  // Nobody but a client with an object waits for a result, and he sends nothing before he has it.
+  if (!peer.session || head.type != FrameType::call || head.payloadBytes > kMaxPayloadBytes || have > whole) {
+    Drop(peer.key);
+    return;
+  }
+  Hold(peer);
+  peer.skipped = head.slot;
+  peer.toSkip = whole - have;
+  if (peer.toSkip == 0) TellLackOfMemory(peer, head.slot);
+}
+
+void Server::SkipCall(Peer& peer) {
+  const std::size_t most = std::min(peer.toSkip, kReceiveBytes);
+  const ssize_t got = recv(peer.descriptor.Number(), received_.Extend(most), most, 0);
+  received_.Resize(0);
+  if (got <= 0) {
+    if (got == 0 || (errno != EAGAIN && errno != EINTR)) Drop(peer.key);
+    return;
+  }
+  peer.toSkip -= static_cast<std::size_t>(got);
+  if (peer.toSkip == 0) TellLackOfMemory(peer, peer.skipped);
+}
+
+// The answer that takes no memory.
+void Server::TellLackOfMemory(Peer& peer, std::uint16_t slot) {
+  std::array<std::byte, kHeadBytes + sizeof(std::uint32_t)> frame{};
+  WriteHead({sizeof(std::uint32_t), FrameType::result, slot}, frame.data());
+  constexpr auto kResult = static_cast<std::uint32_t>(kOutOfMemory);
+  std::memcpy(frame.data() + kHeadBytes, &kResult, sizeof kResult);
+  const ssize_t sent = send(peer.descriptor.Number(), frame.data(), frame.size(), MSG_NOSIGNAL);
+  if (sent != static_cast<ssize_t>(frame.size())) Drop(peer.key);
 }
 
 std::size_t Server::WholeFrame(const std::byte* bytes, std::size_t size) {
@@ -405,8 +455,14 @@ void Server::ServeOpening(Peer& peer, FrameType type, Decoder payload) {
 }
 
 void Server::ServeCall(Peer& peer, std::uint16_t slot, Decoder arguments) {
-  answer_.BeginFrame(FrameType::result, slot);
-  answer_.U32(0);
+  try {
+    answer_.BeginFrame(FrameType::result, slot);
+    answer_.U32(0);
+  } catch (const std::bad_alloc&) {
+    answer_.Clear();
+    TellLackOfMemory(peer, slot);
+    return;
+  }
   HRESULT result = 0;
   try {
     result = peer.session->Call(slot, arguments, answer_);
@@ -433,6 +489,7 @@ void Server::Refuse(Peer& peer, HRESULT result, std::string_view reason) {
 // Sends what was encoded; what the peer does not take now waits with it, and nothing more is read from it until then.
 void Server::Answer(Peer& peer) {
   Buffer& frames = answer_.Frames();
+  if (frames.Size() == 0) return;  // it has been answered
   ssize_t sent = send(peer.descriptor.Number(), frames.Data(), frames.Size(), MSG_NOSIGNAL);
   if (sent < 0) {
     if (errno != EAGAIN && errno != EINTR) {
@@ -445,8 +502,9 @@ void Server::Answer(Peer& peer) {
     if (peer.leaving) Drop(peer.key);
     return;
   }
-  peer.output.Append(frames.Data() + sent, frames.Size() - static_cast<std::size_t>(sent));
-  answer_.Clear();
+  // Handed over as it is: copying would take memory, and the call is done.
+  peer.output = std::move(frames);
+  peer.sent = static_cast<std::size_t>(sent);
   if (!Hold(peer)) return;
   WatchFor(peer.descriptor.Number(), EPOLLOUT, peer.key);
 }
