@@ -32,6 +32,7 @@ std::string Document(const Answer& answer) {
     document["meaning"] = described.meaning;
     if (!answer.detail.empty()) document["detail"] = answer.detail;
   }
+  if (!answer.note.empty()) document["note"] = answer.note;
   document.update(answer.data);
   return document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }

@@ -13,7 +13,7 @@ enum ExitStatus : int { kDone = 0, kFailed = 1, kWrongUsage = 2, kNotice = 3 };
 
 // A command fills in one answer; Deliver tells it. All texts are UTF-8, those for standard output any bytes.
 struct Answer {
-  bool json = false;  // one document for programs takes the place of `output` and `note`
+  bool json = false;  // one document for programs takes the place of `output`, and holds `note`
 
   HRESULT result = S_OK;
   std::string detail;  // more about `result` than its meaning says

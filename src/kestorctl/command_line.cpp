@@ -27,13 +27,15 @@ $XDG_CONFIG_HOME/kestor, else ~/.config/kestor. The server is started when a com
 Arguments and texts are UTF-8. An argument that begins with a hyphen stands behind "--".
 
 Exit status: 0 done; 3 done with a notice (no such model, a model of that name exists, …); 1 failure; 2 wrong usage.
-For anything but 0 a line on standard error gives the result code, its name and its meaning:
+For anything but 0 a line on standard error tells what is wrong; when it is the server's answer, with the result code, its
+name and its meaning:
   kestorctl: 0x00040004 KESTOR_ARQUIVO_JA_EXISTE: a model of that name exists
 
 With --json standard output is one document, also when the command fails:
   "result"            the result code; 0x00000000 when all is done
   "name", "meaning"   what the server's result is called and means, "detail" what else is known, unless it is 0
   "error"             what failed before the server was asked (result 0x80070057 for wrong usage)
+  "note"              what else there is to know, also when all is done
 and beside them what the command tells; see the help of each command.)";
 
 struct Globals {

@@ -4,6 +4,7 @@
 #include <span>
 #include <vector>
 
+#include "common/zn_arq_ex.h"
 #include "content.h"
 #include "contract/results.h"
 #include "explanation.h"
@@ -80,11 +81,11 @@ constexpr std::size_t kItemBytes = sizeof(tagREG_RELEXPORTACAO_ITEM);
 constexpr std::size_t kEntryBytes = sizeof(tagCAMPO_FILTRO);
 
 std::string ExplainCompanion(const ModelOptions& options, const char* extension) {
-  return ExplainReportsFile(LegacyCodes(options), LegacyStem(options.name), extension);
+  return ExplainReportsFile(LegacyModelFile(options, extension));
 }
 
 std::string ExplainUnreadCompanion(const ModelOptions& options, const char* extension) {
-  const std::string reason = ExplainUnread(options.name);
+  const std::string reason = ExplainUnread(LegacyModelFile(options, extension));
   return reason.empty() ? ExplainCompanion(options, extension) : reason;
 }
 
@@ -165,7 +166,7 @@ void PutExport(const WriteOptions& options, Answer& answer) {
   if (!IsOpen(store, answer)) return;
   answer.result = store->GravaDadosExportacaoDoRelatorio(Bstr(options.model.name).Get(), settings);
   if (answer.result != S_OK) {
-    answer.detail = ExplainLegacyUnwritten(options.model);
+    answer.detail = ExplainUnwritten(LegacyModelFile(options.model, kExportExtension));
     return;
   }
   answer.data["items"] = items.size();
@@ -197,8 +198,11 @@ void PutFilter(const WriteOptions& options, Answer& answer) {
   if (!IsOpen(store, answer)) return;
   answer.result = store->GravaFiltroRelatorio(Bstr(options.model.name).Get(), &filter);
   if (answer.result != S_OK) {
-    answer.detail = ExplainLegacyUnwritten(options.model);
+    answer.detail = ExplainUnwritten(LegacyModelFile(options.model, kFilterExtension));
     if (answer.detail.empty()) answer.detail = ExplainCompanion(options.model, kFilterExtension);
+    if (answer.result == kestor::ServiceError(kestor::CZNArqEx::naoEncontrado)) {
+      answer.detail += ", which was there once: a file of no bytes put there can be written again";
+    }
     return;
   }
   answer.data["entries"] = entries.size();

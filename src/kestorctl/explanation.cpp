@@ -1,10 +1,13 @@
 #include "explanation.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <filesystem>
 
@@ -23,9 +26,6 @@ namespace kestorctl {
 namespace {
 
 namespace fs = std::filesystem;
-
-// Of the files that models are written to.
-constexpr const char* kModelExtension = ".RXL";
 
 using kestor::CCaminhosInstalacao;
 using kestor::ModuloFamilia;
@@ -55,8 +55,9 @@ std::string ExplainDeniedSockets() {
 }
 
 // The server knows a name only in code page 1252.
-std::string ExplainName(const std::string& name, std::string* ansi) {
-  return text::FromUtf8Exactly(name, ansi) ? std::string() : "code page 1252 lacks a character of " + name;
+std::string ExplainName(const std::string& name) {
+  std::string ansi;
+  return text::FromUtf8Exactly(name, &ansi) ? std::string() : "code page 1252 lacks a character of " + name;
 }
 
 Place Reports() {
@@ -79,6 +80,40 @@ std::string ExplainFileName(const std::string& path) {
     default:
       return {};
   }
+}
+
+std::string ExplainRights(const fs::path& folder) {
+  return MayWriteInto(folder) ? std::string() : "no permission to write in " + folder.string();
+}
+
+std::string DesktopPath(const Place& reports, const ModelFile& file) {
+  return reports.desktopPath + text::FromUtf8(file.codes + file.name) +
+         (file.name.find('.') == file.name.npos ? file.extension : "");
+}
+
+bool IsFile(const std::string& host) {
+  std::error_code none;
+  return fs::is_regular_file(host, none);
+}
+
+bool MayOpen(const std::string& host, int mode) {
+  return faccessat(AT_FDCWD, host.c_str(), mode, AT_EACCESS) == 0;
+}
+
+// What this system has against a file in a folder that may be written.
+std::string ExplainOnHost(const std::string& desktopPath, const fs::path& folder) {
+  std::string host;
+  if (files::HostPath(desktopPath.c_str(), &host) != 0) return {};
+  if (fs::path(host).filename().native().size() > NAME_MAX) {
+    return "the name has more than " + std::to_string(NAME_MAX) + " bytes in UTF-8";
+  }
+  struct stat status {};
+  const bool readOnly = stat(host.c_str(), &status) == 0 && (status.st_mode & 0222) == 0;
+  if (readOnly || (IsFile(host) && !MayOpen(host, W_OK))) return "the file " + host + " is read-only";
+  struct statvfs disk {};
+  const bool full =
+      statvfs(folder.c_str(), &disk) == 0 && (disk.f_bavail == 0 || (disk.f_files != 0 && disk.f_favail == 0));
+  return full ? "there is no room left on the disk of " + folder.string() : std::string();
 }
 
 std::string ExplainFile(const std::string& desktopPath) {
@@ -136,25 +171,35 @@ std::string ExplainReportsFolder() {
   return ExplainFolder(Reports());
 }
 
-std::string ExplainUnread(const std::string& name) {
-  std::string ansi;
-  std::string reason = ExplainName(name, &ansi);
-  return reason.empty() ? ExplainReportsFolder() : reason;
-}
-
-std::string ExplainUnwritten(const std::string& codes, const std::string& name) {
-  std::string ansi;
-  std::string reason = ExplainName(name, &ansi);
+std::string ExplainSharedFiles() {
   const Place reports = Reports();
-  if (reason.empty()) reason = ExplainFolder(reports);
-  if (reason.empty()) reason = ExplainFileName(reports.desktopPath + text::FromUtf8(codes) + ansi + kModelExtension);
-  if (!reason.empty()) return reason;
-  if (ansi.find_first_of("\\/") != ansi.npos) return "a name with \\ or / leads into another folder";
-  return MayWriteInto(reports.folder) ? std::string() : "no permission to write in " + reports.folder.string();
+  const std::string reason = ExplainFolder(reports);
+  return reason.empty() ? ExplainRights(reports.folder) : reason;
 }
 
-std::string ExplainReportsFile(const std::string& codes, const std::string& name, const char* extension) {
-  return ExplainFile(Reports().desktopPath + text::FromUtf8(codes + name) + extension);
+std::string ExplainUnread(const ModelFile& file) {
+  const Place reports = Reports();
+  std::string reason = ExplainName(file.name);
+  if (reason.empty()) reason = ExplainFolder(reports);
+  if (!reason.empty()) return reason;
+  std::string host;
+  const bool there = files::HostPath(DesktopPath(reports, file).c_str(), &host) == 0 && IsFile(host);
+  return there && !MayOpen(host, R_OK) ? "no permission to read " + host : std::string();
+}
+
+std::string ExplainUnwritten(const ModelFile& file) {
+  const Place reports = Reports();
+  std::string reason = ExplainName(file.name);
+  if (reason.empty()) reason = ExplainFolder(reports);
+  if (reason.empty()) reason = ExplainFileName(DesktopPath(reports, file));
+  if (!reason.empty()) return reason;
+  if (file.name.find_first_of("\\/") != file.name.npos) return "a name with \\ or / leads into another folder";
+  reason = ExplainRights(reports.folder);
+  return reason.empty() ? ExplainOnHost(DesktopPath(reports, file), reports.folder) : reason;
+}
+
+std::string ExplainReportsFile(const ModelFile& file) {
+  return ExplainFile(DesktopPath(Reports(), file));
 }
 
 std::vector<std::string> ExistingReportsFiles(std::vector<std::string> names) {

@@ -27,14 +27,24 @@ std::string Explain(HRESULT result, REFCLSID clsid, const std::string& module);
 // What is wrong with the reports folder as a whole; empty when it is there. UTF-8.
 std::string ExplainReportsFolder();
 
-// Why a model cannot be read, or written, as far as its name and the reports folder tell; otherwise empty. `codes`,
-// those of module and component, begin the name of its file. UTF-8.
-std::string ExplainUnread(const std::string& name);
-std::string ExplainUnwritten(const std::string& codes, const std::string& name);
+// The same of the files in it that all stations write, whatever is asked of them.
+std::string ExplainSharedFiles();
+
+// A file of the reports folder: the codes of module and component begin its name, and a name with a dot brings its own
+// extension along. UTF-8.
+struct ModelFile {
+  std::string codes;
+  std::string name;
+  const char* extension;
+};
+
+// Why a file cannot be read, or written, as far as its name, the folder and the system tell; otherwise empty. UTF-8.
+std::string ExplainUnread(const ModelFile& file);
+std::string ExplainUnwritten(const ModelFile& file);
 
 // Which file of the reports folder, or which field catalogue, the server would not take, and whether it is there.
-// `codes` and `name` as above, the name without an extension. UTF-8.
-std::string ExplainReportsFile(const std::string& codes, const std::string& name, const char* extension);
+// UTF-8.
+std::string ExplainReportsFile(const ModelFile& file);
 std::string ExplainCatalogue(const std::string& module, const std::string& codes);
 
 // Those of the files that the reports folder has, also when they are in use. Names with extension, in UTF-8.

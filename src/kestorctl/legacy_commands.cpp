@@ -71,7 +71,7 @@ constexpr const char* kUpdateFooter =
     R"(Sets the margins of a model, and the order and the widths of its columns: the columns stand in the order of the
 arguments. Each ALIAS is that of a field ("kestorctl legacy fields") in its letter case, at most 25 characters. All
 columns of the model must be given, a field that stands there twice two times; fields beyond those do not matter. The
-model is changed whole or not at all.
+model is changed whole or not at all. Only models of the oldest layout, whose first byte is not 1, can be updated.
 
 Example:
   kestorctl legacy update CT 01 Vendas --left 10 --top 5 Conta=12 Valor=15
@@ -87,6 +87,7 @@ With --json: "fields", a list of objects as "kestorctl fields" tells them.
 
 Exit status: 0 shown, though there be none; 1 failure, such as no catalogue (0x80040001); 2 wrong usage.)";
 
+constexpr const char* kExtension = ".REL";
 constexpr std::size_t kModuleCharacters = 2;
 constexpr std::size_t kComponentCharacters = 3;
 
@@ -107,18 +108,23 @@ void List(const StoreOptions& options, Answer& answer) {
   if (answer.result != S_OK) answer.detail = ExplainReportsFolder();
 }
 
+HRESULT ReadContent(const LegacyStore& store, const std::string& name, std::string* content) {
+  LONG size = 0;
+  if (const HRESULT result = store->BuscaTamanhoRelatorio(Bstr(name).Get(), &size); result != S_OK) return result;
+  content->resize(static_cast<std::size_t>(size));
+  return store->BuscaRelatorio(size, reinterpret_cast<unsigned char*>(content->data()));
+}
+
 void Read(const ReadOptions& options, Answer& answer) {
   const LegacyStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
-  LONG size = 0;
-  answer.result = store->BuscaTamanhoRelatorio(Bstr(options.model.name).Get(), &size);
-  if (answer.result != S_OK) {
-    answer.detail = ExplainUnread(options.model.name);
-    return;
+  std::string content;
+  answer.result = ReadContent(store, options.model.name, &content);
+  if (answer.result == S_OK) {
+    HandOut(content, options.output, answer);
+  } else {
+    answer.detail = ExplainUnread({LegacyCodes(options.model), options.model.name, kExtension});
   }
-  std::string content(static_cast<std::size_t>(size), '\0');
-  answer.result = store->BuscaRelatorio(size, reinterpret_cast<unsigned char*>(content.data()));
-  if (answer.result == S_OK) HandOut(content, options.output, answer);
 }
 
 void Write(const WriteModelOptions& options, Answer& answer) {
@@ -128,8 +134,11 @@ void Write(const WriteModelOptions& options, Answer& answer) {
   answer.result =
       store->GravaRelatorio(Bstr(options.model.name).Get(), options.keepExisting ? 0 : 1,
                             static_cast<LONG>(content.size()), reinterpret_cast<unsigned char*>(content.data()));
-  if (FAILED(answer.result)) answer.detail = ExplainLegacyUnwritten(options.model);
-  if (answer.result == S_OK) answer.data["bytes"] = content.size();
+  if (FAILED(answer.result)) answer.detail = ExplainUnwritten(LegacyModelFile(options.model, kExtension));
+  if (answer.result != S_OK) return;
+  answer.data["bytes"] = content.size();
+  const std::string stem = LegacyStem(options.model.name);
+  if (stem != options.model.name) answer.note = "the model is stored as " + stem;
 }
 
 // What a deletion of that name means: the model and its export settings, or one file.
@@ -153,7 +162,7 @@ void Delete(const ModelOptions& options, Answer& answer) {
     answer.note += (answer.note.empty() ? "" : " and ") + file;
   if (!left.empty()) answer.note += " could not be deleted";
   if (!before.empty()) return;
-  const std::string reason = ExplainUnread(options.name);
+  const std::string reason = ExplainUnread({LegacyCodes(options), options.name, kExtension});
   answer.note = "there is no model " + options.name + (reason.empty() ? "" : ": " + reason);
 }
 
@@ -204,8 +213,14 @@ std::vector<REG_ATUALIZACAO_RELATORIO> ParseColumns(const std::vector<std::strin
   return columns;
 }
 
-// The server does not tell that of the columns.
-std::string ExplainColumns(const LegacyStore& store, const std::vector<REG_ATUALIZACAO_RELATORIO>& columns) {
+// The server says the same of each of these.
+std::string ExplainNotUpdated(const LegacyStore& store, const std::string& name,
+                              const std::vector<REG_ATUALIZACAO_RELATORIO>& columns) {
+  constexpr char kOtherLayouts = 1;
+  std::string content;
+  if (ReadContent(store, name, &content) == S_OK && content.starts_with(kOtherLayouts)) {
+    return "only models of the oldest layout can be updated, and this one has another";
+  }
   std::vector<Field> fields;
   if (FetchFields(store, &fields) != S_OK) return {};
   for (const REG_ATUALIZACAO_RELATORIO& column : columns) {
@@ -213,7 +228,7 @@ std::string ExplainColumns(const LegacyStore& store, const std::vector<REG_ATUAL
     const auto same = [&alias](const Field& field) { return field.alias == alias; };
     if (std::none_of(fields.begin(), fields.end(), same)) return "no field has the alias " + alias;
   }
-  return {};
+  return "all columns of the model must be given";
 }
 
 void Update(const UpdateOptions& options, Answer& answer) {
@@ -226,8 +241,11 @@ void Update(const UpdateOptions& options, Answer& answer) {
   if (!IsOpen(store, answer)) return;
   answer.result = store->AtualizaRelatorio(Bstr(options.model.name).Get(), left, top,
                                            static_cast<USHORT>(columns.size()), columns.data());
-  if (answer.result == kestor::NoticeForm(KESTOR_ARQ_NAO_EXISTE)) answer.detail = ExplainUnread(options.model.name);
-  if (answer.result == kestor::NoticeForm(KESTOR_ARQ_JA_FOI_ALTERADO)) answer.detail = ExplainColumns(store, columns);
+  if (answer.result == kestor::NoticeForm(KESTOR_ARQ_NAO_EXISTE))
+    answer.detail = ExplainUnread({LegacyCodes(options.model), options.model.name, kExtension});
+  if (answer.result == kestor::NoticeForm(KESTOR_ARQ_JA_FOI_ALTERADO)) {
+    answer.detail = ExplainNotUpdated(store, options.model.name, columns);
+  };
   ExplainWithoutCatalogue(options.model, answer);
 }
 
@@ -251,8 +269,8 @@ std::string LegacyStem(const std::string& name) {
   return name.substr(0, name.find('.'));
 }
 
-std::string ExplainLegacyUnwritten(const ModelOptions& options) {
-  return ExplainUnwritten(LegacyCodes(options), LegacyStem(options.name));
+ModelFile LegacyModelFile(const ModelOptions& options, const char* extension) {
+  return {LegacyCodes(options), LegacyStem(options.name), extension};
 }
 
 void AddLegacy(CLI::App& program, Command* chosen) {

@@ -12,8 +12,8 @@ namespace kestorctl {
 std::string LegacyCodes(const StoreOptions& options);
 std::string LegacyStem(const std::string& name);
 
-// As ExplainUnwritten.
-std::string ExplainLegacyUnwritten(const ModelOptions& options);
+// The file that a name is written to, up to its first dot.
+ModelFile LegacyModelFile(const ModelOptions& options, const char* extension);
 
 // The commands for the files beside a model, below the group of the others.
 void AddCompanions(CLI::App* legacy, Command* chosen);

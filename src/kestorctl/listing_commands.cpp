@@ -22,10 +22,11 @@ With --json: "names".
 Exit status: 0 listed, though there be none; 1 failure; 2 wrong usage.)";
 
 constexpr const char* kDeleteFooter =
-    R"(Deletes a report model for good. If it is the default report of its module and component, there is none afterwards.
+    R"(Deletes a report model for good. If it is the default report of its module and component, named as it was
+made the default, there is none afterwards.
 
 With --demo it is a demonstration model that goes, and its name is remembered: it is not listed any more, and a write
-with --check-demo refuses it.
+with --check-demo refuses it. Names are remembered for codes of at most 7 characters together, in their letter case.
 
 Examples:
   kestorctl delete CT 01 Vendas
@@ -36,7 +37,7 @@ Exit status: 0 deleted; 1 failure, such as no model of that name (0x80070002) or
 
 constexpr const char* kDefaultFooter =
     R"(Shows the name of the default report, or nothing when there is none; with NAME makes that model the default report,
-with --clear leaves none.
+with --clear leaves none. It is kept for codes of at most 7 characters together, in their letter case.
 
 With --json: "default", the name or null.
 
@@ -94,7 +95,7 @@ void Deleted(const StoreOptions& options, Answer& answer) {
   if (answer.result == S_OK) {
     TellNames(names, answer);
   } else {
-    answer.detail = ExplainReportsFolder();
+    answer.detail = ExplainSharedFiles();
   }
 }
 
@@ -125,7 +126,8 @@ void Delete(const DeleteOptions& options, Answer& answer) {
   answer.result = store->ExcluiRelatorio(Bstr(options.model.name).Get(), options.demonstration ? 1 : 0, &deleted);
   answer.data["deleted"] = deleted != 0;
   if (answer.result != S_OK) {
-    answer.detail = ExplainUnread(options.model.name);
+    const ModelFile file = ReportModelFile(options.model);
+    answer.detail = answer.result == E_ACCESSDENIED ? ExplainUnwritten(file) : ExplainUnread(file);
     if (answer.detail.empty() && answer.result == HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND)) {
       answer.detail = "there is no model " + options.model.name;
     }
@@ -151,7 +153,25 @@ void ShowDefault(const ReportStore& store, Answer& answer) {
   if (answer.result == S_OK) {
     TellDefault(name, answer);
   } else {
-    answer.detail = ExplainReportsFolder();
+    answer.detail = ExplainSharedFiles();
+  }
+}
+
+// The server answers the same when the record that it writes can never be found.
+void SetDefault(const ReportStore& store, const ModelOptions& options, Answer& answer) {
+  const std::string& name = options.name;
+  answer.result = store->SetRelatorioPadrao(Bstr(name).Get());
+  if (answer.result != S_OK) {
+    answer.detail = FAILED(answer.result) ? ExplainSharedFiles() : ExplainUnread(ReportModelFile(options));
+    return;
+  }
+  answer.data["default"] = name;
+  BSTR found = nullptr;
+  const HRESULT read = store->GetRelatorioPadrao(&found);
+  const OwnedBstr owner(found);
+  if (read == S_OK && found == nullptr) {
+    answer.data["default"] = nullptr;
+    answer.note = "there is no default report all the same: codes of module and component have at most 7 characters";
   }
 }
 
@@ -163,12 +183,10 @@ void Default(const DefaultOptions& options, Answer& answer) {
     if (answer.result == S_OK) {
       answer.data["default"] = nullptr;
     } else {
-      answer.detail = ExplainReportsFolder();
+      answer.detail = ExplainSharedFiles();
     }
   } else if (options.nameGiven->count() > 0) {
-    answer.result = store->SetRelatorioPadrao(Bstr(options.name).Get());
-    if (answer.result == S_OK) answer.data["default"] = options.name;
-    if (answer.result != S_OK) answer.detail = ExplainUnread(options.name);
+    SetDefault(store, {options.store, options.name}, answer);
   } else {
     ShowDefault(store, answer);
   }

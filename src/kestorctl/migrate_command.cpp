@@ -24,7 +24,7 @@ converted; this command does no more, but tells what became of each:
   dropped: NAME          a report document of that name was there already; the model of the first generation is deleted
   stays: NAME: REASON    nothing was changed
 
-On a terminal it shows how many are done.
+On a terminal it shows how many are done. When the command is interrupted, the server goes on to the end.
 
 With --json: "converted" and "dropped", lists of names, and "stayed", a list of objects with "name" and "reason".
 
@@ -60,10 +60,16 @@ std::string ReasonToStay(const LegacyStore& store, const StoreOptions& options, 
   kestor::CConteudoRel content;
   content.DefineRepositorio(*store.operator->());
   const HRESULT loaded = content.Carrega(text::FromUtf8(name));
-  if (loaded != S_OK) return "it cannot be read (" + kestor::ResultCode(loaded) + "), as when it is in use";
+  if (loaded != S_OK) {
+    return "it cannot be read (" + kestor::ResultCode(loaded) + "), as when it is in use or its rights do not allow it";
+  }
   if (!content.Completo()) return "its content is empty, cut short, or of a version that is not known";
   const HRESULT catalogue = content.CarregaCatalogo();
-  if (catalogue != S_OK) return "the field catalogue cannot be read (" + kestor::ResultCode(catalogue) + ")";
+  if (catalogue != S_OK) {
+    const std::string file = ExplainCatalogue(options.module, LegacyCodes(options));
+    return "the field catalogue cannot be read (" + kestor::ResultCode(catalogue) + (file.empty() ? "" : ": " + file) +
+           ")";
+  }
   if (Exists(DocumentFile(options, name)))
     return "there is a file " + DocumentFile(options, name) + " that is not listed";
   if (Exists(LegacyFile(options, name, ".REE"))) {
@@ -98,6 +104,7 @@ void Migrate(const StoreOptions& options, Answer& answer) {
   std::vector<std::string> names;
   answer.result = ModelNames(options, &names, answer);
   if (FAILED(answer.result)) return;
+  if (names.empty()) answer.note = ExplainReportsFolder();
   std::set<std::string> documents;
   for (const std::string& name : names) {
     if (Exists(DocumentFile(options, name))) documents.insert(name);

@@ -5,6 +5,7 @@
 #include "content.h"
 #include "explanation.h"
 #include "model_options.h"
+#include "platform/text/text.h"
 #include "stored_model.h"
 
 namespace kestorctl {
@@ -13,7 +14,7 @@ namespace {
 
 constexpr const char* kReadFooter =
     R"(Writes the content of a report model to FILE, which is written whole or not at all, or to standard output, and a line
-such as "version 1" to standard error.
+such as "version 1" to standard error. A NAME with a dot is read with ".RXL" behind it, unless it ends so.
 
 With --json: "version", "bytes", and the content as "content" when it is UTF-8, otherwise as "contentBase64"; with -o
 "file" instead.
@@ -26,7 +27,8 @@ Exit status: 0 read; 3 there is no such model (0x00040001); 1 failure; 2 wrong u
 
 constexpr const char* kWriteFooter =
     R"(Stores a content and its version number as a report model. A model of that name is replaced, whole or not at all,
-unless --no-overwrite is given.
+unless --no-overwrite is given. A dot in NAME begins the extension of its file: without ".RXL" there the model is neither
+listed nor read.
 
 Examples:
   kestorctl write CT 01 Vendas vendas.xml
@@ -47,13 +49,17 @@ void Read(const ReadOptions& options, Answer& answer) {
   const StoredModel model(store, options.model.name);
   answer.result = model.Result();
   if (answer.result != S_OK) {
-    answer.detail = ExplainUnread(options.model.name);
+    answer.detail = ExplainUnread(ReportModelFile(options.model));
     return;
   }
 
   answer.data["version"] = model.Record().nVersao;
   HandOut(model.Content(), options.output, answer);
-  answer.note = "version " + std::to_string(model.Record().nVersao);
+  if (!answer.json) answer.note = "version " + std::to_string(model.Record().nVersao);
+}
+
+bool HasExtensionOfItsOwn(const std::string& name) {
+  return name.find('.') != name.npos && !text::EndsWithNoCase(name, ".RXL");
 }
 
 void Write(const WriteReportOptions& options, Answer& answer) {
@@ -67,11 +73,14 @@ void Write(const WriteReportOptions& options, Answer& answer) {
   if (!IsOpen(store, answer)) return;
   answer.result = store->Grava(Bstr(options.model.name).Get(), version, static_cast<unsigned char>(flags),
                                static_cast<LONG>(content.size()), reinterpret_cast<unsigned char*>(content.data()));
-  if (FAILED(answer.result))
-    answer.detail = ExplainUnwritten(options.model.module + options.model.component, options.model.name);
+  if (FAILED(answer.result)) answer.detail = ExplainUnwritten(ReportModelFile(options.model));
   if (answer.result != S_OK) return;
   answer.data["version"] = version;
   answer.data["bytes"] = content.size();
+  if (HasExtensionOfItsOwn(options.model.name)) {
+    answer.note = "the model is in the file " + options.model.module + options.model.component + options.model.name +
+                  ", which is neither listed nor read";
+  }
 }
 
 }  // namespace

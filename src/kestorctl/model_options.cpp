@@ -6,8 +6,9 @@
 namespace kestorctl {
 
 void AddStoreOptions(CLI::App* command, StoreOptions* options) {
-  AddText(command, "MODULE", &options->module, "Module code, such as CT");
-  AddText(command, "COMPONENT", &options->component, "Component code, such as 01");
+  const auto notEmpty = [](const std::string& code) { return code.empty() ? "the code is empty" : std::string(); };
+  AddText(command, "MODULE", &options->module, "Module code, such as CT")->check(notEmpty);
+  AddText(command, "COMPONENT", &options->component, "Component code, such as 01")->check(notEmpty);
 }
 
 void AddModelOptions(CLI::App* command, ModelOptions* options) {
@@ -28,6 +29,10 @@ void AddWriteOptions(CLI::App* command, WriteOptions* options) {
 void AddWriteModelOptions(CLI::App* command, WriteModelOptions* options) {
   AddWriteOptions(command, options);
   command->add_flag("--no-overwrite", options->keepExisting, "Leave a model of that name as it is");
+}
+
+ModelFile ReportModelFile(const ModelOptions& options) {
+  return {options.module + options.component, options.name, ".RXL"};
 }
 
 bool IsOpen(const StoreSession& store, Answer& answer) {

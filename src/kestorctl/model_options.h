@@ -7,6 +7,7 @@
 #include <string>
 
 #include "answer.h"
+#include "explanation.h"
 #include "store_session.h"
 
 namespace kestorctl {
@@ -40,6 +41,9 @@ void AddModelOptions(CLI::App* command, ModelOptions* options);
 void AddReadOptions(CLI::App* command, ReadOptions* options);
 void AddWriteOptions(CLI::App* command, WriteOptions* options);
 void AddWriteModelOptions(CLI::App* command, WriteModelOptions* options);
+
+// The file of a model of the second generation.
+ModelFile ReportModelFile(const ModelOptions& options);
 
 // Whether the store can be used; the answer tells why not.
 bool IsOpen(const StoreSession& store, Answer& answer);

@@ -55,8 +55,8 @@ HKEY_LOCAL_MACHINE and HKEY_CLASSES_ROOT is passed over. FILE - is standard inpu
 Exit status: 0 imported; 1 failure; 2 wrong usage.)";
 
 constexpr const char* kExportFooter =
-    R"(Without FILE, or for -, the text goes to standard output in UTF-8. A FILE is written the way the desktop's own tools do, in UTF-16
-with a mark, so that it can be imported there; it is written whole or not at all.
+    R"(Without FILE, or for -, the text goes to standard output in UTF-8. A FILE is written the way the desktop's own tools do, in
+UTF-16 with a mark, so that it can be imported there; it is written whole or not at all.
 
 With --json and for standard output: "text".
 

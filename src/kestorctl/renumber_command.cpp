@@ -4,6 +4,8 @@
 #include <functional>
 #include <limits>
 #include <map>
+#include <set>
+#include <span>
 
 #include "commands.h"
 #include "contract/results.h"
@@ -25,7 +27,8 @@ constexpr const char* kFooter =
     R"(Replaces field codes in every second-generation model of the module and component, each once: with 150=160 160=170 a
 field 150 becomes 160, not 170. A renumbered column gets the title that the field catalogue has for its new code. Sort
 keys, totals and conditions on fields that the catalogue does not allow for them are removed, also where no code changes.
-Codes up to 99 belong to fixed columns: no code is changed to one of them. Without the field catalogue nothing is done.
+Codes up to 99 are places of fixed columns and cannot be given. Without the field catalogue nothing is done; a new code
+that it lacks is taken, and told of.
 
 It tells what became of the models that have such codes, or may have them:
 
@@ -33,7 +36,7 @@ It tells what became of the models that have such codes, or may have them:
   not changed: NAME: REASON    it is no report document, was in use, or bears another name than its own inside: what is
                                renumbered is stored under that name
 
-On a terminal it shows how many models are done.
+On a terminal it shows how many models are done. When the command is interrupted, the server goes on to the end.
 
 With --json: "renumbered", a list of names, and "skipped", a list of objects with "name" and "reason".
 
@@ -63,8 +66,8 @@ std::vector<REL_CODIGO_CAMPOS_ALTERADOS> ParsePairs(const std::vector<std::strin
     if (equals == pair.npos) throw UsageError(pair + ": OLD=NEW is needed");
     const REL_CODIGO_CAMPOS_ALTERADOS parsed = {Code(pair, pair.substr(0, equals)),
                                                 Code(pair, pair.substr(equals + 1))};
-    if (parsed.nNovoCodigo <= kLastFixedCode) {
-      throw UsageError(pair + ": codes up to 99 belong to fixed columns, no field can have one");
+    if (std::min(parsed.nCodigoAntigo, parsed.nNovoCodigo) <= kLastFixedCode) {
+      throw UsageError(pair + ": codes up to 99 are places of fixed columns, no field has one");
     }
     pairs.push_back(parsed);
   }
@@ -80,8 +83,7 @@ bool HasCodeToReplace(const kestor::CDocRelatorio& document, const std::vector<R
     return found != newCodes.end() && found->second != record.codigo;
   };
   const auto& columns = document.camposEscolhidos.campos;
-  return std::any_of(columns.begin(), columns.end(),
-                     [&](const kestor::CampoEscolhido& column) { return !column.fixo && replaced(column); }) ||
+  return std::any_of(columns.begin(), columns.end(), replaced) ||
          std::any_of(document.ordenacao.campos.begin(), document.ordenacao.campos.end(), replaced) ||
          std::any_of(document.ordenacao.totalizacoes.begin(), document.ordenacao.totalizacoes.end(), replaced) ||
          std::any_of(document.filtro.condicoes.begin(), document.filtro.condicoes.end(), replaced);
@@ -166,14 +168,24 @@ class Models {
   std::vector<Model> models_;
 };
 
-// Without the catalogue the server changes no code, and does not say so.
-bool HasCatalogue(const ReportStore& store, const StoreOptions& options, Answer& answer) {
+// Without the catalogue the server changes no code, and does not say so. Nor does it say which new codes are no fields.
+bool HasCatalogue(const ReportStore& store, const StoreOptions& options,
+                  const std::vector<REL_CODIGO_CAMPOS_ALTERADOS>& pairs, Answer& answer) {
   REG_CAMPOS_DISPONIVEIS2* list = nullptr;
   answer.result = store->GetCamposDisponiveis(&list);
   const TaskBlock<REG_CAMPOS_DISPONIVEIS2> owner(list);
   const TaskBlock<tagREG_CAMPOS_RELATORIO2> fields(list != nullptr ? list->pregCampos : nullptr);
   if (answer.result != S_OK) answer.detail = ExplainCatalogue(options.module, options.module + options.component);
-  return answer.result == S_OK;
+  if (answer.result != S_OK) return false;
+  std::set<std::uint16_t> codes;
+  for (const tagREG_CAMPOS_RELATORIO2& field : std::span(fields.get(), list->nQtdeCampos))
+    codes.insert(field.nCodigo);
+  for (const REL_CODIGO_CAMPOS_ALTERADOS pair : pairs) {
+    if (!codes.insert(pair.nNovoCodigo).second) continue;
+    answer.note += answer.note.empty() ? "the field catalogue has no field " : ", ";
+    answer.note += std::to_string(pair.nNovoCodigo);
+  }
+  return true;
 }
 
 // Each model is a new file when it is done.
@@ -202,7 +214,7 @@ void Renumber(const RenumberOptions& options, Answer& answer) {
   std::vector<REL_CODIGO_CAMPOS_ALTERADOS> pairs = ParsePairs(options.pairs);
   const kestor::ComponenteMarcacao markup;
   Models models(options.store);
-  if (!IsOpen(models.Store(), answer) || !HasCatalogue(models.Store(), options.store, answer)) return;
+  if (!IsOpen(models.Store(), answer) || !HasCatalogue(models.Store(), options.store, pairs, answer)) return;
   answer.result = models.LookBefore(pairs);
   if (answer.result == S_OK) answer.result = Convert(options.store, pairs, models.Names(), answer);
   if (answer.result == S_OK) answer.result = models.LookAfterwards();

@@ -22,10 +22,11 @@ using Json = nlohmann::ordered_json;
 
 constexpr const char* kFooter =
     R"(Tells the home, the folders that its registry names and where they are on this system, the registered classes with their
-executable, and whether the server runs: its process id and the number of live objects. It starts no server.
+executable, and whether the server runs: its process id and the number of live objects. It starts no server. One that is
+in the middle of a long call, such as a migration, is busy and does not tell them.
 
 With --json: "home" {"folder", "exists"}, "reports" (null when none is entered) and "modules" {"path", "folder",
-"exists"}, "classes" {"name", "clsid", "executable", "exists"}, "server" {"running", "pid", "objects"}.
+"exists"}, "classes" {"name", "clsid", "executable", "exists"}, "server" {"running", "pid", "objects", or "busy"}.
 
 Exit status: 0 told; 1 there is no home, or it cannot be read; 2 wrong usage.)";
 
@@ -88,7 +89,10 @@ void TellClasses(Answer& answer) {
 void TellServer(Answer& answer) {
   LocalServerStatus status{};
   const HRESULT result = CoGetLocalServerStatus(CLSID_ZNPL_Relatorio2, &status);
-  if (FAILED(result)) {
+  if (result == HRESULT_FROM_WIN32(ERROR_TIMEOUT)) {
+    answer.output += "server   running, busy\n";
+    answer.data["server"] = {{"running", true}, {"busy", true}};
+  } else if (FAILED(result)) {
     answer.result = result;
     answer.detail = Explain(result, CLSID_ZNPL_Relatorio2, {});
   } else if (result != S_OK) {

@@ -53,7 +53,8 @@ TEST_F(Documents, EachModelIsToldItsFate) {
   PutModel("Diario");
   std::filesystem::remove(Reports() / "CT01DIARIO.RXL");
   EXPECT_THAT(Run({"migrate", "CT", "01"}).output,
-              testing::HasSubstr("stays: Diario: the field catalogue cannot be read (0x80040001)\n"));
+              testing::HasSubstr(
+                  "stays: Diario: the field catalogue cannot be read (0x80040001: there is no file E:\\XCT01.REL)\n"));
 }
 
 TEST_F(Documents, APageForPeopleAndAnObjectForPrograms) {
@@ -126,10 +127,14 @@ TEST_F(Documents, RenumberingTellsWhatItLeftAlone) {
   EXPECT_EQ(columns[2]["code"], 301);
   EXPECT_EQ(Run({"--json", "show", "CT", "01", "Razao"}).Document()["document"]["sortKeys"][0]["code"], 110);
 
-  for (const char* pair : {"", "1", "a=1", "1=", "70000=1", "1=2=3", "-1=5", "302=99"})
+  // The server takes places of fixed columns for field codes, and codes that no field has.
+  for (const char* pair : {"", "1", "a=1", "1=", "70000=1", "1=2=3", "-1=5", "302=99", "1=301"})
     EXPECT_EQ(Run({"renumber", "CT", "01", "--", pair}).status, 2) << pair;
   EXPECT_EQ(Run({"renumber", "CT", "01"}).status, 2);
-  ExpectTold(Run({"renumber", "ZZ", "01", "1=200"}), 1, "0x80043F59");
+  ExpectTold(Run({"renumber", "ZZ", "01", "100=200"}), 1, "0x80043F59");
+  const Outcome unknown = Run({"renumber", "CT", "01", "301=9999"});
+  EXPECT_EQ(unknown.status, 0);
+  EXPECT_EQ(unknown.errors, "the field catalogue has no field 9999\n");
   std::filesystem::remove(Contabil() / "XCT01.REL");
   ExpectTold(Run({"renumber", "CT", "01", "301=302"}), 1, "0x80040001");
 }

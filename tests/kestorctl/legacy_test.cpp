@@ -122,7 +122,10 @@ TEST_F(Legacy, DeletionTellsWhatWentAndWhatStayed) {
   const Arguments deletion = {"legacy", "delete", "CT", "0123", "vendas"};
   EXPECT_EQ(Run(deletion).errors, "CT012vendas.REE could not be deleted\n");
   EXPECT_EQ(Run({"--json", "legacy", "delete", "CT", "0123", "vendas"}).Document(),
-            json({{"result", "0x00000000"}, {"deleted", false}, {"left", {"CT012vendas.REE"}}}));
+            json({{"result", "0x00000000"},
+                  {"note", "CT012vendas.REE could not be deleted"},
+                  {"deleted", false},
+                  {"left", {"CT012vendas.REE"}}}));
   EXPECT_EQ(Run({"legacy", "delete", "CT", "0123", "vendas.REF"}).errors, "");
   EXPECT_EQ(support::Names(Reports()), Arguments{"CT012Vendas.REE"});
 }
@@ -144,6 +147,9 @@ TEST_F(Legacy, UpdateSetsMarginsOrderAndWidths) {
   EXPECT_EQ(Stored("CT01Vendas.REL"), before);
   EXPECT_EQ(with({"\u00C1rea=7", "Conta=2147483647"}).status, 0);
   EXPECT_EQ(Stored("CT01Vendas.REL"), model(65535, 0, column(70000, 7) + column(1, 2147483647)));
+  ExpectTold(with({"Conta=1"}), 3, "(all columns of the model must be given)");
+  Run({"legacy", "write", "CT", "01", "Vendas", "-"}, '\1' + before);
+  ExpectTold(with({"Conta=1", "\u00C1rea=1"}), 3, "only models of the oldest layout can be updated");
   fs::remove(Contabil() / "XCT01.REL");
   ExpectTold(with({"Conta=1"}), 1, "XCT01.REL");
 }

@@ -47,6 +47,12 @@ TEST_F(Listing, DefaultReport) {
   EXPECT_EQ(Run({"default", "CT", "01", "Vendas", "--clear"}).status, 2);
   EXPECT_EQ(Run({"default", "CT", "01", "--clear", "--json"}).Document(), none);
   EXPECT_EQ(Run({"default", "CT", "01"}).output, "");
+
+  // The record has room for seven characters: such a default is written and never found.
+  Run({"write", "CT", "012345", "Vendas", "-"}, "x");
+  const auto unfound = Run({"default", "CT", "012345", "Vendas", "--json"}).Document();
+  EXPECT_EQ(unfound["default"], nullptr);
+  EXPECT_THAT(unfound["note"].get<std::string>(), HasSubstr("at most 7 characters"));
 }
 
 TEST_F(Listing, Deletion) {

@@ -82,6 +82,19 @@ TEST_F(Models, NamesAreTextsWhateverTheyLookLike) {
   ExpectTold(Run({"write", "CT", "01", "\u65E5\u672C", "-"}), 1, "code page 1252 lacks a character of \u65E5\u672C");
 }
 
+// The server tells no more than that it could not write, or has written.
+TEST_F(Models, WhatBecomesOfAWriteIsExplained) {
+  EXPECT_EQ(Run({"write", "CT", "01", "Vendas.v2", "-"}, "x").errors,
+            "the model is in the file CT01Vendas.v2, which is neither listed nor read\n");
+  EXPECT_EQ(Run({"write", "CT", "01", "Vendas.rxl", "-"}, "x").errors, "");
+  std::string accents;
+  for (int i = 0; i < 126; ++i)
+    accents += "\u00E9";
+  ExpectTold(Run({"write", "CT", "01", accents, "-"}, "x"), 1, "the name has more than 255 bytes in UTF-8");
+  fs::permissions(Reports() / "CT01Vendas.rxl", fs::perms::owner_read);
+  ExpectTold(Run({"write", "CT", "01", "Vendas", "-"}, "y"), 1, "CT01Vendas.rxl is read-only");
+}
+
 TEST_F(Models, OutputIsWholeOrNotAtAllAndItsFailureIsTold) {
   Run({"write", "CT", "01", "Vendas", "-"}, RandomBytes(1 << 20));
   RunShell("umask 077; echo old > old; ln -s old link; truncate -s 2G huge");
