@@ -13,7 +13,7 @@ if(KESTOR_SANITIZE)
 else()
   # The server runs on customers' machines with customers' data: the usual hardening costs next to nothing.
   target_compile_options(kestor_settings INTERFACE
-    -fstack-protector-strong $<$<CONFIG:Release>:-U_FORTIFY_SOURCE> $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
+    -fstack-protector-strong $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
 endif()
 target_link_options(kestor_settings INTERFACE -Wl,-z,relro -Wl,-z,now)
 

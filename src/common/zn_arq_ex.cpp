@@ -18,7 +18,8 @@ namespace kestor {
 namespace {
 
 constexpr UINT kModoLeitura = CFile::modeRead | CFile::shareDenyNone;
-constexpr UINT kModoGravacao = CFile::modeReadWrite | CFile::shareDenyWrite;
+// In a folder of many, a link must not have what is meant for these files written to some other one.
+constexpr UINT kModoGravacao = CFile::modeReadWrite | CFile::shareDenyWrite | CFile::noLink;
 constexpr UINT kModoCriacao = kModoGravacao | CFile::modeCreate;
 
 constexpr const char* kArquivoControle = "ZNCTLARQ.DAT";

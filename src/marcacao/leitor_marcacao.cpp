@@ -3,6 +3,7 @@
 #include <expat.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -208,12 +209,14 @@ class Analise {
     return XML_STATUS_OK;
   }
 
+  // The program's own, also where those of the library are not.
+  static constexpr XML_Memory_Handling_Suite kMemoria = {std::malloc, std::realloc, std::free};
   static constexpr ULONG kPedacoMinimo = 4096;
   static constexpr ULONG kPedacoMaximo = 1u << 30;
 
   IStream& fonte_;
   ITratadorMarcacao& tratador_;
-  Analisador analisador_{XML_ParserCreate(nullptr)};
+  Analisador analisador_{XML_ParserCreate_MM(nullptr, &kMemoria, nullptr)};
   AtributosLidos atributos_;
   std::string nome_;
   std::size_t nivel_ = 0;

@@ -24,9 +24,18 @@ void RecusaImagensDeMemoria() {
   [[maybe_unused]] const ssize_t escrito = write(filtro.Number(), kNada.data(), kNada.size());
 }
 
+// A standard descriptor that the starter closed would be given to the next socket or file, and messages of the runtime
+// would end up there.
+void OcupaDescritoresPadrao() {
+  for (const int padrao : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(padrao, F_GETFD) < 0) open("/dev/null", O_RDWR);
+  }
+}
+
 }  // namespace
 
 void RecusaHeranca() {
+  OcupaDescritoresPadrao();
   syscall(SYS_close_range, STDERR_FILENO + 1, ~0U, 0);
   umask(umask(S_IWOTH) | S_IWOTH);
   RecusaImagensDeMemoria();

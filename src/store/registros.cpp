@@ -41,7 +41,8 @@ void PercorreRegistros(const std::string& caminho,
                        const std::function<bool(std::uint32_t, const RegistroNome&)>& visita) {
   CFile arquivo;
   CFileException falha;
-  constexpr UINT kModo = CFile::modeReadWrite | CFile::modeCreate | CFile::modeNoTruncate | CFile::shareExclusive;
+  constexpr UINT kModo =
+      CFile::modeReadWrite | CFile::modeCreate | CFile::modeNoTruncate | CFile::shareExclusive | CFile::noLink;
   if (!arquivo.Open(caminho.c_str(), kModo, &falha)) throw falha;
   const ULONGLONG comprimento = arquivo.GetLength();
   if (comprimento == 0) {

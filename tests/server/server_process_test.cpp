@@ -154,6 +154,7 @@ TEST(Activation, ServersDropWhatTheirStartersHave) {
     const rlimit cores{1 << 20, 1 << 20};
     setrlimit(RLIMIT_CORE, &cores);
     dup2(STDERR_FILENO, 500);
+    close(STDERR_FILENO);
     execl(KESTOR_EXECUTABLE, KESTOR_EXECUTABLE, "-Embedding", nullptr);
     return 127;
   });
@@ -163,6 +164,7 @@ TEST(Activation, ServersDropWhatTheirStartersHave) {
   EXPECT_THAT(support::ReadFile(process + "/limits"), testing::ContainsRegex("Max core file size +0 +0"));
   EXPECT_EQ(support::ReadFile(process + "/coredump_filter"), "00000000\n");
   EXPECT_FALSE(std::filesystem::is_symlink(process + "/fd/500"));
+  EXPECT_EQ(std::filesystem::read_symlink(process + "/fd/2"), "/dev/null");
   installation.EndServer();
 }
 

@@ -248,6 +248,26 @@ TEST_F(ListingTest, DamagedRecordFiles) {
   EXPECT_EQ(fs::file_size(Deletions()), std::uintmax_t{264} << 25) << "what is behind the last number is never found";
 }
 
+// In a folder of many, somebody may have put a link there to have another's file overwritten.
+TEST_F(ListingTest, LinksInThePlaceOfRecordFilesAreNotWrittenThrough) {
+  Put("CT01A.RXL");
+  const fs::path victim = home_.Home() / "victim";
+  for (const std::string& content : {std::string(), kZeros}) {
+    WriteFile(victim, content);
+    for (const fs::path& file : {Defaults(), Deletions()}) {
+      fs::remove(file);
+      fs::create_symlink(victim, file);
+    }
+    auto store = ReadyStore();
+    EXPECT_EQ(SetDefault(*store, u"A"), "0x80043ED0");
+    EXPECT_EQ(Default(*store), "0x80070005");
+    EXPECT_EQ(Deleted(*store), "0x80070005");
+    Put("CT01B.RXL");
+    EXPECT_EQ(Delete(*store, u"B", Model::demonstration), kOk);
+    EXPECT_EQ(ReadFile(victim), content);
+  }
+}
+
 // Whoever may not write the registry or the record files is told of these, not of that.
 TEST_F(ListingTest, WithoutPermissionToWrite) {
   auto store = ReadyStore();

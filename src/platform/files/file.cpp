@@ -42,7 +42,8 @@ namespace {
 constexpr UINT kAccessFlags = CFile::modeWrite | CFile::modeReadWrite;
 constexpr UINT kShareFlags = CFile::shareExclusive | CFile::shareDenyWrite | CFile::shareDenyNone;
 constexpr UINT kKnownFlags = kAccessFlags | kShareFlags | CFile::modeCreate | CFile::modeNoTruncate |
-                             CFile::typeBinary | CFile::nameAsGiven | CFile::wholeUpdate | CFile::mustBeNew;
+                             CFile::typeBinary | CFile::nameAsGiven | CFile::wholeUpdate | CFile::mustBeNew |
+                             CFile::noLink;
 
 std::optional<OpenMode> ModeOf(UINT flags) {
   OpenMode mode;
@@ -68,6 +69,8 @@ std::optional<OpenMode> ModeOf(UINT flags) {
   mode.content = !mode.share.writes && !mode.create;
   if ((flags & (CFile::nameAsGiven | CFile::mustBeNew)) != 0 && !mode.ReplacesWhole()) return std::nullopt;
   const bool changesAlone = mode.share.reads && mode.share.writes && mode.share.denies == Denial::both;
+  mode.noLink = (flags & CFile::noLink) != 0;
+  if (mode.noLink && (mode.ReplacesWhole() || (flags & CFile::wholeUpdate) != 0)) return std::nullopt;
   if ((flags & CFile::wholeUpdate) != 0 && (mode.create || !changesAlone)) return std::nullopt;
   return mode;
 }

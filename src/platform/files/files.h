@@ -74,7 +74,8 @@ class CFile {
     typeBinary = 0x8000,
     nameAsGiven = 0x10000,  // with whole-file creation: an existing file takes the letter case of the path
     wholeUpdate = 0x20000,  // of an existing file, read and written, denying both: changed as a whole or not at all
-    mustBeNew = 0x40000     // with whole-file creation: a file that is there is not replaced
+    mustBeNew = 0x40000,    // with whole-file creation: a file that is there is not replaced
+    noLink = 0x80000        // in place: a symbolic link under that name is refused, wherever it leads
   };
 
   enum SeekPosition : UINT { begin = 0, current = 1, end = 2 };

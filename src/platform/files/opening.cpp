@@ -12,14 +12,14 @@ namespace {
 // exclusive locks.
 int OpenForLocking(int folder, const std::string& name, const OpenMode& mode, host::Descriptor* file, bool* writable) {
   // Without waiting, because the name may be that of a pipe.
-  constexpr int kFlags = O_NONBLOCK;
+  const int flags = O_NONBLOCK | (mode.noLink ? O_NOFOLLOW : 0);
   *writable = true;
-  const int error = host::Open(folder, name, O_RDWR | kFlags, file);
+  const int error = host::Open(folder, name, O_RDWR | flags, file);
   if (error != EACCES && error != EPERM && error != EROFS && error != ETXTBSY) return error;
-  if (mode.share.writes && !mode.share.reads) return host::Open(folder, name, O_WRONLY | kFlags, file);
+  if (mode.share.writes && !mode.share.reads) return host::Open(folder, name, O_WRONLY | flags, file);
   if (mode.share.writes || mode.truncate) return error;
   *writable = false;
-  return host::Open(folder, name, O_RDONLY | kFlags, file);
+  return host::Open(folder, name, O_RDONLY | flags, file);
 }
 
 DWORD Create(const PathName& path, const OpenMode& mode, host::Descriptor* file, host::Descriptor* createdIn) {
@@ -62,7 +62,9 @@ DWORD LockForContent(host::Descriptor opened, bool writable, const ShareMode& sh
 DWORD OpenAsWritten(int folder, const std::string& name, const OpenMode& mode, host::Descriptor* file, off_t* length) {
   host::Descriptor opened;
   bool writable = false;
-  if (const int error = OpenForLocking(folder, name, mode, &opened, &writable); error != 0) return OsError(error);
+  if (const int error = OpenForLocking(folder, name, mode, &opened, &writable); error != 0) {
+    return error == ELOOP && mode.noLink ? DWORD{ERROR_ACCESS_DENIED} : OsError(error);
+  }
   if (mode.content) return LockForContent(std::move(opened), writable, mode.share, file, length);
   struct stat own = {};
   if (const int error = host::Stat(opened, &own); error != 0) return OsError(error);

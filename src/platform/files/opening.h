@@ -16,6 +16,7 @@ struct OpenMode {
   ShareMode share;
   bool create = false;
   bool truncate = false;  // an existing file loses its content
+  bool noLink = false;    // a symbolic link is not followed but refused
   bool content = false;   // only what the file holds counts, not what becomes of its name
 
   bool ReplacesWhole() const { return create && truncate && share.writes && share.denies == Denial::both; }
