@@ -1,11 +1,13 @@
 #include "faults.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <new>
 #include <utility>
 
@@ -22,6 +24,8 @@ std::vector<std::size_t> noted;
 bool reached = false;
 bool struck = false;
 const char* struckCall = "";
+
+std::set<ino_t> unflushed;
 
 std::atomic<int> leftToOthers = 0;
 thread_local bool isAttacker = false;
@@ -43,6 +47,45 @@ bool AllocationFails() {
   return true;
 }
 
+// While the books are kept, nothing is attacked.
+template <typename Entry>
+void Enter(const Entry& entry) {
+  if (!attacked) return;
+  attacked = false;
+  entry();
+  attacked = true;
+}
+
+void Note(int file) {
+  Enter([&] {
+    struct stat status {};
+    if (fstat(file, &status) == 0) unflushed.insert(status.st_ino);
+  });
+}
+
+int Flush(int file) {
+  Enter([&] {
+    struct stat status {};
+    if (fstat(file, &status) == 0) unflushed.erase(status.st_ino);
+  });
+  return 0;
+}
+
+// The folders in which names changed; hidden names need not outlive anything.
+int NoteNames(int result, std::initializer_list<std::pair<int, const char*>> names) {
+  if (result != 0) return result;
+  Enter([&] {
+    for (const auto& [folder, path] : names) {
+      const std::filesystem::path name(path);
+      struct stat status {};
+      if (name.filename().native().starts_with(".")) continue;
+      const std::string parent = name.has_parent_path() ? name.parent_path().native() : ".";
+      if (fstatat(folder, parent.c_str(), &status, 0) == 0) unflushed.insert(status.st_ino);
+    }
+  });
+  return result;
+}
+
 }  // namespace
 
 Strike Run(const Attack& attack, const std::function<void()>& operation) {
@@ -51,10 +94,11 @@ Strike Run(const Attack& attack, const std::function<void()>& operation) {
   reached = struck = false;
   struckCall = "";
   noted.clear();
+  unflushed.clear();
   attacked = true;
   operation();
   attacked = false;
-  return {reached, struck, struckCall, noted};
+  return {reached, struck, struckCall, noted, unflushed};
 }
 
 void StrikeOtherThreads(int place) {
@@ -82,13 +126,37 @@ files::host::Fate files::host::FateOf(const char* call, std::size_t bytes) {
 
 extern "C" {
 
-// Processes are killed here, not the machine: what is flushed would only take time.
-int __wrap_fsync(int) {
-  return 0;
+// Processes are killed here, not the machine: what is flushed would only take time. That it is done is noted.
+int __wrap_fsync(int file) {
+  return faults::Flush(file);
 }
 
-int __wrap_fdatasync(int) {
-  return 0;
+int __wrap_fdatasync(int file) {
+  return faults::Flush(file);
+}
+
+ssize_t __real_pwrite64(int file, const void* bytes, std::size_t count, off_t position);
+int __real_renameat(int oldFolder, const char* oldName, int newFolder, const char* newName);
+int __real_renameat2(int oldFolder, const char* oldName, int newFolder, const char* newName, unsigned flags);
+int __real_unlinkat(int folder, const char* name, int flags);
+
+ssize_t __wrap_pwrite64(int file, const void* bytes, std::size_t count, off_t position) {
+  faults::Note(file);
+  return __real_pwrite64(file, bytes, count, position);
+}
+
+int __wrap_renameat(int oldFolder, const char* oldName, int newFolder, const char* newName) {
+  return faults::NoteNames(__real_renameat(oldFolder, oldName, newFolder, newName),
+                           {{oldFolder, oldName}, {newFolder, newName}});
+}
+
+int __wrap_renameat2(int oldFolder, const char* oldName, int newFolder, const char* newName, unsigned flags) {
+  return faults::NoteNames(__real_renameat2(oldFolder, oldName, newFolder, newName, flags),
+                           {{oldFolder, oldName}, {newFolder, newName}});
+}
+
+int __wrap_unlinkat(int folder, const char* name, int flags) {
+  return faults::NoteNames(__real_unlinkat(folder, name, flags), {{folder, name}});
 }
 
 void* __real_malloc(std::size_t bytes);

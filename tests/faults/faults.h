@@ -2,8 +2,11 @@
 // place where the system's calls on files pass, and its own allocation.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -27,6 +30,9 @@ struct Strike {
   std::string call;      // its name
   // The bytes that each system call could carry.
   std::vector<std::size_t> calls = {};
+  // The inodes of files that were written, and of folders in which visible names changed, and that were not flushed
+  // behind that.
+  std::set<ino_t> unflushed = {};
 };
 
 // Runs an operation under attack.

@@ -225,6 +225,14 @@ const std::vector<Operation>& Station::Operations() {
     return [=](S& s) { return Write(*s.rel_, name, "new content", overwrite); };
   };
 
+  const auto renumbers = [](S& s) {
+    REL_CODIGO_CAMPOS_ALTERADOS pair = {205, 310};
+    return ResultCode(s.converter_->AlteraCodigoCampos(Text(u"CT"), Text(u"01"), 1, &pair));
+  };
+  const auto deletesRel = [](const char16_t* name) {
+    return [=](S& s) { return ResultCode(s.rel_->ExcluiRelatorio(Text(name))); };
+  };
+
   const Names service = {"0x80043", "0x8007", "0x80010105"};
   const Names noSaving = {"0x80040005"};
   const Names noReading = {"0x00040001", "0x80040002"};
@@ -267,6 +275,7 @@ const std::vector<Operation>& Station::Operations() {
        sets(u"Compras"),
        {"0x80043", "0x00000001"}},
       {"SetRelatorioPadrao, in place", asItIs, sets(u"Compras"), {"0x80043", "0x00000001"}, {}, {}, false, "lseek"},
+      {"SetRelatorioPadrao of none", asItIs, sets(u"Nada"), service},
       {"SetRelatorioPadrao, clearing", asItIs, sets(nullptr), service, {}, {}, false, "lseek"},
       {"GetCamposDisponiveis", asItIs, [](S& s) { return Fields(*s.store_); }, {"0x80040001", "0x80040002"}},
       {"Inicializa with models of all layouts",
@@ -282,12 +291,11 @@ const std::vector<Operation>& Station::Operations() {
        {""},
        {"list", "first generation"},
        true},
-      {"AlteraCodigoCampos",
-       asItIs,
-       [](S& s) {
-         REL_CODIGO_CAMPOS_ALTERADOS pair = {205, 310};
-         return ResultCode(s.converter_->AlteraCodigoCampos(Text(u"CT"), Text(u"01"), 1, &pair));
-       },
+      {"AlteraCodigoCampos", asItIs, renumbers, {"0x80043"}, {""}},
+      // It is stored under the name that the document bears, which another model has.
+      {"AlteraCodigoCampos, a copied document",
+       [](S& s) { s.Put("CT01Copia.RXL", Document("Compras")); },
+       renumbers,
        {"0x80043"},
        {""}},
       {"BuscaQdeCamposArquivo", asItIs, [](S& s) { return Fields(*s.rel_); }, {"0x80040001", "0x80040002"}},
@@ -298,11 +306,14 @@ const std::vector<Operation>& Station::Operations() {
       {"GravaRelatorio, must be new and is not", asItIs, savesRel(u"Antigo", false), noSavingRel},
       {"BuscaNomeRelatoriosExistentes", asItIs, [](S& s) { return ::Names(*s.rel_); }, {"0x00040008"}},
       // Files that cannot be deleted are passed over.
-      {"ExcluiRelatorio, first generation",
-       asItIs,
-       [](S& s) { return ResultCode(s.rel_->ExcluiRelatorio(Text(u"Antigo"))); },
-       {},
-       {""}},
+      {"ExcluiRelatorio, first generation", asItIs, deletesRel(u"Antigo"), {}, {""}},
+      {"ExcluiRelatorio, one file of the first generation", asItIs, deletesRel(u"Antigo.REE"), {}, {""}},
+      {"GravaRelatorioSemCallBack", asItIs,
+       [](S& s) {
+         unsigned char bytes[] = "new content";
+         return ResultCode(s.rel_->GravaRelatorioSemCallBack(Text(u"Antigo"), 1, sizeof bytes, bytes));
+       },
+       noSavingRel},
       {"AtualizaRelatorio",
        asItIs,
        [](S& s) { return Update(*s.rel_, u"Antigo"); },

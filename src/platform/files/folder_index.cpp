@@ -95,16 +95,25 @@ void FolderIndexes::TakeNews() {
   while (host::ReadEvents(watcher_, buffer.data(), buffer.size(), &size) == 0 && size > 0) {
     for (std::size_t at = 0; at < size;) {
       const auto* const event = static_cast<const inotify_event*>(static_cast<const void*>(buffer.data() + at));
-      Note(*event);
+      try {
+        Note(*event);
+      } catch (const std::bad_alloc&) {
+        Distrust();  // the news is lost
+      }
       at += sizeof(inotify_event) + event->len;
     }
   }
 }
 
+// What was noted of watched folders may be out of date: they are read again.
+void FolderIndexes::Distrust() {
+  for (const auto& index : indexes_)
+    index->current = index->current && index->watch < 0;
+}
+
 void FolderIndexes::Note(const inotify_event& event) {
   if ((event.mask & IN_Q_OVERFLOW) != 0) {
-    for (const auto& index : indexes_)
-      index->current = index->current && index->watch < 0;
+    Distrust();
     return;
   }
   const auto found =

@@ -55,6 +55,7 @@ class FolderIndexes {
   void LeaveParentProcess();
   void TakeNews();
   void Note(const inotify_event& event);
+  void Distrust();
   void ForgetAll();
   Index* IndexOf(const host::Descriptor& folder, const struct stat& status);
   void Watch(const host::Descriptor& folder, Index* index);

@@ -32,9 +32,11 @@ DWORD Create(const PathName& path, const OpenMode& mode, host::Descriptor* file,
   if (const DWORD error = FindIn(path.Name(), &location); error != ERROR_SUCCESS) return error;
   if (location.exists) return kStartAnew;
   if (location.isDeadLink) return ERROR_ACCESS_DENIED;
-  DWORD error = reservation.TakeFreeName(path.Name());
-  if (error == ERROR_SUCCESS) error = reservation.Settle();
-  if (error != ERROR_SUCCESS) return error;
+  if (const DWORD error = reservation.TakeFreeName(path.Name()); error != ERROR_SUCCESS) return error;
+  if (const DWORD error = reservation.Settle(); error != ERROR_SUCCESS) {
+    host::Sync(location.folder);  // the name is there now, and whoever opens it next takes it for granted
+    return error;
+  }
   *file = reservation.Release();
   *createdIn = std::move(location.folder);
   FolderIndexes::OfProcess().CatchUp();
