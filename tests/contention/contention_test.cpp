@@ -3,7 +3,6 @@
 
 #include <chrono>
 #include <cstdio>
-#include <deque>
 #include <gtest/gtest.h>
 #include <map>
 #include <memory>

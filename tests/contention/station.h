@@ -11,7 +11,6 @@
 
 #include "contract/interfaces.h"
 #include "platform/files/files.h"
-#include "store/store_fixture.h"
 
 namespace contention {
 

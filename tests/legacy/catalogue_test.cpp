@@ -53,14 +53,6 @@ class CatalogueTest : public LegacyTest {
     const TaskBlock<Field2> fields(available->pregCampos);
     return {fields.get(), fields.get() + available->nQtdeCampos};
   }
-
-  ComPtr<IZNPL_Relatorio2> Store(const char16_t* component = u"01") {
-    ComPtr<IZNPL_Relatorio2> store;
-    kestor::CRepositorioRel2::Cria<kestor::CRepositorioRel2>(IID_IZNPL_Relatorio2, store.OutVoid(), counter_);
-    if (store.Get() == nullptr) throw std::bad_alloc();
-    EXPECT_EQ(store->Inicializa(support::Text(u"CT"), support::Text(component)), S_OK);
-    return store;
-  }
 };
 
 template <typename Record>
@@ -83,7 +75,7 @@ TEST_F(CatalogueTest, ColumnsOfBothGenerations) {
   std::memset(fields[1].cOpcoes, 'o', 199);
   std::memset(fields2[1].szOpcoes, 'o', 199);
   ExpectRecords(Fields(*ReadyRel()), fields);
-  ExpectRecords(Fields2(*Store()), fields2);
+  ExpectRecords(Fields2(*ReadyStore()), fields2);
 }
 
 TEST_F(CatalogueTest, LinesAsTheyCome) {
@@ -110,7 +102,7 @@ TEST_F(CatalogueTest, LinesAsTheyCome) {
     for (const Field& field : Fields(*ReadyRel()))
       codes.push_back(CodeOf(field));
     EXPECT_EQ(codes, c.codes) << c.content.substr(0, 20);
-    EXPECT_EQ(Fields2(*Store()).size(), c.codes.size());
+    EXPECT_EQ(Fields2(*ReadyStore()).size(), c.codes.size());
   }
 
   // A line ends anywhere: what it does not reach is zero.
@@ -122,7 +114,7 @@ TEST_F(CatalogueTest, LinesAsTheyCome) {
   // More lines than the newer list can tell of.
   WriteFile(Catalogue(), std::string(70000, '\n'));
   EXPECT_EQ(Fields(*ReadyRel()).size(), 70001U);
-  EXPECT_EQ(Fields2(*Store()).size(), 65535U);
+  EXPECT_EQ(Fields2(*ReadyStore()).size(), 65535U);
   WriteFile(Catalogue(), std::string(1 << 20, '\n'));
   std::string result;
   Fields(*ReadyRel(), &result);
@@ -144,7 +136,7 @@ TEST_F(CatalogueTest, WhereItLies) {
   EXPECT_EQ(codeFrom("XCT0.1", u"CT", u"0.1"), 7) << "a dot in a code is an extension";
 
   WriteFile(Module() / "XCT012345.REL", "9\r\n");
-  EXPECT_EQ(Fields2(*Store(u"012345")).size(), 2U) << "the newer store takes the codes whole";
+  EXPECT_EQ(Fields2(*ReadyStore(u"012345")).size(), 2U) << "the newer store takes the codes whole";
 }
 
 TEST_F(CatalogueTest, CallsInAndOutOfOrder) {
@@ -177,7 +169,7 @@ TEST_F(CatalogueTest, CallsInAndOutOfOrder) {
     EXPECT_EQ(kestor::ResultCode(rel->BuscaQdeCamposArquivo(&count)), "0x80040001");
     EXPECT_EQ(count, 0);
     std::string result;
-    Fields2(*Store(), &result);
+    Fields2(*ReadyStore(), &result);
     EXPECT_EQ(result, "0x80040001");
   }
   unsigned char content[7];

@@ -4,23 +4,20 @@
 #include <gtest/gtest.h>
 #include <new>
 
-#include "contract/results.h"
+#include "../store/store_fixture.h"
 #include "legacy/repositorio_rel.h"
 #include "store/repositorio_rel2.h"
-#include "support/installation.h"
 
-class LegacyTest : public testing::Test {
+class LegacyTest : public StoreTest {
  protected:
   using Rel = ComPtr<IZNPL_Rel>;
 
   LegacyTest() {
-    std::filesystem::create_directories(Reports());
     std::filesystem::create_directories(Module());
-    support::SetRegistryText("SOFTWARE\\Norvela", "Relatorios", "D:\\Dados.v2\\Rel");
     support::SetRegistryText("SOFTWARE\\Norvela\\Contabil", "Path", "D:\\Contabil.v2");
   }
 
-  std::filesystem::path Reports() const { return home_.Data() / "Dados.v2" / "Rel"; }
+  std::filesystem::path Reports() const { return Folder(); }
   std::filesystem::path Module() const { return home_.Data() / "Contabil.v2"; }
   std::filesystem::path Catalogue() const { return Module() / "XCT01.REL"; }
 
@@ -57,14 +54,4 @@ class LegacyTest : public testing::Test {
                                                  static_cast<LONG>(content.size()),
                                                  reinterpret_cast<unsigned char*>(content.data())));
   }
-
-  class Counter final : public kestor::ContagemServidor {
-   public:
-    LONG Trava() override { return ++count; }
-    LONG Destrava() override { return --count; }
-    LONG count = 0;
-  };
-
-  support::TempHome home_;
-  Counter counter_;
 };

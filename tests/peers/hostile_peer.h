@@ -1,7 +1,6 @@
 // Peers that say whatever a connection can carry.
 #pragma once
 
-#include <atomic>
 #include <deque>
 #include <random>
 #include <string>

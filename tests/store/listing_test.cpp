@@ -1,6 +1,5 @@
 // Listing and deleting models, deleted demonstration models, the default report.
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,6 @@
 #include <map>
 #include <sstream>
 #include <string>
-#include <string_view>
 
 namespace {
 
