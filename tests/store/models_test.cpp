@@ -2,7 +2,6 @@
 
 #include "platform/files/files.h"
 #include "store_fixture.h"
-#include "support/elsewhere.h"
 #include "support/held_by_turns.h"
 
 namespace {
@@ -116,15 +115,7 @@ TEST_F(ModelsTest, FlagsAndFailures) {
   EXPECT_EQ(Write(u"A", "new", KESTOR_NaoSobreescrever), kWritingFailed);
   EXPECT_EQ(Write(u"a", "new"), kWritingFailed);
   held.Close();
-
-  // A disk that is full in the middle of the new content.
-  support::Elsewhere([this] {
-    support::FillDisk(1000);
-    EXPECT_EQ(Write(u"a", std::string(20000, 'n')), kWritingFailed);
-    EXPECT_EQ(Write(u"New", std::string(20000, 'n'), KESTOR_NaoSobreescrever), kWritingFailed);
-  });
   EXPECT_EQ(ReadFile(Folder() / "CT01A.RXL"), std::string("\1\0old", 5)) << "and in its letter case";
-  EXPECT_FALSE(std::filesystem::exists(Folder() / "CT01New.RXL"));
 }
 
 TEST_F(ModelsTest, WhatMustNotBeOverwrittenIsNot) {
