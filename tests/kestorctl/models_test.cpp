@@ -128,10 +128,4 @@ TEST_F(Models, OutputIsWholeOrNotAtAllAndItsFailureIsTold) {
   EXPECT_EQ(support::ReadFile(Folder() / "log"), "before\nmiddle\nafter\n");
 }
 
-TEST_F(Models, APipeEndsWithTheProgramNotWithTheServer) {
-  Run({"write", "CT", "01", "Vendas", "-"}, "x");
-  EXPECT_EQ(RunShell("$ctl read CT 01 Vendas 2>&1 | cat").output, "xversion 1\n");
-  EXPECT_EQ(Run({"status", "--json"}).Document()["server"]["running"], true);
-}
-
 }  // namespace

@@ -1,11 +1,12 @@
 // Models of the first generation, their export settings and filters.
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <thread>
 
 #include "legacy_fixture.h"
 #include "platform/files/files.h"
-#include "support/held_by_turns.h"
 #include "support/system_calls.h"
 
 namespace fs = std::filesystem;
@@ -117,22 +118,34 @@ TEST_F(RelTest, ModelsInOtherHands) {
   EXPECT_EQ(Read(*rel, u"A"), "old");
 }
 
+// Models of both generations, whose files another station opens alone and lets go of, over and over.
 TEST_F(RelTest, WhatMustNotBeOverwrittenIsNot) {
   auto rel = ReadyRel();
+  auto store = ReadyStore();
   ASSERT_EQ(Write(*rel, u"A", "old"), kOk);
-  {
-    const support::HeldByTurns other("D:\\Dados.v2\\Rel\\CT01A.REL");
-    for (int round = 0; round < 8000; ++round) {
-      const std::string result = Write(*rel, u"a", "new", false);
-      ASSERT_TRUE(result == "0x00040004" || result == "0x80040006") << result;
+  ASSERT_EQ(support::WriteModel(*store, u"A", "old"), S_OK);
+  std::atomic<bool> done{false};
+  std::thread other([&done] {
+    while (!done) {
+      for (const char* model : {"D:\\Dados.v2\\Rel\\CT01A.REL", "D:\\Dados.v2\\Rel\\CT01A.RXL"})
+        CFile().Open(model, CFile::modeRead | CFile::shareExclusive);
     }
+  });
+  for (int round = 0; round < 8000 && !HasFailure(); ++round) {
+    std::string result = Write(*rel, u"a", "new", false);
+    EXPECT_TRUE(result == "0x00040004" || result == "0x80040006") << result;
+    result = ResultCode(support::WriteModel(*store, u"a", "new", 1, KESTOR_NaoSobreescrever));
+    EXPECT_TRUE(result == "0x00040004" || result == "0x80040005") << result;
   }
+  done = true;
+  other.join();
   EXPECT_EQ(Read(*rel, u"A"), "old");
+  EXPECT_EQ(support::ReadModel(*store, u"A"), "old");
 
   // Another station has taken the name at the last moment, and its model cannot be seen yet.
   const support::SystemCalls system("rename2 hidden CT01New.REL", EEXIST);
   EXPECT_EQ(Write(*rel, u"New", "new", false), "0x80040006");
-  EXPECT_EQ(Names(Reports()), std::vector<std::string>{"CT01A.REL"});
+  EXPECT_EQ(Names(Reports()), (std::vector<std::string>{"CT01A.REL", "CT01A.RXL"}));
 }
 
 // ---- Updating columns ----------------------------------------------------------------------------------------------

@@ -75,13 +75,6 @@ TEST(Activation, StartsOnDemandAndEndsByItself) {
                 testing::MatchesRegex("(/dev/null|socket:.*|anon_inode:.*|.*/server.lock|.*/registry.reg)?"));
   }
 
-  const std::string content = std::string(300000, 'x') + std::string("\0\xFF\n", 3);
-  EXPECT_EQ(WriteModel(*store, u"Vendas", content, 7), S_OK);
-  USHORT version = 0;
-  EXPECT_EQ(ReadModel(*store, u"Vendas", &version), content);
-  EXPECT_EQ(version, 7);
-  EXPECT_EQ(ReadModel(*store, u"Outro"), "0x00040001");
-  EXPECT_EQ(ResultCode(WriteModel(*store, u"Vendas", "x", 1, 1)), "0x00040004");
   ComPtr<IUnknown> other;
   EXPECT_EQ(CoCreateInstance(CLSID_ZNPL_Relatorio2, store.Get(), CLSCTX_LOCAL_SERVER, IID_IUnknown, other.OutVoid()),
             CLASS_E_NOAGGREGATION);

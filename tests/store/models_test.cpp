@@ -2,7 +2,6 @@
 
 #include "platform/files/files.h"
 #include "store_fixture.h"
-#include "support/held_by_turns.h"
 
 namespace {
 
@@ -116,19 +115,6 @@ TEST_F(ModelsTest, FlagsAndFailures) {
   EXPECT_EQ(Write(u"a", "new"), kWritingFailed);
   held.Close();
   EXPECT_EQ(ReadFile(Folder() / "CT01A.RXL"), std::string("\1\0old", 5)) << "and in its letter case";
-}
-
-TEST_F(ModelsTest, WhatMustNotBeOverwrittenIsNot) {
-  Initialise();
-  ASSERT_EQ(Write(u"A", "old"), kDone);
-  {
-    const support::HeldByTurns other("D:\\Dados.v2\\Rel\\CT01A.RXL");
-    for (int round = 0; round < 8000; ++round) {
-      const std::string result = Write(u"a", "new", KESTOR_NaoSobreescrever);
-      ASSERT_TRUE(result == kExists || result == kWritingFailed) << result;
-    }
-  }
-  EXPECT_EQ(Read(u"A"), "old");
 }
 
 TEST_F(ModelsTest, LetterCaseOfTheModelOnDisk) {
