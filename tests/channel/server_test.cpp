@@ -13,7 +13,7 @@
 #include "platform/channel/channel.h"
 #include "raw_peer.h"
 #include "server_thread.h"
-#include "support/support.h"
+#include "support/elsewhere.h"
 
 namespace {
 
@@ -236,11 +236,8 @@ TEST_F(ServerTest, OtherUsersAreRefused) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root to become somebody else";
   chmod(folder_.Path().c_str(), 0755);
   chmod(path_.c_str(), 0777);
-  support::Child stranger([this] {
-    support::BecomeUser(65534);
-    return Refusal(RawPeer(path_).Receive(1000)) == static_cast<std::uint32_t>(channel::kAccessDenied) ? 0 : 1;
-  });
-  EXPECT_EQ(stranger.Wait(), 0);
+  static constexpr auto kRefusal = static_cast<std::uint32_t>(channel::kAccessDenied);
+  support::Elsewhere([this] { EXPECT_EQ(Refusal(RawPeer(path_).Receive(1000)), kRefusal); }, 65534);
   EXPECT_EQ(Echo(*Open(), "the owner is served"), "the owner is served");
 }
 
@@ -290,11 +287,7 @@ TEST(Client, ServersOfOtherUsersAreRefused) {
     return pause();
   });
   ASSERT_TRUE(support::WaitUntil([&] { return channel::SomebodyListens(path); }));
-  support::Child client([&] {
-    support::BecomeUser(65533);
-    return AskStatus(path) == Outcome::denied ? 0 : 1;
-  });
-  EXPECT_EQ(client.Wait(), 0);
+  support::Elsewhere([&] { EXPECT_EQ(AskStatus(path), Outcome::denied); }, 65533);
 }
 
 }  // namespace

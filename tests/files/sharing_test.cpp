@@ -242,12 +242,8 @@ TEST_F(SharingTest, AHolderIsAloneAndHasTheFileOfTheNameWhateverOthersDo) {
       });
       EXPECT_TRUE(error == 0 || (choice >= 14 && (error == 2 || error == 32))) << error;
     }
-    return HasFailure() ? 1 : 0;
   };
-  Child first([&] { return work(0); });
-  Child second([&] { return work(1); });
-  Child third([&] { return work(2); });
-  EXPECT_EQ(first.Wait() + second.Wait() + third.Wait(), 0);
+  support::AtOnce(3, work);
   EXPECT_LE(support::Names(".").size(), 1u);
   fs::current_path("/");
 }

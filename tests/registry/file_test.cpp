@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <deque>
 #include <thread>
 
 #include "fixture.h"
@@ -36,17 +35,12 @@ TEST_F(RegistryFile, ManyWritersLoseNothingAndSeeWholeFiles) {
       EXPECT_NO_THROW(registry::Check());
     }
   };
-  std::deque<support::Child> writers;
-  for (int i = 0; i < kProcesses; ++i) {
-    writers.emplace_back([&write, path = "W\\" + std::to_string(i)] {
-      std::thread beside(write, path + "\\beside");
-      write(path);
-      beside.join();
-      return HasFailure() ? 1 : 0;
-    });
-  }
-  for (support::Child& writer : writers)
-    EXPECT_EQ(writer.Wait(), 0);
+  support::AtOnce(kProcesses, [&write](unsigned i) {
+    const std::string path = "W\\" + std::to_string(i);
+    std::thread beside(write, path + "\\beside");
+    write(path);
+    beside.join();
+  });
   for (int i = 0; i < kProcesses * kValues; ++i) {
     const std::string path = "W\\" + std::to_string(i / kValues);
     for (const std::string& written : {path, path + "\\beside"})

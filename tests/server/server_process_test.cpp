@@ -20,6 +20,7 @@
 #include "platform/home/home.h"
 #include "server/entrada.h"
 #include "store/repositorio_rel2.h"
+#include "support/elsewhere.h"
 #include "support/installation.h"
 
 namespace {
@@ -127,14 +128,13 @@ TEST_F(RunningServer, EndingServerLeavesItsSuccessorsSocket) {
 // What one client allows itself does not bind the server that it happens to start.
 TEST(Activation, StartersLimitsDoNotEndTheServer) {
   const Installation installation;
-  Child starter([] {
+  support::Elsewhere([] {
     rlimit limit{};
     getrlimit(RLIMIT_FSIZE, &limit);
     limit.rlim_cur = 4096;
     setrlimit(RLIMIT_FSIZE, &limit);
-    return OpenStore() ? 0 : 1;
+    EXPECT_TRUE(OpenStore());
   });
-  EXPECT_EQ(starter.Wait(), 0);
   auto store = OpenStore();
   EXPECT_EQ(WriteModel(*store, u"Grande", std::string(1000000, 'g')), S_OK);
 }
@@ -253,22 +253,16 @@ TEST_F(RunningServer, OpenSocketFolderIsRefused) {
 // Servers that end a moment after their last object meet clients that come at any time: every client is served.
 TEST(Activation, ClientsOfAServerThatIsShuttingDownAreServed) {
   const Installation installation("\"" + std::filesystem::read_symlink("/proc/self/exe").string() + "\" quick-server");
-  std::deque<Child> clients;
-  for (unsigned i = 0; i < 2; ++i) {
-    clients.emplace_back([i] {
-      for (unsigned round = 0; round < 60; ++round) {
-        ComPtr<IZNPL_Relatorio2> store;
-        if (FAILED(Make(&store))) return 1;
-        if (FAILED(store->Inicializa(support::Text(u"CT"), support::Text(u"01")))) return 2;
-        if (ReadModel(*store, u"None") != "0x00040001") return 3;
-        store.Reset();
-        usleep((round * 977 + i * 331) % 9000);
-      }
-      return 0;
-    });
-  }
-  for (Child& client : clients)
-    EXPECT_EQ(client.Wait(), 0) << "1: not made, 2: not initialised, 3: not read";
+  support::AtOnce(2, [](unsigned i) {
+    for (unsigned round = 0; round < 60; ++round) {
+      ComPtr<IZNPL_Relatorio2> store;
+      ASSERT_EQ(Make(&store), S_OK);
+      ASSERT_EQ(store->Inicializa(support::Text(u"CT"), support::Text(u"01")), S_OK);
+      ASSERT_EQ(ReadModel(*store, u"None"), "0x00040001");
+      store.Reset();
+      usleep((round * 977 + i * 331) % 9000);
+    }
+  });
   EXPECT_GE(support::ReadFile(installation.Reports() / kQuickServerLog).size(), 10U) << "servers that came and went";
 }
 

@@ -1,8 +1,9 @@
-// Expectations of a test that hold in another process.
+// Expectations of a test that hold in other processes.
 #pragma once
 
 #include <unistd.h>
 
+#include <deque>
 #include <functional>
 #include <gtest/gtest.h>
 
@@ -18,6 +19,19 @@ inline void Elsewhere(const std::function<void()>& body, uid_t user = geteuid())
     return testing::Test::HasFailure() ? 1 : 0;
   });
   EXPECT_EQ(process.Wait(), 0);
+}
+
+// Runs `body` in `count` processes at once, each with a number of its own. What fails in one fails the test.
+inline void AtOnce(unsigned count, const std::function<void(unsigned)>& body) {
+  std::deque<Child> processes;
+  for (unsigned i = 0; i < count; ++i) {
+    processes.emplace_back([&body, i] {
+      body(i);
+      return testing::Test::HasFailure() ? 1 : 0;
+    });
+  }
+  for (Child& process : processes)
+    EXPECT_EQ(process.Wait(), 0);
 }
 
 }  // namespace support
