@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "platform/registry/registry.h"
-#include "support/elsewhere.h"
 #include "support/installation.h"
 
 namespace fs = std::filesystem;
@@ -389,18 +388,6 @@ TEST_F(ZNArqEx, CacheServesWholeRecordsForAMinute) {
   WriteFile(File("Other.dat"), Record('x'));
   EXPECT_EQ(file.LeRegistroArquivo("D:\\Other.dat", 0, record, kSize), 0U);
   EXPECT_EQ(std::string(record, kSize), Record('x'));
-}
-
-TEST_F(ZNArqEx, FullDiskLeavesNoPartOfARecord) {
-  WriteFile(File(), Record('a'));
-  support::Elsewhere([] {
-    support::FillDisk(kSize + 100);
-    ScriptedFile file;
-    std::uint32_t number = 0;
-    EXPECT_EQ(file.Abre(kPath, 'G', kSize, false, true), 0U);
-    EXPECT_EQ(file.GravaRegistro(Record('b').data(), number, kSize), 16136U);
-  });
-  EXPECT_EQ(ReadFile(File()), Record('a'));
 }
 
 TEST_F(ZNArqEx, ErrorRecord) {

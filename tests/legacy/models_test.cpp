@@ -7,6 +7,7 @@
 
 #include "legacy_fixture.h"
 #include "platform/files/files.h"
+#include "support/elsewhere.h"
 #include "support/system_calls.h"
 
 namespace fs = std::filesystem;
@@ -218,6 +219,18 @@ TEST_F(UpdateTest, OrderWidthsAndMargins) {
   fs::remove(Catalogue());
   EXPECT_EQ(Update(*rel, u"M", {}), "0x80040001");
   EXPECT_EQ(Read(*rel, u"M"), before);
+}
+
+TEST_F(UpdateTest, NoRoomForACopy) {
+  auto rel = ReadyRel();
+  const std::string model = Model(1, 2, Column(1, 10, 'E'));
+  ASSERT_EQ(Write(*rel, u"M", model), kOk);
+  support::Elsewhere([&] {
+    support::FillDisk(100);
+    EXPECT_EQ(Update(*rel, u"M", {{"Dois", 7}}), "0x0004000B") << "what is not written needs none";
+    EXPECT_EQ(Update(*rel, u"M", {{"Um", 7}}), "0x80040005");
+  });
+  EXPECT_EQ(Read(*rel, u"M"), model);
 }
 
 TEST_F(UpdateTest, ShortAndOtherModels) {
