@@ -178,7 +178,7 @@ bool HasCatalogue(const ReportStore& store, const StoreOptions& options,
   if (answer.result != S_OK) answer.detail = ExplainCatalogue(options.module, options.module + options.component);
   if (answer.result != S_OK) return false;
   std::set<std::uint16_t> codes;
-  for (const tagREG_CAMPOS_RELATORIO2& field : std::span(fields.get(), list->nQtdeCampos))
+  for (const tagREG_CAMPOS_RELATORIO2& field : std::span(fields.get(), list != nullptr ? list->nQtdeCampos : 0U))
     codes.insert(field.nCodigo);
   for (const REL_CODIGO_CAMPOS_ALTERADOS pair : pairs) {
     if (!codes.insert(pair.nNovoCodigo).second) continue;

@@ -25,7 +25,6 @@
 
 namespace {
 
-using kestor::ResultCode;
 using support::Child;
 using support::FolderOfDescriptors;
 using support::Installation;
