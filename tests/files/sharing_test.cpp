@@ -240,7 +240,7 @@ TEST_F(SharingTest, AHolderIsAloneAndHasTheFileOfTheNameWhateverOthersDo) {
                           : kReadExclusive,
             static_cast<unsigned>(random()), choice < 2);
       });
-      EXPECT_TRUE(error == 0 || (choice >= 14 && (error == 2 || error == 32))) << error;
+      EXPECT_TRUE(error == 0 || (choice >= 14 && (error == 2 || error == 32))) << error << " of choice " << choice;
     }
   };
   support::AtOnce(3, work);
