@@ -49,9 +49,11 @@ class Renaming {
     if (const DWORD error = Locate(oldPath, &from_); error != ERROR_SUCCESS) return error;
     if (!from_.exists) return ERROR_FILE_NOT_FOUND;
     if (const DWORD error = Locate(newPath, &to_); error != ERROR_SUCCESS) return error;
-    // The two names may have been found before and after somebody gave the file another letter case.
-    if (IsTakenByOther()) return IsUnchanged(from_) ? ERROR_FILE_EXISTS : kStartAnew;
-    return to_.exists && to_.name == newName_ ? ERROR_SUCCESS : Move();
+    if (!IsTakenByOther()) return to_.exists && to_.name == newName_ ? ERROR_SUCCESS : Move();
+    // The two names may have been found before and after somebody gave the file another letter case; that is certain
+    // only once the file is held, for he may have given it back the old one since.
+    if (host::SameFile(from_.status, to_.status)) return Move();
+    return IsUnchanged(from_) ? ERROR_FILE_EXISTS : kStartAnew;
   }
 
  private:
