@@ -362,8 +362,8 @@ void Server::QueueNextFrame(Peer& peer) {
   if (peer.output.Size() != 0 || peer.queued) return;
   const std::byte* next = peer.input.Data() + peer.served;
   if (WholeFrame(next, left) != 0) {
-    peer.queued = true;
     ready_.push_back(peer.key);
+    peer.queued = true;
     WatchFor(peer.descriptor.Number(), 0, peer.key);
   } else if (left >= kHeadBytes && ReadHead(next).payloadBytes > kMaxPayloadBytes) {
     answer_.Clear();
