@@ -79,9 +79,8 @@ int main(int argc, char** argv) {
   if (chosen) {
     benchmark::RunSpecifiedBenchmarks(&collector);
   } else {
-    const std::string deleting = "Migration|Renumbering";
-    benchmark::RunSpecifiedBenchmarks(&collector, "-" + deleting);
-    benchmark::RunSpecifiedBenchmarks(&collector, deleting);
+    for (const char* phase : {"-Migration|Renumbering", "Renumbering", "Migration"})
+      benchmark::RunSpecifiedBenchmarks(&collector, phase);
   }
   if (!once) {
     PrintRatiosHead();
