@@ -1,13 +1,11 @@
 // Calls of other processes while the server's memory runs out, at each of its allocations in turn: the client is told,
 // or has what it asked for; the server lives, and serves the next one.
-#include <algorithm>
-#include <cstring>
 #include <gtest/gtest.h>
 
 #include "channel/server_thread.h"
 #include "faults.h"
-#include "marshal/marshal.h"
 #include "marshal/payloads.h"
+#include "marshal/served_recorders.h"
 #include "support/support.h"
 
 namespace {
@@ -15,38 +13,6 @@ namespace {
 using channel::Connection;
 using payloads::Method;
 using payloads::Payload;
-
-class StubSession final : public channel::Session {
- public:
-  explicit StubSession(std::unique_ptr<com::CallStub> stub) : stub_(std::move(stub)) {}
-  HRESULT Call(std::uint16_t slot, channel::Decoder& arguments, channel::Encoder& out) override {
-    return stub_->Invoke(slot, arguments, out);
-  }
-
- private:
-  std::unique_ptr<com::CallStub> stub_;
-};
-
-class Recorders final : public channel::Service {
- public:
-  HRESULT Create(const std::byte* interfaceId, std::unique_ptr<channel::Session>* session) override {
-    IID iid{};
-    std::memcpy(&iid, interfaceId, sizeof iid);
-    ComPtr<IUnknown> object;
-    if (iid == IID_IZNPL_Rel) *object.Out() = new recorder::Rel(script);
-    if (iid == IID_IZNPL_Relatorio2) *object.Out() = new recorder::Relatorio2(script);
-    if (iid == IID_IZNPL_RelConverte) *object.Out() = new recorder::RelConverte(script);
-    const auto marshaler =
-        std::find_if(marshalers_.begin(), marshalers_.end(), [&iid](const auto& known) { return known.iid == iid; });
-    *session = std::make_unique<StubSession>(marshaler->newStub(object.Get()));
-    return S_OK;
-  }
-
-  recorder::Script script;
-
- private:
-  const decltype(marshal::Marshalers()) marshalers_ = marshal::Marshalers();
-};
 
 class ServedCallsTest : public testing::Test {
  protected:
@@ -82,7 +48,7 @@ class ServedCallsTest : public testing::Test {
 
   support::TempFolder folder_;
   const std::string socket_ = folder_.Path() / "socket";
-  Recorders recorders_;
+  served::Recorders recorders_;
   const channel_test::ServerThread server_{socket_, &recorders_};
 };
 

@@ -14,6 +14,7 @@
 #include "channel/server_thread.h"
 #include "contract/results.h"
 #include "payloads.h"
+#include "served_recorders.h"
 #include "support/support.h"
 
 namespace {
@@ -23,6 +24,7 @@ using payloads::Methods;
 using payloads::Payload;
 using recorder::Content;
 using recorder::Script;
+using served::MarshalerOf;
 
 constexpr HRESULT kNotice = kestor::NoticeForm(KESTOR_ARQ_NAO_EXISTE);
 constexpr HRESULT kFailure = kestor::ErrorForm(KESTOR_PROBLEMAS_AO_LER);
@@ -32,47 +34,6 @@ struct Outcome {
   HRESULT result;
   std::string answer;
   bool operator==(const Outcome&) const = default;
-};
-
-using Tamper = std::function<void(channel::Encoder&)>;
-
-// A stub of the server, whose answers can be changed before they go out.
-class TamperedSession final : public channel::Session {
- public:
-  TamperedSession(const Tamper& tamper, std::unique_ptr<com::CallStub> stub)
-      : tamper_(tamper), stub_(std::move(stub)) {}
-
-  HRESULT Call(std::uint16_t slot, channel::Decoder& arguments, channel::Encoder& out) override {
-    const HRESULT result = stub_->Invoke(slot, arguments, out);
-    if (tamper_) tamper_(out);
-    return result;
-  }
-
- private:
-  const Tamper& tamper_;
-  std::unique_ptr<com::CallStub> stub_;
-};
-
-const com::Marshaler& MarshalerOf(const IID& iid) {
-  static const auto all = marshal::Marshalers();
-  return *std::find_if(all.begin(), all.end(), [&iid](const auto& marshaler) { return marshaler.iid == iid; });
-}
-
-class Recorders final : public channel::Service {
- public:
-  HRESULT Create(const std::byte* interfaceId, std::unique_ptr<channel::Session>* session) override {
-    IID iid{};
-    std::memcpy(&iid, interfaceId, sizeof iid);
-    ComPtr<IUnknown> object;
-    if (iid == IID_IZNPL_Rel) *object.Out() = new recorder::Rel(script);
-    if (iid == IID_IZNPL_Relatorio2) *object.Out() = new recorder::Relatorio2(script);
-    if (iid == IID_IZNPL_RelConverte) *object.Out() = new recorder::RelConverte(script);
-    *session = std::make_unique<TamperedSession>(tamper, MarshalerOf(iid).newStub(object.Get()));
-    return S_OK;
-  }
-
-  Script script;
-  Tamper tamper;
 };
 
 // Calls go two ways: as a payload that is sent to the server; and through a proxy, on which a stub of the client's own
@@ -124,7 +85,7 @@ class MarshalTest : public testing::Test {
 
   support::TempFolder folder_;
   const std::string socket_ = folder_.Path() / "socket";
-  Recorders recorders_;
+  served::Recorders recorders_;
   Script& script_ = recorders_.script;
   const channel_test::ServerThread server_{socket_, &recorders_};
 };
