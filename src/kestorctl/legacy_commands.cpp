@@ -241,11 +241,12 @@ void Update(const UpdateOptions& options, Answer& answer) {
   if (!IsOpen(store, answer)) return;
   answer.result = store->AtualizaRelatorio(Bstr(options.model.name).Get(), left, top,
                                            static_cast<USHORT>(columns.size()), columns.data());
-  if (answer.result == kestor::NoticeForm(KESTOR_ARQ_NAO_EXISTE))
+  if (answer.result == kestor::NoticeForm(KESTOR_ARQ_NAO_EXISTE)) {
     answer.detail = ExplainUnread({LegacyCodes(options.model), options.model.name, kExtension});
+  }
   if (answer.result == kestor::NoticeForm(KESTOR_ARQ_JA_FOI_ALTERADO)) {
     answer.detail = ExplainNotUpdated(store, options.model.name, columns);
-  };
+  }
   ExplainWithoutCatalogue(options.model, answer);
 }
 

@@ -157,7 +157,8 @@ void ShowDefault(const ReportStore& store, Answer& answer) {
   }
 }
 
-// The server answers the same when the record that it writes can never be found.
+// The server answers the same when the record that it writes can never be found, because it holds only part of the
+// codes.
 void SetDefault(const ReportStore& store, const ModelOptions& options, Answer& answer) {
   const std::string& name = options.name;
   answer.result = store->SetRelatorioPadrao(Bstr(name).Get());
@@ -166,6 +167,8 @@ void SetDefault(const ReportStore& store, const ModelOptions& options, Answer& a
     return;
   }
   answer.data["default"] = name;
+  constexpr std::size_t kMostCharacters = 7;
+  if (text::FromUtf8(options.module + options.component).size() <= kMostCharacters) return;
   BSTR found = nullptr;
   const HRESULT read = store->GetRelatorioPadrao(&found);
   const OwnedBstr owner(found);

@@ -312,7 +312,7 @@ void Server::ForgoCall(Peer& peer) {
   received_.Resize(0);
   peer.input.Release();
   peer.served = 0;
-  // Nobody but a client with an object waits for a result, and he sends nothing before he has it.
+  // Nobody but a client with an object waits for a result; and what he has sent behind this call would be lost with it.
   if (!peer.session || head.type != FrameType::call || head.payloadBytes > kMaxPayloadBytes || have > whole) {
     Drop(peer.key);
     return;
