@@ -59,9 +59,9 @@ TEST_F(KestorctlTest, WrongUsageIsOneLineWithAHintAndADocumentForPrograms) {
 TEST_F(KestorctlTest, EveryCommandExplainsItself) {
   std::istringstream commands(
       "|setup|status|registry|registry get|registry set|registry delete|registry import|registry export|"
-      "read|write|list|delete|default|deleted|fields|legacy|legacy list|legacy read|legacy write|legacy delete|"
-      "legacy update|legacy fields|legacy export|legacy export get|legacy export put|"
-      "legacy filter|legacy filter get|legacy filter put");
+      "read|write|list|delete|default|deleted|fields|show|renumber|migrate|"
+      "legacy|legacy list|legacy read|legacy write|legacy delete|legacy update|legacy fields|"
+      "legacy export|legacy export get|legacy export put|legacy filter|legacy filter get|legacy filter put");
   for (std::string command; std::getline(commands, command, '|');) {
     const Outcome help = RunShell("$ctl " + command + " --help");
     EXPECT_EQ(help.status, 0);
