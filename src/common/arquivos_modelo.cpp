@@ -4,7 +4,28 @@
 #include <limits>
 #include <memory>
 
+#include "common/nomes_arquivos.h"
+#include "platform/channel/channel.h"
+
 namespace kestor {
+
+static_assert(kMaxConteudo <= channel::kMaxPayloadBytes - 4096, "a call carries the largest content");
+
+namespace {
+
+template <typename Visita>
+void Procura(const std::string& padrao, const Visita& visita) {
+  _finddata_t achado;
+  const std::intptr_t busca = _findfirst(padrao.c_str(), &achado);
+  if (busca == -1) return;
+  const std::unique_ptr<const std::intptr_t, void (*)(const std::intptr_t*)> fim(
+      &busca, [](const std::intptr_t* aberta) { _findclose(*aberta); });
+  do {
+    visita(achado.name);
+  } while (_findnext(busca, &achado) == 0);
+}
+
+}  // namespace
 
 bool ArquivoExiste(const std::string& caminho) {
   CFile arquivo;
@@ -27,15 +48,16 @@ ConteudoLido LeConteudo(CFile& arquivo) {
   return lido;
 }
 
-Gravacao GravaModelo(const std::string& caminho, UINT modos, std::initializer_list<std::string_view> partes) {
+Gravacao GravaModelo(const std::string& caminho, UINT modos, std::string_view cabecalho, std::string_view conteudo) {
+  if (conteudo.size() > kMaxConteudo) return Gravacao::grandeDemais;
   Gravacao falhou = Gravacao::naoAberta;
   try {
     CFile arquivo;
     CFileException falha;
     if (!arquivo.Open(caminho.c_str(), kGravacaoModelo | modos, &falha)) throw falha;
     falhou = Gravacao::naoFeita;
-    for (const std::string_view parte : partes)
-      arquivo.Write(parte.data(), static_cast<UINT>(parte.size()));
+    arquivo.Write(cabecalho.data(), static_cast<UINT>(cabecalho.size()));
+    arquivo.Write(conteudo.data(), static_cast<UINT>(conteudo.size()));
     arquivo.Close();
     return Gravacao::feita;
   } catch (const CFileException& falha) {
@@ -47,19 +69,16 @@ Gravacao GravaModelo(const std::string& caminho, UINT modos, std::initializer_li
   }
 }
 
-std::vector<std::string> NomesDosModelos(const std::string& pasta, const std::string& codigos, const char* extensao) {
+std::vector<std::string> NomesDosModelos(const std::string& padrao, std::size_t codigos) {
   std::vector<std::string> nomes;
-  _finddata_t achado;
-  const std::intptr_t busca = _findfirst((pasta + codigos + "*" + extensao).c_str(), &achado);
-  if (busca == -1) return nomes;
-  const std::unique_ptr<const std::intptr_t, void (*)(const std::intptr_t*)> fim(
-      &busca, [](const std::intptr_t* aberta) { _findclose(*aberta); });
-  do {
-    std::string_view nome = achado.name;
-    nome.remove_prefix(std::min(codigos.size(), nome.size()));  // codes with wild cards match shorter names as well
-    nomes.emplace_back(nome.substr(0, nome.find('.')));
-  } while (_findnext(busca, &achado) == 0);
+  Procura(padrao, [&](std::string_view arquivo) { nomes.emplace_back(NomeDoModelo(arquivo, codigos)); });
   return nomes;
+}
+
+std::vector<std::string> ArquivosDoCaminho(const std::string& caminho) {
+  std::vector<std::string> arquivos;
+  Procura(caminho, [&](std::string_view arquivo) { arquivos.emplace_back(arquivo); });
+  return arquivos;
 }
 
 }  // namespace kestor

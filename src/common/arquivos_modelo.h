@@ -1,7 +1,6 @@
 // What the stores of both generations do with the files of their models.
 #pragma once
 
-#include <initializer_list>
 #include <memory>
 #include <new>
 #include <string>
@@ -9,7 +8,6 @@
 #include <utility>
 #include <vector>
 
-#include "platform/channel/channel.h"
 #include "platform/files/files.h"
 
 namespace kestor {
@@ -17,9 +15,6 @@ namespace kestor {
 // Whoever reads or writes a model has it alone; a model is written as a whole.
 inline constexpr UINT kLeituraModelo = CFile::modeRead | CFile::shareCompat;
 inline constexpr UINT kGravacaoModelo = CFile::modeCreate | CFile::modeWrite | CFile::shareCompat;
-
-// The longest content: as much as a call carries beside a name and a few numbers. A longer file is not read at all.
-inline constexpr std::size_t kMaxConteudo = channel::kMaxPayloadBytes - 4096;
 
 // Whether a file can be opened for reading at this moment.
 bool ArquivoExiste(const std::string& caminho);
@@ -54,17 +49,21 @@ ConteudoLido LeConteudo(CFile& arquivo);
 
 enum class Gravacao {
   feita,
-  jaExiste,   // must be new, and there is a file that can be opened
-  naoAberta,  // cannot be created or opened; must be new, and there is a file that is in use
-  naoFeita    // what was there is untouched
+  jaExiste,      // must be new, and there is a file that can be opened
+  grandeDemais,  // more than kMaxConteudo bytes, which nothing could read again
+  naoAberta,     // cannot be created or opened; must be new, and there is a file that is in use
+  naoFeita       // what was there is untouched
 };
 
-// Writes a model, the parts of its content one after the other. `modos` go with kGravacaoModelo: nameAsGiven,
+// Writes a model: `cabecalho` and `conteudo`, one after the other. `modos` go with kGravacaoModelo: nameAsGiven,
 // mustBeNew.
-Gravacao GravaModelo(const std::string& caminho, UINT modos, std::initializer_list<std::string_view> partes);
+Gravacao GravaModelo(const std::string& caminho, UINT modos, std::string_view cabecalho, std::string_view conteudo);
 
-// The names of the models whose files are `pasta` + `codigos` + NAME + `extensao`, in the order of the folder's search.
-// The codes are taken off by their length, and a name ends at its first dot.
-std::vector<std::string> NomesDosModelos(const std::string& pasta, const std::string& codigos, const char* extensao);
+// Gives the names of the models whose files match `padrao`, in the order of the folder's search. `codigos`: characters
+// of the codes with which the files' names begin.
+std::vector<std::string> NomesDosModelos(const std::string& padrao, std::size_t codigos);
+
+// Gives the names of the files that `caminho` can lead to: more than one when names differ in letter case alone.
+std::vector<std::string> ArquivosDoCaminho(const std::string& caminho);
 
 }  // namespace kestor

@@ -5,10 +5,9 @@
 #include <memory>
 #include <utility>
 
-#include "common/arquivos_modelo.h"
+#include "common/nomes_arquivos.h"
 #include "common/texto_bstr.h"
 #include "document/doc_relatorio.h"
-#include "platform/text/text.h"
 
 namespace kestor {
 
@@ -32,17 +31,11 @@ bool LeDocumento(IZNPL_Relatorio2& repositorio, const std::string& nome, CDocRel
   return documento.CarregaConteudo(*registro);
 }
 
-// A document may come from anywhere: the name that it bears must not lead out of the reports folder.
-bool EhNomeDeModelo(const std::string& nome) {
-  return nome.find_first_of("\\/:") == std::string::npos;
-}
-
 bool GravaDocumento(IZNPL_Relatorio2& repositorio, const CDocRelatorio& documento) {
   const std::unique_ptr<CMemStream> conteudo = documento.GeraConteudo();
   const OwnedBstr nome(BstrDeTexto(documento.nome));
   // Without content the document could not be written, and the stored one stays.
   if (!conteudo || conteudo->Size() == 0 || !nome) return false;
-  if (conteudo->Size() > kMaxConteudo) return false;
   return repositorio.Grava(nome.get(), kVersaoDocumento, KESTOR_Sobreescrever, static_cast<LONG>(conteudo->Size()),
                            conteudo->Buffer()) == S_OK;
 }
@@ -106,12 +99,13 @@ void CConversorCodigos::Altera(CDocRelatorio& documento) const {
 
 void CConversorCodigos::ConverteModelo(std::string_view nome) {
   try {
-    const std::string lido = text::Upper(nome);
+    const std::string lido = ChaveRelatorio(nome);
     if (gravados_.contains(lido)) return;
     CDocRelatorio documento;
-    if (!LeDocumento(Repositorio(), std::string(nome), documento) || !EhNomeDeModelo(documento.nome)) return;
+    // A document may come from anywhere: the name that it bears must not lead out of the reports folder.
+    if (!LeDocumento(Repositorio(), std::string(nome), documento) || !FicaNaPasta(documento.nome)) return;
     Altera(documento);
-    const std::string gravado = text::Upper(documento.nome);
+    const std::string gravado = ChaveRelatorio(documento.nome);
     const bool anotado = gravado != lido && gravados_.insert(gravado).second;
     if (!GravaDocumento(Repositorio(), documento) && anotado) gravados_.erase(gravado);
   } catch (const std::bad_alloc&) {

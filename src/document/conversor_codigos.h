@@ -38,7 +38,7 @@ class CConversorCodigos final : public CConversorModelos {
 
   std::unordered_map<std::uint16_t, tagREG_CAMPOS_RELATORIO2> mapaCatalogo_;
   std::unordered_map<std::uint16_t, std::uint16_t> mapaCodigos_;
-  std::unordered_set<std::string> gravados_;  // under another name than that of the model read; upper case
+  std::unordered_set<std::string> gravados_;  // files other than that of the model read, see ChaveRelatorio
 };
 
 }  // namespace kestor

@@ -4,6 +4,7 @@
 #include <span>
 #include <vector>
 
+#include "common/nomes_arquivos.h"
 #include "common/zn_arq_ex.h"
 #include "content.h"
 #include "contract/results.h"
@@ -73,20 +74,13 @@ Examples:
 Exit status: 0 written; 1 failure, also for a content of the wrong size, or when the filter was made once and is gone
 (0x80043EB7); 2 wrong usage.)";
 
-constexpr const char* kExportExtension = ".REE";
-constexpr const char* kFilterExtension = ".REF";
-
 constexpr std::size_t kHeaderBytes = kBytesWithoutPointer<tagREG_RELEXPORTACAO>;
 constexpr std::size_t kItemBytes = sizeof(tagREG_RELEXPORTACAO_ITEM);
 constexpr std::size_t kEntryBytes = sizeof(tagCAMPO_FILTRO);
 
-std::string ExplainCompanion(const ModelOptions& options, const char* extension) {
-  return ExplainReportsFile(LegacyModelFile(options, extension));
-}
-
-std::string ExplainUnreadCompanion(const ModelOptions& options, const char* extension) {
-  const std::string reason = ExplainUnread(LegacyModelFile(options, extension));
-  return reason.empty() ? ExplainCompanion(options, extension) : reason;
+std::string ExplainUnreadCompanion(const ModelFile& file) {
+  const std::string reason = ExplainUnread(file);
+  return reason.empty() ? ExplainReportsFile(file) : reason;
 }
 
 // The records of which the bytes are a whole number.
@@ -112,14 +106,14 @@ std::span<tagCAMPO_FILTRO> ItemsOf(const tagFILTRO_RELATORIO& filter) {
 
 // Hands out the first bytes of the record, and the items behind it; `items` is what those are called.
 template <typename Record>
-void Get(const ReadOptions& options, HRESULT (IZNPL_Rel::*read)(BSTR, Record**), const char* extension,
-         std::size_t headBytes, const char* items, Answer& answer) {
+void Get(const ReadOptions& options, HRESULT (IZNPL_Rel::*read)(BSTR, Record**), LegacyPath path, std::size_t headBytes,
+         const char* items, Answer& answer) {
   const LegacyStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
   Record* record = nullptr;
   answer.result = (store.operator->()->*read)(Bstr(options.model.name).Get(), &record);
   if (answer.result != S_OK) {
-    answer.detail = ExplainUnreadCompanion(options.model, extension);
+    answer.detail = ExplainUnreadCompanion(LegacyFile(options.model, path));
     return;
   }
   const TaskBlock<Record> owner(record);
@@ -133,11 +127,11 @@ void Get(const ReadOptions& options, HRESULT (IZNPL_Rel::*read)(BSTR, Record**),
 }
 
 void GetExport(const ReadOptions& options, Answer& answer) {
-  Get(options, &IZNPL_Rel::BuscaDadosExportacaoDoRelatorio, kExportExtension, kHeaderBytes, "items", answer);
+  Get(options, &IZNPL_Rel::BuscaDadosExportacaoDoRelatorio, kestor::CaminhoExportacao, kHeaderBytes, "items", answer);
 }
 
 void GetFilter(const ReadOptions& options, Answer& answer) {
-  Get(options, &IZNPL_Rel::LeFiltroRelatorio, kFilterExtension, 0, "entries", answer);
+  Get(options, &IZNPL_Rel::LeFiltroRelatorio, kestor::CaminhoFiltro, 0, "entries", answer);
 }
 
 // The settings without their items.
@@ -166,7 +160,7 @@ void PutExport(const WriteOptions& options, Answer& answer) {
   if (!IsOpen(store, answer)) return;
   answer.result = store->GravaDadosExportacaoDoRelatorio(Bstr(options.model.name).Get(), settings);
   if (answer.result != S_OK) {
-    answer.detail = ExplainUnwritten(LegacyModelFile(options.model, kExportExtension));
+    answer.detail = ExplainUnwritten(LegacyFile(options.model, kestor::CaminhoExportacao));
     return;
   }
   answer.data["items"] = items.size();
@@ -198,8 +192,9 @@ void PutFilter(const WriteOptions& options, Answer& answer) {
   if (!IsOpen(store, answer)) return;
   answer.result = store->GravaFiltroRelatorio(Bstr(options.model.name).Get(), &filter);
   if (answer.result != S_OK) {
-    answer.detail = ExplainUnwritten(LegacyModelFile(options.model, kFilterExtension));
-    if (answer.detail.empty()) answer.detail = ExplainCompanion(options.model, kFilterExtension);
+    const ModelFile file = LegacyFile(options.model, kestor::CaminhoFiltro);
+    answer.detail = ExplainUnwritten(file);
+    if (answer.detail.empty()) answer.detail = ExplainReportsFile(file);
     if (answer.result == kestor::ServiceError(kestor::CZNArqEx::naoEncontrado)) {
       answer.detail += ", which was there once: a file of no bytes put there can be written again";
     }

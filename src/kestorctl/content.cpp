@@ -2,7 +2,7 @@
 
 #include "base64.h"
 #include "commands.h"
-#include "common/arquivos_modelo.h"
+#include "common/nomes_arquivos.h"
 #include "host_files.h"
 #include "platform/text/text.h"
 

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "common/nomes_arquivos.h"
 #include "contract/results.h"
 #include "failure.h"
 #include "folder_plan.h"
@@ -60,6 +61,18 @@ std::string ExplainName(const std::string& name) {
   return text::FromUtf8Exactly(name, &ansi) ? std::string() : "code page 1252 lacks a character of " + name;
 }
 
+// The codes as file names have them.
+struct Codes {
+  std::string module;
+  std::string component;
+};
+
+Codes CodesOf(Generation generation, const std::string& module, const std::string& component) {
+  const Codes whole = {text::FromUtf8(module), text::FromUtf8(component)};
+  if (generation == Generation::second) return whole;
+  return {kestor::ModuloRel(whole.module), kestor::ComponenteRel(whole.component)};
+}
+
 Place Reports() {
   std::string folder;
   return CCaminhosInstalacao::BuscaCaminhoRelatorios(folder) == 0 ? PlaceOf(folder) : Place();
@@ -84,11 +97,6 @@ std::string ExplainFileName(const std::string& path) {
 
 std::string ExplainRights(const fs::path& folder) {
   return MayWriteInto(folder) ? std::string() : "no permission to write in " + folder.string();
-}
-
-std::string DesktopPath(const Place& reports, const ModelFile& file) {
-  return reports.desktopPath + text::FromUtf8(file.codes + file.name) +
-         (file.name.find('.') == file.name.npos ? file.extension : "");
 }
 
 bool IsFile(const std::string& host) {
@@ -167,6 +175,13 @@ std::string Explain(HRESULT result, REFCLSID clsid, const std::string& module) {
   }
 }
 
+std::string ReportsPrefix(Generation generation, const std::string& module, const std::string& component) {
+  std::string folder;
+  CCaminhosInstalacao::BuscaCaminhoRelatorios(folder);
+  const Codes codes = CodesOf(generation, module, component);
+  return folder + codes.module + codes.component;
+}
+
 std::string ExplainReportsFolder() {
   return ExplainFolder(Reports());
 }
@@ -183,7 +198,7 @@ std::string ExplainUnread(const ModelFile& file) {
   if (reason.empty()) reason = ExplainFolder(reports);
   if (!reason.empty()) return reason;
   std::string host;
-  const bool there = files::HostPath(DesktopPath(reports, file).c_str(), &host) == 0 && IsFile(host);
+  const bool there = files::HostPath(file.path.c_str(), &host) == 0 && IsFile(host);
   return there && !MayOpen(host, R_OK) ? "no permission to read " + host : std::string();
 }
 
@@ -191,35 +206,32 @@ std::string ExplainUnwritten(const ModelFile& file) {
   const Place reports = Reports();
   std::string reason = ExplainName(file.name);
   if (reason.empty()) reason = ExplainFolder(reports);
-  if (reason.empty()) reason = ExplainFileName(DesktopPath(reports, file));
+  if (reason.empty()) reason = ExplainFileName(file.path);
   if (!reason.empty()) return reason;
-  if (file.name.find_first_of("\\/") != file.name.npos) return "a name with \\ or / leads into another folder";
+  if (!kestor::FicaNaPasta(file.name)) return "a name with \\ or / leads into another folder";
   reason = ExplainRights(reports.folder);
-  return reason.empty() ? ExplainOnHost(DesktopPath(reports, file), reports.folder) : reason;
+  return reason.empty() ? ExplainOnHost(file.path, reports.folder) : reason;
 }
 
 std::string ExplainReportsFile(const ModelFile& file) {
-  return ExplainFile(DesktopPath(Reports(), file));
+  return ExplainFile(file.path);
 }
 
-std::vector<std::string> ExistingReportsFiles(std::vector<std::string> names) {
-  const std::string folder = Reports().desktopPath;
-  std::erase_if(names, [&folder](const std::string& name) {
-    return GetFileAttributesA((folder + text::FromUtf8(name)).c_str()) == INVALID_FILE_ATTRIBUTES;
-  });
-  return names;
+bool Exists(const std::string& path) {
+  return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
-std::filesystem::path ReportsFilePath(const std::string& name) {
+std::filesystem::path HostPathOf(const std::string& path) {
   std::string host;
-  files::HostPath((Reports().desktopPath + text::FromUtf8(name)).c_str(), &host);
+  files::HostPath(path.c_str(), &host);
   return host;
 }
 
-std::string ExplainCatalogue(const std::string& module, const std::string& codes) {
+std::string ExplainCatalogue(Generation generation, const std::string& module, const std::string& component) {
   std::string folder;
   if (CCaminhosInstalacao::BuscaCaminhoModulo(module, folder) != 0) return {};
-  return ExplainFile(folder + "X" + text::FromUtf8(codes) + (codes.find('.') == codes.npos ? ".REL" : ""));
+  const Codes codes = CodesOf(generation, module, component);
+  return ExplainFile(kestor::CaminhoCatalogo(folder, codes.module, codes.component));
 }
 
 }  // namespace kestorctl

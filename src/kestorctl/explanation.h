@@ -30,12 +30,17 @@ std::string ExplainReportsFolder();
 // The same of the files in it that all stations write, whatever is asked of them.
 std::string ExplainSharedFiles();
 
-// A file of the reports folder: the codes of module and component begin its name, and a name with a dot brings its own
-// extension along. UTF-8.
+// The generations of stores have rules of their own for the names of their files.
+enum class Generation { first, second };
+
+// What the paths of all files of a module and component begin with in the reports folder: a path of the desktop
+// platform. The codes are UTF-8.
+std::string ReportsPrefix(Generation generation, const std::string& module, const std::string& component);
+
+// A file of the reports folder.
 struct ModelFile {
-  std::string codes;
-  std::string name;
-  const char* extension;
+  std::string name;  // what the caller named; UTF-8
+  std::string path;  // where the server looks for it: a path of the desktop platform
 };
 
 // Why a file cannot be read, or written, as far as its name, the folder and the system tell; otherwise empty. UTF-8.
@@ -45,12 +50,12 @@ std::string ExplainUnwritten(const ModelFile& file);
 // Which file of the reports folder, or which field catalogue, the server would not take, and whether it is there.
 // UTF-8.
 std::string ExplainReportsFile(const ModelFile& file);
-std::string ExplainCatalogue(const std::string& module, const std::string& codes);
+std::string ExplainCatalogue(Generation generation, const std::string& module, const std::string& component);
 
-// Those of the files that the reports folder has, also when they are in use. Names with extension, in UTF-8.
-std::vector<std::string> ExistingReportsFiles(std::vector<std::string> names);
+// Whether there is a file of that desktop path, also when it is in use.
+bool Exists(const std::string& path);
 
-// Where a file of the reports folder lies, if it is there; as above.
-std::filesystem::path ReportsFilePath(const std::string& name);
+// Where on this system a desktop path leads.
+std::filesystem::path HostPathOf(const std::string& path);
 
 }  // namespace kestorctl

@@ -31,7 +31,7 @@ void Fields(const StoreOptions& options, Answer& answer) {
   REG_CAMPOS_DISPONIVEIS2* list = nullptr;
   answer.result = store->GetCamposDisponiveis(&list);
   if (answer.result == kestor::ErrorForm(KESTOR_ARQ_NAO_EXISTE)) {
-    answer.detail = ExplainCatalogue(options.module, options.module + options.component);
+    answer.detail = ExplainCatalogue(Generation::second, options.module, options.component);
   }
   if (answer.result != S_OK) return;
   const TaskBlock<REG_CAMPOS_DISPONIVEIS2> owner(list);

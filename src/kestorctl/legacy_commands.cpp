@@ -5,6 +5,7 @@
 #include <limits>
 #include <vector>
 
+#include "common/nomes_arquivos.h"
 #include "content.h"
 #include "contract/results.h"
 #include "explanation.h"
@@ -87,10 +88,6 @@ With --json: "fields", a list of objects as "kestorctl fields" tells them.
 
 Exit status: 0 shown, though there be none; 1 failure, such as no catalogue (0x80040001); 2 wrong usage.)";
 
-constexpr const char* kExtension = ".REL";
-constexpr std::size_t kModuleCharacters = 2;
-constexpr std::size_t kComponentCharacters = 3;
-
 struct UpdateOptions {
   ModelOptions model;
   std::string left;
@@ -123,7 +120,7 @@ void Read(const ReadOptions& options, Answer& answer) {
   if (answer.result == S_OK) {
     HandOut(content, options.output, answer);
   } else {
-    answer.detail = ExplainUnread({LegacyCodes(options.model), options.model.name, kExtension});
+    answer.detail = ExplainUnread(LegacyFile(options.model, kestor::CaminhoRelLido));
   }
 }
 
@@ -134,35 +131,39 @@ void Write(const WriteModelOptions& options, Answer& answer) {
   answer.result =
       store->GravaRelatorio(Bstr(options.model.name).Get(), options.keepExisting ? 0 : 1,
                             static_cast<LONG>(content.size()), reinterpret_cast<unsigned char*>(content.data()));
-  if (FAILED(answer.result)) answer.detail = ExplainUnwritten(LegacyModelFile(options.model, kExtension));
+  if (FAILED(answer.result)) answer.detail = ExplainUnwritten(LegacyFile(options.model, kestor::CaminhoRelGravado));
   if (answer.result != S_OK) return;
   answer.data["bytes"] = content.size();
-  const std::string stem = LegacyStem(options.model.name);
-  if (stem != options.model.name) answer.note = "the model is stored as " + stem;
+  const std::string_view stem = kestor::AntesDoPonto(options.model.name);
+  if (stem != options.model.name) answer.note = std::string("the model is stored as ").append(stem);
 }
 
-// What a deletion of that name means: the model and its export settings, or one file.
-std::vector<std::string> FilesOf(const ModelOptions& options) {
-  const std::string file = LegacyCodes(options) + options.name;
-  if (LegacyStem(options.name) != options.name) return {file};
-  return {file + ".REL", file + ".REE"};
+// The files that a deletion of that name means and that are there.
+std::vector<std::string> ExistingFiles(const ModelOptions& options) {
+  const std::string prefix = ReportsPrefix(Generation::first, options.module, options.component);
+  std::vector<std::string> files = kestor::CaminhosRelExcluidos(prefix, text::FromUtf8(options.name));
+  std::erase_if(files, [](const std::string& file) { return !Exists(file); });
+  return files;
 }
 
 // The server answers the same whether it has deleted something or not: the folder tells.
 void Delete(const ModelOptions& options, Answer& answer) {
   const LegacyStore store(options.module, options.component);
   if (!IsOpen(store, answer)) return;
-  const std::vector<std::string> before = ExistingReportsFiles(FilesOf(options));
+  const std::size_t before = ExistingFiles(options).size();
   answer.result = store->ExcluiRelatorio(Bstr(options.name).Get());
   if (answer.result != S_OK) return;
-  const std::vector<std::string> left = ExistingReportsFiles(before);
-  answer.data["deleted"] = left.size() < before.size();
-  answer.data["left"] = left;
-  for (const std::string& file : left)
+  const std::vector<std::string> left = ExistingFiles(options);
+  answer.data["deleted"] = left.size() < before;
+  answer.data["left"] = nlohmann::ordered_json::array();
+  for (const std::string& path : left) {
+    const std::string file = text::ToUtf8(kestor::NomeDoArquivo(path));
+    answer.data["left"].push_back(file);
     answer.note += (answer.note.empty() ? "" : " and ") + file;
+  }
   if (!left.empty()) answer.note += " could not be deleted";
-  if (!before.empty()) return;
-  const std::string reason = ExplainUnread({LegacyCodes(options), options.name, kExtension});
+  if (before != 0) return;
+  const std::string reason = ExplainUnread(LegacyFile(options, kestor::CaminhoRelLido));
   answer.note = "there is no model " + options.name + (reason.empty() ? "" : ": " + reason);
 }
 
@@ -178,7 +179,7 @@ HRESULT FetchFields(const LegacyStore& store, std::vector<Field>* fields) {
 
 void ExplainWithoutCatalogue(const StoreOptions& options, Answer& answer) {
   if (answer.result != kestor::ErrorForm(KESTOR_ARQ_NAO_EXISTE)) return;
-  answer.detail = ExplainCatalogue(options.module, LegacyCodes(options));
+  answer.detail = ExplainCatalogue(Generation::first, options.module, options.component);
 }
 
 void Fields(const StoreOptions& options, Answer& answer) {
@@ -242,7 +243,7 @@ void Update(const UpdateOptions& options, Answer& answer) {
   answer.result = store->AtualizaRelatorio(Bstr(options.model.name).Get(), left, top,
                                            static_cast<USHORT>(columns.size()), columns.data());
   if (answer.result == kestor::NoticeForm(KESTOR_ARQ_NAO_EXISTE)) {
-    answer.detail = ExplainUnread({LegacyCodes(options.model), options.model.name, kExtension});
+    answer.detail = ExplainUnread(LegacyFile(options.model, kestor::CaminhoRelAtualizado));
   }
   if (answer.result == kestor::NoticeForm(KESTOR_ARQ_JA_FOI_ALTERADO)) {
     answer.detail = ExplainNotUpdated(store, options.model.name, columns);
@@ -261,17 +262,9 @@ void AddUpdate(CLI::App* group, Command* chosen) {
 
 }  // namespace
 
-std::string LegacyCodes(const StoreOptions& options) {
-  return text::ToUtf8(text::FromUtf8(options.module).substr(0, kModuleCharacters) +
-                      text::FromUtf8(options.component).substr(0, kComponentCharacters));
-}
-
-std::string LegacyStem(const std::string& name) {
-  return name.substr(0, name.find('.'));
-}
-
-ModelFile LegacyModelFile(const ModelOptions& options, const char* extension) {
-  return {LegacyCodes(options), LegacyStem(options.name), extension};
+ModelFile LegacyFile(const ModelOptions& options, LegacyPath path) {
+  const std::string prefix = ReportsPrefix(Generation::first, options.module, options.component);
+  return {options.name, path(prefix, text::FromUtf8(options.name))};
 }
 
 void AddLegacy(CLI::App& program, Command* chosen) {

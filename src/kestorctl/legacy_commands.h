@@ -2,18 +2,16 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "commands.h"
 #include "model_options.h"
 
 namespace kestorctl {
 
-// Codes and name as the files that the store writes have them. UTF-8.
-std::string LegacyCodes(const StoreOptions& options);
-std::string LegacyStem(const std::string& name);
-
-// The file that a name is written to, up to its first dot.
-ModelFile LegacyModelFile(const ModelOptions& options, const char* extension);
+// The file of a first-generation model or beside it, by one of the rules for names (common/nomes_arquivos.h).
+using LegacyPath = std::string (*)(const std::string& prefix, std::string_view name);
+ModelFile LegacyFile(const ModelOptions& options, LegacyPath path);
 
 // The commands for the files beside a model, below the group of the others.
 void AddCompanions(CLI::App* legacy, Command* chosen);

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "common/nomes_arquivos.h"
 #include "explanation.h"
 #include "failure.h"
 #include "model_names.h"
@@ -126,7 +127,7 @@ void Delete(const DeleteOptions& options, Answer& answer) {
   answer.result = store->ExcluiRelatorio(Bstr(options.model.name).Get(), options.demonstration ? 1 : 0, &deleted);
   answer.data["deleted"] = deleted != 0;
   if (answer.result != S_OK) {
-    const ModelFile file = ReportModelFile(options.model);
+    const ModelFile file = ReportFileWritten(options.model);
     answer.detail = answer.result == E_ACCESSDENIED ? ExplainUnwritten(file) : ExplainUnread(file);
     if (answer.detail.empty() && answer.result == HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND)) {
       answer.detail = "there is no model " + options.model.name;
@@ -163,12 +164,11 @@ void SetDefault(const ReportStore& store, const ModelOptions& options, Answer& a
   const std::string& name = options.name;
   answer.result = store->SetRelatorioPadrao(Bstr(name).Get());
   if (answer.result != S_OK) {
-    answer.detail = FAILED(answer.result) ? ExplainSharedFiles() : ExplainUnread(ReportModelFile(options));
+    answer.detail = FAILED(answer.result) ? ExplainSharedFiles() : ExplainUnread(ReportFileWritten(options));
     return;
   }
   answer.data["default"] = name;
-  constexpr std::size_t kMostCharacters = 7;
-  if (text::FromUtf8(options.module + options.component).size() <= kMostCharacters) return;
+  if (text::FromUtf8(options.module + options.component).size() <= kestor::kMaxChave) return;
   BSTR found = nullptr;
   const HRESULT read = store->GetRelatorioPadrao(&found);
   const OwnedBstr owner(found);

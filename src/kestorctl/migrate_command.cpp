@@ -3,9 +3,10 @@
 #include <set>
 
 #include "commands.h"
+#include "common/arquivos_modelo.h"
+#include "common/nomes_arquivos.h"
 #include "contract/results.h"
 #include "explanation.h"
-#include "legacy_commands.h"
 #include "migration/conteudo_rel.h"
 #include "model_names.h"
 #include "model_options.h"
@@ -34,29 +35,41 @@ Examples:
 
 Exit status: 0 done, though models stay; 1 failure; 2 wrong usage.)";
 
-std::string DocumentFile(const StoreOptions& options, const std::string& name) {
-  return options.module + options.component + name + (name.find('.') == name.npos ? ".RXL" : "");
-}
+// The files of a module and component by the names of its models.
+class Files {
+ public:
+  explicit Files(const StoreOptions& options)
+      : models_(ReportsPrefix(Generation::first, options.module, options.component)),
+        documents_(ReportsPrefix(Generation::second, options.module, options.component)) {}
 
-std::string LegacyFile(const StoreOptions& options, const std::string& name, const char* extension = ".REL") {
-  return LegacyCodes(options) + name + extension;
-}
+  std::string Model(const std::string& name) const { return kestor::CaminhoRelGravado(models_, text::FromUtf8(name)); }
+  std::string Settings(const std::string& name) const {
+    return kestor::CaminhoExportacao(models_, text::FromUtf8(name));
+  }
+  std::string Document(const std::string& name) const {
+    return kestor::CaminhoRelatorioGravado(documents_, text::FromUtf8(name));
+  }
 
-bool Exists(const std::string& file) {
-  return !ExistingReportsFiles({file}).empty();
-}
+ private:
+  const std::string models_;
+  const std::string documents_;
+};
 
-// How many of the models are still there.
-std::size_t Left(const StoreOptions& options, const std::vector<std::string>& names) {
-  std::vector<std::string> files;
-  files.reserve(names.size());
-  for (const std::string& name : names)
-    files.push_back(LegacyFile(options, name));
-  return ExistingReportsFiles(files).size();
+// Names the files that differ from a model's file in letter case alone, with that one; empty when it is the only one.
+std::string TwinsOf(const std::string& path) {
+  const std::vector<std::string> twins = kestor::ArquivosDoCaminho(path);
+  if (twins.size() < 2) return {};
+  std::string names;
+  for (const std::string& twin : twins)
+    names += (names.empty() ? "" : " and ") + text::ToUtf8(twin);
+  return names;
 }
 
 // Why a model is still there after a migration.
-std::string ReasonToStay(const LegacyStore& store, const StoreOptions& options, const std::string& name) {
+std::string ReasonToStay(const LegacyStore& store, const StoreOptions& options, const Files& files,
+                         const std::string& name) {
+  const std::string twins = TwinsOf(files.Model(name));
+  if (!twins.empty()) return "the files " + twins + " differ in letter case alone: rename or remove one of them";
   kestor::CConteudoRel content;
   content.DefineRepositorio(*store.operator->());
   const HRESULT loaded = content.Carrega(text::FromUtf8(name));
@@ -66,32 +79,35 @@ std::string ReasonToStay(const LegacyStore& store, const StoreOptions& options, 
   if (!content.Completo()) return "its content is empty, cut short, or of a version that is not known";
   const HRESULT catalogue = content.CarregaCatalogo();
   if (catalogue != S_OK) {
-    const std::string file = ExplainCatalogue(options.module, LegacyCodes(options));
+    const std::string file = ExplainCatalogue(Generation::first, options.module, options.component);
     return "the field catalogue cannot be read (" + kestor::ResultCode(catalogue) + (file.empty() ? "" : ": " + file) +
            ")";
   }
-  if (Exists(DocumentFile(options, name)))
-    return "there is a file " + DocumentFile(options, name) + " that is not listed";
-  if (Exists(LegacyFile(options, name, ".REE"))) {
+  const std::string document = files.Document(name);
+  if (Exists(document))
+    return "there is a file " + text::ToUtf8(kestor::NomeDoArquivo(document)) + " that is not listed";
+  if (Exists(files.Settings(name))) {
     return "its export settings are in use or cut short, or the document could not be stored";
   }
   return "the document could not be stored, or the model not be deleted";
 }
 
 // Has the models of the first generation converted, of which there are `names`.
-bool Convert(const StoreOptions& options, const std::vector<std::string>& names, Answer& answer) {
-  const Progress progress("migrating", names.size(), [&] { return names.size() - Left(options, names); });
+bool Convert(const StoreOptions& options, const Files& files, const std::vector<std::string>& names, Answer& answer) {
+  const auto isGone = [&files](const std::string& name) { return !Exists(files.Model(name)); };
+  const Progress progress("migrating", names.size(),
+                          [&] { return static_cast<std::size_t>(std::count_if(names.begin(), names.end(), isGone)); });
   const ReportStore store(options.module, options.component);
   return IsOpen(store, answer);
 }
 
 // The names of the models, each once, that are files of that name: the listing cuts a name at its first dot.
-HRESULT ModelNames(const StoreOptions& options, std::vector<std::string>* names, Answer& answer) {
+HRESULT ModelNames(const StoreOptions& options, const Files& files, std::vector<std::string>* names, Answer& answer) {
   const LegacyStore store(options.module, options.component);
   if (!IsOpen(store, answer)) return answer.result;
   const HRESULT result = ListModels(store, names);
   names->erase(std::unique(names->begin(), names->end()), names->end());
-  std::erase_if(*names, [&](const std::string& name) { return !Exists(LegacyFile(options, name)); });
+  std::erase_if(*names, [&](const std::string& name) { return !Exists(files.Model(name)); });
   return result;
 }
 
@@ -101,23 +117,24 @@ void Tell(const char* fate, const std::string& name, Answer& answer) {
 }
 
 void Migrate(const StoreOptions& options, Answer& answer) {
+  const Files files(options);
   std::vector<std::string> names;
-  answer.result = ModelNames(options, &names, answer);
+  answer.result = ModelNames(options, files, &names, answer);
   if (FAILED(answer.result)) return;
   if (names.empty()) answer.note = ExplainReportsFolder();
   std::set<std::string> documents;
   for (const std::string& name : names) {
-    if (Exists(DocumentFile(options, name))) documents.insert(name);
+    if (Exists(files.Document(name))) documents.insert(name);
   }
-  if (!Convert(options, names, answer)) return;
+  if (!Convert(options, files, names, answer)) return;
 
   const LegacyStore store(options.module, options.component);
   if (!IsOpen(store, answer)) return;
   for (const char* list : {"converted", "dropped", "stayed"})
     answer.data[list] = nlohmann::ordered_json::array();
   for (const std::string& name : names) {
-    if (Exists(LegacyFile(options, name))) {
-      const std::string reason = ReasonToStay(store, options, name);
+    if (Exists(files.Model(name))) {
+      const std::string reason = ReasonToStay(store, options, files, name);
       answer.data["stayed"].push_back({{"name", name}, {"reason", reason}});
       answer.output.append("stays: ").append(name).append(": ").append(reason) += '\n';
     } else {

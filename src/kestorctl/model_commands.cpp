@@ -2,6 +2,7 @@
 #include <limits>
 
 #include "commands.h"
+#include "common/nomes_arquivos.h"
 #include "content.h"
 #include "explanation.h"
 #include "model_options.h"
@@ -49,17 +50,13 @@ void Read(const ReadOptions& options, Answer& answer) {
   const StoredModel model(store, options.model.name);
   answer.result = model.Result();
   if (answer.result != S_OK) {
-    answer.detail = ExplainUnread(ReportModelFile(options.model));
+    answer.detail = ExplainUnread(ReportFileRead(options.model));
     return;
   }
 
   answer.data["version"] = model.Record().nVersao;
   HandOut(model.Content(), options.output, answer);
   if (!answer.json) answer.note = "version " + std::to_string(model.Record().nVersao);
-}
-
-bool HasExtensionOfItsOwn(const std::string& name) {
-  return name.find('.') != name.npos && !text::EndsWithNoCase(name, ".RXL");
 }
 
 void Write(const WriteReportOptions& options, Answer& answer) {
@@ -73,12 +70,13 @@ void Write(const WriteReportOptions& options, Answer& answer) {
   if (!IsOpen(store, answer)) return;
   answer.result = store->Grava(Bstr(options.model.name).Get(), version, static_cast<unsigned char>(flags),
                                static_cast<LONG>(content.size()), reinterpret_cast<unsigned char*>(content.data()));
-  if (FAILED(answer.result)) answer.detail = ExplainUnwritten(ReportModelFile(options.model));
+  const ModelFile file = ReportFileWritten(options.model);
+  if (FAILED(answer.result)) answer.detail = ExplainUnwritten(file);
   if (answer.result != S_OK) return;
   answer.data["version"] = version;
   answer.data["bytes"] = content.size();
-  if (HasExtensionOfItsOwn(options.model.name)) {
-    answer.note = "the model is in the file " + options.model.module + options.model.component + options.model.name +
+  if (file.path != ReportFileRead(options.model).path) {
+    answer.note = "the model is in the file " + text::ToUtf8(kestor::NomeDoArquivo(file.path)) +
                   ", which is neither listed nor read";
   }
 }

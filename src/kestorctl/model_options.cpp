@@ -1,7 +1,9 @@
 #include "model_options.h"
 
 #include "commands.h"
+#include "common/nomes_arquivos.h"
 #include "content.h"
+#include "platform/text/text.h"
 
 namespace kestorctl {
 
@@ -31,8 +33,14 @@ void AddWriteModelOptions(CLI::App* command, WriteModelOptions* options) {
   command->add_flag("--no-overwrite", options->keepExisting, "Leave a model of that name as it is");
 }
 
-ModelFile ReportModelFile(const ModelOptions& options) {
-  return {options.module + options.component, options.name, ".RXL"};
+ModelFile ReportFileRead(const ModelOptions& options) {
+  const std::string prefix = ReportsPrefix(Generation::second, options.module, options.component);
+  return {options.name, kestor::CaminhoRelatorioLido(prefix, text::FromUtf8(options.name))};
+}
+
+ModelFile ReportFileWritten(const ModelOptions& options) {
+  const std::string prefix = ReportsPrefix(Generation::second, options.module, options.component);
+  return {options.name, kestor::CaminhoRelatorioGravado(prefix, text::FromUtf8(options.name))};
 }
 
 bool IsOpen(const StoreSession& store, Answer& answer) {

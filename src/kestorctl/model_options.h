@@ -42,8 +42,9 @@ void AddReadOptions(CLI::App* command, ReadOptions* options);
 void AddWriteOptions(CLI::App* command, WriteOptions* options);
 void AddWriteModelOptions(CLI::App* command, WriteModelOptions* options);
 
-// The file of a model of the second generation.
-ModelFile ReportModelFile(const ModelOptions& options);
+// The file of a second-generation model, as it is read and as it is written, deleted and made the default.
+ModelFile ReportFileRead(const ModelOptions& options);
+ModelFile ReportFileWritten(const ModelOptions& options);
 
 // Whether the store can be used; the answer tells why not.
 bool IsOpen(const StoreSession& store, Answer& answer);

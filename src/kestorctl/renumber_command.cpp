@@ -8,6 +8,7 @@
 #include <span>
 
 #include "commands.h"
+#include "common/nomes_arquivos.h"
 #include "contract/results.h"
 #include "explanation.h"
 #include "failure.h"
@@ -159,7 +160,7 @@ class Models {
   static std::size_t Hash(const StoredModel& stored) { return std::hash<std::string_view>()(stored.Content()); }
 
   static std::string ReasonOfName(const std::string& name, const kestor::CDocRelatorio& document) {
-    if (text::EqualNoCase(document.nome, text::FromUtf8(name))) return {};
+    if (kestor::ChaveRelatorio(document.nome) == kestor::ChaveRelatorio(text::FromUtf8(name))) return {};
     return "its document bears another name, \"" + Printable(text::ToUtf8(document.nome)) + "\"";
   }
 
@@ -175,7 +176,7 @@ bool HasCatalogue(const ReportStore& store, const StoreOptions& options,
   answer.result = store->GetCamposDisponiveis(&list);
   const TaskBlock<REG_CAMPOS_DISPONIVEIS2> owner(list);
   const TaskBlock<tagREG_CAMPOS_RELATORIO2> fields(list != nullptr ? list->pregCampos : nullptr);
-  if (answer.result != S_OK) answer.detail = ExplainCatalogue(options.module, options.module + options.component);
+  if (answer.result != S_OK) answer.detail = ExplainCatalogue(Generation::second, options.module, options.component);
   if (answer.result != S_OK) return false;
   std::set<std::uint16_t> codes;
   for (const tagREG_CAMPOS_RELATORIO2& field : std::span(fields.get(), list != nullptr ? list->nQtdeCampos : 0U))
@@ -194,7 +195,7 @@ HRESULT Convert(const StoreOptions& options, std::vector<REL_CODIGO_CAMPOS_ALTER
   std::vector<std::filesystem::path> files;
   files.reserve(names.size());
   for (const std::string& name : names)
-    files.push_back(ReportsFilePath(options.module + options.component + name + ".RXL"));
+    files.push_back(HostPathOf(ReportFileRead({options, name}).path));
   const auto started = std::filesystem::file_time_type::clock::now();
   const Progress progress("renumbering", files.size(), [&] {
     return static_cast<std::size_t>(std::count_if(files.begin(), files.end(), [&](const std::filesystem::path& file) {

@@ -35,7 +35,7 @@ void Show(const ModelOptions& options, Answer& answer) {
   const StoredModel model(store, options.name);
   answer.result = model.Result();
   if (answer.result != S_OK) {
-    answer.detail = ExplainUnread(ReportModelFile(options));
+    answer.detail = ExplainUnread(ReportFileRead(options));
     return;
   }
   answer.data["version"] = model.Record().nVersao;

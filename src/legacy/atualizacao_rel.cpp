@@ -7,10 +7,10 @@
 #include <utility>
 
 #include "common/arquivos_modelo.h"
+#include "common/nomes_arquivos.h"
 #include "common/texto_bstr.h"
 #include "contract/results.h"
 #include "legacy/repositorio_rel.h"
-#include "platform/text/text.h"
 
 namespace kestor {
 
@@ -115,9 +115,7 @@ bool AtualizaConteudo(const ColunasPedidas& pedidas, std::size_t quantidade, USH
 HRESULT CRepositorioRel::AtualizaRelatorio(BSTR bsRelatorio, USHORT iMargemEsquerda, USHORT iMargemSuperior,
                                            USHORT iQdeColunas, REG_ATUALIZACAO_RELATORIO* pregAtualizacao) {
   if (iQdeColunas > 0 && pregAtualizacao == nullptr) return E_INVALIDARG;
-  const std::string nome = TextoDeBstr(bsRelatorio);
-  const bool temExtensao = text::Upper(nome).find(kExtensaoModelo) != std::string::npos;
-  const std::string caminho = Prefixo() + nome + (temExtensao ? "" : kExtensaoModelo);
+  const std::string caminho = CaminhoRelAtualizado(Prefixo(), TextoDeBstr(bsRelatorio));
   CFile arquivo;
   if (!arquivo.Open(caminho.c_str(), kAtualizacao)) return NoticeForm(KESTOR_ARQ_NAO_EXISTE);
   ConteudoLido modelo = LeConteudo(arquivo);

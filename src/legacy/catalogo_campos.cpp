@@ -160,12 +160,6 @@ void PreencheTodos(const Bytes& conteudo, const char* nulo, Registro* registros,
 
 }  // namespace
 
-std::string CCatalogoCampos::Caminho(const std::string& pasta, const std::string& modulo,
-                                     const std::string& componente) {
-  const std::string nome = "X" + modulo + componente;
-  return pasta + nome + (nome.find('.') == std::string::npos ? ".REL" : "");
-}
-
 HRESULT CCatalogoCampos::Le(const std::string& caminho) {
   CFile arquivo;
   if (!arquivo.Open(caminho.c_str(), kLeituraModelo)) return ErrorForm(KESTOR_ARQ_NAO_EXISTE);

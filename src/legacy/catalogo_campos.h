@@ -21,9 +21,6 @@ namespace kestor {
 // a line as well. A NUL ends the catalogue, and the line in which it stands does not count.
 class CCatalogoCampos {
  public:
-  // FOLDER + "X" + module + component + ".REL"; no extension when the codes bring a dot along.
-  static std::string Caminho(const std::string& pasta, const std::string& modulo, const std::string& componente);
-
   // Reads a file, whole and alone: 0x80040001 when it cannot be opened, 0x80040002 when it is not read whole or longer
   // than a call can carry.
   HRESULT Le(const std::string& caminho);

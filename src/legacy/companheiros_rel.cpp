@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "common/arquivos_modelo.h"
+#include "common/nomes_arquivos.h"
 #include "common/texto_bstr.h"
 #include "common/zn_arq_ex.h"
 #include "contract/results.h"
@@ -13,8 +14,6 @@
 namespace kestor {
 
 namespace {
-
-constexpr const char* kExtensaoFiltro = ".REF";
 
 // Of the record; the pointer behind them is not stored.
 constexpr UINT kBytesExportacao = offsetof(tagREG_RELEXPORTACAO, pregItens);
@@ -56,20 +55,13 @@ void RegravaNoLugar(CFile& arquivo, const std::vector<char>& novo) {
 
 }  // namespace
 
-// A name is cut at its first dot; dots of the folder never count.
-std::string CRepositorioRel::CaminhoCompanheiro(BSTR nome, const char* extensao) const {
-  const std::string texto = TextoDeBstr(nome);
-  return Prefixo() + texto.substr(0, texto.find('.')) + extensao;
-}
-
 HRESULT CRepositorioRel::GravaDadosExportacaoDoRelatorio(BSTR bsRelatorio, tagREG_RELEXPORTACAO regExportacao) {
   if (regExportacao.iQtdeItens > 0 && regExportacao.pregItens == nullptr) return E_INVALIDARG;
   try {
     CFile arquivo;
     CFileException falha;
-    if (!arquivo.Open(CaminhoCompanheiro(bsRelatorio, kExtensaoExportacao).c_str(), kGravacaoModelo, &falha)) {
-      throw falha;
-    }
+    const std::string caminho = CaminhoExportacao(Prefixo(), TextoDeBstr(bsRelatorio));
+    if (!arquivo.Open(caminho.c_str(), kGravacaoModelo, &falha)) throw falha;
     arquivo.Write(&regExportacao, kBytesExportacao);
     arquivo.Write(regExportacao.pregItens, regExportacao.iQtdeItens * kBytesItem);
     arquivo.Close();
@@ -84,9 +76,8 @@ HRESULT CRepositorioRel::BuscaDadosExportacaoDoRelatorio(BSTR bsRelatorio, tagRE
   try {
     CFile arquivo;
     CFileException falha;
-    if (!arquivo.Open(CaminhoCompanheiro(bsRelatorio, kExtensaoExportacao).c_str(), kLeituraModelo, &falha)) {
-      throw falha;
-    }
+    const std::string caminho = CaminhoExportacao(Prefixo(), TextoDeBstr(bsRelatorio));
+    if (!arquivo.Open(caminho.c_str(), kLeituraModelo, &falha)) throw falha;
     auto registro = NewTaskBlock<tagREG_RELEXPORTACAO>(sizeof(tagREG_RELEXPORTACAO));
     if (arquivo.Read(registro.get(), kBytesExportacao) != kBytesExportacao) return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
     auto itens = LeBloco<tagREG_RELEXPORTACAO_ITEM>(arquivo, registro->iQtdeItens * kBytesItem);
@@ -113,7 +104,7 @@ HRESULT CRepositorioRel::GravaFiltroRelatorio(BSTR bsRelatorio, tagFILTRO_RELATO
   }
 
   CZNArqEx arquivo;
-  const std::uint32_t numero = arquivo.Abre(CaminhoCompanheiro(bsRelatorio, kExtensaoFiltro), 'G', 1, true, true);
+  const std::uint32_t numero = arquivo.Abre(CaminhoFiltro(Prefixo(), TextoDeBstr(bsRelatorio)), 'G', 1, true, true);
   if (numero != CZNArqEx::semErro) return ServiceError(numero);
   try {
     RegravaNoLugar(arquivo, conteudo);
@@ -127,7 +118,7 @@ HRESULT CRepositorioRel::GravaFiltroRelatorio(BSTR bsRelatorio, tagFILTRO_RELATO
 HRESULT CRepositorioRel::LeFiltroRelatorio(BSTR bsRelatorio, tagFILTRO_RELATORIO** ppregFiltro) {
   if (ppregFiltro == nullptr) return E_POINTER;
   CZNArqEx arquivo;
-  const std::uint32_t numero = arquivo.Abre(CaminhoCompanheiro(bsRelatorio, kExtensaoFiltro), 'L', 1, false, false);
+  const std::uint32_t numero = arquivo.Abre(CaminhoFiltro(Prefixo(), TextoDeBstr(bsRelatorio)), 'L', 1, false, false);
   if (numero != CZNArqEx::semErro) return ServiceError(numero);
   try {
     CabecalhoFiltro cabecalho;

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "common/arquivos_modelo.h"
+#include "common/nomes_arquivos.h"
 #include "common/texto_bstr.h"
 #include "contract/results.h"
 #include "legacy/repositorio_rel.h"
@@ -10,10 +11,6 @@
 namespace kestor {
 
 namespace {
-
-bool TemPonto(const std::string& nome) {
-  return nome.find('.') != std::string::npos;
-}
 
 // Passes over what cannot be opened, or deleted.
 void ExcluiSeAbre(const std::string& caminho) {
@@ -30,8 +27,7 @@ void ExcluiSeAbre(const std::string& caminho) {
 HRESULT CRepositorioRel::BuscaTamanhoRelatorio(BSTR bNomeArq, LONG* lQde) {
   if (lQde == nullptr) return E_POINTER;
   if (!caminhoRelatorios_) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
-  const std::string nome = TextoDeBstr(bNomeArq);
-  const std::string caminho = Prefixo() + nome + (TemPonto(nome) ? "" : kExtensaoModelo);
+  const std::string caminho = CaminhoRelLido(Prefixo(), TextoDeBstr(bNomeArq));
   *lQde = 0;
   CFile arquivo;
   if (!arquivo.Open(caminho.c_str(), kLeituraModelo)) return NoticeForm(KESTOR_ARQ_NAO_EXISTE);
@@ -55,11 +51,13 @@ HRESULT CRepositorioRel::GravaRelatorio(BSTR bNomeArq, LONG bSobreescrever, LONG
   if (lQde < 0 || (lQde > 0 && pDados == nullptr)) return E_INVALIDARG;
   const UINT modos = bSobreescrever == 0 ? UINT{CFile::mustBeNew} : 0;
   const std::string_view conteudo(reinterpret_cast<const char*>(pDados), static_cast<std::size_t>(lQde));
-  switch (GravaModelo(CaminhoCompanheiro(bNomeArq, kExtensaoModelo), modos, {conteudo})) {
+  switch (GravaModelo(CaminhoRelGravado(Prefixo(), TextoDeBstr(bNomeArq)), modos, {}, conteudo)) {
     case Gravacao::feita:
       return S_OK;
     case Gravacao::jaExiste:
       return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
+    case Gravacao::grandeDemais:
+      return E_INVALIDARG;
     case Gravacao::naoAberta:
       return ErrorForm(bSobreescrever == 0 ? KESTOR_PROBLEMAS_AO_CRIAR_ARQUIVO : KESTOR_PROBLEMAS_AO_GRAVAR);
     case Gravacao::naoFeita:
@@ -76,7 +74,7 @@ HRESULT CRepositorioRel::GravaRelatorioSemCallBack(BSTR bNomeArq, LONG bSobreesc
 HRESULT CRepositorioRel::BuscaNomeRelatoriosExistentes(BSTR* bNomes) {
   if (bNomes == nullptr) return E_POINTER;
   if (!caminhoRelatorios_) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
-  const std::vector<std::string> nomes = NomesDosModelos(*caminhoRelatorios_, modulo_ + componente_, kExtensaoModelo);
+  const std::vector<std::string> nomes = NomesDosModelos(PadraoRel(Prefixo()), modulo_.size() + componente_.size());
   if (nomes.empty()) return NoticeForm(KESTOR_NENHUM_ARQUIVO_ENCONTRADO);
   std::string texto = nomes.front();
   for (std::size_t i = 1; i < nomes.size(); ++i)
@@ -89,13 +87,8 @@ HRESULT CRepositorioRel::BuscaNomeRelatoriosExistentes(BSTR* bNomes) {
 
 HRESULT CRepositorioRel::ExcluiRelatorio(BSTR bNomeArq) {
   if (!caminhoRelatorios_) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
-  const std::string nome = TextoDeBstr(bNomeArq);
-  if (TemPonto(nome)) {
-    ExcluiSeAbre(Prefixo() + nome);
-  } else {
-    ExcluiSeAbre(Prefixo() + nome + kExtensaoModelo);
-    ExcluiSeAbre(Prefixo() + nome + kExtensaoExportacao);
-  }
+  for (const std::string& caminho : CaminhosRelExcluidos(Prefixo(), TextoDeBstr(bNomeArq)))
+    ExcluiSeAbre(caminho);
   return S_OK;
 }
 

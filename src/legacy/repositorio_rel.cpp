@@ -4,6 +4,7 @@
 
 #include "common/arquivos_modelo.h"
 #include "common/caminhos_instalacao.h"
+#include "common/nomes_arquivos.h"
 #include "common/texto_bstr.h"
 #include "contract/results.h"
 #include "legacy/catalogo_campos.h"
@@ -11,9 +12,6 @@
 namespace kestor {
 
 namespace {
-
-constexpr std::size_t kMaxModulo = 2;
-constexpr std::size_t kMaxComponente = 3;
 
 // As many as a call can carry, and far more than any catalogue has.
 constexpr std::size_t kMaxCampos = kMaxConteudo / sizeof(tagREG_CAMPOS_RELATORIO);
@@ -36,8 +34,8 @@ HRESULT CRepositorioRel::Inicializa(BSTR /*bNomeEmpresa*/, BSTR bModulo, BSTR bC
   if (const auto falha = CCaminhosInstalacao::BuscaCaminhoModulo(modulo, instalacao)) return ServiceError(falha);
   caminhoRelatorios_ = std::move(relatorios);
   caminhoModulo_ = std::move(instalacao);
-  modulo_ = modulo.substr(0, kMaxModulo);
-  componente_ = TextoDeBstr(bComponente).substr(0, kMaxComponente);
+  modulo_ = ModuloRel(modulo);
+  componente_ = ComponenteRel(TextoDeBstr(bComponente));
   return S_OK;
 }
 
@@ -51,7 +49,7 @@ HRESULT CRepositorioRel::BuscaQdeCamposArquivo(LONG* lQde) {
   if (componente_.empty()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
   *lQde = 0;
   CCatalogoCampos catalogo;
-  const HRESULT leitura = catalogo.Le(CCatalogoCampos::Caminho(caminhoModulo_.value_or(""), modulo_, componente_));
+  const HRESULT leitura = catalogo.Le(CaminhoCatalogo(caminhoModulo_.value_or(""), modulo_, componente_));
   if (catalogo.Aberto()) conteudoPendente_.reset();
   if (leitura != S_OK) {
     if (!catalogo.Aberto()) return leitura;

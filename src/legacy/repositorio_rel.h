@@ -49,7 +49,8 @@ class CRepositorioRel final : public ObjetoAgregavel<IZNPL_Rel> {
 
   // Writes a model, the name cut at its first dot. 0x00040004 when it exists and must not be overwritten, also when it
   // came to be only now; 0x80040005 when it cannot be opened or written, 0x80040006 when it must not be overwritten and
-  // cannot be created or is in use, the old model then being untouched; E_INVALIDARG for a negative size.
+  // cannot be created or is in use, the old model then being untouched; E_INVALIDARG for a negative size and for more
+  // than a call can carry back.
   HRESULT GravaRelatorio(BSTR bNomeArq, LONG bSobreescrever, LONG lQde, unsigned char* pDados) override;
   HRESULT GravaRelatorioSemCallBack(BSTR bNomeArq, LONG bSobreescrever, LONG lQde, unsigned char* pDados) override;
 
@@ -83,11 +84,7 @@ class CRepositorioRel final : public ObjetoAgregavel<IZNPL_Rel> {
  private:
   ~CRepositorioRel() override = default;
 
-  static constexpr const char* kExtensaoModelo = ".REL";
-  static constexpr const char* kExtensaoExportacao = ".REE";
-
   std::string Prefixo() const;
-  std::string CaminhoCompanheiro(BSTR nome, const char* extensao) const;
 
   std::string modulo_;
   std::string componente_;

@@ -31,7 +31,8 @@ class CConteudoRel {
   bool DefineRepositorio(IZNPL_Rel& repositorio);
 
   // Reads a model in place of the one before. The store's result when that is not S_OK: negative or, for a model that
-  // it cannot provide, positive; the content is empty then. Export settings that cannot be read count as none.
+  // it cannot provide, positive; the content is empty then. Export settings that cannot be read, or have fewer bytes
+  // than their head, count as none.
   HRESULT Carrega(const std::string& nome);
 
   // Reads the field catalogue in place of the one before. The store's result when that is not S_OK; there is none then.

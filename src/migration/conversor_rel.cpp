@@ -7,8 +7,10 @@
 
 #include "common/arquivos_modelo.h"
 #include "common/caminhos_instalacao.h"
+#include "common/nomes_arquivos.h"
 #include "common/texto_bstr.h"
 #include "common/zn_exception.h"
+#include "contract/results.h"
 #include "documento_rel.h"
 #include "migration/conteudo_rel.h"
 #include "platform/files/files.h"
@@ -19,10 +21,20 @@ namespace kestor {
 namespace {
 
 constexpr std::size_t kMaximoNome = 255;
-constexpr std::size_t kMaximoModulo = 2;  // characters of the codes in the first generation
-constexpr std::size_t kMaximoComponente = 3;
 constexpr char kSeparadorNomes = '|';
-constexpr const char* kExtensaoExportacao = ".REE";
+
+// Export settings without their items. A shorter file says nothing.
+constexpr LONG kBytesCabecalhoExportacao = kBytesWithoutPointer<tagREG_RELEXPORTACAO>;
+
+// Takes a list of names apart. The names lie in the text.
+std::vector<std::string_view> Nomes(std::string_view texto) {
+  std::vector<std::string_view> nomes;
+  while (!texto.empty()) {
+    nomes.push_back(texto.substr(0, texto.find(kSeparadorNomes)));
+    texto.remove_prefix(std::min(nomes.back().size() + 1, texto.size()));
+  }
+  return nomes;
+}
 
 // Throws std::bad_alloc.
 OwnedBstr NovoBstr(const std::string& texto) {
@@ -62,8 +74,6 @@ void CConversorRel::AdicionaNomeExistente(const std::string& nome) {
 }
 
 HRESULT CConversorRel::Executa() {
-  // Longer codes would be cut by the first-generation store, and the models be another component's.
-  if (Modulo().size() > kMaximoModulo || Componente().size() > kMaximoComponente) return S_OK;
   const HRESULT inicio = CriaRepositorioRel();
   if (FAILED(inicio)) return inicio;
   BSTR recebidos = nullptr;
@@ -74,24 +84,33 @@ HRESULT CConversorRel::Executa() {
   // Two flushed removals a model would cost as much as all the rest. A model whose removal a power failure undoes is
   // found to be converted, and removed, by the next initialisation.
   const files::GroupedRemovals remocoes;
-  const std::string nomes = TextoDeBstr(lista.get());
-  for (std::string_view resto = nomes; !resto.empty();) {
-    const std::string_view nome = resto.substr(0, resto.find(kSeparadorNomes));
-    resto.remove_prefix(std::min(nome.size() + 1, resto.size()));
-    ConverteModelo(nome);
+  const std::string texto = TextoDeBstr(lista.get());
+  const std::vector<std::string_view> nomes = Nomes(texto);
+  std::unordered_set<std::string> vistos;
+  for (const std::string_view nome : nomes) {
+    std::string igual = text::Upper(nome);
+    if (!vistos.insert(igual).second) repetidos_.insert(std::move(igual));
   }
+  for (const std::string_view nome : nomes)
+    ConverteModelo(nome);
   return S_OK;
 }
 
 HRESULT CConversorRel::CriaRepositorioRel() {
   if (FAILED(criaLegado_(servidor_, IID_IZNPL_Rel, rel_.OutVoid()))) return E_OUTOFMEMORY;
-  return rel_->Inicializa(nullptr, NovoBstr(Modulo()).get(), NovoBstr(Componente()).get());
+  const HRESULT inicio = rel_->Inicializa(nullptr, NovoBstr(Modulo()).get(), NovoBstr(Componente()).get());
+  if (FAILED(inicio)) return inicio;
+  std::string pasta;
+  if (const auto falha = CCaminhosInstalacao::BuscaCaminhoRelatorios(pasta)) return ServiceError(falha);
+  prefixo_ = pasta + ModuloRel(Modulo()) + ComponenteRel(Componente());
+  return S_OK;
 }
 
 void CConversorRel::ConverteModelo(std::string_view listado) {
   if (!rel_ || listado.size() > kMaximoNome) return;
   try {
     const std::string nome(listado);
+    if (TemGemeo(nome)) return;
     if (existentes_.count(text::Upper(nome)) != 0 && HaDocumento(nome)) {
       ExcluiRel(nome);
     } else {
@@ -113,6 +132,13 @@ void CConversorRel::Converte(const std::string& nome) const {
   if (GeraDocumento(conteudo, nome, documento) && Armazena(nome, documento)) ExcluiRel(nome);
 }
 
+// Files that differ in letter case alone come from elsewhere, and the platform reaches only one of them: converted or
+// deleted under their common name, the other one would be lost. A name that is listed twice need not be such a case:
+// two files that differ after a dot have it as well.
+bool CConversorRel::TemGemeo(const std::string& nome) const {
+  return repetidos_.contains(text::Upper(nome)) && ArquivosDoCaminho(CaminhoRelGravado(prefixo_, nome)).size() > 1;
+}
+
 // A listed name alone is no document yet: it is also that of a folder, of an empty file, or of one with a second dot.
 bool CConversorRel::HaDocumento(const std::string& nome) const {
   REG_RELATORIO2* lido = nullptr;
@@ -122,37 +148,33 @@ bool CConversorRel::HaDocumento(const std::string& nome) const {
   return resultado == S_OK;
 }
 
-// Settings that are there and have not been read whole, because somebody has them open or because they are cut short,
-// would be lost with the model.
+// Settings that are there and have not been read whole, because another program has them open or because they are cut
+// inside their items, would be lost with the model.
 bool CConversorRel::ExportacaoInteira(const std::string& nome, const CConteudoRel& conteudo) const {
   LONG bytes = 0;
-  if (rel_->BuscaTamanhoRelatorio(NovoBstr(nome + kExtensaoExportacao).get(), &bytes) == S_OK) {
-    return conteudo.TemExportacao() && static_cast<std::size_t>(bytes) >= conteudo.BytesExportacao();
+  if (rel_->BuscaTamanhoRelatorio(NovoBstr(NomeDaExportacao(nome)).get(), &bytes) != S_OK) {
+    return !conteudo.TemExportacao() && !HaExportacao(nome);
   }
-  return !conteudo.TemExportacao() && !HaExportacao(nome);
+  if (bytes < kBytesCabecalhoExportacao) return !conteudo.TemExportacao();
+  return conteudo.TemExportacao() && static_cast<std::size_t>(bytes) >= conteudo.BytesExportacao();
 }
 
-// Whether there is a file of export settings, also one that somebody has open.
+// Whether there is a file of export settings, also one that another program has open.
 bool CConversorRel::HaExportacao(const std::string& nome) const {
-  std::string pasta;
-  if (CCaminhosInstalacao::BuscaCaminhoRelatorios(pasta) != 0) return true;
-  const std::string arquivo = pasta + Modulo() + Componente() + nome + kExtensaoExportacao;
-  return GetFileAttributesA(arquivo.c_str()) != INVALID_FILE_ATTRIBUTES;
+  return GetFileAttributesA(CaminhoExportacao(prefixo_, nome).c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
 // What is there is not overwritten: it may be the document of another station, which has converted the model at the
-// same moment. One that no call could hand out again is not stored.
+// same moment.
 bool CConversorRel::Armazena(const std::string& nome, const CMemStream& documento) const {
-  if (documento.Size() > kMaxConteudo) return false;
   return Repositorio().Grava(NovoBstr(nome).get(), kVersaoDocumento, KESTOR_NaoSobreescrever,
                              static_cast<LONG>(documento.Size()), documento.Buffer()) == S_OK;
 }
 
 void CConversorRel::ExcluiRel(const std::string& nome) const {
-  // The export settings go first, and the model only behind them: of a server that is killed in between, or that meets
-  // another station in the settings, the model is left, which the next migration deletes, and not settings without a
-  // model, which nobody would.
-  rel_->ExcluiRelatorio(NovoBstr(nome + kExtensaoExportacao).get());
+  // The export settings go before the model: a server that is killed in between, or that meets another station in the
+  // settings, leaves the model, which the next migration deletes. Settings without a model would stay for good.
+  rel_->ExcluiRelatorio(NovoBstr(NomeDaExportacao(nome)).get());
   if (!HaExportacao(nome)) rel_->ExcluiRelatorio(NovoBstr(nome).get());
 }
 

@@ -25,6 +25,7 @@ class CConversorRel final : public CConversorModelos {
                 CriaLegado criaLegado);
 
   // Tells of a document that exists: a model of its name, whatever the letter case, is deleted and not converted.
+  // Models whose own names differ in letter case alone are left as they are all the same.
   void AdicionaNomeExistente(const std::string& nome);
 
   // E_OUTOFMEMORY without a store of the first generation; that store's failure of initialising or listing. What
@@ -37,6 +38,7 @@ class CConversorRel final : public CConversorModelos {
  private:
   HRESULT CriaRepositorioRel();
   void Converte(const std::string& nome) const;
+  bool TemGemeo(const std::string& nome) const;
   bool HaDocumento(const std::string& nome) const;
   bool ExportacaoInteira(const std::string& nome, const CConteudoRel& conteudo) const;
   bool HaExportacao(const std::string& nome) const;
@@ -46,7 +48,9 @@ class CConversorRel final : public CConversorModelos {
   ContagemServidor& servidor_;
   const CriaLegado criaLegado_;
   ComPtr<IZNPL_Rel> rel_;
+  std::string prefixo_;                         // of the paths of the first generation's files
   std::unordered_set<std::string> existentes_;  // upper case
+  std::unordered_set<std::string> repetidos_;   // names that are listed more than once, upper case
 };
 
 }  // namespace kestor

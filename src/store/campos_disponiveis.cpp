@@ -3,6 +3,7 @@
 #include <limits>
 #include <new>
 
+#include "common/nomes_arquivos.h"
 #include "contract/results.h"
 #include "legacy/catalogo_campos.h"
 #include "store/repositorio_rel2.h"
@@ -15,7 +16,7 @@ HRESULT CRepositorioRel2::GetCamposDisponiveis(REG_CAMPOS_DISPONIVEIS2** ppregCa
   if (modulo_.empty() || componente_.empty()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
   try {
     CCatalogoCampos catalogo;
-    const HRESULT leitura = catalogo.Le(CCatalogoCampos::Caminho(caminhoModulo_, modulo_, componente_));
+    const HRESULT leitura = catalogo.Le(CaminhoCatalogo(caminhoModulo_, modulo_, componente_));
     if (leitura != S_OK) return leitura;
     const std::size_t quantidade = catalogo.Quantidade(std::numeric_limits<USHORT>::max());
     auto registro = NewTaskBlock<REG_CAMPOS_DISPONIVEIS2>(sizeof(REG_CAMPOS_DISPONIVEIS2));

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "common/arquivos_modelo.h"
+#include "common/nomes_arquivos.h"
 #include "common/texto_bstr.h"
 #include "contract/results.h"
 #include "platform/text/text.h"
@@ -63,7 +64,7 @@ HRESULT CRepositorioRel2::GetNomeRelatorios(REG_ARRAY_RELATORIO2** ppregRelatori
 }
 
 HRESULT CRepositorioRel2::ListaModelos(REG_ARRAY_RELATORIO2** ppregRelatorios) {
-  Nomes nomes = NomesDosModelos(caminhoRelatorios_, modulo_ + componente_, kExtensaoModelo);
+  Nomes nomes = NomesDosModelos(PadraoRelatorio(Prefixo()), chaveModulo_.size());
   if (nomes.empty()) return S_OK;
   RetiraExcluidos(nomes);
 
@@ -91,7 +92,7 @@ HRESULT CRepositorioRel2::ExcluiRelatorio(BSTR nome, char bModeloDemo, char* res
   if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
 
   const std::string texto = TextoDeBstr(nome);
-  const HRESULT exclusao = ExcluiArquivo(CaminhoGravado(texto));
+  const HRESULT exclusao = ExcluiArquivo(CaminhoRelatorioGravado(Prefixo(), texto));
   if (exclusao != S_OK) return exclusao;
   *result = 1;
   // The model is gone, whatever becomes of what is kept beside it.

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "common/arquivos_modelo.h"
+#include "common/nomes_arquivos.h"
 #include "common/texto_bstr.h"
 #include "contract/results.h"
 #include "platform/text/text.h"
@@ -17,28 +18,14 @@ constexpr std::size_t kBytesVersao = sizeof(USHORT);
 
 }  // namespace
 
-std::string CRepositorioRel2::CaminhoModelo(const std::string& nome, bool comExtensao) const {
-  std::string caminho = caminhoRelatorios_ + modulo_ + componente_ + nome;
-  if (comExtensao) caminho += kExtensaoModelo;
-  return caminho;
-}
-
-// Where a model is written, deleted and made the default: a name with a dot brings its extension along.
-std::string CRepositorioRel2::CaminhoGravado(const std::string& nome) const {
-  return CaminhoModelo(nome, nome.find('.') == std::string::npos);
-}
-
 HRESULT CRepositorioRel2::Le(BSTR bsRelatorio, REG_RELATORIO2** ppregRelatorio) {
   if (ppregRelatorio == nullptr) return E_POINTER;
   *ppregRelatorio = nullptr;
   if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
 
-  const std::string nome = TextoDeBstr(bsRelatorio);
-  const bool temExtensao = text::EndsWithNoCase(CaminhoModelo(nome, false), kExtensaoModelo);
+  const std::string caminho = CaminhoRelatorioLido(Prefixo(), TextoDeBstr(bsRelatorio));
   CFile arquivo;
-  if (!arquivo.Open(CaminhoModelo(nome, !temExtensao).c_str(), kLeituraModelo)) {
-    return NoticeForm(KESTOR_ARQ_NAO_EXISTE);
-  }
+  if (!arquivo.Open(caminho.c_str(), kLeituraModelo)) return NoticeForm(KESTOR_ARQ_NAO_EXISTE);
   try {
     const ULONGLONG tamanho = arquivo.GetLength();
     if (tamanho < kBytesVersao || tamanho - kBytesVersao > kMaxConteudo) {
@@ -80,10 +67,9 @@ HRESULT CRepositorioRel2::Grava(BSTR bsRelatorio, USHORT nVersao, unsigned char 
                                 unsigned char* lpRelatorio) {
   if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
   if (nTamanho < 0 || (nTamanho > 0 && lpRelatorio == nullptr)) return E_INVALIDARG;
-  if (static_cast<std::size_t>(nTamanho) > kMaxConteudo) return E_INVALIDARG;  // nobody could read it again
 
   const std::string nome = TextoDeBstr(bsRelatorio);
-  const std::string caminho = CaminhoGravado(nome);
+  const std::string caminho = CaminhoRelatorioGravado(Prefixo(), nome);
   const bool deveSerNovo = (flagGravacao & KESTOR_NaoSobreescrever) != 0;
   if (deveSerNovo && ArquivoExiste(caminho)) return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
   if ((flagGravacao & KESTOR_VerificarModelosDemoExcluidos) != 0 && DemonstracaoExcluida(nome)) {
@@ -94,11 +80,13 @@ HRESULT CRepositorioRel2::Grava(BSTR bsRelatorio, USHORT nVersao, unsigned char 
   const UINT modos = CFile::nameAsGiven | (deveSerNovo ? UINT{CFile::mustBeNew} : 0);
   const std::string_view versao(reinterpret_cast<const char*>(&nVersao), kBytesVersao);
   const std::string_view conteudo(reinterpret_cast<const char*>(lpRelatorio), static_cast<std::size_t>(nTamanho));
-  switch (GravaModelo(caminho, modos, {versao, conteudo})) {
+  switch (GravaModelo(caminho, modos, versao, conteudo)) {
     case Gravacao::feita:
       return S_OK;
     case Gravacao::jaExiste:
       return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
+    case Gravacao::grandeDemais:
+      return E_INVALIDARG;
     default:
       return ErrorForm(KESTOR_PROBLEMAS_AO_GRAVAR);
   }

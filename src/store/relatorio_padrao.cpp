@@ -1,6 +1,7 @@
 // The default report of a module and component.
 
 #include "common/arquivos_modelo.h"
+#include "common/nomes_arquivos.h"
 #include "common/texto_bstr.h"
 #include "contract/results.h"
 #include "registros.h"
@@ -49,7 +50,7 @@ HRESULT CRepositorioRel2::GetRelatorioPadrao(BSTR* bsRelatorio) {
 HRESULT CRepositorioRel2::SetRelatorioPadrao(BSTR bsRelatorio) {
   if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
   const std::string nome = TextoDeBstr(bsRelatorio);
-  if (bsRelatorio != nullptr && !ArquivoExiste(CaminhoGravado(nome))) return S_FALSE;
+  if (bsRelatorio != nullptr && !ArquivoExiste(CaminhoRelatorioGravado(Prefixo(), nome))) return S_FALSE;
 
   const RegistroNome registro(chaveModulo_, nome);
   CZNArqEx arquivo;

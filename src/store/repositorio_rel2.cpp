@@ -3,6 +3,7 @@
 #include <new>
 
 #include "common/caminhos_instalacao.h"
+#include "common/nomes_arquivos.h"
 #include "common/texto_bstr.h"
 #include "contract/results.h"
 
@@ -18,11 +19,11 @@ HRESULT CRepositorioRel2::Inicializa(BSTR bsModulo, BSTR bsComponente) {
   modulo_ = modulo;
   componente_ = TextoDeBstr(bsComponente);
   const std::string chave = modulo_ + componente_;
-  const std::string padrao = caminhoRelatorios_ + "ZNRELPAD.DAT";
+  const std::string padrao = CaminhoPadroes(caminhoRelatorios_);
   if (chave != chaveModulo_ || padrao != arquivoPadrao_) registroPadrao_ = 0;
   chaveModulo_ = chave;
   arquivoPadrao_ = padrao;
-  arquivoExcluidos_ = caminhoRelatorios_ + "ZNRELDEL.DAT";
+  arquivoExcluidos_ = CaminhoExcluidos(caminhoRelatorios_);
   return migra_ == nullptr ? S_OK : Migra();
 }
 
@@ -44,6 +45,11 @@ std::vector<std::string> CRepositorioRel2::NomesExistentes() {
   for (std::size_t i = 0; i < lista->nQtdeRelatorios; ++i)
     nomes.emplace_back(entradas.get()[i].szNomeRelatorio);
   return nomes;
+}
+
+// What the path of every model of the store begins with.
+std::string CRepositorioRel2::Prefixo() const {
+  return caminhoRelatorios_ + chaveModulo_;
 }
 
 bool CRepositorioRel2::Inicializado() const {

@@ -43,7 +43,7 @@ class CRepositorioRel2 final : public ObjetoContado<IZNPL_Relatorio2> {
 
   // 0x00040004 when the model exists and must not be overwritten; 0x0004000C when it has the name of a deleted
   // demonstration model and that was to be checked; 0x80040005 when it cannot be written, the old model then being
-  // untouched; E_INVALIDARG for a negative size.
+  // untouched; E_INVALIDARG for a negative size and for more than a call can carry back.
   HRESULT Grava(BSTR bsRelatorio, USHORT nVersao, unsigned char flagGravacao, LONG nTamanho,
                 unsigned char* lpRelatorio) override;
 
@@ -71,13 +71,10 @@ class CRepositorioRel2 final : public ObjetoContado<IZNPL_Relatorio2> {
  private:
   ~CRepositorioRel2() override = default;
 
-  static constexpr const char* kExtensaoModelo = ".RXL";
-
   bool Inicializado() const;
   HRESULT Migra();
   std::vector<std::string> NomesExistentes();
-  std::string CaminhoModelo(const std::string& nome, bool comExtensao) const;
-  std::string CaminhoGravado(const std::string& nome) const;
+  std::string Prefixo() const;
   bool DemonstracaoExcluida(const std::string& nome);
   HRESULT ListaModelos(REG_ARRAY_RELATORIO2** ppregRelatorios);
   void RetiraExcluidos(std::vector<std::string>& nomes);

@@ -203,10 +203,17 @@ TEST_F(RenumberingTest, NamesOfDocuments) {
   put("Fora", "\\..\\..\\Contabil\\XCT01.REL");
   put("M", "M");
   put("m.v2", "M");  // listed as m
+  // Other names of the files that come next.
+  const std::pair<const char*, const char*> aliases[] = {{"X1", "X2.RXL"}, {"Y1", "y2.RXL"}, {"Z1", "Z2.RXL. "}};
+  for (const auto& [name, alias] : aliases) {
+    put(name, alias);
+    put(std::string(1, name[0]) + "2", "");
+  }
   EXPECT_EQ(Renumber({{150, 160}, {160, 170}}), S_OK);
   EXPECT_EQ(support::ReadFile(home_.Data() / "Contabil" / "XCT01.REL"), "");
   const std::map<std::string, std::string> expected = {
-      {"A", "150title | | |"}, {"b", "160title | | |"}, {"M", "160title | | |"}, {"Fora", "150title | | |"}};
+      {"A", "150title | | |"},  {"b", "160title | | |"},  {"M", "160title | | |"}, {"Fora", "150title | | |"},
+      {"X2", "160title | | |"}, {"y2", "160title | | |"}, {"Z2", "160title | | |"}};
   for (const auto& [name, codes] : expected) {
     CDocRelatorio now;
     EXPECT_EQ(Codes(ReadModel(name, now)), codes) << name;

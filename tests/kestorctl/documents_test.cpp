@@ -49,6 +49,11 @@ TEST_F(Documents, EachModelIsToldItsFate) {
   EXPECT_EQ(Run({"migrate", "CT", "01"}).output,
             "stays: Cortado: its content is empty, cut short, or of a version that is not known\n");
 
+  support::WriteFile(Reports() / "CT01cortado.REL", cut);
+  EXPECT_THAT(Run({"migrate", "CT", "01"}).output,
+              testing::HasSubstr("stays: cortado: the files CT01Cortado.REL and CT01cortado.REL differ in letter case "
+                                 "alone: rename or remove one of them\n"));
+
   std::filesystem::remove(Contabil() / "XCT01.REL");
   PutModel("Diario");
   std::filesystem::remove(Reports() / "CT01DIARIO.RXL");
@@ -114,6 +119,9 @@ TEST_F(Documents, RenumberingTellsWhatItLeftAlone) {
   Run({"migrate", "CT", "01"});
   support::WriteFile(Reports() / "CT01Dois.RXL", std::string("\2\0x", 3));
   std::filesystem::copy(Reports() / "CT01Razao.RXL", Reports() / "CT01Copia.RXL");
+  std::string balancete = support::ReadFile(Reports() / "CT01Balancete.RXL");
+  balancete.replace(balancete.find("nome=\"Balancete"), 15, "nome=\"BALANCETE.RXL");
+  support::WriteFile(Reports() / "CT01Balancete.RXL", balancete);
   const Outcome renumbered = Run({"renumber", "CT", "01", "302=301", "101=110"});
   EXPECT_EQ(renumbered.status, 0);
   EXPECT_EQ(renumbered.output,

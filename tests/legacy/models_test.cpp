@@ -107,6 +107,17 @@ TEST_F(RelTest, DeletionTakesTheSettingsAlong) {
   EXPECT_EQ(Names(Reports()), (std::vector<std::string>{"CT01A.REF", "CT01B.REE"}));
 }
 
+// A model that no call could hand out again must not take the place of one that can be read.
+TEST_F(RelTest, WhatNoCallCarriesIsNotWritten) {
+  const Rel rel = ReadyRel();
+  ASSERT_EQ(Write(*rel, u"A", "old"), "0x00000000");
+  unsigned char byte = 0;  // more of them than a call carries back are not even looked at
+  EXPECT_EQ(rel->GravaRelatorio(Text(u"A"), 1, 134'213'633, &byte), E_INVALIDARG);
+  EXPECT_EQ(rel->GravaRelatorioSemCallBack(Text(u"B"), 0, 134'213'633, &byte), E_INVALIDARG);
+  EXPECT_EQ(Read(*rel, u"A"), "old");
+  EXPECT_EQ(Read(*rel, u"B"), "0x00040001");
+}
+
 TEST_F(RelTest, ModelsInOtherHands) {
   auto rel = ReadyRel();
   ASSERT_EQ(Write(*rel, u"A", "old"), kOk);

@@ -126,11 +126,12 @@ TEST_F(ConversionTest, ADocumentOfTheNameIsKept) {
 TEST_F(ConversionTest, NothingIsOverwrittenAndNoSettingsAreLost) {
   tagREG_RELEXPORTACAO settings{};
   settings.iQtdeItens = 2;
-  for (const char* name : {"Preso", "Curto", "Oculto", "Pasta", "Vazio", "Copia", "Inteiro"}) {
+  for (const char* name : {"Preso", "Curto", "Oculto", "Pasta", "Vazio", "Copia", "Inteiro", "Nenhum"}) {
     WriteModel(name);
     WriteSettings(name, settings, {{}, {}});
   }
   std::filesystem::resize_file(File("Curto", ".REE"), 612 + 228 + 227);
+  std::filesystem::resize_file(File("Nenhum", ".REE"), 611);  // these are no settings
   WriteFile(File("Oculto", ".RXL"), "hidden");
   std::string deleted(2 * 264, '\0');
   deleted.replace(264, 4, "CT01").replace(272, 6, "Oculto");
@@ -146,18 +147,55 @@ TEST_F(ConversionTest, NothingIsOverwrittenAndNoSettingsAreLost) {
   }
   EXPECT_EQ(ReadFile(File("Oculto", ".RXL")), "hidden");
   EXPECT_EQ(ReadFile(File("Vazio", ".RXL")), "");
-  for (const char* name : {"Copia", "Inteiro"}) {
+  for (const char* name : {"Copia", "Inteiro", "Nenhum"}) {
     EXPECT_FALSE(std::filesystem::exists(File(name, ".REL")) || std::filesystem::exists(File(name, ".REE"))) << name;
     EXPECT_GT(ReadFile(File(name, ".RXL")).size(), 500U) << name;
   }
   held.Close();
   EXPECT_EQ(Initialise2(), "0x00000000");
   EXPECT_FALSE(std::filesystem::exists(File("Preso", ".REL")));
+}
 
-  // Codes that the older stores would cut: the models are another component's.
-  WriteFile(Reports() / "CT012Outra.REL", LegacyContent(LegacyModel(), 2).bytes);
+// The first generation keeps three characters of a component's code; the documents have all of them.
+TEST_F(ConversionTest, ComponentsWithLongCodes) {
+  std::filesystem::rename(Catalogue(), Module() / "XCT012.REL");
+  for (const char* name : {"Outra", "Presa"})
+    WriteFile(Reports() / (std::string("CT012") + name + ".REL"), LegacyContent(LegacyModel(), 2).bytes);
+  WriteFile(Reports() / "CT012Presa.REE", std::string(612, '\0'));
+  CFile held;
+  ASSERT_TRUE(held.Open("D:\\Dados.v2\\Rel\\CT012Presa.REE", CFile::modeRead | CFile::shareDenyNone));
   EXPECT_EQ(Initialise2(u"0123"), "0x00000000");
-  EXPECT_TRUE(std::filesystem::exists(Reports() / "CT012Outra.REL"));
+  EXPECT_EQ(support::Names(Reports()),
+            (std::vector<std::string>{"CT0123Outra.RXL", "CT012Presa.REE", "CT012Presa.REL"}));
+}
+
+// Only files from elsewhere can differ in letter case alone. What is done to one of them would be done to the other.
+TEST_F(ConversionTest, ModelsThatDifferInLetterCaseAlone) {
+  const std::vector<std::string> twins = {"CT01A.REL", "CT01a.REL", "CT01B.REL", "ct01B.REL"};
+  const auto layout = [](const char* header) {
+    LegacyModel model;
+    model.header = header;
+    return LegacyContent(model, 2).bytes;
+  };
+  for (const std::string& twin : twins)
+    WriteFile(Reports() / twin, layout(twin.c_str()));
+  WriteFile(File("b", ".RXL"), "kept");
+  WriteModel("C");  // listed twice, and one model all the same
+  WriteFile(Reports() / "CT01c.bak.REL", "");
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(Initialise2(), "0x00000000");
+    for (const std::string& twin : twins)
+      EXPECT_EQ(ReadFile(Reports() / twin), layout(twin.c_str())) << twin;
+  }
+  EXPECT_FALSE(std::filesystem::exists(File("A", ".RXL")) || std::filesystem::exists(File("C", ".REL")));
+  EXPECT_EQ(ReadFile(File("b", ".RXL")), "kept");
+
+  std::filesystem::rename(Reports() / twins[1], File("D", ".REL"));
+  std::filesystem::remove(Reports() / twins[3]);
+  EXPECT_EQ(Initialise2(), "0x00000000");
+  for (const char* name : {"A", "D"})
+    EXPECT_TRUE(std::filesystem::exists(File(name, ".RXL")) && !std::filesystem::exists(File(name, ".REL"))) << name;
+  EXPECT_FALSE(std::filesystem::exists(File("B", ".REL"))) << "alone beside the document of its name";
 }
 
 // A maker of writers to whom everything happens: what there is to do is done for the next model all the same.
