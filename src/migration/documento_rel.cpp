@@ -130,7 +130,7 @@ class Documento {
   void EscreveCampos() {
     using Campo = CampoEscolhido;
     escrita_.Inicia<v::kCamposEscolhidos>();
-    for (std::size_t i = 0; i < valores_.colunas.quantidade; ++i) {
+    for (std::size_t i = 0; i < valores_.colunas.quantidade && !escrita_.Desistiu(); ++i) {
       tagREG_CAMPOS_RELATORIO campo{};
       if (!conteudo_.BuscaCampoColuna(i, campo)) continue;
       const ColunaRel coluna = valores_.Coluna(i);
@@ -148,11 +148,12 @@ class Documento {
     using Campo = CampoOrdenacao;
     using Total = CampoTotalizacao;
     escrita_.Inicia<v::kOrdenacao>(ComNumero<&CSecaoOrdenacao::somenteTotais>(valores_.somenteTotais));
-    for (std::size_t i = 0; i < valores_.ordenacoes.quantidade; ++i) {
+    for (std::size_t i = 0; i < valores_.ordenacoes.quantidade && !escrita_.Desistiu(); ++i) {
       const OrdenacaoRel ordenacao = valores_.Ordenacao(i);
       escrita_.Folha<v::kCampoOrdenacao>(Com<&Campo::codigo>(ordenacao.codigo),
                                          Com<&Campo::separador>(SeparadorDe(ordenacao.separador)));
     }
+    if (escrita_.Desistiu()) return;
     const ListaTotais lista(valores_);
     for (const TotalRel& total : lista.Totais()) {
       escrita_.Folha<v::kCampoTotalizacao>(Com<&Total::codigo>(total.codigo), Com<&Total::naQuebra>(total.naQuebra),
@@ -164,7 +165,7 @@ class Documento {
   void EscreveFiltro() {
     using Condicao = CondicaoFiltro;
     escrita_.Inicia<v::kFiltro>();
-    for (std::size_t i = 0; i < valores_.filtros.quantidade; ++i) {
+    for (std::size_t i = 0; i < valores_.filtros.quantidade && !escrita_.Desistiu(); ++i) {
       const FiltroRel filtro = valores_.Filtro(i);
       escrita_.Folha<v::kCondicaoFiltro>(Com<&Condicao::codigo>(filtro.codigo),
                                          Com<&Condicao::valorComparar>(filtro.valor),

@@ -54,18 +54,23 @@ class EscritaVocabulario {
   // Starts an element. Does not compile for a field of which the element has no attribute.
   template <const auto& kElemento, typename... Valores>
   void Inicia(const Valores&... valores) {
+    if (desistiu_) return;
     if constexpr (sizeof...(valores) == 0) {
-      escritor_.IniciaElemento(kElemento.nome, nullptr);
+      desistiu_ = FAILED(escritor_.IniciaElemento(kElemento.nome, nullptr));
     } else {
       atributos_.Limpa();
       (Adiciona<kElemento>(valores), ...);
-      escritor_.IniciaElemento(kElemento.nome, &atributos_);
+      desistiu_ = FAILED(escritor_.IniciaElemento(kElemento.nome, &atributos_));
     }
   }
 
+  // True once the writer has refused an element. The document comes to nothing then, and the rest is not worth
+  // building.
+  bool Desistiu() const { return desistiu_; }
+
   template <const auto& kElemento>
   void Finaliza() {
-    escritor_.FinalizaElemento(kElemento.nome);
+    if (!desistiu_) escritor_.FinalizaElemento(kElemento.nome);
   }
 
   // An element without others in it.
@@ -128,6 +133,7 @@ class EscritaVocabulario {
 
   IEscritorMarcacao& escritor_;
   IAtributosMarcacao& atributos_;
+  bool desistiu_ = false;
   Rascunho rascunho_;
 };
 

@@ -214,6 +214,59 @@ class FailingWriters final : public IClassFactory {
   int asked = 0;
 };
 
+// A writer that soon gives up, and that counts what it is given all the same.
+class ShortWriter final : public IEscritorMarcacao {
+ public:
+  static constexpr int kMost = 10;
+  int started = 0;
+  HRESULT QueryInterface(REFIID, void** object) override { return *object = this, S_OK; }
+  ULONG AddRef() override { return 1; }
+  ULONG Release() override { return 1; }
+  HRESULT IniciaDocumento() override { return S_OK; }
+  HRESULT FinalizaDocumento() override { return started > kMost ? E_OUTOFMEMORY : S_OK; }
+  HRESULT IniciaElemento(const char*, IAtributosMarcacao*) override { return ++started > kMost ? E_OUTOFMEMORY : S_OK; }
+  HRESULT FinalizaElemento(const char*) override { return S_OK; }
+  HRESULT Reservado7() override { return E_NOTIMPL; }
+  HRESULT Reservado8() override { return E_NOTIMPL; }
+  HRESULT Reservado9() override { return E_NOTIMPL; }
+  HRESULT Reservado10() override { return E_NOTIMPL; }
+  HRESULT DefineSaida(IStream*) override { return S_OK; }
+};
+
+class OneWriter final : public IClassFactory {
+ public:
+  explicit OneWriter(IEscritorMarcacao& writer) : writer_(writer) {}
+  HRESULT QueryInterface(REFIID, void** object) override { return *object = this, S_OK; }
+  ULONG AddRef() override { return 1; }
+  ULONG Release() override { return 1; }
+  HRESULT LockServer(BOOL) override { return S_OK; }
+  HRESULT CreateInstance(IUnknown*, REFIID, void** object) override { return *object = &writer_, S_OK; }
+
+ private:
+  IEscritorMarcacao& writer_;
+};
+
+// The rest of a document that comes to nothing is not built: a model of 120 MB would take the only thread for long.
+TEST_F(ConversionTest, AWriterThatHasGivenUpIsAskedForNothingMore) {
+  LegacyModel model;
+  model.columns.assign(2000, {205, 1, 'E'});
+  model.filters.assign(2000, {});
+  model.keys.assign(2000, {});
+  for (int i = 0; i < 2000; ++i)
+    model.totals.push_back(static_cast<LegacyModel::Total>(i));
+  WriteModel("A", model);
+  component_.reset();
+  ShortWriter writer;
+  OneWriter factory(writer);
+  DWORD cookie = 0;
+  ASSERT_EQ(CoRegisterClassObject(CLSID_EscritorMarcacao, &factory, CLSCTX_INPROC_SERVER, 0, &cookie), S_OK);
+  component_.emplace();  // for the lists of attributes: of writers the first maker is asked
+  EXPECT_EQ(Initialise2(), "0x00000000");
+  CoRevokeClassObject(cookie);
+  EXPECT_EQ(writer.started, ShortWriter::kMost + 1);
+  EXPECT_EQ(support::Names(Reports()), std::vector<std::string>{"CT01A.REL"});
+}
+
 TEST_F(ConversionTest, WhatCannotBeWrittenStays) {
   const std::vector<std::string> models = {"CT01A.REL", "CT01B.REL", "CT01C.REL"};
   for (const char* name : {"A", "B", "C"})
