@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "common/caminhos_instalacao.h"
+#include "common/nomes_arquivos.h"
 #include "platform/text/text.h"
 #include "texto_registry.h"
 
@@ -22,10 +23,7 @@ constexpr UINT kModoLeitura = CFile::modeRead | CFile::shareDenyNone;
 constexpr UINT kModoGravacao = CFile::modeReadWrite | CFile::shareDenyWrite | CFile::noLink;
 constexpr UINT kModoCriacao = kModoGravacao | CFile::modeCreate;
 
-constexpr const char* kArquivoControle = "ZNCTLARQ.DAT";
 constexpr std::uint32_t kRegistroControle = 32;
-// A million names: what is longer is no control file, and would hold up every station while it is searched.
-constexpr std::uint32_t kMaxControle = kRegistroControle << 20;
 
 std::optional<UINT> ModoArquivo(char modo) {
   switch (modo) {
@@ -99,11 +97,6 @@ std::uint32_t NumeroEntre(ConjuntoCausas causas, CFileException::Cause causa) {
   return causas.Tem(causa) ? NumeroDaCausa(causa) : std::uint32_t{CZNArqEx::falhaGeral};
 }
 
-std::string_view SemPasta(std::string_view caminho) {
-  const std::size_t barra = caminho.rfind('\\');
-  return barra == std::string_view::npos ? std::string_view() : caminho.substr(barra + 1);
-}
-
 std::string ChaveErros() {
   return CCaminhosInstalacao::kChaveBase + std::string("Erros");
 }
@@ -154,6 +147,7 @@ CZNArqEx::~CZNArqEx() {
 std::uint32_t CZNArqEx::Abre(std::string nomeArquivo, char modo, std::uint32_t tamanhoRegistro, bool criaSeNaoExiste,
                              bool reabre) {
   if (tamanhoRegistro == 0 || tamanhoRegistro > kMaxCache) return argumentoInvalido;
+  if (nomeArquivo.size() > kMaxCaminho) return RecusaCaminho(nomeArquivo);
   const bool semCache = cache_ == nullptr || nomeArquivo != nome_;
   Nomeia(std::move(nomeArquivo), modo, tamanhoRegistro, criaSeNaoExiste);
   return reabre || semCache ? AbreNomeado() : std::uint32_t{semErro};
@@ -355,11 +349,12 @@ std::uint32_t CZNArqEx::CriaFaltante(UINT modoArquivo) {
 
 std::uint32_t CZNArqEx::CriaPeloControle(const std::string& nomeArquivo, char modo, std::uint32_t tamanhoRegistro,
                                          Existente existente) {
-  const std::string nome = text::Upper(SemPasta(nomeArquivo));
+  if (nomeArquivo.size() > kMaxCaminho) return RecusaCaminho(nomeArquivo);
+  const std::string nome = text::Upper(NomeDoArquivo(nomeArquivo));
   if (nome.empty()) return alemDoFim;
-  const std::string pasta = nomeArquivo.substr(0, nomeArquivo.size() - nome.size());
-  const std::string caminho = pasta + nome;
-  const std::string controle = pasta + kArquivoControle;
+  const std::string_view pasta = PastaDoCaminho(nomeArquivo);
+  const std::string caminho = std::string(pasta) + nome;
+  const std::string controle = CaminhoControle(pasta);
   std::uint32_t registros = 0;
   std::uint32_t numero = AbreControle(controle);
   if (numero == semErro) numero = FechaDepois(ProcuraNoControle(nome, registros));
@@ -390,7 +385,7 @@ std::uint32_t CZNArqEx::ProcuraNoControle(const std::string& nome, std::uint32_t
   std::uint32_t comprimento = 0;
   std::uint32_t numero = Posiciona('F', 0, comprimento);
   if (numero != semErro) return numero;
-  if (comprimento > kMaxControle) return arquivoInvalido;
+  if (comprimento > kMaxArquivoRegistros) return arquivoInvalido;
   char registro[kRegistroControle];
   for (registros = 0; (numero = LeRegistro(registros, registro)) == semErro; ++registros) {
     if (nome == std::string_view(registro, strnlen(registro, sizeof registro))) return naoEncontrado;
@@ -450,8 +445,14 @@ std::uint32_t CZNArqEx::CriaComZeros(const std::string& nomeArquivo, std::uint32
 // ---- Error record --------------------------------------------------------------------------------------------------
 
 std::uint32_t CZNArqEx::RegistraErro() {
-  const bool registrado = RegistraTexto(SemPasta(nome_));
+  const bool registrado = RegistraTexto(NomeDoArquivo(nome_));
   return registrado ? semErro : falhaRegistry;
+}
+
+// A path that no file of the desktop platform can have is recorded as far as the object could hold it.
+std::uint32_t CZNArqEx::RecusaCaminho(std::string_view caminho) {
+  RegistraTexto(NomeDoArquivo(caminho).substr(0, kMaxCaminho));
+  return caminhoInvalido;
 }
 
 std::uint32_t CZNArqEx::LimpaErro() {
@@ -459,7 +460,7 @@ std::uint32_t CZNArqEx::LimpaErro() {
   if (RegOpenKeyA(HKEY_LOCAL_MACHINE, ChaveErros().c_str(), chave.Out()) != 0) return semErro;
   std::string arquivo;
   if (!LeTexto(chave.Get(), "Arquivo", &arquivo)) return falhaRegistry;
-  if (arquivo == SemPasta(nome_)) RegistraTexto(" ");
+  if (arquivo == NomeDoArquivo(nome_)) RegistraTexto(" ");
   return semErro;
 }
 

@@ -61,7 +61,8 @@ class CZNArqEx : public CFile {
   // Names the file, and opens it when `reabre` says so or the object has had no file of this name yet; otherwise the
   // first operation that needs the file opens it. A missing file is made through the control file when
   // `criaSeNaoExiste` says so. An open file is closed with Fecha before another one is named. argumentoInvalido for an
-  // empty name, an unknown mode, a record size of 0 or above kMaxCache.
+  // empty name, an unknown mode, a record size of 0 or above kMaxCache; caminhoInvalido for a path of more than
+  // kMaxCaminho characters.
   std::uint32_t Abre(std::string nomeArquivo, char modo, std::uint32_t tamanhoRegistro, bool criaSeNaoExiste,
                      bool reabre);
 
@@ -90,7 +91,8 @@ class CZNArqEx : public CFile {
                                   std::uint32_t tamanhoRegistro);
 
   // Makes the file (its name in upper case) with a first record of zeros, enters the name in the control file and opens
-  // the file in `modo`. naoEncontrado when the control file has the name already.
+  // the file in `modo`. naoEncontrado when the control file has the name already, arquivoInvalido when that file is
+  // longer than kMaxArquivoRegistros.
   std::uint32_t CriaArquivo(const std::string& nomeArquivo, char modo, std::uint32_t tamanhoRegistro);
 
   // Writes this object's file name, without folder, to the registry as that of the file that failed last; takes it out
@@ -118,6 +120,7 @@ class CZNArqEx : public CFile {
   static const Causas kCausasGravacao;
 
   void Nomeia(std::string nomeArquivo, char modo, std::uint32_t tamanhoRegistro, bool criaSeNaoExiste);
+  static std::uint32_t RecusaCaminho(std::string_view caminho);
   std::uint32_t AbreNomeado();
   std::uint32_t AbreComTentativas(UINT modoArquivo, const Causas& causas);
   std::uint32_t CriaFaltante(UINT modoArquivo);

@@ -67,6 +67,7 @@ const NamedResult kNamedResults[] = {
     {FileError(ERROR_INVALID_HANDLE), "ERROR_INVALID_HANDLE", "no such handle"},
     {FileError(ERROR_NOT_ENOUGH_MEMORY), "ERROR_NOT_ENOUGH_MEMORY", "not enough memory for the operation"},
     {E_OUTOFMEMORY, "E_OUTOFMEMORY", "out of memory"},
+    {FileError(ERROR_BAD_FORMAT), "ERROR_BAD_FORMAT", "a file is not what its name says"},
     {FileError(ERROR_NOT_SAME_DEVICE), "ERROR_NOT_SAME_DEVICE", "a file cannot be moved to another disk"},
     {FileError(ERROR_NO_MORE_FILES), "ERROR_NO_MORE_FILES", "there are no more files"},
     {FileError(ERROR_WRITE_PROTECT), "ERROR_WRITE_PROTECT", "the disk is write-protected"},

@@ -120,14 +120,8 @@ void CRepositorioRel2::EsquecePadrao(BSTR nome) {
 HRESULT CRepositorioRel2::RegistraModeloDemoExcluido(const std::string& nome) {
   const RegistroNome registro(chaveModulo_, nome);
   std::uint32_t noFim = 0;
-  // The model is gone: a name that is not remembered now never will be. Stations that read the list have it alone, and
-  // where it is long the usual attempts may all meet them.
-  constexpr int kRepeticoes = 20;
   CZNArqEx arquivo;
   std::uint32_t numero = AbreParaGravar(arquivo, arquivoExcluidos_);
-  for (int i = 1; i < kRepeticoes && numero == CZNArqEx::violacaoCompartilhamento; ++i) {
-    numero = AbreParaGravar(arquivo, arquivoExcluidos_);
-  }
   if (numero == CZNArqEx::semErro) numero = arquivo.GravaRegistro(&registro, noFim, sizeof registro);
   if (numero == CZNArqEx::semErro) numero = arquivo.Fecha();
   return numero == CZNArqEx::semErro ? S_OK : ServiceError(numero);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
 #include <vector>
 
 namespace kestor {
@@ -10,7 +9,6 @@ namespace kestor {
 namespace {
 
 constexpr UINT kTamanho = sizeof(RegistroNome);
-constexpr ULONGLONG kMaxComprimento = std::numeric_limits<std::uint32_t>::max();
 
 template <std::size_t N>
 std::string_view Texto(const char (&campo)[N]) {
@@ -45,13 +43,13 @@ void PercorreRegistros(const std::string& caminho,
       CFile::modeReadWrite | CFile::modeCreate | CFile::modeNoTruncate | CFile::shareExclusive | CFile::noLink;
   if (!arquivo.Open(caminho.c_str(), kModo, &falha)) throw falha;
   const ULONGLONG comprimento = arquivo.GetLength();
+  if (comprimento > kMaxArquivoRegistros) throw CFileException::FromOsError(ERROR_BAD_FORMAT, caminho);
   if (comprimento == 0) {
     const RegistroNome primeiro;
     arquivo.Write(&primeiro, kTamanho);
   }
   arquivo.Seek(kTamanho, CFile::begin);
-  // As far as a station can number them.
-  const auto registros = static_cast<std::uint32_t>(std::min<ULONGLONG>(comprimento, kMaxComprimento) / kTamanho);
+  const auto registros = static_cast<std::uint32_t>(comprimento / kTamanho);
   std::vector<RegistroNome> bloco(CZNArqEx::kMaxCache / kTamanho);
   std::uint32_t numero = 1;
   bool continua = true;
@@ -72,7 +70,8 @@ std::uint32_t AbreParaGravar(CZNArqEx& arquivo, const std::string& caminho) {
   std::uint32_t comprimento = 0;
   numero = arquivo.Posiciona('F', 0, comprimento);
   if (numero != CZNArqEx::semErro) return numero;
-  if (comprimento == kMaxComprimento) return CZNArqEx::arquivoInvalido;  // what is appended would never be found
+  // With what may be appended: a longer file would not be searched again.
+  if (comprimento > kMaxArquivoRegistros - 2 * kTamanho) return CZNArqEx::arquivoInvalido;
   // A process that was killed while it made the file or appended to it has left part of a record, or nothing: what is
   // appended must not become the first record, which is nobody's, nor stand where no record is looked for.
   const RegistroNome deNinguem;

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "common/nomes_arquivos.h"
 #include "common/zn_arq_ex.h"
 
 namespace kestor {
@@ -20,18 +21,19 @@ struct RegistroNome {
   bool EDe(std::string_view chaveModulo) const;
   std::string_view Nome() const;
 
-  char chave[8] = {};
+  char chave[kMaxChave + 1] = {};
   char nome[256] = {};
 };
 static_assert(sizeof(RegistroNome) == 264);
 
 // Shows the records from number 1 on, in order, until `visita` answers false. The file is open for this process alone
-// meanwhile, and is made with its first record when it is missing. Throws CFileException.
+// meanwhile, and is made with its first record when it is missing. Throws CFileException; a file of more than
+// kMaxArquivoRegistros bytes is an invalid one.
 void PercorreRegistros(const std::string& caminho,
                        const std::function<bool(std::uint32_t numero, const RegistroNome& registro)>& visita);
 
 // Opens a record file for writing and makes it when it is missing. What is left of a record that was cut at its end
-// becomes a record of zeros. A number of CZNArqEx.
+// becomes a record of zeros. A number of CZNArqEx; arquivoInvalido when the file may not become longer.
 std::uint32_t AbreParaGravar(CZNArqEx& arquivo, const std::string& caminho);
 
 }  // namespace kestor

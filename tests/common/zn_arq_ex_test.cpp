@@ -78,7 +78,7 @@ class ZNArqEx : public testing::Test {
   // What the error record says.
   static std::string FailedFile(const char* value = "Arquivo") {
     registry::OwnedKey key;
-    char text[64] = "(no key)";
+    char text[512] = "(no key)";
     DWORD size = sizeof text;
     if (RegOpenKeyA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Norvela\\Erros", key.Out()) != 0) return text;
     RegQueryValueExA(key.Get(), value, nullptr, nullptr, reinterpret_cast<BYTE*>(text), &size);
@@ -200,6 +200,23 @@ TEST_F(ZNArqEx, WrongArgumentsTouchNothing) {
   EXPECT_EQ(ScriptedFile().GravaRegistro(buffer, number, kSize), 16179U);
   EXPECT_TRUE(support::Names(home_.Data()).empty());
   EXPECT_EQ(FailedFile(), "(no key)");
+}
+
+// The registry is no place for what a client makes up.
+TEST_F(ZNArqEx, PathsThatNoFileCanHave) {
+  const std::string longest = "D:\\.\\" + std::string(250, 'x') + ".DAT";
+  ASSERT_EQ(longest.size(), 259U);
+  ScriptedFile file;
+  EXPECT_EQ(file.Abre(longest, 'L', kSize, false, true), 16055U);
+  const std::string tooLong = "D:\\" + std::string(5'000'000, 'x');
+  for (const bool create : {false, true}) {
+    ForgetFailedFile();
+    EXPECT_EQ(file.Abre(tooLong, 'G', kSize, create, false), 16063U);
+    EXPECT_LT(fs::file_size(home_.Home() / "registry.reg"), 2000U);
+    EXPECT_EQ(FailedFile(), std::string(259, 'x'));
+  }
+  EXPECT_EQ(file.CriaArquivo(tooLong, 'G', kSize), 16063U);
+  EXPECT_TRUE(support::Names(home_.Data()).empty());
 }
 
 TEST_F(ZNArqEx, MissingFilesAreMadeOnceThroughTheControlFile) {

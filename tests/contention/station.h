@@ -322,8 +322,9 @@ class Station {
     if (support::WriteModel(*keys_, name, "x") != S_OK) return Fault("no model to be deleted");
     char deleted = 0;
     const HRESULT result = keys_->ExcluiRelatorio(Text(name), 1, &deleted);
-    if (result == S_OK) ++own_.deleted;
     FaultUnless(result == S_OK, "deleting a demonstration model", result);
+    // A list that others have in use all the time does not get the name.
+    if (Remembered() == DeletedNames(own_.deleted + 1)) ++own_.deleted;
   }
 
   std::string DeletedNames(unsigned count) const {

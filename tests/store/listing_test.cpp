@@ -240,11 +240,18 @@ TEST_F(ListingTest, DamagedRecordFiles) {
     }
   }
 
-  fs::resize_file(Defaults(), std::uintmax_t{264} << 25);  // 8 GiB
-  EXPECT_EQ(Default(*ReadyStore()), "A");
-  fs::resize_file(Deletions(), std::uintmax_t{264} << 25);
-  EXPECT_EQ(Delete(*ReadyStore(), u"A", Model::demonstration), kOk);
-  EXPECT_EQ(fs::file_size(Deletions()), std::uintmax_t{264} << 25) << "what is behind the last number is never found";
+  // What is longer than any record file is not searched, and nothing is added that would not be found again.
+  constexpr std::uintmax_t kLongest = 32U << 20;
+  for (const auto& [bytes, isRead] : {std::pair(kLongest, true), {kLongest + 1, false}, {kLongest << 8, false}}) {
+    Put("CT01A.RXL");
+    fs::resize_file(Defaults(), bytes);
+    EXPECT_EQ(Default(*ReadyStore()), isRead ? "A" : "0x8007000B");
+    EXPECT_EQ(SetDefault(*ReadyStore(), u"A"), "0x80043EE2");
+    fs::resize_file(Deletions(), bytes);
+    EXPECT_EQ(Deleted(*ReadyStore()), isRead ? std::string(255, 'n') + "," : "0x8007000B");
+    EXPECT_EQ(Delete(*ReadyStore(), u"A", Model::demonstration), kOk);
+    EXPECT_EQ(fs::file_size(Deletions()), bytes);
+  }
 }
 
 // In a folder of many, somebody may have put a link there to have another's file overwritten.
