@@ -89,6 +89,7 @@ class Analise {
     if (!analisador_) throw std::bad_alloc();
     XML_SetUserData(analisador_.get(), this);
     XML_SetElementHandler(analisador_.get(), InicioElemento, FimElemento);
+    XML_SetXmlDeclHandler(analisador_.get(), DeclaracaoDocumento);
     XML_SetStartDoctypeDeclHandler(analisador_.get(), DeclaracaoTipo);
     XML_SetUnknownEncodingHandler(analisador_.get(), Codificacao, nullptr);
   }
@@ -188,6 +189,15 @@ class Analise {
     }
   }
 
+  // The parser lets the declaration override UTF-8's mark and would take each letter with an accent for two characters.
+  // Nothing but a mark can stand before a declaration, and UTF-8's alone has three bytes.
+  static void DeclaracaoDocumento(void* analise, const XML_Char*, const XML_Char* codificacao, int) noexcept {
+    auto& esta = *static_cast<Analise*>(analise);
+    const bool temMarca = XML_GetCurrentByteIndex(esta.analisador_.get()) == kBytesMarcaUtf8;
+    if (!temMarca || codificacao == nullptr || text::EqualNoCase(codificacao, "UTF-8")) return;
+    esta.Para(E_FAIL, "the document has the mark of UTF-8 but declares another encoding");
+  }
+
   static void DeclaracaoTipo(void* analise, const XML_Char*, const XML_Char*, const XML_Char*, int) noexcept {
     static_cast<Analise*>(analise)->Para(E_FAIL, "document type declarations are not accepted");
   }
@@ -211,6 +221,7 @@ class Analise {
 
   // The program's own, also where those of the library are not.
   static constexpr XML_Memory_Handling_Suite kMemoria = {std::malloc, std::realloc, std::free};
+  static constexpr XML_Index kBytesMarcaUtf8 = 3;
   static constexpr ULONG kPedacoMinimo = 4096;
   static constexpr ULONG kPedacoMaximo = 1u << 30;
 

@@ -12,9 +12,9 @@ class CLeitorMarcacao final : public ObjetoMarcacao<ILeitorMarcacao, IID_ILeitor
   static CLeitorMarcacao* Novo() { return new CLeitorMarcacao; }
 
   HRESULT DefineTratador(ITratadorMarcacao* tratador) override;
-  // E_INVALIDARG without a handler or a stream; E_FAIL when the bytes are no document that is accepted, also one
-  // of more than 1,000 levels of elements; E_OUTOFMEMORY;
-  // the stream's or the handler's failure.
+  // E_INVALIDARG without a handler or a stream; E_FAIL when the bytes are no document that is accepted, also one of
+  // more than 1,000 levels of elements, or one whose mark and declaration name different encodings; E_OUTOFMEMORY; the
+  // stream's or the handler's failure.
   HRESULT Analisa(VARIANT fonte) override;
   HRESULT BuscaErro(IUnknown** erro) override;
 

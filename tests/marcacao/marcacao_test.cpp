@@ -150,6 +150,7 @@ TEST_F(MarkupTest, BrokenDocumentsAreNotWritten) {
 
 TEST_F(MarkupTest, WhatIsNoDocumentIsRefused) {
   using namespace std::string_literals;
+  const std::string kTwoEncodings = "1: the document has the mark of UTF-8 but declares another encoding";
   const std::pair<std::string, std::string> cases[] = {
       {"", "1: "},
       {"texto", "1: "},
@@ -165,13 +166,18 @@ TEST_F(MarkupTest, WhatIsNoDocumentIsRefused) {
       {"<!DOCTYPE a [<!ENTITY x 'y'>]><a b='&x;'/>", "1: document type declarations are not accepted"},
       {"<!DOCTYPE a SYSTEM 'file:///etc/passwd'><a/>", "1: document type declarations are not accepted"},
       {"<?xml version='1.0' encoding='KOI8-R'?><a/>", "1: "},
+      {"\xEF\xBB\xBF<?xml version='1.0' encoding='ISO-8859-1'?><a b='\xC3\xA9'/>", kTwoEncodings},
+      {"\xEF\xBB\xBF<?xml version='1.0' encoding='us-ascii'?><a/>", kTwoEncodings},
+      {"\xEF\xBB\xBF<?xml version='1.0' encoding='cp1252'?><a b='\xC3\xA9'/>", kTwoEncodings},
   };
   for (const auto& [document, expected] : cases) {
-    Recorder recorder;
-    std::string reason;
-    EXPECT_EQ(Read(document, recorder, &reason), E_FAIL) << document;
-    EXPECT_TRUE(reason.starts_with(expected) && reason.size() > 3) << document << ": " << reason;
-    EXPECT_EQ(recorder.finished, 0);
+    for (const ULONG piece : {ULONG{1}, kWhole}) {
+      Recorder recorder;
+      std::string reason;
+      EXPECT_EQ(Read(document, recorder, &reason, piece), E_FAIL) << document;
+      EXPECT_TRUE(reason.starts_with(expected) && reason.size() > 3) << document << ": " << reason;
+      EXPECT_EQ(recorder.finished, 0);
+    }
   }
   Recorder stops({}, 2);
   std::string reason;
@@ -187,12 +193,17 @@ TEST_F(MarkupTest, OtherEncodingsAreRead) {
       {"<?xml version='1.0' encoding='CP1252'?><a b='\x9F'/>", "\x9F"},
       {"<?xml version='1.0' encoding='windows-1252'?><a b='\xE9\x80'/>", "\xE9\x80"},
       {{reinterpret_cast<const char*>(wide.data()), wide.size() * 2}, "\xE9\x80?"},
+      {"\xEF\xBB\xBF<?xml version='1.0' encoding='utf-8'?><a b='\xC3\xA9'/>", "\xE9"},
+      {"\xEF\xBB\xBF<?xml version='1.0'?><a b='\xC3\xA9'/>", "\xE9"},
+      {"\xEF\xBB\xBF<a b='\xC3\xA9'/>", "\xE9"},
       {"<a b='\xD0\x96\xF0\x9F\x98\x80\xEE\x80\x80\xEE\x82\x85'/>", "????"},  // characters that the code page lacks
   };
   for (const auto& [document, value] : cases) {
-    Recorder recorder({"b"});
-    ASSERT_EQ(Read(document, recorder), S_OK) << document;
-    EXPECT_EQ(recorder.elements.front().attributes.front().second, value);
+    for (const ULONG piece : {ULONG{1}, kWhole}) {
+      Recorder recorder({"b"});
+      ASSERT_EQ(Read(document, recorder, nullptr, piece), S_OK) << document;
+      EXPECT_EQ(recorder.elements.front().attributes.front().second, value);
+    }
   }
 }
 

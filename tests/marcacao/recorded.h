@@ -1,6 +1,7 @@
 // What a markup reader tells, written down.
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -67,8 +68,24 @@ ComPtr<Interface> NewMarkup(REFCLSID clsid, REFIID iid) {
   return object;
 }
 
-inline HRESULT Read(std::string_view bytes, kestor::ITratadorMarcacao& handler, std::string* reason = nullptr) {
-  kestor::CMemStream stream(bytes.data(), static_cast<ULONG>(bytes.size()));
+// Hands out at most `piece` bytes a reading.
+class PieceStream final : public kestor::CMemStream {
+ public:
+  PieceStream(std::string_view bytes, ULONG piece)
+      : CMemStream(bytes.data(), static_cast<ULONG>(bytes.size())), piece_(piece) {}
+  HRESULT Read(void* to, ULONG count, ULONG* got) override {
+    return CMemStream::Read(to, std::min(count, piece_), got);
+  }
+
+ private:
+  const ULONG piece_;
+};
+
+inline constexpr ULONG kWhole = 0xFFFFFFFF;
+
+inline HRESULT Read(std::string_view bytes, kestor::ITratadorMarcacao& handler, std::string* reason = nullptr,
+                    ULONG piece = kWhole) {
+  PieceStream stream(bytes, piece);
   const auto reader = NewMarkup<kestor::ILeitorMarcacao>(kestor::CLSID_LeitorMarcacao, kestor::IID_ILeitorMarcacao);
   reader->DefineTratador(&handler);
   VARIANT source{};
