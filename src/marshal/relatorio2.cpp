@@ -7,12 +7,14 @@ namespace marshal {
 
 namespace {
 
+// A store that is not initialised says so whatever the content is, so the store itself judges the content's size.
+using Content = served::InUncheckedArray<LONG, unsigned char>;
+
 constexpr Slot<IZNPL_Relatorio2> kSlots[] = {
     Serve<&IZNPL_Relatorio2::Inicializa, served::InText, served::InText>,
     Serve<&IZNPL_Relatorio2::GetCamposDisponiveis, served::OutRecord<REG_CAMPOS_DISPONIVEIS2>>,
     Serve<&IZNPL_Relatorio2::Le, served::InText, served::OutRecord<REG_RELATORIO2>>,
-    Serve<&IZNPL_Relatorio2::Grava, served::InText, served::InValue<USHORT>, served::InValue<unsigned char>,
-          served::InArray<LONG, unsigned char>>,
+    Serve<&IZNPL_Relatorio2::Grava, served::InText, served::InValue<USHORT>, served::InValue<unsigned char>, Content>,
     Serve<&IZNPL_Relatorio2::GetNomeRelatorios, served::OutRecord<REG_ARRAY_RELATORIO2>>,
     Serve<&IZNPL_Relatorio2::ExcluiRelatorio, served::InText, served::InValue<char>, served::OutValue<char>>,
     Serve<&IZNPL_Relatorio2::GetRelatorioPadrao, served::OutText>,

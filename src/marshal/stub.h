@@ -92,6 +92,13 @@ class InArray {
   ReceivedItems<Item> items_;
 };
 
+// An array of which the method judges the count, and whether it may be missing.
+template <typename Count, typename Item>
+class InUncheckedArray : public InArray<Count, Item> {
+ public:
+  static HRESULT Check(const channel::Encoder&) { return S_OK; }
+};
+
 template <typename Record>
 class InRecord {
  public:

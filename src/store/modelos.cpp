@@ -66,7 +66,8 @@ bool CRepositorioRel2::DemonstracaoExcluida(const std::string& nome) {
 HRESULT CRepositorioRel2::Grava(BSTR bsRelatorio, USHORT nVersao, unsigned char flagGravacao, LONG nTamanho,
                                 unsigned char* lpRelatorio) {
   if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
-  if (nTamanho < 0 || (nTamanho > 0 && lpRelatorio == nullptr)) return E_INVALIDARG;
+  if (nTamanho < 0) return E_INVALIDARG;
+  if (nTamanho > 0 && lpRelatorio == nullptr) return E_POINTER;
 
   const std::string nome = TextoDeBstr(bsRelatorio);
   const std::string caminho = CaminhoRelatorioGravado(Prefixo(), nome);

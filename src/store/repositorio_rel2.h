@@ -43,7 +43,8 @@ class CRepositorioRel2 final : public ObjetoContado<IZNPL_Relatorio2> {
 
   // 0x00040004 when the model exists and must not be overwritten; 0x0004000C when it has the name of a deleted
   // demonstration model and that was to be checked; 0x80040005 when it cannot be written, the old model then being
-  // untouched; E_INVALIDARG for a negative size and for more than a call can carry back.
+  // untouched; E_INVALIDARG for a negative size and for more than a call can carry back; E_POINTER without a block for a
+  // size above 0.
   HRESULT Grava(BSTR bsRelatorio, USHORT nVersao, unsigned char flagGravacao, LONG nTamanho,
                 unsigned char* lpRelatorio) override;
 

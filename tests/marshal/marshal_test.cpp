@@ -146,9 +146,10 @@ TEST_F(MarshalTest, ThreadsShareAProxy) {
 
 // ---- What is refused -----------------------------------------------------------------------------------------------
 
-// By the last letter of the request's shape: the result of a call with a count and no array.
-HRESULT ResultWithoutArray(char letter, LONG count) {
-  switch (letter) {
+// The result of a call with a count and no array, by the last letter of the request's shape.
+HRESULT ResultWithoutArray(const Method& method, LONG count) {
+  if (method.request.empty() || method.name == "Grava") return S_OK;  // a store judges the count itself
+  switch (method.request.back()) {
     case 'b':
       return count < 0 ? E_INVALIDARG : E_POINTER;
     case 'p':
@@ -169,9 +170,10 @@ TEST_F(MarshalTest, RefusesWhatNoMethodMayBeCalledWith) {
       if (method.request == "n" && count != 1) continue;
       script_.noted.clear();
       const std::string request = Payload(method.request, {.count = count, .hasArray = false});
-      const HRESULT expected = method.request.empty() ? S_OK : ResultWithoutArray(method.request.back(), count);
+      const HRESULT expected = ResultWithoutArray(method, count);
       EXPECT_EQ(Send(*connection, method.slot, request).result, expected) << method.name << ' ' << count;
-      EXPECT_EQ(script_.noted.empty(), expected != S_OK) << method.name << ' ' << count;
+      EXPECT_EQ(script_.noted, expected == S_OK ? method.name + request : "") << method.name << ' ' << count;
+      EXPECT_EQ(CallProxy(*Connect(method.iid), method, request).result, expected) << method.name << ' ' << count;
     }
   }
   script_.noted.clear();

@@ -40,6 +40,8 @@ const std::string kNoFolder = "0x80043F59";
 TEST_F(ModelsTest, InitialisedStateFollowsTheRegistryAndTheCodes) {
   EXPECT_EQ(Read(u"Vendas"), kNotInitialised);
   EXPECT_EQ(Write(u"Vendas", "x"), kNotInitialised);
+  for (const LONG size : {-1, 1})
+    EXPECT_EQ(kestor::ResultCode(store_->Grava(Text(u"Vendas"), 1, 0, size, nullptr)), kNotInitialised);
   EXPECT_EQ(Initialise(u"ZZ"), kNoFolder);
   EXPECT_EQ(Initialise(u"CT", u""), kDone);
   EXPECT_EQ(Read(u"Vendas"), kNotInitialised);
@@ -93,6 +95,7 @@ TEST_F(ModelsTest, FlagsAndFailures) {
   EXPECT_EQ(Write(u"a", "new", KESTOR_NaoSobreescrever | KESTOR_VerificarModelosDemoExcluidos), kExists);
   EXPECT_EQ(Write(u"B", "new", KESTOR_VerificarModelosDemoExcluidos), kDone);
   EXPECT_EQ(store_->Grava(Text(u"A"), 1, 0, -1, nullptr), E_INVALIDARG);
+  EXPECT_EQ(store_->Grava(Text(u"A"), 1, 0, 1, nullptr), E_POINTER);
   unsigned char byte = 0;  // more of them than Le would give back are not even looked at
   EXPECT_EQ(store_->Grava(Text(u"A"), 1, 0, 134'213'633, &byte), E_INVALIDARG);
   EXPECT_EQ(Read(u"A"), "old");
