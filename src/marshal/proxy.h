@@ -184,7 +184,7 @@ class OutRecord : public OutArgument {
     return target_ != nullptr;
   }
   void Decode(channel::Decoder& in, HRESULT) {
-    if (in.U8() == 0) return;
+    if (!TakePresence(in)) return;
     record_.Decode(in);
     block_ = NewTaskBlock<Record>(sizeof(Record));
   }

@@ -122,7 +122,7 @@ template <typename Record>
 class InRecordPointer : public InRecord<Record> {
  public:
   void Read(channel::Decoder& in) {
-    isThere_ = in.U8() != 0;
+    isThere_ = TakePresence(in);
     if (isThere_) InRecord<Record>::Read(in);
   }
   HRESULT Check(const channel::Encoder& out) const { return isThere_ ? InRecord<Record>::Check(out) : E_POINTER; }

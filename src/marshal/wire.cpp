@@ -36,13 +36,19 @@ OwnedBstr TakeText(channel::Decoder& in) {
   return text;
 }
 
+bool TakePresence(channel::Decoder& in) {
+  const std::uint8_t presence = in.U8();
+  if (presence > 1) in.Fail();
+  return presence == 1;
+}
+
 void PutArray(channel::Encoder& out, const void* items, std::size_t bytes) {
   PutValue(out, std::uint8_t{items != nullptr});
   if (items != nullptr) PutBytes(out, items, bytes);
 }
 
 ArrayBytes TakeArray(channel::Decoder& in, std::size_t bytes) {
-  const bool isThere = in.U8() != 0;
+  const bool isThere = TakePresence(in);
   return {isThere, isThere ? in.Bytes(bytes) : nullptr};
 }
 

@@ -37,6 +37,11 @@ Scalar TakeValue(channel::Decoder& in) {
 void PutText(channel::Encoder& out, BSTR text);
 OwnedBstr TakeText(channel::Decoder& in);  // null for a null text, and when the payload is too short
 
+// ---- Presence: 0 or 1 ----------------------------------------------------------------------------------------------
+
+// Whether something follows. Another byte fails the decoder: a later version may give it a meaning.
+bool TakePresence(channel::Decoder& in);
+
 // ---- Arrays: whether there is one; its items -----------------------------------------------------------------------
 // How many items there are stands in front, in an argument or a record.
 

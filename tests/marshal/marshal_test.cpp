@@ -264,6 +264,13 @@ std::vector<std::string> Damaged(const std::string& payload) {
   return all;
 }
 
+// Payloads of the shape in which a presence byte is neither 0 nor 1; none for a shape without presence bytes.
+std::vector<std::string> OfOddPresence(const std::string& shape) {
+  std::vector<std::string> all = {Payload(shape, {.hasRecord = 2}), Payload(shape, {.hasArray = 0xFF})};
+  std::erase(all, Payload(shape, {}));
+  return all;
+}
+
 TEST_F(MarshalTest, RequestsThatLieReachNoObject) {
   for (const Method& method : Methods()) {
     const std::string valid = Payload(method.request, {});
@@ -277,6 +284,10 @@ TEST_F(MarshalTest, RequestsThatLieReachNoObject) {
       EXPECT_EQ(script_.noted.empty(), got.result != S_OK && !isAnswerTooLong) << method.name;
       EXPECT_TRUE(got.result == S_OK || got.answer.empty()) << method.name;
     }
+    script_.noted.clear();
+    for (const std::string& request : OfOddPresence(method.request))
+      EXPECT_EQ(Send(*connection, method.slot, request).result, channel::kBadStubData) << method.name;
+    EXPECT_EQ(script_.noted, "");
     for (const int slot : {0, 2, method.iid == IID_IZNPL_Rel ? 17 : 12, 0xFFFF})
       EXPECT_EQ(Send(*connection, static_cast<std::uint16_t>(slot), "").result, channel::kSlotOutOfRange);
     EXPECT_EQ(Send(*connection, method.slot, valid).result, S_OK);
@@ -301,6 +312,8 @@ TEST_F(MarshalTest, AnswersThatLieReachNoClient) {
       // What still reads as an answer may be another one.
       EXPECT_TRUE(got == nothing || (got.result == S_OK && answer.size() == valid.size())) << method.name;
     }
+    for (const std::string& answer : OfOddPresence(method.answer))
+      EXPECT_TRUE(call(answer) == nothing) << method.name;
     EXPECT_TRUE(call(valid) == (Outcome{S_OK, valid})) << method.name;
   }
 }

@@ -19,9 +19,9 @@ namespace recorder {
 struct Content {
   std::vector<std::optional<std::string>> texts = {"Vendas", "01", "Ltda"};  // their bytes
   LONG number = 0x01828384;
-  LONG count = 3;  // of the items of an array
-  bool hasRecord = true;
-  bool hasArray = true;
+  LONG count = 3;               // of the items of an array
+  unsigned char hasRecord = 1;  // 0 or 1, or a byte that no peer may send
+  unsigned char hasArray = 1;   // the same
 };
 
 struct Script {
