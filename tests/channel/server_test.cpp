@@ -164,6 +164,18 @@ TEST_F(ServerTest, MalformedPeersAreRefusedAndOthersNoticeNothing) {
   }
 }
 
+// A client of a later version may use them.
+TEST_F(ServerTest, SpareFieldsAreIgnored) {
+  for (const std::size_t size : {6U, 8U, 12U}) {
+    const RawPeer client(path_);
+    ASSERT_TRUE(client.Send(Frame(FrameType::hello, 7, std::string("KSTR\1\0spares", size)) +
+                            Frame(FrameType::status, 7, "spare") + Frame(FrameType::create, 7, std::string(16, '\0'))));
+    EXPECT_EQ(client.Receive(16), kHello);
+    EXPECT_EQ(client.Receive(16).substr(0, 8), Frame(FrameType::status, 0, "", 8));
+    EXPECT_EQ(client.Receive(12), Frame(FrameType::created, 0, std::string(4, '\0')));
+  }
+}
+
 TEST_F(ServerTest, SlowPeersHoldUpNobody) {
   auto ordinary = Open();
   const RawPeer half(path_);  // of a frame
@@ -256,6 +268,7 @@ TEST(Client, MisbehavingServers) {
       {kHello + Frame(FrameType::created, 0, std::string(4, '\0')), Outcome::otherVersion},
       {kHello + Frame(FrameType::status, 0, "", 0x7FFFFFFF), Outcome::nobody},
       {kHello + status, Outcome::ok},
+      {Frame(FrameType::hello, 7, std::string("KSTR\1\0spares", 12)) + status, Outcome::ok},
   };
   for (const auto& [said, outcome] : cases) {
     const support::TempFolder folder;

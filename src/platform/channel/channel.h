@@ -4,7 +4,8 @@
 //
 // One connection carries one object. A frame is an 8-byte head (payload length, type, slot) and its payload, all
 // numbers little-endian. The client opens with Hello and then Create or Status; after Created it sends Call frames,
-// each answered by one Result.
+// each answered by one Result. Spare fields are sent as zero, and receivers ignore them, so that a later version can
+// use them; the slot of all other frames is one of them.
 #pragma once
 
 #include <array>
@@ -32,13 +33,13 @@ inline constexpr std::size_t kHeadBytes = 8;
 inline constexpr std::uint32_t kMaxPayloadBytes = 128u << 20;
 
 enum class FrameType : std::uint16_t {
-  hello = 1,    // both ways, first: magic (4), protocol version (2), zero (2)
+  hello = 1,    // both ways, first: magic (4), protocol version (2), spare (2)
   create = 2,   // client: interface identity (16)
   created = 3,  // server: result (4)
   call = 4,     // client: arguments; the head names the slot
   result = 5,   // server: result (4), out-arguments
   refusal = 6,  // server, last: result (4), reason in UTF-8
-  status = 7    // client: empty; server: process id (4), live objects (4)
+  status = 7    // client: spare; server: process id (4), live objects (4)
 };
 
 struct FrameHead {
