@@ -159,7 +159,9 @@ TEST_F(ServerTest, MalformedPeersAreRefusedAndOthersNoticeNothing) {
   for (const auto& [what, bytes, refusal] : cases) {
     const RawPeer client(path_);
     ASSERT_TRUE(client.Send(bytes));
-    EXPECT_EQ(Refusal(client.Receive(1000)), static_cast<std::uint32_t>(refusal)) << what;
+    const std::string answer = client.Receive(1000);
+    EXPECT_EQ(Refusal(answer), static_cast<std::uint32_t>(refusal)) << what;
+    EXPECT_EQ(answer.starts_with(kHello), !bytes.starts_with("GET ")) << what;  // which reads as a length
     EXPECT_EQ(Echo(*ordinary, what), what);
   }
 }
