@@ -56,7 +56,6 @@ class FolderIndexes {
   void TakeNews();
   void Note(const inotify_event& event);
   void Distrust();
-  void ForgetAll();
   Index* IndexOf(const host::Descriptor& folder, const struct stat& status);
   void Watch(const host::Descriptor& folder, Index* index);
   static void Compare(const struct stat& status, Index* index);
