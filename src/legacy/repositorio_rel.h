@@ -36,8 +36,7 @@ class CRepositorioRel final : public ObjetoAgregavel<IZNPL_Rel> {
 
   // Reads the field catalogue; pending content of a model is gone once the file is open. 0x80040007 without a component
   // code; 0x80040001 when it cannot be opened; 0x80040002 when it is not read whole, or is longer than a call can
-  // carry,
-  // `*lQde` being the file's length; E_OUTOFMEMORY when it has more lines than a call can carry.
+  // carry, `*lQde` being the file's length; E_OUTOFMEMORY when it has more lines than a call can carry.
   HRESULT BuscaQdeCamposArquivo(LONG* lQde) override;
 
   // Hands over what BuscaTamanhoRelatorio read, with results as BuscaCampos.
