@@ -4,7 +4,10 @@ target_compile_features(kestor_settings INTERFACE cxx_std_20)
 target_compile_options(kestor_settings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
   -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wformat=2 -Wundef
-  -Werror -fno-strict-aliasing -fvisibility=hidden)
+  -fno-strict-aliasing -fvisibility=hidden)
+if(KESTOR_WARNINGS_AS_ERRORS)
+  target_compile_options(kestor_settings INTERFACE -Werror)
+endif()
 target_compile_definitions(kestor_settings INTERFACE _FILE_OFFSET_BITS=64)
 if(KESTOR_SANITIZE)
   target_compile_options(kestor_settings INTERFACE

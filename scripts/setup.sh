@@ -9,7 +9,7 @@ set -euo pipefail
 
 packages=(g++ cmake ninja-build libcli11-dev libexpat1-dev nlohmann-json3-dev)
 tests=(libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev)
-checks=(clang clang-format clang-tidy libclang-rt-dev)
+checks=(make clang clang-format clang-tidy libclang-rt-dev)
 case "${1:-programs}" in
   programs) ;;
   tests) packages+=("${tests[@]}") ;;
