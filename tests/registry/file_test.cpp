@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <thread>
 
 #include "fixture.h"
@@ -77,11 +78,14 @@ TEST_F(RegistryFile, ContentIsOnTheDiskBeforeItTakesItsNameAndAFailedStepLeavesT
     int error;
     LONG result;
   } cases[] = {{"fsync file", EIO, ERROR_IO_DEVICE},
-               {"fsync file", EINVAL, ERROR_IO_DEVICE},
-               {"rename hidden registry.reg", EACCES, ERROR_ACCESS_DENIED}};
+               {"fsync file", EINVAL, ERROR_GEN_FAILURE},
+               {"fsync file", EPROTO, ERROR_GEN_FAILURE},
+               {"rename hidden registry.reg", EACCES, ERROR_ACCESS_DENIED},
+               {"rename hidden registry.reg", EROFS, ERROR_WRITE_PROTECT},
+               {"rename hidden registry.reg", ENOENT, ERROR_PATH_NOT_FOUND}};
   for (const auto& c : cases) {
     const SystemCalls system(c.step, c.error);
-    EXPECT_EQ(Set(key, "v", "x"), c.result) << c.step;
+    EXPECT_EQ(Set(key, "v", "x"), c.result) << c.step << ": " << std::strerror(c.error);
   }
   Elsewhere([&] {
     support::FillDisk(1000);

@@ -1,12 +1,10 @@
-// The table from the host system's errors to the platform's error numbers.
+// The platform's error numbers for what the host system refuses, under the name that this folder uses.
 #pragma once
 
-#include "platform/kernel/kernel.h"
+#include "platform/kernel/host_error.h"
 
 namespace files {
 
-// The platform's number for an errno value; 0 for 0. ENOENT counts as a missing file: whoever knows that it was the
-// folder that is missing says so.
-DWORD OsError(int hostError);
+using platform::OsError;
 
 }  // namespace files

@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "platform/kernel/host_error.h"
 #include "platform/text/text.h"
 #include "reg_format.h"
 #include "store.h"
@@ -91,32 +92,12 @@ std::string ValueName(const char* name) {
   return name == nullptr ? std::string() : text::ToUtf8(name);
 }
 
-LONG FromSystem(const std::error_code& code) {
-  switch (code.value()) {
-    case ENOENT:
-    case ENOTDIR:
-      return ERROR_PATH_NOT_FOUND;
-    case EACCES:
-    case EPERM:
-    case EROFS:
-    case EISDIR:
-      return ERROR_ACCESS_DENIED;
-    case ENOSPC:
-    case EDQUOT:
-    case EFBIG:
-      return ERROR_DISK_FULL;
-    case EMFILE:
-    case ENFILE:
-      return ERROR_TOO_MANY_OPEN_FILES;
-    case EWOULDBLOCK:
-      return ERROR_LOCK_VIOLATION;
-    case ENOLCK:
-      return ERROR_SHARING_BUFFER_EXCEEDED;
-    case ENAMETOOLONG:
-      return ERROR_FILENAME_EXCED_RANGE;
-    default:
-      return ERROR_IO_DEVICE;
-  }
+// Returns the number for a failure of the registry file. Callers of the registry would take the numbers of ENOENT and
+// EINVAL for a judgement of their key and their arguments.
+LONG FileFailure(int hostError) {
+  if (hostError == ENOENT) return ERROR_PATH_NOT_FOUND;
+  if (hostError == EINVAL) return ERROR_GEN_FAILURE;
+  return static_cast<LONG>(platform::OsError(hostError));
 }
 
 // No exception leaves the platform's calls.
@@ -126,8 +107,10 @@ LONG Guarded(const Call& call) {
     return call();
   } catch (const registry::FormatError&) {
     return ERROR_BADDB;
+  } catch (const registry::LockHeld&) {
+    return ERROR_LOCK_VIOLATION;
   } catch (const fs::filesystem_error& error) {
-    return FromSystem(error.code());
+    return FileFailure(error.code().value());
   } catch (const std::bad_alloc&) {
     return ERROR_NOT_ENOUGH_MEMORY;
   }

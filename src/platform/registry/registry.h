@@ -34,9 +34,10 @@ inline constexpr DWORD REG_MULTI_SZ = 7;
 
 // Each gives ERROR_SUCCESS or an error number: 2 no such key or value, 6 no such handle, 87 a null or malformed
 // argument, 234 the buffer is too small, 259 no more items, 1009 the registry file is damaged; of the file: 3 its
-// folder is not there, 4 too many open files, 5 it may not be read or written, 8 out of memory, 206 its path is too
-// long, 1117 the device failed; of a change: 33 another program has held the lock for 5 seconds, 36 the system has no
-// locks left, 112 the disk or the registry is full.
+// folder is not there, 4 too many open files, 5 it may not be read or written, 8 out of memory, 31 a failure without a
+// number of its own, 32 it is in use, 206 its path is too long, 1117 the device failed; of a change: 19 the disk is
+// write-protected, 33 another program has held the lock for 5 seconds, 36 the system has no locks left, 112 the disk or
+// the registry is full.
 LONG RegOpenKeyA(HKEY parent, const char* path, HKEY* key);    // null or empty path: the parent itself
 LONG RegCreateKeyA(HKEY parent, const char* path, HKEY* key);  // opens, or makes it with the keys above it
 LONG RegCloseKey(HKEY key);                                    // a root may be closed and stays

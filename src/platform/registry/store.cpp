@@ -134,7 +134,9 @@ class WriteLock {
     while (flock(file_.Number(), LOCK_EX | LOCK_NB) != 0) {
       const int error = errno;
       if (error == EINTR) continue;
-      if (error != EWOULDBLOCK || std::chrono::steady_clock::now() > deadline) Throw("cannot lock", file, error);
+      if (error != EWOULDBLOCK) Throw("cannot lock", file, error);
+      if (std::chrono::steady_clock::now() > deadline)
+        throw LockHeld("cannot lock", file, std::error_code(error, std::generic_category()));
       std::this_thread::sleep_for(kPause);
     }
   }

@@ -14,12 +14,19 @@
 
 namespace registry {
 
+// Another program has held the lock that all writers take for longer than the caller waits. A type of its own, for its
+// errno value also stands for a file in use.
+class LockHeld : public std::filesystem::filesystem_error {
+ public:
+  using filesystem_error::filesystem_error;
+};
+
 // The registry as the file has it now. Never null.
 std::shared_ptr<const Tree> Current();
 
 // Runs `change` on a copy of the registry as it is now and puts the copy in its place, while no other process changes
 // it. Nothing is written when `change` changes nothing, or when it does not return ERROR_SUCCESS. The result is that of
-// `change`. Waits `patience` for others who change it.
+// `change`. Waits `patience` for others who change it, then throws LockHeld.
 inline constexpr std::chrono::milliseconds kPatience{5000};
 LONG Change(const std::function<LONG(Tree&)>& change, std::chrono::milliseconds patience = kPatience);
 
