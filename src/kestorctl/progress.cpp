@@ -11,7 +11,12 @@ namespace kestorctl {
 
 Progress::Progress(std::string what, std::size_t total, std::function<std::size_t()> done)
     : what_(std::move(what)), total_(total), done_(std::move(done)) {
-  if (isatty(STDERR_FILENO) != 0) thread_ = std::thread([this] { Run(); });
+  if (isatty(STDERR_FILENO) == 0) return;
+  try {
+    thread_ = std::thread([this] { Run(); });
+  } catch (...) {
+    // Nothing is shown.
+  }
 }
 
 Progress::~Progress() {
@@ -26,8 +31,12 @@ void Progress::Run() {
   for (int step = 1; !ended_; ++step) {
     std::this_thread::sleep_for(kPause);
     if (step % kStepsALine != 0 || ended_) continue;
-    std::fprintf(stderr, "\r%s: %zu of %zu", what_.c_str(), std::min(done_(), total_), total_);
-    shown = true;
+    try {
+      std::fprintf(stderr, "\r%s: %zu of %zu", what_.c_str(), std::min(done_(), total_), total_);
+      shown = true;
+    } catch (...) {
+      break;
+    }
   }
   if (shown) std::fputs("\r\x1B[K", stderr);
 }

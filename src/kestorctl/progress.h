@@ -11,7 +11,8 @@ namespace kestorctl {
 
 // While the object lives, writes "WHAT: 120 of 10000" over and over into one line of standard error, from a moment on
 // in which the call has not been quick; nothing unless that is a terminal. `done` counts what is done, on a thread of
-// its own.
+// its own. The call matters and the showing does not: when the thread cannot start or `done` throws, the showing ends
+// and nothing else does.
 class Progress {
  public:
   Progress(std::string what, std::size_t total, std::function<std::size_t()> done);
