@@ -2,7 +2,6 @@
 
 CFileException::Cause CFileException::OsErrorToException(DWORD osError) {
   constexpr DWORD kErrorDirectoryFull = 82;
-  constexpr DWORD kErrorBadFormat = 11;
   switch (osError) {
     case ERROR_SUCCESS:
       return none;
@@ -22,7 +21,7 @@ CFileException::Cause CFileException::OsErrorToException(DWORD osError) {
     case ERROR_FILE_EXISTS:
       return accessDenied;
     case ERROR_INVALID_HANDLE:
-    case kErrorBadFormat:
+    case ERROR_BAD_FORMAT:
       return invalidFile;
     case ERROR_DIR_NOT_EMPTY:
       return removeCurrentDir;
