@@ -71,8 +71,10 @@ DWORD Reservation::OpenHidden(const std::string& hiddenName, bool* isNew) {
 
 DWORD Reservation::TakeFreeName(const std::string& name) {
   const int error = host::RenameToFreeName(*folder_, hiddenName_, *folder_, name);
-  if (error == 0) hiddenName_.clear();
-  return OsError(error);
+  // When all that failed is the removal of the hidden name, the file has its name. The next reserver removes the other.
+  if (error != 0 && !LeadsTo(*folder_, name, file_)) return OsError(error);
+  hiddenName_.clear();
+  return ERROR_SUCCESS;
 }
 
 DWORD Reservation::ReplaceName(const std::string& name) {

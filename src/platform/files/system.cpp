@@ -141,7 +141,9 @@ int RenameToFreeName(const Descriptor& oldFolder, const std::string& oldName, co
   const int linkError = Repeat(
       "linkat", [&] { return linkat(oldFolder.Number(), oldName.c_str(), newFolder.Number(), newName.c_str(), 0); });
   if (linkError != 0) return linkError;
-  return Unlink(oldFolder, oldName);
+  // A network file system that asks a second time finds that the name is gone.
+  const int unlinkError = Unlink(oldFolder, oldName);
+  return unlinkError == ENOENT ? 0 : unlinkError;
 }
 
 int ChangeSpelling(const Descriptor& folder, const std::string& oldName, const std::string& newName) {
