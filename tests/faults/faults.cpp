@@ -5,10 +5,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <new>
+#include <string_view>
 #include <utility>
 
 #include "platform/files/fault_point.h"
@@ -37,6 +39,10 @@ files::host::Fate FateAtPlace(const char* call, std::size_t bytes) {
   struck = current.error != 0 || bytes > current.most;
   if (current.error != 0) return {.error = current.error};
   return current.most == 0 ? files::host::Fate{} : files::host::Fate{.most = current.most};
+}
+
+bool ChangesNames(std::string_view call) {
+  return call.starts_with("renameat") || call.ends_with("linkat");
 }
 
 bool AllocationFails() {
@@ -116,7 +122,9 @@ files::host::Fate files::host::FateOf(const char* call, std::size_t bytes) {
   using namespace faults;
   if (!attacked) return {};
   if (current.watches) noted.push_back(bytes);
+  if (current.refusesRenaming && !ChangesNames(call)) return {};
   if (++calls == current.call) return FateAtPlace(call, bytes);
+  if (current.refusesRenaming && std::string_view(call) == "renameat2") return {.error = EINVAL};
   if (struck && current.lasts) return {.error = current.error};
   if (!struck || bytes == 0 || current.errorBehind == 0) return {};
   return {.error = std::exchange(current.errorBehind, 0)};
@@ -138,6 +146,7 @@ int __wrap_fdatasync(int file) {
 ssize_t __real_pwrite64(int file, const void* bytes, std::size_t count, off_t position);
 int __real_renameat(int oldFolder, const char* oldName, int newFolder, const char* newName);
 int __real_renameat2(int oldFolder, const char* oldName, int newFolder, const char* newName, unsigned flags);
+int __real_linkat(int oldFolder, const char* oldName, int newFolder, const char* newName, int flags);
 int __real_unlinkat(int folder, const char* name, int flags);
 
 ssize_t __wrap_pwrite64(int file, const void* bytes, std::size_t count, off_t position) {
@@ -153,6 +162,10 @@ int __wrap_renameat(int oldFolder, const char* oldName, int newFolder, const cha
 int __wrap_renameat2(int oldFolder, const char* oldName, int newFolder, const char* newName, unsigned flags) {
   return faults::NoteNames(__real_renameat2(oldFolder, oldName, newFolder, newName, flags),
                            {{oldFolder, oldName}, {newFolder, newName}});
+}
+
+int __wrap_linkat(int oldFolder, const char* oldName, int newFolder, const char* newName, int flags) {
+  return faults::NoteNames(__real_linkat(oldFolder, oldName, newFolder, newName, flags), {{newFolder, newName}});
 }
 
 int __wrap_unlinkat(int folder, const char* name, int flags) {

@@ -20,6 +20,8 @@ struct Attack {
   std::size_t most = 0;  // or it carries so many bytes at most, if it is a reading or writing of a file
   int errorBehind = 0;   // and then the next reading or writing fails with this errno value
   bool kills = false;    // or the process is killed before it
+  // The file system cannot rename without replacing. Only the calls that change names are places then.
+  bool refusesRenaming = false;
   int allocation = 0;    // the allocation that fails; 0: none
   bool watches = false;  // nothing fails; the system calls are noted
 };

@@ -135,7 +135,7 @@ class FaultsTest : public Station {
       }
       if (strike.call != "unlinkat" && !attack.lasts && !HiddenFiles().empty()) Lost("leaves a hidden file");
     }
-    AnswerOnceMore(operation, undisturbed);
+    AnswerOnceMore(operation, undisturbed, attack.refusesRenaming);
     AgeHiddenFiles();
     if (!HiddenFiles().empty()) Seen();
     if (!HiddenFiles().empty()) Lost("a hidden file is not cleaned up");
@@ -185,8 +185,9 @@ class FaultsTest : public Station {
     }
   }
 
-  void AnswerOnceMore(const Operation& operation, const Undisturbed& u) {
-    const std::string answer = Answer(operation);
+  void AnswerOnceMore(const Operation& operation, const Undisturbed& u, bool refusesRenaming) {
+    std::string answer;
+    faults::Run({.refusesRenaming = refusesRenaming}, [&] { answer = Answer(operation); });
     if (answer != u.answer && answer != u.secondAnswer) Lost("answers " + answer + " once more");
     const State seen = Seen();
     // An operation that passes over whatever it cannot do does it the next time.
@@ -244,6 +245,11 @@ TEST_F(FaultsTest, DiskFailsInTheMiddle) {
 // Before each call, which is behind the one before, and after the last one.
 TEST_F(FaultsTest, ProcessIsKilled) {
   StrikeAll(&Attack::call, {{.kills = true}}, 3);
+}
+
+// There a new file has its name and the hidden one for a moment.
+TEST_F(FaultsTest, FileSystemCannotRenameWithoutReplacing) {
+  StrikeAll(&Attack::call, {{.kills = true, .refusesRenaming = true}, {.error = EIO, .refusesRenaming = true}}, 1);
 }
 
 TEST_F(FaultsTest, MemoryRunsOut) {

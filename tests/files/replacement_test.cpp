@@ -30,6 +30,8 @@ constexpr char kPath[] = "D:\\Model.RXL";
 constexpr char kOtherSpelling[] = "D:\\MODEL.RXL";
 constexpr char kNewPath[] = "D:\\New.DAT";
 constexpr UINT kCreateAsGiven = kCreateExclusive | CFile::nameAsGiven;
+constexpr UINT kCreateNew = kCreateExclusive | CFile::mustBeNew;
+constexpr UINT kUpdateWhole = CFile::modeReadWrite | CFile::shareExclusive | CFile::wholeUpdate;
 
 std::map<std::string, int> refused;  // system calls that are not made, and the errno values that they give
 
@@ -89,7 +91,6 @@ TEST_F(ReplacementTest, NothingIsSeenBeforeClose) {
 }
 
 TEST_F(ReplacementTest, AnUpdateCopiesTheFileWhenItIsFirstWrittenTo) {
-  constexpr UINT kUpdateWhole = CFile::modeReadWrite | CFile::shareExclusive | CFile::wholeUpdate;
   WriteFile(File(), "0123456789");
   const auto inode = [this] {
     struct stat status = {};
@@ -131,7 +132,6 @@ TEST_F(ReplacementTest, AnUpdateCopiesTheFileWhenItIsFirstWrittenTo) {
 }
 
 TEST_F(ReplacementTest, WhatMustBeNewReplacesNothing) {
-  constexpr UINT kCreateNew = kCreateExclusive | CFile::mustBeNew;
   Save(kPath, kCreateNew, "old");
   EXPECT_EQ(OpenError(kOtherSpelling, kCreateNew), 80);
   CFile file;
@@ -210,6 +210,34 @@ TEST_F(ReplacementTest, StepsThatFailLeaveTheOldContentUnderTheOldName) {
   refused = {{"renameat2", EINVAL}, {"unlinkat", ENOENT}};
   EXPECT_EQ(ErrorOf([] { CFile::Rename(kNewPath, "D:\\Other.DAT"); }), 0);
   refused.clear();
+}
+
+// Where the file system cannot rename without replacing, a new file has its name and the hidden one for a moment. Here
+// the hidden one stays, as it does when the writer is killed.
+TEST_F(ReplacementTest, AHiddenNameOfTheFileItselfHindersNoWriter) {
+  const std::function<void()> next[] = {
+      [] { Save(kPath, kCreateExclusive); },
+      [] { Save(kPath, kUpdateWhole); },
+      [] { Save(kOtherSpelling, kCreateAsGiven); },
+      [] { CFile::Rename(kPath, kOtherSpelling); },
+      [] {
+        CFile::Remove(kPath);
+        Save(kPath, kCreateNew);
+      },
+  };
+  for (const auto& action : next) {
+    refused = {{"renameat2", EINVAL}, {"unlinkat", ENOENT}};
+    EXPECT_EQ(ErrorOf([] { Save(kPath, kCreateNew); }), 0);
+    EXPECT_EQ(Files().size(), 2U);
+    refused.erase("unlinkat");
+    EXPECT_EQ(OpenError(kPath, kCreateNew), 80);
+    EXPECT_EQ(ErrorOf(action), 0) << &action - next;
+    EXPECT_EQ(Files().size(), 1U);
+    EXPECT_EQ(ReadFile(home_.Data() / Files().front()), "new");
+    refused.clear();
+    for (const std::string& name : Files())
+      fs::remove(home_.Data() / name);
+  }
 }
 
 TEST_F(ReplacementTest, KilledAtAnyInstantTheDiskHasAWholeVersion) {

@@ -282,6 +282,12 @@ TEST_F(SharingTest, WhatAnotherUserWasCreatingWhenKilledIsNobodys) {
   fs::rename("copy", names[0]);
   searchLater();
   EXPECT_EQ(support::Names("."), Names{"FILE.DAT"});
+
+  // The file may have its own name already.
+  fs::rename("FILE.DAT", "NEW.DAT");
+  fs::create_hard_link("NEW.DAT", names[0]);
+  Elsewhere([] { EXPECT_EQ(ErrorOf([] { CFile::Rename("new.dat", "New.dat"); }), 0); }, kOther);
+  EXPECT_EQ(support::Names("."), Names{"New.dat"});
 }
 
 TEST_F(SharingTest, DescriptorsDoNotLeak) {

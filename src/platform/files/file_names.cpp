@@ -11,12 +11,6 @@
 namespace files {
 namespace {
 
-bool SameFolder(const host::Descriptor& a, const host::Descriptor& b) {
-  struct stat first = {};
-  struct stat second = {};
-  return host::Stat(a, &first) == 0 && host::Stat(b, &second) == 0 && host::SameFile(first, second);
-}
-
 // The folder whose removals this thread flushes together; a value without a descriptor before the first of them.
 thread_local std::optional<host::Descriptor> groupedFolder;
 
@@ -26,7 +20,7 @@ DWORD FlushRemoval(host::Descriptor folder) {
     *groupedFolder = std::move(folder);
     return ERROR_SUCCESS;
   }
-  return SameFolder(*groupedFolder, folder) ? ERROR_SUCCESS : OsError(host::Sync(folder));
+  return host::SameFile(*groupedFolder, folder) ? ERROR_SUCCESS : OsError(host::Sync(folder));
 }
 
 DWORD RemoveFile(std::string_view text) {
@@ -63,7 +57,7 @@ class Renaming {
   }
 
   bool IsTakenByOther() const {
-    return to_.isDeadLink || (to_.exists && (to_.name != from_.name || !SameFolder(from_.folder, to_.folder)));
+    return to_.isDeadLink || (to_.exists && (to_.name != from_.name || !host::SameFile(from_.folder, to_.folder)));
   }
 
   DWORD Move() {
@@ -72,7 +66,7 @@ class Renaming {
     if (error != ERROR_SUCCESS) return error == ERROR_FILE_NOT_FOUND ? kStartAnew : error;
     // Whoever creates a file of the new name in the meantime waits or is refused.
     Reservation reservation;
-    error = reservation.Take(to_.folder, newName_, kExclusiveWriting.share);
+    error = reservation.Take(to_.folder, newName_, file, kExclusiveWriting.share);
     if (error != ERROR_SUCCESS) return error;
     if (error = FindIn(newName_, &to_); error != ERROR_SUCCESS) return error;
     if (IsTakenByOther()) return ERROR_FILE_EXISTS;
@@ -82,7 +76,7 @@ class Renaming {
     if (error != ERROR_SUCCESS) return error;
     FolderIndexes::OfProcess().CatchUp();
     error = OsError(host::Sync(to_.folder));
-    if (error != ERROR_SUCCESS || SameFolder(from_.folder, to_.folder)) return error;
+    if (error != ERROR_SUCCESS || host::SameFile(from_.folder, to_.folder)) return error;
     return OsError(host::Sync(from_.folder));
   }
 

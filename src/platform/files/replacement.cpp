@@ -36,7 +36,8 @@ DWORD Replacement::TryBegin(const PathName& path) {
 
 DWORD Replacement::Reserve() {
   const ShareMode exclusive = kExclusiveWriting.share;
-  if (const DWORD error = reservation_.Take(location_.folder, location_.name, exclusive); error != ERROR_SUCCESS) {
+  if (const DWORD error = reservation_.Take(location_.folder, location_.name, old_, exclusive);
+      error != ERROR_SUCCESS) {
     return error;
   }
   if (old_) {

@@ -20,7 +20,8 @@ std::string ReservationName(std::string_view folded) {
 
 }  // namespace
 
-DWORD Reservation::Take(const host::Descriptor& folder, std::string_view name, ShareMode mode) {
+DWORD Reservation::Take(const host::Descriptor& folder, std::string_view name, const host::Descriptor& held,
+                        ShareMode mode) {
   std::string folded;
   if (!FoldName(name, &folded)) return ERROR_INVALID_NAME;
   std::string hiddenName = ReservationName(folded);
@@ -28,7 +29,7 @@ DWORD Reservation::Take(const host::Descriptor& folder, std::string_view name, S
   return UntilNotOvertaken([&] {
     file_.Close();
     bool isNew = false;
-    const DWORD error = TryTake(hiddenName, mode, &isNew);
+    const DWORD error = TryTake(hiddenName, held, mode, &isNew);
     if (error == ERROR_SUCCESS) {
       hiddenName_ = std::move(hiddenName);  // nothing may fail now that the file is there
     } else {
@@ -39,8 +40,8 @@ DWORD Reservation::Take(const host::Descriptor& folder, std::string_view name, S
   });
 }
 
-DWORD Reservation::TryTake(const std::string& hiddenName, ShareMode mode, bool* isNew) {
-  if (const DWORD error = OpenHidden(hiddenName, isNew); error != ERROR_SUCCESS) return error;
+DWORD Reservation::TryTake(const std::string& hiddenName, const host::Descriptor& held, ShareMode mode, bool* isNew) {
+  if (const DWORD error = OpenHidden(hiddenName, held, isNew); error != ERROR_SUCCESS) return error;
   DWORD lockError = TakeCreationLock(file_);
   if (lockError == ERROR_SUCCESS) lockError = TakeShareLock(file_, true, mode);
   // Where no locks are to be had, nobody else has one of this file.
@@ -56,16 +57,18 @@ DWORD Reservation::TryTake(const std::string& hiddenName, ShareMode mode, bool* 
   return kStartAnew;
 }
 
-DWORD Reservation::OpenHidden(const std::string& hiddenName, bool* isNew) {
+DWORD Reservation::OpenHidden(const std::string& hiddenName, const host::Descriptor& held, bool* isNew) {
   constexpr int kFlags = O_RDWR | kNeitherLinkNorWait;
   int error = host::Open(folder_->Number(), hiddenName, kFlags | O_CREAT | O_EXCL, &file_, kModeOfNewFiles);
   *isNew = error == 0;
   if (error != EEXIST) return OsError(error);
-  error = host::Open(folder_->Number(), hiddenName, kFlags, &file_);
-  if (error == ENOENT) return kStartAnew;
-  if (error != EACCES) return OsError(error);
-  // It is another user's, who is at work or was killed.
-  const DWORD removeError = RemoveIfAbandoned(*folder_, hiddenName);
+  if (!held || !LeadsTo(*folder_, hiddenName, held)) {
+    error = host::Open(folder_->Number(), hiddenName, kFlags, &file_);
+    if (error == ENOENT) return kStartAnew;
+    if (error != EACCES) return OsError(error);
+  }
+  // It is another user's, who is at work or was killed; or it is the held file, whose writer was killed.
+  const DWORD removeError = RemoveIfAbandoned(*folder_, hiddenName, held);
   return removeError == ERROR_SUCCESS ? kStartAnew : removeError;
 }
 
@@ -90,8 +93,9 @@ void Reservation::Cancel() noexcept {
   file_.Close();
 }
 
-// All who reserve take the creation lock first: while it is held here, nobody comes to have the file.
-DWORD RemoveIfAbandoned(const host::Descriptor& folder, const std::string& hiddenName) {
+// All who reserve take the creation lock first: while it is held here, nobody comes to have the file. A writer keeps
+// its share lock for as long as its file has the hidden name: a file that the caller holds exclusively has no writer.
+DWORD RemoveIfAbandoned(const host::Descriptor& folder, const std::string& hiddenName, const host::Descriptor& held) {
   host::Descriptor file;
   int error = host::Open(folder.Number(), hiddenName, O_RDWR | kNeitherLinkNorWait, &file);
   const bool writable = error != EACCES;
@@ -104,7 +108,7 @@ DWORD RemoveIfAbandoned(const host::Descriptor& folder, const std::string& hidde
   if (const DWORD lockError = TryCreationLock(file, writable); lockError != ERROR_SUCCESS) {
     return lockError == ERROR_SHARING_VIOLATION ? kStartAnew : lockError;
   }
-  if (IsHeldByOther(file)) return ERROR_SHARING_VIOLATION;
+  if (!(held && host::SameFile(file, held)) && IsHeldByOther(file)) return ERROR_SHARING_VIOLATION;
   if (!LeadsTo(folder, hiddenName, file)) return kStartAnew;
   return OsError(host::Unlink(folder, hiddenName));
 }

@@ -12,7 +12,8 @@ namespace files {
 
 // A hidden file in the folder of the name, locked by this opening. One opening at a time has the reservation of a name,
 // in whatever letter case; its file takes the name or goes with the object. What a killed process left behind under the
-// hidden name belongs to the next who reserves it.
+// hidden name belongs to the next who reserves it. That may be the file of the name itself: where the file system
+// cannot rename without replacing, a new file has both names for a moment.
 class Reservation {
  public:
   Reservation() = default;
@@ -22,8 +23,10 @@ class Reservation {
 
   // Reserves `name` (UTF-8) in `folder`, which must outlive the reservation, with an empty file that has the locks of
   // `mode`. The reserver also has the file's creation lock: those who reserve the same name wait until Settle and look
-  // then. 0; 32 when somebody has the name reserved and it conflicts with `mode`; or another platform error number.
-  DWORD Take(const host::Descriptor& folder, std::string_view name, ShareMode mode);
+  // then. `held` is the file that the caller already holds exclusively under the name, or none; when it has the hidden
+  // name as well, it loses that. 0; 32 when somebody has the name reserved and it conflicts with `mode`; or another
+  // platform error number.
+  DWORD Take(const host::Descriptor& folder, std::string_view name, const host::Descriptor& held, ShareMode mode);
 
   const host::Descriptor& File() const { return file_; }
 
@@ -40,8 +43,8 @@ class Reservation {
   void Cancel() noexcept;
 
  private:
-  DWORD TryTake(const std::string& hiddenName, ShareMode mode, bool* isNew);
-  DWORD OpenHidden(const std::string& hiddenName, bool* isNew);
+  DWORD TryTake(const std::string& hiddenName, const host::Descriptor& held, ShareMode mode, bool* isNew);
+  DWORD OpenHidden(const std::string& hiddenName, const host::Descriptor& held, bool* isNew);
 
   const host::Descriptor* folder_ = nullptr;
   host::Descriptor file_;
@@ -53,9 +56,11 @@ bool IsReservationName(std::string_view hiddenName);
 // True when the name leads to the open file; a symbolic link does not.
 bool LeadsTo(const host::Descriptor& folder, const std::string& name, const host::Descriptor& file);
 
-// Removes a hidden file that nobody has reserved, of whatever user. 0; 32 when somebody has; kStartAnew when that is
-// about to be decided; or another platform error number.
-DWORD RemoveIfAbandoned(const host::Descriptor& folder, const std::string& hiddenName);
+// Removes a hidden file that nobody has reserved, of whatever user. `held` is a file that the caller holds exclusively,
+// or none: that one counts as not reserved. 0; 32 when somebody has reserved the file; kStartAnew when that is about to
+// be decided; or another platform error number.
+DWORD RemoveIfAbandoned(const host::Descriptor& folder, const std::string& hiddenName,
+                        const host::Descriptor& held = {});
 
 // What the steps of an opening give when the disk has changed under them and the opening must begin again. (The
 // platform's own number for "try again"; it never reaches a caller.)

@@ -159,6 +159,12 @@ int StatWithTimes(const Descriptor& folder, struct stat* status) {
   return Repeat("fstat", [&] { return fstat(folder.Number(), status); });
 }
 
+bool SameFile(const Descriptor& a, const Descriptor& b) {
+  struct stat first = {};
+  struct stat second = {};
+  return Stat(a, &first) == 0 && Stat(b, &second) == 0 && SameFile(first, second);
+}
+
 int Length(const Descriptor& file, off_t* length) {
   return Repeat("lseek", length, [&] { return lseek(file.Number(), 0, SEEK_END); });
 }

@@ -34,7 +34,8 @@ int RealPath(const Descriptor& folder, const std::string& name, std::string* pat
 int Unlink(const Descriptor& folder, const std::string& name);
 int Rename(const Descriptor& oldFolder, const std::string& oldName, const Descriptor& newFolder,
            const std::string& newName);
-// The same, but EEXIST when the new name is taken.
+// The same, but EEXIST when the new name is taken. Where the file system does not know this kind of renaming, the file
+// has both names for a moment, and a process that is killed then leaves them both.
 int RenameToFreeName(const Descriptor& oldFolder, const std::string& oldName, const Descriptor& newFolder,
                      const std::string& newName);
 // Changes the letter case of a name. The new spelling must be reserved: at no instant has the file both.
@@ -53,7 +54,8 @@ inline bool IsReadOnly(const struct stat& status) {
 
 int Stat(const Descriptor& file, struct stat* status);
 int StatWithTimes(const Descriptor& folder, struct stat* status);
-int Length(const Descriptor& file, off_t* length);  // moves the system's own position, which nothing here uses
+bool SameFile(const Descriptor& a, const Descriptor& b);  // false also when that cannot be found out
+int Length(const Descriptor& file, off_t* length);        // moves the system's own position, which nothing here uses
 int ReadAt(const Descriptor& file, void* buffer, std::size_t count, off_t position, std::size_t* read);
 int WriteAt(const Descriptor& file, const void* buffer, std::size_t count, off_t position, std::size_t* written);
 int Truncate(const Descriptor& file, off_t length);
