@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "contract/results.h"
-#include "host_files.h"
+#include "platform/host/whole_file.h"
 
 namespace kestorctl {
 
@@ -46,13 +46,13 @@ std::string OneLine(std::string text) {
 
 void Tell(const std::string& line) {
   // Where standard error cannot be written there is nobody left to be told.
-  WriteAll(STDERR_FILENO, OneLine(line) + "\n");
+  host::WriteAll(STDERR_FILENO, OneLine(line) + "\n");
 }
 
 // 0, or the error number.
 int WriteStandardOutput(const std::string& bytes) {
   if (bytes.empty()) return 0;
-  if (const int error = WriteAll(STDOUT_FILENO, bytes); error != 0) return error;
+  if (const int error = host::WriteAll(STDOUT_FILENO, bytes); error != 0) return error;
   // Some file systems tell only now that the disk is full.
   return close(STDOUT_FILENO) == 0 ? 0 : errno;
 }

@@ -8,14 +8,11 @@
 
 namespace kestorctl {
 
-// Writes all of it. 0, or the error number.
-int WriteAll(int descriptor, std::string_view bytes);
-
 // The whole content of a file, or of standard input for "-". Throws LocalFailure, also when there are more than
 // `maxBytes`.
 std::string ReadInput(const std::string& file, std::size_t maxBytes);
 
-// Gives a file this content: whole, or not at all. What is there is replaced and keeps its mode; where a device or a
+// Gives a file this content: whole, or not at all. What is there is replaced and keeps its rights; where a device or a
 // pipe lies, it is written to. Throws LocalFailure.
 void WriteOutput(const std::filesystem::path& file, std::string_view bytes);
 

@@ -13,7 +13,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/files/fault_point.h"
+#include "platform/host/fault_point.h"
 
 namespace faults {
 namespace {
@@ -32,13 +32,13 @@ std::set<ino_t> unflushed;
 std::atomic<int> leftToOthers = 0;
 thread_local bool isAttacker = false;
 
-files::host::Fate FateAtPlace(const char* call, std::size_t bytes) {
+host::Fate FateAtPlace(const char* call, std::size_t bytes) {
   reached = true;
   struckCall = call;
   if (current.kills) kill(getpid(), SIGKILL);
   struck = current.error != 0 || bytes > current.most;
   if (current.error != 0) return {.error = current.error};
-  return current.most == 0 ? files::host::Fate{} : files::host::Fate{.most = current.most};
+  return current.most == 0 ? host::Fate{} : host::Fate{.most = current.most};
 }
 
 bool ChangesNames(std::string_view call) {
@@ -118,7 +118,7 @@ bool LeaveOtherThreads() {
 
 }  // namespace faults
 
-files::host::Fate files::host::FateOf(const char* call, std::size_t bytes) {
+host::Fate host::FateOf(const char* call, std::size_t bytes) {
   using namespace faults;
   if (!attacked) return {};
   if (current.watches) noted.push_back(bytes);

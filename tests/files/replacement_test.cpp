@@ -11,7 +11,7 @@
 #include <string>
 
 #include "opening_modes.h"
-#include "platform/files/fault_point.h"
+#include "platform/host/fault_point.h"
 #include "shared_memory.h"
 #include "support/elsewhere.h"
 #include "support/system_calls.h"
@@ -66,7 +66,7 @@ class ReplacementTest : public testing::Test {
 
 }  // namespace
 
-files::host::Fate files::host::FateOf(const char* call, std::size_t /*bytes*/) {
+host::Fate host::FateOf(const char* call, std::size_t /*bytes*/) {
   const auto found = refused.find(call);
   return {.error = found == refused.end() ? 0 : found->second};
 }

@@ -78,7 +78,7 @@ TEST_F(RegistryFile, ContentIsOnTheDiskBeforeItTakesItsNameAndAFailedStepLeavesT
     int error;
     LONG result;
   } cases[] = {{"fsync file", EIO, ERROR_IO_DEVICE},
-               {"fsync file", EINVAL, ERROR_GEN_FAILURE},
+               {"rename hidden registry.reg", EINVAL, ERROR_GEN_FAILURE},
                {"fsync file", EPROTO, ERROR_GEN_FAILURE},
                {"rename hidden registry.reg", EACCES, ERROR_ACCESS_DENIED},
                {"rename hidden registry.reg", EROFS, ERROR_WRITE_PROTECT},

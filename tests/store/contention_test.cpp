@@ -3,8 +3,8 @@
 #include <cstring>
 #include <gtest/gtest.h>
 
-#include "platform/files/fault_point.h"
 #include "platform/files/files.h"
+#include "platform/host/fault_point.h"
 #include "store_fixture.h"
 
 using support::WriteModel;
@@ -112,7 +112,7 @@ TEST_F(ContentionTest, KilledHolderIsInNobodysWay) {
 }  // namespace
 
 // Stands in the place of the system's own definition.
-files::host::Fate files::host::FateOf(const char* call, std::size_t /*bytes*/) {
+host::Fate host::FateOf(const char* call, std::size_t /*bytes*/) {
   if (std::strcmp(call, "openat") == 0) ++openings;
   return {};
 }

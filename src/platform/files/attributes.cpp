@@ -6,7 +6,7 @@
 namespace {
 
 DWORD StatusOf(const files::PathName& path, struct stat* status) {
-  const int error = files::host::Stat(AT_FDCWD, path.path, status);
+  const int error = host::Stat(AT_FDCWD, path.path, status);
   if (error == 0) return ERROR_SUCCESS;
   files::Location location;
   if (const DWORD failure = files::Locate(path, &location); failure != ERROR_SUCCESS) return failure;
@@ -23,7 +23,7 @@ DWORD GetFileAttributesA(const char* path) {
   if (StatusOf(translated, &status) != ERROR_SUCCESS) return INVALID_FILE_ATTRIBUTES;
   if (S_ISDIR(status.st_mode)) return FILE_ATTRIBUTE_DIRECTORY;
   if (translated.meansFolder) return INVALID_FILE_ATTRIBUTES;
-  return files::host::IsReadOnly(status) ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_NORMAL;
+  return host::IsReadOnly(status) ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_NORMAL;
 }
 
 DWORD files::HostPath(const char* path, std::string* host) {

@@ -11,7 +11,6 @@
 using files::Denial;
 using files::OpenMode;
 using files::OsError;
-namespace host = files::host;
 
 struct CFile::OpenFile {
   std::string name;  // the path as it was given, for failures

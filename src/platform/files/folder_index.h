@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "name_set.h"
-#include "system.h"
+#include "platform/host/system.h"
 
 namespace files {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "system.h"
+#include "platform/host/system.h"
 
 namespace files {
 

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "path_name.h"
+#include "platform/host/system.h"
 #include "platform/kernel/kernel.h"
-#include "system.h"
 
 namespace files {
 

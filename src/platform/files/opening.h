@@ -5,10 +5,10 @@
 
 #include "lookup.h"
 #include "path_name.h"
+#include "platform/host/system.h"
 #include "platform/kernel/kernel.h"
 #include "reservation.h"
 #include "share_lock.h"
-#include "system.h"
 
 namespace files {
 

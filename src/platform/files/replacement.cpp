@@ -4,6 +4,7 @@
 
 #include "folder_index.h"
 #include "host_error.h"
+#include "platform/host/whole_file.h"
 
 namespace files {
 
@@ -41,7 +42,9 @@ DWORD Replacement::Reserve() {
     return error;
   }
   if (old_) {
-    if (const DWORD error = TakeOverOwnership(); error != ERROR_SUCCESS) return error;
+    struct stat old = {};
+    if (const int error = host::Stat(old_, &old); error != 0) return OsError(error);
+    if (const int error = host::TakeOverRights(File(), old); error != 0) return OsError(error);
   } else {
     // Somebody may have created the file before the name was reserved: then it is that file that must be locked.
     if (const DWORD error = RefuseTakenName(); error != ERROR_SUCCESS) {
@@ -77,26 +80,6 @@ DWORD Replacement::FollowLink() {
   const std::size_t separator = real.rfind('/');
   location_.name = real.substr(separator + 1);
   return OsError(host::OpenFolder(AT_FDCWD, real.substr(0, separator + 1), &location_.folder));
-}
-
-DWORD Replacement::TakeOverOwnership() {
-  constexpr mode_t kPermissions = 0777;
-  constexpr mode_t kGroupPermissions = 0070;
-  constexpr auto kSameUser = static_cast<uid_t>(-1);
-  struct stat old = {};
-  struct stat own = {};
-  if (const int error = host::Stat(old_, &old); error != 0) return OsError(error);
-  if (const int error = host::Stat(File(), &own); error != 0) return OsError(error);
-  mode_t permissions = old.st_mode & kPermissions;
-  // Only the superuser can give a file away. Whoever else may replace the file becomes its owner, and leaves it to its
-  // group if that is one of his own; what the old group was permitted is nothing to another one.
-  const bool differs = own.st_uid != old.st_uid || own.st_gid != old.st_gid;
-  if (differs && host::ChangeOwner(File(), old.st_uid, old.st_gid) != 0 && own.st_gid != old.st_gid &&
-      host::ChangeOwner(File(), kSameUser, old.st_gid) != 0) {
-    permissions &= ~kGroupPermissions;
-  }
-  if ((own.st_mode & kPermissions) == permissions) return ERROR_SUCCESS;
-  return OsError(host::ChangeMode(File(), permissions));
 }
 
 DWORD Replacement::TakeOverContent() {

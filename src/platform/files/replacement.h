@@ -40,7 +40,6 @@ class Replacement {
   DWORD TryBegin(const PathName& path);
   DWORD Reserve();
   DWORD FollowLink();
-  DWORD TakeOverOwnership();
   DWORD TakeOverContent();
   DWORD RefuseTakenName();
   DWORD TakeName();

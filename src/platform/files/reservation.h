@@ -4,9 +4,9 @@
 #include <string>
 #include <string_view>
 
+#include "platform/host/system.h"
 #include "platform/kernel/kernel.h"
 #include "share_lock.h"
-#include "system.h"
 
 namespace files {
 

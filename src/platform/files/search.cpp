@@ -175,7 +175,7 @@ std::intptr_t _findfirst(const char* pattern, _finddata_t* found) {
   files::PathName path;
   std::string names;
   if (files::TranslatePattern(files::TextOf(pattern), &path, &names) != ERROR_SUCCESS) return -1;
-  files::host::Descriptor folder;
+  host::Descriptor folder;
   if (files::OpenWholeFolder(path, &folder) != ERROR_SUCCESS) return -1;
   auto search = std::make_unique<files::Search>(names);
   if (!search->Run(folder) || !search->Deliver(found)) return -1;

@@ -2,8 +2,8 @@
 // last descriptor of the opening however that comes about, and each is checked and taken in one step.
 #pragma once
 
+#include "platform/host/system.h"
 #include "platform/kernel/kernel.h"
-#include "system.h"
 
 namespace files {
 

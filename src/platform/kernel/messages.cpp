@@ -1,6 +1,5 @@
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <deque>
@@ -8,6 +7,7 @@
 #include <mutex>
 #include <system_error>
 
+#include "platform/host/descriptor.h"
 #include "platform/kernel/kernel.h"
 
 namespace {
@@ -16,20 +16,19 @@ namespace {
 class Queue {
  public:
   Queue() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (wake_ < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+    if (!wake_) throw std::system_error(errno, std::generic_category(), "eventfd");
   }
-  ~Queue() { close(wake_); }
   Queue(const Queue&) = delete;
   Queue& operator=(const Queue&) = delete;
 
-  int WakeDescriptor() const { return wake_; }
+  int WakeDescriptor() const { return wake_.Number(); }
 
   void Post(const MSG& message) {
     // The descriptor changes under the lock, too: it must not stay readable for a queue that was emptied meanwhile.
     const std::lock_guard hold(mutex_);
     messages_.push_back(message);
     waiting_.store(true, std::memory_order_release);
-    eventfd_write(wake_, 1);
+    eventfd_write(wake_.Number(), 1);
   }
 
   bool Take(MSG* message) {
@@ -41,13 +40,13 @@ class Queue {
     if (messages_.empty()) {
       waiting_.store(false, std::memory_order_release);
       eventfd_t ignored = 0;
-      eventfd_read(wake_, &ignored);
+      eventfd_read(wake_.Number(), &ignored);
     }
     return true;
   }
 
  private:
-  const int wake_;
+  const platform::Descriptor wake_;
   std::atomic<bool> waiting_{false};  // spares the lock on the road of every call
   std::mutex mutex_;
   std::deque<MSG> messages_;

@@ -1,22 +1,20 @@
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <string>
-#include <vector>
 
+#include "platform/host/system.h"
+#include "platform/host/whole_file.h"
 #include "platform/kernel/kernel.h"
 #include "platform/text/text.h"
 
 namespace {
 
+constexpr std::size_t kMostBytes = std::size_t{16} << 20;  // more than the system lets a command line have
+
 std::string ReadProcessArguments() {
   std::string raw;
-  const int file = open("/proc/self/cmdline", O_RDONLY | O_CLOEXEC);
-  if (file < 0) return raw;
-  char block[4096];
-  for (ssize_t n = 0; (n = read(file, block, sizeof block)) > 0;)
-    raw.append(block, static_cast<std::size_t>(n));
-  close(file);
+  host::Descriptor file;
+  if (host::Open(AT_FDCWD, "/proc/self/cmdline", O_RDONLY, &file) == 0) host::ReadAll(file.Number(), kMostBytes, &raw);
   return raw;
 }
 

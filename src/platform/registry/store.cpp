@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <ctime>
@@ -17,7 +16,8 @@
 #include <utility>
 
 #include "platform/home/home.h"
-#include "platform/host/descriptor.h"
+#include "platform/host/system.h"
+#include "platform/host/whole_file.h"
 #include "reg_format.h"
 #include "registry.h"
 
@@ -38,19 +38,14 @@ using platform::Descriptor;
 
 // ---- Reading -----------------------------------------------------------------------------------------------------
 
-std::string ReadAll(int descriptor, const fs::path& file) {
+std::string ReadToEnd(const Descriptor& descriptor, const fs::path& file) {
   std::string bytes;
-  std::array<char, 65536> block{};
-  while (true) {
-    const ssize_t count = read(descriptor, block.data(), block.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) Throw("cannot read", file);
-    if (count == 0) return bytes;
-    bytes.append(block.data(), static_cast<std::size_t>(count));
-    if (bytes.size() > kMaxFileSize) {
-      throw FormatError(file.string(), 1, "larger than " + std::to_string(kMaxFileSize >> 20) + " MiB");
-    }
+  const int error = host::ReadAll(descriptor.Number(), kMaxFileSize, &bytes);
+  if (error == EFBIG) {
+    throw FormatError(file.string(), 1, "larger than " + std::to_string(kMaxFileSize >> 20) + " MiB");
   }
+  if (error != 0) Throw("cannot read", file, error);
+  return bytes;
 }
 
 // What tells one content of the file from another, as long as a descriptor keeps the inode from being used again.
@@ -77,7 +72,7 @@ class Snapshot {
     if (!S_ISREG(state_.st_mode)) Throw("no regular file", path, EACCES);
     settled_ = IsSettled(state_, now);
     auto tree = std::make_shared<Tree>();
-    ParseInto(ReadAll(file_.Number(), path), path.string(), Purpose::registryFile, tree.get());
+    ParseInto(ReadToEnd(file_, path), path.string(), Purpose::registryFile, tree.get());
     tree_ = std::move(tree);
   }
 
@@ -119,17 +114,11 @@ class Cache {
 
 // ---- Changing ----------------------------------------------------------------------------------------------------
 
-// Gives a file the owner and the group of another one, as far as the system allows it. False when it keeps its group.
-bool CopyOwners(int file, const struct stat& from) {
-  return fchown(file, from.st_uid, from.st_gid) == 0 || fchown(file, static_cast<uid_t>(-1), from.st_gid) == 0;
-}
-
 // Holds the lock that all writers of a home take. A program that never releases it makes changes fail, and does not
 // hold the server up for ever.
 class WriteLock {
  public:
   WriteLock(const fs::path& file, std::chrono::milliseconds patience) : file_(Open(file)) {
-    if (!file_) Throw("cannot open", file);
     const auto deadline = std::chrono::steady_clock::now() + patience;
     while (flock(file_.Number(), LOCK_EX | LOCK_NB) != 0) {
       const int error = errno;
@@ -149,25 +138,24 @@ class WriteLock {
   // Short, for those who wait have no turn: they must meet the moment between two changes of a busy writer.
   static constexpr std::chrono::microseconds kPause{500};
 
-  static int Open(const fs::path& file) {
-    const int made = open(file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (made >= 0) ShareWithWriters(made, file.parent_path());
-    if (made >= 0 || errno != EEXIST) return made;
-    const int descriptor = open(file.c_str(), O_RDWR | O_CLOEXEC);
-    if (descriptor >= 0 || errno != EACCES) return descriptor;
-    // One made by hand that can only be read, which is enough to lock it.
-    const int readOnly = open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    if (readOnly < 0) errno = EACCES;
-    return readOnly;
+  static Descriptor Open(const fs::path& file) {
+    Descriptor lock;
+    int error = host::Open(AT_FDCWD, file, O_RDWR | O_CREAT | O_EXCL, &lock, 0600);
+    if (error == 0) ShareWithWriters(lock, file.parent_path());
+    if (error == EEXIST) error = host::Open(AT_FDCWD, file, O_RDWR, &lock);
+    // One made by hand may be readable only, which is enough to lock it.
+    if (error == EACCES && host::Open(AT_FDCWD, file, O_RDONLY, &lock) == 0) error = 0;
+    if (error != 0) Throw("cannot open", file, error);
+    return lock;
   }
 
-  // Who may write the folder can lock, whoever (root, at the set-up) made the file. Who may only read cannot: he could
-  // keep the others from every change.
-  static void ShareWithWriters(int lock, const fs::path& folder) {
+  // A user who may write the folder can lock, whichever user (root, at the set-up) made the file. A user who may only
+  // read cannot: it could keep the others from every change.
+  static void ShareWithWriters(const Descriptor& lock, const fs::path& folder) {
     struct stat home {};
-    if (stat(folder.c_str(), &home) != 0) return;
-    const mode_t writers = home.st_mode & (CopyOwners(lock, home) ? 0022 : 0002);
-    fchmod(lock, 0600 | writers | writers << 1);
+    if (host::Stat(AT_FDCWD, folder, &home) != 0) return;
+    const mode_t writers = home.st_mode & (host::TakeOverOwners(lock, home) ? 0022 : 0002);
+    host::ChangeMode(lock, 0600 | writers | writers << 1);
   }
 
   Descriptor file_;
@@ -183,64 +171,6 @@ fs::path FollowLinks(fs::path path) {
   Throw("too many links", path, ELOOP);
 }
 
-// A file that takes shape under a hidden name and takes `path`'s place when it is whole. The name is always the same,
-// so a writer that was killed leaves at most one such file, which the next one replaces.
-class Replacement {
- public:
-  // `mode` as long as it does not look like another file.
-  Replacement(const fs::path& path, mode_t mode)
-      : path_(path),
-        name_(path.filename()),
-        hiddenName_("." + name_ + ".new"),
-        folder_(open(path.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
-        file_(Create(mode)) {
-    if (!file_) Throw("cannot write", path_);
-  }
-  ~Replacement() {
-    if (!inPlace_ && file_) unlinkat(folder_.Number(), hiddenName_.c_str(), 0);
-  }
-  Replacement(const Replacement&) = delete;
-  Replacement& operator=(const Replacement&) = delete;
-
-  // Owners and mode of the file that is replaced. What its group might do is not for another group.
-  void LookLike(const struct stat& old) {
-    const mode_t kept = CopyOwners(file_.Number(), old) ? 0777 : 0707;
-    if (fchmod(file_.Number(), old.st_mode & kept) != 0) Throw("cannot write", path_);
-  }
-
-  void Write(std::string_view bytes) {
-    while (!bytes.empty()) {
-      const ssize_t count = write(file_.Number(), bytes.data(), bytes.size());
-      if (count < 0 && errno == EINTR) continue;
-      if (count < 0) Throw("cannot write", path_);
-      bytes.remove_prefix(static_cast<std::size_t>(count));
-    }
-  }
-
-  void TakePlace() {
-    if (fsync(file_.Number()) != 0) Throw("cannot write", path_);
-    if (renameat(folder_.Number(), hiddenName_.c_str(), folder_.Number(), name_.c_str()) != 0)
-      Throw("cannot write", path_);
-    inPlace_ = true;
-    // Some file systems cannot flush a folder.
-    if (fsync(folder_.Number()) != 0 && errno != EINVAL) Throw("cannot write", path_);
-  }
-
- private:
-  int Create(mode_t mode) const {
-    if (!folder_) return -1;
-    unlinkat(folder_.Number(), hiddenName_.c_str(), 0);
-    return openat(folder_.Number(), hiddenName_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-  }
-
-  const fs::path path_;
-  const std::string name_;
-  const std::string hiddenName_;
-  Descriptor folder_;
-  Descriptor file_;
-  bool inPlace_ = false;
-};
-
 void Write(const Tree& tree, const fs::path& registryFile) {
   const std::string text = Format(tree);
   // What could not be read again must not be written.
@@ -253,10 +183,12 @@ void Write(const Tree& tree, const fs::path& registryFile) {
   const bool exists = stat(file.c_str(), &old) == 0;
   // Replacing would pass over the mode of a file that may not be written.
   if (exists && faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) != 0) Throw("cannot write", file);
-  Replacement replacement(file, exists ? 0600 : 0666);
-  if (exists) replacement.LookLike(old);
-  replacement.Write(text);
-  replacement.TakePlace();
+  Descriptor folder;
+  int error = host::OpenFolder(AT_FDCWD, file.parent_path(), &folder);
+  // The hidden name is always the same, so that a killed writer leaves one such file at most.
+  const std::string name = file.filename();
+  if (error == 0) error = host::ReplaceFile(folder, name, "." + name + ".new", text, exists ? &old : nullptr);
+  if (error != 0) Throw("cannot write", file, error);
 }
 
 }  // namespace
@@ -280,7 +212,7 @@ LONG Change(const std::function<LONG(Tree&)>& change, std::chrono::milliseconds 
 std::string ReadWhole(const fs::path& file) {
   const Descriptor descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC));
   if (!descriptor) Throw("cannot read", file);
-  return ReadAll(descriptor.Number(), file);
+  return ReadToEnd(descriptor, file);
 }
 
 }  // namespace registry

@@ -1,9 +1,9 @@
-#include "fault_point.h"
+#include "platform/host/fault_point.h"
 
-namespace files::host {
+namespace host {
 
 Fate FateOf(const char* /*call*/, std::size_t /*bytes*/) {
   return {};
 }
 
-}  // namespace files::host
+}  // namespace host

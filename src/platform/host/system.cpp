@@ -1,4 +1,4 @@
-#include "system.h"
+#include "platform/host/system.h"
 
 #include <sys/random.h>
 #include <sys/statfs.h>
@@ -15,9 +15,9 @@
 #include <memory>
 #include <thread>
 
-#include "fault_point.h"
+#include "platform/host/fault_point.h"
 
-namespace files::host {
+namespace host {
 namespace {
 
 // Runs a call that carries up to `bytes` bytes and gives -1 and errno when it fails. `*result` receives what it gives
@@ -178,6 +178,14 @@ int WriteAt(const Descriptor& file, const void* buffer, std::size_t count, off_t
                [&](std::size_t most) { return pwrite(file.Number(), buffer, most, position); });
 }
 
+int Read(int descriptor, void* buffer, std::size_t count, std::size_t* read) {
+  return Carry("read", count, read, [&](std::size_t most) { return ::read(descriptor, buffer, most); });
+}
+
+int Write(int descriptor, const void* buffer, std::size_t count, std::size_t* written) {
+  return Carry("write", count, written, [&](std::size_t most) { return ::write(descriptor, buffer, most); });
+}
+
 int Truncate(const Descriptor& file, off_t length) {
   return Repeat("ftruncate", [&] { return ftruncate(file.Number(), length); });
 }
@@ -288,8 +296,14 @@ std::uint64_t Random() {
   return mixed ^ mixed >> 31;
 }
 
+void OccupyStandardDescriptors() {
+  for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(standard, F_GETFD) < 0) open("/dev/null", standard == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  }
+}
+
 void PauseAtRandom() {
   std::this_thread::sleep_for(std::chrono::microseconds(20 + Random() % 300));
 }
 
-}  // namespace files::host
+}  // namespace host

@@ -1,8 +1,8 @@
-// The system calls of this folder, all of them in one place. Each gives 0 or an errno value and repeats itself when a
-// signal interrupts it. A folder is given as an open descriptor or AT_FDCWD.
+// The system calls on files and folders, all of them in one place. Each returns 0 or an errno value and repeats itself
+// when a signal interrupts it. A folder is given as an open descriptor or AT_FDCWD.
 //
-// What Stat and its like tell has no times, but where the name says so: whoever asks for a file's times makes the
-// system give the next write a time of its own, and then a flush has to store that as well.
+// Stat and its like tell no times, unless the name says so: to ask for a file's times makes the system give the next
+// write a time of its own, and then a flush has to store that as well.
 #pragma once
 
 #include <dirent.h>
@@ -19,7 +19,7 @@
 
 #include "platform/host/descriptor.h"
 
-namespace files::host {
+namespace host {
 
 using platform::Descriptor;
 
@@ -58,6 +58,8 @@ bool SameFile(const Descriptor& a, const Descriptor& b);  // false also when tha
 int Length(const Descriptor& file, off_t* length);        // moves the system's own position, which nothing here uses
 int ReadAt(const Descriptor& file, void* buffer, std::size_t count, off_t position, std::size_t* read);
 int WriteAt(const Descriptor& file, const void* buffer, std::size_t count, off_t position, std::size_t* written);
+int Read(int descriptor, void* buffer, std::size_t count, std::size_t* read);  // where the descriptor stands
+int Write(int descriptor, const void* buffer, std::size_t count, std::size_t* written);
 int Truncate(const Descriptor& file, off_t length);
 int Sync(const Descriptor& fileOrFolder);
 int SyncData(const Descriptor& file);
@@ -91,6 +93,10 @@ int ReadEvents(const Descriptor& watcher, void* buffer, std::size_t size, std::s
 // ---- Others --------------------------------------------------------------------------------------------------------
 
 std::uint64_t Random();
-void PauseAtRandom();  // a fraction of a millisecond, for those who wait for another process
+void PauseAtRandom();  // a fraction of a millisecond, while another process is waited for
 
-}  // namespace files::host
+// A standard descriptor that the starter closed would be given to the next file or socket, and what is meant for the
+// starter would end up there. Opens one in its place that fails when it is used the way it is meant.
+void OccupyStandardDescriptors();
+
+}  // namespace host

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <limits>
 
-namespace files::host {
+namespace host {
 
 // What becomes of a system call.
 struct Fate {
@@ -17,4 +17,4 @@ struct Fate {
 // that defines the function itself is linked without that one.
 Fate FateOf(const char* call, std::size_t bytes = 0);
 
-}  // namespace files::host
+}  // namespace host
