@@ -64,7 +64,7 @@ Gravacao GravaModelo(const std::string& caminho, UINT modos, std::string_view ca
     // Made by another station in the meantime, or let go by one: there is such a model after all. After any other
     // failure it might be this one.
     const bool deOutra = falha.m_lOsError == ERROR_FILE_EXISTS || falha.m_lOsError == ERROR_SHARING_VIOLATION;
-    if ((modos & CFile::mustBeNew) != 0 && deOutra && ArquivoExiste(caminho)) return Gravacao::jaExiste;
+    if ((modos & files::mustBeNew) != 0 && deOutra && ArquivoExiste(caminho)) return Gravacao::jaExiste;
     return falha.m_lOsError == ERROR_FILE_EXISTS ? Gravacao::naoAberta : falhou;
   }
 }

@@ -20,7 +20,7 @@ namespace {
 
 constexpr UINT kModoLeitura = CFile::modeRead | CFile::shareDenyNone;
 // In a folder of many, a link must not have what is meant for these files written to some other one.
-constexpr UINT kModoGravacao = CFile::modeReadWrite | CFile::shareDenyWrite | CFile::noLink;
+constexpr UINT kModoGravacao = CFile::modeReadWrite | CFile::shareDenyWrite | files::noLink;
 constexpr UINT kModoCriacao = kModoGravacao | CFile::modeCreate;
 
 constexpr std::uint32_t kRegistroControle = 32;

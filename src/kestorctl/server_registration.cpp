@@ -70,8 +70,9 @@ std::string RegisteredExecutable(REFCLSID clsid) {
 
 fs::path FindServer() {
   const char* chosen = std::getenv("KESTOR_SERVER");
-  fs::path server =
-      chosen != nullptr && *chosen != '\0' ? fs::absolute(chosen) : fs::path(GetModulePath()).parent_path() / "kestor";
+  fs::path server = chosen != nullptr && *chosen != '\0'
+                        ? fs::absolute(chosen)
+                        : fs::path(platform::ExecutablePath()).parent_path() / "kestor";
   if (!fs::is_regular_file(server)) throw LocalFailure("there is no server at " + server.string());
   if (access(server.c_str(), X_OK) != 0) {
     throw LocalFailure("the server " + server.string() + " cannot be run: " + std::strerror(errno));

@@ -24,7 +24,7 @@ constexpr std::size_t kBytesColuna = 9;
 constexpr std::size_t kLarguraNaColuna = 4;
 constexpr char kOutrosLayouts = 1;
 
-constexpr UINT kAtualizacao = CFile::modeReadWrite | CFile::shareExclusive | CFile::wholeUpdate;
+constexpr UINT kAtualizacao = CFile::modeReadWrite | CFile::shareExclusive | files::wholeUpdate;
 
 struct Coluna {
   std::int32_t codigo;

@@ -49,7 +49,7 @@ HRESULT CRepositorioRel::BuscaRelatorio(LONG lQde, unsigned char* pDados) {
 
 HRESULT CRepositorioRel::GravaRelatorio(BSTR bNomeArq, LONG bSobreescrever, LONG lQde, unsigned char* pDados) {
   if (lQde < 0 || (lQde > 0 && pDados == nullptr)) return E_INVALIDARG;
-  const UINT modos = bSobreescrever == 0 ? UINT{CFile::mustBeNew} : 0;
+  const UINT modos = bSobreescrever == 0 ? files::mustBeNew : 0;
   const std::string_view conteudo(reinterpret_cast<const char*>(pDados), static_cast<std::size_t>(lQde));
   switch (GravaModelo(CaminhoRelGravado(Prefixo(), TextoDeBstr(bNomeArq)), modos, {}, conteudo)) {
     case Gravacao::feita:

@@ -100,10 +100,10 @@ int ExecutaServidor() {
     CModuloServidor modulo(kClasses);
     switch (ExaminaLinhaComando(linha)) {
       case Chamada::cancelamento:
-        resultado = DesregistraServidor(GetModulePath());
+        resultado = DesregistraServidor(platform::ExecutablePath());
         break;
       case Chamada::registro:
-        resultado = RegistraServidor(GetModulePath());
+        resultado = RegistraServidor(platform::ExecutablePath());
         break;
       case Chamada::servidor: {
         marshal::RegisterInterfaces();

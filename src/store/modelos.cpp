@@ -78,7 +78,7 @@ HRESULT CRepositorioRel2::Grava(BSTR bsRelatorio, USHORT nVersao, unsigned char 
   }
   // Content and letter case of the name change together or not at all: a client that is told of a failure finds the old
   // model under its old name.
-  const UINT modos = CFile::nameAsGiven | (deveSerNovo ? UINT{CFile::mustBeNew} : 0);
+  const UINT modos = files::nameAsGiven | (deveSerNovo ? files::mustBeNew : 0);
   const std::string_view versao(reinterpret_cast<const char*>(&nVersao), kBytesVersao);
   const std::string_view conteudo(reinterpret_cast<const char*>(lpRelatorio), static_cast<std::size_t>(nTamanho));
   switch (GravaModelo(caminho, modos, versao, conteudo)) {

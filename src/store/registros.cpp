@@ -40,7 +40,7 @@ void PercorreRegistros(const std::string& caminho,
   CFile arquivo;
   CFileException falha;
   constexpr UINT kModo =
-      CFile::modeReadWrite | CFile::modeCreate | CFile::modeNoTruncate | CFile::shareExclusive | CFile::noLink;
+      CFile::modeReadWrite | CFile::modeCreate | CFile::modeNoTruncate | CFile::shareExclusive | files::noLink;
   if (!arquivo.Open(caminho.c_str(), kModo, &falha)) throw falha;
   const ULONGLONG comprimento = arquivo.GetLength();
   if (comprimento > kMaxArquivoRegistros) throw CFileException::FromOsError(ERROR_BAD_FORMAT, caminho);

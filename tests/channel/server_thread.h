@@ -19,7 +19,7 @@ class ServerThread {
     auto id = ready.get_future();
     thread_ = std::thread([&ready, path, service] {
       channel::Server server;
-      AttachMessageSource(&server);
+      platform::AttachMessageSource(&server);
       if (!server.Listen(path, service)) throw std::runtime_error("cannot listen");
       ready.set_value(GetCurrentThreadId());
       MSG message{};
@@ -30,7 +30,7 @@ class ServerThread {
           DispatchMessageA(&message);
         }
       }
-      AttachMessageSource(nullptr);
+      platform::AttachMessageSource(nullptr);
     });
     id_ = id.get();
   }

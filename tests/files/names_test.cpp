@@ -66,7 +66,7 @@ TEST_F(NamesTest, RefusedAndMissingPathsHaveTheirNumbers) {
       EXPECT_EQ(OpenError(path.c_str(), kReadShared), error) << path;
   }
   EXPECT_EQ(OpenError("NEW.TXT", CFile::modeWrite | CFile::modeReadWrite), 87);
-  for (const UINT flag : {CFile::nameAsGiven, CFile::mustBeNew, CFile::wholeUpdate})
+  for (const UINT flag : {files::nameAsGiven, files::mustBeNew, files::wholeUpdate})
     EXPECT_EQ(OpenError("NEW.TXT", kUpdateExclusive | flag), 87);
   EXPECT_EQ(RemoveError(nullptr), 3);
   CFileException failure;
@@ -232,7 +232,7 @@ TEST_F(NamesTest, WhatIsNoFileIsNotOpenedAndLinksAreFollowed) {
     EXPECT_EQ(GetFileAttributesA(path), INVALID_FILE_ATTRIBUTES);
 
   CFile file;
-  ASSERT_EQ(OpenError(&file, "Link.dat", kCreateExclusive | CFile::nameAsGiven), 0);
+  ASSERT_EQ(OpenError(&file, "Link.dat", kCreateExclusive | files::nameAsGiven), 0);
   file.Write("new", 3);
   EXPECT_EQ(OpenError("DIR\\REAL.DAT", kReadShared), 32);
   file.Close();

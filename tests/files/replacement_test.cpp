@@ -29,9 +29,9 @@ using Steps = std::vector<std::string>;
 constexpr char kPath[] = "D:\\Model.RXL";
 constexpr char kOtherSpelling[] = "D:\\MODEL.RXL";
 constexpr char kNewPath[] = "D:\\New.DAT";
-constexpr UINT kCreateAsGiven = kCreateExclusive | CFile::nameAsGiven;
-constexpr UINT kCreateNew = kCreateExclusive | CFile::mustBeNew;
-constexpr UINT kUpdateWhole = CFile::modeReadWrite | CFile::shareExclusive | CFile::wholeUpdate;
+constexpr UINT kCreateAsGiven = kCreateExclusive | files::nameAsGiven;
+constexpr UINT kCreateNew = kCreateExclusive | files::mustBeNew;
+constexpr UINT kUpdateWhole = CFile::modeReadWrite | CFile::shareExclusive | files::wholeUpdate;
 
 std::map<std::string, int> refused;  // system calls that are not made, and the errno values that they give
 

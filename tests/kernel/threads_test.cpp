@@ -62,7 +62,7 @@ TEST(Threads, WaitForEventsAndAreWaitedFor) {
   CloseHandle(shared.event);
 }
 
-class BusySource final : public MessageSource {
+class BusySource final : public platform::MessageSource {
  public:
   bool Wait(int /*wakeDescriptor*/, MSG* message) override {
     *message = {nullptr, WM_USER, 5, 0};
@@ -75,7 +75,7 @@ class BusySource final : public MessageSource {
 
 TEST(MessageQueue, PostedMessagesComeBeforeTheSource) {
   BusySource source;
-  AttachMessageSource(&source);
+  platform::AttachMessageSource(&source);
   EXPECT_TRUE(PostThreadMessageA(GetCurrentThreadId(), WM_USER + 7, 1, 2));
   MSG message{};
   EXPECT_EQ(GetMessageA(&message, nullptr, 0, 0), TRUE);
@@ -85,7 +85,7 @@ TEST(MessageQueue, PostedMessagesComeBeforeTheSource) {
   EXPECT_EQ(GetMessageA(&message, nullptr, 0, 0), TRUE);
   DispatchMessageA(&message);
   EXPECT_EQ(source.dispatched, 5U);
-  AttachMessageSource(nullptr);
+  platform::AttachMessageSource(nullptr);
   EXPECT_EQ(PostThreadMessageA(0, WM_QUIT, 0, 0), FALSE) << "no thread has this identity";
 }
 

@@ -51,7 +51,7 @@ class Registration : public testing::Test {
   // An executable without a type library of its own, and, if wanted, the file beside it.
   std::string BareExecutable(const std::string& name, const std::string& libraryName) {
     ComPtr<ITypeLib> library;
-    EXPECT_EQ(LoadTypeLib(text::Utf8ToUtf16(GetModulePath()).c_str(), library.Out()), S_OK);
+    EXPECT_EQ(LoadTypeLib(text::Utf8ToUtf16(platform::ExecutablePath()).c_str(), library.Out()), S_OK);
     support::WriteFile(folder_ / name, "#!/bin/sh\n");
     if (!libraryName.empty()) support::WriteFile(folder_ / libraryName, library->Text());
     return folder_ / name;
@@ -62,7 +62,7 @@ class Registration : public testing::Test {
 };
 
 TEST_F(Registration, WritesExactlyItsKeysAndRemovesWhatNobodyShares) {
-  const std::string executable = GetModulePath();
+  const std::string executable = platform::ExecutablePath();
   EXPECT_EQ(DesregistraServidor(executable), S_OK);
   EXPECT_TRUE(ClassEntries().empty());
   ASSERT_EQ(RegistraServidor(executable), S_OK);
@@ -105,8 +105,8 @@ TEST_F(Registration, TheFirstFailureCountsAndNothingIsTakenBack) {
   EXPECT_EQ(ClassEntries(), ServerEntries(bare));
 
   support::WriteFile(home_.Home() / "registry.reg", "no registry\n");
-  EXPECT_EQ(RegistraServidor(GetModulePath()), HRESULT_FROM_WIN32(ERROR_BADDB));
-  EXPECT_EQ(DesregistraServidor(GetModulePath()), S_OK);
+  EXPECT_EQ(RegistraServidor(platform::ExecutablePath()), HRESULT_FROM_WIN32(ERROR_BADDB));
+  EXPECT_EQ(DesregistraServidor(platform::ExecutablePath()), S_OK);
   EXPECT_EQ(support::ReadFile(home_.Home() / "registry.reg"), "no registry\n");
 }
 

@@ -213,7 +213,7 @@ class Service {
 // The server's sockets and peers. Lives on the thread whose message loop it feeds; every call runs there. Peers are
 // held apart: one that sends half a frame or does not read its answer holds up nobody. What all of them together make
 // the server hold of half frames and unread answers is limited: beyond kHeldBytes the peer that has the most goes.
-class Server final : public MessageSource {
+class Server final : public platform::MessageSource {
  public:
   static constexpr std::size_t kHeldBytes = 512u << 20;
 

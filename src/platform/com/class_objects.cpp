@@ -174,7 +174,7 @@ HRESULT CoInitialize(void* /*reserved*/) {
   }
   try {
     auto server = std::make_unique<channel::Server>();
-    AttachMessageSource(server.get());
+    platform::AttachMessageSource(server.get());
     apartment = std::move(server);
     entries = 1;
     return S_OK;
@@ -187,7 +187,7 @@ HRESULT CoInitialize(void* /*reserved*/) {
 
 void CoUninitialize() {
   if (!apartment || --entries != 0) return;
-  AttachMessageSource(nullptr);
+  platform::AttachMessageSource(nullptr);
   apartment.reset();
 }
 

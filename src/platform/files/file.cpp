@@ -41,8 +41,8 @@ namespace {
 constexpr UINT kAccessFlags = CFile::modeWrite | CFile::modeReadWrite;
 constexpr UINT kShareFlags = CFile::shareExclusive | CFile::shareDenyWrite | CFile::shareDenyNone;
 constexpr UINT kKnownFlags = kAccessFlags | kShareFlags | CFile::modeCreate | CFile::modeNoTruncate |
-                             CFile::typeBinary | CFile::nameAsGiven | CFile::wholeUpdate | CFile::mustBeNew |
-                             CFile::noLink;
+                             CFile::typeBinary | files::nameAsGiven | files::wholeUpdate | files::mustBeNew |
+                             files::noLink;
 
 std::optional<OpenMode> ModeOf(UINT flags) {
   OpenMode mode;
@@ -66,11 +66,11 @@ std::optional<OpenMode> ModeOf(UINT flags) {
   mode.create = (flags & CFile::modeCreate) != 0;
   mode.truncate = mode.create && (flags & CFile::modeNoTruncate) == 0;
   mode.content = !mode.share.writes && !mode.create;
-  if ((flags & (CFile::nameAsGiven | CFile::mustBeNew)) != 0 && !mode.ReplacesWhole()) return std::nullopt;
+  if ((flags & (files::nameAsGiven | files::mustBeNew)) != 0 && !mode.ReplacesWhole()) return std::nullopt;
   const bool changesAlone = mode.share.reads && mode.share.writes && mode.share.denies == Denial::both;
-  mode.noLink = (flags & CFile::noLink) != 0;
-  if (mode.noLink && (mode.ReplacesWhole() || (flags & CFile::wholeUpdate) != 0)) return std::nullopt;
-  if ((flags & CFile::wholeUpdate) != 0 && (mode.create || !changesAlone)) return std::nullopt;
+  mode.noLink = (flags & files::noLink) != 0;
+  if (mode.noLink && (mode.ReplacesWhole() || (flags & files::wholeUpdate) != 0)) return std::nullopt;
+  if ((flags & files::wholeUpdate) != 0 && (mode.create || !changesAlone)) return std::nullopt;
   return mode;
 }
 
@@ -90,11 +90,11 @@ BOOL CFile::Open(const char* path, UINT flags, CFileException* error) {
   if (code == ERROR_SUCCESS) {
     open->reads = mode->share.reads;
     open->writes = mode->share.writes;
-    if (mode->ReplacesWhole() || (flags & wholeUpdate) != 0) {
+    if (mode->ReplacesWhole() || (flags & files::wholeUpdate) != 0) {
       open->replacement = std::make_unique<files::Replacement>();
-      code = open->replacement->Begin(translated, {.nameAsGiven = (flags & nameAsGiven) != 0,
-                                                   .mustBeNew = (flags & mustBeNew) != 0,
-                                                   .keepsContent = (flags & wholeUpdate) != 0});
+      code = open->replacement->Begin(translated, {.nameAsGiven = (flags & files::nameAsGiven) != 0,
+                                                   .mustBeNew = (flags & files::mustBeNew) != 0,
+                                                   .keepsContent = (flags & files::wholeUpdate) != 0});
       open->written = mode->create;
     } else if (mode->create) {
       code = files::OpenOrCreate(translated, *mode, &open->own, &open->createdIn);

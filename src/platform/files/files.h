@@ -52,6 +52,16 @@ class CFileException {
   std::string m_strFileName;
 };
 
+// Ways of opening that the desktop platform does not have, to go with its own flags.
+namespace files {
+
+inline constexpr UINT nameAsGiven = 0x10000;  // whole-file creation: an existing file takes the letter case of the path
+inline constexpr UINT wholeUpdate = 0x20000;  // an existing file, read and written, denying both: whole or not at all
+inline constexpr UINT mustBeNew = 0x40000;    // whole-file creation: a file that is there is not replaced
+inline constexpr UINT noLink = 0x80000;       // in place: a symbolic link is refused, wherever it leads
+
+}  // namespace files
+
 // One open file. Neither copied nor moved; used by one thread at a time. The operations are virtual so that a test can
 // put failures in front of them.
 //
@@ -71,11 +81,7 @@ class CFile {
     shareDenyNone = 0x0040,
     modeCreate = 0x1000,      // a missing file is created; an existing one is truncated
     modeNoTruncate = 0x2000,  // with modeCreate: an existing file keeps its content
-    typeBinary = 0x8000,
-    nameAsGiven = 0x10000,  // with whole-file creation: an existing file takes the letter case of the path
-    wholeUpdate = 0x20000,  // of an existing file, read and written, denying both: changed as a whole or not at all
-    mustBeNew = 0x40000,    // with whole-file creation: a file that is there is not replaced
-    noLink = 0x80000        // in place: a symbolic link under that name is refused, wherever it leads
+    typeBinary = 0x8000
   };
 
   enum SeekPosition : UINT { begin = 0, current = 1, end = 2 };

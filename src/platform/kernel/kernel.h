@@ -63,10 +63,6 @@ inline constexpr DWORD ERROR_TIMEOUT = 1460;
 // one that is empty or holds a blank stands in double quotes. The text lives as long as the process.
 const char* GetCommandLineA();
 
-// Full path of the running executable as the system's own (UTF-8) path, such as /usr/lib/kestor/kestor. Empty when the
-// system does not tell.
-std::string GetModulePath();
-
 // ---- Threads, events, time -----------------------------------------------------------------------------------------
 
 // A kernel object behind a HANDLE. Owned by the handle: CloseHandle ends it. Null is no handle.
@@ -122,8 +118,10 @@ inline constexpr UINT WM_QUIT = 0x0012;
 inline constexpr UINT WM_USER = 0x0400;
 
 // Posts a message to the queue of a thread; may be called from any thread. FALSE when no such thread has a queue: a
-// thread gets its queue with its first GetMessageA or AttachMessageSource.
+// thread gets its queue with its first GetMessageA or platform::AttachMessageSource.
 BOOL PostThreadMessageA(DWORD threadId, UINT message, WPARAM wParam, LPARAM lParam);
+
+namespace platform {
 
 // Something besides the thread's queue from which a thread's message loop takes messages (the channel delivers the
 // calls of other processes this way). Used only by the thread that attached it.
@@ -144,9 +142,21 @@ class MessageSource {
 // Makes `source` (null: none) the calling thread's message source. The source is not owned.
 void AttachMessageSource(MessageSource* source);
 
+}  // namespace platform
+
 // Takes the next message of the calling thread, waiting for one. Posted messages come before those of the source. 0 on
 // WM_QUIT, otherwise 1. `window` and the filter must be null and 0.
 BOOL GetMessageA(MSG* message, void* window, UINT filterMin, UINT filterMax);
 
 // Runs a message: one of the thread's source goes to that source, any other is dropped. Always 0.
 LONG DispatchMessageA(const MSG* message);
+
+// ---- What the desktop platform does not have -----------------------------------------------------------------------
+
+namespace platform {
+
+// Full path of the running executable as the host system's own (UTF-8) path, such as /usr/lib/kestor/kestor. Empty when
+// the system does not tell.
+std::string ExecutablePath();
+
+}  // namespace platform

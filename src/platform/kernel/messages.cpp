@@ -78,7 +78,7 @@ class ThreadQueue {
   }
 
   Queue& Messages() { return queue_; }
-  MessageSource* source = nullptr;
+  platform::MessageSource* source = nullptr;
 
  private:
   const DWORD id_;
@@ -95,7 +95,7 @@ BOOL PostThreadMessageA(DWORD threadId, UINT message, WPARAM wParam, LPARAM lPar
   return TRUE;
 }
 
-void AttachMessageSource(MessageSource* source) {
+void platform::AttachMessageSource(platform::MessageSource* source) {
   ThreadQueue::Own().source = source;
 }
 
@@ -113,7 +113,7 @@ BOOL GetMessageA(MSG* message, void* /*window*/, UINT /*filterMin*/, UINT /*filt
 }
 
 LONG DispatchMessageA(const MSG* message) {
-  MessageSource* source = ThreadQueue::Own().source;
+  platform::MessageSource* source = ThreadQueue::Own().source;
   if (source != nullptr && message->message >= WM_USER) source->Dispatch(*message);
   return 0;
 }

@@ -40,7 +40,7 @@ const char* GetCommandLineA() {
   return line.c_str();
 }
 
-std::string GetModulePath() {
+std::string platform::ExecutablePath() {
   std::string path(4096, '\0');
   const ssize_t length = readlink("/proc/self/exe", path.data(), path.size());
   path.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
