@@ -14,9 +14,9 @@ static_assert(kMaxConteudo <= channel::kMaxPayloadBytes - 4096, "a call carries 
 namespace {
 
 template <typename Visita>
-void Procura(const std::string& padrao, const Visita& visita) {
+void Procura(const std::string& mascara, const Visita& visita) {
   _finddata_t achado;
-  const std::intptr_t busca = _findfirst(padrao.c_str(), &achado);
+  const std::intptr_t busca = _findfirst(mascara.c_str(), &achado);
   if (busca == -1) return;
   const std::unique_ptr<const std::intptr_t, void (*)(const std::intptr_t*)> fim(
       &busca, [](const std::intptr_t* aberta) { _findclose(*aberta); });
@@ -69,15 +69,15 @@ Gravacao GravaModelo(const std::string& caminho, UINT modos, std::string_view ca
   }
 }
 
-std::vector<std::string> NomesDosModelos(const std::string& padrao, std::size_t codigos) {
+std::vector<std::string> NomesDosModelos(const std::string& mascara, std::size_t codigos) {
   std::vector<std::string> nomes;
-  Procura(padrao, [&](std::string_view arquivo) { nomes.emplace_back(NomeDoModelo(arquivo, codigos)); });
+  Procura(mascara, [&](std::string_view arquivo) { nomes.emplace_back(NomeDoModelo(arquivo, codigos)); });
   return nomes;
 }
 
-std::vector<std::string> ArquivosDoCaminho(const std::string& caminho) {
+std::vector<std::string> ArquivosDaMascara(const std::string& mascara) {
   std::vector<std::string> arquivos;
-  Procura(caminho, [&](std::string_view arquivo) { arquivos.emplace_back(arquivo); });
+  Procura(mascara, [&](std::string_view arquivo) { arquivos.emplace_back(arquivo); });
   return arquivos;
 }
 

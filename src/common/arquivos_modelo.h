@@ -59,11 +59,11 @@ enum class Gravacao {
 // mustBeNew.
 Gravacao GravaModelo(const std::string& caminho, UINT modos, std::string_view cabecalho, std::string_view conteudo);
 
-// Gives the names of the models whose files match `padrao`, in the order of the folder's search. `codigos`: characters
-// of the codes with which the files' names begin.
-std::vector<std::string> NomesDosModelos(const std::string& padrao, std::size_t codigos);
+// Returns the names of the models whose files match `mascara`, in the order of the folder's search. `codigos`:
+// characters of the codes with which the files' names begin.
+std::vector<std::string> NomesDosModelos(const std::string& mascara, std::size_t codigos);
 
-// Gives the names of the files that `caminho` can lead to: more than one when names differ in letter case alone.
-std::vector<std::string> ArquivosDoCaminho(const std::string& caminho);
+// Returns the names of the files that match `mascara`, in the same order; none when the folder cannot be read.
+std::vector<std::string> ArquivosDaMascara(const std::string& mascara);
 
 }  // namespace kestor

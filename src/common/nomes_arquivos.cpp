@@ -26,7 +26,7 @@ std::string Cortado(std::string_view nome, std::string_view extensao) {
   return std::string(AntesDoPonto(nome)).append(extensao);
 }
 
-std::string Padrao(const std::string& prefixo, std::string_view extensao) {
+std::string Mascara(const std::string& prefixo, std::string_view extensao) {
   return (prefixo + '*').append(extensao);
 }
 
@@ -72,8 +72,8 @@ std::string NomeDaExportacao(std::string_view nome) {
   return Cortado(nome, kExtensaoExportacao);
 }
 
-std::string PadraoRel(const std::string& prefixo) {
-  return Padrao(prefixo, kExtensaoRel);
+std::string MascaraRel(const std::string& prefixo) {
+  return Mascara(prefixo, kExtensaoRel);
 }
 
 // ---- Models of the second generation -------------------------------------------------------------------------------
@@ -88,8 +88,8 @@ std::string CaminhoRelatorioGravado(const std::string& prefixo, std::string_view
   return prefixo + ComExtensao(nome, kExtensaoRelatorio);
 }
 
-std::string PadraoRelatorio(const std::string& prefixo) {
-  return Padrao(prefixo, kExtensaoRelatorio);
+std::string MascaraRelatorio(const std::string& prefixo) {
+  return Mascara(prefixo, kExtensaoRelatorio);
 }
 
 std::string ChaveRelatorio(std::string_view nome) {

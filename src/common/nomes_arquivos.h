@@ -17,14 +17,14 @@ namespace kestor {
 // Bytes of a model's content: as much as a call carries beside a name and a few numbers. A longer file is not read.
 inline constexpr std::size_t kMaxConteudo = (std::size_t{128} << 20) - 4096;
 
-// Bytes of a record file, of the control file as well: a million names in that one. A longer file is none of this
-// system's, and every station would wait while one searches it.
+// Bytes of a record file or of the control file, which then has a million names. A longer file is none of this
+// system's, and every station would wait while one of them searches it.
 inline constexpr std::uint32_t kMaxArquivoRegistros = 32U << 20;
 
 // Characters of the path of a shared data file, as many as the desktop platform takes.
 inline constexpr std::size_t kMaxCaminho = 259;
 
-// Characters of module and component code together, for those codes to be found in a record file.
+// Characters that module and component code may have together: a record file has room for no more.
 inline constexpr std::size_t kMaxChave = 7;
 
 // ---- Codes ---------------------------------------------------------------------------------------------------------
@@ -41,40 +41,40 @@ inline constexpr std::string_view kExtensaoRel = ".REL";
 inline constexpr std::string_view kExtensaoExportacao = ".REE";
 inline constexpr std::string_view kExtensaoFiltro = ".REF";
 
-// Gives the file that is read: a name with a dot brings its extension along.
+// Returns the file that is read: a name with a dot brings its extension along.
 std::string CaminhoRelLido(const std::string& prefixo, std::string_view nome);
 
-// Gives the file that is written: a name counts up to its first dot. So it does for the two files beside the model.
+// Returns the file that is written: a name counts up to its first dot. So it does for the two files beside the model.
 std::string CaminhoRelGravado(const std::string& prefixo, std::string_view nome);
 std::string CaminhoExportacao(const std::string& prefixo, std::string_view nome);
 std::string CaminhoFiltro(const std::string& prefixo, std::string_view nome);
 
-// Gives the file whose columns are updated: a name that holds the extension, in any letter case, is the file's.
+// Returns the file whose columns are updated. A name in which the extension stands, in any letter case, gets no other.
 std::string CaminhoRelAtualizado(const std::string& prefixo, std::string_view nome);
 
-// Gives the files that are deleted, in that order: the model and its export settings, or the one file that a name with
-// a dot is.
+// Returns the files that are deleted, in that order: the model and its export settings, or the one file that a name
+// with a dot is.
 std::vector<std::string> CaminhosRelExcluidos(const std::string& prefixo, std::string_view nome);
 
-// Gives the name under which a store of the first generation reads, and deletes, the export settings of a model as if
+// Returns the name under which a store of the first generation reads, and deletes, the export settings of a model as if
 // they were one. `nome`: a listed name, which has no dot.
 std::string NomeDaExportacao(std::string_view nome);
 
-// Gives the pattern of the models in a search of the folder.
-std::string PadraoRel(const std::string& prefixo);
+// Returns the mask with which a search of the folder finds the models.
+std::string MascaraRel(const std::string& prefixo);
 
 // ---- Models of the second generation -------------------------------------------------------------------------------
 
 inline constexpr std::string_view kExtensaoRelatorio = ".RXL";
 
-// Gives the file that is read: what ends in the extension, in any letter case, is the file's path.
+// Returns the file that is read: what ends in the extension, in any letter case, is the file's path.
 std::string CaminhoRelatorioLido(const std::string& prefixo, std::string_view nome);
 
-// Gives the file that is written, deleted and made the default: a name with a dot brings its extension along.
+// Returns the file that is written, deleted and made the default: a name with a dot brings its extension along.
 std::string CaminhoRelatorioGravado(const std::string& prefixo, std::string_view nome);
 
-// Gives the pattern of the models in a search of the folder.
-std::string PadraoRelatorio(const std::string& prefixo);
+// Returns the mask with which a search of the folder finds the models.
+std::string MascaraRelatorio(const std::string& prefixo);
 
 // Tells which file a name is written to, in a form that is the same for all names of that file: letter case, an
 // extension that is given or not, and blanks and dots at the end make no difference to the platform.
@@ -82,7 +82,7 @@ std::string ChaveRelatorio(std::string_view nome);
 
 // ---- What names say ------------------------------------------------------------------------------------------------
 
-// Gives the model's name in the name of a file that a search has found: what follows the `codigos` characters of the
+// Returns the model's name in the name of a file that a search has found: what follows the `codigos` characters of the
 // codes, up to the first dot.
 std::string_view NomeDoModelo(std::string_view arquivo, std::size_t codigos);
 

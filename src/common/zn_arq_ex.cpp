@@ -108,6 +108,12 @@ bool RegistraTexto(std::string_view arquivo) {
                             kEsperaRegistry) == 0;
 }
 
+// Records only the beginning of the name: the registry is no place for what a client makes up.
+std::uint32_t RecusaCaminho(std::string_view caminho) {
+  RegistraTexto(NomeDoArquivo(caminho).substr(0, kMaxCaminho));
+  return CZNArqEx::caminhoInvalido;
+}
+
 }  // namespace
 
 // The causes for which an operation that is tried again gives up at once, and those that have a number of their own
@@ -147,7 +153,7 @@ CZNArqEx::~CZNArqEx() {
 std::uint32_t CZNArqEx::Abre(std::string nomeArquivo, char modo, std::uint32_t tamanhoRegistro, bool criaSeNaoExiste,
                              bool reabre) {
   if (tamanhoRegistro == 0 || tamanhoRegistro > kMaxCache) return argumentoInvalido;
-  if (nomeArquivo.size() > kMaxCaminho) return RecusaCaminho(nomeArquivo);
+  if (nomeArquivo.size() > kMaxCaminho && ModoArquivo(modo)) return RecusaCaminho(nomeArquivo);
   const bool semCache = cache_ == nullptr || nomeArquivo != nome_;
   Nomeia(std::move(nomeArquivo), modo, tamanhoRegistro, criaSeNaoExiste);
   return reabre || semCache ? AbreNomeado() : std::uint32_t{semErro};
@@ -379,7 +385,8 @@ std::uint32_t CZNArqEx::FechaDepois(std::uint32_t numero) {
   return numero != semErro ? numero : fecho;
 }
 
-// In the open control file, of which it counts the records. naoEncontrado when the name is there already.
+// Counts the records of the open control file. naoEncontrado when the name is there already, arquivoInvalido when there
+// is no room for it.
 std::uint32_t CZNArqEx::ProcuraNoControle(const std::string& nome, std::uint32_t& registros) {
   InvalidaCache();
   std::uint32_t comprimento = 0;
@@ -390,7 +397,9 @@ std::uint32_t CZNArqEx::ProcuraNoControle(const std::string& nome, std::uint32_t
   for (registros = 0; (numero = LeRegistro(registros, registro)) == semErro; ++registros) {
     if (nome == std::string_view(registro, strnlen(registro, sizeof registro))) return naoEncontrado;
   }
-  return numero == alemDoFim ? std::uint32_t{semErro} : numero;
+  if (numero != alemDoFim) return numero;
+  // With one more entry the control file would be refused from then on.
+  return registros < kMaxArquivoRegistros / kRegistroControle ? semErro : arquivoInvalido;
 }
 
 std::uint32_t CZNArqEx::InscreveNoControle(const std::string& nome) {
@@ -447,12 +456,6 @@ std::uint32_t CZNArqEx::CriaComZeros(const std::string& nomeArquivo, std::uint32
 std::uint32_t CZNArqEx::RegistraErro() {
   const bool registrado = RegistraTexto(NomeDoArquivo(nome_));
   return registrado ? semErro : falhaRegistry;
-}
-
-// A path that no file of the desktop platform can have is recorded as far as the object could hold it.
-std::uint32_t CZNArqEx::RecusaCaminho(std::string_view caminho) {
-  RegistraTexto(NomeDoArquivo(caminho).substr(0, kMaxCaminho));
-  return caminhoInvalido;
 }
 
 std::uint32_t CZNArqEx::LimpaErro() {

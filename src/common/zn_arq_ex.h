@@ -92,7 +92,8 @@ class CZNArqEx : public CFile {
 
   // Makes the file (its name in upper case) with a first record of zeros, enters the name in the control file and opens
   // the file in `modo`. naoEncontrado when the control file has the name already, arquivoInvalido when that file is
-  // longer than kMaxArquivoRegistros.
+  // longer than kMaxArquivoRegistros or would be with one more entry, caminhoInvalido for a path of more than
+  // kMaxCaminho characters.
   std::uint32_t CriaArquivo(const std::string& nomeArquivo, char modo, std::uint32_t tamanhoRegistro);
 
   // Writes this object's file name, without folder, to the registry as that of the file that failed last; takes it out
@@ -120,7 +121,6 @@ class CZNArqEx : public CFile {
   static const Causas kCausasGravacao;
 
   void Nomeia(std::string nomeArquivo, char modo, std::uint32_t tamanhoRegistro, bool criaSeNaoExiste);
-  static std::uint32_t RecusaCaminho(std::string_view caminho);
   std::uint32_t AbreNomeado();
   std::uint32_t AbreComTentativas(UINT modoArquivo, const Causas& causas);
   std::uint32_t CriaFaltante(UINT modoArquivo);

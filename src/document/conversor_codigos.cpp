@@ -1,8 +1,8 @@
 #include "document/conversor_codigos.h"
 
 #include <cstring>
-#include <exception>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "common/nomes_arquivos.h"

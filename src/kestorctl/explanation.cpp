@@ -68,7 +68,7 @@ struct Codes {
 };
 
 Codes CodesOf(Generation generation, const std::string& module, const std::string& component) {
-  const Codes whole = {text::FromUtf8(module), text::FromUtf8(component)};
+  Codes whole = {text::FromUtf8(module), text::FromUtf8(component)};
   if (generation == Generation::second) return whole;
   return {kestor::ModuloRel(whole.module), kestor::ComponenteRel(whole.component)};
 }

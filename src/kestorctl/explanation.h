@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "common/caminhos_instalacao.h"
 #include "platform/com/com.h"
@@ -30,7 +29,7 @@ std::string ExplainReportsFolder();
 // The same of the files in it that all stations write, whatever is asked of them.
 std::string ExplainSharedFiles();
 
-// The generations of stores have rules of their own for the names of their files.
+// Each generation of stores has its own rules for file names.
 enum class Generation { first, second };
 
 // What the paths of all files of a module and component begin with in the reports folder: a path of the desktop

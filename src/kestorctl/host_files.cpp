@@ -45,6 +45,8 @@ void Replace(const fs::path& file, const std::string& shown, std::string_view by
   const std::string hiddenName = "." + name.substr(0, kLongestStart) + "." + std::to_string(host::Random());
   Descriptor folder;
   int error = host::OpenFolder(AT_FDCWD, file.parent_path(), &folder);
+  // Names can be changed in a folder that may not be read.
+  if (error == EACCES) error = host::Open(AT_FDCWD, file.parent_path(), O_PATH | O_DIRECTORY, &folder);
   if (error == 0) error = host::ReplaceFile(folder, name, hiddenName, bytes, old);
   if (error != 0) Throw("cannot write", shown, error);
 }

@@ -9,7 +9,7 @@
 
 namespace kestorctl {
 
-// The file of a first-generation model or beside it, by one of the rules for names (common/nomes_arquivos.h).
+// Returns the file of a first-generation model, or one beside it, by a rule of common/nomes_arquivos.h.
 using LegacyPath = std::string (*)(const std::string& prefix, std::string_view name);
 ModelFile LegacyFile(const ModelOptions& options, LegacyPath path);
 

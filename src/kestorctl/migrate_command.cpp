@@ -1,6 +1,9 @@
 // The command migrate: first-generation models become report documents.
 #include <algorithm>
 #include <set>
+#include <string>
+#include <unordered_map>
+#include <vector>
 
 #include "commands.h"
 #include "common/arquivos_modelo.h"
@@ -42,6 +45,7 @@ class Files {
       : models_(ReportsPrefix(Generation::first, options.module, options.component)),
         documents_(ReportsPrefix(Generation::second, options.module, options.component)) {}
 
+  std::string Models() const { return kestor::MascaraRel(models_); }  // for a search
   std::string Model(const std::string& name) const { return kestor::CaminhoRelGravado(models_, text::FromUtf8(name)); }
   std::string Settings(const std::string& name) const {
     return kestor::CaminhoExportacao(models_, text::FromUtf8(name));
@@ -55,20 +59,32 @@ class Files {
   const std::string documents_;
 };
 
-// Names the files that differ from a model's file in letter case alone, with that one; empty when it is the only one.
-std::string TwinsOf(const std::string& path) {
-  const std::vector<std::string> twins = kestor::ArquivosDoCaminho(path);
-  if (twins.size() < 2) return {};
-  std::string names;
-  for (const std::string& twin : twins)
-    names += (names.empty() ? "" : " and ") + text::ToUtf8(twin);
-  return names;
-}
+// Files of first-generation models that differ in letter case alone.
+class Twins {
+ public:
+  explicit Twins(const std::string& mask) {
+    for (const std::string& file : kestor::ArquivosDaMascara(mask))
+      files_[text::Upper(file)].push_back(text::ToUtf8(file));
+  }
+
+  // Names the files that a path of a model may mean; empty when there is one.
+  std::string Of(const std::string& path) const {
+    const auto found = files_.find(text::Upper(kestor::NomeDoArquivo(path)));
+    if (found == files_.end() || found->second.size() < 2) return {};
+    std::string names;
+    for (const std::string& file : found->second)
+      names += (names.empty() ? "" : " and ") + file;
+    return names;
+  }
+
+ private:
+  std::unordered_map<std::string, std::vector<std::string>> files_;  // by their names in upper case
+};
 
 // Why a model is still there after a migration.
 std::string ReasonToStay(const LegacyStore& store, const StoreOptions& options, const Files& files,
-                         const std::string& name) {
-  const std::string twins = TwinsOf(files.Model(name));
+                         const Twins& allTwins, const std::string& name) {
+  const std::string twins = allTwins.Of(files.Model(name));
   if (!twins.empty()) return "the files " + twins + " differ in letter case alone: rename or remove one of them";
   kestor::CConteudoRel content;
   content.DefineRepositorio(*store.operator->());
@@ -130,11 +146,12 @@ void Migrate(const StoreOptions& options, Answer& answer) {
 
   const LegacyStore store(options.module, options.component);
   if (!IsOpen(store, answer)) return;
+  const Twins twins(files.Models());
   for (const char* list : {"converted", "dropped", "stayed"})
     answer.data[list] = nlohmann::ordered_json::array();
   for (const std::string& name : names) {
     if (Exists(files.Model(name))) {
-      const std::string reason = ReasonToStay(store, options, files, name);
+      const std::string reason = ReasonToStay(store, options, files, twins, name);
       answer.data["stayed"].push_back({{"name", name}, {"reason", reason}});
       answer.output.append("stays: ").append(name).append(": ").append(reason) += '\n';
     } else {

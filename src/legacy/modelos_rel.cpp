@@ -74,7 +74,7 @@ HRESULT CRepositorioRel::GravaRelatorioSemCallBack(BSTR bNomeArq, LONG bSobreesc
 HRESULT CRepositorioRel::BuscaNomeRelatoriosExistentes(BSTR* bNomes) {
   if (bNomes == nullptr) return E_POINTER;
   if (!caminhoRelatorios_) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
-  const std::vector<std::string> nomes = NomesDosModelos(PadraoRel(Prefixo()), modulo_.size() + componente_.size());
+  const std::vector<std::string> nomes = NomesDosModelos(MascaraRel(Prefixo()), modulo_.size() + componente_.size());
   if (nomes.empty()) return NoticeForm(KESTOR_NENHUM_ARQUIVO_ENCONTRADO);
   std::string texto = nomes.front();
   for (std::size_t i = 1; i < nomes.size(); ++i)

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "common/arquivos_modelo.h"
 #include "common/caminhos_instalacao.h"
 #include "common/nomes_arquivos.h"
 #include "common/texto_bstr.h"

@@ -4,7 +4,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "common/arquivos_modelo.h"
 #include "common/objeto_contado.h"

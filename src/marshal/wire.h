@@ -39,7 +39,8 @@ OwnedBstr TakeText(channel::Decoder& in);  // null for a null text, and when the
 
 // ---- Presence: 0 or 1 ----------------------------------------------------------------------------------------------
 
-// Whether something follows. Another byte fails the decoder: a later version may give it a meaning.
+// Returns whether something follows. A byte other than 0 and 1 fails the decoder, so that a later version can give it a
+// meaning.
 bool TakePresence(channel::Decoder& in);
 
 // ---- Arrays: whether there is one; its items -----------------------------------------------------------------------

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <new>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "common/arquivos_modelo.h"
 #include "common/caminhos_instalacao.h"
@@ -57,8 +59,7 @@ bool GeraDocumento(const CConteudoRel& conteudo, const std::string& nome, CMemSt
                               atributos.OutVoid()))) {
     return false;
   }
-  EscreveDocumento(conteudo, nome, *escritor, *atributos);
-  return SUCCEEDED(escritor->FinalizaDocumento());
+  return EscreveDocumento(conteudo, nome, *escritor, *atributos) && SUCCEEDED(escritor->FinalizaDocumento());
 }
 
 }  // namespace
@@ -86,14 +87,30 @@ HRESULT CConversorRel::Executa() {
   const files::GroupedRemovals remocoes;
   const std::string texto = TextoDeBstr(lista.get());
   const std::vector<std::string_view> nomes = Nomes(texto);
-  std::unordered_set<std::string> vistos;
-  for (const std::string_view nome : nomes) {
-    std::string igual = text::Upper(nome);
-    if (!vistos.insert(igual).second) repetidos_.insert(std::move(igual));
-  }
+  AnotaGemeos(nomes);
   for (const std::string_view nome : nomes)
     ConverteModelo(nome);
   return S_OK;
+}
+
+// Files that differ in letter case alone come from elsewhere, and the platform reaches only one of them: converted or
+// deleted under their common name, the other one would be lost. A name that is listed twice need not be such a case:
+// two files that differ after a dot have it as well. Where the files cannot be listed, it counts as one.
+void CConversorRel::AnotaGemeos(const std::vector<std::string_view>& nomes) {
+  std::unordered_set<std::string> vistos;
+  for (const std::string_view nome : nomes) {
+    std::string maiusculas = text::Upper(nome);
+    if (!vistos.insert(maiusculas).second) gemeos_.insert(std::move(maiusculas));
+  }
+  if (gemeos_.empty()) return;
+  std::unordered_map<std::string, std::size_t> arquivos;
+  for (const std::string& arquivo : ArquivosDaMascara(MascaraRel(prefixo_)))
+    ++arquivos[text::Upper(arquivo)];
+  const std::string codigos = ModuloRel(Modulo()) + ComponenteRel(Componente());
+  std::erase_if(gemeos_, [&](const std::string& nome) {
+    const auto achado = arquivos.find(text::Upper(CaminhoRelGravado(codigos, nome)));
+    return achado != arquivos.end() && achado->second == 1;
+  });
 }
 
 HRESULT CConversorRel::CriaRepositorioRel() {
@@ -110,8 +127,8 @@ void CConversorRel::ConverteModelo(std::string_view listado) {
   if (!rel_ || listado.size() > kMaximoNome) return;
   try {
     const std::string nome(listado);
-    if (TemGemeo(nome)) return;
-    if (existentes_.count(text::Upper(nome)) != 0 && HaDocumento(nome)) {
+    if (gemeos_.contains(text::Upper(nome))) return;
+    if (existentes_.contains(text::Upper(nome)) && HaDocumento(nome)) {
       ExcluiRel(nome);
     } else {
       Converte(nome);
@@ -130,13 +147,6 @@ void CConversorRel::Converte(const std::string& nome) const {
   if (conteudo.CarregaCatalogo() != S_OK) return;
   CMemStream documento;
   if (GeraDocumento(conteudo, nome, documento) && Armazena(nome, documento)) ExcluiRel(nome);
-}
-
-// Files that differ in letter case alone come from elsewhere, and the platform reaches only one of them: converted or
-// deleted under their common name, the other one would be lost. A name that is listed twice need not be such a case:
-// two files that differ after a dot have it as well.
-bool CConversorRel::TemGemeo(const std::string& nome) const {
-  return repetidos_.contains(text::Upper(nome)) && ArquivosDoCaminho(CaminhoRelGravado(prefixo_, nome)).size() > 1;
 }
 
 // A listed name alone is no document yet: it is also that of a folder, of an empty file, or of one with a second dot.

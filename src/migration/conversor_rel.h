@@ -2,7 +2,9 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <unordered_set>
+#include <vector>
 
 #include "common/objeto_contado.h"
 #include "document/conversor_modelos.h"
@@ -37,8 +39,8 @@ class CConversorRel final : public CConversorModelos {
 
  private:
   HRESULT CriaRepositorioRel();
+  void AnotaGemeos(const std::vector<std::string_view>& nomes);
   void Converte(const std::string& nome) const;
-  bool TemGemeo(const std::string& nome) const;
   bool HaDocumento(const std::string& nome) const;
   bool ExportacaoInteira(const std::string& nome, const CConteudoRel& conteudo) const;
   bool HaExportacao(const std::string& nome) const;
@@ -50,7 +52,7 @@ class CConversorRel final : public CConversorModelos {
   ComPtr<IZNPL_Rel> rel_;
   std::string prefixo_;                         // of the paths of the first generation's files
   std::unordered_set<std::string> existentes_;  // upper case
-  std::unordered_set<std::string> repetidos_;   // names that are listed more than once, upper case
+  std::unordered_set<std::string> gemeos_;      // names of files that differ in letter case alone, upper case
 };
 
 }  // namespace kestor

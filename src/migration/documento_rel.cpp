@@ -130,7 +130,7 @@ class Documento {
   void EscreveCampos() {
     using Campo = CampoEscolhido;
     escrita_.Inicia<v::kCamposEscolhidos>();
-    for (std::size_t i = 0; i < valores_.colunas.quantidade && !escrita_.Desistiu(); ++i) {
+    for (std::size_t i = 0; i < valores_.colunas.quantidade; ++i) {
       tagREG_CAMPOS_RELATORIO campo{};
       if (!conteudo_.BuscaCampoColuna(i, campo)) continue;
       const ColunaRel coluna = valores_.Coluna(i);
@@ -148,12 +148,11 @@ class Documento {
     using Campo = CampoOrdenacao;
     using Total = CampoTotalizacao;
     escrita_.Inicia<v::kOrdenacao>(ComNumero<&CSecaoOrdenacao::somenteTotais>(valores_.somenteTotais));
-    for (std::size_t i = 0; i < valores_.ordenacoes.quantidade && !escrita_.Desistiu(); ++i) {
+    for (std::size_t i = 0; i < valores_.ordenacoes.quantidade; ++i) {
       const OrdenacaoRel ordenacao = valores_.Ordenacao(i);
       escrita_.Folha<v::kCampoOrdenacao>(Com<&Campo::codigo>(ordenacao.codigo),
                                          Com<&Campo::separador>(SeparadorDe(ordenacao.separador)));
     }
-    if (escrita_.Desistiu()) return;
     const ListaTotais lista(valores_);
     for (const TotalRel& total : lista.Totais()) {
       escrita_.Folha<v::kCampoTotalizacao>(Com<&Total::codigo>(total.codigo), Com<&Total::naQuebra>(total.naQuebra),
@@ -165,7 +164,7 @@ class Documento {
   void EscreveFiltro() {
     using Condicao = CondicaoFiltro;
     escrita_.Inicia<v::kFiltro>();
-    for (std::size_t i = 0; i < valores_.filtros.quantidade && !escrita_.Desistiu(); ++i) {
+    for (std::size_t i = 0; i < valores_.filtros.quantidade; ++i) {
       const FiltroRel filtro = valores_.Filtro(i);
       escrita_.Folha<v::kCondicaoFiltro>(Com<&Condicao::codigo>(filtro.codigo),
                                          Com<&Condicao::valorComparar>(filtro.valor),
@@ -202,9 +201,14 @@ class Documento {
 
 }  // namespace
 
-void EscreveDocumento(const CConteudoRel& conteudo, const std::string& nome, IEscritorMarcacao& escritor,
+bool EscreveDocumento(const CConteudoRel& conteudo, const std::string& nome, IEscritorMarcacao& escritor,
                       IAtributosMarcacao& atributos) {
-  Documento(conteudo, escritor, atributos).Escreve(nome);
+  try {
+    Documento(conteudo, escritor, atributos).Escreve(nome);
+    return true;
+  } catch (const EscritorDesistiu&) {
+    return false;
+  }
 }
 
 }  // namespace kestor

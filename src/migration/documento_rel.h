@@ -8,10 +8,10 @@
 
 namespace kestor {
 
-// Writes the root element with everything below it; `atributos` serves all elements. Stops where the writer refuses an
-// element, which then refuses the whole document. Columns of which nothing is known are left out. Throws ZN::CException
-// and std::bad_alloc when memory runs out.
-void EscreveDocumento(const CConteudoRel& conteudo, const std::string& nome, IEscritorMarcacao& escritor,
+// Writes the root element with everything below it; `atributos` serves all elements. Stops, and returns false, where
+// the writer refuses an element: the document is of no use then. Columns of which nothing is known are left out. Throws
+// ZN::CException and std::bad_alloc when memory runs out.
+bool EscreveDocumento(const CConteudoRel& conteudo, const std::string& nome, IEscritorMarcacao& escritor,
                       IAtributosMarcacao& atributos);
 
 }  // namespace kestor

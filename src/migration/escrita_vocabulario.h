@@ -46,31 +46,30 @@ AtribuicaoNumero<kCampo> ComNumero(std::int32_t valor) {
 // Stands for the attributes that always have the same text.
 struct Constantes {};
 
+// Thrown once the writer has refused an element: the document comes to nothing then, and the rest is not worth
+// building.
+struct EscritorDesistiu {};
+
 class EscritaVocabulario {
  public:
   EscritaVocabulario(IEscritorMarcacao& escritor, IAtributosMarcacao& atributos)
       : escritor_(escritor), atributos_(atributos) {}
 
-  // Starts an element. Does not compile for a field of which the element has no attribute.
+  // Starts an element. Throws EscritorDesistiu. Does not compile for a field of which the element has no attribute.
   template <const auto& kElemento, typename... Valores>
   void Inicia(const Valores&... valores) {
-    if (desistiu_) return;
-    if constexpr (sizeof...(valores) == 0) {
-      desistiu_ = FAILED(escritor_.IniciaElemento(kElemento.nome, nullptr));
-    } else {
-      atributos_.Limpa();
+    IAtributosMarcacao* lista = nullptr;
+    if constexpr (sizeof...(valores) > 0) {
+      lista = &atributos_;
+      lista->Limpa();
       (Adiciona<kElemento>(valores), ...);
-      desistiu_ = FAILED(escritor_.IniciaElemento(kElemento.nome, &atributos_));
     }
+    if (FAILED(escritor_.IniciaElemento(kElemento.nome, lista))) throw EscritorDesistiu();
   }
-
-  // True once the writer has refused an element. The document comes to nothing then, and the rest is not worth
-  // building.
-  bool Desistiu() const { return desistiu_; }
 
   template <const auto& kElemento>
   void Finaliza() {
-    if (!desistiu_) escritor_.FinalizaElemento(kElemento.nome);
+    escritor_.FinalizaElemento(kElemento.nome);
   }
 
   // An element without others in it.
@@ -133,7 +132,6 @@ class EscritaVocabulario {
 
   IEscritorMarcacao& escritor_;
   IAtributosMarcacao& atributos_;
-  bool desistiu_ = false;
   Rascunho rascunho_;
 };
 

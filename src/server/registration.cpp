@@ -95,7 +95,7 @@ std::string LibraryFileBeside(const std::string& executable) {
 }
 
 // Loads the server's type library and tells where it was found.
-HRESULT LoadLibraryOf(const std::string& executable, ITypeLib** library, std::string* path) {
+HRESULT LoadServerTypeLibrary(const std::string& executable, ITypeLib** library, std::string* path) {
   *path = executable;
   const HRESULT result = LoadTypeLib(text::Utf8ToUtf16(*path).c_str(), library);
   if (SUCCEEDED(result)) return result;
@@ -106,7 +106,7 @@ HRESULT LoadLibraryOf(const std::string& executable, ITypeLib** library, std::st
 HRESULT RegisterLibrary(const std::string& executable) {
   ComPtr<ITypeLib> library;
   std::string path;
-  const HRESULT result = LoadLibraryOf(executable, library.Out(), &path);
+  const HRESULT result = LoadServerTypeLibrary(executable, library.Out(), &path);
   if (FAILED(result)) return result;
   return RegisterTypeLib(library.Get(), text::Utf8ToUtf16(path).c_str(),
                          text::Utf8ToUtf16(FolderOf(executable)).c_str());
@@ -115,7 +115,7 @@ HRESULT RegisterLibrary(const std::string& executable) {
 HRESULT UnregisterLibrary(const std::string& executable) {
   ComPtr<ITypeLib> library;
   std::string path;
-  HRESULT result = LoadLibraryOf(executable, library.Out(), &path);
+  HRESULT result = LoadServerTypeLibrary(executable, library.Out(), &path);
   if (FAILED(result)) return result;
   TLIBATTR* attributes = nullptr;
   result = library->GetLibAttr(&attributes);

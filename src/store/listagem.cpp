@@ -64,7 +64,7 @@ HRESULT CRepositorioRel2::GetNomeRelatorios(REG_ARRAY_RELATORIO2** ppregRelatori
 }
 
 HRESULT CRepositorioRel2::ListaModelos(REG_ARRAY_RELATORIO2** ppregRelatorios) {
-  Nomes nomes = NomesDosModelos(PadraoRelatorio(Prefixo()), chaveModulo_.size());
+  Nomes nomes = NomesDosModelos(MascaraRelatorio(Prefixo()), chaveModulo_.size());
   if (nomes.empty()) return S_OK;
   RetiraExcluidos(nomes);
 
@@ -119,10 +119,10 @@ void CRepositorioRel2::EsquecePadrao(BSTR nome) {
 
 HRESULT CRepositorioRel2::RegistraModeloDemoExcluido(const std::string& nome) {
   const RegistroNome registro(chaveModulo_, nome);
-  std::uint32_t noFim = 0;
+  constexpr std::uint32_t kNoFim = 0;
   CZNArqEx arquivo;
   std::uint32_t numero = AbreParaGravar(arquivo, arquivoExcluidos_);
-  if (numero == CZNArqEx::semErro) numero = arquivo.GravaRegistro(&registro, noFim, sizeof registro);
+  if (numero == CZNArqEx::semErro) numero = GravaNome(arquivo, registro, kNoFim);
   if (numero == CZNArqEx::semErro) numero = arquivo.Fecha();
   return numero == CZNArqEx::semErro ? S_OK : ServiceError(numero);
 }

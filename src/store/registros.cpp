@@ -39,6 +39,7 @@ void PercorreRegistros(const std::string& caminho,
                        const std::function<bool(std::uint32_t, const RegistroNome&)>& visita) {
   CFile arquivo;
   CFileException falha;
+  if (caminho.size() > kMaxCaminho) throw CFileException::FromOsError(ERROR_FILENAME_EXCED_RANGE, caminho);
   constexpr UINT kModo =
       CFile::modeReadWrite | CFile::modeCreate | CFile::modeNoTruncate | CFile::shareExclusive | files::noLink;
   if (!arquivo.Open(caminho.c_str(), kModo, &falha)) throw falha;
@@ -64,21 +65,31 @@ void PercorreRegistros(const std::string& caminho,
 }
 
 std::uint32_t AbreParaGravar(CZNArqEx& arquivo, const std::string& caminho) {
-  // Opens it now, also for an object that has tried in vain before and would leave it to its next operation.
-  std::uint32_t numero = arquivo.Abre(caminho, 'G', kTamanho, true, true);
+  std::uint32_t numero = arquivo.Abre(caminho, 'G', kTamanho, true, false);
   if (numero != CZNArqEx::semErro) return numero;
   std::uint32_t comprimento = 0;
   numero = arquivo.Posiciona('F', 0, comprimento);
   if (numero != CZNArqEx::semErro) return numero;
-  // With what may be appended: a longer file would not be searched again.
-  if (comprimento > kMaxArquivoRegistros - 2 * kTamanho) return CZNArqEx::arquivoInvalido;
-  // A process that was killed while it made the file or appended to it has left part of a record, or nothing: what is
-  // appended must not become the first record, which is nobody's, nor stand where no record is looked for.
+  if (comprimento > kMaxArquivoRegistros) return CZNArqEx::arquivoInvalido;
+  // A process that was killed while it made the file has left part of a record, or nothing: what is appended must not
+  // become the first record, which is nobody's.
   const RegistroNome deNinguem;
-  std::uint32_t cortado = comprimento / kTamanho;
-  if (cortado == 0) return arquivo.GravaInicio(&deNinguem, kTamanho);
-  return comprimento % kTamanho == 0 ? std::uint32_t{CZNArqEx::semErro}
-                                     : arquivo.GravaRegistro(&deNinguem, cortado, kTamanho);
+  return comprimento < kTamanho ? arquivo.GravaInicio(&deNinguem, kTamanho) : std::uint32_t{CZNArqEx::semErro};
+}
+
+std::uint32_t GravaNome(CZNArqEx& arquivo, const RegistroNome& registro, std::uint32_t numeroRegistro) {
+  if (numeroRegistro != 0) return arquivo.GravaRegistro(&registro, numeroRegistro, kTamanho);
+  std::uint32_t comprimento = 0;
+  std::uint32_t numero = arquivo.Posiciona('F', 0, comprimento);
+  if (numero != CZNArqEx::semErro) return numero;
+  // A process that was killed while it appended has left part of a record: no record is looked for where it ends. What
+  // would make the file too long would not be found either.
+  const bool cortado = comprimento % kTamanho != 0;
+  std::uint32_t registros = comprimento / kTamanho;
+  if ((registros + (cortado ? 2 : 1)) * kTamanho > kMaxArquivoRegistros) return CZNArqEx::arquivoInvalido;
+  const RegistroNome deNinguem;
+  if (cortado) numero = arquivo.GravaRegistro(&deNinguem, registros, kTamanho);
+  return numero == CZNArqEx::semErro ? arquivo.GravaRegistro(&registro, numeroRegistro, kTamanho) : numero;
 }
 
 }  // namespace kestor

@@ -32,8 +32,13 @@ static_assert(sizeof(RegistroNome) == 264);
 void PercorreRegistros(const std::string& caminho,
                        const std::function<bool(std::uint32_t numero, const RegistroNome& registro)>& visita);
 
-// Opens a record file for writing and makes it when it is missing. What is left of a record that was cut at its end
-// becomes a record of zeros. A number of CZNArqEx; arquivoInvalido when the file may not become longer.
+// Opens a record file for writing and makes it, with its first record, when it is missing. Returns a number of
+// CZNArqEx; arquivoInvalido for a file of more than kMaxArquivoRegistros bytes.
 std::uint32_t AbreParaGravar(CZNArqEx& arquivo, const std::string& caminho);
+
+// Writes a record over the one of that number, or appends it (0); what is left of a record that was cut at the end
+// becomes a record of zeros before. Returns a number of CZNArqEx; arquivoInvalido when the file would become longer
+// than kMaxArquivoRegistros.
+std::uint32_t GravaNome(CZNArqEx& arquivo, const RegistroNome& registro, std::uint32_t numeroRegistro);
 
 }  // namespace kestor

@@ -56,8 +56,7 @@ HRESULT CRepositorioRel2::SetRelatorioPadrao(BSTR bsRelatorio) {
   CZNArqEx arquivo;
   std::uint32_t numero = AbreParaGravar(arquivo, arquivoPadrao_);
   if (numero == CZNArqEx::semErro) numero = ProcuraRegistroPadrao(arquivo);
-  std::uint32_t destino = registroPadrao_;
-  if (numero == CZNArqEx::semErro) numero = arquivo.GravaRegistro(&registro, destino, sizeof registro);
+  if (numero == CZNArqEx::semErro) numero = GravaNome(arquivo, registro, registroPadrao_);
   if (numero == CZNArqEx::semErro) numero = arquivo.Fecha();
   return numero == CZNArqEx::semErro ? S_OK : ServiceError(numero);
 }

@@ -2,6 +2,8 @@
 #include "common/nomes_arquivos.h"
 
 #include <gtest/gtest.h>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -13,7 +15,7 @@ TEST(Names, EachOperationHasItsRule) {
   struct Row {
     const char* name;
     const char* read;     // first generation
-    const char* written;  // and its companions: up to the dot before the extension
+    const char* written;  // its companions differ in the extension alone
     const char* updated;
     const char* read2;  // second generation
     const char* written2;

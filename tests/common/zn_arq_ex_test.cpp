@@ -290,8 +290,12 @@ TEST_F(ZNArqEx, FailedEntryLeavesNothingOpen) {
 
 TEST_F(ZNArqEx, ControlFilesBeyondAllMeasureAreRefused) {
   WriteFile(File("ZNCTLARQ.DAT"), "");
-  fs::resize_file(File("ZNCTLARQ.DAT"), std::uintmax_t{1} << 37);
-  EXPECT_EQ(ScriptedFile().Abre(kPath, 'G', kSize, true, true), 16098U);
+  for (const std::uintmax_t bytes : {std::uintmax_t{1} << 37, std::uintmax_t{32} << 20}) {
+    fs::resize_file(File("ZNCTLARQ.DAT"), bytes);
+    EXPECT_EQ(ScriptedFile().Abre(kPath, 'G', kSize, true, true), 16098U);
+    EXPECT_EQ(support::Names(home_.Data()), std::vector<std::string>{"ZNCTLARQ.DAT"});
+    EXPECT_EQ(fs::file_size(File("ZNCTLARQ.DAT")), bytes);
+  }
 }
 
 // The station that has entered a file makes it a moment later.

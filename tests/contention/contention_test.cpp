@@ -88,6 +88,7 @@ class ContentionTest : public testing::Test {
     for (const contention::Account& account : books_->accounts)
       deleted += account.deleted;
     EXPECT_EQ(Records(Reports() / "ZNRELDEL.DAT", 264).size(), deleted);
+    EXPECT_GT(deleted, 0U) << "no deletion was remembered";
 
     std::set<std::string> entered;
     for (const std::string& record : Records(Reports() / "ZNCTLARQ.DAT", 32))

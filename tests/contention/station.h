@@ -40,7 +40,7 @@ struct Entry {
 struct Account {
   std::array<std::array<Entry, kNames>, kKinds.size()> entries;
   std::atomic<unsigned> sequence{kNothing};                   // the last number that was given out
-  std::atomic<unsigned> deleted{0};                           // demonstration models, acknowledged
+  std::atomic<unsigned> deleted{0};                           // demonstration models whose names are remembered
   std::array<std::atomic<bool>, kMostConverted> converted{};  // models acknowledged that the migration converts
 };
 

@@ -214,7 +214,7 @@ class FailingWriters final : public IClassFactory {
   int asked = 0;
 };
 
-// A writer that soon gives up, and that counts what it is given all the same.
+// Refuses elements after the tenth, and counts all that it is given.
 class ShortWriter final : public IEscritorMarcacao {
  public:
   static constexpr int kMost = 10;
@@ -260,7 +260,7 @@ TEST_F(ConversionTest, AWriterThatHasGivenUpIsAskedForNothingMore) {
   OneWriter factory(writer);
   DWORD cookie = 0;
   ASSERT_EQ(CoRegisterClassObject(CLSID_EscritorMarcacao, &factory, CLSCTX_INPROC_SERVER, 0, &cookie), S_OK);
-  component_.emplace();  // for the lists of attributes: of writers the first maker is asked
+  component_.emplace();  // makes the lists of attributes; a writer comes from the factory that was registered first
   EXPECT_EQ(Initialise2(), "0x00000000");
   CoRevokeClassObject(cookie);
   EXPECT_EQ(writer.started, ShortWriter::kMost + 1);

@@ -1,5 +1,6 @@
 // Stations that share one reports folder, all at once.
-#include <csignal>
+#include <unistd.h>
+
 #include <cstring>
 #include <gtest/gtest.h>
 
@@ -56,6 +57,7 @@ class ContentionTest : public StoreTest {
     // Everybody else is done or will be: now the last word must get through.
     while (SetDefault(*store, Number(rounds)) != "0x00000000") {
     }
+    support::WriteFile(home_.Data() / std::to_string(station), remembered);
     return 0;
   }
 
@@ -75,6 +77,7 @@ TEST_F(ContentionTest, NothingOfAnybodyIsLost) {
   for (int station = 1; station <= kStations; ++station) {
     auto store = ReadyStore(Component(station).c_str());
     EXPECT_EQ(Default(*store), std::to_string(rounds));
+    EXPECT_EQ(Deleted(*store), support::ReadFile(home_.Data() / std::to_string(station)));
   }
 }
 
@@ -87,7 +90,7 @@ TEST_F(ContentionTest, DeletionDoesNotWaitForTheListForLong) {
   ASSERT_TRUE(reader.Open("D:\\Dados.v2\\Rel\\ZNRELDEL.DAT", CFile::modeRead | CFile::shareExclusive));
   openings = 0;
   EXPECT_EQ(Delete(*store, u"A", Model::demonstration), "0x00000000");
-  EXPECT_LT(openings, 2 * 30);
+  EXPECT_TRUE(openings >= 30 && openings < 4 * 30) << openings;
   reader.Close();
   EXPECT_EQ(Deleted(*store), "(null)");
 }

@@ -5,7 +5,7 @@
 // One connection carries one object. A frame is an 8-byte head (payload length, type, slot) and its payload, all
 // numbers little-endian. The client opens with Hello and then Create or Status; after Created it sends Call frames,
 // each answered by one Result. Spare fields are sent as zero, and receivers ignore them, so that a later version can
-// use them; the slot of all other frames is one of them.
+// use them. The slot of a frame that is neither Call nor Result is spare.
 #pragma once
 
 #include <array>

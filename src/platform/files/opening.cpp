@@ -26,7 +26,8 @@ DWORD Create(const PathName& path, const OpenMode& mode, host::Descriptor* file,
   Location location;
   if (const DWORD error = OpenFolderOf(path, &location.folder); error != ERROR_SUCCESS) return error;
   Reservation reservation;
-  if (const DWORD error = reservation.Take(location.folder, path.Name(), {}, mode.share); error != ERROR_SUCCESS)
+  if (const DWORD error = reservation.Take(location.folder, path.Name(), /*held=*/{}, mode.share);
+      error != ERROR_SUCCESS)
     return error;
   // Somebody may have created the file before the name was reserved.
   if (const DWORD error = FindIn(path.Name(), &location); error != ERROR_SUCCESS) return error;

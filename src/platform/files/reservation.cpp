@@ -67,7 +67,8 @@ DWORD Reservation::OpenHidden(const std::string& hiddenName, const host::Descrip
     if (error == ENOENT) return kStartAnew;
     if (error != EACCES) return OsError(error);
   }
-  // It is another user's, who is at work or was killed; or it is the held file, whose writer was killed.
+  // The hidden file is another user's, whose process is at work or was killed, or it is the held file, whose writer was
+  // killed.
   const DWORD removeError = RemoveIfAbandoned(*folder_, hiddenName, held);
   return removeError == ERROR_SUCCESS ? kStartAnew : removeError;
 }
@@ -93,7 +94,7 @@ void Reservation::Cancel() noexcept {
   file_.Close();
 }
 
-// All who reserve take the creation lock first: while it is held here, nobody comes to have the file. A writer keeps
+// All who reserve take the creation lock first: while it is held here, no other process gets the file. A writer keeps
 // its share lock for as long as its file has the hidden name: a file that the caller holds exclusively has no writer.
 DWORD RemoveIfAbandoned(const host::Descriptor& folder, const std::string& hiddenName, const host::Descriptor& held) {
   host::Descriptor file;

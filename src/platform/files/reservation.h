@@ -23,8 +23,8 @@ class Reservation {
 
   // Reserves `name` (UTF-8) in `folder`, which must outlive the reservation, with an empty file that has the locks of
   // `mode`. The reserver also has the file's creation lock: those who reserve the same name wait until Settle and look
-  // then. `held` is the file that the caller already holds exclusively under the name, or none; when it has the hidden
-  // name as well, it loses that. 0; 32 when somebody has the name reserved and it conflicts with `mode`; or another
+  // then. `held` is a file that the caller holds exclusively and that has the name or is to get it, or none; when it
+  // has the hidden name as well, it loses that. 0; 32 when a reservation of the name conflicts with `mode`; or another
   // platform error number.
   DWORD Take(const host::Descriptor& folder, std::string_view name, const host::Descriptor& held, ShareMode mode);
 
@@ -56,9 +56,9 @@ bool IsReservationName(std::string_view hiddenName);
 // True when the name leads to the open file; a symbolic link does not.
 bool LeadsTo(const host::Descriptor& folder, const std::string& name, const host::Descriptor& file);
 
-// Removes a hidden file that nobody has reserved, of whatever user. `held` is a file that the caller holds exclusively,
-// or none: that one counts as not reserved. 0; 32 when somebody has reserved the file; kStartAnew when that is about to
-// be decided; or another platform error number.
+// Removes a hidden file that no process has reserved, whichever user owns it. `held` is a file that the caller holds
+// exclusively, or none; it counts as not reserved. 0; 32 when another process has reserved the file; kStartAnew when
+// that is about to be decided; or another platform error number.
 DWORD RemoveIfAbandoned(const host::Descriptor& folder, const std::string& hiddenName,
                         const host::Descriptor& held = {});
 

@@ -35,7 +35,8 @@ int Unlink(const Descriptor& folder, const std::string& name);
 int Rename(const Descriptor& oldFolder, const std::string& oldName, const Descriptor& newFolder,
            const std::string& newName);
 // The same, but EEXIST when the new name is taken. Where the file system does not know this kind of renaming, the file
-// has both names for a moment, and a process that is killed then leaves them both.
+// has both names for a moment, and a process that is killed then leaves them both; so does a failed removal of the old
+// name, which is reported.
 int RenameToFreeName(const Descriptor& oldFolder, const std::string& oldName, const Descriptor& newFolder,
                      const std::string& newName);
 // Changes the letter case of a name. The new spelling must be reserved: at no instant has the file both.

@@ -59,9 +59,12 @@ int ReplaceFile(const Descriptor& folder, const std::string& name, const std::st
   if (error == 0) error = Sync(file);
   if (error == 0) error = file.Close();
   if (error == 0) error = Rename(folder, hiddenName, folder, name);
-  if (error == 0) return Sync(folder);
-  Unlink(folder, hiddenName);
-  return error;
+  if (error != 0) {
+    Unlink(folder, hiddenName);
+    return error;
+  }
+  error = Sync(folder);
+  return error == EBADF ? 0 : error;  // a folder that may not be read cannot be flushed
 }
 
 }  // namespace host

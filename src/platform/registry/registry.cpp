@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstddef>
 #include <memory>
 #include <mutex>
 #include <new>

@@ -14,8 +14,8 @@
 
 namespace registry {
 
-// Another program has held the lock that all writers take for longer than the caller waits. A type of its own, for its
-// errno value also stands for a file in use.
+// Thrown when another program has held the lock that all writers take for longer than the caller waits. It has a type
+// of its own because its errno value also stands for a file in use.
 class LockHeld : public std::filesystem::filesystem_error {
  public:
   using filesystem_error::filesystem_error;
