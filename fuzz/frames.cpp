@@ -49,7 +49,7 @@ void Serve(std::size_t index, std::uint16_t slot, channel::Decoder arguments) {
     out.BeginFrame(channel::FrameType::result, slot);
     out.U32(0);
     const HRESULT result = stub->Invoke(slot, arguments, out);
-    if (result == channel::kBadStubData || result == channel::kSlotOutOfRange) {
+    if (result == rpc::kBadStubData || result == rpc::kSlotOutOfRange) {
       Require(script.noted.empty());
       Require(out.PayloadBytes() == 4);
     }

@@ -5,11 +5,8 @@
 #include <memory>
 
 #include "common/nomes_arquivos.h"
-#include "platform/channel/channel.h"
 
 namespace kestor {
-
-static_assert(kMaxConteudo <= channel::kMaxPayloadBytes - 4096, "a call carries the largest content");
 
 namespace {
 

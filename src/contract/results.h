@@ -1,4 +1,4 @@
-// The result codes that the server builds, and names and meanings of every result for people.
+// The results of the server's interfaces, and names and meanings of every result for people.
 #pragma once
 
 #include <string>
@@ -22,14 +22,6 @@ constexpr HRESULT NoticeForm(KESTOR_Erros number) {
 constexpr HRESULT ServiceError(std::uint32_t number) {
   return static_cast<HRESULT>(0x80040000u | number);
 }
-
-// A failed file operation, by the platform's error number.
-constexpr HRESULT FileError(std::uint32_t osError) {
-  return static_cast<HRESULT>(0x80070000u | (osError & 0xFFFFu));
-}
-
-// Any other failure inside the server.
-inline constexpr HRESULT kUnexpectedFailure = static_cast<HRESULT>(0x80010105);
 
 // What a result is called and what it means, in English; UTF-8.
 struct ResultText {

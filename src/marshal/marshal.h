@@ -9,10 +9,14 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 
 #include "platform/com/marshaler.h"
 
 namespace marshal {
+
+// The bytes of content that a call carries in any case. The rest of its frame has room for a name and a few numbers.
+inline constexpr std::size_t kContentBytes = channel::kMaxPayloadBytes - 4096;
 
 // Stubs and proxies of IZNPL_Rel, IZNPL_Relatorio2 and IZNPL_RelConverte, in this order.
 std::array<com::Marshaler, 3> Marshalers();

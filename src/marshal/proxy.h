@@ -206,7 +206,7 @@ template <typename... Arguments>
 HRESULT TakeAnswer(HRESULT result, channel::Decoder& in, Arguments&... arguments) {
   if (FAILED(result) && in.Left() == 0) return result;
   (arguments.Decode(in, result), ...);
-  if (!in.AtEnd()) return channel::kBadStubData;
+  if (!in.AtEnd()) return rpc::kBadStubData;
   (arguments.Deliver(), ...);
   return result;
 }

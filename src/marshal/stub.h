@@ -246,7 +246,7 @@ HRESULT Serve(ObjectOf<method>& object, channel::Decoder& in, channel::Encoder& 
   return std::apply(
       [&](Arguments&... arguments) {
         (arguments.Read(in), ...);
-        if (!in.AtEnd()) return channel::kBadStubData;
+        if (!in.AtEnd()) return rpc::kBadStubData;
 
         HRESULT refusal = S_OK;
         static_cast<void>(((refusal = arguments.Check(out), refusal == S_OK) && ...));
@@ -271,7 +271,7 @@ class Stub final : public com::CallStub {
 
   // A result that cannot be encoded, and an exception out of the object, give a failure without out-arguments.
   HRESULT Invoke(std::uint16_t slot, channel::Decoder& arguments, channel::Encoder& out) override {
-    if (slot < kFirstSlot || slot - kFirstSlot >= slots_.size()) return channel::kSlotOutOfRange;
+    if (slot < kFirstSlot || slot - kFirstSlot >= slots_.size()) return rpc::kSlotOutOfRange;
     const std::size_t start = out.PayloadBytes();
     try {
       return slots_[slot - kFirstSlot](*object_.Get(), arguments, out);
@@ -280,7 +280,7 @@ class Stub final : public com::CallStub {
     } catch (const FrameFull&) {
       return ResultAlone(E_OUTOFMEMORY, out, start);
     } catch (...) {
-      return ResultAlone(kestor::kUnexpectedFailure, out, start);
+      return ResultAlone(rpc::kServerFault, out, start);
     }
   }
 

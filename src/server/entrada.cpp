@@ -8,6 +8,7 @@
 #include <system_error>
 #include <vector>
 
+#include "common/nomes_arquivos.h"
 #include "contract/interfaces.h"
 #include "document/rel_converte.h"
 #include "legacy/repositorio_rel.h"
@@ -23,6 +24,8 @@
 namespace kestor {
 
 namespace {
+
+static_assert(kMaxConteudo <= marshal::kContentBytes, "a call carries the largest content");
 
 constexpr DWORD kAutenticacaoNenhuma = 1;
 constexpr DWORD kPersonificacao = 3;

@@ -15,9 +15,9 @@ HRESULT ResultadoDe(const Operacao& operacao) {
   try {
     return operacao();
   } catch (const CFileException& falha) {
-    return falha.m_lOsError == 0 ? S_OK : FileError(static_cast<std::uint32_t>(falha.m_lOsError));
+    return HRESULT_FROM_WIN32(static_cast<DWORD>(falha.m_lOsError));
   } catch (const std::exception&) {
-    return kUnexpectedFailure;
+    return rpc::kServerFault;
   }
 }
 

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "platform/channel/channel.h"
+#include "platform/kernel/results.h"
 #include "raw_peer.h"
 #include "server_thread.h"
 #include "support/elsewhere.h"
@@ -34,7 +35,7 @@ class EchoSession final : public channel::Session {
 
   HRESULT Call(std::uint16_t slot, Decoder& arguments, Encoder& out) override {
     if (slot == 5) throw std::bad_alloc();
-    if (slot != 3 && slot != 4) return channel::kSlotOutOfRange;
+    if (slot != 3 && slot != 4) return rpc::kSlotOutOfRange;
     const std::size_t count = slot == 3 ? arguments.Left() : arguments.U32();
     if (slot == 3) out.Bytes(arguments.Bytes(count), count);
     if (slot == 4) std::memset(out.Space(count), 'x', count);
@@ -114,13 +115,13 @@ TEST_F(ServerTest, CallsOfAllSizesComeBackWhole) {
   }
   Decoder out;
   connection->BeginCall(99);
-  EXPECT_EQ(connection->Exchange(&out), channel::kSlotOutOfRange);
+  EXPECT_EQ(connection->Exchange(&out), rpc::kSlotOutOfRange);
   connection->BeginCall(5);
-  EXPECT_EQ(connection->Exchange(&out), channel::kOutOfMemory);
+  EXPECT_EQ(connection->Exchange(&out), E_OUTOFMEMORY);
   connection->BeginCall(4).U32(channel::kMaxPayloadBytes);
-  EXPECT_EQ(connection->Exchange(&out), channel::kOutOfMemory) << "an answer that no frame can carry";
+  EXPECT_EQ(connection->Exchange(&out), E_OUTOFMEMORY) << "an answer that no frame can carry";
   connection->BeginCall(3).Space(channel::kMaxPayloadBytes + 1);
-  EXPECT_EQ(connection->Exchange(&out), channel::kInvalidArgument);
+  EXPECT_EQ(connection->Exchange(&out), E_INVALIDARG);
   EXPECT_EQ(Echo(*connection, "and goes on"), "and goes on");
 }
 
@@ -144,17 +145,17 @@ TEST_F(ServerTest, FramesMayComeInAnyPieces) {
 TEST_F(ServerTest, MalformedPeersAreRefusedAndOthersNoticeNothing) {
   auto ordinary = Open();
   const std::vector<std::tuple<const char*, std::string, HRESULT>> cases = {
-      {"another protocol", "GET / HTTP/1.0\r\n\r\n", channel::kBadStubData},
-      {"no hello", kCreate, channel::kVersionMismatch},
-      {"another version", kHelloOfAnotherVersion + kCreate, channel::kVersionMismatch},
-      {"a short hello", Frame(FrameType::hello, 0, "KS"), channel::kVersionMismatch},
-      {"a call before an object", kHello + Frame(FrameType::call, 3, ""), channel::kBadStubData},
-      {"a short interface identity", kHello + Frame(FrameType::create, 0, "short"), channel::kBadStubData},
-      {"an unknown type", kHello + kCreate + Frame(FrameType{99}, 0, ""), channel::kBadStubData},
-      {"a second object", kHello + kCreate + kCreate, channel::kBadStubData},
-      {"a lying length", kHello + kCreate + Frame(FrameType::call, 3, "x", 0xFFFFFFFF), channel::kBadStubData},
+      {"another protocol", "GET / HTTP/1.0\r\n\r\n", rpc::kBadStubData},
+      {"no hello", kCreate, rpc::kVersionMismatch},
+      {"another version", kHelloOfAnotherVersion + kCreate, rpc::kVersionMismatch},
+      {"a short hello", Frame(FrameType::hello, 0, "KS"), rpc::kVersionMismatch},
+      {"a call before an object", kHello + Frame(FrameType::call, 3, ""), rpc::kBadStubData},
+      {"a short interface identity", kHello + Frame(FrameType::create, 0, "short"), rpc::kBadStubData},
+      {"an unknown type", kHello + kCreate + Frame(FrameType{99}, 0, ""), rpc::kBadStubData},
+      {"a second object", kHello + kCreate + kCreate, rpc::kBadStubData},
+      {"a lying length", kHello + kCreate + Frame(FrameType::call, 3, "x", 0xFFFFFFFF), rpc::kBadStubData},
       {"a length just too long", kHello + Frame(FrameType::create, 0, "", channel::kMaxPayloadBytes + 1LL),
-       channel::kBadStubData},
+       rpc::kBadStubData},
   };
   for (const auto& [what, bytes, refusal] : cases) {
     const RawPeer client(path_);
@@ -250,7 +251,7 @@ TEST_F(ServerTest, OtherUsersAreRefused) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root to become somebody else";
   chmod(folder_.Path().c_str(), 0755);
   chmod(path_.c_str(), 0777);
-  static constexpr auto kRefusal = static_cast<std::uint32_t>(channel::kAccessDenied);
+  static constexpr auto kRefusal = static_cast<std::uint32_t>(E_ACCESSDENIED);
   support::Elsewhere([this] { EXPECT_EQ(Refusal(RawPeer(path_).Receive(1000)), kRefusal); }, 65534);
   EXPECT_EQ(Echo(*Open(), "the owner is served"), "the owner is served");
 }

@@ -6,8 +6,6 @@
 #include <tuple>
 #include <vector>
 
-#include "platform/channel/channel.h"
-
 namespace {
 
 using kestor::Describe;
@@ -37,7 +35,7 @@ TEST(Describe, NamesAreGivenOnce) {
   for (const HRESULT result :
        {S_OK, S_FALSE, E_NOTIMPL, E_NOINTERFACE, E_POINTER, E_FAIL, CLASS_E_NOAGGREGATION, REGDB_E_CLASSNOTREG,
         CO_E_OBJISREG, CO_E_OBJNOTREG, CO_E_SERVER_EXEC_FAILURE, TYPE_E_CANTLOADLIBRARY, TYPE_E_REGISTRYACCESS,
-        kestor::kUnexpectedFailure, channel::kVersionMismatch}) {
+        rpc::kServerFault, rpc::kVersionMismatch}) {
     EXPECT_EQ(named(static_cast<std::uint32_t>(result), static_cast<std::uint32_t>(result)), 1)
         << kestor::ResultCode(result);
   }

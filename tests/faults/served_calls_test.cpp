@@ -21,7 +21,7 @@ class ServedCallsTest : public testing::Test {
     channel::Decoder answer;
     const auto outcome =
         Connection::Open(socket_, channel::FrameType::create, &method.iid, sizeof method.iid, 30, &connection, &answer);
-    *created = outcome == Connection::Outcome::ok ? static_cast<HRESULT>(answer.U32()) : channel::kCallFailed;
+    *created = outcome == Connection::Outcome::ok ? static_cast<HRESULT>(answer.U32()) : rpc::kCallFailed;
     return connection;
   }
 
@@ -90,7 +90,7 @@ TEST_F(ServedCallsTest, OpeningsFail) {
     faults::StrikeOtherThreads(place);
     Open(method, &created);
     strikes = faults::LeaveOtherThreads();
-    EXPECT_TRUE(created == S_OK || created == E_OUTOFMEMORY || created == channel::kCallFailed) << created;
+    EXPECT_TRUE(created == S_OK || created == E_OUTOFMEMORY || created == rpc::kCallFailed) << created;
     Open(method, &created);
     EXPECT_EQ(created, S_OK) << "allocation " << place;
   }

@@ -237,10 +237,10 @@ TEST_F(MarshalTest, FailuresLeaveNothingInTheClientsHands) {
   script_.interrupt = [] { throw std::bad_alloc(); };
   call(E_OUTOFMEMORY);
   script_.interrupt = [] { throw std::runtime_error("unforeseen"); };
-  call(kestor::kUnexpectedFailure);
+  call(rpc::kServerFault);
   script_.interrupt = [] {};
   recorders_.tamper = [](channel::Encoder& out) { out.U32(0); };
-  call(channel::kBadStubData);
+  call(rpc::kBadStubData);
   recorders_.tamper = nullptr;
 
   // Answers that no frame holds: of an object that has so much, and of one that has nothing of the kind.
@@ -279,17 +279,17 @@ TEST_F(MarshalTest, RequestsThatLieReachNoObject) {
       script_.noted.clear();
       const Outcome got = Send(*connection, method.slot, request);
       // What still reads as arguments may be a call with others.
-      EXPECT_TRUE(got.result == channel::kBadStubData || request.size() == valid.size()) << method.name;
+      EXPECT_TRUE(got.result == rpc::kBadStubData || request.size() == valid.size()) << method.name;
       const bool isAnswerTooLong = method.request == "n" && got.result == E_OUTOFMEMORY;
       EXPECT_EQ(script_.noted.empty(), got.result != S_OK && !isAnswerTooLong) << method.name;
       EXPECT_TRUE(got.result == S_OK || got.answer.empty()) << method.name;
     }
     script_.noted.clear();
     for (const std::string& request : OfOddPresence(method.request))
-      EXPECT_EQ(Send(*connection, method.slot, request).result, channel::kBadStubData) << method.name;
+      EXPECT_EQ(Send(*connection, method.slot, request).result, rpc::kBadStubData) << method.name;
     EXPECT_EQ(script_.noted, "");
     for (const int slot : {0, 2, method.iid == IID_IZNPL_Rel ? 17 : 12, 0xFFFF})
-      EXPECT_EQ(Send(*connection, static_cast<std::uint16_t>(slot), "").result, channel::kSlotOutOfRange);
+      EXPECT_EQ(Send(*connection, static_cast<std::uint16_t>(slot), "").result, rpc::kSlotOutOfRange);
     EXPECT_EQ(Send(*connection, method.slot, valid).result, S_OK);
   }
 }
@@ -306,7 +306,7 @@ TEST_F(MarshalTest, AnswersThatLieReachNoClient) {
       return CallProxy(*proxy, method, Payload(method.request, {}));
     };
     const std::string valid = Payload(method.answer, {});
-    const Outcome nothing = {channel::kBadStubData, Payload(method.answer, none)};
+    const Outcome nothing = {rpc::kBadStubData, Payload(method.answer, none)};
     for (const std::string& answer : Damaged(valid)) {
       const Outcome got = call(answer);
       // What still reads as an answer may be another one.

@@ -51,17 +51,6 @@ struct FrameHead {
 FrameHead ReadHead(const std::byte* head);
 void WriteHead(const FrameHead& head, std::byte* to);
 
-// The results that the transport itself gives.
-inline constexpr HRESULT kServerUnavailable = static_cast<HRESULT>(0x800706BA);  // gone before the call
-inline constexpr HRESULT kCallFailed = static_cast<HRESULT>(0x800706BE);         // gone in the call
-inline constexpr HRESULT kBadStubData = static_cast<HRESULT>(0x800706F7);        // arguments that do not decode
-inline constexpr HRESULT kSlotOutOfRange = static_cast<HRESULT>(0x800706D1);
-inline constexpr HRESULT kVersionMismatch = static_cast<HRESULT>(0x80010110);
-inline constexpr HRESULT kAccessDenied = static_cast<HRESULT>(0x80070005);
-inline constexpr HRESULT kOutOfMemory = static_cast<HRESULT>(0x8007000E);
-inline constexpr HRESULT kInvalidArgument = static_cast<HRESULT>(0x80070057);
-inline constexpr HRESULT kServerFault = static_cast<HRESULT>(0x80010105);
-
 // Growable bytes without initialisation. Growing throws std::bad_alloc.
 class Buffer {
  public:
@@ -197,7 +186,7 @@ class Session {
   virtual ~Session() = default;
 
   // Serves one call: reads the arguments, appends the out-arguments to `out`, gives the method's result. When the
-  // arguments do not decode, nothing is called and the result is kBadStubData.
+  // arguments do not decode, nothing is called and the result is rpc::kBadStubData.
   virtual HRESULT Call(std::uint16_t slot, Decoder& arguments, Encoder& out) = 0;
 };
 

@@ -5,6 +5,7 @@
 #include <new>
 
 #include "platform/channel/channel.h"
+#include "platform/kernel/results.h"
 #include "socket.h"
 #include "wakefulness.h"
 
@@ -80,8 +81,8 @@ Connection::Outcome Connection::Open(const std::string& socketPath, FrameType op
   }
   if (head.type == FrameType::refusal) {
     const auto result = static_cast<HRESULT>(answer->U32());
-    if (result == kVersionMismatch) return Outcome::otherVersion;
-    return result == kAccessDenied ? Outcome::denied : Outcome::lost;
+    if (result == rpc::kVersionMismatch) return Outcome::otherVersion;
+    return result == E_ACCESSDENIED ? Outcome::denied : Outcome::lost;
   }
   if (head.type != (opening == FrameType::create ? FrameType::created : opening)) return Outcome::otherVersion;
   LimitWaiting(own.descriptor_.Number(), SO_RCVTIMEO, 0);
@@ -98,11 +99,11 @@ Encoder& Connection::BeginCall(std::uint16_t slot) {
 
 HRESULT Connection::Exchange(Decoder* out) {
   *out = Decoder();
-  if (request_.PayloadBytes() > kMaxPayloadBytes) return kInvalidArgument;
+  if (request_.PayloadBytes() > kMaxPayloadBytes) return E_INVALIDARG;
   request_.EndFrame();
   if (broken_ || !Send(request_.Frames())) {
     broken_ = true;
-    return kServerUnavailable;
+    return rpc::kServerUnavailable;
   }
   received_.Resize(0);
   consumed_ = 0;
@@ -110,18 +111,18 @@ HRESULT Connection::Exchange(Decoder* out) {
   try {
     if (!ReceiveFrame(&head, out) || (head.type != FrameType::result && head.type != FrameType::refusal)) {
       broken_ = true;
-      return kCallFailed;
+      return rpc::kCallFailed;
     }
   } catch (const std::bad_alloc&) {
     broken_ = true;  // the rest of the answer is still to come and would be taken for that of the next call
-    return kOutOfMemory;
+    return E_OUTOFMEMORY;
   }
   const auto result = static_cast<HRESULT>(out->U32());
   if (head.type == FrameType::refusal) {
     broken_ = true;
-    return out->Ok() && result < 0 ? result : kCallFailed;
+    return out->Ok() && FAILED(result) ? result : rpc::kCallFailed;
   }
-  return out->Ok() ? result : kBadStubData;
+  return out->Ok() ? result : rpc::kBadStubData;
 }
 
 bool Connection::Send(const Buffer& frames) {

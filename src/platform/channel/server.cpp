@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "platform/channel/channel.h"
+#include "platform/kernel/results.h"
 #include "socket.h"
 #include "wakefulness.h"
 
@@ -231,7 +232,7 @@ void Server::Accept(std::uint64_t listenerKey, const Listener& listener) {
     return;
   }
   if (!PeerIsTrusted(descriptor.Number())) {
-    Turn(descriptor.Number(), kAccessDenied, "this server serves its owner only");
+    Turn(descriptor.Number(), E_ACCESSDENIED, "this server serves its owner only");
     return;
   }
   try {
@@ -339,7 +340,7 @@ void Server::SkipCall(Peer& peer) {
 void Server::TellLackOfMemory(Peer& peer, std::uint16_t slot) {
   std::array<std::byte, kHeadBytes + sizeof(std::uint32_t)> frame{};
   WriteHead({sizeof(std::uint32_t), FrameType::result, slot}, frame.data());
-  constexpr auto kResult = static_cast<std::uint32_t>(kOutOfMemory);
+  constexpr auto kResult = static_cast<std::uint32_t>(E_OUTOFMEMORY);
   std::memcpy(frame.data() + kHeadBytes, &kResult, sizeof kResult);
   const ssize_t sent = send(peer.descriptor.Number(), frame.data(), frame.size(), MSG_NOSIGNAL);
   if (sent != static_cast<ssize_t>(frame.size())) Drop(peer.key);
@@ -367,7 +368,7 @@ void Server::QueueNextFrame(Peer& peer) {
     WatchFor(peer.descriptor.Number(), 0, peer.key);
   } else if (left >= kHeadBytes && ReadHead(next).payloadBytes > kMaxPayloadBytes) {
     answer_.Clear();
-    Refuse(peer, kBadStubData, "a frame longer than the protocol allows");
+    Refuse(peer, rpc::kBadStubData, "a frame longer than the protocol allows");
     Answer(peer);
   }
 }
@@ -419,7 +420,7 @@ void Server::Serve(Peer& peer, const FrameHead& head, const std::byte* payload) 
   } else if (head.type == FrameType::call) {
     ServeCall(peer, head.slot, Decoder(payload, head.payloadBytes));
   } else {
-    Refuse(peer, kBadStubData, "a frame that has no place here");
+    Refuse(peer, rpc::kBadStubData, "a frame that has no place here");
   }
   Answer(peer);
 }
@@ -428,17 +429,17 @@ void Server::ServeOpening(Peer& peer, FrameType type, Decoder payload) {
   if (!peer.greeted) {
     AppendHello(&answer_);
     peer.greeted = type == FrameType::hello && payload.U32() == kMagic && payload.U16() == kProtocolVersion;
-    if (!peer.greeted) Refuse(peer, kVersionMismatch, "another protocol, or another version of it");
+    if (!peer.greeted) Refuse(peer, rpc::kVersionMismatch, "another protocol, or another version of it");
     return;
   }
   if (type == FrameType::create && payload.Left() == kInterfaceIdBytes) {
-    HRESULT result = 0;
+    HRESULT result = S_OK;
     try {
       result = peer.service->Create(payload.Bytes(kInterfaceIdBytes), &peer.session);
     } catch (const std::bad_alloc&) {
-      result = kOutOfMemory;
+      result = E_OUTOFMEMORY;
     } catch (...) {
-      result = kServerFault;
+      result = rpc::kServerFault;
     }
     if (peer.session) ++liveObjects_;
     answer_.BeginFrame(FrameType::created);
@@ -450,7 +451,7 @@ void Server::ServeOpening(Peer& peer, FrameType type, Decoder payload) {
     answer_.U32(liveObjects_);
     answer_.EndFrame();
   } else {
-    Refuse(peer, kBadStubData, "a frame that has no place here");
+    Refuse(peer, rpc::kBadStubData, "a frame that has no place here");
   }
 }
 
@@ -463,18 +464,18 @@ void Server::ServeCall(Peer& peer, std::uint16_t slot, Decoder arguments) {
     TellLackOfMemory(peer, slot);
     return;
   }
-  HRESULT result = 0;
+  HRESULT result = S_OK;
   try {
     result = peer.session->Call(slot, arguments, answer_);
   } catch (const std::bad_alloc&) {
-    result = kOutOfMemory;
+    result = E_OUTOFMEMORY;
     answer_.CutPayload(sizeof(std::uint32_t));
   } catch (...) {
-    result = kServerFault;
+    result = rpc::kServerFault;
     answer_.CutPayload(sizeof(std::uint32_t));
   }
   if (answer_.PayloadBytes() > kMaxPayloadBytes) {
-    result = kOutOfMemory;
+    result = E_OUTOFMEMORY;
     answer_.CutPayload(sizeof(std::uint32_t));
   }
   answer_.PutU32(0, static_cast<std::uint32_t>(result));

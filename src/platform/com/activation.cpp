@@ -86,7 +86,7 @@ class Activation {
     switch (outcome) {
       case Connection::Outcome::ok:
         *result = static_cast<HRESULT>(answer.U32());
-        if (!answer.AtEnd()) *result = channel::kCallFailed;
+        if (!answer.AtEnd()) *result = rpc::kCallFailed;
         return true;
       case Connection::Outcome::nobody:
         return false;
@@ -97,12 +97,12 @@ class Activation {
         *result = E_ACCESSDENIED;
         return true;
       case Connection::Outcome::otherVersion:
-        *result = channel::kVersionMismatch;
+        *result = rpc::kVersionMismatch;
         return true;
       case Connection::Outcome::lost:
         break;
     }
-    *result = channel::kCallFailed;
+    *result = rpc::kCallFailed;
     return true;
   }
 
@@ -166,7 +166,7 @@ HRESULT CoGetLocalServerStatus(REFCLSID clsid, LocalServerStatus* status) {
     case Connection::Outcome::ok:
       status->processId = answer.U32();
       status->liveObjects = answer.U32();
-      return answer.AtEnd() ? S_OK : channel::kCallFailed;
+      return answer.AtEnd() ? S_OK : rpc::kCallFailed;
     case Connection::Outcome::nobody:
       return S_FALSE;
     case Connection::Outcome::busy:
@@ -174,9 +174,9 @@ HRESULT CoGetLocalServerStatus(REFCLSID clsid, LocalServerStatus* status) {
     case Connection::Outcome::denied:
       return E_ACCESSDENIED;
     case Connection::Outcome::otherVersion:
-      return channel::kVersionMismatch;
+      return rpc::kVersionMismatch;
     case Connection::Outcome::lost:
       break;
   }
-  return channel::kCallFailed;
+  return rpc::kCallFailed;
 }
