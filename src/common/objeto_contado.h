@@ -1,10 +1,9 @@
 // Objects that keep the server process alive.
 #pragma once
 
-#include <new>
 #include <utility>
 
-#include "platform/com/com.h"
+#include "platform/com/object.h"
 
 namespace kestor {
 
@@ -35,71 +34,37 @@ class Presenca {
   ContagemServidor* servidor_;
 };
 
-// An object with one interface besides IUnknown, no outer object and an atomic reference count, which starts at 0. The
-// process stays up from its construction to its end.
-template <typename Interface>
-class ObjetoContado : public Interface {
+// An object without an outer object and with an atomic reference count. The process stays up from its construction to
+// its end.
+template <typename Interface, const IID& kInterface>
+class ObjetoContado : public com::CountedObject<Interface, kInterface> {
  public:
-  ObjetoContado(const ObjetoContado&) = delete;
-  ObjetoContado& operator=(const ObjetoContado&) = delete;
-
-  HRESULT QueryInterface(REFIID iid, void** object) final {
-    if (object == nullptr) return E_POINTER;
-    *object = nullptr;
-    if (!(iid == IID_IUnknown) && !(iid == iid_)) return E_NOINTERFACE;
-    *object = static_cast<Interface*>(this);
-    AddRef();
-    return S_OK;
-  }
-
-  ULONG AddRef() final { return static_cast<ULONG>(InterlockedIncrement(&referencias_)); }
-
-  ULONG Release() final {
-    const LONG restantes = InterlockedDecrement(&referencias_);
-    if (restantes == 0) Destroi();
-    return static_cast<ULONG>(restantes);
-  }
-
-  // Makes an object of the class `Objeto` (constructor arguments `argumentos`) and asks it for an interface, the way in
-  // which a class object makes one: E_OUTOFMEMORY, or the failure of the question, with nothing left.
+  // Makes an object of the class `Objeto` (constructor arguments `argumentos`) and asks it for an interface.
   template <typename Objeto, typename... Argumentos>
   static HRESULT Cria(REFIID iid, void** object, Argumentos&&... argumentos) {
-    Objeto* novo = nullptr;
-    try {
-      novo = new Objeto(std::forward<Argumentos>(argumentos)...);
-    } catch (const std::bad_alloc&) {
-      return E_OUTOFMEMORY;
-    }
-    const HRESULT resultado = novo->QueryInterface(iid, object);
-    if (FAILED(resultado)) novo->Destroi();
-    return resultado;
+    return com::CreateObject([&]() -> IUnknown& { return *new Objeto(std::forward<Argumentos>(argumentos)...); }, iid,
+                             object);
   }
 
  protected:
-  ObjetoContado(REFIID iid, ContagemServidor& servidor) : iid_(iid), presenca_(servidor) {}
-  virtual ~ObjetoContado() = default;
+  explicit ObjetoContado(ContagemServidor& servidor) : presenca_(servidor) {}
 
  private:
-  void Destroi() {
-    referencias_ = 1;  // a reference taken and given back while it goes must not end it twice
+  void Discard() final {
+    this->AddRef();  // a reference taken and given back while it goes must not end it twice
     presenca_.Encerra();
     delete this;
   }
 
-  const IID iid_;
   Presenca presenca_;
-  LONG volatile referencias_ = 0;
 };
 
 // The same for an object that may be part of an outer object: then its interface is the outer object's as far as
 // identity and lifetime go, and the outer object holds the part by an IUnknown of the part's own. The reference count
 // is plain: all calls come on the main thread.
-template <typename Interface>
-class ObjetoAgregavel : public Interface {
+template <typename Interface, const IID& kInterface>
+class ObjetoAgregavel : public com::ObjectBase<Interface, kInterface> {
  public:
-  ObjetoAgregavel(const ObjetoAgregavel&) = delete;
-  ObjetoAgregavel& operator=(const ObjetoAgregavel&) = delete;
-
   HRESULT QueryInterface(REFIID iid, void** object) final { return externo_->QueryInterface(iid, object); }
   ULONG AddRef() final { return externo_->AddRef(); }
   ULONG Release() final { return externo_->Release(); }
@@ -108,64 +73,41 @@ class ObjetoAgregavel : public Interface {
   // must be IUnknown, and is that of the part.
   template <typename Objeto, typename... Argumentos>
   static HRESULT Cria(IUnknown* externo, REFIID iid, void** object, Argumentos&&... argumentos) {
-    Objeto* novo = nullptr;
-    try {
-      novo = new Objeto(externo, std::forward<Argumentos>(argumentos)...);
-    } catch (const std::bad_alloc&) {
-      return E_OUTOFMEMORY;
-    }
-    const HRESULT resultado = novo->interno_.QueryInterface(iid, object);
-    if (FAILED(resultado)) novo->Destroi();
-    return resultado;  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): it is the client's reference that holds it
+    return com::CreateObject(
+        [&]() -> IUnknown& { return (new Objeto(externo, std::forward<Argumentos>(argumentos)...))->interno_; }, iid,
+        object);
   }
 
  protected:
-  ObjetoAgregavel(REFIID iid, IUnknown* externo, ContagemServidor& servidor)
-      : iid_(iid), interno_(*this), externo_(externo != nullptr ? externo : &interno_), presenca_(servidor) {}
+  ObjetoAgregavel(IUnknown* externo, ContagemServidor& servidor)
+      : interno_(*this), externo_(externo != nullptr ? externo : &interno_), presenca_(servidor) {}
   virtual ~ObjetoAgregavel() = default;
 
  private:
-  class Interno final : public IUnknown {
+  using Base = com::ObjectBase<Interface, kInterface>;
+  using BaseInterno = com::CountedObject<IUnknown, IID_IUnknown, ULONG>;
+
+  class Interno final : public BaseInterno {
    public:
     explicit Interno(ObjetoAgregavel& objeto) : objeto_(objeto) {}
 
     HRESULT QueryInterface(REFIID iid, void** object) override {
-      if (object == nullptr) return E_POINTER;
-      *object = nullptr;
-      if (iid == IID_IUnknown) {
-        *object = static_cast<IUnknown*>(this);
-        AddRef();
-        return S_OK;
-      }
-      if (!(iid == objeto_.iid_)) return E_NOINTERFACE;
-      *object = static_cast<Interface*>(&objeto_);
-      objeto_.AddRef();
-      return S_OK;
-    }
-
-    ULONG AddRef() override { return static_cast<ULONG>(++objeto_.referencias_); }
-
-    ULONG Release() override {
-      const LONG restantes = --objeto_.referencias_;
-      if (restantes == 0) objeto_.Destroi();
-      return static_cast<ULONG>(restantes);
+      return iid == IID_IUnknown ? BaseInterno::QueryInterface(iid, object) : objeto_.Base::QueryInterface(iid, object);
     }
 
    private:
+    void Discard() override {
+      AddRef();
+      objeto_.presenca_.Encerra();
+      delete &objeto_;
+    }
+
     ObjetoAgregavel& objeto_;
   };
 
-  void Destroi() {
-    referencias_ = 1;
-    presenca_.Encerra();
-    delete this;
-  }
-
-  const IID iid_;
   Interno interno_;
   IUnknown* const externo_;
   Presenca presenca_;
-  LONG referencias_ = 0;
 };
 
 }  // namespace kestor

@@ -28,13 +28,6 @@ CMemStream::~CMemStream() {
   std::free(buffer_);
 }
 
-HRESULT CMemStream::QueryInterface(REFIID iid, void** object) {
-  if (object == nullptr) return E_POINTER;
-  const bool known = iid == IID_IUnknown || iid == IID_IStream;
-  *object = known ? static_cast<IStream*>(this) : nullptr;
-  return known ? S_OK : E_NOINTERFACE;
-}
-
 HRESULT CMemStream::Read(void* destination, ULONG count, ULONG* countRead) {
   const ULONG n = std::min(count, size_ - position_);
   if (n > 0) std::memcpy(destination, buffer_ + position_, n);

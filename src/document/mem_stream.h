@@ -1,23 +1,16 @@
 // A growable block of bytes in memory as a stream.
 #pragma once
 
-#include "platform/com/com.h"
+#include "platform/com/object.h"
 
 namespace kestor {
 
 // Carries a stored document to the markup component and a built one from it. Writing always appends; only reading moves
-// the read position. Whoever makes one owns it: references are not counted, so nobody may keep it beyond the call in
-// which it was handed over. Not for several threads.
-class CMemStream : public IStream {
+// the read position. Not for several threads.
+class CMemStream : public com::UncountedObject<IStream, IID_IStream> {
  public:
   CMemStream();                                     // empty, with room for 1024 bytes
   CMemStream(const void* bytes, ULONG quantidade);  // a copy of `bytes`, to be read
-  CMemStream(const CMemStream&) = delete;
-  CMemStream& operator=(const CMemStream&) = delete;
-
-  HRESULT QueryInterface(REFIID iid, void** object) override;
-  ULONG AddRef() override { return 1; }
-  ULONG Release() override { return 1; }
 
   HRESULT Read(void* destination, ULONG count, ULONG* countRead) override;  // S_OK, also at the end
   // E_OUTOFMEMORY, nothing being written then. Room grows by 1024 bytes, or by as many times 1024 as it takes.

@@ -8,7 +8,7 @@
 namespace kestor {
 
 CRelConverte::CRelConverte(ContagemServidor& servidor, CriaRepositorio criaRepositorio)
-    : ObjetoContado(IID_IZNPL_RelConverte, servidor), servidor_(servidor), criaRepositorio_(criaRepositorio) {}
+    : ObjetoContado(servidor), servidor_(servidor), criaRepositorio_(criaRepositorio) {}
 
 HRESULT CRelConverte::AlteraCodigoCampos(BSTR modulo, BSTR componente, LONG nQtdeCampos,
                                          REL_CODIGO_CAMPOS_ALTERADOS* aCodigoAlterados) {

@@ -10,7 +10,7 @@ namespace kestor {
 using CriaRepositorio = HRESULT (*)(ContagemServidor& servidor, REFIID iid, void** object);
 
 // Keeps nothing between calls. All calls come on the server's main thread.
-class CRelConverte final : public ObjetoContado<IZNPL_RelConverte> {
+class CRelConverte final : public ObjetoContado<IZNPL_RelConverte, IID_IZNPL_RelConverte> {
  public:
   CRelConverte(ContagemServidor& servidor, CriaRepositorio criaRepositorio);
 

@@ -6,13 +6,6 @@
 
 namespace kestor {
 
-HRESULT CTratadorRelatorio::QueryInterface(REFIID iid, void** object) {
-  if (object == nullptr) return E_POINTER;
-  const bool conhecida = iid == IID_IUnknown || iid == IID_ITratadorMarcacao;
-  *object = conhecida ? static_cast<ITratadorMarcacao*>(this) : nullptr;
-  return conhecida ? S_OK : E_NOINTERFACE;
-}
-
 HRESULT CTratadorRelatorio::InicioElemento(const char* nome, IAtributosMarcacao* atributos) {
   try {
     pilha_.emplace_back(nome);

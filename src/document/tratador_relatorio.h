@@ -6,18 +6,15 @@
 
 #include "document/doc_relatorio.h"
 #include "markup/interfaces_marcacao.h"
+#include "platform/com/object.h"
 
 namespace kestor {
 
 // Fills a document element by element. It goes by the names of all open elements, the root's first. Lives for one
-// reading; references are not counted.
-class CTratadorRelatorio final : public ITratadorMarcacao {
+// reading.
+class CTratadorRelatorio final : public com::UncountedObject<ITratadorMarcacao, IID_ITratadorMarcacao> {
  public:
   explicit CTratadorRelatorio(CDocRelatorio& documento) : documento_(documento) {}
-
-  HRESULT QueryInterface(REFIID iid, void** object) override;
-  ULONG AddRef() override { return 1; }
-  ULONG Release() override { return 1; }
 
   HRESULT InicioDocumento() override { return S_OK; }
   HRESULT FimDocumento() override { return S_OK; }

@@ -17,8 +17,7 @@ constexpr std::size_t kMaxCampos = kMaxConteudo / sizeof(tagREG_CAMPOS_RELATORIO
 
 }  // namespace
 
-CRepositorioRel::CRepositorioRel(IUnknown* externo, ContagemServidor& servidor)
-    : ObjetoAgregavel(IID_IZNPL_Rel, externo, servidor) {}
+CRepositorioRel::CRepositorioRel(IUnknown* externo, ContagemServidor& servidor) : ObjetoAgregavel(externo, servidor) {}
 
 HRESULT CRepositorioRel::Inicializa(BSTR /*bNomeEmpresa*/, BSTR bModulo, BSTR bComponente) {
   conteudoPendente_.reset();

@@ -21,7 +21,7 @@ namespace kestor {
 // over. Unless a method says otherwise it does not ask whether the store has been initialised: a missing folder counts
 // as empty text, and the file is then one of the server's current directory. All calls come on the server's main
 // thread.
-class CRepositorioRel final : public ObjetoAgregavel<IZNPL_Rel> {
+class CRepositorioRel final : public ObjetoAgregavel<IZNPL_Rel, IID_IZNPL_Rel> {
  public:
   CRepositorioRel(IUnknown* externo, ContagemServidor& servidor);
 

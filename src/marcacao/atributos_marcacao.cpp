@@ -22,7 +22,7 @@ CAtributosMarcacao* CAtributosMarcacao::Novo() {
   return guardada ? guardada.release() : new CAtributosMarcacao;
 }
 
-void CAtributosMarcacao::Descarta() {
+void CAtributosMarcacao::Discard() {
   const std::size_t bytes = marca_.Capacidade() + valor_.capacity() + lugares_.capacity() * sizeof(Lugar);
   if (guardada || bytes > kBytesGuardados) {
     delete this;
@@ -39,7 +39,7 @@ CAtributosMarcacao* CAtributosMarcacao::De(IAtributosMarcacao* lista) {
 }
 
 HRESULT CAtributosMarcacao::QueryInterface(REFIID iid, void** object) {
-  if (object == nullptr || !(iid == IID_Propria)) return ObjetoMarcacao::QueryInterface(iid, object);
+  if (object == nullptr || !(iid == IID_Propria)) return CountedObject::QueryInterface(iid, object);
   *object = this;
   return S_OK;
 }

@@ -18,7 +18,6 @@ class CAtributosMarcacao final : public ObjetoMarcacao<IAtributosMarcacao, IID_I
  public:
   // Each element of a document has a list of its own: the one that went last is used again.
   static CAtributosMarcacao* Novo();
-  void Descarta() override;
 
   // The list itself, when `lista` is one for writing of this component; null otherwise.
   static CAtributosMarcacao* De(IAtributosMarcacao* lista);
@@ -43,6 +42,8 @@ class CAtributosMarcacao final : public ObjetoMarcacao<IAtributosMarcacao, IID_I
   std::string_view Marca() const { return marca_.Texto(); }
 
  private:
+  void Discard() override;
+
   // Where an attribute's name stands in the mark.
   struct Lugar {
     std::uint32_t nome;

@@ -25,21 +25,12 @@ constexpr const char* kSemMemoria = "memory has run out";
 constexpr const char* kElementoRecusado = "an element is not known in this place, or an attribute is missing or wrong";
 
 // The attributes of the element that the parser has just found.
-class AtributosLidos final : public IAtributosMarcacao {
+class AtributosLidos final : public com::UncountedObject<IAtributosMarcacao, IID_IAtributosMarcacao> {
  public:
   void Define(const XML_Char** pares) {
     pares_ = pares;
     proximo_ = pares;
   }
-
-  HRESULT QueryInterface(REFIID iid, void** object) override {
-    if (object == nullptr) return E_POINTER;
-    const bool conhecida = iid == IID_IUnknown || iid == IID_IAtributosMarcacao;
-    *object = conhecida ? static_cast<IAtributosMarcacao*>(this) : nullptr;
-    return conhecida ? S_OK : E_NOINTERFACE;
-  }
-  ULONG AddRef() override { return 1; }
-  ULONG Release() override { return 1; }
 
   HRESULT BuscaValor(const char* nome, const char** valor) override {
     if (nome == nullptr || valor == nullptr) return E_POINTER;

@@ -2,12 +2,12 @@
 // slot and the kinds of their arguments; everything else is here.
 #pragma once
 
-#include <atomic>
 #include <memory>
 #include <new>
 #include <utility>
 
 #include "platform/com/marshaler.h"
+#include "platform/com/object.h"
 #include "wire.h"
 
 namespace marshal {
@@ -211,33 +211,14 @@ HRESULT TakeAnswer(HRESULT result, channel::Decoder& in, Arguments&... arguments
   return result;
 }
 
-// One object of another process. Counts its references; the last one to go releases the object there. Every method may
-// be called from any thread.
+// One object of another process; its last reference to go releases the object there. Every method may be called from
+// any thread.
 template <typename Interface, const IID& iid>
-class Proxy : public Interface {
+class Proxy : public com::CountedObject<Interface, iid> {
  public:
   explicit Proxy(std::unique_ptr<com::RemoteObject> remote) : remote_(std::move(remote)) {}
 
-  HRESULT QueryInterface(REFIID asked, void** object) final {
-    if (object == nullptr) return E_POINTER;
-    *object = nullptr;
-    if (!(asked == iid) && !(asked == IID_IUnknown)) return E_NOINTERFACE;
-    AddRef();
-    *object = static_cast<Interface*>(this);
-    return S_OK;
-  }
-
-  ULONG AddRef() final { return references_.fetch_add(1, std::memory_order_relaxed) + 1; }
-
-  ULONG Release() final {
-    const ULONG left = references_.fetch_sub(1, std::memory_order_acq_rel) - 1;
-    if (left == 0) delete this;
-    return left;
-  }
-
  protected:
-  virtual ~Proxy() = default;
-
   // Carries one call. E_POINTER when an out-argument has no place, E_INVALIDARG when the arguments do not fit into a
   // frame, else the method's result or the transport's.
   template <typename... Arguments>
@@ -266,14 +247,15 @@ class Proxy : public Interface {
     }
   }
 
-  std::atomic<ULONG> references_{1};
   const std::unique_ptr<com::RemoteObject> remote_;
 };
 
 // As com::Marshaler::newProxy.
 template <typename Interface, typename InterfaceProxy>
 void* NewProxy(std::unique_ptr<com::RemoteObject> remote) {
-  return static_cast<Interface*>(new (std::nothrow) InterfaceProxy(std::move(remote)));
+  Interface* proxy = new (std::nothrow) InterfaceProxy(std::move(remote));
+  if (proxy != nullptr) proxy->AddRef();
+  return proxy;
 }
 
 }  // namespace marshal

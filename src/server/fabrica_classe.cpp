@@ -11,25 +11,6 @@ HRESULT CFabricaClasse::Cria(CModuloServidor& modulo, OperacaoCriacao criacao, I
   return S_OK;
 }
 
-HRESULT CFabricaClasse::QueryInterface(REFIID iid, void** object) {
-  if (object == nullptr) return E_POINTER;
-  *object = nullptr;
-  if (!(iid == IID_IUnknown) && !(iid == IID_IClassFactory)) return E_NOINTERFACE;
-  *object = static_cast<IClassFactory*>(this);
-  AddRef();
-  return S_OK;
-}
-
-ULONG CFabricaClasse::AddRef() {
-  return static_cast<ULONG>(InterlockedIncrement(&referencias_));
-}
-
-ULONG CFabricaClasse::Release() {
-  const LONG restantes = InterlockedDecrement(&referencias_);
-  if (restantes == 0) delete this;
-  return static_cast<ULONG>(restantes);
-}
-
 HRESULT CFabricaClasse::CreateInstance(IUnknown* outer, REFIID iid, void** object) {
   if (object == nullptr) return E_POINTER;
   *object = nullptr;

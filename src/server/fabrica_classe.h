@@ -1,19 +1,16 @@
 // The class object of one class.
 #pragma once
 
+#include "platform/com/object.h"
 #include "server/modulo_servidor.h"
 
 namespace kestor {
 
-// Reference count atomic, starting at 0; class objects do not keep the server alive.
-class CFabricaClasse final : public IClassFactory {
+// Class objects do not keep the server alive.
+class CFabricaClasse final : public com::CountedObject<IClassFactory, IID_IClassFactory> {
  public:
   // A class object with one reference; E_OUTOFMEMORY when memory runs out.
   static HRESULT Cria(CModuloServidor& modulo, OperacaoCriacao criacao, IClassFactory** fabrica);
-
-  HRESULT QueryInterface(REFIID iid, void** object) override;
-  ULONG AddRef() override;
-  ULONG Release() override;
 
   // E_POINTER without a place for the object; CLASS_E_NOAGGREGATION when an outer object asks for anything but
   // IUnknown; otherwise the result of the class's creation.
@@ -24,11 +21,9 @@ class CFabricaClasse final : public IClassFactory {
 
  private:
   CFabricaClasse(CModuloServidor& modulo, OperacaoCriacao criacao) : modulo_(modulo), criacao_(criacao) {}
-  ~CFabricaClasse() = default;
 
   CModuloServidor& modulo_;
   const OperacaoCriacao criacao_;
-  LONG volatile referencias_ = 0;
 };
 
 }  // namespace kestor

@@ -10,7 +10,7 @@
 namespace kestor {
 
 CRepositorioRel2::CRepositorioRel2(ContagemServidor& servidor, MigraModelos migra)
-    : ObjetoContado(IID_IZNPL_Relatorio2, servidor), servidor_(servidor), migra_(migra) {}
+    : ObjetoContado(servidor), servidor_(servidor), migra_(migra) {}
 
 HRESULT CRepositorioRel2::Inicializa(BSTR bsModulo, BSTR bsComponente) {
   const std::string modulo = TextoDeBstr(bsModulo);

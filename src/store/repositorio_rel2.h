@@ -24,7 +24,7 @@ using MigraModelos = HRESULT (*)(ContagemServidor& servidor, IZNPL_Relatorio2& r
 // A model is the file CAMINHO + MODULE + COMPONENT + NAME + ".RXL" of the reports folder: a 16-bit version and the
 // content. Until module, component and reports folder are all known, every method but Inicializa answers 0x80040007 and
 // touches no file.
-class CRepositorioRel2 final : public ObjetoContado<IZNPL_Relatorio2> {
+class CRepositorioRel2 final : public ObjetoContado<IZNPL_Relatorio2, IID_IZNPL_Relatorio2> {
  public:
   // `migra`: what Inicializa calls; null for a store that leaves the first generation alone.
   explicit CRepositorioRel2(ContagemServidor& servidor, MigraModelos migra = nullptr);
@@ -43,8 +43,8 @@ class CRepositorioRel2 final : public ObjetoContado<IZNPL_Relatorio2> {
 
   // 0x00040004 when the model exists and must not be overwritten; 0x0004000C when it has the name of a deleted
   // demonstration model and that was to be checked; 0x80040005 when it cannot be written, the old model then being
-  // untouched; E_INVALIDARG for a negative size and for more than a call can carry back; E_POINTER without a block for a
-  // size above 0.
+  // untouched; E_INVALIDARG for a negative size and for more than a call can carry back; E_POINTER without a block for
+  // a size above 0.
   HRESULT Grava(BSTR bsRelatorio, USHORT nVersao, unsigned char flagGravacao, LONG nTamanho,
                 unsigned char* lpRelatorio) override;
 

@@ -183,17 +183,8 @@ TEST_F(ForeignReaderTest, ElementsAreOpenUntilTheyEnd) {
   EXPECT_TRUE(document_.ordenacao.somenteTotais);
 }
 
-TEST_F(ForeignReaderTest, WhatTheHandlerIs) {
+TEST_F(ForeignReaderTest, WhatIsNoElementChangesNothing) {
   EXPECT_TRUE(LoadBy([](ITratadorMarcacao& handler) {
-    void* object = nullptr;
-    EXPECT_EQ(handler.QueryInterface(IID_ITratadorMarcacao, &object), S_OK);
-    EXPECT_EQ(object, &handler);
-    EXPECT_EQ(handler.QueryInterface(IID_IUnknown, &object), S_OK);
-    EXPECT_EQ(handler.QueryInterface(IID_ILeitorMarcacao, &object), E_NOINTERFACE);
-    EXPECT_EQ(object, nullptr);
-    EXPECT_EQ(handler.AddRef(), 1U);
-    EXPECT_EQ(handler.AddRef(), 1U);
-    EXPECT_EQ(handler.Release(), 1U);
     EXPECT_EQ(handler.InicioDocumento(), S_OK);
     EXPECT_EQ(handler.Notifica(7), S_OK);
     EXPECT_EQ(handler.FimDocumento(), S_OK);

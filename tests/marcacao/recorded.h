@@ -8,6 +8,7 @@
 
 #include "document/mem_stream.h"
 #include "markup/interfaces_marcacao.h"
+#include "platform/com/object.h"
 
 struct RecordedElement {
   std::string name;
@@ -18,14 +19,10 @@ struct RecordedElement {
 };
 
 // Writes down every element with the values of the attributes `asked`. Fails at element `failAt` (counted from 1).
-class Recorder final : public kestor::ITratadorMarcacao {
+class Recorder final : public com::UncountedObject<kestor::ITratadorMarcacao, kestor::IID_ITratadorMarcacao> {
  public:
   explicit Recorder(std::vector<std::string> asked = {}, std::size_t failAt = 0)
       : asked_(std::move(asked)), failAt_(failAt) {}
-
-  HRESULT QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
-  ULONG AddRef() override { return 1; }
-  ULONG Release() override { return 1; }
 
   HRESULT InicioDocumento() override {
     ++begun;

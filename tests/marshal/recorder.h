@@ -2,7 +2,6 @@
 // script tells them.
 #pragma once
 
-#include <atomic>
 #include <concepts>
 #include <cstring>
 #include <functional>
@@ -12,6 +11,7 @@
 #include <vector>
 
 #include "contract/interfaces.h"
+#include "platform/com/object.h"
 
 namespace recorder {
 
@@ -65,25 +65,15 @@ concept Record = kLayout<T>
 .bytes != 0;
 
 template <typename Interface, const IID& iid>
-class Recorder : public Interface {
+class Recorder : public com::CountedObject<Interface, iid> {
  public:
-  explicit Recorder(Script& script) : script_(script) { ++script_.objects; }
-
-  HRESULT QueryInterface(REFIID asked, void** object) final {
-    *object = asked == iid || asked == IID_IUnknown ? static_cast<Interface*>(this) : nullptr;
-    if (*object == nullptr) return E_NOINTERFACE;
-    AddRef();
-    return S_OK;
-  }
-  ULONG AddRef() final { return ++references_; }
-  ULONG Release() final {
-    const ULONG left = --references_;
-    if (left == 0) delete this;
-    return left;
+  explicit Recorder(Script& script) : script_(script) {
+    ++script_.objects;
+    Recorder::CountedObject::AddRef();
   }
 
  protected:
-  virtual ~Recorder() { --script_.objects; }
+  ~Recorder() override { --script_.objects; }
 
   template <typename... Arguments>
   HRESULT Answer(const char* method, Arguments... arguments) {
@@ -165,7 +155,6 @@ class Recorder : public Interface {
   }
 
   Script& script_;
-  std::atomic<ULONG> references_{1};
 };
 
 class Rel final : public Recorder<IZNPL_Rel, IID_IZNPL_Rel> {

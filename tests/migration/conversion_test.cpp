@@ -4,6 +4,7 @@
 
 #include "common/zn_exception.h"
 #include "conversion_fixture.h"
+#include "platform/com/object.h"
 #include "platform/files/files.h"
 
 namespace {
@@ -199,11 +200,8 @@ TEST_F(ConversionTest, ModelsThatDifferInLetterCaseAlone) {
 }
 
 // A maker of writers to whom everything happens: what there is to do is done for the next model all the same.
-class FailingWriters final : public IClassFactory {
+class FailingWriters final : public com::UncountedObject<IClassFactory, IID_IClassFactory> {
  public:
-  HRESULT QueryInterface(REFIID, void** object) override { return *object = this, S_OK; }
-  ULONG AddRef() override { return 1; }
-  ULONG Release() override { return 1; }
   HRESULT LockServer(BOOL) override { return S_OK; }
   HRESULT CreateInstance(IUnknown*, REFIID, void**) override {
     ++asked;
@@ -215,13 +213,10 @@ class FailingWriters final : public IClassFactory {
 };
 
 // Refuses elements after the tenth, and counts all that it is given.
-class ShortWriter final : public IEscritorMarcacao {
+class ShortWriter final : public com::UncountedObject<IEscritorMarcacao, IID_IEscritorMarcacao> {
  public:
   static constexpr int kMost = 10;
   int started = 0;
-  HRESULT QueryInterface(REFIID, void** object) override { return *object = this, S_OK; }
-  ULONG AddRef() override { return 1; }
-  ULONG Release() override { return 1; }
   HRESULT IniciaDocumento() override { return S_OK; }
   HRESULT FinalizaDocumento() override { return started > kMost ? E_OUTOFMEMORY : S_OK; }
   HRESULT IniciaElemento(const char*, IAtributosMarcacao*) override { return ++started > kMost ? E_OUTOFMEMORY : S_OK; }
@@ -233,12 +228,9 @@ class ShortWriter final : public IEscritorMarcacao {
   HRESULT DefineSaida(IStream*) override { return S_OK; }
 };
 
-class OneWriter final : public IClassFactory {
+class OneWriter final : public com::UncountedObject<IClassFactory, IID_IClassFactory> {
  public:
   explicit OneWriter(IEscritorMarcacao& writer) : writer_(writer) {}
-  HRESULT QueryInterface(REFIID, void** object) override { return *object = this, S_OK; }
-  ULONG AddRef() override { return 1; }
-  ULONG Release() override { return 1; }
   HRESULT LockServer(BOOL) override { return S_OK; }
   HRESULT CreateInstance(IUnknown*, REFIID, void** object) override { return *object = &writer_, S_OK; }
 

@@ -42,6 +42,6 @@ inline constexpr HRESULT kCallFailed = static_cast<HRESULT>(0x800706BE);        
 inline constexpr HRESULT kSlotOutOfRange = static_cast<HRESULT>(0x800706D1);     // the interface has no such method
 inline constexpr HRESULT kBadStubData = static_cast<HRESULT>(0x800706F7);        // the arguments do not decode
 inline constexpr HRESULT kServerFault = static_cast<HRESULT>(0x80010105);        // an unexpected failure in the server
-inline constexpr HRESULT kVersionMismatch = static_cast<HRESULT>(0x80010110);    // the peer's protocol is another version
+inline constexpr HRESULT kVersionMismatch = static_cast<HRESULT>(0x80010110);  // the peer's protocol is another version
 
 }  // namespace rpc
