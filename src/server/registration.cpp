@@ -1,81 +1,90 @@
 #include "registration.h"
 
+#include <vector>
+
 #include "contract/interfaces.h"
+#include "platform/registry/registry.h"
 #include "platform/text/text.h"
-#include "registry_script.h"
 
 namespace kestor {
 
 namespace {
 
-constexpr char kApplicationScript[] = R"(
-HKCR
-{
-  NoRemove AppID
-  {
-    '%APPID%' = s 'KESTOR'
-    'KESTOR.EXE'
-    {
-      val 'AppID' = s '%APPID%'
-    }
-  }
-}
-)";
+// A text value in the registry, below HKEY_CLASSES_ROOT.
+struct Entry {
+  std::string key;
+  const char* name;  // empty: the key's default value
+  std::string text;
+  bool startsAnew = false;  // what was below the key is deleted before the value is written
+};
 
-constexpr char kClassScript[] = R"(
-HKCR
-{
-  'KESTOR.%CLASS%.1' = s '%DESCRIPTION%'
-  {
-    CLSID = s '%CLSID%'
-  }
-  'KESTOR.%CLASS%' = s '%DESCRIPTION%'
-  {
-    CLSID = s '%CLSID%'
-    CurVer = s 'KESTOR.%CLASS%.1'
-  }
-  NoRemove CLSID
-  {
-    ForceRemove '%CLSID%' = s '%DESCRIPTION%'
-    {
-      ProgID = s 'KESTOR.%CLASS%.1'
-      VersionIndependentProgID = s 'KESTOR.%CLASS%'
-      LocalServer32 = s '%MODULE%'
-      val AppID = s '%APPID%'
-      TypeLib = s '%LIBID%'
-    }
-  }
-}
-)";
+// In the order in which they are written. Removal deletes the key of each entry, so that a key which other programs
+// share must not have an entry of its own.
+using Entries = std::vector<Entry>;
 
-// A script that the executable carries. Those of the classes differ only in the class.
-struct Script {
-  const char* text;
-  const char* className;
-  const char* description;
+struct ServerClass {
+  const char* name;
   CLSID clsid;
 };
 
-// In the order in which they are applied: 100, the application's, then 101 to 103, those of the classes.
-constexpr Script kApplication = {kApplicationScript, "", "", {}};
-constexpr Script kClasses[] = {
-    {kClassScript, "ZNPL_Rel", "ZNPL_Rel Class", CLSID_ZNPL_Rel},
-    {kClassScript, "ZNPL_Relatorio2", "ZNPL_Relatorio2 Class", CLSID_ZNPL_Relatorio2},
-    {kClassScript, "ZNPL_RelConverte", "ZNPL_RelConverte Class", CLSID_ZNPL_RelConverte},
-};
+constexpr ServerClass kClasses[] = {{"ZNPL_Rel", CLSID_ZNPL_Rel},
+                                    {"ZNPL_Relatorio2", CLSID_ZNPL_Relatorio2},
+                                    {"ZNPL_RelConverte", CLSID_ZNPL_RelConverte}};
 
-// Applies a script in one direction. `module`: the executable's path in code page 1252.
-HRESULT Apply(const Script& source, const std::string& module, HRESULT (RegistryScript::*direction)() const) {
-  RegistryScript script;
-  const HRESULT result = RegistryScript::Parse(source.text,
-                                               {{"APPID", GuidText(APPID_KESTOR)},
-                                                {"LIBID", GuidText(LIBID_KESTORLib)},
-                                                {"CLSID", GuidText(source.clsid)},
-                                                {"CLASS", source.className},
-                                                {"DESCRIPTION", source.description},
-                                                {"MODULE", module}},
-                                               &script);
-  return FAILED(result) ? result : (script.*direction)();
+Entries EntriesOfApplication() {
+  const std::string application = GuidText(APPID_KESTOR);
+  return {{"AppID\\" + application, "", "KESTOR"}, {R"(AppID\KESTOR.EXE)", "AppID", application}};
+}
+
+// `module`: the executable's path in code page 1252.
+Entries EntriesOf(const ServerClass& serverClass, const std::string& module) {
+  const std::string description = std::string(serverClass.name) + " Class";
+  const std::string program = std::string("KESTOR.") + serverClass.name;
+  const std::string version = program + ".1";
+  const std::string clsid = GuidText(serverClass.clsid);
+  const std::string key = "CLSID\\" + clsid;
+  return {{version, "", description},
+          {version + "\\CLSID", "", clsid},
+          {program, "", description},
+          {program + "\\CLSID", "", clsid},
+          {program + "\\CurVer", "", version},
+          {key, "", description, true},
+          {key, "AppID", GuidText(APPID_KESTOR)},
+          {key + "\\ProgID", "", version},
+          {key + "\\VersionIndependentProgID", "", program},
+          {key + "\\LocalServer32", "", module},
+          {key + "\\TypeLib", "", GuidText(LIBID_KESTORLib)}};
+}
+
+LONG DeleteIfThere(const std::string& key) {
+  const LONG result = RegDeleteTreeA(HKEY_CLASSES_ROOT, key.c_str());
+  return result == ERROR_FILE_NOT_FOUND ? LONG{ERROR_SUCCESS} : result;
+}
+
+LONG Write(const Entry& entry) {
+  LONG result = entry.startsAnew ? DeleteIfThere(entry.key) : LONG{ERROR_SUCCESS};
+  if (result != ERROR_SUCCESS) return result;
+  registry::OwnedKey key;
+  result = RegCreateKeyA(HKEY_CLASSES_ROOT, entry.key.c_str(), key.Out());
+  if (result != ERROR_SUCCESS) return result;
+  return RegSetValueExA(key.Get(), entry.name, 0, REG_SZ, reinterpret_cast<const BYTE*>(entry.text.c_str()),
+                        static_cast<DWORD>(entry.text.size() + 1));
+}
+
+// The result of the first entry that fails (0x8007xxxx); the rest is not written then.
+HRESULT Add(const Entries& entries) {
+  for (const Entry& entry : entries) {
+    const LONG result = Write(entry);
+    if (result != ERROR_SUCCESS) return HRESULT_FROM_WIN32(static_cast<DWORD>(result));
+  }
+  return S_OK;
+}
+
+// Ends at the first failure: a registry that another program holds must not be waited for once for every key.
+void Remove(const Entries& entries) {
+  for (const Entry& entry : entries) {
+    if (DeleteIfThere(entry.key) != ERROR_SUCCESS) return;
+  }
 }
 
 // The folder of a path, without a separator at its end unless it is the root.
@@ -131,20 +140,19 @@ HRESULT UnregisterLibrary(const std::string& executable) {
 HRESULT RegistraServidor(const std::string& executable) {
   std::string module;
   const bool representable = text::FromUtf8Exactly(executable, &module);
-  Apply(kApplication, module, &RegistryScript::Add);
+  Add(EntriesOfApplication());
   if (!representable) return HRESULT_FROM_WIN32(ERROR_INVALID_NAME);
-  for (const Script& script : kClasses) {
-    const HRESULT result = Apply(script, module, &RegistryScript::Add);
+  for (const ServerClass& serverClass : kClasses) {
+    const HRESULT result = Add(EntriesOf(serverClass, module));
     if (FAILED(result)) return result;
   }
   return RegisterLibrary(executable);
 }
 
 HRESULT DesregistraServidor(const std::string& executable) {
-  const std::string module = text::FromUtf8(executable);
-  Apply(kApplication, module, &RegistryScript::Remove);
-  for (const Script& script : kClasses)
-    Apply(script, module, &RegistryScript::Remove);
+  Remove(EntriesOfApplication());
+  for (const ServerClass& serverClass : kClasses)
+    Remove(EntriesOf(serverClass, {}));
   UnregisterLibrary(executable);
   return S_OK;
 }
