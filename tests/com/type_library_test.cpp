@@ -1,8 +1,6 @@
 // Type libraries: where they are found, what does not pass for one, and their keys in the registry.
-#include <elf.h>
 #include <sys/stat.h>
 
-#include <cstring>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
@@ -37,30 +35,11 @@ HRESULT Load(const std::filesystem::path& file) {
   return Load(file, library.Out());
 }
 
-// An executable of nothing but one section of content and the section of the names.
-std::string Executable(std::string_view sectionName, std::string_view content) {
-  const std::string names = std::string(1, '\0') + std::string(sectionName) + '\0';
-  Elf64_Ehdr header{};
-  std::memcpy(header.e_ident, ELFMAG, SELFMAG);
-  header.e_ident[EI_CLASS] = ELFCLASS64;
-  header.e_ident[EI_DATA] = ELFDATA2LSB;
-  header.e_ident[EI_VERSION] = EV_CURRENT;
-  header.e_type = ET_DYN;
-  header.e_shentsize = sizeof(Elf64_Shdr);
-  header.e_shnum = 3;
-  header.e_shstrndx = 2;
-  header.e_shoff = sizeof header + content.size() + names.size();
-  Elf64_Shdr sections[3]{};
-  sections[1].sh_name = 1;
-  sections[1].sh_type = SHT_PROGBITS;
-  sections[1].sh_offset = sizeof header;
-  sections[1].sh_size = content.size();
-  sections[2].sh_type = SHT_STRTAB;
-  sections[2].sh_offset = sizeof header + content.size();
-  sections[2].sh_size = names.size();
-  std::string file(reinterpret_cast<const char*>(&header), sizeof header);
-  file.append(content).append(names).append(reinterpret_cast<const char*>(sections), sizeof sections);
-  return file;
+// A file of other bytes too, among them a mark that nothing follows.
+std::string Executable(const std::string& description) {
+  const std::string mark = "@(#) type library\n";
+  const std::string others("\0ELF\xFF\0", 6);
+  return others + mark + others + mark + description + others;
 }
 
 class TypeLibrary : public testing::Test {
@@ -75,7 +54,7 @@ class TypeLibrary : public testing::Test {
 };
 
 TEST_F(TypeLibrary, TellsWhatItsHeadSays) {
-  for (const std::string& bytes : {kDescription, Executable(".typelib", kDescription)}) {
+  for (const std::string& bytes : {kDescription, Executable(kDescription)}) {
     support::WriteFile(file_, bytes);
     ComPtr<ITypeLib> library;
     ASSERT_EQ(Load(file_, library.Out()), S_OK);
@@ -88,16 +67,14 @@ TEST_F(TypeLibrary, TellsWhatItsHeadSays) {
 }
 
 TEST_F(TypeLibrary, NothingElsePassesForOne) {
-  const std::string executable = Executable(".typelib", kDescription);
   std::vector<std::string> others = {std::string(4096, '['),
                                      std::string(100000, '{'),
                                      "[]library X{}",
                                      "x" + kDescription,
+                                     std::string(1, '\0') + kDescription,
                                      kDescription + kDescription,
-                                     Executable(".typelib", ""),
-                                     Executable(".typelib", "MZ"),
-                                     Executable(".typeli", kDescription),
-                                     Executable(".typelibs", kDescription)};
+                                     Executable(""),
+                                     Executable("x" + kDescription)};
   using Change = std::pair<std::string, const char*>;
   for (const auto& [from, to] : {Change{"uuid", "uid"},
                                  {"aabb", "aab"},
@@ -114,25 +91,12 @@ TEST_F(TypeLibrary, NothingElsePassesForOne) {
     others.push_back(std::string(kDescription).replace(kDescription.find(from), from.size(), to));
   for (std::size_t size = 0; size <= kDescription.rfind('}'); ++size)
     others.push_back(kDescription.substr(0, size));
-  for (std::size_t size = 0; size < executable.size(); ++size)
-    others.push_back(executable.substr(0, size));
   for (const std::string& bytes : others)
     EXPECT_EQ(LoadBytes(bytes), TYPE_E_CANTLOADLIBRARY) << bytes.size() << ": " << bytes.substr(0, 400);
 
   ASSERT_EQ(mkfifo((home_.Data() / "pipe").c_str(), 0600), 0);
   for (const char* file : {".", "missing", "pipe", "/dev/zero"})
     EXPECT_EQ(Load(home_.Data() / file), TYPE_E_CANTLOADLIBRARY) << file;
-}
-
-TEST_F(TypeLibrary, NoDamageDoesHarm) {
-  const std::string whole = Executable(".typelib", kDescription);
-  const std::size_t table = whole.size() - 3 * sizeof(Elf64_Shdr);
-  for (std::size_t at = 0; at < whole.size(); at += at == sizeof(Elf64_Ehdr) ? table - at : 1) {
-    for (const char extreme : {'\x7F', '\x80', '\xFF'}) {
-      const HRESULT result = LoadBytes(std::string(whole).replace(at, 1, 1, extreme));
-      EXPECT_TRUE(result == S_OK || result == TYPE_E_CANTLOADLIBRARY) << at;
-    }
-  }
 }
 
 // ---- Registry ------------------------------------------------------------------------------------------------------

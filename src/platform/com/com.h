@@ -252,7 +252,7 @@ HRESULT CoGetLocalServerStatus(REFCLSID clsid, LocalServerStatus* status);
 
 // ---- Type libraries ------------------------------------------------------------------------------------------------
 // A type library is a text in the platform's interface description language. It is stored as a file of its own, or
-// inside an executable as the section ".typelib". Paths are the host system's.
+// inside an executable, between the mark "@(#) type library\n" and a NUL. Paths are the host system's.
 
 using LCID = DWORD;
 enum SYSKIND { SYS_WIN16 = 0, SYS_WIN32 = 1, SYS_MAC = 2, SYS_WIN64 = 3 };

@@ -1,28 +1,160 @@
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <cctype>
+#include <charconv>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <map>
 #include <new>
+#include <sstream>
 #include <utility>
 
 #include "com.h"
 #include "platform/registry/registry.h"
 #include "platform/text/text.h"
-#include "type_library_elf.h"
-#include "type_library_file.h"
-#include "type_library_text.h"
 
 namespace {
 
-constexpr char kSection[] = ".typelib";
+// Stands before a description inside an executable; a NUL ends the description.
+constexpr std::string_view kMark = "@(#) type library\n";
 
-// Far above any description that people write.
-constexpr std::size_t kMaxDescriptionBytes = std::size_t{16} << 20;
+// Far above any executable, with all that a debugger wants, and far below what takes the machine's memory.
+constexpr std::uintmax_t kMaxFileBytes = std::uintmax_t{256} << 20;
+
+// ---- The text ------------------------------------------------------------------------------------------------------
+
+struct LibraryHead {
+  GUID guid{};
+  WORD majorVersion = 0;
+  WORD minorVersion = 0;
+  LCID lcid = 0;
+  std::string name;
+  std::string helpString;  // UTF-8
+};
+
+// Reads the head of a description, which is all that the runtime needs of it. The rest is for programs that make
+// clients; only its end is looked for, because a description that was cut off is none.
+class DescriptionReader {
+ public:
+  explicit DescriptionReader(std::string_view text) : rest_(text) {}
+
+  // False when the text does not read as "[" attributes "]" "library" NAME "{" … "}" [";"].
+  bool Read(LibraryHead* head) {
+    if (!Take('[') || !ReadAttributes(head) || !Take(']') || TakeWord() != "library") return false;
+    head->name = TakeWord();
+    if (head->name.empty() || !Take('{') || !SkipBody()) return false;
+    Take(';');
+    Skip();
+    return rest_.empty();
+  }
+
+ private:
+  void Drop(std::size_t count) { rest_.remove_prefix(std::min(count, rest_.size())); }
+
+  // Skips white space, comments and lines that start with '#'.
+  void Skip() {
+    for (;;) {
+      Drop(rest_.find_first_not_of(" \t\r\n"));
+      if (rest_.starts_with("//") || rest_.starts_with('#')) {
+        Drop(rest_.find('\n'));
+      } else if (rest_.starts_with("/*")) {
+        Drop(rest_.find("*/", 2));
+        Drop(2);
+      } else {
+        return;
+      }
+    }
+  }
+
+  bool Take(char mark) {
+    Skip();
+    if (!rest_.starts_with(mark)) return false;
+    Drop(1);
+    return true;
+  }
+
+  // A name or a number; an identity is one word, hyphens included. Empty when there is none.
+  std::string TakeWord() {
+    Skip();
+    const auto isPart = [](unsigned char c) { return std::isalnum(c) != 0 || c == '_' || c == '.' || c == '-'; };
+    std::string word(rest_.begin(), std::find_if_not(rest_.begin(), rest_.end(), isPart));
+    Drop(word.size());
+    return word;
+  }
+
+  // Takes the rest of a text, up to and with its closing quote.
+  bool TakeText(std::string* text) {
+    text->clear();
+    while (!rest_.empty() && rest_.front() != '"') {
+      if (rest_.front() == '\\') Drop(1);
+      *text += rest_.substr(0, 1);
+      Drop(1);
+    }
+    return Take('"');
+  }
+
+  // NAME or NAME "(" VALUE ")", with commas between.
+  bool ReadAttributes(LibraryHead* head) {
+    std::map<std::string, std::string> values = {{"lcid", "0"}};
+    do {
+      std::string& value = values[TakeWord()];
+      if (Take('(') && !TakeValue(&value)) return false;
+    } while (Take(','));
+    head->helpString = values["helpstring"];
+    return GuidFromText("{" + values["uuid"] + "}", &head->guid) && ReadVersion(values["version"], head) &&
+           ReadNumber(values["lcid"], &head->lcid);
+  }
+
+  bool TakeValue(std::string* value) {
+    if (!Take('"')) {
+      *value = TakeWord();
+    } else if (!TakeText(value)) {
+      return false;
+    }
+    return Take(')');
+  }
+
+  // MAJOR or MAJOR.MINOR.
+  static bool ReadVersion(std::string_view version, LibraryHead* head) {
+    const std::size_t point = version.find('.');
+    if (!ReadNumber(version.substr(0, point), &head->majorVersion)) return false;
+    return point == std::string_view::npos || ReadNumber(version.substr(point + 1), &head->minorVersion);
+  }
+
+  template <typename T>
+  static bool ReadNumber(std::string_view digits, T* number) {
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), *number);
+    return error == std::errc() && end == digits.data() + digits.size();
+  }
+
+  bool SkipBody() {
+    std::string text;
+    for (std::size_t depth = 1; depth > 0;) {
+      if (Take('{')) {
+        ++depth;
+      } else if (Take('}')) {
+        --depth;
+      } else if (Take('"')) {
+        if (!TakeText(&text)) return false;
+      } else if (rest_.empty()) {
+        return false;
+      } else {
+        Drop(1);
+      }
+    }
+    return true;
+  }
+
+  std::string_view rest_;
+};
 
 // ---- The library object --------------------------------------------------------------------------------------------
 
 class TypeLibrary final : public ITypeLib {
  public:
-  TypeLibrary(com::LibraryHead head, std::string description)
+  TypeLibrary(LibraryHead head, std::string description)
       : head_(std::move(head)), description_(std::move(description)) {}
   virtual ~TypeLibrary() = default;
 
@@ -69,19 +201,36 @@ class TypeLibrary final : public ITypeLib {
     return *copy != nullptr;
   }
 
-  const com::LibraryHead head_;
+  const LibraryHead head_;
   const std::string description_;
   std::atomic<ULONG> references_ = 1;
 };
 
-// The description inside an executable, or the whole of any other file.
-std::optional<std::string> ReadDescription(const std::string& path) {
-  const com::HostFile file(path);
-  const com::ElfFile executable(file);
-  if (executable.HasSignature()) return executable.Section(kSection, kMaxDescriptionBytes);
-  std::string description;
-  if (file.Size() > kMaxDescriptionBytes || !file.Read(0, file.Size(), &description)) return std::nullopt;
-  return description;
+// The content of a regular file; empty when it cannot be had. A pipe would hold up the caller, and a device might not
+// end.
+std::string ReadFile(const std::filesystem::path& path) {
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(path, error)) return {};
+  if (std::filesystem::file_size(path, error) > kMaxFileBytes) return {};  // also when there is no telling
+  std::ostringstream content;
+  content << std::ifstream(path, std::ios::binary).rdbuf();
+  return std::move(content).str();
+}
+
+// Finds the description in a file that holds nothing else or is an executable. The mark alone proves nothing: every
+// program that looks for it holds it.
+ITypeLib* FindLibrary(std::string_view content) {
+  for (;;) {
+    const std::size_t mark = content.find(kMark);
+    std::string_view description = content.substr(0, mark);
+    description = description.substr(0, description.find('\0'));
+    LibraryHead head;
+    if (DescriptionReader(description).Read(&head) && text::IsValidUtf8(description)) {
+      return new TypeLibrary(std::move(head), std::string(description));
+    }
+    if (mark == std::string_view::npos) return nullptr;
+    content.remove_prefix(mark + kMark.size());
+  }
 }
 
 // ---- The registry --------------------------------------------------------------------------------------------------
@@ -152,12 +301,8 @@ HRESULT LoadTypeLib(const OLECHAR* path, ITypeLib** library) {
   *library = nullptr;
   if (path == nullptr) return E_INVALIDARG;
   try {
-    std::optional<std::string> description = ReadDescription(text::Utf16ToUtf8(path));
-    if (!description) return TYPE_E_CANTLOADLIBRARY;
-    std::optional<com::LibraryHead> head = com::ReadLibraryHead(*description);
-    if (!head) return TYPE_E_CANTLOADLIBRARY;
-    *library = new TypeLibrary(std::move(*head), std::move(*description));
-    return S_OK;
+    *library = FindLibrary(ReadFile(text::Utf16ToUtf8(path)));
+    return *library == nullptr ? TYPE_E_CANTLOADLIBRARY : S_OK;
   } catch (const std::bad_alloc&) {
     return E_OUTOFMEMORY;
   }
