@@ -1,12 +1,13 @@
 #include "document/conversor_codigos.h"
 
-#include <cstring>
+#include <exception>
 #include <memory>
 #include <new>
 #include <utility>
 
 #include "common/nomes_arquivos.h"
 #include "common/texto_bstr.h"
+#include "contract/campo_texto.h"
 #include "document/doc_relatorio.h"
 
 namespace kestor {
@@ -15,12 +16,6 @@ namespace {
 
 // Codes up to here are those of fixed columns; nothing is renumbered to one of them.
 constexpr std::uint16_t kUltimoCodigoFixo = 99;
-
-// A text of the catalogue ends at its NUL, or with its field.
-template <std::size_t N>
-std::string TextoDeCampo(const char (&campo)[N]) {
-  return {campo, strnlen(campo, N)};
-}
 
 bool LeDocumento(IZNPL_Relatorio2& repositorio, const std::string& nome, CDocRelatorio& documento) {
   const OwnedBstr texto(BstrDeTexto(nome));
@@ -90,7 +85,7 @@ void CConversorCodigos::Altera(CDocRelatorio& documento) const {
   for (CampoEscolhido& coluna : documento.camposEscolhidos.campos) {
     if (!Renumera(coluna.codigo)) continue;
     if (const tagREG_CAMPOS_RELATORIO2* campo = BuscaCampo(coluna.codigo))
-      coluna.cabecalho = TextoDeCampo(campo->szApelido);
+      coluna.cabecalho = TextoDoCampo(campo->szApelido);
   }
   AlteraLista(documento.ordenacao.campos, &tagREG_CAMPOS_RELATORIO2::bPodeOrdenar);
   AlteraLista(documento.ordenacao.totalizacoes, &tagREG_CAMPOS_RELATORIO2::bPodeTotalizar);

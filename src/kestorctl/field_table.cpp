@@ -1,19 +1,14 @@
 #include "field_table.h"
 
 #include <algorithm>
-#include <cstring>
 
+#include "contract/campo_texto.h"
 #include "platform/text/text.h"
 #include "text_table.h"
 
 namespace kestorctl {
 
 namespace {
-
-template <std::size_t N>
-std::string Text(const char (&field)[N]) {
-  return text::ToUtf8({field, strnlen(field, N)});
-}
 
 struct Word {
   char letter;
@@ -93,27 +88,27 @@ std::string AlignmentInWords(const std::string& letter) {
 
 Field::Field(const tagREG_CAMPOS_RELATORIO& record)
     : code(record.iCod),
-      alias(Text(record.cApelido)),
-      description(Text(record.cDescricao)),
+      alias(text::ToUtf8(kestor::TextoDoCampo(record.cApelido))),
+      description(text::ToUtf8(kestor::TextoDoCampo(record.cDescricao))),
       type(Letter(record.cTipo)),
       alignment(Letter(record.cAlinhamento)),
       width(record.iTamanho),
       filter(record.bCondicao != 0),
       total(record.bTotalizavel != 0),
       sort(record.bOrdenavel != 0),
-      options(Text(record.cOpcoes)) {}
+      options(text::ToUtf8(kestor::TextoDoCampo(record.cOpcoes))) {}
 
 Field::Field(const tagREG_CAMPOS_RELATORIO2& record)
     : code(record.nCodigo),
-      alias(Text(record.szApelido)),
-      description(Text(record.szDescricao)),
+      alias(text::ToUtf8(kestor::TextoDoCampo(record.szApelido))),
+      description(text::ToUtf8(kestor::TextoDoCampo(record.szDescricao))),
       type(Letter(record.cTipo)),
       alignment(Letter(record.cAlinhamento)),
       width(record.nTamanho),
       filter(record.bPodeFiltrar != 0),
       total(record.bPodeTotalizar != 0),
       sort(record.bPodeOrdenar != 0),
-      options(Text(record.szOpcoes)) {}
+      options(text::ToUtf8(kestor::TextoDoCampo(record.szOpcoes))) {}
 
 void TellFields(const std::vector<Field>& fields, Answer& answer) {
   nlohmann::ordered_json& told = answer.data["fields"] = nlohmann::ordered_json::array();

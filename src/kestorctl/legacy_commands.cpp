@@ -7,6 +7,7 @@
 
 #include "common/nomes_arquivos.h"
 #include "content.h"
+#include "contract/campo_texto.h"
 #include "contract/results.h"
 #include "explanation.h"
 #include "failure.h"
@@ -200,7 +201,7 @@ REG_ATUALIZACAO_RELATORIO ParseColumn(const std::string& argument) {
   if (alias.size() > kMostCharacters) {
     throw UsageError(argument + ": an alias has at most " + std::to_string(kMostCharacters) + " characters");
   }
-  alias.copy(column.cNomeColuna, kMostCharacters);
+  kestor::PreencheCampo(column.cNomeColuna, alias);
   column.iTamanho = static_cast<std::int32_t>(
       NumberArgument(argument, argument.substr(equals + 1), std::numeric_limits<std::int32_t>::max()));
   return column;

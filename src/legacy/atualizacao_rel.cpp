@@ -9,6 +9,7 @@
 #include "common/arquivos_modelo.h"
 #include "common/nomes_arquivos.h"
 #include "common/texto_bstr.h"
+#include "contract/campo_texto.h"
 #include "contract/results.h"
 #include "legacy/repositorio_rel.h"
 
@@ -44,11 +45,6 @@ void Escreve(Numero numero, std::size_t posicao, Bytes* conteudo) {
   std::memcpy(conteudo->data() + posicao, &numero, sizeof numero);
 }
 
-template <std::size_t N>
-std::string_view Texto(const char (&campo)[N]) {
-  return {campo, strnlen(campo, N)};
-}
-
 // The caller's columns by their field codes: the first of each code, and where the first stands that is no field.
 class ColunasPedidas {
  public:
@@ -58,10 +54,10 @@ class ColunasPedidas {
     std::unordered_map<std::string_view, std::int32_t> codigos;
     for (std::size_t i = 0; i < qdeCampos; ++i) {
       const std::int32_t codigo = campos[i].iCod;  // the record is packed: no reference may be bound to its field
-      codigos.emplace(Texto(campos[i].cApelido), codigo);
+      codigos.emplace(TextoDoCampo(campos[i].cApelido), codigo);
     }
     for (std::size_t j = 0; j < quantidade; ++j) {
-      const auto campo = codigos.find(Texto(pedidas[j].cNomeColuna));
+      const auto campo = codigos.find(TextoDoCampo(pedidas[j].cNomeColuna));
       if (campo == codigos.end() || campo->second == kSemCampo) {
         semCampo_ = j;
         break;

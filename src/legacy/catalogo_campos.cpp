@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstring>
 
+#include "contract/campo_texto.h"
 #include "contract/results.h"
 #include "platform/text/text.h"
 
@@ -51,12 +52,10 @@ class Linha {
 
   std::string_view Texto(const Coluna& coluna) const { return SemBrancosNoFim(Bruto(coluna)); }
 
-  // Into a field of zeros, which stays NUL-terminated.
+  // Into a field of zeros.
   template <std::size_t N>
   void Copia(const Coluna& coluna, char (&campo)[N]) const {
-    const std::string_view texto = Texto(coluna).substr(0, N - 1);
-    // Not memcpy: where the length has a bound, compilers make of it an instruction that is slow for short texts.
-    if (!texto.empty()) std::memmove(campo, texto.data(), texto.size());
+    PreencheCampo(campo, Texto(coluna));
   }
 
   std::int32_t Numero(const Coluna& coluna) const { return text::ToInt(Bruto(coluna)); }

@@ -5,19 +5,10 @@
 #include <limits>
 
 #include "common/texto_bstr.h"
-#include "leitor_bytes.h"
+#include "contract/campo_texto.h"
 #include "migration/valor_fixo.h"
 
 namespace kestor {
-
-namespace {
-
-template <std::size_t N>
-std::string TextoDe(const char (&campo)[N]) {
-  return std::string(TextoDoCampo(std::string_view(campo, N)));
-}
-
-}  // namespace
 
 bool CConteudoRel::DefineRepositorio(IZNPL_Rel& repositorio) {
   if (repositorio_) return false;
@@ -99,12 +90,13 @@ std::size_t CConteudoRel::BytesExportacao() const {
 
 CConteudoRel::LinhaExportacao CConteudoRel::CabecalhoExportacao() const {
   if (!exportacao_) return {};
-  return {TextoDe(exportacao_->cCabDescricao), exportacao_->iCabTamanho, exportacao_->cCabTipoCampo};
+  return {std::string(TextoDoCampo(exportacao_->cCabDescricao)), exportacao_->iCabTamanho, exportacao_->cCabTipoCampo};
 }
 
 CConteudoRel::LinhaExportacao CConteudoRel::RodapeExportacao() const {
   if (!exportacao_) return {};
-  return {TextoDe(exportacao_->cRodapeDescricao), exportacao_->iRodapeTamanho, exportacao_->cRodapeTipoCampo};
+  return {std::string(TextoDoCampo(exportacao_->cRodapeDescricao)), exportacao_->iRodapeTamanho,
+          exportacao_->cRodapeTipoCampo};
 }
 
 const tagREG_RELEXPORTACAO_ITEM* CConteudoRel::ItemExportacao(std::size_t posicao) const {
@@ -148,11 +140,11 @@ std::string CConteudoRel::BuscaConteudoFixo(std::size_t posicao) const {
   switch (item->cTipo) {
     case 'A':
     case 'F':
-      return TextoDe(item->cConteudo);
+      return std::string(TextoDoCampo(item->cConteudo));
     case 'N':
-      return SomenteDigitos(TextoDe(item->cConteudo));
+      return SomenteDigitos(TextoDoCampo(item->cConteudo));
     case 'V':
-      return FormataValor(TextoDe(item->cConteudo));
+      return FormataValor(TextoDoCampo(item->cConteudo));
     default:
       return {};
   }

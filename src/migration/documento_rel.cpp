@@ -4,8 +4,8 @@
 #include <unordered_map>
 
 #include "common/zn_array.h"
+#include "contract/campo_texto.h"
 #include "escrita_vocabulario.h"
-#include "leitor_bytes.h"
 
 namespace kestor {
 
@@ -134,11 +134,10 @@ class Documento {
       tagREG_CAMPOS_RELATORIO campo{};
       if (!conteudo_.BuscaCampoColuna(i, campo)) continue;
       const ColunaRel coluna = valores_.Coluna(i);
-      const std::string_view apelido(campo.cApelido, sizeof campo.cApelido);
       escrita_.Folha<v::kCampoEscolhido>(
           Com<&Campo::codigo>(coluna.codigo), Com<&Campo::tamanho>(coluna.tamanho),
           Com<&Campo::alinhamento>(coluna.alinhamento), Com<&Campo::fixo>(coluna.Fixa()),
-          Com<&Campo::tipoDado>(campo.cTipo), Com<&Campo::cabecalho>(std::string(TextoDoCampo(apelido))),
+          Com<&Campo::tipoDado>(campo.cTipo), Com<&Campo::cabecalho>(std::string(TextoDoCampo(campo.cApelido))),
           Com<&Campo::conteudo>(coluna.Fixa() ? conteudo_.BuscaConteudoFixo(i) : std::string()));
     }
     escrita_.Finaliza<v::kCamposEscolhidos>();

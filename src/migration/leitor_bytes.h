@@ -8,13 +8,9 @@
 #include <type_traits>
 
 #include "automatic_array_exception.h"
+#include "contract/campo_texto.h"
 
 namespace kestor {
-
-// What a text field of fixed width says: up to its NUL, or the whole field when it has none.
-inline std::string_view TextoDoCampo(std::string_view campo) {
-  return campo.substr(0, campo.find('\0'));
-}
 
 // Numbers are little-endian and stand anywhere. Reading that would pass the end of the bytes takes nothing and throws
 // XUtil::CAutomaticArrayException. The bytes must outlive the reader and what it hands out.

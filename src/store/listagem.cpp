@@ -10,6 +10,7 @@
 #include "common/arquivos_modelo.h"
 #include "common/nomes_arquivos.h"
 #include "common/texto_bstr.h"
+#include "contract/campo_texto.h"
 #include "contract/results.h"
 #include "platform/text/text.h"
 #include "registros.h"
@@ -32,7 +33,7 @@ void Entrega(const Nomes& nomes, REG_ARRAY_RELATORIO2* lista) {
   for (std::size_t i = 0; i < quantidade; ++i) {
     tagREG_NOME_RELATORIO2& entrada = entradas.get()[i];
     entrada = {};
-    nomes[i].copy(entrada.szNomeRelatorio, sizeof entrada.szNomeRelatorio - 1);
+    PreencheCampo(entrada.szNomeRelatorio, nomes[i]);
   }
   lista->nQtdeRelatorios = static_cast<USHORT>(quantidade);
   lista->pregRelatorios = entradas.release();

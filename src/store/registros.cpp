@@ -1,8 +1,9 @@
 #include "registros.h"
 
 #include <algorithm>
-#include <cstring>
 #include <vector>
+
+#include "contract/campo_texto.h"
 
 namespace kestor {
 
@@ -10,29 +11,19 @@ namespace {
 
 constexpr UINT kTamanho = sizeof(RegistroNome);
 
-template <std::size_t N>
-std::string_view Texto(const char (&campo)[N]) {
-  return {campo, strnlen(campo, N)};
-}
-
-template <std::size_t N>
-void Copia(std::string_view texto, char (&campo)[N]) {
-  texto.copy(campo, N - 1);
-}
-
 }  // namespace
 
 RegistroNome::RegistroNome(std::string_view chaveModulo, std::string_view nomeRelatorio) {
-  Copia(chaveModulo, chave);
-  Copia(nomeRelatorio, nome);
+  PreencheCampo(chave, chaveModulo);
+  PreencheCampo(nome, nomeRelatorio);
 }
 
 bool RegistroNome::EDe(std::string_view chaveModulo) const {
-  return chaveModulo.size() < sizeof chave && Texto(chave) == chaveModulo;
+  return chaveModulo.size() < sizeof chave && TextoDoCampo(chave) == chaveModulo;
 }
 
 std::string_view RegistroNome::Nome() const {
-  return Texto(nome).substr(0, sizeof nome - 1);
+  return TextoDoCampo(nome).substr(0, sizeof nome - 1);
 }
 
 void PercorreRegistros(const std::string& caminho,
