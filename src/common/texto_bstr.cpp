@@ -1,5 +1,7 @@
 #include "common/texto_bstr.h"
 
+#include <new>
+
 #include "platform/text/text.h"
 
 namespace kestor {
@@ -13,9 +15,14 @@ std::u16string_view VisaoDeBstr(BSTR texto) {
   return texto == nullptr ? std::u16string_view() : std::u16string_view(texto, SysStringLen(texto));
 }
 
-BSTR BstrDeTexto(std::string_view texto) {
-  const std::u16string largo = text::ToUtf16(texto);
-  return SysAllocStringLen(largo.data(), static_cast<UINT>(largo.size()));
+OwnedBstr NovoBstr(std::string_view texto) {
+  return NovoBstr(std::u16string_view(text::ToUtf16(texto)));
+}
+
+OwnedBstr NovoBstr(std::u16string_view texto) {
+  OwnedBstr novo(SysAllocStringLen(texto.data(), static_cast<UINT>(texto.size())));
+  if (!novo) throw std::bad_alloc();
+  return novo;
 }
 
 }  // namespace kestor

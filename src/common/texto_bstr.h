@@ -14,7 +14,8 @@ std::string TextoDeBstr(BSTR texto);
 // Every character of a client's text; none of null.
 std::u16string_view VisaoDeBstr(BSTR texto);
 
-// A new BSTR; null when memory runs out.
-BSTR BstrDeTexto(std::string_view texto);
+// A new BSTR, of a text of code page 1252 or as it is. Throws std::bad_alloc.
+OwnedBstr NovoBstr(std::string_view texto);
+OwnedBstr NovoBstr(std::u16string_view texto);
 
 }  // namespace kestor

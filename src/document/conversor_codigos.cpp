@@ -17,21 +17,19 @@ namespace {
 // Codes up to here are those of fixed columns; nothing is renumbered to one of them.
 constexpr std::uint16_t kUltimoCodigoFixo = 99;
 
-bool LeDocumento(IZNPL_Relatorio2& repositorio, const std::string& nome, CDocRelatorio& documento) {
-  const OwnedBstr texto(BstrDeTexto(nome));
+bool LeDocumento(IZNPL_Relatorio2& repositorio, std::string_view nome, CDocRelatorio& documento) {
   REG_RELATORIO2* recebido = nullptr;
-  if (!texto || FAILED(repositorio.Le(texto.get(), &recebido)) || recebido == nullptr) return false;
+  if (FAILED(repositorio.Le(NovoBstr(nome).get(), &recebido)) || recebido == nullptr) return false;
   const TaskBlock<REG_RELATORIO2> registro(recebido);
   const TaskBlock<std::uint8_t> conteudo(registro->lpRelatorio);
   return documento.CarregaConteudo(*registro);
 }
 
-bool GravaDocumento(IZNPL_Relatorio2& repositorio, const CDocRelatorio& documento) {
+bool GravaDocumento(IZNPL_Relatorio2& repositorio, BSTR nome, const CDocRelatorio& documento) {
   const std::unique_ptr<CMemStream> conteudo = documento.GeraConteudo();
-  const OwnedBstr nome(BstrDeTexto(documento.nome));
   // Without content the document could not be written, and the stored one stays.
-  if (!conteudo || conteudo->Size() == 0 || !nome) return false;
-  return repositorio.Grava(nome.get(), kVersaoDocumento, KESTOR_Sobreescrever, static_cast<LONG>(conteudo->Size()),
+  if (!conteudo || conteudo->Size() == 0) return false;
+  return repositorio.Grava(nome, kVersaoDocumento, KESTOR_Sobreescrever, static_cast<LONG>(conteudo->Size()),
                            conteudo->Buffer()) == S_OK;
 }
 
@@ -98,11 +96,12 @@ void CConversorCodigos::ConverteModelo(std::string_view nome) {
     if (gravados_.contains(lido)) return;
     CDocRelatorio documento;
     // A document may come from anywhere: the name that it bears must not lead out of the reports folder.
-    if (!LeDocumento(Repositorio(), std::string(nome), documento) || !FicaNaPasta(documento.nome)) return;
+    if (!LeDocumento(Repositorio(), nome, documento) || !FicaNaPasta(documento.nome)) return;
     Altera(documento);
+    const OwnedBstr destino = NovoBstr(documento.nome);
     const std::string gravado = ChaveRelatorio(documento.nome);
     const bool anotado = gravado != lido && gravados_.insert(gravado).second;
-    if (!GravaDocumento(Repositorio(), documento) && anotado) gravados_.erase(gravado);
+    if (!GravaDocumento(Repositorio(), destino.get(), documento) && anotado) gravados_.erase(gravado);
   } catch (const std::bad_alloc&) {
     // The model stays as it is; the others have their turn.
   }

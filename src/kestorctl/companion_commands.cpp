@@ -111,7 +111,7 @@ void Get(const ReadOptions& options, HRESULT (IZNPL_Rel::*read)(BSTR, Record**),
   const LegacyStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
   Record* record = nullptr;
-  answer.result = (store.operator->()->*read)(Bstr(options.model.name).Get(), &record);
+  answer.result = (store.operator->()->*read)(ToBstr(options.model.name).get(), &record);
   if (answer.result != S_OK) {
     answer.detail = ExplainUnreadCompanion(LegacyFile(options.model, path));
     return;
@@ -158,7 +158,7 @@ void PutExport(const WriteOptions& options, Answer& answer) {
 
   const LegacyStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
-  answer.result = store->GravaDadosExportacaoDoRelatorio(Bstr(options.model.name).Get(), settings);
+  answer.result = store->GravaDadosExportacaoDoRelatorio(ToBstr(options.model.name).get(), settings);
   if (answer.result != S_OK) {
     answer.detail = ExplainUnwritten(LegacyFile(options.model, kestor::CaminhoExportacao));
     return;
@@ -190,7 +190,7 @@ void PutFilter(const WriteOptions& options, Answer& answer) {
 
   const LegacyStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
-  answer.result = store->GravaFiltroRelatorio(Bstr(options.model.name).Get(), &filter);
+  answer.result = store->GravaFiltroRelatorio(ToBstr(options.model.name).get(), &filter);
   if (answer.result != S_OK) {
     const ModelFile file = LegacyFile(options.model, kestor::CaminhoFiltro);
     answer.detail = ExplainUnwritten(file);

@@ -108,7 +108,7 @@ void List(const StoreOptions& options, Answer& answer) {
 
 HRESULT ReadContent(const LegacyStore& store, const std::string& name, std::string* content) {
   LONG size = 0;
-  if (const HRESULT result = store->BuscaTamanhoRelatorio(Bstr(name).Get(), &size); result != S_OK) return result;
+  if (const HRESULT result = store->BuscaTamanhoRelatorio(ToBstr(name).get(), &size); result != S_OK) return result;
   content->resize(static_cast<std::size_t>(size));
   return store->BuscaRelatorio(size, reinterpret_cast<unsigned char*>(content->data()));
 }
@@ -130,7 +130,7 @@ void Write(const WriteModelOptions& options, Answer& answer) {
   const LegacyStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
   answer.result =
-      store->GravaRelatorio(Bstr(options.model.name).Get(), options.keepExisting ? 0 : 1,
+      store->GravaRelatorio(ToBstr(options.model.name).get(), options.keepExisting ? 0 : 1,
                             static_cast<LONG>(content.size()), reinterpret_cast<unsigned char*>(content.data()));
   if (FAILED(answer.result)) answer.detail = ExplainUnwritten(LegacyFile(options.model, kestor::CaminhoRelGravado));
   if (answer.result != S_OK) return;
@@ -152,7 +152,7 @@ void Delete(const ModelOptions& options, Answer& answer) {
   const LegacyStore store(options.module, options.component);
   if (!IsOpen(store, answer)) return;
   const std::size_t before = ExistingFiles(options).size();
-  answer.result = store->ExcluiRelatorio(Bstr(options.name).Get());
+  answer.result = store->ExcluiRelatorio(ToBstr(options.name).get());
   if (answer.result != S_OK) return;
   const std::vector<std::string> left = ExistingFiles(options);
   answer.data["deleted"] = left.size() < before;
@@ -241,7 +241,7 @@ void Update(const UpdateOptions& options, Answer& answer) {
 
   const LegacyStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
-  answer.result = store->AtualizaRelatorio(Bstr(options.model.name).Get(), left, top,
+  answer.result = store->AtualizaRelatorio(ToBstr(options.model.name).get(), left, top,
                                            static_cast<USHORT>(columns.size()), columns.data());
   if (answer.result == kestor::NoticeForm(KESTOR_ARQ_NAO_EXISTE)) {
     answer.detail = ExplainUnread(LegacyFile(options.model, kestor::CaminhoRelAtualizado));

@@ -124,7 +124,7 @@ void Delete(const DeleteOptions& options, Answer& answer) {
   const ReportStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
   char deleted = 0;
-  answer.result = store->ExcluiRelatorio(Bstr(options.model.name).Get(), options.demonstration ? 1 : 0, &deleted);
+  answer.result = store->ExcluiRelatorio(ToBstr(options.model.name).get(), options.demonstration ? 1 : 0, &deleted);
   answer.data["deleted"] = deleted != 0;
   if (answer.result != S_OK) {
     const ModelFile file = ReportFileWritten(options.model);
@@ -162,7 +162,7 @@ void ShowDefault(const ReportStore& store, Answer& answer) {
 // codes.
 void SetDefault(const ReportStore& store, const ModelOptions& options, Answer& answer) {
   const std::string& name = options.name;
-  answer.result = store->SetRelatorioPadrao(Bstr(name).Get());
+  answer.result = store->SetRelatorioPadrao(ToBstr(name).get());
   if (answer.result != S_OK) {
     answer.detail = FAILED(answer.result) ? ExplainSharedFiles() : ExplainUnread(ReportFileWritten(options));
     return;

@@ -68,7 +68,7 @@ void Write(const WriteReportOptions& options, Answer& answer) {
 
   const ReportStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
-  answer.result = store->Grava(Bstr(options.model.name).Get(), version, static_cast<unsigned char>(flags),
+  answer.result = store->Grava(ToBstr(options.model.name).get(), version, static_cast<unsigned char>(flags),
                                static_cast<LONG>(content.size()), reinterpret_cast<unsigned char*>(content.data()));
   const ModelFile file = ReportFileWritten(options.model);
   if (FAILED(answer.result)) answer.detail = ExplainUnwritten(file);

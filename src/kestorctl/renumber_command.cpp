@@ -205,7 +205,7 @@ HRESULT Convert(const StoreOptions& options, std::vector<REL_CODIGO_CAMPOS_ALTER
   });
   const FieldConverter converter;
   if (!IsOpen(converter, answer)) return answer.result;
-  const HRESULT result = converter->AlteraCodigoCampos(Bstr(options.module).Get(), Bstr(options.component).Get(),
+  const HRESULT result = converter->AlteraCodigoCampos(ToBstr(options.module).get(), ToBstr(options.component).get(),
                                                        static_cast<LONG>(pairs.size()), pairs.data());
   if (FAILED(result)) answer.detail = Explain(result, CLSID_ZNPL_RelConverte, options.module);
   return result;

@@ -1,23 +1,14 @@
 #include "store_session.h"
 
-#include <new>
-
+#include "common/texto_bstr.h"
 #include "explanation.h"
 #include "platform/text/text.h"
 
 namespace kestorctl {
 
-namespace {
-
-BSTR ToBstr(const std::u16string& text) {
-  const BSTR made = SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
-  if (made == nullptr) throw std::bad_alloc();
-  return made;
+OwnedBstr ToBstr(const std::string& utf8) {
+  return kestor::NovoBstr(text::Utf8ToUtf16(utf8));
 }
-
-}  // namespace
-
-Bstr::Bstr(const std::string& utf8) : text_(ToBstr(text::Utf8ToUtf16(utf8))) {}
 
 void StoreSession::Open(REFCLSID clsid, REFIID iid, void** store, const std::string& module,
                         const std::function<HRESULT()>& initialise) {
@@ -29,12 +20,12 @@ void StoreSession::Open(REFCLSID clsid, REFIID iid, void** store, const std::str
 
 ReportStore::ReportStore(const std::string& module, const std::string& component) {
   Open(CLSID_ZNPL_Relatorio2, IID_IZNPL_Relatorio2, store_.OutVoid(), module,
-       [&] { return store_->Inicializa(Bstr(module).Get(), Bstr(component).Get()); });
+       [&] { return store_->Inicializa(ToBstr(module).get(), ToBstr(component).get()); });
 }
 
 LegacyStore::LegacyStore(const std::string& module, const std::string& component) {
   Open(CLSID_ZNPL_Rel, IID_IZNPL_Rel, store_.OutVoid(), module,
-       [&] { return store_->Inicializa(nullptr, Bstr(module).Get(), Bstr(component).Get()); });
+       [&] { return store_->Inicializa(nullptr, ToBstr(module).get(), ToBstr(component).get()); });
 }
 
 FieldConverter::FieldConverter() {

@@ -9,18 +9,7 @@
 namespace kestorctl {
 
 // A text of the command line as a string of the component boundary.
-class Bstr {
- public:
-  explicit Bstr(const std::string& utf8);
-  ~Bstr() { SysFreeString(text_); }
-  Bstr(const Bstr&) = delete;
-  Bstr& operator=(const Bstr&) = delete;
-
-  BSTR Get() const { return text_; }
-
- private:
-  const BSTR text_;
-};
+OwnedBstr ToBstr(const std::string& utf8);
 
 // What sessions with the stores of both generations have in common. The server is started when none runs, and has a
 // live object as long as the session lives.

@@ -11,7 +11,8 @@ namespace kestorctl {
 class StoredModel {
  public:
   StoredModel(const ReportStore& store, const std::string& name)
-      : result_(store->Le(Bstr(name).Get(), &record_)), content_(record_ != nullptr ? record_->lpRelatorio : nullptr) {}
+      : result_(store->Le(ToBstr(name).get(), &record_)),
+        content_(record_ != nullptr ? record_->lpRelatorio : nullptr) {}
   ~StoredModel() { CoTaskMemFree(record_); }
   StoredModel(const StoredModel&) = delete;
   StoredModel& operator=(const StoredModel&) = delete;

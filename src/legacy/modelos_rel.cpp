@@ -79,9 +79,7 @@ HRESULT CRepositorioRel::BuscaNomeRelatoriosExistentes(BSTR* bNomes) {
   std::string texto = nomes.front();
   for (std::size_t i = 1; i < nomes.size(); ++i)
     texto += "|" + nomes[i];
-  const BSTR entregue = BstrDeTexto(texto);
-  if (entregue == nullptr) return E_OUTOFMEMORY;
-  *bNomes = entregue;
+  *bNomes = NovoBstr(texto).release();
   return S_OK;
 }
 

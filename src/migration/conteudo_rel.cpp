@@ -22,8 +22,7 @@ bool CConteudoRel::DefineRepositorio(IZNPL_Rel& repositorio) {
 HRESULT CConteudoRel::Carrega(const std::string& nome) {
   Esquece();
   if (!repositorio_) return S_OK;
-  const OwnedBstr texto(BstrDeTexto(nome));
-  if (!texto) return E_OUTOFMEMORY;
+  const OwnedBstr texto = NovoBstr(nome);
   const HRESULT resultado = CarregaConteudo(texto.get());
   if (resultado != S_OK) return resultado;
   completo_ = DecodificaConteudo(conteudo_, valores_);

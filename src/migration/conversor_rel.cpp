@@ -38,13 +38,6 @@ std::vector<std::string_view> Nomes(std::string_view texto) {
   return nomes;
 }
 
-// Throws std::bad_alloc.
-OwnedBstr NovoBstr(const std::string& texto) {
-  OwnedBstr novo(BstrDeTexto(texto));
-  if (!novo) throw std::bad_alloc();
-  return novo;
-}
-
 // False when the markup component is not to be had, or has not written the whole document.
 bool GeraDocumento(const CConteudoRel& conteudo, const std::string& nome, CMemStream& saida) {
   ComPtr<IEscritorMarcacao> escritor;

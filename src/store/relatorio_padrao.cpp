@@ -1,5 +1,7 @@
 // The default report of a module and component.
 
+#include <new>
+
 #include "common/arquivos_modelo.h"
 #include "common/nomes_arquivos.h"
 #include "common/texto_bstr.h"
@@ -13,9 +15,12 @@ namespace kestor {
 namespace {
 
 HRESULT EntregaNome(std::string_view nome, BSTR* destino) {
-  if (nome.empty()) return S_OK;
-  *destino = BstrDeTexto(nome);
-  return *destino == nullptr ? E_OUTOFMEMORY : S_OK;
+  try {
+    if (!nome.empty()) *destino = NovoBstr(nome).release();
+    return S_OK;
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+  }
 }
 
 }  // namespace

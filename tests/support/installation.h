@@ -45,15 +45,12 @@ std::string FolderOfDescriptors(pid_t process);
 class Text {
  public:
   explicit Text(const std::u16string& text) : text_(SysAllocStringLen(text.data(), static_cast<UINT>(text.size()))) {
-    if (text_ == nullptr) throw std::bad_alloc();
+    if (!text_) throw std::bad_alloc();
   }
-  ~Text() { SysFreeString(text_); }
-  Text(const Text&) = delete;
-  Text& operator=(const Text&) = delete;
-  operator BSTR() const { return text_; }  // NOLINT: stands where a BSTR stands
+  operator BSTR() const { return text_.get(); }  // NOLINT: stands where a BSTR stands
 
  private:
-  BSTR text_;
+  OwnedBstr text_;
 };
 
 // A new object of the report store in the server process, initialised for CT 01; empty when anything failed.
