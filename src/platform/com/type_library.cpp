@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cctype>
 #include <charconv>
 #include <cstdio>
@@ -11,7 +10,7 @@
 #include <sstream>
 #include <utility>
 
-#include "com.h"
+#include "object.h"
 #include "platform/registry/registry.h"
 #include "platform/text/text.h"
 
@@ -152,26 +151,10 @@ class DescriptionReader {
 
 // ---- The library object --------------------------------------------------------------------------------------------
 
-class TypeLibrary final : public ITypeLib {
+class TypeLibrary final : public com::CountedObject<ITypeLib, IID_ITypeLib> {
  public:
   TypeLibrary(LibraryHead head, std::string description)
       : head_(std::move(head)), description_(std::move(description)) {}
-  virtual ~TypeLibrary() = default;
-
-  HRESULT QueryInterface(REFIID iid, void** object) override {
-    if (object == nullptr) return E_POINTER;
-    *object = nullptr;
-    if (!(iid == IID_IUnknown || iid == IID_ITypeLib)) return E_NOINTERFACE;
-    AddRef();
-    *object = static_cast<ITypeLib*>(this);
-    return S_OK;
-  }
-  ULONG AddRef() override { return ++references_; }
-  ULONG Release() override {
-    const ULONG left = --references_;
-    if (left == 0) delete this;
-    return left;
-  }
 
   HRESULT GetLibAttr(TLIBATTR** attributes) override {
     if (attributes == nullptr) return E_POINTER;
@@ -203,7 +186,6 @@ class TypeLibrary final : public ITypeLib {
 
   const LibraryHead head_;
   const std::string description_;
-  std::atomic<ULONG> references_ = 1;
 };
 
 // The content of a regular file; empty when it cannot be had. A pipe would hold up the caller, and a device might not
@@ -217,7 +199,8 @@ std::string ReadFile(const std::filesystem::path& path) {
   return std::move(content).str();
 }
 
-// Finds the description in a file that holds nothing else or is an executable. The mark alone proves nothing: every
+// Finds the description in a file that holds nothing else or is an executable, and gives its library without a
+// reference; null when there is none. The mark alone proves nothing: every
 // program that looks for it holds it.
 ITypeLib* FindLibrary(std::string_view content) {
   for (;;) {
@@ -302,7 +285,9 @@ HRESULT LoadTypeLib(const OLECHAR* path, ITypeLib** library) {
   if (path == nullptr) return E_INVALIDARG;
   try {
     *library = FindLibrary(ReadFile(text::Utf16ToUtf8(path)));
-    return *library == nullptr ? TYPE_E_CANTLOADLIBRARY : S_OK;
+    if (*library == nullptr) return TYPE_E_CANTLOADLIBRARY;
+    (*library)->AddRef();
+    return S_OK;
   } catch (const std::bad_alloc&) {
     return E_OUTOFMEMORY;
   }
