@@ -11,6 +11,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "common/nomes_arquivos.h"
 #include "legacy/catalogo_campos.h"
 #include "platform/home/home.h"
 #include "platform/text/text.h"
@@ -112,7 +113,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   installation.Install(bytes);
 
   CCatalogoCampos catalogue;
-  Require(catalogue.Le(CCatalogoCampos::Caminho("D:\\", "CT", "01")) == S_OK);
+  Require(catalogue.Le(kestor::CaminhoCatalogo("D:\\", "CT", "01")) == S_OK);
   Require(std::equal(bytes.begin(), bytes.end(), catalogue.Conteudo().begin(), catalogue.Conteudo().end()));
 
   const std::size_t count = Lines(bytes);
