@@ -200,8 +200,7 @@ std::string ReadFile(const std::filesystem::path& path) {
 }
 
 // Finds the description in a file that holds nothing else or is an executable, and gives its library without a
-// reference; null when there is none. The mark alone proves nothing: every
-// program that looks for it holds it.
+// reference; null when there is none. The mark alone proves nothing: every program that looks for it holds it.
 ITypeLib* FindLibrary(std::string_view content) {
   for (;;) {
     const std::size_t mark = content.find(kMark);
