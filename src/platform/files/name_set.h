@@ -1,41 +1,46 @@
 // The names of one folder, found by their letter-case-folded form.
 #pragma once
 
-#include <cstdint>
+#include <set>
 #include <string>
 #include <string_view>
-#include <vector>
+#include <utility>
+
+#include "path_name.h"
 
 namespace files {
 
-// Lean, because folders of 100,000 names exist: the names lie one after the other in one block, and an open hash table
-// of their folded forms leads to them. Names that the code page cannot hold are left out: nobody can ask for them.
+// Names that the code page cannot hold are left out: no path leads to them.
 class NameSet {
  public:
-  NameSet();
+  // Adds the name once, however often it is inserted.
+  void Insert(std::string_view name) {
+    std::string key;
+    if (KeyOf(name, &key)) keys_.insert(std::move(key));
+  }
 
-  void Insert(std::string_view name);  // once, however often it is inserted
-  void Erase(std::string_view name);
+  void Erase(std::string_view name) {
+    std::string key;
+    if (KeyOf(name, &key)) keys_.erase(key);
+  }
 
-  // The first name in byte order among those of the folded form `folded`; false when there is none.
-  bool Find(std::string_view folded, std::string* name) const;
+  // Gives the first name in byte order among those of the folded form `folded`; false when there is none.
+  bool Find(std::string_view folded, std::string* name) const {
+    const std::string start = std::string(folded) + '\0';
+    const auto found = keys_.lower_bound(start);
+    if (found == keys_.end() || !found->starts_with(start)) return false;
+    *name = found->substr(start.size());
+    return true;
+  }
 
  private:
-  struct Slot {
-    std::uint32_t hash = 0;
-    std::uint32_t offset = 0;  // into names_; kFree or kErased
-  };
+  static bool KeyOf(std::string_view name, std::string* key) {
+    if (!FoldName(name, key)) return false;
+    key->append(1, '\0').append(name);
+    return true;
+  }
 
-  std::string_view NameAt(std::uint32_t offset) const;
-  Slot* SlotOf(std::string_view name, std::uint32_t hash);
-  void Place(std::uint32_t hash, std::uint32_t offset);
-  void Rebuild();
-
-  std::vector<Slot> slots_;  // a power of two
-  std::size_t used_ = 0;     // slots that are not free, erased ones included
-  std::size_t count_ = 0;
-  std::string names_;   // of each name its length in one byte, then the name
-  std::string folded_;  // of the name in hand
+  std::set<std::string> keys_;  // of each name the folded form, a NUL, which no name holds, and the name itself
 };
 
 }  // namespace files
