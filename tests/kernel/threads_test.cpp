@@ -27,10 +27,15 @@ TEST(Events, StaySignalledUntilOneWaiterOrForGood) {
 struct Shared {
   HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
   std::atomic<int> released{0};
+  LONG volatile counter = 0;
 };
 
-DWORD WaitForEvent(void* parameter) {
+DWORD CountAndWait(void* parameter) {
   auto& shared = *static_cast<Shared*>(parameter);
+  for (int i = 0; i < 500000; ++i)
+    InterlockedIncrement(&shared.counter);
+  for (int i = 0; i < 499999; ++i)
+    InterlockedDecrement(&shared.counter);
   if (WaitForSingleObject(shared.event, INFINITE) == WAIT_OBJECT_0) ++shared.released;
   return 0;
 }
@@ -41,7 +46,7 @@ TEST(Threads, WaitForEventsAndAreWaitedFor) {
   std::set<DWORD> ids = {GetCurrentThreadId()};
   for (HANDLE& thread : threads) {
     DWORD id = 0;
-    thread = CreateThread(nullptr, 0, WaitForEvent, &shared, 0, &id);
+    thread = CreateThread(nullptr, 0, CountAndWait, &shared, 0, &id);
     EXPECT_TRUE(ids.insert(id).second);
   }
   // An auto-reset event lets one thread go for each signal.
@@ -53,6 +58,7 @@ TEST(Threads, WaitForEventsAndAreWaitedFor) {
     EXPECT_EQ(WaitForSingleObject(thread, INFINITE), WAIT_OBJECT_0);
     CloseHandle(thread);
   }
+  EXPECT_EQ(shared.counter, 4);
   CloseHandle(shared.event);
 }
 

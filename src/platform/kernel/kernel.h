@@ -1,5 +1,5 @@
 // The desktop platform's kernel services, as far as the server uses them: elementary types, the process's command
-// line, threads and events, time, and the message queue of a thread.
+// line, threads and events, atomic counters, time, and the message queue of a thread.
 //
 // Names, types and results are the platform's own. No call here knows of reports, sockets or files.
 #pragma once
@@ -100,6 +100,10 @@ void Sleep(DWORD milliseconds);
 
 // Milliseconds since some moment in the past; wraps around after 49.7 days.
 DWORD GetTickCount();
+
+// Atomic; the result is the new value.
+LONG InterlockedIncrement(LONG volatile* value);
+LONG InterlockedDecrement(LONG volatile* value);
 
 // ---- Message queue -------------------------------------------------------------------------------------------------
 
