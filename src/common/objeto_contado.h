@@ -60,8 +60,7 @@ class ObjetoContado : public com::CountedObject<Interface, kInterface> {
 };
 
 // The same for an object that may be part of an outer object: then its interface is the outer object's as far as
-// identity and lifetime go, and the outer object holds the part by an IUnknown of the part's own. The reference count
-// is plain: all calls come on the main thread.
+// identity and lifetime go, and the outer object holds the part by an IUnknown of the part's own.
 template <typename Interface, const IID& kInterface>
 class ObjetoAgregavel : public com::ObjectBase<Interface, kInterface> {
  public:
@@ -85,7 +84,7 @@ class ObjetoAgregavel : public com::ObjectBase<Interface, kInterface> {
 
  private:
   using Base = com::ObjectBase<Interface, kInterface>;
-  using BaseInterno = com::CountedObject<IUnknown, IID_IUnknown, ULONG>;
+  using BaseInterno = com::CountedObject<IUnknown, IID_IUnknown>;
 
   class Interno final : public BaseInterno {
    public:

@@ -7,7 +7,7 @@ namespace kestor {
 
 // It does not keep the server's process alive.
 template <typename Interface, const IID& kInterface>
-using ObjetoMarcacao = com::CountedObject<Interface, kInterface, ULONG>;
+using ObjetoMarcacao = com::CountedObject<Interface, kInterface>;
 
 // The class object of one of the component's classes, whose objects Objeto::Novo makes; lives as long as the component.
 template <typename Objeto>

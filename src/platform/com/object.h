@@ -2,7 +2,6 @@
 // class only says which interface it has.
 #pragma once
 
-#include <atomic>
 #include <new>
 
 #include "platform/com/com.h"
@@ -42,16 +41,15 @@ class UncountedObject : public ObjectBase<Interface, kInterface> {
   ~UncountedObject() = default;
 };
 
-// An object with a reference count, which starts at 0. `Count` is ULONG for an object whose references are taken and
-// given back on one thread only.
-template <typename Interface, const IID& kInterface, typename Count = std::atomic<ULONG>>
+// An object with an atomic reference count, which starts at 0.
+template <typename Interface, const IID& kInterface>
 class CountedObject : public ObjectBase<Interface, kInterface> {
  public:
-  ULONG AddRef() override { return ++references_; }
+  ULONG AddRef() override { return static_cast<ULONG>(InterlockedIncrement(&references_)); }
   ULONG Release() override {
-    const ULONG left = --references_;
+    const LONG left = InterlockedDecrement(&references_);
     if (left == 0) Discard();
-    return left;
+    return static_cast<ULONG>(left);
   }
 
  protected:
@@ -61,7 +59,7 @@ class CountedObject : public ObjectBase<Interface, kInterface> {
   // The last reference is gone.
   virtual void Discard() { delete this; }
 
-  Count references_{0};
+  LONG volatile references_ = 0;
 };
 
 // Asks the object that `make` makes, without a reference, for an interface. An object without that interface goes
@@ -70,9 +68,11 @@ template <typename Make>
 HRESULT CreateObject(const Make& make, REFIID iid, void** object) {
   try {
     IUnknown& made = make();
-    made.AddRef();
     const HRESULT result = made.QueryInterface(iid, object);
-    made.Release();
+    if (FAILED(result)) {
+      made.AddRef();
+      made.Release();
+    }
     return result;  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): the client's reference holds it
   } catch (const std::bad_alloc&) {
     return E_OUTOFMEMORY;
