@@ -2,6 +2,7 @@
 // script tells them.
 #pragma once
 
+#include <atomic>
 #include <concepts>
 #include <cstring>
 #include <functional>
