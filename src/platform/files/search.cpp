@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <string>
+#include <tuple>
 #include <vector>
 
 #include "files.h"
@@ -85,7 +87,9 @@ class Search {
         Consider(folder, name, type);
       }
     });
-    std::sort(matches_.begin(), matches_.end(), [this](const Match& a, const Match& b) { return ComesBefore(a, b); });
+    std::sort(matches_.begin(), matches_.end(), [](const Match& a, const Match& b) {
+      return std::tie(a.sortText, a.name) < std::tie(b.sortText, b.name);
+    });
     RemoveLeftovers(folder, hidden);
     return error == 0;
   }
@@ -94,19 +98,14 @@ class Search {
     if (next_ == matches_.size()) return false;
     const Match& match = matches_[next_++];
     found->attrib = match.isFolder ? FILE_ATTRIBUTE_DIRECTORY : 0;
-    const std::size_t length = texts_.copy(found->name, match.length, match.text);
-    found->name[length] = '\0';
+    found->name[match.name.copy(found->name, sizeof found->name - 1)] = '\0';
     return true;
   }
 
  private:
-  // The name and, behind it, the text by which it is sorted lie in texts_.
   struct Match {
-    std::uint64_t
-        head;  // first bytes of the sorting text after what all have in common, so that most comparisons end here
-    std::size_t text;
-    std::uint16_t length;
-    std::uint16_t sortLength;
+    std::string sortText;
+    std::string name;
     bool isFolder;
   };
 
@@ -119,10 +118,7 @@ class Search {
 
     // The code points' order is the desktop's, and UTF-8 has it.
     if (name_.size() != strlen(name)) folded_ = text::ToUtf8(folded_);
-    matches_.push_back({Head(), texts_.size(), static_cast<std::uint16_t>(name_.size()),
-                        static_cast<std::uint16_t>(folded_.size()), isFolder});
-    texts_ += name_;
-    texts_ += folded_;
+    matches_.push_back({folded_, name_, isFolder});
   }
 
   // True for files and, with `*isFolder`, folders: pipes, devices and the like are nothing that could be opened.
@@ -135,28 +131,8 @@ class Search {
     return *isFolder || S_ISREG(status.st_mode);
   }
 
-  std::uint64_t Head() const {
-    std::uint64_t head = 0;
-    for (std::size_t i = 0; i < sizeof head; ++i) {
-      const std::size_t at = pattern_.Start() + i;
-      head = head << 8 | (at < folded_.size() ? static_cast<unsigned char>(folded_[at]) : 0U);
-    }
-    return head;
-  }
-
-  std::string_view SortText(const Match& match) const {
-    return std::string_view(texts_).substr(match.text + match.length, match.sortLength);
-  }
-
-  bool ComesBefore(const Match& a, const Match& b) const {
-    if (a.head != b.head) return a.head < b.head;
-    if (const int order = SortText(a).compare(SortText(b)); order != 0) return order < 0;
-    return texts_.compare(a.text, a.length, texts_, b.text, b.length) < 0;
-  }
-
   Pattern pattern_;
   std::vector<Match> matches_;
-  std::string texts_;
   std::size_t next_ = 0;
   std::string name_;    // of the entry in hand, in code page 1252
   std::string folded_;  // the same in upper case, then its sorting text
