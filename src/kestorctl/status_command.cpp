@@ -87,8 +87,8 @@ void TellClasses(Answer& answer) {
 }
 
 void TellServer(Answer& answer) {
-  LocalServerStatus status{};
-  const HRESULT result = CoGetLocalServerStatus(CLSID_ZNPL_Relatorio2, &status);
+  com::ServerStatus status{};
+  const HRESULT result = com::AskServerStatus(CLSID_ZNPL_Relatorio2, &status);
   if (result == HRESULT_FROM_WIN32(ERROR_TIMEOUT)) {
     answer.output += "server   running, busy\n";
     answer.data["server"] = {{"running", true}, {"busy", true}};

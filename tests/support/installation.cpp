@@ -56,13 +56,13 @@ Installation::~Installation() {
 }
 
 pid_t Installation::ServerPid() const {
-  LocalServerStatus status{};
-  return CoGetLocalServerStatus(CLSID_ZNPL_Relatorio2, &status) == S_OK ? static_cast<pid_t>(status.processId) : 0;
+  com::ServerStatus status{};
+  return com::AskServerStatus(CLSID_ZNPL_Relatorio2, &status) == S_OK ? static_cast<pid_t>(status.processId) : 0;
 }
 
 DWORD Installation::LiveObjects() const {
-  LocalServerStatus status{};
-  CoGetLocalServerStatus(CLSID_ZNPL_Relatorio2, &status);
+  com::ServerStatus status{};
+  com::AskServerStatus(CLSID_ZNPL_Relatorio2, &status);
   return status.liveObjects;
 }
 

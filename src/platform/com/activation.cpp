@@ -78,7 +78,7 @@ class Activation {
   }
 
  private:
-  // False when nobody serves the class.
+  // False when no process serves the class.
   bool Connect(std::unique_ptr<Connection>* connection, HRESULT* result) {
     channel::Decoder answer;
     const auto outcome =
@@ -106,7 +106,7 @@ class Activation {
     return true;
   }
 
-  // Returns when somebody listens for the class, started here or by another client.
+  // Returns when a server listens for the class, started here or by another client.
   HRESULT Start() {
     std::string command;
     const HRESULT registered = RegisteredCommand(clsid_, &command);
@@ -121,7 +121,7 @@ class Activation {
     while (!channel::SomebodyListens(socketPath_)) {
       if (process.HasEnded()) return CO_E_SERVER_EXEC_FAILURE;
       if (Clock::now() > deadline_) {
-        process.End();  // nobody waits for it any more
+        process.End();  // no client waits for it any more
         return CO_E_SERVER_EXEC_FAILURE;
       }
       Sleep(kPollMilliseconds);
@@ -156,7 +156,7 @@ HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID 
   }
 }
 
-HRESULT CoGetLocalServerStatus(REFCLSID clsid, LocalServerStatus* status) {
+HRESULT com::AskServerStatus(REFCLSID clsid, ServerStatus* status) {
   constexpr int kAnswerSeconds = 5;
   *status = {};
   std::unique_ptr<Connection> connection;

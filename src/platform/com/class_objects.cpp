@@ -29,7 +29,7 @@ class StubSession final : public channel::Session {
   std::unique_ptr<com::CallStub> stub_;
 };
 
-// One published class object; for other processes it stands behind the class's socket.
+// One published class object; other processes reach it through the class's socket.
 class ClassEntry final : public channel::Service {
  public:
   ClassEntry(DWORD ownCookie, REFCLSID clsid, ComPtr<IClassFactory> factory)
@@ -219,7 +219,7 @@ HRESULT CoRegisterClassObject(REFCLSID clsid, IUnknown* classObject, DWORD conte
     result = E_OUTOFMEMORY;
   }
   if (forOthers && !ServesOthers(runtime)) {
-    // Nobody can ever reach this process: it must not stay for good.
+    // No client can ever reach this process: it must not stay for good.
     runtime.serving.Release();
     PostThreadMessageA(GetCurrentThreadId(), WM_QUIT, 0, 0);
   }
@@ -228,7 +228,7 @@ HRESULT CoRegisterClassObject(REFCLSID clsid, IUnknown* classObject, DWORD conte
 
 HRESULT CoRevokeClassObject(DWORD cookie) {
   Runtime& runtime = ProcessRuntime();
-  std::unique_ptr<ClassEntry> withdrawn;  // released behind the lock: a class object may do anything then
+  std::unique_ptr<ClassEntry> withdrawn;  // released after the lock: a class object may do anything then
   const std::lock_guard hold(runtime.mutex);
   for (auto it = runtime.classes.begin(); it != runtime.classes.end(); ++it) {
     if ((*it)->cookie != cookie) continue;

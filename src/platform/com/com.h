@@ -242,13 +242,17 @@ HRESULT CoRevokeClassObject(DWORD cookie);  // CO_E_OBJNOTREG for a cookie that 
 //   0x80010110                 the server speaks another version of the protocol
 HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID iid, void** object);
 
+namespace com {
+
 // What is known of the process that serves a class of this home, without starting one.
-struct LocalServerStatus {
+struct ServerStatus {
   DWORD processId;
   DWORD liveObjects;
 };
 // S_FALSE when none runs; 0x800705B4 when it is at work and does not answer in time; otherwise as CoCreateInstance.
-HRESULT CoGetLocalServerStatus(REFCLSID clsid, LocalServerStatus* status);
+HRESULT AskServerStatus(REFCLSID clsid, ServerStatus* status);
+
+}  // namespace com
 
 // ---- Type libraries ------------------------------------------------------------------------------------------------
 // A type library is a text in the platform's interface description language. It is stored as a file of its own, or

@@ -8,7 +8,7 @@ namespace {
 
 using BstrLength = std::uint32_t;  // what stands in front of a BSTR's text: its bytes without the NUL
 
-// Room behind the text for a NUL of a whole character, also where an odd number of bytes makes it start one byte late.
+// Room after the text for a NUL of a whole character, also where an odd number of bytes makes it start one byte late.
 constexpr std::size_t kTailBytes = 2 * sizeof(OLECHAR) - 1;
 
 constexpr BstrLength kMaxTextBytes = std::numeric_limits<BstrLength>::max() - sizeof(BstrLength) - kTailBytes;

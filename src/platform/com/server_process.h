@@ -7,12 +7,12 @@
 
 namespace com {
 
-// A process that belongs to no terminal, is nobody's child and holds none of the starter's descriptors. It lives on
+// A process that belongs to no terminal, is no process's child and holds none of the starter's descriptors. It lives on
 // when the object goes.
 class ServerProcess {
  public:
   // Starts `command` (UTF-8: the path of an executable, in double quotes or not, and arguments) with "-Embedding"
-  // behind it and the home of this process. False when there is no such executable or it cannot be run.
+  // appended and the home of this process. False when there is no such executable or it cannot be run.
   bool Start(const std::string& command);
 
   // True once the process is known to have ended.
