@@ -12,7 +12,7 @@
 
 namespace kestor {
 
-// Whoever reads or writes a model has it alone; a model is written as a whole.
+// A reader or writer has the model to itself. A model is written as a whole.
 inline constexpr UINT kLeituraModelo = CFile::modeRead | CFile::shareCompat;
 inline constexpr UINT kGravacaoModelo = CFile::modeCreate | CFile::modeWrite | CFile::shareCompat;
 
@@ -41,7 +41,7 @@ using Bytes = std::vector<char, SemValorInicial<char>>;
 struct ConteudoLido {
   bool inteiro = false;
   LONG comprimento = 0;  // of the file; 2147483647 for a longer one
-  Bytes bytes;           // as many, zeros behind those that came; none of a file above kMaxConteudo
+  Bytes bytes;           // as many, zeros after those that came; none of a file above kMaxConteudo
 };
 
 // Reads an open file from its start.

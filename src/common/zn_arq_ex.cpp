@@ -146,7 +146,7 @@ CZNArqEx::~CZNArqEx() {
   try {
     CFile::Close();
   } catch (const CFileException&) {
-    // Whoever wanted to know has called Fecha.
+    // A caller that needs the result calls Fecha.
   }
 }
 
@@ -246,7 +246,7 @@ std::uint32_t CZNArqEx::EncheCache(std::uint64_t posicao) {
   if (const std::uint32_t numero = AbreNomeado(); numero != semErro) return numero;
   try {
     Seek(static_cast<LONGLONG>(posicao), begin);
-    const std::int64_t bytesAntes = std::exchange(bytesCache_, -1);  // a reading that fails leaves part of it behind
+    const std::int64_t bytesAntes = std::exchange(bytesCache_, -1);  // a reading that fails leaves part of it
     const UINT lidos = Read(cache_.get(), capacidadeCache_);
     if (lidos == 0) {
       bytesCache_ = bytesAntes;
@@ -346,7 +346,7 @@ std::uint32_t CZNArqEx::CriaFaltante(UINT modoArquivo) {
   const std::uint32_t tamanhoRegistro = tamanhoRegistro_;
   std::uint32_t numero = CriaPeloControle(nome_, modo, tamanhoRegistro, Existente::preserva);
   if (numero != naoEncontrado) return numero;
-  // The control file has the name. Somebody has taken the file away, or the station that entered it makes it just now.
+  // The control file has the name. The file was taken away, or the station that entered the name is making it just now.
   Nomeia(nome_, modo, tamanhoRegistro, false);
   numero = AbreComTentativas(modoArquivo, kCausasEsperaCriacao);
   criaSeNaoExiste_ = true;
@@ -366,8 +366,8 @@ std::uint32_t CZNArqEx::CriaPeloControle(const std::string& nomeArquivo, char mo
   if (numero == semErro) numero = FechaDepois(ProcuraNoControle(nome, registros));
   InvalidaCache();
   if (numero == naoEncontrado) nome_ = caminho;
-  // Made first and entered then: who fails in between leaves a file that anybody can open, and not an entry for which
-  // the file could never be made again.
+  // The file is made first and entered then: a failure in between leaves a file that every station can open, and not
+  // an entry for which the file could never be made again.
   if (numero == semErro) numero = CriaComZeros(caminho, tamanhoRegistro, existente);
   if (numero != semErro) return numero;
   numero = AbreControle(controle);
@@ -411,7 +411,7 @@ std::uint32_t CZNArqEx::InscreveNoControle(const std::string& nome) {
   numero = GravaRegistro(registro, registros, sizeof registro);
   if (numero != semErro) return numero;
   try {
-    // Whoever reads the entry waits for the file, but not for the disk.
+    // A reader of the entry waits for the file, but not for the disk.
     Flush();
     return semErro;
   } catch (const CFileException& falha) {

@@ -69,8 +69,8 @@ class CZNArqEx : public CFile {
   // Flushes what was written and closes; 0 when nothing is open. After a failure the object still counts as open.
   std::uint32_t Fecha();
 
-  // Reads a record into `destino` (record size), from the cache or together with the records behind it. Of a last
-  // record that is cut, what is missing reads as zeros. alemDoFim for a record that starts at the end or behind it.
+  // Reads a record into `destino` (record size), from the cache or together with the records after it. Of a last
+  // record that is cut, what is missing reads as zeros. alemDoFim for a record that starts at the end or after it.
   std::uint32_t LeRegistro(std::uint32_t numeroRegistro, void* destino);
 
   // Whether the record that was just read was there to its last byte.

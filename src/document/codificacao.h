@@ -27,7 +27,7 @@ class Rascunho {
     numero_ = {valor};
     return numero_.data();
   }
-  // Six decimals without the zeros at the end, of which one stays behind the point.
+  // Six decimals without the zeros at the end, of which one stays after the point.
   const char* Decimal(double valor) {
     decimal_ = text::FormatDouble(valor);
     while (decimal_.size() > 1 && decimal_.back() == '0' && decimal_[decimal_.size() - 2] != '.')

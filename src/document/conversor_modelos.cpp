@@ -22,7 +22,7 @@ HRESULT CConversorModelos::Executa() {
   std::string_view anterior;
   for (std::size_t i = 0; i < lista->nQtdeRelatorios; ++i) {
     const std::string_view nome = nomes.get()[i].szNomeRelatorio;
-    // Files whose names differ behind a dot are listed as one name, one after the other: the model of that name must
+    // Files whose names differ after a dot are listed as one name, one after the other: the model of that name must
     // not be converted twice.
     if (i == 0 || !text::EqualNoCase(nome, anterior)) ConverteModelo(nome);
     anterior = nome;

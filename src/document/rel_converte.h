@@ -1,4 +1,4 @@
-// The object behind the class ZNPL_RelConverte.
+// The object of the class ZNPL_RelConverte.
 #pragma once
 
 #include "common/objeto_contado.h"

@@ -45,7 +45,7 @@ std::string OneLine(std::string text) {
 }
 
 void Tell(const std::string& line) {
-  // Where standard error cannot be written there is nobody left to be told.
+  // Where standard error cannot be written, no other place is left for the message.
   host::WriteAll(STDERR_FILENO, OneLine(line) + "\n");
 }
 

@@ -24,7 +24,7 @@ constexpr const char* kProgramFooter =
     R"(What belongs to one installation lies below its home: the folder of --home, else $KESTOR_HOME, else
 $XDG_CONFIG_HOME/kestor, else ~/.config/kestor. The server is started when a command needs it and ends by itself.
 
-Arguments and texts are UTF-8. An argument that begins with a hyphen stands behind "--".
+Arguments and texts are UTF-8. An argument that begins with a hyphen follows "--".
 
 Exit status: 0 done; 3 done with a notice (no such model, a model of that name exists, …); 1 failure; 2 wrong usage.
 For anything but 0 a line on standard error tells what is wrong; when it is the server's answer, with the result code, its

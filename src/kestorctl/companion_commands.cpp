@@ -104,7 +104,7 @@ std::span<tagCAMPO_FILTRO> ItemsOf(const tagFILTRO_RELATORIO& filter) {
   return {filter.pregValoresFiltro, filter.nQtdCampos};
 }
 
-// Hands out the first bytes of the record, and the items behind it; `items` is what those are called.
+// Hands out the first bytes of the record, and its items; `items` is what those are called.
 template <typename Record>
 void Get(const ReadOptions& options, HRESULT (IZNPL_Rel::*read)(BSTR, Record**), LegacyPath path, std::size_t headBytes,
          const char* items, Answer& answer) {

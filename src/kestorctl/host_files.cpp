@@ -52,7 +52,7 @@ void Replace(const fs::path& file, const std::string& shown, std::string_view by
 }
 
 // The descriptor that is open on the file already; -1 when it is neither standard output nor standard error. A file
-// under a name such as /dev/stdout is somebody's open file: replaced, it would lose what is written there besides.
+// under a name such as /dev/stdout is open already: replaced, it would lose what is written there besides.
 int StandardDescriptorOf(const struct stat& file) {
   for (const int standard : {STDOUT_FILENO, STDERR_FILENO}) {
     struct stat open {};

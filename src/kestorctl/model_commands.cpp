@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char* kReadFooter =
     R"(Writes the content of a report model to FILE, which is written whole or not at all, or to standard output, and a line
-such as "version 1" to standard error. A NAME with a dot is read with ".RXL" behind it, unless it ends so.
+such as "version 1" to standard error. A NAME with a dot is read with ".RXL" appended, unless it ends so.
 
 With --json: "version", "bytes", and the content as "content" when it is UTF-8, otherwise as "contentBase64"; with -o
 "file" instead.

@@ -1,4 +1,4 @@
-// How far a long call is, for somebody who waits at a terminal.
+// How far a long call is, for the user who waits at a terminal.
 #pragma once
 
 #include <atomic>

@@ -31,7 +31,7 @@ class CCatalogoCampos {
   // The file's length; 2147483647 for a longer one.
   LONG Comprimento() const { return lido_.comprimento; }
 
-  // The bytes read; after 0x80040002 as many as the file was long, zeros behind those that came, or none of a file that
+  // The bytes read; after 0x80040002 as many as the file was long, zeros after those that came, or none of a file that
   // is too long.
   const Bytes& Conteudo() const { return lido_.bytes; }
 

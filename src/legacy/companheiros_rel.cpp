@@ -15,7 +15,7 @@ namespace kestor {
 
 namespace {
 
-// Of the record; the pointer behind them is not stored.
+// Of the record; the pointer after them is not stored.
 constexpr UINT kBytesExportacao = offsetof(tagREG_RELEXPORTACAO, pregItens);
 constexpr UINT kBytesItem = sizeof(tagREG_RELEXPORTACAO_ITEM);
 
@@ -25,7 +25,7 @@ struct CabecalhoFiltro {
 };
 constexpr UINT kBytesEntrada = sizeof(tagCAMPO_FILTRO);
 
-// A block for a client, filled from the file as far as it goes and with zeros behind. Throws std::bad_alloc.
+// A block for a client, filled from the file as far as it goes and with zeros after that. Throws std::bad_alloc.
 template <typename Item>
 TaskBlock<Item> LeBloco(CFile& arquivo, UINT bytes) {
   auto bloco = NewTaskBlock<Item>(bytes);

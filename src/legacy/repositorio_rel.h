@@ -11,7 +11,7 @@
 
 namespace kestor {
 
-// The object behind the class ZNPL_Rel: the models of one application module and component, which the client names with
+// The object of the class ZNPL_Rel: the models of one application module and component, which the client names with
 // Inicializa. A model is an opaque block of bytes in a file of the reports folder,
 //
 //   FOLDER + MODULE (2 characters at most) + COMPONENT (3 at most) + NAME + ".REL"

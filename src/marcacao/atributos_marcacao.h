@@ -13,7 +13,7 @@
 
 namespace kestor {
 
-// The object behind the class AtributosMarcacao.
+// The object of the class AtributosMarcacao.
 class CAtributosMarcacao final : public ObjetoMarcacao<IAtributosMarcacao, IID_IAtributosMarcacao> {
  public:
   // Each element of a document has a list of its own: the one that went last is used again.

@@ -17,8 +17,8 @@ namespace kestor {
 
 namespace {
 
-// Deeper than any document that makes sense. Whoever reads keeps something for every open element: a document of
-// nothing but open elements would take many times its own size.
+// Deeper than any document that makes sense. A handler keeps something for every open element: a document of nothing
+// but open elements would take many times its own size.
 constexpr std::size_t kNiveis = 1000;
 
 constexpr const char* kSemMemoria = "memory has run out";
@@ -56,8 +56,8 @@ class AtributosLidos final : public com::UncountedObject<IAtributosMarcacao, IID
   HRESULT Reservado8() override { return E_NOTIMPL; }
 
  private:
-  // Whoever asks for attributes asks in the order of the document as a rule: the search goes on where the last one
-  // ended, and begins again at the front.
+  // Handlers ask for attributes in the order of the document as a rule: the search goes on where the last one ended,
+  // and begins again at the front.
   const XML_Char** Busca(const char* nome) const {
     for (const XML_Char** par = proximo_; *par != nullptr; par += 2) {
       if (std::strcmp(*par, nome) == 0) return par;

@@ -6,7 +6,7 @@
 
 namespace kestor {
 
-// The object behind the class LeitorMarcacao.
+// The object of the class LeitorMarcacao.
 class CLeitorMarcacao final : public ObjetoMarcacao<ILeitorMarcacao, IID_ILeitorMarcacao> {
  public:
   static CLeitorMarcacao* Novo() { return new CLeitorMarcacao; }

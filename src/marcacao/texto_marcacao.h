@@ -21,7 +21,7 @@ class Acumulador {
 
   std::string_view Texto() const { return {dados_, tamanho_}; }
   std::size_t Capacidade() const { return capacidade_; }
-  void Corta(std::size_t bytes) { tamanho_ = bytes; }  // what is behind goes; never more than there are
+  void Corta(std::size_t bytes) { tamanho_ = bytes; }  // what follows goes; never more than there are
 
   // Room for `bytes` at the end, to be written and then taken up to `fim`.
   char* Espaco(std::size_t bytes) {

@@ -285,7 +285,7 @@ class Stub final : public com::CallStub {
   }
 
  private:
-  static constexpr std::size_t kFirstSlot = 3;  // behind those of IUnknown
+  static constexpr std::size_t kFirstSlot = 3;  // after those of IUnknown
 
   static HRESULT ResultAlone(HRESULT result, channel::Encoder& out, std::size_t start) {
     out.CutPayload(start);

@@ -15,7 +15,7 @@ bool EhDigito(char c) {
   return c >= '0' && c <= '9';
 }
 
-// Where the decimals of a text begin: its last comma, or the last point when that stands behind it or alone.
+// Where the decimals of a text begin: its last comma, or the last point when that stands after it or alone.
 std::size_t LugarDecimal(std::string_view texto) {
   const std::size_t virgula = texto.rfind(',');
   const std::size_t ponto = texto.rfind('.');
@@ -48,7 +48,7 @@ std::string FormataValor(std::string_view texto) {
   const std::string decimais = temSeparador ? SomenteDigitos(semBrancos.substr(lugar)) : std::string();
 
   std::string valor(negativo ? "-" : "");
-  // What needs no grouping keeps its separator, with or without decimals behind it.
+  // What needs no grouping keeps its separator, with or without decimals after it.
   const bool curto = inteiro.size() <= 1;
   valor += curto ? inteiro : EmMilhares(SemZerosAEsquerda(inteiro));
   if (curto ? temSeparador : !decimais.empty()) valor += kSeparadorDecimal;

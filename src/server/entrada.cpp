@@ -66,7 +66,7 @@ constexpr std::array<LinhaClasse, 3> kClasses = {{
     {CLSID_ZNPL_RelConverte, CriaRelConverte},
 }};
 
-// File names without a folder end up in a folder of the home, never in the one from which somebody started the server.
+// File names without a folder end up in a folder of the home, never in the one from which the server was started.
 void EntraNaPastaDeTrabalho() {
   const std::filesystem::path pasta = platform::Home::Current().Work();
   std::error_code falha;

@@ -1,4 +1,4 @@
-// What the server's process has from whoever started it.
+// What the server's process has from its starter.
 #pragma once
 
 namespace kestor {

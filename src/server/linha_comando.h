@@ -9,7 +9,7 @@ enum class Chamada {
   cancelamento,  // take them out again, and end
 };
 
-// The text behind the next of the characters `iniciais` in `texto`; null when none is left.
+// The text after the next of the characters `iniciais` in `texto`; null when none is left.
 const char* ProximoParametro(const char* texto, const char* iniciais);
 
 // What a whole command line asks for. A switch counts only when it ends the line: whatever follows a hyphen or a slash

@@ -63,7 +63,7 @@ std::uint32_t AbreParaGravar(CZNArqEx& arquivo, const std::string& caminho) {
   if (numero != CZNArqEx::semErro) return numero;
   if (comprimento > kMaxArquivoRegistros) return CZNArqEx::arquivoInvalido;
   // A process that was killed while it made the file has left part of a record, or nothing: what is appended must not
-  // become the first record, which is nobody's.
+  // become the first record, which no key has.
   const RegistroNome deNinguem;
   return comprimento < kTamanho ? arquivo.GravaInicio(&deNinguem, kTamanho) : std::uint32_t{CZNArqEx::semErro};
 }

@@ -11,13 +11,13 @@
 
 namespace kestor {
 
-// Texts are NUL-terminated and filled up with zeros; longer ones are cut. Record 0 of a file is all zeros and no
-// record of anybody.
+// Texts are NUL-terminated and filled up with zeros; longer ones are cut. Record 0 of a file is all zeros and
+// belongs to no key.
 struct RegistroNome {
   RegistroNome() = default;
   RegistroNome(std::string_view chaveModulo, std::string_view nomeRelatorio);
 
-  // A key that was cut belongs to nobody.
+  // A record whose key was cut belongs to no key.
   bool EDe(std::string_view chaveModulo) const;
   std::string_view Nome() const;
 

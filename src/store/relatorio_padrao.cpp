@@ -67,7 +67,7 @@ HRESULT CRepositorioRel2::SetRelatorioPadrao(BSTR bsRelatorio) {
 }
 
 // Makes registroPadrao_ the number of this key's record, 0 when there is none; a number of CZNArqEx. The remembered
-// number counts only while the record there is this key's: somebody may have put an older file in place.
+// number counts only while the record there is this key's: an older file may have been put in place.
 std::uint32_t CRepositorioRel2::ProcuraRegistroPadrao(CZNArqEx& arquivo) {
   RegistroNome registro;
   if (registroPadrao_ > 0 && arquivo.LeRegistro(registroPadrao_, &registro) == CZNArqEx::semErro &&

@@ -17,7 +17,7 @@ class CZNArqEx;
 using MigraModelos = HRESULT (*)(ContagemServidor& servidor, IZNPL_Relatorio2& repositorio, const std::string& modulo,
                                  const std::string& componente, const std::vector<std::string>& existentes);
 
-// The object behind the class ZNPL_Relatorio2: the models of one application module and component, which the client
+// The object of the class ZNPL_Relatorio2: the models of one application module and component, which the client
 // names with Inicializa. It keeps texts only; every call opens, uses and closes its files. All calls come on the
 // server's main thread.
 //

@@ -76,7 +76,7 @@ class Buffer {
   std::size_t capacity_ = 0;
 };
 
-// Builds frames one behind the other.
+// Builds frames one after the other.
 class Encoder {
  public:
   void BeginFrame(FrameType type, std::uint16_t slot = 0);
@@ -87,7 +87,7 @@ class Encoder {
   void Bytes(const void* bytes, std::size_t count) { buffer_.Append(bytes, count); }
   std::byte* Space(std::size_t count) { return buffer_.Extend(count); }  // `count` bytes for the caller to fill
 
-  // Drops what was encoded behind `size` bytes of the payload of the frame that is being built.
+  // Drops what was encoded after `size` bytes of the payload of the frame that is being built.
   std::size_t PayloadBytes() const { return buffer_.Size() - frame_ - kHeadBytes; }
   void CutPayload(std::size_t size) { buffer_.Resize(frame_ + kHeadBytes + size); }
 
@@ -142,8 +142,8 @@ class Connection {
  public:
   enum class Outcome {
     ok,
-    nobody,       // nobody listens there, or the server went away before it answered the opening
-    busy,         // somebody listens, but gave no answer in the time that there was
+    nobody,       // no server listens there, or it went away before it answered the opening
+    busy,         // a server listens, but gave no answer in the time that there was
     lost,         // the server went away in an exchange
     denied,       // the socket is another user's
     otherVersion  // the peer speaks another version of the protocol
@@ -151,7 +151,7 @@ class Connection {
 
   // Connects and exchanges the opening frames: `opening` holds the frame that follows Hello (Create or Status), and
   // `*answer` receives the payload of its answer, valid until the next exchange. Waits `seconds` for it; 0: as long as
-  // the server is there, since it may be at work for somebody else.
+  // the server is there, since it may be at work for another client.
   static Outcome Open(const std::string& socketPath, FrameType opening, const void* payload, std::size_t payloadBytes,
                       int seconds, std::unique_ptr<Connection>* connection, Decoder* answer);
 
@@ -161,7 +161,7 @@ class Connection {
   // Starts the request for a slot; the caller encodes the arguments and calls Exchange.
   Encoder& BeginCall(std::uint16_t slot);
 
-  // Sends the request and waits for its result: the method's, with `*out` at the out-arguments behind it (valid until
+  // Sends the request and waits for its result: the method's, with `*out` at the out-arguments after it (valid until
   // the next BeginCall), or one of the transport's own.
   HRESULT Exchange(Decoder* out);
 
@@ -190,7 +190,7 @@ class Session {
   virtual HRESULT Call(std::uint16_t slot, Decoder& arguments, Encoder& out) = 0;
 };
 
-// What stands behind one listening socket.
+// What one listening socket leads to.
 class Service {
  public:
   virtual HRESULT Create(const std::byte* interfaceId, std::unique_ptr<Session>* session) = 0;
@@ -200,7 +200,7 @@ class Service {
 };
 
 // The server's sockets and peers. Lives on the thread whose message loop it feeds; every call runs there. Peers are
-// held apart: one that sends half a frame or does not read its answer holds up nobody. What all of them together make
+// held apart: one that sends half a frame or does not read its answer holds up no other. What all of them together make
 // the server hold of half frames and unread answers is limited: beyond kHeldBytes the peer that has the most goes.
 class Server final : public platform::MessageSource {
  public:

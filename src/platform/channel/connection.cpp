@@ -42,7 +42,7 @@ bool SomebodyListens(const std::string& socketPath) {
   sockaddr_un address{};
   if (!SocketAddress(socketPath, &address)) return false;
   const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  // A queue that is full at this moment is somebody's all the same.
+  // A queue that is full at this moment has a server all the same.
   return probe && (Connect(probe.Number(), address) || errno == EAGAIN);
 }
 

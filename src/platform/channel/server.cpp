@@ -67,10 +67,10 @@ void ReserveForFrame(Buffer* input) {
 }  // namespace
 
 struct Server::Listener {
-  Listener(Descriptor socket, std::string at, Service* behind)
-      : descriptor(std::move(socket)), path(std::move(at)), service(behind) {}
+  Listener(Descriptor socket, std::string at, Service* ownService)
+      : descriptor(std::move(socket)), path(std::move(at)), service(ownService) {}
 
-  // Takes the name away if it is still this socket's: when somebody has cleared the folder, it may be another server's.
+  // Takes the name away if it is still this socket's: after the folder was cleared, it may be another server's.
   void RemoveName() const {
     struct stat now {};
     if (lstat(path.c_str(), &now) == 0 && now.st_dev == device && now.st_ino == inode) unlink(path.c_str());
@@ -84,8 +84,8 @@ struct Server::Listener {
 };
 
 struct Server::Peer {
-  Peer(Descriptor socket, std::uint64_t ownKey, std::uint64_t listenerKey, Service* behind)
-      : descriptor(std::move(socket)), key(ownKey), listener(listenerKey), service(behind) {}
+  Peer(Descriptor socket, std::uint64_t ownKey, std::uint64_t listenerKey, Service* ownService)
+      : descriptor(std::move(socket)), key(ownKey), listener(listenerKey), service(ownService) {}
 
   Descriptor descriptor;
   const std::uint64_t key;
@@ -94,7 +94,7 @@ struct Server::Peer {
   bool greeted = false;       // its Hello was right
   bool queued = false;        // a whole frame of its own buffer waits in ready_; nothing more is read meanwhile
   bool leaving = false;       // to be dropped once its output is out
-  Buffer input;               // what arrived behind, or of, a frame that is not served yet
+  Buffer input;               // what arrived after, or of, a frame that is not served yet
   std::size_t served = 0;     // bytes at the front of `input` that are done with
   Buffer output;              // answers that the peer has not read yet; nothing is read from it meanwhile
   std::size_t sent = 0;       // bytes at the front of `output` that it has
@@ -139,7 +139,7 @@ bool Server::Listen(const std::string& socketPath, Service* service) {
 void Server::Withdraw(const std::string& socketPath) {
   for (auto it = listeners_.begin(); it != listeners_.end(); ++it) {
     if (it->second->path != socketPath) continue;
-    // The name goes first: whoever comes now must not find a socket that nobody will serve.
+    // The name goes first: a client that comes now must not find a socket that no server will serve.
     it->second->RemoveName();
     const std::uint64_t key = it->first;
     listeners_.erase(it);
@@ -183,7 +183,7 @@ bool Server::Wait(int wakeDescriptor, MSG* message) {
   const int limit = mayResume ? kRetryMilliseconds : -1;
   const auto look = [&](int limitMs) { return epoll_wait(epoll_.Number(), &event, 1, limitMs); };
   int count = 0;
-  // Whoever has just had an answer often calls again at once.
+  // A client that has just had an answer often calls again at once.
   const bool staysAwake = std::exchange(hasServed_, false) && ready_.empty();
   const bool came = staysAwake && IsThereInAMoment([&] { return (count = look(0)) != 0; });
   if (!came) count = look(ready_.empty() ? limit : 0);
@@ -246,7 +246,7 @@ void Server::Accept(std::uint64_t listenerKey, const Listener& listener) {
   if (peers_.size() >= mostPeers_) PauseListeners();
 }
 
-// Tells somebody who is not served why, as far as the socket takes it at once.
+// Tells a peer that is not served why, as far as the socket takes it at once.
 void Server::Turn(int descriptor, HRESULT result, std::string_view reason) {
   try {
     Encoder frames;
@@ -313,7 +313,7 @@ void Server::ForgoCall(Peer& peer) {
   received_.Resize(0);
   peer.input.Release();
   peer.served = 0;
-  // Nobody but a client with an object waits for a result; and what he has sent behind this call would be lost with it.
+  // Only a client with an object waits for a result; and what it has sent after this call would be lost with it.
   if (!peer.session || head.type != FrameType::call || head.payloadBytes > kMaxPayloadBytes || have > whole) {
     Drop(peer.key);
     return;
@@ -373,8 +373,8 @@ void Server::QueueNextFrame(Peer& peer) {
   }
 }
 
-// Accounts for what the peer makes the server hold. When that is too much for the server, whoever makes it hold the
-// most is dropped. False when that is this peer.
+// Accounts for what the peer makes the server hold. When that is too much for the server, the peer that makes it
+// hold the most is dropped. False when that is this peer.
 bool Server::Hold(Peer& peer) {
   const std::uint64_t key = peer.key;
   const std::size_t now = peer.input.Capacity() + peer.output.Capacity();

@@ -1,4 +1,4 @@
-// Waiting for somebody who is likely to be there in a moment.
+// Waiting for what is likely to be there in a moment.
 #pragma once
 
 #include <sched.h>

@@ -4,13 +4,12 @@
 #include <optional>
 
 #include "files.h"
-#include "host_error.h"
 #include "opening.h"
+#include "platform/kernel/host_error.h"
 #include "replacement.h"
 
 using files::Denial;
 using files::OpenMode;
-using files::OsError;
 
 struct CFile::OpenFile {
   std::string name;  // the path as it was given, for failures
@@ -21,7 +20,7 @@ struct CFile::OpenFile {
   std::unique_ptr<files::Replacement> replacement;  // of a file that is written as a whole
   LONGLONG position = 0;
   off_t lengthAtOpening = std::numeric_limits<off_t>::max();  // not known
-  bool keepsLength = false;                                   // that one: nobody writes to it
+  bool keepsLength = false;                                   // that one: no opener writes to it
   bool written = false;
   DWORD writeError = ERROR_SUCCESS;  // of the last write
 
@@ -29,7 +28,7 @@ struct CFile::OpenFile {
 
   [[noreturn]] void Fail(DWORD error) const { throw CFileException::FromOsError(error, name); }
   void Check(int hostError) const {
-    if (hostError != 0) Fail(OsError(hostError));
+    if (hostError != 0) Fail(platform::OsError(hostError));
   }
 
   void PrepareToWrite();
@@ -122,7 +121,7 @@ UINT CFile::Read(void* buffer, UINT count) {
         host::ReadAt(m_open->File(), static_cast<char*>(buffer) + total, count - total, m_open->position, &read));
     total += static_cast<UINT>(read);
     m_open->position += static_cast<LONGLONG>(read);
-    // Less than was asked for may also mean that the device fails behind it: only where the file did not end already
+    // Less than was asked for may also mean that the device fails after it: only where the file did not end already
     // when it was opened is it asked once more.
     if (read == 0 || m_open->position >= m_open->lengthAtOpening) break;
   }
@@ -136,8 +135,8 @@ void CFile::Write(const void* buffer, UINT count) {
   UINT total = 0;
   while (total < count) {
     std::size_t written = 0;
-    m_open->writeError = OsError(host::WriteAt(m_open->File(), static_cast<const char*>(buffer) + total, count - total,
-                                               m_open->position + total, &written));
+    m_open->writeError = platform::OsError(host::WriteAt(m_open->File(), static_cast<const char*>(buffer) + total,
+                                                         count - total, m_open->position + total, &written));
     if (m_open->writeError != ERROR_SUCCESS) {
       // A full disk must not leave part of a record at the end, where the next one would be appended to it.
       if (m_open->position + total > lengthBefore) host::Truncate(m_open->File(), lengthBefore);
@@ -176,7 +175,7 @@ void CFile::SetLength(ULONGLONG length) {
   if (!m_open) throw CFileException::FromOsError(ERROR_INVALID_HANDLE);
   m_open->PrepareToWrite();
   const LONGLONG position = Seek(static_cast<LONGLONG>(length), begin);
-  m_open->writeError = OsError(host::Truncate(m_open->File(), position));
+  m_open->writeError = platform::OsError(host::Truncate(m_open->File(), position));
   if (m_open->writeError != ERROR_SUCCESS) m_open->Fail(m_open->writeError);
 }
 
@@ -205,17 +204,17 @@ void CFile::OpenFile::PrepareToWrite() {
 DWORD CFile::OpenFile::Finish() {
   if (writeError != ERROR_SUCCESS && replacement != nullptr) return writeError;
   if (replacement != nullptr) return written ? replacement->Commit() : DWORD{ERROR_SUCCESS};
-  if (!written && !createdIn) return OsError(own.Close());
+  if (!written && !createdIn) return platform::OsError(own.Close());
   // Others need not wait for the disk: whatever they write on top is flushed with it. If they cannot be let in now,
   // they are when the file is closed.
   files::ReleaseShareLock(own);
   DWORD error = ERROR_SUCCESS;
   if (createdIn) {
-    error = OsError(host::Sync(own));
-    if (error == ERROR_SUCCESS) error = OsError(host::Sync(createdIn));
+    error = platform::OsError(host::Sync(own));
+    if (error == ERROR_SUCCESS) error = platform::OsError(host::Sync(createdIn));
   } else {
-    error = OsError(host::SyncData(own));
+    error = platform::OsError(host::SyncData(own));
   }
-  const DWORD closeError = OsError(own.Close());
+  const DWORD closeError = platform::OsError(own.Close());
   return error != ERROR_SUCCESS ? error : closeError;
 }

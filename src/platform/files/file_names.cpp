@@ -3,9 +3,9 @@
 
 #include "files.h"
 #include "folder_index.h"
-#include "host_error.h"
 #include "lookup.h"
 #include "opening.h"
+#include "platform/kernel/host_error.h"
 #include "reservation.h"
 
 namespace files {
@@ -15,12 +15,12 @@ namespace {
 thread_local std::optional<host::Descriptor> groupedFolder;
 
 DWORD FlushRemoval(host::Descriptor folder) {
-  if (!groupedFolder) return OsError(host::Sync(folder));
+  if (!groupedFolder) return platform::OsError(host::Sync(folder));
   if (!*groupedFolder) {
     *groupedFolder = std::move(folder);
     return ERROR_SUCCESS;
   }
-  return host::SameFile(*groupedFolder, folder) ? ERROR_SUCCESS : OsError(host::Sync(folder));
+  return host::SameFile(*groupedFolder, folder) ? ERROR_SUCCESS : platform::OsError(host::Sync(folder));
 }
 
 DWORD RemoveFile(std::string_view text) {
@@ -30,7 +30,7 @@ DWORD RemoveFile(std::string_view text) {
   host::Descriptor file;
   if (const DWORD error = OpenLocated(path, kExclusiveReading, &location, &file); error != ERROR_SUCCESS) return error;
   if (host::IsReadOnly(location.status)) return ERROR_ACCESS_DENIED;
-  if (const int error = host::Unlink(location.folder, location.name); error != 0) return OsError(error);
+  if (const int error = host::Unlink(location.folder, location.name); error != 0) return platform::OsError(error);
   FolderIndexes::OfProcess().CatchUp();
   return FlushRemoval(std::move(location.folder));
 }
@@ -44,8 +44,8 @@ class Renaming {
     if (!from_.exists) return ERROR_FILE_NOT_FOUND;
     if (const DWORD error = Locate(newPath, &to_); error != ERROR_SUCCESS) return error;
     if (!IsTakenByOther()) return to_.exists && to_.name == newName_ ? ERROR_SUCCESS : Move();
-    // The two names may have been found before and after somebody gave the file another letter case; that is certain
-    // only once the file is held, for he may have given it back the old one since.
+    // The two names may have been found before and after another process gave the file another letter case. That is
+    // certain only once the file is held, for the process may have given it back the old one since.
     if (host::SameFile(from_.status, to_.status)) return Move();
     return IsUnchanged(from_) ? ERROR_FILE_EXISTS : kStartAnew;
   }
@@ -64,20 +64,20 @@ class Renaming {
     host::Descriptor file;
     DWORD error = OpenAsWritten(from_.folder.Number(), from_.name, kExclusiveReading, &file);
     if (error != ERROR_SUCCESS) return error == ERROR_FILE_NOT_FOUND ? kStartAnew : error;
-    // Whoever creates a file of the new name in the meantime waits or is refused.
+    // A process that creates a file of the new name in the meantime waits or is refused.
     Reservation reservation;
     error = reservation.Take(to_.folder, newName_, file, kExclusiveWriting.share);
     if (error != ERROR_SUCCESS) return error;
     if (error = FindIn(newName_, &to_); error != ERROR_SUCCESS) return error;
     if (IsTakenByOther()) return ERROR_FILE_EXISTS;
     // A new name that exists and is not another's is the old one in another letter case.
-    error = OsError(to_.exists ? host::ChangeSpelling(to_.folder, from_.name, newName_)
-                               : host::RenameToFreeName(from_.folder, from_.name, to_.folder, newName_));
+    error = platform::OsError(to_.exists ? host::ChangeSpelling(to_.folder, from_.name, newName_)
+                                         : host::RenameToFreeName(from_.folder, from_.name, to_.folder, newName_));
     if (error != ERROR_SUCCESS) return error;
     FolderIndexes::OfProcess().CatchUp();
-    error = OsError(host::Sync(to_.folder));
+    error = platform::OsError(host::Sync(to_.folder));
     if (error != ERROR_SUCCESS || host::SameFile(from_.folder, to_.folder)) return error;
-    return OsError(host::Sync(from_.folder));
+    return platform::OsError(host::Sync(from_.folder));
   }
 
   Location from_;

@@ -68,7 +68,7 @@ inline constexpr UINT noLink = 0x80000;       // in place: a symbolic link is re
 // What an open file excludes holds between all processes of this machine and, where the file system carries byte-range
 // locks, between machines. An opener has an access (read, write) and a denial (none, write, both); Open succeeds
 // exactly when its access meets no denial of a present opener and its denial meets no access of a present opener.
-// Whoever dies holds nothing.
+// An opener that dies holds nothing.
 class CFile {
  public:
   enum OpenFlags : UINT {
@@ -128,7 +128,7 @@ class CFile {
 
   bool IsOpen() const { return m_open != nullptr; }
 
-  // All of these throw CFileException. Removing and renaming need that nobody holds the file open (32).
+  // All of these throw CFileException. Removing and renaming need that no opener has the file (32).
   static void Remove(const char* path);  // 5 for a read-only file or a folder
   // Gives a file another name, in its folder or another one of the same drive; 80 when that name is taken. Renaming a
   // file to its own path gives it that path's letter case; nothing is done (and an open file is no hindrance) when it

@@ -1,4 +1,4 @@
-// Hidden files that a process left behind when it was killed.
+// Hidden files that a process left when it was killed.
 #pragma once
 
 #include <string>
@@ -8,8 +8,8 @@
 
 namespace files {
 
-// Removes those of the folder's hidden files that nobody holds and that have not been touched for a minute. What cannot
-// be removed stays.
+// Removes those of the folder's hidden files that no process holds and that have not been touched for a minute. What
+// cannot be removed stays.
 void RemoveLeftovers(const host::Descriptor& folder, const std::vector<std::string>& hiddenNames);
 
 }  // namespace files

@@ -4,7 +4,7 @@
 #include <cerrno>
 
 #include "folder_index.h"
-#include "host_error.h"
+#include "platform/kernel/host_error.h"
 
 namespace files {
 namespace {
@@ -40,7 +40,7 @@ DWORD OpenFolderAt(const std::string& path, std::size_t base, host::Descriptor* 
     if (rest < path.size()) return ERROR_PATH_NOT_FOUND;
     error = host::OpenFolder(AT_FDCWD, followed, folder);
   }
-  return IsMissing(error) ? ERROR_PATH_NOT_FOUND : OsError(error);
+  return IsMissing(error) ? ERROR_PATH_NOT_FOUND : platform::OsError(error);
 }
 
 }  // namespace
@@ -76,7 +76,7 @@ DWORD FindIn(const std::string& name, Location* location) {
     error = host::Stat(location->folder.Number(), location->name, &location->status);
   }
   location->exists = error == 0;
-  if (error != ENOENT) return OsError(error);
+  if (error != ENOENT) return platform::OsError(error);
   struct stat link = {};
   location->isDeadLink = host::StatLink(location->folder.Number(), location->name, &link) == 0 && S_ISLNK(link.st_mode);
   if (!location->isDeadLink) location->name = name;

@@ -3,7 +3,7 @@
 #include <cerrno>
 
 #include "folder_index.h"
-#include "host_error.h"
+#include "platform/kernel/host_error.h"
 
 namespace files {
 namespace {
@@ -29,13 +29,13 @@ DWORD Create(const PathName& path, const OpenMode& mode, host::Descriptor* file,
   if (const DWORD error = reservation.Take(location.folder, path.Name(), /*held=*/{}, mode.share);
       error != ERROR_SUCCESS)
     return error;
-  // Somebody may have created the file before the name was reserved.
+  // Another process may have created the file before the name was reserved.
   if (const DWORD error = FindIn(path.Name(), &location); error != ERROR_SUCCESS) return error;
   if (location.exists) return kStartAnew;
   if (location.isDeadLink) return ERROR_ACCESS_DENIED;
   if (const DWORD error = reservation.TakeFreeName(path.Name()); error != ERROR_SUCCESS) return error;
   if (const DWORD error = reservation.Settle(); error != ERROR_SUCCESS) {
-    host::Sync(location.folder);  // the name is there now, and whoever opens it next takes it for granted
+    host::Sync(location.folder);  // the name is there now, and the next opener takes it for granted
     return error;
   }
   *file = reservation.Release();
@@ -44,14 +44,14 @@ DWORD Create(const PathName& path, const OpenMode& mode, host::Descriptor* file,
   return ERROR_SUCCESS;
 }
 
-// The short way of those who only read: they must not get a file that was replaced or removed before it was locked, and
-// such a one has no name left. (One that has others besides is older by a moment than what the name leads to now; then
-// it was read a moment before.) Looking the name up again would cost as much as opening it.
+// The short way of openers that only read: they must not get a file that was replaced or removed before it was locked,
+// and such a one has no name left. (One that has others besides is older by a moment than what the name leads to now;
+// then it was read a moment before.) Looking the name up again would cost as much as opening it.
 DWORD LockForContent(host::Descriptor opened, bool writable, const ShareMode& share, host::Descriptor* file,
                      off_t* length) {
   const DWORD lockError = TakeShareLock(opened, writable, share);
   struct stat own = {};
-  if (const int error = host::Stat(opened, &own); error != 0) return OsError(error);
+  if (const int error = host::Stat(opened, &own); error != 0) return platform::OsError(error);
   if (!S_ISREG(own.st_mode)) return ERROR_ACCESS_DENIED;
   if (lockError != ERROR_SUCCESS) return lockError;
   if (own.st_nlink == 0) return kStartAnew;
@@ -66,11 +66,11 @@ DWORD OpenAsWritten(int folder, const std::string& name, const OpenMode& mode, h
   host::Descriptor opened;
   bool writable = false;
   if (const int error = OpenForLocking(folder, name, mode, &opened, &writable); error != 0) {
-    return error == ELOOP && mode.noLink ? DWORD{ERROR_ACCESS_DENIED} : OsError(error);
+    return error == ELOOP && mode.noLink ? DWORD{ERROR_ACCESS_DENIED} : platform::OsError(error);
   }
   if (mode.content) return LockForContent(std::move(opened), writable, mode.share, file, length);
   struct stat own = {};
-  if (const int error = host::Stat(opened, &own); error != 0) return OsError(error);
+  if (const int error = host::Stat(opened, &own); error != 0) return platform::OsError(error);
   if (!S_ISREG(own.st_mode)) return ERROR_ACCESS_DENIED;
   const bool changes = mode.share.writes || mode.truncate;
   if (changes && host::IsReadOnly(own)) return ERROR_ACCESS_DENIED;
@@ -83,7 +83,7 @@ DWORD OpenAsWritten(int folder, const std::string& name, const OpenMode& mode, h
     return kStartAnew;
   }
   if (mode.truncate) {
-    if (const int error = host::Truncate(opened, 0); error != 0) return OsError(error);
+    if (const int error = host::Truncate(opened, 0); error != 0) return platform::OsError(error);
   }
   if (length != nullptr) *length = mode.truncate ? 0 : named.st_size;
   *file = std::move(opened);

@@ -3,8 +3,8 @@
 #include <vector>
 
 #include "folder_index.h"
-#include "host_error.h"
 #include "platform/host/whole_file.h"
+#include "platform/kernel/host_error.h"
 
 namespace files {
 
@@ -43,10 +43,10 @@ DWORD Replacement::Reserve() {
   }
   if (old_) {
     struct stat old = {};
-    if (const int error = host::Stat(old_, &old); error != 0) return OsError(error);
-    if (const int error = host::TakeOverRights(File(), old); error != 0) return OsError(error);
+    if (const int error = host::Stat(old_, &old); error != 0) return platform::OsError(error);
+    if (const int error = host::TakeOverRights(File(), old); error != 0) return platform::OsError(error);
   } else {
-    // Somebody may have created the file before the name was reserved: then it is that file that must be locked.
+    // Another process may have created the file before the name was reserved: then that file must be locked.
     if (const DWORD error = RefuseTakenName(); error != ERROR_SUCCESS) {
       return error == ERROR_FILE_EXISTS ? kStartAnew : error;
     }
@@ -76,10 +76,11 @@ DWORD Replacement::FollowLink() {
   if (!S_ISLNK(status.st_mode)) return ERROR_SUCCESS;
   newSpelling_.clear();
   std::string real;
-  if (const int error = host::RealPath(location_.folder, location_.name, &real); error != 0) return OsError(error);
+  if (const int error = host::RealPath(location_.folder, location_.name, &real); error != 0)
+    return platform::OsError(error);
   const std::size_t separator = real.rfind('/');
   location_.name = real.substr(separator + 1);
-  return OsError(host::OpenFolder(AT_FDCWD, real.substr(0, separator + 1), &location_.folder));
+  return platform::OsError(host::OpenFolder(AT_FDCWD, real.substr(0, separator + 1), &location_.folder));
 }
 
 DWORD Replacement::TakeOverContent() {
@@ -87,12 +88,12 @@ DWORD Replacement::TakeOverContent() {
   for (off_t position = 0;;) {
     std::size_t read = 0;
     if (const int error = host::ReadAt(old_, block.data(), block.size(), position, &read); error != 0)
-      return OsError(error);
+      return platform::OsError(error);
     if (read == 0) return ERROR_SUCCESS;
     for (std::size_t done = 0; done < read;) {
       std::size_t written = 0;
       const int error = host::WriteAt(File(), block.data() + done, read - done, position, &written);
-      if (error != 0) return OsError(error);
+      if (error != 0) return platform::OsError(error);
       done += written;
       position += static_cast<off_t>(written);
     }
@@ -101,23 +102,23 @@ DWORD Replacement::TakeOverContent() {
 
 DWORD Replacement::TakeName() {
   if (!old_) {
-    // Whoever goes around this system's locks may have made the file meanwhile, in another letter case as well.
+    // A program that does not take these locks may have made the file meanwhile, in another letter case as well.
     const DWORD error = manner_.mustBeNew ? RefuseTakenName() : DWORD{ERROR_SUCCESS};
     return error == ERROR_SUCCESS ? reservation_.TakeFreeName(location_.name) : error;
   }
   if (newSpelling_.empty()) return reservation_.ReplaceName(location_.name);
   // The old file goes first to where it is replaced, so that at no instant there are two spellings.
   const int hostError = host::ChangeSpelling(location_.folder, location_.name, newSpelling_);
-  if (hostError != 0) return OsError(hostError);
+  if (hostError != 0) return platform::OsError(hostError);
   const DWORD error = reservation_.ReplaceName(newSpelling_);
   if (error != ERROR_SUCCESS) host::ChangeSpelling(location_.folder, newSpelling_, location_.name);
   return error;
 }
 
 DWORD Replacement::Commit() {
-  DWORD error = OsError(host::Sync(File()));
+  DWORD error = platform::OsError(host::Sync(File()));
   if (error == ERROR_SUCCESS) error = TakeName();
-  if (error == ERROR_SUCCESS) error = OsError(host::Sync(location_.folder));
+  if (error == ERROR_SUCCESS) error = platform::OsError(host::Sync(location_.folder));
   reservation_.Cancel();
   old_.Close();
   FolderIndexes::OfProcess().CatchUp();

@@ -3,9 +3,9 @@
 #include <cerrno>
 #include <utility>
 
-#include "host_error.h"
 #include "path_name.h"
 #include "platform/host/fnv1a.h"
+#include "platform/kernel/host_error.h"
 
 namespace files {
 namespace {
@@ -44,16 +44,16 @@ DWORD Reservation::TryTake(const std::string& hiddenName, const host::Descriptor
   if (const DWORD error = OpenHidden(hiddenName, held, isNew); error != ERROR_SUCCESS) return error;
   DWORD lockError = TakeCreationLock(file_);
   if (lockError == ERROR_SUCCESS) lockError = TakeShareLock(file_, true, mode);
-  // Where no locks are to be had, nobody else has one of this file.
+  // Where no locks are to be had, no other process has one of this file.
   if (lockError == ERROR_SHARING_BUFFER_EXCEEDED && *isNew) host::Unlink(*folder_, hiddenName);
   if (lockError != ERROR_SUCCESS) return lockError;
   if (!LeadsTo(*folder_, hiddenName, file_)) return kStartAnew;
   struct stat own = {};
-  if (const int error = host::Stat(file_, &own); error != 0) return OsError(error);
+  if (const int error = host::Stat(file_, &own); error != 0) return platform::OsError(error);
   if (!S_ISREG(own.st_mode)) return ERROR_ACCESS_DENIED;
   if (own.st_size == 0 && own.st_nlink == 1) return ERROR_SUCCESS;
-  // What a killed process has left behind may have another owner, another mode and another name.
-  if (const int error = host::Unlink(*folder_, hiddenName); error != 0) return OsError(error);
+  // What a killed process has left may have another owner, another mode and another name.
+  if (const int error = host::Unlink(*folder_, hiddenName); error != 0) return platform::OsError(error);
   return kStartAnew;
 }
 
@@ -61,11 +61,11 @@ DWORD Reservation::OpenHidden(const std::string& hiddenName, const host::Descrip
   constexpr int kFlags = O_RDWR | kNeitherLinkNorWait;
   int error = host::Open(folder_->Number(), hiddenName, kFlags | O_CREAT | O_EXCL, &file_, kModeOfNewFiles);
   *isNew = error == 0;
-  if (error != EEXIST) return OsError(error);
+  if (error != EEXIST) return platform::OsError(error);
   if (!held || !LeadsTo(*folder_, hiddenName, held)) {
     error = host::Open(folder_->Number(), hiddenName, kFlags, &file_);
     if (error == ENOENT) return kStartAnew;
-    if (error != EACCES) return OsError(error);
+    if (error != EACCES) return platform::OsError(error);
   }
   // The hidden file is another user's, whose process is at work or was killed, or it is the held file, whose writer was
   // killed.
@@ -76,7 +76,7 @@ DWORD Reservation::OpenHidden(const std::string& hiddenName, const host::Descrip
 DWORD Reservation::TakeFreeName(const std::string& name) {
   const int error = host::RenameToFreeName(*folder_, hiddenName_, *folder_, name);
   // When all that failed is the removal of the hidden name, the file has its name. The next reserver removes the other.
-  if (error != 0 && !LeadsTo(*folder_, name, file_)) return OsError(error);
+  if (error != 0 && !LeadsTo(*folder_, name, file_)) return platform::OsError(error);
   hiddenName_.clear();
   return ERROR_SUCCESS;
 }
@@ -84,7 +84,7 @@ DWORD Reservation::TakeFreeName(const std::string& name) {
 DWORD Reservation::ReplaceName(const std::string& name) {
   const int error = host::Rename(*folder_, hiddenName_, *folder_, name);
   if (error == 0) hiddenName_.clear();
-  return OsError(error);
+  return platform::OsError(error);
 }
 
 // The hidden name goes while the file is still locked, so that it is this file's for certain.
@@ -94,7 +94,7 @@ void Reservation::Cancel() noexcept {
   file_.Close();
 }
 
-// All who reserve take the creation lock first: while it is held here, no other process gets the file. A writer keeps
+// Every reserver takes the creation lock first: while it is held here, no other process gets the file. A writer keeps
 // its share lock for as long as its file has the hidden name: a file that the caller holds exclusively has no writer.
 DWORD RemoveIfAbandoned(const host::Descriptor& folder, const std::string& hiddenName, const host::Descriptor& held) {
   host::Descriptor file;
@@ -102,16 +102,16 @@ DWORD RemoveIfAbandoned(const host::Descriptor& folder, const std::string& hidde
   const bool writable = error != EACCES;
   if (!writable) error = host::Open(folder.Number(), hiddenName, O_RDONLY | kNeitherLinkNorWait, &file);
   if (error == ENOENT) return kStartAnew;
-  if (error != 0) return OsError(error);
+  if (error != 0) return platform::OsError(error);
   struct stat status = {};
-  if (error = host::Stat(file, &status); error != 0) return OsError(error);
+  if (error = host::Stat(file, &status); error != 0) return platform::OsError(error);
   if (!S_ISREG(status.st_mode)) return ERROR_ACCESS_DENIED;
   if (const DWORD lockError = TryCreationLock(file, writable); lockError != ERROR_SUCCESS) {
     return lockError == ERROR_SHARING_VIOLATION ? kStartAnew : lockError;
   }
   if (!(held && host::SameFile(file, held)) && IsHeldByOther(file)) return ERROR_SHARING_VIOLATION;
   if (!LeadsTo(folder, hiddenName, file)) return kStartAnew;
-  return OsError(host::Unlink(folder, hiddenName));
+  return platform::OsError(host::Unlink(folder, hiddenName));
 }
 
 bool IsReservationName(std::string_view hiddenName) {

@@ -1,4 +1,4 @@
-// The reservation of a file name that nobody has yet, or whose file is to be replaced as a whole.
+// The reservation of a file name that is free, or whose file is to be replaced as a whole.
 #pragma once
 
 #include <string>
@@ -11,9 +11,9 @@
 namespace files {
 
 // A hidden file in the folder of the name, locked by this opening. One opening at a time has the reservation of a name,
-// in whatever letter case; its file takes the name or goes with the object. What a killed process left behind under the
-// hidden name belongs to the next who reserves it. That may be the file of the name itself: where the file system
-// cannot rename without replacing, a new file has both names for a moment.
+// in whatever letter case; its file takes the name or goes with the object. What a killed process left under the hidden
+// name belongs to the next reserver. That may be the file of the name itself: where the file system cannot rename
+// without replacing, a new file has both names for a moment.
 class Reservation {
  public:
   Reservation() = default;
@@ -22,10 +22,10 @@ class Reservation {
   Reservation& operator=(const Reservation&) = delete;
 
   // Reserves `name` (UTF-8) in `folder`, which must outlive the reservation, with an empty file that has the locks of
-  // `mode`. The reserver also has the file's creation lock: those who reserve the same name wait until Settle and look
-  // then. `held` is a file that the caller holds exclusively and that has the name or is to get it, or none; when it
-  // has the hidden name as well, it loses that. 0; 32 when a reservation of the name conflicts with `mode`; or another
-  // platform error number.
+  // `mode`. The reserver also has the file's creation lock: others that reserve the same name wait until Settle and
+  // look then. `held` is a file that the caller holds exclusively and that has the name or is to get it, or none; when
+  // it has the hidden name as well, it loses that. 0; 32 when a reservation of the name conflicts with `mode`; or
+  // another platform error number.
   DWORD Take(const host::Descriptor& folder, std::string_view name, const host::Descriptor& held, ShareMode mode);
 
   const host::Descriptor& File() const { return file_; }

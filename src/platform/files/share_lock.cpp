@@ -2,7 +2,7 @@
 
 #include <cerrno>
 
-#include "host_error.h"
+#include "platform/kernel/host_error.h"
 
 namespace files {
 namespace {
@@ -23,7 +23,7 @@ using host::LockRange;
 //   reading, denying none       shared lock on one byte of kReaders
 //   reading, denying writing    shared lock on kWriters
 //   denying both                shared lock on kReaders, kWriters and kReadOnlyExclusive: keeps exclusive locks away;
-//                               who takes shared ones and finds the last one held leaves again
+//                               an opener that takes shared ones and finds the last one held leaves again
 constexpr off_t kOrigin = off_t{1} << 62;
 constexpr LockRange kReaders = {kOrigin, off_t{1} << 32};
 constexpr LockRange kWriters = {kReaders.start + kReaders.length, off_t{1} << 32};
@@ -36,7 +36,7 @@ constexpr LockRange kGate = {kOrigin - (off_t{1} << 40), (off_t{1} << 40) - 2};
 
 using Clock = std::chrono::steady_clock;
 
-// What is done inside the gate takes microseconds, and anybody who may read the file can block it.
+// What is done inside the gate takes microseconds, and any process that may read the file can block it.
 constexpr auto kGatePatience = std::chrono::milliseconds(200);
 // The creation lock is held until the folder has been flushed.
 constexpr auto kCreationPatience = std::chrono::seconds(2);
@@ -49,7 +49,7 @@ DWORD LockError(int hostError) {
     case EINVAL:
       return ERROR_SHARING_BUFFER_EXCEEDED;
     default:
-      return OsError(hostError);
+      return platform::OsError(hostError);
   }
 }
 
@@ -86,7 +86,7 @@ DWORD Insist(Clock::time_point deadline, const Attempt& attempt) {
 
 // The gate lets one opening at a time come to a final answer where shared locks alone would let two openers refuse each
 // other. A descriptor that can be written to takes it exclusively; one that cannot takes a byte of it at random and is
-// inside once nobody else is there: of several the lowest stays, the others leave and come again.
+// inside once no other is there: of several the lowest stays, the others leave and come again.
 class Gate {
  public:
   Gate(const Descriptor& file, bool writable) : file_(file) {
@@ -122,7 +122,7 @@ DWORD LockShared(const Descriptor& file, bool writable, LockRange range) {
   if (const DWORD error = Lock(file, F_RDLCK, range); error != ERROR_SUCCESS) return error;
   if (!HeldByOther(file, kReadOnlyExclusive)) return ERROR_SUCCESS;
 
-  // Somebody denies both by shared locks, or is about to try: the answer is found where only one is at a time.
+  // Another opener denies both by shared locks, or is about to: the answer is found where only one is at a time.
   Unlock(file, range);
   const Gate gate(file, writable);
   if (gate.Error() != ERROR_SUCCESS) return gate.Error();
@@ -144,9 +144,9 @@ DWORD LockReadOnlyExclusively(const Descriptor& file) {
   return error;
 }
 
-// For descriptors that can be written to: an exclusive lock is refused at once by whoever is there. It may be that
-// nobody is, for who denies both by shared locks takes them before he knows whether he may stay: the second answer is
-// given where he is not on his way.
+// For descriptors that can be written to: an exclusive lock is refused at once by an opener that is there. It may
+// be that none is, for an opener that denies both by shared locks takes them before it knows whether it may stay: the
+// second answer is given where no such opener is on its way.
 template <typename Attempt>
 DWORD LockExclusively(const Descriptor& file, const Attempt& attempt) {
   if (const DWORD error = attempt(); error != ERROR_SHARING_VIOLATION) return error;
@@ -158,7 +158,7 @@ DWORD LockWhole(const Descriptor& file, LockRange range) {
   return LockExclusively(file, [&] { return Lock(file, F_WRLCK, range); });
 }
 
-// One of many: another one may have drawn the same byte; whoever excludes this opener holds them all.
+// One of many: another one may have drawn the same byte; an opener that excludes this one holds them all.
 DWORD LockOneByte(const Descriptor& file, LockRange range) {
   return LockExclusively(file, [&] {
     const DWORD error = Lock(file, F_WRLCK, OneByteOf(range));
@@ -191,7 +191,7 @@ DWORD TakeCreationLock(const Descriptor& file) {
 
 DWORD TryCreationLock(const Descriptor& file, bool writable) {
   if (writable) return Lock(file, F_WRLCK, kCreation);
-  // A shared lock keeps away those who can lock exclusively; of those who cannot, whoever is alone has the right.
+  // A shared lock keeps away those who can lock exclusively; of those who cannot, the only one has the right.
   if (const DWORD error = Lock(file, F_RDLCK, kCreation); error != ERROR_SUCCESS) return error;
   if (!HeldByOther(file, kCreation)) return ERROR_SUCCESS;
   Unlock(file, kCreation);

@@ -51,7 +51,7 @@ fs::path WithoutTrailingSeparator(const fs::path& folder) {
 std::atomic<const Home*> current{nullptr};
 std::mutex choosing;
 
-// All homes that were in use: somebody may still hold a reference to one that another one replaced.
+// All homes that were in use: a caller may still hold a reference to one that another one replaced.
 std::deque<Home>& Homes() {
   static auto* homes = new std::deque<Home>;
   return *homes;

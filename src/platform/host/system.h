@@ -46,7 +46,7 @@ inline bool SameFile(const struct stat& a, const struct stat& b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-// The read-only attribute: nobody has the permission to write. It binds the superuser as well.
+// The read-only attribute: no user has the permission to write. It binds the superuser as well.
 inline bool IsReadOnly(const struct stat& status) {
   return (status.st_mode & 0222) == 0;
 }

@@ -289,7 +289,7 @@ class Parser {
     return number;
   }
 
-  // Bytes with commas between them; behind a comma a backslash may carry the data on to the next line.
+  // Bytes with commas between them; after a comma a backslash may carry the data on to the next line.
   std::string TakeHexBytes() {
     std::string bytes;
     bool mustGoOn = false;

@@ -163,7 +163,7 @@ LONG RegOpenKeyA(HKEY parent, const char* path, HKEY* key) {
 }
 
 LONG RegCreateKeyA(HKEY parent, const char* path, HKEY* key) {
-  // Whoever may not write the registry can still open what is there.
+  // A user who may not write the registry can still open what is there.
   const LONG opened = RegOpenKeyA(parent, path, key);
   if (opened != LONG{ERROR_FILE_NOT_FOUND}) return opened;
   return Guarded([=]() -> LONG {

@@ -99,7 +99,7 @@ struct NamedText {
 };
 
 // Sets texts of a key, which is made if it is missing, in one change, and waits only `patience` for others who change
-// the registry (33): for notes that are not worth holding anybody up. Results as of the calls above.
+// the registry (33): for notes that are not worth a longer wait. Results as of the calls above.
 LONG SetTexts(HKEY parent, const char* path, std::initializer_list<NamedText> texts,
               std::chrono::milliseconds patience);
 
@@ -117,7 +117,7 @@ bool Export(std::string_view keyPath, std::string* text);
 // The same text in the form that the desktop's own tools write: UTF-16 with mark, lines ending in CR LF.
 std::string ToDesktopEncoding(std::string_view text);
 
-// Reads the file and throws if it is damaged. For callers that want to tell the reason behind ERROR_BADDB.
+// Reads the file and throws if it is damaged. For callers that want to tell the reason of ERROR_BADDB.
 void Check();
 
 // Splits "HKEY_LOCAL_MACHINE\SOFTWARE\X" (also HKLM, HKCR) into root and path below it; null root when it starts with

@@ -96,11 +96,11 @@ struct KeyPath {
   std::vector<std::string> names;  // from below the root down to the key
 };
 
-// Takes the root's name (the short forms HKLM and HKCR too) and the backslash behind it from the start of `*path`.
+// Takes the root's name (the short forms HKLM and HKCR too) and the backslash after it from the start of `*path`.
 // False when it starts with none.
 bool TakeRoot(std::string_view* path, Root* root);
 
-// Where the path of a key ends in its line of the file: at the first bracket behind which nothing or a comment stands,
+// Where the path of a key ends in its line of the file: at the first bracket after which nothing or a comment stands,
 // since names and comments may hold brackets of their own. npos when there is none.
 std::size_t FindClosingBracket(std::string_view line);
 
