@@ -107,6 +107,7 @@ TEST_F(MarkupTest, BrokenDocumentsAreNotWritten) {
                                                 {"a@1 /a", false},     {"a@y? /a", false},   {"a@x /a", false}};
   for (const auto& [steps, isWritten] : cases) {
     std::istringstream words(steps);
+    HRESULT result = E_FAIL;
     const std::string document = Written([&](IEscritorMarcacao& writer) {
       for (std::string step; words >> step;) {
         const std::size_t at = step.find('@');
@@ -118,8 +119,9 @@ TEST_F(MarkupTest, BrokenDocumentsAreNotWritten) {
         else
           writer.IniciaElemento(step.substr(0, at).c_str(), list.Get());
       }
+      result = writer.FinalizaDocumento();
     });
-    EXPECT_EQ(!document.empty(), isWritten) << steps;
+    EXPECT_TRUE(SUCCEEDED(result) == isWritten && document.empty() != isWritten) << steps;
   }
 }
 
@@ -135,7 +137,6 @@ std::string Read(const std::string& content) {
 }
 
 TEST_F(MarkupTest, NamesThatAreReadAndRefused) {
-  using namespace std::string_literals;
   const std::string badToken = "line 1: not well-formed (invalid token)";
   const std::string typed = "line 1: document type declarations are not accepted";
   const std::string twoEncodings = "line 1: the document has the mark of UTF-8 but declares another encoding";
@@ -150,7 +151,7 @@ TEST_F(MarkupTest, NamesThatAreReadAndRefused) {
       {"", "1<", badToken},
       {"", "\xC3(", badToken},
       {"", "\x01", badToken},
-      {"", "\0"s, badToken},
+      {"", std::string(1, '\0'), badToken},
       {"<!DOCTYPE a [<!ENTITY x 'y'>]>", "&x;", typed},
       {"<!DOCTYPE a SYSTEM 'file:///etc/passwd'>", "", typed},
       {"<?xml version='1.0' encoding='KOI8-R'?>", "", "line 1: unknown encoding"},
@@ -168,7 +169,6 @@ TEST_F(MarkupTest, NamesThatAreReadAndRefused) {
   for (const auto& [before, name, expected] : cases)
     EXPECT_EQ(Read(before + kBegin + name + "'/>"), expected) << before << name;
   EXPECT_EQ(Read(""), "line 1: no element found");
-  EXPECT_EQ(Read("texto"), "line 1: syntax error");
   const std::u16string wide =
       u"\xFEFF<?xml version='1.0' encoding='UTF-16'?><relatorio dataInicial='' dataFinal='' nome='\xE9\x20AC\x416'/>";
   EXPECT_EQ(Read({reinterpret_cast<const char*>(wide.data()), wide.size() * 2}), "read: \xE9\x80?");
