@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 #include <string>
-#include <string_view>
 
 #include "document/doc_relatorio.h"
 #include "marcacao/componente_marcacao.h"
@@ -18,9 +17,10 @@ inline bool operator==(const CDocRelatorio& a, const CDocRelatorio& b) {
 
 }  // namespace kestor
 
-inline bool Load(kestor::CDocRelatorio& document, std::string content, USHORT version = 1) {
+inline bool Load(kestor::CDocRelatorio& document, std::string content, USHORT version = 1,
+                 std::string* reason = nullptr) {
   return document.CarregaConteudo(
-      {version, static_cast<LONG>(content.size()), reinterpret_cast<std::uint8_t*>(content.data())});
+      {version, static_cast<LONG>(content.size()), reinterpret_cast<std::uint8_t*>(content.data())}, reason);
 }
 
 inline std::string Content(const kestor::CDocRelatorio& document) {

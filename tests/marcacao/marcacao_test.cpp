@@ -1,233 +1,203 @@
-// The markup component by itself: what is written comes back, and what is no document is refused.
-#include <gtest/gtest.h>
+// The markup component: what is written is XML and comes back, and what is no document is refused.
+#include <array>
+#include <functional>
+#include <libxml/xmlreader.h>
 #include <random>
+#include <sstream>
 
-#include "marcacao/componente_marcacao.h"
+#include "../document/document_fixture.h"
 #include "platform/text/text.h"
-#include "recorded.h"
 
 namespace {
 
 using namespace kestor;
 
-class MarkupTest : public testing::Test {
- protected:
-  ComPtr<IEscritorMarcacao> NewWriter(CMemStream& stream) {
-    auto writer = NewMarkup<IEscritorMarcacao>(CLSID_EscritorMarcacao, IID_IEscritorMarcacao);
-    writer->DefineSaida(&stream);
-    return writer;
+class MarkupTest : public DocumentTest {};
+
+// ---- Writing -------------------------------------------------------------------------------------------------------
+
+// What comes of the steps of a writer.
+std::string Written(std::function<void(IEscritorMarcacao&)> steps) {
+  struct Steps : CDocRelatorio {
+    void EscreveMarcacao(IEscritorMarcacao& writer) const override { steps(writer); }
+    std::function<void(IEscritorMarcacao&)> steps;
+  } document;
+  document.steps = std::move(steps);
+  return Content(document);
+}
+
+ComPtr<IAtributosMarcacao> NewList() {
+  ComPtr<IAtributosMarcacao> list;
+  CoCreateInstance(CLSID_AtributosMarcacao, nullptr, CLSCTX_ALL, IID_IAtributosMarcacao, list.OutVoid());
+  return list;
+}
+
+// The elements of a document with their attributes, as a parser of another make finds them: "0 relatorio versao=1".
+std::string Outline(const std::string& document) {
+  const std::unique_ptr<xmlTextReader, decltype(&xmlFreeTextReader)> reader(
+      xmlReaderForMemory(document.data(), static_cast<int>(document.size()), nullptr, nullptr, XML_PARSE_NONET),
+      xmlFreeTextReader);
+  const auto text = [](const xmlChar* value) { return std::string(reinterpret_cast<const char*>(value)); };
+  std::string outline;
+  int result = 0;
+  while ((result = xmlTextReaderRead(reader.get())) == 1) {
+    if (xmlTextReaderNodeType(reader.get()) != XML_READER_TYPE_ELEMENT) continue;
+    outline += std::to_string(xmlTextReaderDepth(reader.get())) + " " + text(xmlTextReaderConstName(reader.get()));
+    while (xmlTextReaderMoveToNextAttribute(reader.get()) == 1)
+      outline += " " + text(xmlTextReaderConstName(reader.get())) + "=" + text(xmlTextReaderConstValue(reader.get()));
+    outline += "\n";
   }
-  ComPtr<IAtributosMarcacao> NewList() {
-    return NewMarkup<IAtributosMarcacao>(CLSID_AtributosMarcacao, IID_IAtributosMarcacao);
+  EXPECT_EQ(result, 0) << document;
+  return outline;
+}
+
+// A value in UTF-8, with the control characters that XML cannot hold as private-use characters.
+std::string Utf8(const std::string& value) {
+  std::string utf8;
+  for (const char c : value) {
+    const bool isForbidden = c > 0 && c < ' ' && c != '\t' && c != '\n' && c != '\r';
+    utf8 += isForbidden ? std::string("\xEE\x80") + static_cast<char>(0x80 + c) : text::ToUtf8({&c, 1});
   }
-
-  ComponenteMarcacao component_;
-};
-
-std::string Bytes(const CMemStream& stream) {
-  return {reinterpret_cast<const char*>(stream.Buffer()), stream.Size()};
+  return utf8;
 }
 
-std::string AllBytes() {
-  std::string bytes;
-  for (int byte = 1; byte < 256; ++byte)
-    bytes += static_cast<char>(byte);
-  return bytes;
-}
-
-TEST_F(MarkupTest, DocumentsLookAsDescribed) {
-  CMemStream stream;
-  const auto writer = NewWriter(stream);
-  const auto list = NewList();
-  writer->IniciaDocumento();
-  list->Adiciona("a", "1 < 2 & \"x\"\t\r\n\x01\xE9\x80");
-  list->Adiciona("b", "");
-  writer->IniciaElemento("raiz", list.Get());
-  list->Limpa();
-  writer->IniciaElemento("vazio", nullptr);
-  writer->FinalizaElemento("vazio");
-  writer->IniciaElemento("cheio", list.Get());
-  writer->IniciaElemento("x", nullptr);
-  writer->FinalizaElemento("x");
-  writer->FinalizaElemento("cheio");
-  writer->FinalizaElemento("raiz");
-  EXPECT_EQ(stream.Size(), 0U);
-  EXPECT_EQ(writer->FinalizaDocumento(), S_OK);
-  EXPECT_EQ(Bytes(stream),
-            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-            "<raiz a=\"1 &lt; 2 &amp; &quot;x&quot;&#9;&#13;&#10;\xEE\x80\x81\xC3\xA9\xE2\x82\xAC\" b=\"\">\n"
-            "  <vazio/>\n"
-            "  <cheio>\n"
-            "    <x/>\n"
-            "  </cheio>\n"
-            "</raiz>\n");
-}
-
-// Trees of random shape with random values: every byte of a value, and the order and depth of elements, come back.
-TEST_F(MarkupTest, WhatIsWrittenComesBack) {
+// Trees of random shape with random values: every byte of a value, and the order and depth of elements.
+TEST_F(MarkupTest, AnotherParserFindsWhatIsWritten) {
   std::mt19937 random(20);
   const std::vector<std::string> names = {"a", "B_2", "nome.longo-x", "_"};
   const auto pick = [&](std::size_t below) { return random() % below; };
+  const auto list = NewList();
   for (int round = 0; round < 200; ++round) {
-    CMemStream stream;
-    const auto writer = NewWriter(stream);
-    std::vector<RecordedElement> written;
-    std::vector<std::string> open;
-    writer->IniciaDocumento();
-    const std::size_t elements = 1 + pick(30);
-    for (std::size_t i = 0; i < elements; ++i) {
-      while (open.size() > 1 && pick(2) == 0) {
-        writer->FinalizaElemento(open.back().c_str());
-        open.pop_back();
+    std::string outline;
+    const std::string document = Written([&](IEscritorMarcacao& writer) {
+      std::vector<std::string> open;
+      for (std::size_t elements = 1 + pick(30); elements > 0; --elements) {
+        for (; open.size() > 1 && pick(2) == 0; open.pop_back())
+          writer.FinalizaElemento(open.back().c_str());
+        const std::string& element = names[pick(names.size())];
+        outline += std::to_string(open.size()) + " " + element;
+        list->Limpa();
+        for (const std::string& name : names) {
+          if (pick(3) == 0) continue;
+          std::string value;
+          for (std::size_t n = pick(40); n > 0; --n)
+            value += static_cast<char>(1 + pick(255));
+          EXPECT_EQ(list->Adiciona(name.c_str(), value.c_str()), S_OK);
+          outline += " " + name + "=" + Utf8(value);
+          const char* found = nullptr;
+          EXPECT_EQ(list->BuscaValor(name.c_str(), &found), S_OK);
+          EXPECT_STREQ(found, value.c_str());
+        }
+        outline += "\n";
+        EXPECT_EQ(writer.IniciaElemento(element.c_str(), list.Get()), S_OK);
+        open.push_back(element);
       }
-      const auto list = NewList();
-      open.push_back(names[pick(names.size())]);
-      written.push_back({open.back(), open.size(), {}});
-      for (const std::string& name : names) {
-        if (pick(3) == 0) continue;
-        std::string value = round == 0 ? AllBytes() : "";
-        for (std::size_t n = pick(40); n > 0; --n)
-          value += static_cast<char>(1 + pick(255));
-        EXPECT_EQ(list->Adiciona(name.c_str(), value.c_str()), S_OK);
-        written.back().attributes.emplace_back(name, value);
-        const char* found = nullptr;
-        EXPECT_EQ(list->BuscaValor(name.c_str(), &found), S_OK);
-        EXPECT_STREQ(found, value.c_str());
-      }
-      EXPECT_EQ(writer->IniciaElemento(open.back().c_str(), list.Get()), S_OK);
-    }
-    for (; !open.empty(); open.pop_back())
-      writer->FinalizaElemento(open.back().c_str());
-    ASSERT_EQ(writer->FinalizaDocumento(), S_OK);
-
-    Recorder recorder(names);
-    ASSERT_EQ(Read(Bytes(stream), recorder), S_OK);
-    EXPECT_EQ(recorder.elements, written);
-    EXPECT_EQ(recorder.begun + recorder.finished, 2);
+      for (; !open.empty(); open.pop_back())
+        writer.FinalizaElemento(open.back().c_str());
+    });
+    EXPECT_EQ(Outline(document), outline);
   }
 }
 
-// Of a document in which anything went wrong, nothing reaches the stream, whoever ignores the results.
+// Of a document in which anything went wrong, nothing reaches the stream, although the results are ignored. A step is
+// an element that begins, with the attributes x and what follows "@", or that ends.
 TEST_F(MarkupTest, BrokenDocumentsAreNotWritten) {
-  const auto spoilt = [&](const char* name) {
-    auto list = NewList();
-    list->Adiciona("a", "1");
-    list->Adiciona(name, "2");
-    return list;
-  };
-  using Steps = std::function<void(IEscritorMarcacao&)>;
-  const std::pair<const char*, Steps> cases[] = {
-      {"no element", [](auto&) {}},
-      {"not closed", [](auto& w) { w.IniciaElemento("a", nullptr); }},
-      {"two roots",
-       [](auto& w) {
-         for (int i = 0; i < 2; ++i) {
-           w.IniciaElemento("a", nullptr);
-           w.FinalizaElemento("a");
-         }
-       }},
-      {"crossed",
-       [](auto& w) {
-         w.IniciaElemento("a", nullptr);
-         w.IniciaElemento("b", nullptr);
-         w.FinalizaElemento("a");
-         w.FinalizaElemento("b");
-       }},
-      {"name", [](auto& w) { w.IniciaElemento("1a", nullptr), w.FinalizaElemento("1a"); }},
-      {"attribute name", [&](auto& w) { w.IniciaElemento("a", spoilt("b c").Get()), w.FinalizaElemento("a"); }},
-      {"attribute twice", [&](auto& w) { w.IniciaElemento("a", spoilt("a").Get()), w.FinalizaElemento("a"); }},
-  };
-  for (const auto& [what, steps] : cases) {
-    SCOPED_TRACE(what);
-    CMemStream stream;
-    const auto writer = NewWriter(stream);
-    writer->IniciaDocumento();
-    steps(*writer);
-    EXPECT_TRUE(FAILED(writer->FinalizaDocumento()));
-    EXPECT_EQ(stream.Size(), 0U);
+  const std::pair<const char*, bool> cases[] = {{"a@y b /b /a", true}, {"", false},          {"a", false},
+                                                {"a /a a /a", false},  {"a b /a /b", false}, {"1a /1a", false},
+                                                {"a@1 /a", false},     {"a@y? /a", false},   {"a@x /a", false}};
+  for (const auto& [steps, isWritten] : cases) {
+    std::istringstream words(steps);
+    HRESULT result = E_FAIL;
+    const std::string document = Written([&](IEscritorMarcacao& writer) {
+      for (std::string step; words >> step;) {
+        const std::size_t at = step.find('@');
+        const auto list = NewList();
+        list->Adiciona("x", "1");
+        if (at != std::string::npos) list->Adiciona(step.substr(at + 1).c_str(), "2");
+        if (step[0] == '/')
+          writer.FinalizaElemento(step.substr(1).c_str());
+        else
+          writer.IniciaElemento(step.substr(0, at).c_str(), list.Get());
+      }
+      result = writer.FinalizaDocumento();
+    });
+    EXPECT_TRUE(SUCCEEDED(result) == isWritten && document.empty() != isWritten) << steps;
   }
 }
 
-TEST_F(MarkupTest, WhatIsNoDocumentIsRefused) {
-  using namespace std::string_literals;
-  const std::string kTwoEncodings = "1: the document has the mark of UTF-8 but declares another encoding";
-  const std::pair<std::string, std::string> cases[] = {
-      {"", "1: "},
-      {"texto", "1: "},
-      {"<a>\n<b>\n</a>", "3: "},
-      {"<a/><b/>", "1: "},
-      {"<a b='1' b='2'/>", "1: "},
-      {"<a b='1<'/>", "1: "},
-      {"<a b='&nada;'/>", "1: "},
-      {"<a b='&#0;'/>", "1: "},
-      {"<a b='\xC3('/>", "1: "},
-      {"<a b='\x01'/>", "1: "},
-      {"<a\0b/>"s, "1: "},
-      {"<!DOCTYPE a [<!ENTITY x 'y'>]><a b='&x;'/>", "1: document type declarations are not accepted"},
-      {"<!DOCTYPE a SYSTEM 'file:///etc/passwd'><a/>", "1: document type declarations are not accepted"},
-      {"<?xml version='1.0' encoding='KOI8-R'?><a/>", "1: "},
-      {"\xEF\xBB\xBF<?xml version='1.0' encoding='ISO-8859-1'?><a b='\xC3\xA9'/>", kTwoEncodings},
-      {"\xEF\xBB\xBF<?xml version='1.0' encoding='us-ascii'?><a/>", kTwoEncodings},
-      {"\xEF\xBB\xBF<?xml version='1.0' encoding='cp1252'?><a b='\xC3\xA9'/>", kTwoEncodings},
-  };
-  for (const auto& [document, expected] : cases) {
-    for (const ULONG piece : {ULONG{1}, kWhole}) {
-      Recorder recorder;
-      std::string reason;
-      EXPECT_EQ(Read(document, recorder, &reason, piece), E_FAIL) << document;
-      EXPECT_TRUE(reason.starts_with(expected) && reason.size() > 3) << document << ": " << reason;
-      EXPECT_EQ(recorder.finished, 0);
-    }
-  }
-  Recorder stops({}, 2);
+// ---- Reading -------------------------------------------------------------------------------------------------------
+
+constexpr const char* kBegin = "<relatorio dataInicial='' dataFinal='' nome='";
+
+// The name that the document bears, or why it is refused.
+std::string Read(const std::string& content) {
+  CDocRelatorio document;
   std::string reason;
-  EXPECT_EQ(Read("<a>\n<b/><c/></a>", stops, &reason), E_FAIL);
-  EXPECT_EQ(stops.elements.size(), 2U);
-  EXPECT_EQ(reason, "2: an element is not known in this place, or an attribute is missing or wrong");
+  return Load(document, content, 1, &reason) ? "read: " + document.nome : reason;
 }
 
-TEST_F(MarkupTest, OtherEncodingsAreRead) {
-  const std::u16string wide = u"\xFEFF<?xml version='1.0' encoding='UTF-16'?><a b='\xE9\x20AC\x416'/>";
-  const std::pair<std::string, std::string> cases[] = {
-      {"<?xml version='1.0' encoding='ISO-8859-1'?><a b='\xE9\x80\x81'/>", "\xE9\x80\x81"},
-      {"<?xml version='1.0' encoding='CP1252'?><a b='\x9F'/>", "\x9F"},
-      {"<?xml version='1.0' encoding='windows-1252'?><a b='\xE9\x80'/>", "\xE9\x80"},
-      {{reinterpret_cast<const char*>(wide.data()), wide.size() * 2}, "\xE9\x80?"},
-      {"\xEF\xBB\xBF<?xml version='1.0' encoding='utf-8'?><a b='\xC3\xA9'/>", "\xE9"},
-      {"\xEF\xBB\xBF<?xml version='1.0'?><a b='\xC3\xA9'/>", "\xE9"},
-      {"\xEF\xBB\xBF<a b='\xC3\xA9'/>", "\xE9"},
-      {"<a b='\xD0\x96\xF0\x9F\x98\x80\xEE\x80\x80\xEE\x82\x85'/>", "????"},  // characters that the code page lacks
+TEST_F(MarkupTest, NamesThatAreReadAndRefused) {
+  const std::string badToken = "line 1: not well-formed (invalid token)";
+  const std::string typed = "line 1: document type declarations are not accepted";
+  const std::string twoEncodings = "line 1: the document has the mark of UTF-8 but declares another encoding";
+  const std::array<std::string, 3> cases[] = {
+      {"", "'>\n<filtro>\n</relatorio>", "line 3: mismatched tag"},
+      {"", "'>\n<b/><c/></relatorio>",
+       "line 2: an element is not known in this place, or an attribute is missing or wrong"},
+      {"", "'/><a b='", "line 1: junk after document element"},
+      {"", "1' nome='2", "line 1: duplicate attribute"},
+      {"", "&nada;", "line 1: undefined entity"},
+      {"", "&#0;", "line 1: reference to invalid character number"},
+      {"", "1<", badToken},
+      {"", "\xC3(", badToken},
+      {"", "\x01", badToken},
+      {"", std::string(1, '\0'), badToken},
+      {"<!DOCTYPE a [<!ENTITY x 'y'>]>", "&x;", typed},
+      {"<!DOCTYPE a SYSTEM 'file:///etc/passwd'>", "", typed},
+      {"<?xml version='1.0' encoding='KOI8-R'?>", "", "line 1: unknown encoding"},
+      {"\xEF\xBB\xBF<?xml version='1.0' encoding='ISO-8859-1'?>", "\xC3\xA9", twoEncodings},
+      {"\xEF\xBB\xBF<?xml version='1.0' encoding='us-ascii'?>", "", twoEncodings},
+      {"\xEF\xBB\xBF<?xml version='1.0' encoding='cp1252'?>", "\xC3\xA9", twoEncodings},
+      {"<?xml version='1.0' encoding='ISO-8859-1'?>", "\xE9\x80\x81", "read: \xE9\x80\x81"},
+      {"<?xml version='1.0' encoding='CP1252'?>", "\x9F", "read: \x9F"},
+      {"<?xml version='1.0' encoding='windows-1252'?>", "\xE9\x80", "read: \xE9\x80"},
+      {"\xEF\xBB\xBF<?xml version='1.0' encoding='utf-8'?>", "\xC3\xA9", "read: \xE9"},
+      {"\xEF\xBB\xBF<?xml version='1.0'?>", "\xC3\xA9", "read: \xE9"},
+      {"\xEF\xBB\xBF", "\xC3\xA9", "read: \xE9"},
+      {"", "\xD0\x96\xF0\x9F\x98\x80\xEE\x80\x80\xEE\x82\x85", "read: ????"},  // the code page lacks these
   };
-  for (const auto& [document, value] : cases) {
-    for (const ULONG piece : {ULONG{1}, kWhole}) {
-      Recorder recorder({"b"});
-      ASSERT_EQ(Read(document, recorder, nullptr, piece), S_OK) << document;
-      EXPECT_EQ(recorder.elements.front().attributes.front().second, value);
-    }
-  }
+  for (const auto& [before, name, expected] : cases)
+    EXPECT_EQ(Read(before + kBegin + name + "'/>"), expected) << before << name;
+  EXPECT_EQ(Read(""), "line 1: no element found");
+  const std::u16string wide =
+      u"\xFEFF<?xml version='1.0' encoding='UTF-16'?><relatorio dataInicial='' dataFinal='' nome='\xE9\x20AC\x416'/>";
+  EXPECT_EQ(Read({reinterpret_cast<const char*>(wide.data()), wide.size() * 2}), "read: \xE9\x80?");
 }
 
 // Length costs no more than in proportion, which would take minutes otherwise, and depth nothing.
 TEST_F(MarkupTest, HugeDocumentsAreReadInProportion) {
-  std::string deep = "<a>";
-  for (int i = 0; i < 1'000'000; ++i)
-    deep += "<a>";
-  Recorder recorder;
-  std::string reason;
-  EXPECT_EQ(Read(deep, recorder, &reason), E_FAIL);
-  EXPECT_EQ(recorder.elements.size(), 1000U);
-  EXPECT_EQ(reason, "1: elements are nested too deeply");
+  const auto nested = [](int levels) {
+    std::string content = kBegin + std::string("'><exportacao>");
+    for (int level = 2; level < levels; ++level)
+      content += "<a>";
+    for (int level = 2; level < levels; ++level)
+      content += "</a>";
+    return content + "</exportacao></relatorio>";
+  };
+  EXPECT_EQ(Read(nested(1000)), "read: ");
+  EXPECT_EQ(Read(nested(1001)), "line 1: elements are nested too deeply");
+  EXPECT_EQ(Read(nested(1'000'000)), "line 1: elements are nested too deeply");
 
-  std::string wide = "<a";
+  std::string wide = kBegin + std::string("'");
   for (int i = 0; i < 1'000'000; ++i)
     wide += " b" + std::to_string(i) + "=''";
-  Recorder many({"b999999"});
-  EXPECT_EQ(Read(wide + "/>", many), S_OK);
-  EXPECT_EQ(many.elements.front().attributes.size(), 1U);
-
-  Recorder longValue({"b"});
-  EXPECT_EQ(Read("<a b='" + std::string(8'000'000, 'x') + "'/>", longValue), S_OK);
-  EXPECT_EQ(longValue.elements.front().attributes.front().second.size(), 8'000'000U);
+  EXPECT_EQ(Read(wide + "/>"), "read: ");
+  const std::string name(8'000'000, 'x');
+  EXPECT_TRUE(Read(kBegin + name + "'/>") == "read: " + name);
+  CDocRelatorio many;
+  many.camposEscolhidos.campos.assign(60'000, {1, "c", "", 1, 'E', 'A', true, 0});
+  CDocRelatorio again;
+  EXPECT_TRUE(Load(again, Content(many)) && again.camposEscolhidos.campos.back().codigo == 60'000);
 }
 
 }  // namespace
