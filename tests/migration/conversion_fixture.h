@@ -1,12 +1,12 @@
 // A report store in this process that migrates into itself, and models of the first generation for it.
 #pragma once
 
+#include <algorithm>
 #include <optional>
 
+#include "../document/document_fixture.h"
 #include "../legacy/legacy_fixture.h"
-#include "document/doc_relatorio.h"
 #include "legacy_model.h"
-#include "marcacao/componente_marcacao.h"
 #include "migration/conversor_rel.h"
 
 inline HRESULT MakeRel(kestor::ContagemServidor& server, REFIID iid, void** object) {
@@ -21,6 +21,10 @@ inline HRESULT Migrate(kestor::ContagemServidor& server, IZNPL_Relatorio2& store
   return converter.Executa();
 }
 
+inline HRESULT MakeMigratingStore(kestor::ContagemServidor& server, REFIID iid, void** object) {
+  return kestor::CRepositorioRel2::Cria<kestor::CRepositorioRel2>(iid, object, server, Migrate);
+}
+
 // Lines of the field catalogue: code, alias and type.
 inline std::string CatalogueLine(int code, const std::string& alias, char type) {
   std::string line(63, ' ');
@@ -30,16 +34,23 @@ inline std::string CatalogueLine(int code, const std::string& alias, char type) 
   return line + "\r\n";
 }
 
+// A file of export settings with its items.
+inline std::string SettingsBytes(const std::vector<tagREG_RELEXPORTACAO_ITEM>& items, tagREG_RELEXPORTACAO head = {}) {
+  head.iQtdeItens = static_cast<std::uint16_t>(items.size());
+  return std::string(reinterpret_cast<const char*>(&head), kBytesWithoutPointer<tagREG_RELEXPORTACAO>) +
+         std::string(reinterpret_cast<const char*>(items.data()), items.size() * sizeof items[0]);
+}
+
 class ConversionTest : public LegacyTest {
  protected:
   ConversionTest() {
-    support::WriteFile(Catalogue(), CatalogueLine(205, "Valor", 'V') + CatalogueLine(310, "Data & hora", 'D') +
+    support::WriteFile(Catalogue(), CatalogueLine(310, "Data & hora", 'D') + CatalogueLine(205, "Valor", 'V') +
                                         CatalogueLine(205, "Outro", 'N'));
   }
 
   ComPtr<IZNPL_Relatorio2> NewStore() {
     ComPtr<IZNPL_Relatorio2> store;
-    kestor::CRepositorioRel2::Cria<kestor::CRepositorioRel2>(IID_IZNPL_Relatorio2, store.OutVoid(), counter_, Migrate);
+    MakeMigratingStore(counter_, IID_IZNPL_Relatorio2, store.OutVoid());
     return store;
   }
 
@@ -53,13 +64,6 @@ class ConversionTest : public LegacyTest {
 
   void WriteModel(const std::string& name, const LegacyModel& model = {}, int layout = 2) {
     support::WriteFile(File(name, ".REL"), LegacyContent(model, layout).bytes);
-  }
-
-  void WriteSettings(const std::string& name, const tagREG_RELEXPORTACAO& settings,
-                     const std::vector<tagREG_RELEXPORTACAO_ITEM>& items) {
-    const std::string head(reinterpret_cast<const char*>(&settings), kBytesWithoutPointer<tagREG_RELEXPORTACAO>);
-    support::WriteFile(File(name, ".REE"),
-                       head + std::string(reinterpret_cast<const char*>(items.data()), items.size() * sizeof items[0]));
   }
 
   std::optional<kestor::ComponenteMarcacao> component_{std::in_place};
