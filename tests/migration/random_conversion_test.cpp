@@ -1,5 +1,6 @@
 // Random models: what their documents must hold is computed here from what was written, apart from how the server reads
 // it.
+#include <map>
 #include <random>
 
 #include "conversion_fixture.h"
@@ -84,14 +85,15 @@ std::string Expected(const LegacyModel& m, int layout) {
     if (m.fonts[i].size != 0) fonts[i].second = static_cast<std::int32_t>(m.fonts[i].size);
   }
 
+  const std::map<std::uint32_t, std::pair<const char*, char>> fields = {{205, {"Valor", 'V'}},
+                                                                        {310, {"Data & hora", 'D'}}};
   std::uint16_t fixed = 0;
   for (const auto& [code, width, alignment] : m.columns) {
-    CampoEscolhido column = {0, "", "", static_cast<std::int32_t>(width), alignment, 'A', code < 100, 0};
-    if (!column.fixo && code != 205 && code != 310) continue;
-    column.codigo = column.fixo ? ++fixed : static_cast<std::uint16_t>(code);
-    if (code == 205) column.cabecalho = "Valor", column.tipoDado = 'V';
-    if (code == 310) column.cabecalho = "Data & hora", column.tipoDado = 'D';
-    d.camposEscolhidos.campos.push_back(column);
+    const bool isFixed = code < 100;
+    if (!isFixed && !fields.contains(code)) continue;
+    const auto [title, type] = isFixed ? std::pair("", 'A') : fields.at(code);
+    d.camposEscolhidos.campos.push_back({isFixed ? ++fixed : static_cast<std::uint16_t>(code), title, "",
+                                         static_cast<std::int32_t>(width), alignment, type, isFixed, 0});
   }
   d.ordenacao.somenteTotais = isFlagged(m.totalsOnly);
   for (const auto& [code, separator] : m.keys)
