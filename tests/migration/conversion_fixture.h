@@ -10,8 +10,7 @@
 #include "../legacy/legacy_fixture.h"
 #include "migration/conversor_rel.h"
 
-// ---- Models of the first generation
-// ----------------------------------------------------------------------------------
+// ---- Models of the first generation ---------------------------------------------------------------------------------
 
 struct LegacyModel {
   struct Font {
@@ -144,8 +143,7 @@ class LegacyContent {
   const int layout_;
 };
 
-// ---- Stores
-// ----------------------------------------------------------------------------------------------------------
+// ---- Stores ---------------------------------------------------------------------------------------------------------
 
 inline HRESULT MakeRel(kestor::ContagemServidor& server, REFIID iid, void** object) {
   return kestor::CRepositorioRel::Cria<kestor::CRepositorioRel>(nullptr, iid, object, server);

@@ -119,6 +119,7 @@ TEST_F(ConversionTest, WhatGoesAndWhatStays) {
       {"ModeloPreso", false, whole, settings},
       {"Presa", false, whole, settings},
       {"Documento", true, whole, settings, "old"},
+      {"DocumentoPresa", false, whole, settings, "old"},  // while its settings are in use
       {"DocumentoVazio", false, whole, settings, ""},
       {"DocumentoOculto", false, whole, settings, "hidden"},
       {"Pasta", false, whole, settings},
@@ -135,10 +136,11 @@ TEST_F(ConversionTest, WhatGoesAndWhatStays) {
   std::filesystem::create_directory(document("Pasta"));
   WriteFile(document("Copia.bak"), "listed as Copia");
   WriteFile(old("Inteira.REF"), "a filter");
-  CFile model;
-  CFile held;
-  ASSERT_TRUE(model.Open("D:\\Dados.v2\\Rel\\CT012ModeloPreso.REL", CFile::modeRead | CFile::shareDenyNone));
-  ASSERT_TRUE(held.Open("D:\\Dados.v2\\Rel\\CT012Presa.REE", CFile::modeRead | CFile::shareDenyNone));
+  const std::string heldNames[] = {"ModeloPreso.REL", "Presa.REE", "DocumentoPresa.REE"};
+  CFile held[3];
+  for (std::size_t i = 0; i < 3; ++i)
+    ASSERT_TRUE(
+        held[i].Open(("D:\\Dados.v2\\Rel\\CT012" + heldNames[i]).c_str(), CFile::modeRead | CFile::shareDenyNone));
 
   EXPECT_EQ(Initialise2(u"0123"), kDone);
   for (const Case& c : cases) {
@@ -151,10 +153,11 @@ TEST_F(ConversionTest, WhatGoesAndWhatStays) {
     EXPECT_TRUE(!is_regular_file(file) || ReadFile(file).starts_with(c.document.value_or("\1")));
   }
   EXPECT_TRUE(exists(old("Inteira.REF")));
-  model.Close();
-  held.Close();
+  for (CFile& file : held)
+    file.Close();
   EXPECT_EQ(Initialise2(u"0123"), kDone);
-  EXPECT_TRUE(exists(document("ModeloPreso")) && exists(document("Presa")));
+  for (const std::string& name : heldNames)
+    EXPECT_FALSE(exists(old(name))) << name;
 }
 
 // Only files from elsewhere can differ in letter case alone. What is done to one of them would be done to the other.
