@@ -1,6 +1,7 @@
 // Stations that share one folder of reports and one of a module, do everything at once, and are killed at any moment.
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -255,7 +256,8 @@ class ContentionTest : public ConversionTest {
 
   void Check(Kind kind, unsigned index) {
     const std::string name = Name(kind, index);
-    EXPECT_TRUE(Fetch(kind, name) == Expected(kind, index, EntryOf(kind, index).kept)) << name << " is another";
+    EXPECT_TRUE(Fetch(kind, name) == Expected(kind, index, EntryOf(kind, index).kept))
+        << name << " is not what it was left as";
   }
 
   // After a call of which it is not known what it has done.
@@ -392,7 +394,7 @@ class ContentionTest : public ConversionTest {
   unsigned number_ = 0;
   Account* own_ = nullptr;
   std::mt19937 random_;
-  ComPtr<IZNPL_Relatorio2> common_;  // component 01: everybody's
+  ComPtr<IZNPL_Relatorio2> common_;  // component 01, which all share
   ComPtr<IZNPL_Relatorio2> keys_;    // the station's own key
   Rel rel_;                          // component 01
   Rel converting_;                   // component 02, whose models are converted

@@ -1,5 +1,6 @@
 // Random models: what their documents must hold is computed here from what was written, apart from how the server reads
 // it.
+#include <algorithm>
 #include <map>
 #include <random>
 
