@@ -1,168 +1,172 @@
-// Random models with random catalogues and export settings: what their documents must hold is computed here from what
-// was written, apart from how the server reads it.
+// Random models: what their documents must hold is computed here from what was written, apart from how the server reads
+// it.
 #include <algorithm>
 #include <map>
+#include <random>
 
 #include "conversion_fixture.h"
-#include "random_model.h"
+#include "migration/valor_fixo.h"
+#include "migration/valores_rel.h"
 
 namespace {
 
 using namespace kestor;
 
-struct Field {
-  std::string alias;
-  char type;
-};
-
-// A model in which columns meet the catalogue and the settings: known and unknown codes, fixed columns, negative codes.
-class RandomInstallation : public RandomModel {
+// Models in which columns meet the catalogue: known and unknown codes, fixed columns, negative codes.
+class RandomModel {
  public:
-  using RandomModel::RandomModel;
+  explicit RandomModel(unsigned seed) : random_(seed) {}
 
-  LegacyModel ModelOfFields() {
-    LegacyModel model = Model();
-    for (LegacyModel::Column& column : model.columns)
-      column.code = Code();
-    for (LegacyModel::Filter& filter : model.filters)
-      filter.code = static_cast<std::uint32_t>(100 + Below(30));
-    for (auto* totals : {&model.subtotals, &model.totals}) {
-      for (LegacyModel::Total& code : *totals)
-        code = static_cast<LegacyModel::Total>(100 + Below(6));
+  LegacyModel Model() {
+    LegacyModel m;
+    for (std::string* text : {&m.header, &m.footer, &m.closing})
+      *text = Text(40);
+    for (std::uint32_t* number : {&m.firstDate, &m.lastDate, &m.left, &m.top})
+      *number = Below(65536);
+    for (std::uint32_t* number : {&m.totalsOnly, &m.bySheet, &m.reserved, &m.firstPage, &m.period})
+      *number = Below(3) * Number();
+    m.logo = Below(256) - 128;
+    for (LegacyModel::Font& font : m.fonts)
+      font = {Text(100), Below(3) * 30000};
+    for (unsigned n = Below(6); n > 0; --n)
+      m.columns.push_back({Code(), Number(), "EDC"[Below(3)]});
+    for (unsigned n = Below(4); n > 0; --n)
+      m.filters.push_back({100 + Below(30), Below(2), Below(8), Text(40)});
+    for (unsigned n = Below(9); n > 0; --n)
+      m.keys.push_back({Number(), Below(4)});
+    for (auto* totals : {&m.subtotals, &m.totals}) {
+      const unsigned codes = Below(8) == 0 ? 300 : 6;
+      for (unsigned n = Below(codes); n > 0; --n)
+        totals->push_back(static_cast<LegacyModel::Total>(100 + Below(codes)));
     }
-    // A run of layout 0 cannot hold what begins with zeros; texts come back without what XML has no place for.
-    std::erase_if(model.columns, [](const auto& column) { return column.code == 0; });
-    return model;
-  }
-
-  std::map<int, Field> Catalogue() {
-    std::map<int, Field> fields;
-    for (int code = 100; code < 120; ++code) {
-      if (Below(4) != 0) fields[code] = {"F" + std::to_string(Below(1000)), "ADNVdCHX"[Below(8)]};
-    }
-    return fields;
-  }
-
-  std::vector<tagREG_RELEXPORTACAO_ITEM> Items() {
-    std::vector<tagREG_RELEXPORTACAO_ITEM> items(Below(7));
-    for (tagREG_RELEXPORTACAO_ITEM& item : items) {
-      ("12.3" + std::to_string(Below(100))).copy(item.cConteudo, sizeof item.cConteudo - 1);
-      ("I" + std::to_string(Below(100))).copy(item.cApelido, sizeof item.cApelido - 1);
-      item.cTipo = "AFNVX"[Below(5)];
-    }
-    return items;
+    return m;
   }
 
  private:
-  std::int32_t Code() {
-    const int kind = static_cast<int>(Below(6));
-    if (kind == 0) return -5;
-    return static_cast<std::int32_t>(kind < 3 ? 1 + Below(99) : 100 + Below(25));
+  unsigned Below(unsigned limit) { return static_cast<unsigned>(random_() % limit); }
+  std::uint32_t Number() { return static_cast<std::uint32_t>(random_()) | 1; }
+  std::uint32_t Code() {
+    const std::uint32_t codes[] = {205, 310, 100, 311, 0xFFFFFFFB, 1 + Below(99)};
+    return codes[Below(6)];
   }
+  // A text of any bytes but NUL, which may fill its field. It does not begin with what tells the later layouts.
+  std::string Text(unsigned width) {
+    std::string text;
+    for (unsigned n = Below(3) == 0 ? width : Below(width); n > 0; --n)
+      text += static_cast<char>(2 + Below(254));
+    return text;
+  }
+
+  std::mt19937 random_;
 };
 
-std::string FixedContent(const tagREG_RELEXPORTACAO_ITEM& item) {
-  std::string text = item.cConteudo;  // "12.3" and one or two digits
-  if (item.cTipo == 'A' || item.cTipo == 'F') return text;
-  if (item.cTipo == 'N') return text.substr(0, 2) + text.substr(3);
-  return item.cTipo == 'V' ? text.substr(0, 2) + "," + text.substr(3) : "";
-}
+// The document that a model must become.
+std::string Expected(const LegacyModel& m, int layout) {
+  const auto isFlagged = [](std::uint32_t n) { return std::to_string(static_cast<std::int32_t>(n)).starts_with("1"); };
+  CDocRelatorio d;
+  d.nome = "M";
+  d.dataInicial = static_cast<std::uint16_t>(m.firstDate);
+  d.dataFinal = static_cast<std::uint16_t>(m.lastDate);
+  CSecaoImpressao& page = d.impressao;
+  page.margemEsquerda = static_cast<float>(m.left) * 0.01F;
+  page.margemSuperior = static_cast<float>(m.top) * 0.01F;
+  page.paginaInicial = static_cast<std::int32_t>(layout == 1 || layout == 2 ? m.firstPage & 0xFFFF : m.firstPage);
+  page.tipoNumeracao = m.bySheet != 0 ? numeracaoFolha : numeracaoPagina;
+  page.cabecalho.texto = m.header;
+  page.cabecalho.periodo = layout != 0 && isFlagged(m.period);
+  page.cabecalho.logotipo = layout >= 2 && isFlagged(m.logo);
+  page.detalhe.textoFinal = layout == 3 ? m.closing : "";
+  page.rodape.texto = m.footer;
+  const std::pair<std::string&, std::int32_t&> fonts[] = {{page.cabecalho.fonte, page.cabecalho.tamanhoFonte},
+                                                          {page.detalhe.fonteColuna, page.detalhe.tamanhoFonteColuna},
+                                                          {page.detalhe.fonteDetalhe, page.detalhe.tamanhoFonteDetalhe},
+                                                          {page.rodape.fonte, page.rodape.tamanhoFonte}};
+  for (std::size_t i = 0; i < 4 && layout >= 2; ++i) {
+    if (layout == 2 || !m.fonts[i].name.empty()) fonts[i].first = m.fonts[i].name;
+    if (m.fonts[i].size != 0) fonts[i].second = static_cast<std::int32_t>(m.fonts[i].size);
+  }
 
-std::string Columns(const LegacyModel& model, const std::map<int, Field>& catalogue,
-                    const std::vector<tagREG_RELEXPORTACAO_ITEM>& items) {
-  std::string told;
-  int fixed = 0;
-  for (std::size_t i = 0; i < model.columns.size(); ++i) {
-    const LegacyModel::Column& column = model.columns[i];
-    if (column.code < 0 || (column.code >= 100 && catalogue.count(column.code) == 0)) continue;
-    if (column.code < 100) {
-      const tagREG_RELEXPORTACAO_ITEM item = i < items.size() ? items[i] : tagREG_RELEXPORTACAO_ITEM{"", "", 'A', 0};
-      told += "fixed " + std::to_string(++fixed) + " " + item.cApelido + item.cTipo + " " + FixedContent(item);
-    } else {
-      const Field& field = catalogue.at(column.code);
-      told += std::to_string(column.code) + " " + field.alias + field.type + " ";
+  const std::map<std::uint32_t, std::pair<const char*, char>> fields = {{205, {"Valor", 'V'}},
+                                                                        {310, {"Data & hora", 'D'}}};
+  std::uint16_t fixed = 0;
+  for (const auto& [code, width, alignment] : m.columns) {
+    const bool isFixed = code < 100;
+    if (!isFixed && !fields.contains(code)) continue;
+    const auto [title, type] = isFixed ? std::pair("", 'A') : fields.at(code);
+    d.camposEscolhidos.campos.push_back({isFixed ? ++fixed : static_cast<std::uint16_t>(code), title, "",
+                                         static_cast<std::int32_t>(width), alignment, type, isFixed, 0});
+  }
+  d.ordenacao.somenteTotais = isFlagged(m.totalsOnly);
+  for (const auto& [code, separator] : m.keys)
+    d.ordenacao.campos.push_back({static_cast<std::uint16_t>(code), static_cast<std::int32_t>(separator % 3)});
+  auto& sums = d.ordenacao.totalizacoes;
+  for (const auto& [codes, wanted] :
+       {std::pair(&m.subtotals, &CampoTotalizacao::naQuebra), std::pair(&m.totals, &CampoTotalizacao::geral)}) {
+    for (const LegacyModel::Total code : *codes) {
+      auto sum = std::find_if(sums.begin(), sums.end(), [&](const auto& each) { return each.codigo == code; });
+      if (sum == sums.end()) sum = sums.insert(sum, {code, false, false});
+      (*sum).*wanted = true;
     }
-    told += " " + std::to_string(static_cast<std::int32_t>(column.width)) + column.alignment + "\n";
   }
-  return told;
-}
-
-std::string Columns(const CDocRelatorio& document) {
-  std::string told;
-  for (const CampoEscolhido& c : document.camposEscolhidos.campos) {
-    told += (c.fixo ? "fixed " : "") + std::to_string(c.codigo) + " " + c.cabecalho + c.tipoDado + " " + c.conteudo +
-            " " + std::to_string(c.tamanho) + c.alinhamento + "\n";
+  constexpr Operador kOperators[] = {operadorIgual,      operadorDiferente,  operadorMaior, operadorMenor,
+                                     operadorMaiorIgual, operadorMenorIgual, operadorIgual, operadorIgual};
+  for (const auto& [code, connector, comparison, value] : m.filters) {
+    d.filtro.condicoes.push_back(
+        {static_cast<std::uint16_t>(code), value, kOperators[comparison], connector != 0 ? comparadorE : comparadorOu});
   }
-  return told;
-}
-
-std::string Rest(const LegacyModel& model) {
-  constexpr const char* kOperators[] = {"igual",      "diferente",  "maior", "menor",
-                                        "maiorIgual", "menorIgual", "igual", "igual"};
-  constexpr const char* kSeparators[] = {"nenhum", "linha", "pagina", "nenhum"};
-  std::string told = model.header + "|" + model.footer + "|" + std::to_string(model.firstDate) + "|" +
-                     (model.bySheet != 0 ? "folha" : "pagina") + "\n";
-  for (const LegacyModel::Key& key : model.keys)
-    told += std::to_string(key.code & 0xFFFF) + kSeparators[key.separator] + "\n";
-  std::vector<LegacyModel::Total> order;
-  for (const auto* totals : {&model.subtotals, &model.totals}) {
-    for (const LegacyModel::Total code : *totals) {
-      if (std::find(order.begin(), order.end(), code) == order.end()) order.push_back(code);
-    }
-  }
-  const auto has = [](const std::vector<LegacyModel::Total>& totals, LegacyModel::Total code) {
-    return std::find(totals.begin(), totals.end(), code) != totals.end() ? "1" : "0";
-  };
-  for (const LegacyModel::Total code : order)
-    told += std::to_string(code) + has(model.subtotals, code) + has(model.totals, code) + "\n";
-  for (const LegacyModel::Filter& filter : model.filters) {
-    told += std::to_string(filter.code) + kOperators[filter.comparison] + (filter.connector != 0 ? "e" : "ou") +
-            filter.value + "\n";
-  }
-  return told;
-}
-
-std::string Rest(const CDocRelatorio& d) {
-  constexpr const char* kOperators[] = {"igual", "diferente", "maior", "maiorIgual", "menor", "menorIgual"};
-  constexpr const char* kSeparators[] = {"nenhum", "linha", "pagina"};
-  std::string told = d.impressao.cabecalho.texto + "|" + d.impressao.rodape.texto + "|" +
-                     std::to_string(d.dataInicial) + "|" + (d.impressao.tipoNumeracao != 0 ? "folha" : "pagina") + "\n";
-  for (const CampoOrdenacao& key : d.ordenacao.campos)
-    told += std::to_string(key.codigo) + kSeparators[key.separador] + "\n";
-  for (const CampoTotalizacao& total : d.ordenacao.totalizacoes)
-    told += std::to_string(total.codigo) + (total.naQuebra ? "1" : "0") + (total.geral ? "1" : "0") + "\n";
-  for (const CondicaoFiltro& condition : d.filtro.condicoes) {
-    told += std::to_string(condition.codigo) + kOperators[condition.operador] +
-            (condition.comparador == comparadorE ? "e" : "ou") + condition.valorComparar + "\n";
-  }
-  return told;
+  d.exportacao.cabecalho.tamanho = 10;
+  d.exportacao.rodape.tamanho = 10;
+  return Content(d);
 }
 
 TEST_F(ConversionTest, RandomModelsBecomeWhatTheyWere) {
-  for (unsigned seed = 0; seed < 120; ++seed) {
+  for (unsigned seed = 0; seed < 160; ++seed) {
     const int layout = static_cast<int>(seed % 4);
     SCOPED_TRACE(std::to_string(seed) + " in layout " + std::to_string(layout));
-    RandomInstallation random(seed);
-    const LegacyModel model = random.ModelOfFields();
-    const std::map<int, Field> fields = random.Catalogue();
-    const std::vector<tagREG_RELEXPORTACAO_ITEM> items = random.Items();
-    std::string lines;
-    for (const auto& [code, field] : fields)
-      lines += CatalogueLine(code, field.alias, field.type);
-    support::WriteFile(Catalogue(), lines);
+    const LegacyModel model = seed < 4 ? LegacyModel() : RandomModel(seed).Model();
     WriteModel("M", model, layout);
-    tagREG_RELEXPORTACAO settings{};
-    settings.iQtdeItens = static_cast<std::uint16_t>(items.size());
-    WriteSettings("M", settings, items);
-
     ASSERT_EQ(Initialise2(), "0x00000000");
-    std::string stored = support::ReadFile(File("M", ".RXL")).substr(2);
     CDocRelatorio document;
-    ASSERT_TRUE(document.CarregaConteudo(
-        {1, static_cast<LONG>(stored.size()), reinterpret_cast<std::uint8_t*>(stored.data())}));
-    EXPECT_EQ(Columns(document), Columns(model, fields, items));
-    EXPECT_EQ(Rest(document), Rest(model));
+    ASSERT_TRUE(Load(document, support::ReadFile(File("M", ".RXL")).substr(2)));
+    EXPECT_EQ(Content(document), Expected(model, layout));
     std::filesystem::remove(File("M", ".RXL"));
+  }
+}
+
+// True for a whole content. What is found in one that is not must lie in it, too.
+bool Decode(std::string_view content) {
+  ValoresRel values;
+  const bool isWhole = DecodificaConteudo(content, values);
+  for (const SecaoRel& section :
+       {values.colunas, values.filtros, values.ordenacoes, values.subtotais, values.totaisGerais})
+    EXPECT_LE(section.quantidade, section.largura == 0 ? 0 : section.registros.size() / section.largura);
+  return isWhole;
+}
+
+// Contents that end anywhere, and in which counts, lengths and everything else become the largest numbers in turn.
+TEST(ContentTest, CutAndHostileContents) {
+  for (unsigned seed = 0; seed < 10; ++seed) {
+    for (int layout = 0; layout <= 3; ++layout) {
+      SCOPED_TRACE(std::to_string(seed) + " in layout " + std::to_string(layout));
+      const LegacyContent content(RandomModel(seed).Model(), layout);
+      for (std::size_t size = 0; size <= content.bytes.size(); ++size) {
+        const std::vector<char> cut(content.bytes.data(), content.bytes.data() + size);
+        ASSERT_EQ(Decode({cut.data(), size}), content.ends.contains(size)) << size;
+      }
+      for (std::size_t at = 4; at + 4 <= content.bytes.size(); ++at) {
+        for (const char value : {'\xFF', '\x7F', '\0'})
+          Decode(std::string(content.bytes).replace(at, 4, 4, value));
+      }
+    }
+  }
+}
+
+TEST(FixedValueTest, Amounts) {
+  for (const std::string row :
+       {"1,234.56=1.234,56", "1.234,56=1.234,56", "1.234.567=1.234,567", "0,5=0,5", "=", "  -=-", "5.=5,", ",5=,5",
+        "1234567,=1.234.567", "000,10=0,10", "-100000=-100.000", "R$ 12,5-=12,5", "0001234=1.234"}) {
+    const std::size_t middle = row.find('=');
+    EXPECT_EQ(FormataValor(row.substr(0, middle)), row.substr(middle + 1)) << row;
   }
 }
 
