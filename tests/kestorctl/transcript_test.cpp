@@ -21,6 +21,7 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "support/support.h"
@@ -93,7 +94,8 @@ class Transcript : public testing::TestWithParam<std::string> {
   fs::path Session() const { return Path("session"); }
 
   int Run(const std::string& command) const {
-    const std::string script = "cd " + Session().string() + "\n{ " + command + "\n} </dev/null >../output 2>../errors";
+    const std::string script =
+        "cd '" + Session().string() + "'\n{ " + command + "\n} </dev/null >../output 2>../errors";
     return support::Child([&script] { return execl("/bin/sh", "sh", "-c", script.c_str(), nullptr); }).Wait();
   }
 
