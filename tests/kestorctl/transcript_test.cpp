@@ -1,0 +1,161 @@
+// Runs the transcripts, the text files of transcripts/. Each documents one subject as a user meets it: a session at a
+// shell with the real program and the real server, in a folder and with a home of its own.
+//
+// A line that begins at the margin is prose. Four blanks before a line make it part of the session:
+//
+//     $ COMMAND    a command of /bin/sh, run in the folder of the transcript with an empty standard input
+//     > MORE       the next line of the command
+//     TEXT         a line that it writes to standard output
+//     ! TEXT       a line that it writes to standard error; all of these follow standard output
+//     ? STATUS     its exit status where that is not 0
+//
+// What a command prints must be there in full. Blank lines at the end do not count; text after the last line end gets
+// the mark "(no line end)". In a line of the transcript "..." stands for any text, $PWD for the folder, $KESTOR for the
+// server's executable. The commands have these two as variables, and $EXAMPLES for the folder of the examples. A
+// transcript with a line "Only where: COMMAND" is skipped where that command fails.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "support/support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using Lines = std::vector<std::string>;
+
+constexpr std::string_view kCommand = "    $ ";
+constexpr std::string_view kMore = "    > ";
+constexpr std::string_view kSession = "    ";
+constexpr std::string_view kCondition = "Only where: ";
+
+Lines Split(std::string text) {
+  if (!text.empty() && text.back() != '\n') text += "(no line end)\n";
+  Lines lines;
+  for (std::size_t start = 0; start < text.size(); start += lines.back().size() + 1)
+    lines.push_back(text.substr(start, text.find('\n', start) - start));
+  return lines;
+}
+
+std::string Join(Lines lines) {
+  while (!lines.empty() && lines.back().empty())
+    lines.pop_back();
+  std::string text;
+  for (const std::string& line : lines)
+    text += line + '\n';
+  return text;
+}
+
+bool Matches(std::string_view line, std::string_view pattern) {
+  const std::size_t dots = pattern.find("...");
+  if (dots == pattern.npos) return line == pattern;
+  if (!line.starts_with(pattern.substr(0, dots))) return false;
+  for (std::size_t rest = dots; rest <= line.size(); ++rest) {
+    if (Matches(line.substr(rest), pattern.substr(dots + 3))) return true;
+  }
+  return false;
+}
+
+class Transcript : public testing::TestWithParam<std::string> {
+ protected:
+  Transcript() {
+    for (const fs::path& folder : {folder_.Path(), Session(), Path("run")}) {
+      fs::create_directory(folder);
+      fs::permissions(folder, folder == Path("run") ? fs::perms(0700) : fs::perms(0755));
+    }
+    const std::string path = fs::path(KESTORCTL).parent_path().string() + ":" + getenv("PATH");
+    const std::pair<const char*, std::string> variables[] = {{"PATH", path},
+                                                             {"LC_ALL", "C"},
+                                                             {"KESTOR", KESTOR_EXECUTABLE},
+                                                             {"EXAMPLES", KESTOR_EXAMPLES},
+                                                             {"KESTOR_HOME", Session() / "home"},
+                                                             {"XDG_RUNTIME_DIR", Path("run")}};
+    for (const auto& [name, value] : variables)
+      setenv(name, value.c_str(), 1);
+    unsetenv("KESTOR_SERVER");
+  }
+
+  // Ends the servers of all homes. A damaged registry would keep the status from being told.
+  ~Transcript() override {
+    Run("find . -name registry.reg | while read -r file; do"
+        "  rm -f \"$file\"; kestorctl --home \"${file%/*}\" status;"
+        "done | sed -n 's/^server .* process \\([0-9]*\\),.*/\\1/p' | xargs -r kill -KILL");
+  }
+
+  fs::path Path(const char* name) const { return folder_.Path() / name; }
+  fs::path Session() const { return Path("session"); }
+
+  int Run(const std::string& command) const {
+    const std::string script =
+        "cd '" + Session().string() + "'\n{ " + command + "\n} </dev/null >../output 2>../errors";
+    return support::Child([&script] { return execl("/bin/sh", "sh", "-c", script.c_str(), nullptr); }).Wait();
+  }
+
+  // What the command prints, as a transcript has it.
+  Lines Outcome(const std::string& command) const {
+    const int status = Run(command);
+    Lines lines = Split(support::ReadFile(Path("output")));
+    for (const std::string& line : Split(support::ReadFile(Path("errors"))))
+      lines.push_back("! " + line);
+    if (status != 0) lines.push_back("? " + std::to_string(status));
+    for (std::string& line : lines) {
+      Replace(Session(), "$PWD", &line);
+      Replace(KESTOR_EXECUTABLE, "$KESTOR", &line);
+    }
+    return lines;
+  }
+
+ private:
+  static void Replace(const std::string& text, const char* name, std::string* line) {
+    for (std::size_t at = line->find(text); at != line->npos; at = line->find(text))
+      line->replace(at, text.size(), name);
+  }
+
+  const support::TempFolder folder_;
+};
+
+bool IsOutput(const std::string& line) {
+  return line.empty() || (line.starts_with(kSession) && !line.starts_with(kCommand));
+}
+
+TEST_P(Transcript, Holds) {
+  const Lines lines = Split(support::ReadFile(GetParam()));
+  for (std::size_t i = 0; i < lines.size();) {
+    const std::string& line = lines[i++];
+    if (line.starts_with(kCondition) && Run(line.substr(kCondition.size())) != 0) GTEST_SKIP() << line;
+    if (!line.starts_with(kCommand)) continue;
+    const testing::ScopedTrace where(GetParam().c_str(), static_cast<int>(i), line);
+    std::string command = line.substr(kCommand.size());
+    for (; i < lines.size() && lines[i].starts_with(kMore); ++i)
+      command += '\n' + lines[i].substr(kMore.size());
+    Lines expected;
+    for (; i < lines.size() && IsOutput(lines[i]); ++i)
+      expected.push_back(lines[i].substr(std::min(lines[i].size(), kSession.size())));
+
+    Lines printed = Outcome(command);
+    for (std::size_t j = 0; j < std::min(printed.size(), expected.size()); ++j) {
+      if (Matches(printed[j], expected[j])) printed[j] = expected[j];
+    }
+    ASSERT_EQ(Join(expected), Join(printed));
+  }
+}
+
+std::vector<std::string> Transcripts() {
+  std::vector<std::string> files;
+  for (const std::string& name : support::Names(KESTOR_TRANSCRIPTS))
+    files.push_back(KESTOR_TRANSCRIPTS "/" + name);
+  return files;
+}
+
+INSTANTIATE_TEST_SUITE_P(, Transcript, testing::ValuesIn(Transcripts()),
+                         [](const auto& test) { return fs::path(test.param).stem().string(); });
+
+}  // namespace
