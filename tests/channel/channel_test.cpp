@@ -94,11 +94,7 @@ TEST_F(ServerTest, EveryPeerIsAnsweredAndOthersNoticeNothing) {
   const std::string status = Frame(FrameType::status, 0, Number(static_cast<std::uint32_t>(getpid()), 4) + one);
   const std::string badData = Refusal(rpc::kBadStubData);
   const std::string badVersion = kHello + Refusal(rpc::kVersionMismatch);
-  const struct {
-    const char* what;
-    std::string said;
-    std::string answer;
-  } cases[] = {
+  const std::tuple<const char*, std::string, std::string> cases[] = {
       {"small calls", kOpening + Frame(FrameType::call, 3, "one") + Frame(FrameType::call, 3, ""),
        kCreated + Frame(FrameType::result, 3, one + "one") + Frame(FrameType::result, 3, one)},
       {"large calls", kOpening + Frame(FrameType::call, 3, large) + callHuge + callHuge,

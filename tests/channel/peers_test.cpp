@@ -41,13 +41,10 @@ std::string Grava(std::u16string_view name, const std::string& content) {
   return Call(6, TextArgument(name) + Number(7, 3) + Number(content.size(), 4) + '\1' + content);
 }
 
-struct Class {
-  const CLSID& clsid;
-  const IID& iid;
-};
-constexpr std::array<Class, 3> kClasses = {{{CLSID_ZNPL_Rel, IID_IZNPL_Rel},
-                                            {CLSID_ZNPL_Relatorio2, IID_IZNPL_Relatorio2},
-                                            {CLSID_ZNPL_RelConverte, IID_IZNPL_RelConverte}}};
+// Each class with its interface.
+constexpr std::array<std::pair<CLSID, IID>, 3> kClasses = {{{CLSID_ZNPL_Rel, IID_IZNPL_Rel},
+                                                            {CLSID_ZNPL_Relatorio2, IID_IZNPL_Relatorio2},
+                                                            {CLSID_ZNPL_RelConverte, IID_IZNPL_RelConverte}}};
 
 // Holds conversations that its seed determines: well-formed requests of all interfaces for component 99 of module CT,
 // altered ones, frames of lying lengths, of unknown types, slots and versions, and bytes of any kind; hangs up in the
@@ -59,10 +56,10 @@ class HostilePeer {
   // One conversation on a connection of its own. Throws when the server's side of it is not well-formed.
   void Converse() {
     const std::size_t ending = Below(8);
-    const Class& asked = kClasses.at(ending == 0 ? 1 : Below(3));
-    std::string script = ending == 0 ? Unread() : Script(asked);
+    const auto& [clsid, iid] = kClasses.at(ending == 0 ? 1 : Below(3));
+    std::string script = ending == 0 ? Unread() : Script(iid);
     if (ending >= 5) script.resize(Below(script.size() + 1));  // hangs up, or is silent, in the middle
-    RawPeer peer(support::SocketPath(asked.clsid));
+    RawPeer peer(support::SocketPath(clsid));
     peer.Send(script);
     if (ending == 0 || ending == 7) {
       kept_.push_back(std::move(peer));
@@ -77,7 +74,7 @@ class HostilePeer {
   static constexpr std::size_t kMostKept = 20;
 
   std::size_t Below(std::size_t limit) { return random_() % limit; }
-  const IID& AnyInterface() { return kClasses.at(Below(3)).iid; }
+  const IID& AnyInterface() { return kClasses.at(Below(3)).second; }
 
   // More than a socket takes at once, asked for again and again.
   static std::string Unread() {
@@ -88,13 +85,13 @@ class HostilePeer {
     return script;
   }
 
-  std::string Script(const Class& asked) {
-    std::string script = Opening(Below(10) == 0 ? &AnyInterface() : &asked.iid);
+  std::string Script(const IID& asked) {
+    std::string script = Opening(Below(10) == 0 ? &AnyInterface() : &asked);
     if (Below(8) == 0) script = Frame(FrameType::status, 0, "") + script;
     if (Below(8) == 0) Spoil(&script);
-    if (asked.iid == IID_IZNPL_Relatorio2 && Below(4) != 0) script += Initialise(u"99");
+    if (asked == IID_IZNPL_Relatorio2 && Below(4) != 0) script += Initialise(u"99");
     for (std::size_t i = Below(6); i > 0; --i) {
-      std::string frame = Request(Below(20) == 0 ? AnyInterface() : asked.iid);
+      std::string frame = Request(Below(20) == 0 ? AnyInterface() : asked);
       if (Below(2) == 0) Spoil(&frame);
       script += frame;
     }

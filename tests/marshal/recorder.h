@@ -2,6 +2,7 @@
 // script tells them.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <concepts>
 #include <cstring>
@@ -42,11 +43,9 @@ inline void Fill(void* start, std::size_t count) {
     bytes[i] = static_cast<unsigned char>(i * 7 + i / 256 + 3);
 }
 
-// What stands in front of an array: a record without the pointer at its end, or the count alone.
-struct Layout {
-  std::size_t bytes, countOffset, countBytes, itemBytes;
-};
-inline const std::map<char, Layout> kLayouts = {
+// What stands in front of an array, a record without the pointer at its end or the count alone: its bytes, where in it
+// the count lies, the bytes of that, and the bytes of an item of the array.
+inline const std::map<char, std::array<std::size_t, 4>> kLayouts = {
     {'b', {4, 0, 4, 1}},        // bytes
     {'B', {4, 0, 4, 1}},        // bytes of which the method judges the count
     {'c', {2, 0, 2, 30}},       // columns
@@ -127,7 +126,7 @@ class Recorder : public com::CountedObject<Interface, iid> {
   void Meet(REG_CAMPOS_DISPONIVEIS2** record) { Make(record, 'K'); }
   void Meet(REG_RELATORIO2** record) { Make(record, 'L'); }
   void Meet(REG_ARRAY_RELATORIO2** record) { Make(record, 'M'); }
-  void Meet(REG_ARRAY_RELATORIO2* record) { Put(record, kLayouts.at('M')); }
+  void Meet(REG_ARRAY_RELATORIO2* record) { Put(record, 'M'); }
 
   template <typename Block>
   static Block* Made(Block* block) {
@@ -139,67 +138,59 @@ class Recorder : public com::CountedObject<Interface, iid> {
     if (!script_.answer.hasRecord) return;
     *record = static_cast<Record*>(Made(CoTaskMemAlloc(sizeof(Record))));
     **record = {};  // the caller's to free from now on
-    Put(*record, kLayouts.at(letter));
+    Put(*record, letter);
   }
-  void Put(void* record, const Layout& layout) {
-    const std::size_t itemBytes = static_cast<std::size_t>(script_.answer.count) * layout.itemBytes;
-    void* items = script_.answer.hasArray ? Made(CoTaskMemAlloc(itemBytes)) : nullptr;
-    if (items != nullptr) Fill(items, itemBytes);
-    Fill(record, layout.bytes);
-    std::memcpy(static_cast<char*>(record) + layout.countOffset, &script_.answer.count, layout.countBytes);
-    std::memcpy(static_cast<char*>(record) + layout.bytes, &items, sizeof items);
+  void Put(void* record, char letter) {
+    const auto& [bytes, countOffset, countBytes, itemBytes] = kLayouts.at(letter);
+    const std::size_t allBytes = static_cast<std::size_t>(script_.answer.count) * itemBytes;
+    void* items = script_.answer.hasArray ? Made(CoTaskMemAlloc(allBytes)) : nullptr;
+    if (items != nullptr) Fill(items, allBytes);
+    Fill(record, bytes);
+    std::memcpy(static_cast<char*>(record) + countOffset, &script_.answer.count, countBytes);
+    std::memcpy(static_cast<char*>(record) + bytes, &items, sizeof items);
   }
 
   Script& script_;
   std::int64_t count_ = 0;  // the last number that came in
 };
 
+// Of the parameters, t is a text, i a number, n the number of items of the array after it.
 class Rel final : public Recorder<IZNPL_Rel, IID_IZNPL_Rel> {
  public:
   using Recorder::Recorder;
 
-  HRESULT Inicializa(BSTR company, BSTR module, BSTR key) override { return Answer(__func__, company, module, key); }
+  HRESULT Inicializa(BSTR t, BSTR t2, BSTR t3) override { return Answer(__func__, t, t2, t3); }
   HRESULT BuscaCampos(LONG n, tagREG_CAMPOS_RELATORIO* out) override { return Answer(__func__, n, out); }
-  HRESULT BuscaQdeCamposArquivo(LONG* n) override { return Answer(__func__, n); }
+  HRESULT BuscaQdeCamposArquivo(LONG* out) override { return Answer(__func__, out); }
   HRESULT BuscaRelatorio(LONG n, BYTE* out) override { return Answer(__func__, n, static_cast<void*>(out)); }
-  HRESULT BuscaTamanhoRelatorio(BSTR name, LONG* n) override { return Answer(__func__, name, n); }
-  HRESULT GravaRelatorio(BSTR name, LONG flag, LONG n, BYTE* in) override {
-    return Answer(__func__, name, flag, n, in);
+  HRESULT BuscaTamanhoRelatorio(BSTR t, LONG* out) override { return Answer(__func__, t, out); }
+  HRESULT GravaRelatorio(BSTR t, LONG i, LONG n, BYTE* in) override { return Answer(__func__, t, i, n, in); }
+  HRESULT BuscaNomeRelatoriosExistentes(BSTR* out) override { return Answer(__func__, out); }
+  HRESULT ExcluiRelatorio(BSTR t) override { return Answer(__func__, t); }
+  HRESULT AtualizaRelatorio(BSTR t, USHORT i, USHORT i2, USHORT n, REG_ATUALIZACAO_RELATORIO* in) override {
+    return Answer(__func__, t, i, i2, n, in);
   }
-  HRESULT BuscaNomeRelatoriosExistentes(BSTR* names) override { return Answer(__func__, names); }
-  HRESULT ExcluiRelatorio(BSTR name) override { return Answer(__func__, name); }
-  HRESULT AtualizaRelatorio(BSTR name, USHORT x, USHORT y, USHORT n, REG_ATUALIZACAO_RELATORIO* in) override {
-    return Answer(__func__, name, x, y, n, in);
+  HRESULT GravaRelatorioSemCallBack(BSTR t, LONG i, LONG n, BYTE* in) override { return Answer(__func__, t, i, n, in); }
+  HRESULT GravaDadosExportacaoDoRelatorio(BSTR t, tagREG_RELEXPORTACAO in) override { return Answer(__func__, t, in); }
+  HRESULT BuscaDadosExportacaoDoRelatorio(BSTR t, tagREG_RELEXPORTACAO** out) override {
+    return Answer(__func__, t, out);
   }
-  HRESULT GravaRelatorioSemCallBack(BSTR name, LONG flag, LONG n, BYTE* in) override {
-    return Answer(__func__, name, flag, n, in);
-  }
-  HRESULT GravaDadosExportacaoDoRelatorio(BSTR name, tagREG_RELEXPORTACAO in) override {
-    return Answer(__func__, name, in);
-  }
-  HRESULT BuscaDadosExportacaoDoRelatorio(BSTR name, tagREG_RELEXPORTACAO** out) override {
-    return Answer(__func__, name, out);
-  }
-  HRESULT LeFiltroRelatorio(BSTR name, tagFILTRO_RELATORIO** out) override { return Answer(__func__, name, out); }
-  HRESULT GravaFiltroRelatorio(BSTR name, tagFILTRO_RELATORIO* in) override { return Answer(__func__, name, in); }
+  HRESULT LeFiltroRelatorio(BSTR t, tagFILTRO_RELATORIO** out) override { return Answer(__func__, t, out); }
+  HRESULT GravaFiltroRelatorio(BSTR t, tagFILTRO_RELATORIO* in) override { return Answer(__func__, t, in); }
 };
 
 class Relatorio2 final : public Recorder<IZNPL_Relatorio2, IID_IZNPL_Relatorio2> {
  public:
   using Recorder::Recorder;
 
-  HRESULT Inicializa(BSTR module, BSTR key) override { return Answer(__func__, module, key); }
+  HRESULT Inicializa(BSTR t, BSTR t2) override { return Answer(__func__, t, t2); }
   HRESULT GetCamposDisponiveis(REG_CAMPOS_DISPONIVEIS2** out) override { return Answer(__func__, out); }
-  HRESULT Le(BSTR name, REG_RELATORIO2** out) override { return Answer(__func__, name, out); }
-  HRESULT Grava(BSTR name, USHORT version, BYTE flag, LONG n, BYTE* in) override {
-    return Answer(__func__, name, version, flag, n, in);
-  }
+  HRESULT Le(BSTR t, REG_RELATORIO2** out) override { return Answer(__func__, t, out); }
+  HRESULT Grava(BSTR t, USHORT i, BYTE i2, LONG n, BYTE* in) override { return Answer(__func__, t, i, i2, n, in); }
   HRESULT GetNomeRelatorios(REG_ARRAY_RELATORIO2** out) override { return Answer(__func__, out); }
-  HRESULT ExcluiRelatorio(BSTR name, char demo, char* deleted) override {
-    return Answer(__func__, name, demo, deleted);
-  }
-  HRESULT GetRelatorioPadrao(BSTR* name) override { return Answer(__func__, name); }
-  HRESULT SetRelatorioPadrao(BSTR name) override { return Answer(__func__, name); }
+  HRESULT ExcluiRelatorio(BSTR t, char i, char* out) override { return Answer(__func__, t, i, out); }
+  HRESULT GetRelatorioPadrao(BSTR* out) override { return Answer(__func__, out); }
+  HRESULT SetRelatorioPadrao(BSTR t) override { return Answer(__func__, t); }
   HRESULT GetNomeRelatoriosDemonstracaoExcluidos(REG_ARRAY_RELATORIO2* out) override { return Answer(__func__, out); }
 };
 
@@ -207,8 +198,8 @@ class RelConverte final : public Recorder<IZNPL_RelConverte, IID_IZNPL_RelConver
  public:
   using Recorder::Recorder;
 
-  HRESULT AlteraCodigoCampos(BSTR module, BSTR key, LONG n, REL_CODIGO_CAMPOS_ALTERADOS* in) override {
-    return Answer(__func__, module, key, n, in);
+  HRESULT AlteraCodigoCampos(BSTR t, BSTR t2, LONG n, REL_CODIGO_CAMPOS_ALTERADOS* in) override {
+    return Answer(__func__, t, t2, n, in);
   }
 };
 

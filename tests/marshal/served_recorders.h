@@ -1,6 +1,8 @@
 // A server's end of calls, with recording objects behind it.
 #pragma once
 
+#include <algorithm>
+
 #include "marshal/marshal.h"
 #include "recorder.h"
 

