@@ -129,7 +129,7 @@ TEST_F(ServerTest, EveryPeerIsAnsweredAndOthersNoticeNothing) {
 
 // Clients that never pause must not keep others from being let in, nor calls of more than one reading from being
 // served.
-TEST_F(ServerTest, BusyClientsStarveNobody) {
+TEST_F(ServerTest, BusyClientsStarveNoOthers) {
   std::atomic<bool> stop{false};
   std::deque<std::thread> busy;
   for (int i = 0; i < 3; ++i) {
@@ -145,7 +145,7 @@ TEST_F(ServerTest, BusyClientsStarveNobody) {
     thread.join();
 }
 
-// One that hoards half frames goes before it costs anybody else the server.
+// One that hoards half frames goes before it costs the others the server.
 TEST_F(ServerTest, HoarderGoesAndOthersStay) {
   const std::string megabyte(1 << 20, 'h');
   std::deque<RawPeer> hoarders;
@@ -201,9 +201,9 @@ TEST(Client, MisbehavingServers) {
   }
 }
 
-// Neither side talks to another user: a client not to a server that somebody else put in the way either.
+// Neither side talks to another user, who may have put a server of its own in the way.
 TEST(OtherUsers, AreRefusedByBothSides) {
-  if (geteuid() != 0) GTEST_SKIP() << "needs root to become somebody else";
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
   const support::TempFolder folder;
   chmod(folder.Path().c_str(), 0777);
   const std::string path = folder.Path() / "socket";

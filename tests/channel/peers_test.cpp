@@ -144,7 +144,7 @@ void BeHostile(unsigned seed, unsigned conversations) {
     EXPECT_NO_THROW(peer.Converse()) << "conversation " << i << " of peer " << seed;
 }
 
-// Does what clients do, and checks every answer, until the office closes.
+// Does what clients do, and checks every answer, until it is told to end.
 void BeOrdinary(unsigned client, const std::atomic<bool>& closes, std::atomic<unsigned>& calls) {
   ComPtr<IZNPL_Relatorio2> store;
   for (unsigned round = 0; !closes; ++round, calls += 4) {

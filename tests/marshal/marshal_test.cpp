@@ -139,8 +139,14 @@ TEST_F(MarshalTest, ThreadsShareAProxyWhichGoesWithItsLastReference) {
   for (std::thread& thread : threads)
     thread.join();
   EXPECT_EQ(right, 200);
-  EXPECT_EQ(script_.objects, 2);
+  void* none = &none;
+  EXPECT_EQ(store_->QueryInterface(IID_IZNPL_Rel, &none), E_NOINTERFACE);
+  EXPECT_EQ(none, nullptr);
+  ComPtr<IUnknown> unknown;
+  EXPECT_EQ(store_->QueryInterface(IID_IUnknown, unknown.OutVoid()), S_OK);
   store_.Reset();
+  EXPECT_EQ(script_.objects, 2);
+  unknown.Reset();
   EXPECT_TRUE(support::WaitUntil([this] { return script_.objects == 1; }));
 }
 
@@ -202,7 +208,9 @@ TEST_F(MarshalTest, WhatNoFrameHoldsIsNotCarried) {
 // with a number anywhere that is too large.
 std::vector<std::string> Damaged(const std::string& shape) {
   const std::string payload = Payload(shape, {});
-  std::vector<std::string> all = {payload + "x", Payload(shape, {.hasRecord = 2}), Payload(shape, {.hasArray = 0xFF})};
+  std::vector<std::string> all = {payload + "x", Payload(shape, {.hasRecord = 2}), Payload(shape, {.hasArray = 0xFF}),
+                                  Payload(shape, {.count = 0, .hasArray = 2}), Payload(shape, {.hasRecord = 0})};
+  if (shape.find('?') != std::string::npos) all.back().back() = '\2';
   for (std::size_t at = 0; at < payload.size(); ++at) {
     all.push_back(payload.substr(0, at));
     for (const char* lie : {"\xFF\x7F", "\xFE\xFF"}) {

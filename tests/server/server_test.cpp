@@ -138,7 +138,7 @@ TEST(Activation, StartsOnDemandAndEndsByItself) {
   EXPECT_EQ(CoCreateInstance(CLSID_ZNPL_Relatorio2, nullptr, CLSCTX_LOCAL_SERVER, IID_IZNPL_Rel, other.OutVoid()),
             E_NOINTERFACE);
 
-  // Another client within the idle time is served by the same process; then nobody comes, and it waits its time.
+  // Another client within the idle time is served by the same process; then none comes, and it waits its time.
   store.Reset();
   usleep(2500000);
   store = OpenStore();
@@ -190,7 +190,7 @@ TEST(Activation, StartersLimitsDoNotEndTheServer) {
   EXPECT_EQ(WriteModel(*OpenStore(), u"Grande", std::string(1000000, 'g')), S_OK);
 }
 
-// Also when somebody starts it by hand, without the runtime that takes care of descriptors.
+// Also when it is started by hand, without the runtime that takes care of descriptors.
 TEST(Activation, ServersDropWhatTheirStartersHave) {
   const Installation installation;
   Child server([] {
@@ -212,7 +212,7 @@ TEST(Activation, ServersDropWhatTheirStartersHave) {
 
 // ---- Sharing -------------------------------------------------------------------------------------------------------
 
-// A process that finds the home served by another one ends: nobody could ever reach it.
+// A process that finds the home served by another one ends: no client could ever reach it.
 TEST_F(RunningServer, SurplusServerEnds) {
   EXPECT_EQ(Child(StartByHand).Wait(), 0);
   EXPECT_EQ(ReadModel(*store_, u"None"), "0x00040001");
@@ -243,7 +243,7 @@ TEST(Activation, TwentyClientsAtOnceShareOneServer) {
   }
 }
 
-TEST_F(RunningServer, IdleConnectionsHoldUpNobody) {
+TEST_F(RunningServer, IdleConnectionsHoldUpNoClient) {
   Child crowd([] {
     std::deque<channel_test::RawPeer> idle;
     for (int i = 0; i < 1000; ++i) {
