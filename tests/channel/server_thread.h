@@ -1,22 +1,108 @@
-// A server on a thread of its own, and the way to its objects.
+// Both ends of a connection: a server on a thread of its own and the way to its objects; and peers that say what no
+// well-behaved one would, or say it byte by byte.
 #pragma once
+
+#include <sys/socket.h>
+#include <sys/un.h>
 
 #include <future>
 #include <gtest/gtest.h>
-#include <memory>
+#include <optional>
 #include <stdexcept>
-#include <string>
 #include <thread>
 
 #include "platform/channel/channel.h"
 
 namespace channel_test {
 
+// ---- Frames --------------------------------------------------------------------------------------------------------
+
+inline std::string Number(std::uint64_t value, std::size_t width) {
+  return {reinterpret_cast<const char*>(&value), width};
+}
+
+// A frame, which may claim to have another length.
+inline std::string Frame(channel::FrameType type, std::uint16_t slot, const std::string& payload,
+                         std::optional<std::uint64_t> claimed = {}) {
+  return Number(claimed.value_or(payload.size()), 4) + Number(static_cast<std::uint16_t>(type), 2) + Number(slot, 2) +
+         payload;
+}
+
+inline const std::string kHello = Frame(channel::FrameType::hello, 0, std::string("KSTR\1\0\0\0", 8));
+
+// The frames that open a connection to an object with the interface, of 16 bytes.
+inline std::string Opening(const void* interfaceId) {
+  return kHello + Frame(channel::FrameType::create, 0, std::string(static_cast<const char*>(interfaceId), 16));
+}
+
+// ---- Peers of any kind ---------------------------------------------------------------------------------------------
+
+// Makes a socket and lets `use` (bind or connect) bring it to the path.
+template <typename Use>
+platform::Descriptor SocketAt(const std::string& path, Use use) {
+  platform::Descriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  if (use(made.Number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    throw std::runtime_error("no socket at " + path);
+  }
+  return made;
+}
+
+class RawPeer {
+ public:
+  explicit RawPeer(platform::Descriptor connected) : socket_(std::move(connected)) {}
+  explicit RawPeer(const std::string& path) : socket_(SocketAt(path, connect)) {}
+
+  // False when the other end does not take all of it.
+  bool Send(std::string_view bytes) const {
+    return send(socket_.Number(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+  }
+
+  // `count` bytes, or fewer when the other end ends the connection. Silence is a failure.
+  std::string Receive(std::size_t count) const {
+    const timeval limit{30, 0};
+    setsockopt(socket_.Number(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    std::string bytes(count, '\0');
+    const ssize_t got = count == 0 ? 0 : recv(socket_.Number(), bytes.data(), count, MSG_WAITALL);
+    if (got < 0 && errno == EAGAIN) throw std::runtime_error("the other end is silent");
+    bytes.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
+    return bytes;
+  }
+
+  // What a server says up to the end of the connection, a refusal without its reason. Anything but whole frames as
+  // servers send them, of which a refusal is the last, is a failure.
+  std::string ReceiveToEnd() const {
+    using channel::FrameType;
+    std::string all;
+    for (std::string head; !(head = Receive(channel::kHeadBytes)).empty();) {
+      head.resize(channel::kHeadBytes);
+      const auto [bytes, type, slot] = channel::ReadHead(reinterpret_cast<const std::byte*>(head.data()));
+      const bool isRefusal = type == FrameType::refusal;
+      const bool isServers = type == FrameType::hello || type == FrameType::created || type == FrameType::result ||
+                             type == FrameType::status || isRefusal;
+      if (!isServers || bytes > channel::kMaxPayloadBytes) throw std::runtime_error("no frame of a server");
+      const std::string payload = Receive(bytes);
+      if (payload.size() != bytes) throw std::runtime_error("half a frame");
+      if (isRefusal && !Receive(1).empty()) throw std::runtime_error("a refusal that is not the last frame");
+      all += Frame(type, slot, isRefusal ? payload.substr(0, 4) : payload);
+    }
+    return all;
+  }
+
+  void StopSending() const { shutdown(socket_.Number(), SHUT_WR); }
+
+ private:
+  platform::Descriptor socket_;
+};
+
+// ---- Servers and their clients -------------------------------------------------------------------------------------
+
 class ServerThread {
  public:
   ServerThread(const std::string& path, channel::Service* service) {
     std::promise<DWORD> ready;
-    auto id = ready.get_future();
     thread_ = std::thread([&ready, path, service] {
       channel::Server server;
       platform::AttachMessageSource(&server);
@@ -24,22 +110,17 @@ class ServerThread {
       ready.set_value(GetCurrentThreadId());
       MSG message{};
       while (GetMessageA(&message, nullptr, 0, 0) != FALSE) {
-        if (message.message == kWithdraw) {
-          server.Withdraw(path);
-        } else {
-          DispatchMessageA(&message);
-        }
+        if (message.message == kWithdraw) server.Withdraw(path);
+        DispatchMessageA(&message);
       }
       platform::AttachMessageSource(nullptr);
     });
-    id_ = id.get();
+    id_ = ready.get_future().get();
   }
   ~ServerThread() {
     PostThreadMessageA(id_, WM_QUIT, 0, 0);
     thread_.join();
   }
-  ServerThread(const ServerThread&) = delete;
-  ServerThread& operator=(const ServerThread&) = delete;
 
   void Withdraw() const { PostThreadMessageA(id_, kWithdraw, 0, 0); }
 
@@ -58,6 +139,21 @@ inline std::unique_ptr<channel::Connection> OpenObject(const std::string& path, 
             channel::Connection::Outcome::ok);
   EXPECT_EQ(answer.U32(), 0u);
   return connection;
+}
+
+// What a client has of a call: the result and the payload of the answer after it.
+struct Outcome {
+  HRESULT result;
+  std::string answer;
+  bool operator==(const Outcome&) const = default;
+};
+
+inline Outcome Call(channel::Connection& connection, std::uint16_t slot, std::string_view arguments) {
+  connection.BeginCall(slot).Bytes(arguments.data(), arguments.size());
+  channel::Decoder out;
+  const HRESULT result = connection.Exchange(&out);
+  const std::size_t bytes = out.Left();
+  return {result, std::string(reinterpret_cast<const char*>(out.Bytes(bytes)), bytes)};
 }
 
 }  // namespace channel_test

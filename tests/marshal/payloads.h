@@ -1,8 +1,6 @@
 // What every method's requests and answers look like, from the protocol's side.
 #pragma once
 
-#include <map>
-
 #include "recorder.h"
 
 namespace payloads {
@@ -34,7 +32,7 @@ inline const std::vector<Method>& Methods() {
       {IID_IZNPL_Relatorio2, 3, "Inicializa", "tt", ""},
       {IID_IZNPL_Relatorio2, 4, "GetCamposDisponiveis", "", "?K"},
       {IID_IZNPL_Relatorio2, 5, "Le", "t", "?L"},
-      {IID_IZNPL_Relatorio2, 6, "Grava", "t21b", ""},
+      {IID_IZNPL_Relatorio2, 6, "Grava", "t21B", ""},
       {IID_IZNPL_Relatorio2, 7, "GetNomeRelatorios", "", "?M"},
       {IID_IZNPL_Relatorio2, 8, "ExcluiRelatorio", "t1", "1"},
       {IID_IZNPL_Relatorio2, 9, "GetRelatorioPadrao", "", "t"},
@@ -46,16 +44,8 @@ inline const std::vector<Method>& Methods() {
 }
 
 // Builds a payload, a letter a field: t text; 1 2 4 number of that width, another one in every place; n count; d fields
-// and y bytes without a count; ? whether the record behind it is there; and the arrays with what counts them.
+// and y bytes without a count; ? whether the record after it is there; and the arrays with what counts them.
 inline std::string Payload(const std::string& shape, const recorder::Content& content) {
-  static const std::map<char, recorder::Layout> layouts = {{'b', {4, 0, 4, 1}},   // bytes
-                                                           {'c', {2, 0, 2, 30}},  // columns
-                                                           {'p', {4, 0, 4, 4}},   // pairs
-                                                           {'E', recorder::kLayout<tagREG_RELEXPORTACAO>},
-                                                           {'F', recorder::kLayout<tagFILTRO_RELATORIO>},
-                                                           {'K', recorder::kLayout<REG_CAMPOS_DISPONIVEIS2>},
-                                                           {'L', recorder::kLayout<REG_RELATORIO2>},
-                                                           {'M', recorder::kLayout<REG_ARRAY_RELATORIO2>}};
   const auto count = static_cast<std::size_t>(content.count);
   std::string payload;
   const auto number = [&payload](std::size_t value, std::size_t width) {
@@ -69,8 +59,7 @@ inline std::string Payload(const std::string& shape, const recorder::Content& co
   for (const char letter : shape) {
     if (letter == 't') {
       number(*text ? (*text)->size() : 0xFFFFFFFF, 4);
-      payload += text->value_or("");
-      ++text;
+      payload += text++->value_or("");
     } else if (letter == 'n') {
       number(count, 4);
     } else if (letter == 'd' || letter == 'y') {
@@ -78,7 +67,7 @@ inline std::string Payload(const std::string& shape, const recorder::Content& co
     } else if (letter == '?') {
       number(content.hasRecord, 1);
       if (!content.hasRecord) break;
-    } else if (const auto layout = layouts.find(letter); layout != layouts.end()) {
+    } else if (const auto layout = recorder::kLayouts.find(letter); layout != recorder::kLayouts.end()) {
       const auto& [bytes, countOffset, countBytes, itemBytes] = layout->second;
       filled(bytes);
       std::memcpy(payload.data() + payload.size() - bytes + countOffset, &count, countBytes);

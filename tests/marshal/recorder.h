@@ -2,10 +2,12 @@
 // script tells them.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <concepts>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <new>
 #include <optional>
 #include <string>
@@ -41,29 +43,19 @@ inline void Fill(void* start, std::size_t count) {
     bytes[i] = static_cast<unsigned char>(i * 7 + i / 256 + 3);
 }
 
-// A record without the pointer at its end, and the array to which that leads.
-struct Layout {
-  std::size_t bytes;
-  std::size_t countOffset;
-  std::size_t countBytes;
-  std::size_t itemBytes;
+// What stands in front of an array, a record without the pointer at its end or the count alone: its bytes, where in it
+// the count lies, the bytes of that, and the bytes of an item of the array.
+inline const std::map<char, std::array<std::size_t, 4>> kLayouts = {
+    {'b', {4, 0, 4, 1}},        // bytes
+    {'B', {4, 0, 4, 1}},        // bytes of which the method judges the count
+    {'c', {2, 0, 2, 30}},       // columns
+    {'p', {4, 0, 4, 4}},        // pairs
+    {'E', {612, 604, 2, 228}},  // export settings
+    {'F', {2, 0, 2, 104}},      // filter
+    {'K', {2, 0, 2, 262}},      // fields
+    {'L', {6, 2, 4, 1}},        // model
+    {'M', {2, 0, 2, 256}},      // names
 };
-template <typename T>
-inline constexpr Layout kLayout = {};
-template <>
-inline constexpr Layout kLayout<tagREG_RELEXPORTACAO> = {612, 604, 2, 228};
-template <>
-inline constexpr Layout kLayout<tagFILTRO_RELATORIO> = {2, 0, 2, 104};
-template <>
-inline constexpr Layout kLayout<REG_CAMPOS_DISPONIVEIS2> = {2, 0, 2, 262};
-template <>
-inline constexpr Layout kLayout<REG_RELATORIO2> = {6, 2, 4, 1};
-template <>
-inline constexpr Layout kLayout<REG_ARRAY_RELATORIO2> = {2, 0, 2, 256};
-
-template <typename T>
-concept Record = kLayout<T>
-.bytes != 0;
 
 template <typename Interface, const IID& iid>
 class Recorder : public com::CountedObject<Interface, iid> {
@@ -78,150 +70,136 @@ class Recorder : public com::CountedObject<Interface, iid> {
 
   template <typename... Arguments>
   HRESULT Answer(const char* method, Arguments... arguments) {
-    script_.noted = (std::string(method) + ... + Meet(arguments));
+    script_.noted = method;
+    (Meet(arguments), ...);
     script_.interrupt();
     return script_.result;
   }
 
-  // An array of the client, with something for the object or with room for the object's.
-  template <typename Item>
-  static std::string In(const Item* items, std::int64_t count) {
-    return Present(items) + Bytes(items, count > 0 ? static_cast<std::size_t>(count) * sizeof(Item) : 0);
-  }
-  template <typename Item>
-  std::string Out(Item* items, LONG count) const {
-    if (SUCCEEDED(script_.result) && items != nullptr) Fill(items, static_cast<std::size_t>(count) * sizeof(Item));
-    return "";
-  }
-
  private:
-  static std::string Bytes(const void* start, std::size_t count) {
-    return start == nullptr ? "" : std::string(static_cast<const char*>(start), count);
+  void Note(const void* bytes, std::size_t count) { script_.noted.append(static_cast<const char*>(bytes), count); }
+  template <typename Item>
+  void NoteArray(const Item* items, std::int64_t count) {
+    script_.noted += items == nullptr ? '\0' : '\1';
+    if (items != nullptr && count > 0) Note(items, static_cast<std::size_t>(count) * sizeof(Item));
   }
-  static std::string Present(const void* pointer) { return std::string(1, pointer == nullptr ? '\0' : '\1'); }
 
-  // What came in by an argument; by those behind, something goes out.
-  static std::string Meet(const std::string& array) { return array; }
-  static std::string Meet(std::integral auto number) { return Bytes(&number, sizeof number); }
-  static std::string Meet(BSTR text) {
-    const UINT bytes = text == nullptr ? 0xFFFFFFFF : SysStringByteLen(text);
-    return Meet(bytes) + Bytes(text, bytes);
+  // What comes in by an argument. An array has as many items as the number in front of it says.
+  void Meet(std::integral auto number) {
+    Note(&number, sizeof number);
+    count_ = number;
   }
-  static std::string Meet(tagREG_RELEXPORTACAO settings) {
-    return Bytes(&settings, 612) + In(settings.pregItens, settings.iQtdeItens);
+  void Meet(BSTR text) {
+    const UINT bytes = SysStringByteLen(text);
+    Meet(text == nullptr ? 0xFFFFFFFF : bytes);
+    Note(text, bytes);
   }
-  static std::string Meet(const tagFILTRO_RELATORIO* filter) {
-    return Present(filter) + Meet(filter->nQtdCampos) + In(filter->pregValoresFiltro, filter->nQtdCampos);
+  void Meet(BYTE* bytes) { NoteArray(bytes, count_); }
+  void Meet(REG_ATUALIZACAO_RELATORIO* columns) { NoteArray(columns, count_); }
+  void Meet(REL_CODIGO_CAMPOS_ALTERADOS* pairs) { NoteArray(pairs, count_); }
+  void Meet(tagREG_RELEXPORTACAO settings) {
+    Note(&settings, 612);
+    NoteArray(settings.pregItens, settings.iQtdeItens);
   }
+  void Meet(tagFILTRO_RELATORIO* filter) {
+    NoteArray(filter, 0);
+    Note(filter, 2);
+    NoteArray(filter->pregValoresFiltro, filter->nQtdCampos);
+  }
+
+  // What goes out by an argument: into room for as many items as the number in front of it says, or where the caller
+  // finds it.
+  void Meet(void* room, std::size_t itemBytes = 1) {
+    if (SUCCEEDED(script_.result) && room != nullptr) Fill(room, static_cast<std::size_t>(count_) * itemBytes);
+  }
+  void Meet(tagREG_CAMPOS_RELATORIO* room) { Meet(room, sizeof *room); }
+  template <std::integral Number>
+  void Meet(Number* number) {
+    *number = static_cast<Number>(script_.answer.number);
+  }
+  void Meet(BSTR* text) {
+    const auto& bytes = script_.answer.texts.front();
+    *text = bytes ? Made(SysAllocStringByteLen(bytes->data(), static_cast<UINT>(bytes->size()))) : nullptr;
+  }
+  void Meet(tagREG_RELEXPORTACAO** record) { Make(record, 'E'); }
+  void Meet(tagFILTRO_RELATORIO** record) { Make(record, 'F'); }
+  void Meet(REG_CAMPOS_DISPONIVEIS2** record) { Make(record, 'K'); }
+  void Meet(REG_RELATORIO2** record) { Make(record, 'L'); }
+  void Meet(REG_ARRAY_RELATORIO2** record) { Make(record, 'M'); }
+  void Meet(REG_ARRAY_RELATORIO2* record) { Put(record, 'M'); }
 
   template <typename Block>
   static Block* Made(Block* block) {
     if (block == nullptr) throw std::bad_alloc();
     return block;
   }
-
-  template <std::integral Number>
-  std::string Meet(Number* number) const {
-    *number = static_cast<Number>(script_.answer.number);
-    return "";
-  }
-  std::string Meet(BSTR* text) const {
-    const auto& bytes = script_.answer.texts.front();
-    *text = bytes ? Made(SysAllocStringByteLen(bytes->data(), static_cast<UINT>(bytes->size()))) : nullptr;
-    return "";
-  }
-  std::string Meet(REG_ARRAY_RELATORIO2* record) const {
-    Make(record);
-    return "";
-  }
-  template <Record T>
-  std::string Meet(T** record) const {
-    *record = nullptr;
-    if (!script_.answer.hasRecord) return "";
-    *record = static_cast<T*>(Made(CoTaskMemAlloc(sizeof(T))));
+  template <typename Record>
+  void Make(Record** record, char letter) {
+    if (!script_.answer.hasRecord) return;
+    *record = static_cast<Record*>(Made(CoTaskMemAlloc(sizeof(Record))));
     **record = {};  // the caller's to free from now on
-    Make(*record);
-    return "";
+    Put(*record, letter);
   }
-  template <Record T>
-  void Make(T* record) const {
-    constexpr Layout kOwn = kLayout<T>;
-    const std::size_t itemBytes = static_cast<std::size_t>(script_.answer.count) * kOwn.itemBytes;
-    void* items = script_.answer.hasArray ? Made(CoTaskMemAlloc(itemBytes)) : nullptr;
-    if (items != nullptr) Fill(items, itemBytes);
-    auto* start = reinterpret_cast<char*>(record);
-    Fill(start, kOwn.bytes);
-    std::memcpy(start + kOwn.countOffset, &script_.answer.count, kOwn.countBytes);
-    std::memcpy(start + kOwn.bytes, &items, sizeof items);
+  void Put(void* record, char letter) {
+    const auto& [bytes, countOffset, countBytes, itemBytes] = kLayouts.at(letter);
+    const std::size_t allBytes = static_cast<std::size_t>(script_.answer.count) * itemBytes;
+    void* items = script_.answer.hasArray ? Made(CoTaskMemAlloc(allBytes)) : nullptr;
+    if (items != nullptr) Fill(items, allBytes);
+    Fill(record, bytes);
+    std::memcpy(static_cast<char*>(record) + countOffset, &script_.answer.count, countBytes);
+    std::memcpy(static_cast<char*>(record) + bytes, &items, sizeof items);
   }
 
   Script& script_;
+  std::int64_t count_ = 0;  // the last number that came in
 };
 
+// Of the parameters, t is a text, i a number, n the number of items of the array after it.
 class Rel final : public Recorder<IZNPL_Rel, IID_IZNPL_Rel> {
  public:
   using Recorder::Recorder;
 
-  HRESULT Inicializa(BSTR company, BSTR module, BSTR component) override {
-    return Answer(__func__, company, module, component);
+  HRESULT Inicializa(BSTR t, BSTR t2, BSTR t3) override { return Answer(__func__, t, t2, t3); }
+  HRESULT BuscaCampos(LONG n, tagREG_CAMPOS_RELATORIO* out) override { return Answer(__func__, n, out); }
+  HRESULT BuscaQdeCamposArquivo(LONG* out) override { return Answer(__func__, out); }
+  HRESULT BuscaRelatorio(LONG n, BYTE* out) override { return Answer(__func__, n, static_cast<void*>(out)); }
+  HRESULT BuscaTamanhoRelatorio(BSTR t, LONG* out) override { return Answer(__func__, t, out); }
+  HRESULT GravaRelatorio(BSTR t, LONG i, LONG n, BYTE* in) override { return Answer(__func__, t, i, n, in); }
+  HRESULT BuscaNomeRelatoriosExistentes(BSTR* out) override { return Answer(__func__, out); }
+  HRESULT ExcluiRelatorio(BSTR t) override { return Answer(__func__, t); }
+  HRESULT AtualizaRelatorio(BSTR t, USHORT i, USHORT i2, USHORT n, REG_ATUALIZACAO_RELATORIO* in) override {
+    return Answer(__func__, t, i, i2, n, in);
   }
-  HRESULT BuscaCampos(LONG count, tagREG_CAMPOS_RELATORIO* fields) override {
-    return Answer(__func__, count, Out(fields, count));
+  HRESULT GravaRelatorioSemCallBack(BSTR t, LONG i, LONG n, BYTE* in) override { return Answer(__func__, t, i, n, in); }
+  HRESULT GravaDadosExportacaoDoRelatorio(BSTR t, tagREG_RELEXPORTACAO in) override { return Answer(__func__, t, in); }
+  HRESULT BuscaDadosExportacaoDoRelatorio(BSTR t, tagREG_RELEXPORTACAO** out) override {
+    return Answer(__func__, t, out);
   }
-  HRESULT BuscaQdeCamposArquivo(LONG* count) override { return Answer(__func__, count); }
-  HRESULT BuscaRelatorio(LONG count, unsigned char* bytes) override {
-    return Answer(__func__, count, Out(bytes, count));
-  }
-  HRESULT BuscaTamanhoRelatorio(BSTR name, LONG* count) override { return Answer(__func__, name, count); }
-  HRESULT GravaRelatorio(BSTR name, LONG overwrite, LONG count, unsigned char* bytes) override {
-    return Answer(__func__, name, overwrite, count, In(bytes, count));
-  }
-  HRESULT BuscaNomeRelatoriosExistentes(BSTR* names) override { return Answer(__func__, names); }
-  HRESULT ExcluiRelatorio(BSTR name) override { return Answer(__func__, name); }
-  HRESULT AtualizaRelatorio(BSTR name, USHORT left, USHORT top, USHORT count,
-                            REG_ATUALIZACAO_RELATORIO* columns) override {
-    return Answer(__func__, name, left, top, count, In(columns, count));
-  }
-  HRESULT GravaRelatorioSemCallBack(BSTR name, LONG overwrite, LONG count, unsigned char* bytes) override {
-    return Answer(__func__, name, overwrite, count, In(bytes, count));
-  }
-  HRESULT GravaDadosExportacaoDoRelatorio(BSTR name, tagREG_RELEXPORTACAO settings) override {
-    return Answer(__func__, name, settings);
-  }
-  HRESULT BuscaDadosExportacaoDoRelatorio(BSTR name, tagREG_RELEXPORTACAO** settings) override {
-    return Answer(__func__, name, settings);
-  }
-  HRESULT LeFiltroRelatorio(BSTR name, tagFILTRO_RELATORIO** filter) override { return Answer(__func__, name, filter); }
-  HRESULT GravaFiltroRelatorio(BSTR name, tagFILTRO_RELATORIO* filter) override {
-    return Answer(__func__, name, static_cast<const tagFILTRO_RELATORIO*>(filter));
-  }
+  HRESULT LeFiltroRelatorio(BSTR t, tagFILTRO_RELATORIO** out) override { return Answer(__func__, t, out); }
+  HRESULT GravaFiltroRelatorio(BSTR t, tagFILTRO_RELATORIO* in) override { return Answer(__func__, t, in); }
 };
 
 class Relatorio2 final : public Recorder<IZNPL_Relatorio2, IID_IZNPL_Relatorio2> {
  public:
   using Recorder::Recorder;
 
-  HRESULT Inicializa(BSTR module, BSTR component) override { return Answer(__func__, module, component); }
-  HRESULT GetCamposDisponiveis(REG_CAMPOS_DISPONIVEIS2** fields) override { return Answer(__func__, fields); }
-  HRESULT Le(BSTR name, REG_RELATORIO2** model) override { return Answer(__func__, name, model); }
-  HRESULT Grava(BSTR name, USHORT version, unsigned char flag, LONG count, unsigned char* bytes) override {
-    return Answer(__func__, name, version, flag, count, In(bytes, count));
-  }
-  HRESULT GetNomeRelatorios(REG_ARRAY_RELATORIO2** names) override { return Answer(__func__, names); }
-  HRESULT ExcluiRelatorio(BSTR name, char demo, char* result) override { return Answer(__func__, name, demo, result); }
-  HRESULT GetRelatorioPadrao(BSTR* name) override { return Answer(__func__, name); }
-  HRESULT SetRelatorioPadrao(BSTR name) override { return Answer(__func__, name); }
-  HRESULT GetNomeRelatoriosDemonstracaoExcluidos(REG_ARRAY_RELATORIO2* names) override {
-    return Answer(__func__, names);
-  }
+  HRESULT Inicializa(BSTR t, BSTR t2) override { return Answer(__func__, t, t2); }
+  HRESULT GetCamposDisponiveis(REG_CAMPOS_DISPONIVEIS2** out) override { return Answer(__func__, out); }
+  HRESULT Le(BSTR t, REG_RELATORIO2** out) override { return Answer(__func__, t, out); }
+  HRESULT Grava(BSTR t, USHORT i, BYTE i2, LONG n, BYTE* in) override { return Answer(__func__, t, i, i2, n, in); }
+  HRESULT GetNomeRelatorios(REG_ARRAY_RELATORIO2** out) override { return Answer(__func__, out); }
+  HRESULT ExcluiRelatorio(BSTR t, char i, char* out) override { return Answer(__func__, t, i, out); }
+  HRESULT GetRelatorioPadrao(BSTR* out) override { return Answer(__func__, out); }
+  HRESULT SetRelatorioPadrao(BSTR t) override { return Answer(__func__, t); }
+  HRESULT GetNomeRelatoriosDemonstracaoExcluidos(REG_ARRAY_RELATORIO2* out) override { return Answer(__func__, out); }
 };
 
 class RelConverte final : public Recorder<IZNPL_RelConverte, IID_IZNPL_RelConverte> {
  public:
   using Recorder::Recorder;
 
-  HRESULT AlteraCodigoCampos(BSTR module, BSTR component, LONG count, REL_CODIGO_CAMPOS_ALTERADOS* pairs) override {
-    return Answer(__func__, module, component, count, In(pairs, count));
+  HRESULT AlteraCodigoCampos(BSTR t, BSTR t2, LONG n, REL_CODIGO_CAMPOS_ALTERADOS* in) override {
+    return Answer(__func__, t, t2, n, in);
   }
 };
 

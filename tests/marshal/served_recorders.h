@@ -2,34 +2,11 @@
 #pragma once
 
 #include <algorithm>
-#include <cstring>
-#include <functional>
-#include <memory>
 
 #include "marshal/marshal.h"
-#include "platform/channel/channel.h"
 #include "recorder.h"
 
 namespace served {
-
-using Tamper = std::function<void(channel::Encoder&)>;
-
-// A stub of the server, whose answers can be changed before they go out.
-class TamperedSession final : public channel::Session {
- public:
-  TamperedSession(const Tamper& tamper, std::unique_ptr<com::CallStub> stub)
-      : tamper_(tamper), stub_(std::move(stub)) {}
-
-  HRESULT Call(std::uint16_t slot, channel::Decoder& arguments, channel::Encoder& out) override {
-    const HRESULT result = stub_->Invoke(slot, arguments, out);
-    if (tamper_) tamper_(out);
-    return result;
-  }
-
- private:
-  const Tamper& tamper_;
-  std::unique_ptr<com::CallStub> stub_;
-};
 
 inline const com::Marshaler& MarshalerOf(const IID& iid) {
   static const auto all = marshal::Marshalers();
@@ -45,12 +22,27 @@ class Recorders final : public channel::Service {
     if (iid == IID_IZNPL_Rel) *object.Out() = new recorder::Rel(script);
     if (iid == IID_IZNPL_Relatorio2) *object.Out() = new recorder::Relatorio2(script);
     if (iid == IID_IZNPL_RelConverte) *object.Out() = new recorder::RelConverte(script);
-    *session = std::make_unique<TamperedSession>(tamper, MarshalerOf(iid).newStub(object.Get()));
+    *session = std::make_unique<StubSession>(MarshalerOf(iid).newStub(object.Get()), tamper);
     return S_OK;
   }
 
   recorder::Script script;
-  Tamper tamper;
+  std::function<void(channel::Encoder&)> tamper;  // changes answers before they go out
+
+ private:
+  struct StubSession final : channel::Session {
+    StubSession(std::unique_ptr<com::CallStub> made, const std::function<void(channel::Encoder&)>& by)
+        : stub(std::move(made)), tamper(by) {}
+
+    HRESULT Call(std::uint16_t slot, channel::Decoder& arguments, channel::Encoder& out) override {
+      const HRESULT result = stub->Invoke(slot, arguments, out);
+      if (tamper) tamper(out);
+      return result;
+    }
+
+    std::unique_ptr<com::CallStub> stub;
+    const std::function<void(channel::Encoder&)>& tamper;
+  };
 };
 
 }  // namespace served

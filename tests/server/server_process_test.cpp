@@ -2,19 +2,12 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <array>
-#include <atomic>
-#include <chrono>
 #include <deque>
 #include <fstream>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <set>
 
-#include "channel/raw_peer.h"
-#include "contract/results.h"
+#include "channel/server_thread.h"
 #include "files/shared_memory.h"
 #include "marshal/marshal.h"
 #include "platform/home/home.h"
@@ -33,16 +26,18 @@ using support::ReadModel;
 using support::SocketPath;
 using support::WaitUntil;
 using support::WriteModel;
+namespace fs = std::filesystem;
 
-constexpr const char* kQuickServerLog = "lives";
-
-HRESULT Make(ComPtr<IZNPL_Relatorio2>* store) {
-  return CoCreateInstance(CLSID_ZNPL_Relatorio2, nullptr, CLSCTX_LOCAL_SERVER, IID_IZNPL_Relatorio2, store->OutVoid());
-}
+// ---- Starting ------------------------------------------------------------------------------------------------------
 
 HRESULT Make() {
-  ComPtr<IZNPL_Relatorio2> store;
-  return Make(&store);
+  ComPtr<IUnknown> made;
+  return CoCreateInstance(CLSID_ZNPL_Relatorio2, nullptr, CLSCTX_LOCAL_SERVER, IID_IZNPL_Relatorio2, made.OutVoid());
+}
+
+int StartByHand() {
+  execl(KESTOR_EXECUTABLE, KESTOR_EXECUTABLE, "-Embedding", nullptr);
+  return 127;
 }
 
 class RunningServer : public testing::Test {
@@ -69,9 +64,9 @@ TEST(Activation, StartsOnDemandAndEndsByItself) {
 
   // It belongs to no terminal and holds none of this process's descriptors.
   EXPECT_NE(getsid(server), getsid(0));
-  for (const auto& entry : std::filesystem::directory_iterator(FolderOfDescriptors(server))) {
+  for (const auto& entry : fs::directory_iterator(FolderOfDescriptors(server))) {
     std::error_code gone;
-    EXPECT_THAT(std::filesystem::read_symlink(entry.path(), gone).string(),
+    EXPECT_THAT(fs::read_symlink(entry.path(), gone).string(),
                 testing::MatchesRegex("(/dev/null|socket:.*|anon_inode:.*|.*/server.lock|.*/registry.reg)?"));
   }
 
@@ -81,7 +76,7 @@ TEST(Activation, StartsOnDemandAndEndsByItself) {
   EXPECT_EQ(CoCreateInstance(CLSID_ZNPL_Relatorio2, nullptr, CLSCTX_LOCAL_SERVER, IID_IZNPL_Rel, other.OutVoid()),
             E_NOINTERFACE);
 
-  // Another client within the idle time is served by the same process; then nobody comes, and it waits its time.
+  // Another client within the idle time is served by the same process; then none comes, and it waits its time.
   store.Reset();
   usleep(2500000);
   store = OpenStore();
@@ -92,36 +87,32 @@ TEST(Activation, StartsOnDemandAndEndsByItself) {
   EXPECT_GE(std::chrono::steady_clock::now() - released, std::chrono::milliseconds(6000));
 }
 
-// A process that finds the home served by another one ends: nobody could ever reach it.
-TEST_F(RunningServer, SurplusServerEnds) {
-  Child surplus([] {
-    execl(KESTOR_EXECUTABLE, KESTOR_EXECUTABLE, "-Embedding", nullptr);
-    return 127;
-  });
-  EXPECT_EQ(surplus.Wait(), 0);
-  EXPECT_EQ(ReadModel(*store_, u"None"), "0x00040001");
-
-  // The same for one that cannot have its socket; when the hindrance is gone, the next one serves.
-  store_.Reset();
-  installation_.EndServer();
-  std::filesystem::remove(SocketPath());
-  std::filesystem::create_directory(SocketPath());
-  EXPECT_EQ(Make(), CO_E_SERVER_EXEC_FAILURE);
-  std::filesystem::remove(SocketPath());
-  EXPECT_EQ(Make(), S_OK);
+TEST(Activation, FailuresAreTold) {
+  for (const char* command : {"/nowhere/kestor", "\"/nowhere/kes tor\" x", "/bin/true"}) {
+    const Installation installation(command);
+    EXPECT_EQ(Make(), CO_E_SERVER_EXEC_FAILURE) << command;
+  }
+  const Installation nameless("");
+  EXPECT_EQ(Make(), REGDB_E_CLASSNOTREG);
+  const support::TempHome empty;
+  EXPECT_EQ(Make(), REGDB_E_CLASSNOTREG);
 }
 
-// A server that has lost its sockets to a cleaned folder must not take the name of its successor with it.
-TEST_F(RunningServer, EndingServerLeavesItsSuccessorsSocket) {
-  std::filesystem::remove_all(platform::Home::Current().SocketFolder());
-  auto second = OpenStore();
-  ASSERT_TRUE(second);
-  EXPECT_NE(installation_.ServerPid(), server_);
-  EXPECT_EQ(ReadModel(*store_, u"None"), "0x00040001");
-  store_.Reset();
-  EXPECT_TRUE(WaitUntil([&] { return support::HasEnded(server_); }));
-  EXPECT_TRUE(OpenStore());
-  EXPECT_EQ(ReadModel(*second, u"None"), "0x00040001");
+// The folder of sockets must be closed to others, and a server that cannot have its socket ends. When the hindrance is
+// gone, the next one serves.
+TEST(Activation, HindrancesAreToldAndDoNotStay) {
+  const Installation installation;
+  const fs::path folder = platform::Home::Current().SocketFolder();
+  EXPECT_EQ(Make(), S_OK);
+  installation.EndServer();
+  fs::permissions(folder, fs::perms::all);
+  EXPECT_EQ(Make(), E_ACCESSDENIED);
+  fs::permissions(folder, fs::perms::owner_all);
+  fs::remove(SocketPath());
+  fs::create_directory(SocketPath());
+  EXPECT_EQ(Make(), CO_E_SERVER_EXEC_FAILURE);
+  fs::remove(SocketPath());
+  EXPECT_EQ(Make(), S_OK);
 }
 
 // What one client allows itself does not bind the server that it happens to start.
@@ -134,11 +125,10 @@ TEST(Activation, StartersLimitsDoNotEndTheServer) {
     setrlimit(RLIMIT_FSIZE, &limit);
     EXPECT_TRUE(OpenStore());
   });
-  auto store = OpenStore();
-  EXPECT_EQ(WriteModel(*store, u"Grande", std::string(1000000, 'g')), S_OK);
+  EXPECT_EQ(WriteModel(*OpenStore(), u"Grande", std::string(1000000, 'g')), S_OK);
 }
 
-// Also when somebody starts it by hand, without the runtime that takes care of descriptors.
+// Also when it is started by hand, without the runtime that takes care of descriptors.
 TEST(Activation, ServersDropWhatTheirStartersHave) {
   const Installation installation;
   Child server([] {
@@ -147,51 +137,80 @@ TEST(Activation, ServersDropWhatTheirStartersHave) {
     setrlimit(RLIMIT_CORE, &cores);
     dup2(STDERR_FILENO, 500);
     close(STDERR_FILENO);
-    execl(KESTOR_EXECUTABLE, KESTOR_EXECUTABLE, "-Embedding", nullptr);
-    return 127;
+    return StartByHand();
   });
   ASSERT_TRUE(WaitUntil([&] { return installation.ServerPid() == server.Pid(); }));
   const std::string process = "/proc/" + std::to_string(server.Pid());
   EXPECT_THAT(support::ReadFile(process + "/status"), testing::HasSubstr("Umask:\t0002"));
   EXPECT_THAT(support::ReadFile(process + "/limits"), testing::ContainsRegex("Max core file size +0 +0"));
   EXPECT_EQ(support::ReadFile(process + "/coredump_filter"), "00000000\n");
-  EXPECT_FALSE(std::filesystem::is_symlink(process + "/fd/500"));
-  EXPECT_EQ(std::filesystem::read_symlink(process + "/fd/2"), "/dev/null");
-  installation.EndServer();
+  EXPECT_FALSE(fs::is_symlink(process + "/fd/500"));
+  EXPECT_EQ(fs::read_symlink(process + "/fd/2"), "/dev/null");
+}
+
+// ---- Sharing -------------------------------------------------------------------------------------------------------
+
+// A process that finds the home served by another one ends: no client could ever reach it.
+TEST_F(RunningServer, SurplusServerEnds) {
+  EXPECT_EQ(Child(StartByHand).Wait(), 0);
+  EXPECT_EQ(ReadModel(*store_, u"None"), "0x00040001");
 }
 
 TEST(Activation, TwentyClientsAtOnceShareOneServer) {
   struct Round {
-    std::atomic<bool> begins{false};
-    std::atomic<bool> ends{false};
-    std::atomic<int> ready{0};
-    std::array<std::atomic<pid_t>, 20> servers{};
+    std::atomic<int> come{0};
+    std::atomic<int> served{0};
+    std::atomic<pid_t> server{0};
   };
-  const int rounds = support::LongTests() ? 100 : 4;
   const Installation installation;
-  for (int i = 0; i < rounds; ++i) {
+  for (int rounds = support::LongTests() ? 100 : 4; rounds > 0; --rounds) {
     const SharedMemory<Round> round;
-    std::deque<Child> clients;
-    for (std::atomic<pid_t>& server : round->servers) {
-      clients.emplace_back([&] {
-        while (!round->begins)
-          sched_yield();
-        const auto store = OpenStore();
-        server = store ? installation.ServerPid() : 0;
-        ++round->ready;
-        WaitUntil([&] { return round->ends.load(); });
-        return 0;
-      });
-    }
-    round->begins = true;
-    EXPECT_TRUE(WaitUntil([&] { return round->ready == 20; }));
-    const std::set<pid_t> servers(round->servers.begin(), round->servers.end());
-    EXPECT_EQ(servers, std::set<pid_t>{installation.ServerPid()}) << "round " << i;
-    EXPECT_EQ(installation.LiveObjects(), 20U);
-    round->ends = true;
-    clients.clear();
+    support::AtOnce(20, [&](unsigned) {
+      for (++round->come; round->come < 20;)
+        sched_yield();
+      const auto store = OpenStore();
+      ASSERT_TRUE(store);
+      const pid_t server = installation.ServerPid();
+      pid_t others = 0;
+      EXPECT_TRUE(round->server.compare_exchange_strong(others, server) || others == server);
+      ++round->served;
+      EXPECT_TRUE(WaitUntil([&] { return round->served == 20; }));
+      EXPECT_EQ(installation.ServerPid(), server);
+    });
     installation.EndServer();
   }
+}
+
+TEST_F(RunningServer, IdleConnectionsHoldUpNoClient) {
+  Child crowd([] {
+    std::deque<channel_test::RawPeer> idle;
+    for (int i = 0; i < 1000; ++i) {
+      idle.emplace_back(SocketPath());
+      if (i % 2 == 0) idle.back().Send(std::string("\x08\0\0", 3));  // half a head
+    }
+    return pause();
+  });
+  const auto descriptors = [this] { return support::Names(FolderOfDescriptors(server_)).size(); };
+  EXPECT_TRUE(WaitUntil([&] { return descriptors() > 1000; }));
+  EXPECT_EQ(WriteModel(*store_, u"Vendas", "served"), S_OK);
+  EXPECT_EQ(Make(), S_OK);
+  crowd.Kill();
+  EXPECT_TRUE(WaitUntil([&] { return descriptors() < 50; }));
+}
+
+// ---- Ending --------------------------------------------------------------------------------------------------------
+
+// A server that has lost its sockets to a cleaned folder must not take the name of its successor with it.
+TEST_F(RunningServer, EndingServerLeavesItsSuccessorsSocket) {
+  fs::remove_all(platform::Home::Current().SocketFolder());
+  auto second = OpenStore();
+  ASSERT_TRUE(second);
+  EXPECT_NE(installation_.ServerPid(), server_);
+  EXPECT_EQ(ReadModel(*store_, u"None"), "0x00040001");
+  store_.Reset();
+  EXPECT_TRUE(WaitUntil([&] { return support::HasEnded(server_); }));
+  EXPECT_TRUE(OpenStore());
+  EXPECT_EQ(ReadModel(*second, u"None"), "0x00040001");
 }
 
 TEST_F(RunningServer, KilledServerIsToldAndReplaced) {
@@ -204,82 +223,26 @@ TEST_F(RunningServer, KilledServerIsToldAndReplaced) {
   EXPECT_EQ(ReadModel(*store_, u"Vendas"), "0x800706BE");
   EXPECT_EQ(ReadModel(*store_, u"Vendas"), "0x800706BA") << "gone before the call";
 
-  auto next = OpenStore();
-  ASSERT_TRUE(next);
-  EXPECT_NE(installation_.ServerPid(), server_);
-  EXPECT_EQ(WriteModel(*next, u"Vendas", "again"), S_OK);
+  EXPECT_EQ(WriteModel(*OpenStore(), u"Vendas", "again"), S_OK);
   installation_.EndServer();
-  EXPECT_EQ(ReadModel(*next, u"Vendas"), "0x800706BA");
   EXPECT_EQ(ReadModel(*OpenStore(), u"Vendas"), "again");
 }
 
-TEST_F(RunningServer, KilledClientLeavesNothingBehind) {
-  Child client([] {
-    std::array<ComPtr<IZNPL_Relatorio2>, 50> stores;
-    for (ComPtr<IZNPL_Relatorio2>& one : stores)
-      one = OpenStore();
-    return pause();
-  });
-  EXPECT_TRUE(WaitUntil([&] { return installation_.LiveObjects() == 51; }));
-  client.Kill();
-  EXPECT_TRUE(WaitUntil([&] { return installation_.LiveObjects() == 1; }));
-  EXPECT_EQ(WriteModel(*store_, u"Vendas", "still served"), S_OK);
-  store_.Reset();
-  EXPECT_TRUE(WaitUntil([&] { return support::HasEnded(server_); }));
-}
-
-TEST(Activation, ActivationFailuresAreTold) {
-  for (const char* command : {"/nowhere/kestor", "\"/nowhere/kes tor\" x", "/bin/true"}) {
-    const Installation installation(command);
-    EXPECT_EQ(Make(), CO_E_SERVER_EXEC_FAILURE) << command;
-  }
-  const Installation nameless("");
-  EXPECT_EQ(Make(), REGDB_E_CLASSNOTREG);
-  const support::TempHome empty;
-  EXPECT_EQ(Make(), REGDB_E_CLASSNOTREG);
-}
-
-// The socket folder must be the user's own and closed to others.
-TEST_F(RunningServer, OpenSocketFolderIsRefused) {
-  const std::filesystem::path folder = platform::Home::Current().SocketFolder();
-  installation_.EndServer();
-  std::filesystem::permissions(folder, std::filesystem::perms::all);
-  EXPECT_EQ(Make(), E_ACCESSDENIED);
-  std::filesystem::permissions(folder, std::filesystem::perms::owner_all);
-  EXPECT_EQ(Make(), S_OK);
-}
+constexpr const char* kQuickServerLog = "lives";
 
 // Servers that end a moment after their last object meet clients that come at any time: every client is served.
 TEST(Activation, ClientsOfAServerThatIsShuttingDownAreServed) {
-  const Installation installation("\"" + std::filesystem::read_symlink("/proc/self/exe").string() + "\" quick-server");
+  const Installation installation("\"" + fs::read_symlink("/proc/self/exe").string() + "\" quick-server");
   support::AtOnce(2, [](unsigned i) {
     for (unsigned round = 0; round < 60; ++round) {
-      ComPtr<IZNPL_Relatorio2> store;
-      ASSERT_EQ(Make(&store), S_OK);
-      ASSERT_EQ(store->Inicializa(support::Text(u"CT"), support::Text(u"01")), S_OK);
+      auto store = OpenStore();
+      ASSERT_TRUE(store);
       ASSERT_EQ(ReadModel(*store, u"None"), "0x00040001");
       store.Reset();
       usleep((round * 977 + i * 331) % 9000);
     }
   });
   EXPECT_GE(support::ReadFile(installation.Reports() / kQuickServerLog).size(), 10U) << "servers that came and went";
-}
-
-TEST_F(RunningServer, IdleConnectionsHoldUpNobody) {
-  Child crowd([] {
-    std::deque<channel_test::RawPeer> idle;
-    for (int i = 0; i < 1000; ++i) {
-      idle.emplace_back(SocketPath());
-      if (i % 2 == 0) idle.back().Send(std::string("\x08\0\0", 3));  // half a head
-    }
-    return pause();
-  });
-  const std::string descriptors = FolderOfDescriptors(server_);
-  EXPECT_TRUE(WaitUntil([&] { return support::Names(descriptors).size() > 1000; }));
-  EXPECT_EQ(WriteModel(*store_, u"Vendas", "served"), S_OK);
-  EXPECT_EQ(Make(), S_OK);
-  crowd.Kill();
-  EXPECT_TRUE(WaitUntil([&] { return support::Names(descriptors).size() < 50; }));
 }
 
 HRESULT CreateStore(kestor::CModuloServidor& module, IUnknown*, REFIID iid, void** object) {
@@ -289,7 +252,7 @@ HRESULT CreateStore(kestor::CModuloServidor& module, IUnknown*, REFIID iid, void
 // A server that lives for some milliseconds after its last object; otherwise the product's own. It leaves a byte for
 // each of its lives.
 int RunQuickServer() {
-  std::ofstream(std::filesystem::path(platform::Home::Current().Drive('d')) / kQuickServerLog, std::ios::app) << '.';
+  std::ofstream(fs::path(platform::Home::Current().Drive('d')) / kQuickServerLog, std::ios::app) << '.';
   CoInitialize(nullptr);
   marshal::RegisterInterfaces();
   const kestor::LinhaClasse row = {CLSID_ZNPL_Relatorio2, CreateStore};
