@@ -20,6 +20,7 @@ namespace {
 bool attacked = false;
 Attack attack;
 Strike strike;
+std::size_t calls = 0;
 std::size_t allocations = 0;
 
 std::atomic<int> leftToOthers = 0;
@@ -48,8 +49,7 @@ host::Fate FateAtPlace(const host::SystemCall& call) {
 
 host::Fate Decide(const host::SystemCall& call) {
   if (attack.refusesRenaming && !ChangesNames(call.name)) return {};
-  strike.calls.push_back(call.bytes);
-  if (strike.calls.size() == attack.call) return FateAtPlace(call);
+  if (++calls == attack.call) return FateAtPlace(call);
   if (attack.refusesRenaming && std::string_view(call.name) == "renameat2") return {.error = EINVAL};
   if (strike.struck && attack.lasts) return {.error = attack.error};
   return {.error = strike.struck && call.bytes != 0 ? std::exchange(attack.errorBehind, 0) : 0};
@@ -84,7 +84,7 @@ host::Fate Judge(const host::SystemCall& call) {
 Strike Run(const Attack& how, const std::function<void()>& operation) {
   attack = how;
   strike = {};
-  allocations = 0;
+  calls = allocations = 0;
   const support::SystemCalls system(Judge);
   attacked = true;
   operation();

@@ -7,7 +7,6 @@
 #include <functional>
 #include <set>
 #include <string>
-#include <vector>
 
 namespace faults {
 
@@ -25,10 +24,9 @@ struct Attack {
 };
 
 struct Strike {
-  bool reached = false;                 // the operation came to the place
-  bool struck = false;                  // and something happened there
-  std::string call = {};                // its name
-  std::vector<std::size_t> calls = {};  // the bytes that each system call could carry
+  bool reached = false;   // the operation came to the place
+  bool struck = false;    // and something happened there
+  std::string call = {};  // its name
   // The inodes of files that were written, and of folders in which visible names changed, and that were not flushed
   // after that.
   std::set<ino_t> unflushed = {};
