@@ -211,10 +211,11 @@ TEST_F(SharingTest, AHolderIsAloneAndHasTheFileOfTheNameWhateverOthersDo) {
       const char* const name = random() % 2 == 0 ? "FILE.DAT" : "file.dat";
       const auto choice = random() % 16;
       const UINT mode = choice < 6 ? kCreateExclusive : choice < 12 ? kUpdateExclusive : kReadExclusive;
-      const LONG error = choice == 15 ? RemoveError(name)
-                         : choice == 14
-                             ? RenameError(name, name)
-                             : ErrorOf([&] { use(name, mode, static_cast<unsigned>(random()), choice < 2); });
+      const LONG error = ErrorOf([&] {
+        if (choice == 15) return CFile::Remove(name);
+        if (choice == 14) return CFile::Rename(name, name);
+        use(name, mode, static_cast<unsigned>(random()), choice < 2);
+      });
       EXPECT_TRUE(error == 0 || (choice >= 14 && (error == 2 || error == 32))) << error << " of choice " << choice;
     }
   });
