@@ -184,6 +184,25 @@ TEST_F(ReplacementTest, AHiddenNameOfTheFileItselfHindersNoWriter) {
   }
 }
 
+TEST_F(ReplacementTest, TheFileStaysWithItsGroupOrTheGroupLosesIt) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs two users";
+  constexpr gid_t kGroup = 65531;
+  for (const bool isMember : {true, false}) {
+    WriteFile(kFile, "old");
+    ASSERT_EQ(chown(kFile, kOther, kGroup), 0);
+    fs::permissions(kFile, fs::perms(0666));
+    Elsewhere([&] {
+      support::BecomeUser(kNobody, isMember ? std::vector{kGroup} : std::vector<gid_t>{});
+      Save(kFile, kCreateExclusive);
+    });
+    struct stat status {};
+    ASSERT_EQ(stat(kFile, &status), 0);
+    EXPECT_EQ(status.st_uid, kNobody);
+    EXPECT_EQ(status.st_gid, isMember ? kGroup : kNobody);
+    EXPECT_EQ(status.st_mode & 0777, isMember ? 0666U : 0606U);
+  }
+}
+
 TEST_F(ReplacementTest, LeftoversAreNeverWrittenThrough) {
   // The hidden file of a killed writer, with another name that leads to it.
   CFile writer;
