@@ -1,5 +1,4 @@
-// System calls on files, and allocations, that fail where a test wants it. This program has its own definition of the
-// place where the system's calls on files pass, and its own allocation.
+// System calls on files, and allocations, that fail where a test wants it. This program has its own allocation.
 #pragma once
 
 #include <sys/types.h>
@@ -8,32 +7,28 @@
 #include <functional>
 #include <set>
 #include <string>
-#include <vector>
 
 namespace faults {
 
 // What strikes an operation at one place. Places are numbered from 1.
 struct Attack {
-  int call = 0;          // the system call that is struck; 0: none
+  std::size_t call = 0;  // the system call that is struck; 0: none
   int error = 0;         // it fails with this errno value
-  bool lasts = false;    // and so do all behind it
+  bool lasts = false;    // and so do all after it
   std::size_t most = 0;  // or it carries so many bytes at most, if it is a reading or writing of a file
   int errorBehind = 0;   // and then the next reading or writing fails with this errno value
   bool kills = false;    // or the process is killed before it
   // The file system cannot rename without replacing. Only the calls that change names are places then.
   bool refusesRenaming = false;
-  int allocation = 0;    // the allocation that fails; 0: none
-  bool watches = false;  // nothing fails; the system calls are noted
+  std::size_t allocation = 0;  // the allocation that fails; 0: none
 };
 
 struct Strike {
-  bool reached = false;  // the operation came to the place
-  bool struck = false;   // and something happened there
-  std::string call;      // its name
-  // The bytes that each system call could carry.
-  std::vector<std::size_t> calls = {};
+  bool reached = false;   // the operation came to the place
+  bool struck = false;    // and something happened there
+  std::string call = {};  // its name
   // The inodes of files that were written, and of folders in which visible names changed, and that were not flushed
-  // behind that.
+  // after that.
   std::set<ino_t> unflushed = {};
 };
 
@@ -42,7 +37,6 @@ Strike Run(const Attack& attack, const std::function<void()>& operation);
 
 // The `place`-th allocation of all other threads from now on fails, counted from 1.
 void StrikeOtherThreads(int place);
-// No longer. True when one has failed.
-bool LeaveOtherThreads();
+bool LeaveOtherThreads();  // no longer; true when one has failed
 
 }  // namespace faults

@@ -1,20 +1,20 @@
 #include "operations.h"
 
-#include <chrono>
+#include <cstdlib>
 #include <cstring>
 
 #include "../document/document_fixture.h"
-#include "../store/store_fixture.h"
 #include "document/rel_converte.h"
 
 namespace {
 
+namespace fs = std::filesystem;
+
 using kestor::ResultCode;
 using support::Text;
 
-std::u16string Wide(const std::string& name) {
-  return text::Utf8ToUtf16(name);
-}
+// Thousands of homes are made: they lie in memory where that can be.
+const bool inMemory = fs::is_directory("/dev/shm") && setenv("TMPDIR", "/dev/shm", 0) == 0;
 
 std::string Fields(IZNPL_Relatorio2& store) {
   REG_CAMPOS_DISPONIVEIS2* fields = nullptr;
@@ -28,17 +28,14 @@ std::string Fields(IZNPL_Relatorio2& store) {
 std::string Fields(IZNPL_Rel& rel) {
   LONG count = 0;
   const HRESULT result = rel.BuscaQdeCamposArquivo(&count);
-  if (result != S_OK) return ResultCode(result);
-  std::vector<tagREG_CAMPOS_RELATORIO> fields(static_cast<std::size_t>(count));
-  const HRESULT handing = rel.BuscaCampos(count, fields.data());
-  return ResultCode(handing) + " " + std::to_string(count) + fields.at(0).cApelido;
+  return ResultCode(result) + (result == S_OK ? " " + std::to_string(count) : "");
 }
 
 std::string Names(IZNPL_Rel& rel) {
   BSTR names = nullptr;
   const HRESULT result = rel.BuscaNomeRelatoriosExistentes(&names);
   const OwnedBstr owner(names);
-  return ResultCode(result) + " " + (names == nullptr ? "" : text::Utf16ToUtf8({names, SysStringLen(names)}));
+  return ResultCode(result) + " " + text::Utf16ToUtf8({names, SysStringLen(names)});
 }
 
 std::string Settings(IZNPL_Rel& rel, const std::u16string& name) {
@@ -85,32 +82,21 @@ std::string SaveFilter(IZNPL_Rel& rel, const std::u16string& name, std::uint16_t
   return ResultCode(rel.GravaFiltroRelatorio(Text(name), &filter));
 }
 
-std::string Update(IZNPL_Rel& rel, const std::u16string& name) {
-  REG_ATUALIZACAO_RELATORIO columns[2] = {{"Data & hora", 77}, {"Valor", 33}};
-  return ResultCode(rel.AtualizaRelatorio(Text(name), 11, 22, 2, columns));
-}
-
-LegacyModel Columns() {
+// A model of the first generation; with many columns it is longer than what the migration's buffers begin with.
+std::string FirstGeneration(int layout, std::size_t columns) {
   LegacyModel model;
   model.header = "Head";
-  model.columns = {{205, 10, 'D'}, {310, 20, 'E'}};
+  model.columns.assign(columns, {205, 10, 'D'});
+  model.columns.push_back({310, 20, 'E'});
   model.filters = {{205, 1, 4, "10"}};
   model.keys = {{205, 1}};
-  return model;
-}
-
-// Longer than what the migration's buffers begin with.
-LegacyModel ManyColumns() {
-  LegacyModel model = Columns();
-  model.columns.assign(60, {205, 10, 'D'});
-  return model;
+  return LegacyContent(model, layout).bytes;
 }
 
 std::string Document(const std::string& name) {
   kestor::CDocRelatorio document;
   document.nome = name;
-  for (int i = 0; i < 20; ++i)
-    document.camposEscolhidos.campos.push_back({205, "title", "", 10, 'E', 'A', false, 0});
+  document.camposEscolhidos.campos.assign(20, {205, "title", "", 10, 'E', 'A', false, 0});
   document.ordenacao.campos.push_back({205, 0});
   return std::string("\1\0", 2) + Content(document);
 }
@@ -121,7 +107,7 @@ Station::Station() {
   Put("CT01Vendas.RXL", Document("Vendas"));
   Put("CT01Compras.RXL", Document("Compras"));
   Put("CT01Demo.RXL", "\1\1demonstration");
-  Put("CT01Antigo.REL", LegacyContent(Columns(), 0).bytes);
+  Put("CT01Antigo.REL", FirstGeneration(0, 1));
   Reconnect();
   EXPECT_EQ(Delete(*store_, u"Demo", Model::demonstration) + SetDefault(*store_, u"Vendas") +
                 SaveSettings(*rel_, u"Antigo") + SaveFilter(*rel_, u"Antigo", 2),
@@ -132,18 +118,16 @@ Station::Station() {
 }
 
 void Station::Renew(const Operation& operation) {
-  std::filesystem::remove_all(Reports());
-  std::filesystem::create_directory(Reports());
+  fs::remove_all(Reports());
+  fs::create_directory(Reports());
   for (const auto& [name, bytes] : files_)
     Put(name, bytes);
-  operation.prepare(*this);
+  if (operation.prepare) operation.prepare(*this);
   Reconnect();
 }
 
 void Station::Reconnect() {
-  store_.Reset();
   migrating_ = NewStore();
-  converter_.Reset();
   CreateStore(counter_, IID_IZNPL_Relatorio2, store_.OutVoid());
   kestor::CRelConverte::Cria<kestor::CRelConverte>(IID_IZNPL_RelConverte, converter_.OutVoid(), counter_, CreateStore);
   EXPECT_EQ(store_->Inicializa(Text(u"CT"), Text(u"01")), S_OK);
@@ -151,9 +135,7 @@ void Station::Reconnect() {
 }
 
 State Station::Seen() {
-  ComPtr<IZNPL_Relatorio2> store;
-  CreateStore(counter_, IID_IZNPL_Relatorio2, store.OutVoid());
-  store->Inicializa(Text(u"CT"), Text(u"01"));
+  const ComPtr<IZNPL_Relatorio2> store = StoreTest::ReadyStore();
   const Rel rel = ReadyRel();
   State seen = {{"list", Listed(*store)}, {"first generation", ::Names(*rel)}};
   for (const std::string& file : support::Names(Reports())) {
@@ -162,12 +144,12 @@ State Station::Seen() {
   return seen;
 }
 
-std::string Station::Content(const std::string& file, IZNPL_Relatorio2& store, IZNPL_Rel& rel) const {
+std::string Station::Content(const std::string& file, IZNPL_Relatorio2& store, IZNPL_Rel& rel) {
   // A file without a name in it says the same as none.
   const std::string names = file == "ZNRELPAD.DAT" ? Default(store) : file == "ZNRELDEL.DAT" ? Deleted(store) : "";
   if (file.starts_with("ZNREL")) return names == "(null)" ? "" : names;
   if (!file.starts_with("CT01")) return file;
-  const std::u16string name = Wide(file.substr(4, file.find('.') - 4));
+  const std::u16string name = text::Utf8ToUtf16(file.substr(4, file.find('.') - 4));
   if (file.ends_with(".RXL")) {
     USHORT version = 0;
     const std::string content = support::ReadModel(store, name, &version);
@@ -184,162 +166,133 @@ std::vector<std::string> Station::HiddenFiles() const {
   return hidden;
 }
 
-void Station::AgeHiddenFiles() const {
-  for (const std::string& name : HiddenFiles())
-    std::filesystem::last_write_time(Reports() / name,
-                                     std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
-}
-
 const std::vector<Operation>& Station::Operations() {
   using S = Station;
-  using Names = std::vector<std::string>;
-  const auto asItIs = [](S&) {};
+  using Names = Operation::Beginnings;
   const auto without = [](const Names& files) {
     return [files](S& s) {
       for (const std::string& file : files)
-        s.Remove(file);
+        fs::remove(s.Reports() / file);
     };
   };
   // The second call finds what the first one left: its content is the same.
-  const auto saves = [](const char16_t* name, int flags) {
-    return [=](S& s) {
-      return ResultCode(support::WriteModel(*s.store_, name, "new content", 7, static_cast<unsigned char>(flags)));
-    };
+  const auto saves = [](const char16_t* name, unsigned char flags = 0) {
+    return [=](S& s) { return ResultCode(support::WriteModel(*s.store_, name, "new content", 7, flags)); };
   };
   const auto reads = [](const char16_t* name) { return [=](S& s) { return support::ReadModel(*s.store_, name); }; };
-  const auto deletes = [](const char16_t* name, Model kind) {
-    return [=](S& s) {
-      char deleted = 7;
-      const HRESULT result = s.store_->ExcluiRelatorio(Text(name), kind == Model::demonstration ? 1 : 0, &deleted);
-      EXPECT_EQ(deleted, result == S_OK ? 1 : 0);
-      return ResultCode(result);
-    };
+  const auto deletes = [](const char16_t* name, Model kind = Model::usual) {
+    return [=](S& s) { return Delete(*s.store_, name, kind); };
   };
-  const auto sets = [](const char16_t* name) {
-    return [=](S& s) {
-      return ResultCode(name == nullptr ? s.store_->SetRelatorioPadrao(nullptr)
-                                        : s.store_->SetRelatorioPadrao(Text(name)));
-    };
-  };
+  const auto sets = [](const char16_t* name) { return [=](S& s) { return SetDefault(*s.store_, name); }; };
   const auto savesRel = [](const char16_t* name, bool overwrite) {
     return [=](S& s) { return Write(*s.rel_, name, "new content", overwrite); };
   };
-
-  const auto renumbers = [](S& s) {
-    REL_CODIGO_CAMPOS_ALTERADOS pair = {205, 310};
-    return ResultCode(s.converter_->AlteraCodigoCampos(Text(u"CT"), Text(u"01"), 1, &pair));
+  const auto savesSettings = [](const char16_t* name) { return [=](S& s) { return SaveSettings(*s.rel_, name); }; };
+  const auto savesFilter = [](const char16_t* name, std::uint16_t entries) {
+    return [=](S& s) { return SaveFilter(*s.rel_, name, entries); };
   };
   const auto deletesRel = [](const char16_t* name) {
     return [=](S& s) { return ResultCode(s.rel_->ExcluiRelatorio(Text(name))); };
   };
+  const auto clears = [](S& s) { return ResultCode(s.store_->SetRelatorioPadrao(nullptr)); };
+  const auto renumbers = [](S& s) {
+    REL_CODIGO_CAMPOS_ALTERADOS pair = {205, 310};
+    return ResultCode(s.converter_->AlteraCodigoCampos(Text(u"CT"), Text(u"01"), 1, &pair));
+  };
+  const auto migrates = [](S& s) { return ResultCode(s.migrating_->Inicializa(Text(u"CT"), Text(u"01"))); };
+  const auto savesUnasked = [](S& s) {
+    unsigned char bytes[] = "new content";
+    return ResultCode(s.rel_->GravaRelatorioSemCallBack(Text(u"Antigo"), 1, sizeof bytes, bytes));
+  };
+  const auto updates = [](S& s) {
+    REG_ATUALIZACAO_RELATORIO columns[2] = {{"Data & hora", 77}, {"Valor", 33}};
+    return ResultCode(s.rel_->AtualizaRelatorio(Text(u"Antigo"), 11, 22, 2, columns));
+  };
+  const auto ofAllLayouts = [](S& s) {
+    for (int layout = 0; layout < 4; ++layout) {
+      const std::string name = "CT01L" + std::to_string(layout);
+      s.Put(name + ".REL", FirstGeneration(layout, 60));
+      s.Put(name + ".REE", s.files_["CT01Antigo.REE"]);
+    }
+    s.Put("CT01Vendas.REL", FirstGeneration(0, 1));
+  };
+  // It is stored under the name that the document bears, which another model has.
+  const auto withACopy = [](S& s) { s.Put("CT01Copia.RXL", Document("Compras")); };
+  const auto withOldSettings = [](S& s) { s.Put("CT01Antigo.REE", "old" + std::string(609, '\0')); };
 
+  const auto withoutDeleted = without({"ZNRELDEL.DAT", "ZNCTLARQ.DAT"});
   const Names service = {"0x80043", "0x8007", "0x80010105"};
   const Names noSaving = {"0x80040005"};
   const Names noReading = {"0x00040001", "0x80040002"};
   const Names noSavingRel = {"0x80040005", "0x80040006"};
+  const Names noFields = {"0x80040001", "0x80040002"};
+  const Names noDefault = {"0x80043", "0x00000001"};
+  const Names noFilter = {"0x80043", "0x80040005"};
+  const auto demonstration = Model::demonstration;
+  const unsigned char checks = KESTOR_VerificarModelosDemoExcluidos;
+  const unsigned char mustBeNew = KESTOR_NaoSobreescrever;
   static const std::vector<Operation> operations = {
-      {"Grava, new", asItIs, saves(u"Novo", 0), noSaving},
-      {"Grava, over an old one", asItIs, saves(u"Vendas", 0), noSaving},
-      {"Grava, in another letter case", asItIs, saves(u"VENDAS", 0), noSaving},
-      {"Grava, must be new", asItIs, saves(u"Novo", KESTOR_NaoSobreescrever), noSaving},
-      {"Grava, must be new and is not", asItIs, saves(u"Vendas", KESTOR_NaoSobreescrever), noSaving},
-      {"Grava, checked", asItIs, saves(u"Novo", KESTOR_VerificarModelosDemoExcluidos), noSaving},
+      {"Grava, new", saves(u"Novo"), noSaving},
+      {"Grava, over an old one", saves(u"Vendas"), noSaving},
+      {"Grava, in another letter case", saves(u"VENDAS"), noSaving},
+      {"Grava, must be new", saves(u"Novo", mustBeNew), noSaving},
+      {"Grava, must be new and is not", saves(u"Vendas", mustBeNew), noSaving},
+      {"Grava, checked", saves(u"Novo", checks), noSaving},
       // A list that cannot be read holds nothing up.
-      {"Grava, a deleted demonstration",
-       asItIs,
-       saves(u"Demo", KESTOR_VerificarModelosDemoExcluidos),
-       {"0x80040005", "0x00000000"},
-       {},
-       {"CT01DEMO.RXL"}},
-      {"Le", asItIs, reads(u"Vendas"), noReading},
-      {"Le, in another letter case", asItIs, reads(u"vendas.rxl"), noReading},
-      {"GetNomeRelatorios",
-       asItIs,
-       [](S& s) { return Listed(*s.store_); },
-       {"(null)", "Compras,Demo,Vendas,", "0x8007"}},
-      {"GetNomeRelatoriosDemonstracaoExcluidos", asItIs, [](S& s) { return Deleted(*s.store_); }, service},
-      {"GetNomeRelatoriosDemonstracaoExcluidos, first", without({"ZNRELDEL.DAT", "ZNCTLARQ.DAT"}),
-       [](S& s) { return Deleted(*s.store_); }, service},
-      {"ExcluiRelatorio", asItIs, deletes(u"Compras", Model::usual), service},
-      {"ExcluiRelatorio, a demonstration", asItIs, deletes(u"Compras", Model::demonstration), service, {"ZNRELDEL"}},
+      {.name = "Grava, a deleted demonstration",
+       .call = saves(u"Demo", checks),
+       .failures = {"0x80040005", "0x00000000"},
+       .otherwise = {"CT01DEMO.RXL"}},
+      {"Le", reads(u"Vendas"), noReading},
+      {"Le, in another letter case", reads(u"vendas.rxl"), noReading},
+      {"GetNomeRelatorios", [](S& s) { return Listed(*s.store_); }, {"(null)", "Compras,Demo,Vendas,", "0x8007"}},
+      {"GetNomeRelatoriosDemonstracaoExcluidos", [](S& s) { return Deleted(*s.store_); }, service},
+      {"GetNomeRelatoriosDemonstracaoExcluidos, first", [](S& s) { return Deleted(*s.store_); }, service,
+       withoutDeleted},
+      {"ExcluiRelatorio", deletes(u"Compras"), service},
+      {"ExcluiRelatorio, the default", deletes(u"Vendas"), service, {}, {"ZNRELPAD"}},
+      {"ExcluiRelatorio, a demonstration", deletes(u"Compras", demonstration), service, {}, {"ZNRELDEL"}},
       {"ExcluiRelatorio, the first demonstration",
-       without({"ZNRELDEL.DAT", "ZNCTLARQ.DAT"}),
-       deletes(u"Compras", Model::demonstration),
+       deletes(u"Compras", demonstration),
        service,
+       withoutDeleted,
        {"ZNRELDEL"}},
-      {"ExcluiRelatorio, the default", asItIs, deletes(u"Vendas", Model::usual), service, {"ZNRELPAD"}},
-      {"GetRelatorioPadrao", asItIs, [](S& s) { return Default(*s.store_); }, service},
-      {"GetRelatorioPadrao, first", without({"ZNRELPAD.DAT"}), [](S& s) { return Default(*s.store_); }, service},
-      {"SetRelatorioPadrao, first",
-       without({"ZNRELPAD.DAT", "ZNCTLARQ.DAT"}),
-       sets(u"Compras"),
-       {"0x80043", "0x00000001"}},
-      {"SetRelatorioPadrao, in place", asItIs, sets(u"Compras"), {"0x80043", "0x00000001"}, {}, {}, false, "lseek"},
-      {"SetRelatorioPadrao of none", asItIs, sets(u"Nada"), service},
-      {"SetRelatorioPadrao, clearing", asItIs, sets(nullptr), service, {}, {}, false, "lseek"},
-      {"GetCamposDisponiveis", asItIs, [](S& s) { return Fields(*s.store_); }, {"0x80040001", "0x80040002"}},
-      {"Inicializa with models of all layouts",
-       [](S& s) {
-         for (int layout = 0; layout < 4; ++layout) {
-           s.Put("CT01L" + std::to_string(layout) + ".REL", LegacyContent(ManyColumns(), layout).bytes);
-           s.Put("CT01L" + std::to_string(layout) + ".REE", s.files_["CT01Antigo.REE"]);
-         }
-         s.Put("CT01Vendas.REL", LegacyContent(Columns(), 0).bytes);
-       },
-       [](S& s) { return ResultCode(s.migrating_->Inicializa(Text(u"CT"), Text(u"01"))); },
-       {"0x80043"},
-       {""},
-       {"list", "first generation"},
-       true},
-      {"AlteraCodigoCampos", asItIs, renumbers, {"0x80043"}, {""}},
-      // It is stored under the name that the document bears, which another model has.
-      {"AlteraCodigoCampos, a copied document",
-       [](S& s) { s.Put("CT01Copia.RXL", Document("Compras")); },
-       renumbers,
-       {"0x80043"},
-       {""}},
-      {"BuscaQdeCamposArquivo", asItIs, [](S& s) { return Fields(*s.rel_); }, {"0x80040001", "0x80040002"}},
-      {"BuscaTamanhoRelatorio", asItIs, [](S& s) { return Read(*s.rel_, u"Antigo"); }, noReading},
-      {"GravaRelatorio, new", asItIs, savesRel(u"Outro", true), noSavingRel},
-      {"GravaRelatorio, over an old one", asItIs, savesRel(u"Antigo", true), noSavingRel},
-      {"GravaRelatorio, must be new", asItIs, savesRel(u"Outro", false), noSavingRel},
-      {"GravaRelatorio, must be new and is not", asItIs, savesRel(u"Antigo", false), noSavingRel},
-      {"BuscaNomeRelatoriosExistentes", asItIs, [](S& s) { return ::Names(*s.rel_); }, {"0x00040008"}},
+      {"GetRelatorioPadrao", [](S& s) { return Default(*s.store_); }, service},
+      {"GetRelatorioPadrao, first", [](S& s) { return Default(*s.store_); }, service, without({"ZNRELPAD.DAT"})},
+      {"SetRelatorioPadrao, first", sets(u"Compras"), noDefault, without({"ZNRELPAD.DAT", "ZNCTLARQ.DAT"})},
+      {.name = "SetRelatorioPadrao, in place", .call = sets(u"Compras"), .failures = noDefault, .unnoticed = "lseek"},
+      {"SetRelatorioPadrao of none", sets(u"Nada"), service},
+      {.name = "SetRelatorioPadrao, clearing", .call = clears, .failures = service, .unnoticed = "lseek"},
+      {"GetCamposDisponiveis", [](S& s) { return Fields(*s.store_); }, noFields},
+      {.name = "Inicializa with models of all layouts",
+       .call = migrates,
+       .failures = {"0x80043"},
+       .prepare = ofAllLayouts,
+       .untold = {""},
+       .otherwise = {"list", "first generation"},
+       .migrates = true},
+      {"AlteraCodigoCampos", renumbers, {"0x80043"}, {}, {""}},
+      {"AlteraCodigoCampos, a copied document", renumbers, {"0x80043"}, withACopy, {""}},
+      {"BuscaQdeCamposArquivo", [](S& s) { return Fields(*s.rel_); }, noFields},
+      {"BuscaTamanhoRelatorio", [](S& s) { return Read(*s.rel_, u"Antigo"); }, noReading},
+      {"GravaRelatorio, new", savesRel(u"Outro", true), noSavingRel},
+      {"GravaRelatorio, over an old one", savesRel(u"Antigo", true), noSavingRel},
+      {"GravaRelatorio, must be new", savesRel(u"Outro", false), noSavingRel},
+      {"GravaRelatorio, must be new and is not", savesRel(u"Antigo", false), noSavingRel},
+      {"BuscaNomeRelatoriosExistentes", [](S& s) { return ::Names(*s.rel_); }, {"0x00040008"}},
       // Files that cannot be deleted are passed over.
-      {"ExcluiRelatorio, first generation", asItIs, deletesRel(u"Antigo"), {}, {""}},
-      {"ExcluiRelatorio, one file of the first generation", asItIs, deletesRel(u"Antigo.REE"), {}, {""}},
-      {"GravaRelatorioSemCallBack", asItIs,
-       [](S& s) {
-         unsigned char bytes[] = "new content";
-         return ResultCode(s.rel_->GravaRelatorioSemCallBack(Text(u"Antigo"), 1, sizeof bytes, bytes));
-       },
-       noSavingRel},
-      {"AtualizaRelatorio",
-       asItIs,
-       [](S& s) { return Update(*s.rel_, u"Antigo"); },
-       {"0x00040001", "0x80040001", "0x80040002", "0x80040005"}},
-      {"GravaDadosExportacaoDoRelatorio, new", asItIs, [](S& s) { return SaveSettings(*s.rel_, u"Outro"); }, noSaving},
-      {"GravaDadosExportacaoDoRelatorio, over old ones",
-       [](S& s) { s.Put("CT01Antigo.REE", "old" + std::string(609, '\0')); },
-       [](S& s) { return SaveSettings(*s.rel_, u"Antigo"); }, noSaving},
-      {"BuscaDadosExportacaoDoRelatorio", asItIs, [](S& s) { return Settings(*s.rel_, u"Antigo"); }, {"0x80040002"}},
-      {"GravaFiltroRelatorio, new",
-       asItIs,
-       [](S& s) { return SaveFilter(*s.rel_, u"Outro", 3); },
-       {"0x80043", "0x80040005"}},
-      {"GravaFiltroRelatorio, the first one",
-       without({"CT01ANTIGO.REF", "ZNCTLARQ.DAT"}),
-       [](S& s) { return SaveFilter(*s.rel_, u"Antigo", 3); },
-       {"0x80043", "0x80040005"}},
-      {"GravaFiltroRelatorio, longer",
-       asItIs,
-       [](S& s) { return SaveFilter(*s.rel_, u"Antigo", 3); },
-       {"0x80043", "0x80040005"}},
-      {"GravaFiltroRelatorio, shorter",
-       asItIs,
-       [](S& s) { return SaveFilter(*s.rel_, u"Antigo", 1); },
-       {"0x80043", "0x80040005"}},
-      {"LeFiltroRelatorio", asItIs, [](S& s) { return Filter(*s.rel_, u"Antigo"); }, {"0x80043", "0x80040002"}},
+      {"ExcluiRelatorio, first generation", deletesRel(u"Antigo"), {}, {}, {""}},
+      {"ExcluiRelatorio, one file of the first generation", deletesRel(u"Antigo.REE"), {}, {}, {""}},
+      {"GravaRelatorioSemCallBack", savesUnasked, noSavingRel},
+      {"AtualizaRelatorio", updates, {"0x00040001", "0x80040001", "0x80040002", "0x80040005"}},
+      {"GravaDadosExportacaoDoRelatorio, new", savesSettings(u"Outro"), noSaving},
+      {"GravaDadosExportacaoDoRelatorio, over old ones", savesSettings(u"Antigo"), noSaving, withOldSettings},
+      {"BuscaDadosExportacaoDoRelatorio", [](S& s) { return Settings(*s.rel_, u"Antigo"); }, {"0x80040002"}},
+      {"GravaFiltroRelatorio, new", savesFilter(u"Outro", 3), noFilter},
+      {"GravaFiltroRelatorio, first", savesFilter(u"Antigo", 3), noFilter, without({"CT01ANTIGO.REF", "ZNCTLARQ.DAT"})},
+      {"GravaFiltroRelatorio, longer", savesFilter(u"Antigo", 3), noFilter},
+      {"GravaFiltroRelatorio, shorter", savesFilter(u"Antigo", 1), noFilter},
+      {"LeFiltroRelatorio", [](S& s) { return Filter(*s.rel_, u"Antigo"); }, {"0x80043", "0x80040002"}},
   };
   return operations;
 }

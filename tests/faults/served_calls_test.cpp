@@ -1,7 +1,5 @@
 // Calls of other processes while the server's memory runs out, at each of its allocations in turn: the client is told,
 // or has what it asked for; the server lives, and serves the next one.
-#include <gtest/gtest.h>
-
 #include "channel/server_thread.h"
 #include "faults.h"
 #include "marshal/payloads.h"
@@ -11,39 +9,25 @@
 namespace {
 
 using channel::Connection;
-using payloads::Method;
-using payloads::Payload;
 
 class ServedCallsTest : public testing::Test {
  protected:
-  std::unique_ptr<Connection> Open(const Method& method, HRESULT* created) const {
-    std::unique_ptr<Connection> connection;
+  using Connected = std::unique_ptr<Connection>;
+  using Outcome = std::pair<HRESULT, std::string>;
+
+  HRESULT Open(const IID& iid, Connected* connection) const {
     channel::Decoder answer;
-    const auto outcome =
-        Connection::Open(socket_, channel::FrameType::create, &method.iid, sizeof method.iid, 30, &connection, &answer);
-    *created = outcome == Connection::Outcome::ok ? static_cast<HRESULT>(answer.U32()) : rpc::kCallFailed;
-    return connection;
+    const auto opened =
+        Connection::Open(socket_, channel::FrameType::create, &iid, sizeof iid, 30, connection, &answer);
+    return opened == Connection::Outcome::ok ? static_cast<HRESULT>(answer.U32()) : rpc::kCallFailed;
   }
 
-  struct Outcome {
-    HRESULT result;
-    std::string answer;
-    bool operator==(const Outcome&) const = default;
-  };
-
-  static Outcome Call(Connection& connection, const Method& method, const std::string& request) {
-    connection.BeginCall(method.slot).Bytes(request.data(), request.size());
+  static Outcome Call(Connection& connection, std::uint16_t slot, const std::string& request) {
+    connection.BeginCall(slot).Bytes(request.data(), request.size());
     channel::Decoder out;
     const HRESULT result = connection.Exchange(&out);
     const std::size_t bytes = out.Left();
     return {result, std::string(reinterpret_cast<const char*>(out.Bytes(bytes)), bytes)};
-  }
-
-  // The answer is what it is without an attack, or tells of the lack of memory.
-  static void ExpectTold(const Outcome& outcome, const Outcome& undisturbed, const std::string& where) {
-    if (outcome == undisturbed) return;
-    EXPECT_EQ(outcome.result, E_OUTOFMEMORY) << where;
-    EXPECT_EQ(outcome.answer, "") << where;
   }
 
   support::TempFolder folder_;
@@ -55,45 +39,32 @@ class ServedCallsTest : public testing::Test {
 TEST_F(ServedCallsTest, EachAllocationFails) {
   int struck = 0;
   for (const LONG count : {LONG{3}, LONG{65535}}) {
-    recorder::Content content = {.count = count};
+    const recorder::Content content = {.count = count};
     recorders_.script.answer = content;
-    for (const Method& method : payloads::Methods()) {
-      const std::string request = Payload(method.request, content);
-      HRESULT created = S_OK;
-      const Outcome undisturbed = Call(*Open(method, &created), method, request);
-      ASSERT_EQ(undisturbed.result, S_OK) << method.name;
+    for (const payloads::Method& method : payloads::Methods()) {
+      const std::string request = payloads::Payload(method.request, content);
+      Connected connection;
+      ASSERT_EQ(Open(method.iid, &connection), S_OK);
+      const Outcome undisturbed = Call(*connection, method.slot, request);
+      ASSERT_EQ(undisturbed.first, S_OK) << method.name;
       bool strikes = true;
       for (int place = 1; strikes; ++place) {
-        const std::string where = method.name + ", allocation " + std::to_string(place);
-        const auto connection = Open(method, &created);
-        ASSERT_EQ(created, S_OK) << where;
+        SCOPED_TRACE(method.name + ", allocation " + std::to_string(place));
         faults::StrikeOtherThreads(place);
-        const Outcome outcome = Call(*connection, method, request);
+        const HRESULT opened = Open(method.iid, &connection);
+        const Outcome outcome = opened == S_OK ? Call(*connection, method.slot, request) : Outcome(opened, "");
         strikes = faults::LeaveOtherThreads();
-        ExpectTold(outcome, undisturbed, where);
-        EXPECT_TRUE(Call(*connection, method, request) == undisturbed) << where << ": the next call";
         if (strikes) ++struck;
+        // What cannot be opened may also be sent away without a word.
+        const bool isTold = outcome == Outcome(E_OUTOFMEMORY, "") || opened == rpc::kCallFailed;
+        EXPECT_TRUE(outcome == undisturbed || isTold) << outcome.first;
+        ASSERT_EQ(opened == S_OK ? opened : Open(method.iid, &connection), S_OK);
+        EXPECT_TRUE(Call(*connection, method.slot, request) == undisturbed) << "the next call";
       }
     }
   }
   std::printf("faults: calls of other processes: %zu methods, %d allocations that fail\n", payloads::Methods().size(),
               struck);
-  EXPECT_TRUE(support::WaitUntil([&] { return recorders_.script.objects == 0; }));
-}
-
-// Who comes while memory is lacking is told so or sent away, and can come again.
-TEST_F(ServedCallsTest, OpeningsFail) {
-  const Method& method = payloads::Methods().front();
-  HRESULT created = S_OK;
-  bool strikes = true;
-  for (int place = 1; strikes; ++place) {
-    faults::StrikeOtherThreads(place);
-    Open(method, &created);
-    strikes = faults::LeaveOtherThreads();
-    EXPECT_TRUE(created == S_OK || created == E_OUTOFMEMORY || created == rpc::kCallFailed) << created;
-    Open(method, &created);
-    EXPECT_EQ(created, S_OK) << "allocation " << place;
-  }
   EXPECT_TRUE(support::WaitUntil([&] { return recorders_.script.objects == 0; }));
 }
 

@@ -1,52 +1,43 @@
-// What a path leads to: letter case, refused names, error numbers.
+// What a path leads to: letter case, refused names, error numbers, wild-card search.
 #include <sys/inotify.h>
 #include <sys/stat.h>
 
 #include <chrono>
-#include <gtest/gtest.h>
 #include <map>
 #include <thread>
 
-#include "opening_modes.h"
-#include "support/elsewhere.h"
-
-namespace fs = std::filesystem;
-using support::Elsewhere;
-using support::ReadFile;
-using support::WriteFile;
-using Names = std::vector<std::string>;
+#include "fixture.h"
 
 namespace {
 
-class NamesTest : public testing::Test {
- protected:
-  NamesTest() { fs::current_path(home_.Home() / "work"); }
-  ~NamesTest() override { fs::current_path("/"); }
+using NamesTest = FilesTest;
 
-  // Or the error number when it cannot be opened.
-  static std::string Content(const std::string& path) {
-    CFile file;
-    const LONG error = OpenError(&file, path.c_str(), kReadShared);
-    return error == 0 ? ContentOf(&file) : std::to_string(error);
-  }
+// Or the error number when it cannot be opened.
+std::string Content(const std::string& path) {
+  CFile file;
+  const LONG error = OpenError(&file, path.c_str(), kReadShared);
+  return error == 0 ? ContentOf(&file) : std::to_string(error);
+}
 
-  static LONG RenameError(const char* from, const char* to) {
-    return ErrorOf([&] { CFile::Rename(from, to); });
-  }
+// Folders with a slash in front.
+Names Find(const std::string& pattern) {
+  Names names;
+  _finddata_t found;
+  const std::intptr_t search = _findfirst(pattern.c_str(), &found);
+  for (bool isThere = search != -1; isThere; isThere = _findnext(search, &found) == 0)
+    names.push_back((found.attrib == FILE_ATTRIBUTE_DIRECTORY ? "/" : "") + std::string(found.name));
+  if (search != -1) _findclose(search);
+  return names;
+}
 
-  static LONG RemoveError(const char* path) {
-    return ErrorOf([&] { CFile::Remove(path); });
-  }
-
-  support::TempHome home_;
-};
-
-}  // namespace
+void Make(const Names& names) {
+  for (const std::string& name : names)
+    WriteFile(name, name);
+}
 
 TEST_F(NamesTest, RefusedAndMissingPathsHaveTheirNumbers) {
-  fs::create_directory(home_.Data() / "Dir");
-  WriteFile(home_.Data() / "Dir" / "A.TXT", "a");
-  WriteFile("R.TXT", "r");
+  fs::create_directory("Dir");
+  Make({"Dir/A.TXT", "R.TXT"});
   const std::map<LONG, Names> pathsOfErrors = {
       {0,
        {"D:\\Dir\\A.TXT", "d:/dir/a.txt", "D:\\Dir\\\\A.TXT", "D:\\Dir\\A.TXT. . ", "D:\\Dir. \\A.TXT", "D:Dir\\A.TXT",
@@ -65,9 +56,9 @@ TEST_F(NamesTest, RefusedAndMissingPathsHaveTheirNumbers) {
     for (const std::string& path : paths)
       EXPECT_EQ(OpenError(path.c_str(), kReadShared), error) << path;
   }
-  EXPECT_EQ(OpenError("NEW.TXT", CFile::modeWrite | CFile::modeReadWrite), 87);
-  for (const UINT flag : {files::nameAsGiven, files::mustBeNew, files::wholeUpdate})
-    EXPECT_EQ(OpenError("NEW.TXT", kUpdateExclusive | flag), 87);
+  for (const UINT flags : {UINT{CFile::modeWrite | CFile::modeReadWrite}, kUpdateExclusive | files::nameAsGiven,
+                           kUpdateExclusive | files::mustBeNew, kUpdateExclusive | files::wholeUpdate})
+    EXPECT_EQ(OpenError("NEW.TXT", flags), 87) << flags;
   EXPECT_EQ(RemoveError(nullptr), 3);
   CFileException failure;
   EXPECT_FALSE(CFile().Open("D:\\NONE.DAT", kReadShared, &failure));
@@ -78,20 +69,17 @@ TEST_F(NamesTest, RefusedAndMissingPathsHaveTheirNumbers) {
 }
 
 TEST_F(NamesTest, LetterCaseDoesNotMatterInAnyComponent) {
-  const fs::path folder = home_.Data() / "Relat\u00f3rios" / "ANO";
-  fs::create_directories(folder);
-  WriteFile(folder / "CT01\u00c9t\u00e9.rxl", "summer");
+  fs::create_directories("Relat\u00f3rios/ANO");
+  WriteFile("Relat\u00f3rios/ANO/CT01\u00c9t\u00e9.rxl", "summer");
   EXPECT_EQ(Content("D:\\RELAT\xD3RIOS\\ano\\ct01\xE9T\xC9.RXL"), "summer");
-
   EXPECT_EQ(OpenError("d:\\relat\xF3rios\\Ano\\\x8Apela.dat", kUpdateExclusive), 0);
-  EXPECT_EQ(support::Names(folder), (Names{"CT01\u00c9t\u00e9.rxl", "\u0160pela.dat"}));
+  EXPECT_EQ(support::Names("Relat\u00f3rios/ANO"), (Names{"CT01\u00c9t\u00e9.rxl", "\u0160pela.dat"}));
   std::string host;
   EXPECT_EQ(files::HostPath("D:\\RELAT\xD3RIOS\\ano\\New\\x", &host), 0u);
   EXPECT_TRUE(host.ends_with("/Relat\u00f3rios/ANO/New/x")) << host;
 
   // The exact name wins, then the first in byte order.
-  for (const char* name : {"name.dat", "NAME.dat", "NaMe.dat"})
-    WriteFile(name, name);
+  Make({"name.dat", "NAME.dat", "NaMe.dat"});
   EXPECT_EQ(Content("name.dat"), "name.dat");
   EXPECT_EQ(Content("NAME.DAT"), "NAME.dat");
   fs::remove("NAME.dat");
@@ -100,18 +88,18 @@ TEST_F(NamesTest, LetterCaseDoesNotMatterInAnyComponent) {
 
 TEST_F(NamesTest, ChangesOfOtherProcessesAreSeenAtOnce) {
   EXPECT_EQ(Content("a.dat"), "2");
-  Elsewhere([] { WriteFile("A.DAT", "1"); });
-  EXPECT_EQ(Content("a.dat"), "1");
+  Elsewhere([] { Make({"A.DAT"}); });
+  EXPECT_EQ(Content("a.dat"), "A.DAT");
   Elsewhere([] { fs::rename("A.DAT", "B.dat"); });
   EXPECT_EQ(Content("a.dat"), "2");
-  EXPECT_EQ(Content("b.DAT"), "1");
+  EXPECT_EQ(Content("b.DAT"), "A.DAT");
 
   // A child process looks for itself, and takes no news away.
   Elsewhere([] {
-    WriteFile("D.DAT", "d");
-    EXPECT_EQ(Content("d.dat"), "d");
+    Make({"D.DAT"});
+    EXPECT_EQ(Content("d.dat"), "D.DAT");
   });
-  EXPECT_EQ(Content("d.dat"), "d");
+  EXPECT_EQ(Content("d.dat"), "D.DAT");
 
   // More changes than the kernel keeps news of.
   Elsewhere([] {
@@ -119,83 +107,57 @@ TEST_F(NamesTest, ChangesOfOtherProcessesAreSeenAtOnce) {
       fs::create_hard_link("D.DAT", "PASSING.DAT");
       fs::remove("PASSING.DAT");
     }
-    WriteFile("LAST.DAT", "last");
+    Make({"LAST.DAT"});
   });
-  EXPECT_EQ(Content("last.dat"), "last");
+  EXPECT_EQ(Content("last.dat"), "LAST.DAT");
   EXPECT_EQ(Content("passing.dat"), "2");
-
-  // Another folder of the same path.
-  EXPECT_EQ(Content("D:\\c.dat"), "2");
-  Elsewhere([&] {
-    fs::rename(home_.Data(), home_.Data().string() + "-old");
-    fs::create_directory(home_.Data());
-    WriteFile(home_.Data() / "C.DAT", "c");
-  });
-  EXPECT_EQ(Content("D:\\c.dat"), "c");
 }
 
 TEST_F(NamesTest, FoldersThatCannotBeWatchedAreReadAnew) {
   if (geteuid() != 0) GTEST_SKIP() << "needs a user of its own";
-  fs::permissions(".", fs::perms(0777));
-  constexpr uid_t kOther = 65533;
   const auto body = [] {
     while (inotify_init() >= 0) {
     }
     for (int i = 0; i < 50; ++i) {
       EXPECT_EQ(Content("a.dat"), "2");
-      WriteFile("A.DAT", "a");
-      EXPECT_EQ(Content("a.dat"), "a");
+      Make({"A.DAT"});
+      EXPECT_EQ(Content("a.dat"), "A.DAT");
       fs::remove("A.DAT");
     }
     // A folder that has been left alone for a while is taken to be as it was read; until it changes.
-    WriteFile("A.DAT", "a");
+    Make({"A.DAT"});
     std::this_thread::sleep_for(std::chrono::milliseconds(2100));
-    EXPECT_EQ(Content("a.dat"), "a");
+    EXPECT_EQ(Content("a.dat"), "A.DAT");
     fs::rename("A.DAT", "B.DAT");
-    EXPECT_EQ(Content("b.dat"), "a");
+    EXPECT_EQ(Content("b.dat"), "A.DAT");
     EXPECT_EQ(Content("a.dat"), "2");
   };
   Elsewhere(body, kOther);
 }
 
-TEST_F(NamesTest, ManyNamesComeAndGo) {
-  constexpr int kNames = 600;
-  const auto numbered = [](const char* name, int number) { return name + std::to_string(number); };
-  for (int i = 0; i < kNames; ++i) {
-    ASSERT_EQ(OpenError(numbered("Name", i).c_str(), kUpdateExclusive), 0);
-    ASSERT_EQ(i % 3 != 0 ? RemoveError(numbered("NAME", i).c_str()) : 0, 0);
-  }
-  for (int i = 0; i < kNames; ++i)
-    EXPECT_EQ(OpenError(numbered("nAME", i).c_str(), kReadExclusive), i % 3 != 0 ? 2 : 0);
-}
-
 TEST_F(NamesTest, RenamingGivesTheLetterCaseOfThePath) {
   WriteFile("CT01VENDAS.RXL", "v");
   EXPECT_EQ(RenameError("CT01Vendas.RXL", "CT01Vendas.RXL"), 0);
-  EXPECT_EQ(support::Names("."), Names{"CT01Vendas.RXL"});
+  EXPECT_EQ(Here(), Names{"CT01Vendas.RXL"});
   EXPECT_EQ(RenameError("ct01vendas.rxl", "Other.rxl"), 0);
 
-  WriteFile("TAKEN.DAT", "t");
+  Make({"TAKEN.DAT"});
   fs::create_hard_link("Other.rxl", "LINK.DAT");
   fs::create_directory("DIR");
   CFile creator;  // a name that is being created is taken
   ASSERT_EQ(OpenError(&creator, "COMING.DAT", kCreateExclusive), 0);
-  const struct {
-    const char* from;
-    const char* to;
-    LONG error;
-  } cases[] = {{"Other.rxl", "taken.dat", 80},
-               {"Other.rxl", "link.dat", 80},
-               {"Other.rxl", "dir", 80},
-               {"Other.rxl", "Coming.dat", 32},
-               {"MISSING.DAT", "X.DAT", 2},
-               {"Other.rxl", "NONE\\X.DAT", 3},
-               {"DIR", "X", 5},
-               {nullptr, "X", 3},
-               {"Other.rxl", nullptr, 3},
-               {"other.rxl", "dir\\Moved.rxl", 0}};
-  for (const auto& c : cases)
-    EXPECT_EQ(RenameError(c.from, c.to), c.error) << testing::PrintToString(c.to);
+  const std::tuple<const char*, const char*, LONG> cases[] = {{"Other.rxl", "taken.dat", 80},
+                                                              {"Other.rxl", "link.dat", 80},
+                                                              {"Other.rxl", "dir", 80},
+                                                              {"Other.rxl", "Coming.dat", 32},
+                                                              {"MISSING.DAT", "X.DAT", 2},
+                                                              {"Other.rxl", "NONE\\X.DAT", 3},
+                                                              {"DIR", "X", 5},
+                                                              {nullptr, "X", 3},
+                                                              {"Other.rxl", nullptr, 3},
+                                                              {"other.rxl", "dir\\Moved.rxl", 0}};
+  for (const auto& [from, to, error] : cases)
+    EXPECT_EQ(RenameError(from, to), error) << testing::PrintToString(to);
   EXPECT_EQ(ReadFile("DIR/Moved.rxl"), "v");
 }
 
@@ -225,7 +187,7 @@ TEST_F(NamesTest, WhatIsNoFileIsNotOpenedAndLinksAreFollowed) {
   }
   EXPECT_EQ(RemoveError("dir"), 5);
   EXPECT_EQ(RenameError("DIR\\REAL.DAT", "dangling"), 80);
-  EXPECT_EQ(support::Names("."), (Names{"DANGLING", "DIR", "LINK.DAT", "PIPE"}));
+  EXPECT_EQ(Here(), (Names{"DANGLING", "DIR", "LINK.DAT", "PIPE"}));
   EXPECT_EQ(GetFileAttributesA("dir"), FILE_ATTRIBUTE_DIRECTORY);
   EXPECT_EQ(GetFileAttributesA("link.dat"), FILE_ATTRIBUTE_NORMAL);
   for (const char* path : {static_cast<const char*>(nullptr), "none", "link.dat\\"})
@@ -241,3 +203,52 @@ TEST_F(NamesTest, WhatIsNoFileIsNotOpenedAndLinksAreFollowed) {
   EXPECT_EQ(RemoveError("link.dat"), 0);
   EXPECT_TRUE(fs::exists("DIR/REAL.DAT"));
 }
+
+TEST_F(NamesTest, SearchesFindWhatAPathLeadsToInTheOrderOfTheDesktopsFileSystem) {
+  Make({"CT01Vendas.RXL", "ct01Compras.rxl", "CT01.RXL", "CT02Outro.RXL", "CT01Vendas.v2.RXL", "CT01x.RXLS", "CT01"});
+  Make({"ct01\u00e9t\u00e9.rxl", "CT0", std::string(250, 'x')});
+  Make({"b", "A", "a_", "aZ", "\u0160", "\u00e9", "E", "z", "\u00c9a", "AA"});
+  Make({"\u0416.dat", "\xFF.dat", "a:b.dat", "dot.", "nul.dat", ".kestor-x"});
+  fs::create_directory("CT01folder.RXL");
+  fs::create_directory(".kestor-folder");
+  fs::create_symlink("b", "link");
+  fs::create_symlink("nothing", "dangling");
+  const std::vector<std::pair<std::string, Names>> cases = {
+      {"CT01*.RXL",
+       {"CT01.RXL", "ct01Compras.rxl", "/CT01folder.RXL", "CT01Vendas.RXL", "CT01Vendas.v2.RXL", "ct01\xE9t\xE9.rxl"}},
+      {"ct01\xC9*", {"ct01\xE9t\xE9.rxl"}},
+      {"CT01?endas.rxl", {"CT01Vendas.RXL"}},
+      {"*v*v*", {"CT01Vendas.v2.RXL"}},
+      {"ct0.*", {"CT0"}},
+      {"CT02OUTRO.RXL", {"CT02Outro.RXL"}},
+      {std::string(250, 'x') + "*******", {std::string(250, 'x')}},
+  };
+  for (const auto& [pattern, names] : cases)
+    EXPECT_EQ(Find("D:\\" + pattern), names) << pattern;
+  Names all = Find("D:/*.*");
+  std::erase_if(all, [](const std::string& name) { return name.find('0') < 4 || name.size() > 200; });
+  EXPECT_EQ(all, (Names{"A", "AA", "aZ", "a_", "b", "E", "link", "z", "\xE9", std::string("\xC9") + "a", "\x8A"}));
+  for (const char* pattern :
+       {"D:\\y*", "D:\\none\\*", "E:\\*", "", "D:\\", "\\*", "D:\\..\\*", "D:\\a<b", "D:\\..", "D:\\CT0\\*"})
+    EXPECT_EQ(Find(pattern), Names{}) << pattern;
+  _finddata_t found;
+  EXPECT_EQ(_findfirst(nullptr, &found), -1);
+  EXPECT_EQ(_findnext(-1, &found), -1);
+}
+
+TEST_F(NamesTest, LeftoversOfKilledProcessesGo) {
+  const Names left = {".kestor-0123456789abcdef", ".kestor-fedcba9876543210", ".kestor-notes"};
+  Make(left);
+  CFile writer;
+  ASSERT_EQ(OpenError(&writer, "D:\\model.dat", kCreateExclusive), 0);
+  for (const std::string& name : Here()) {
+    if (name == left[1]) continue;  // which is fresh, and may be in use
+    fs::last_write_time(name, fs::file_time_type::clock::now() - std::chrono::hours(1));
+  }
+  EXPECT_EQ(Find("D:\\*"), Names{});
+  writer.Close();
+  EXPECT_EQ(Find("D:\\*"), Names{"model.dat"});
+  EXPECT_EQ(Here(), (Names{left[1], left[2], "model.dat"}));
+}
+
+}  // namespace

@@ -1,39 +1,24 @@
-// Content: what is on the disk while a file is written, afterwards, and when a step fails or the writer is killed.
+// Content: what is on the disk while a file is written, afterwards, and when a step fails.
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
-#include <functional>
-#include <gtest/gtest.h>
-#include <map>
-#include <random>
-#include <string>
 
-#include "opening_modes.h"
-#include "platform/host/fault_point.h"
-#include "shared_memory.h"
-#include "support/elsewhere.h"
+#include "fixture.h"
 #include "support/system_calls.h"
 
-namespace fs = std::filesystem;
-using support::ReadFile;
 using support::SystemCalls;
-using support::WriteFile;
 
 namespace {
 
-using Names = std::vector<std::string>;
+using ReplacementTest = FilesTest;
 using Steps = std::vector<std::string>;
 
-constexpr char kPath[] = "D:\\Model.RXL";
-constexpr char kOtherSpelling[] = "D:\\MODEL.RXL";
-constexpr char kNewPath[] = "D:\\New.DAT";
+constexpr char kFile[] = "Model.RXL";
+constexpr char kOtherSpelling[] = "MODEL.RXL";
+constexpr char kNewFile[] = "New.DAT";
 constexpr UINT kCreateAsGiven = kCreateExclusive | files::nameAsGiven;
 constexpr UINT kCreateNew = kCreateExclusive | files::mustBeNew;
 constexpr UINT kUpdateWhole = CFile::modeReadWrite | CFile::shareExclusive | files::wholeUpdate;
-
-std::map<std::string, int> refused;  // system calls that are not made, and the errno values that they give
 
 void Save(const char* path, UINT mode, const std::string& content = "new") {
   CFile file;
@@ -51,69 +36,46 @@ LONG SaveError(const char* path, UINT mode, const char* failing, int hostError) 
   return ErrorOf([&] { Save(path, mode); });
 }
 
-// A content that tells whether it is whole: as many letters as the first one says.
-std::string Version(std::size_t number) {
-  return std::string(1 + number % 26 * 4000, static_cast<char>('a' + number % 26));
-}
-
-class ReplacementTest : public testing::Test {
- protected:
-  fs::path File() const { return home_.Data() / "Model.RXL"; }
-  Names Files() const { return support::Names(home_.Data()); }
-
-  support::TempHome home_;
-};
-
-}  // namespace
-
-host::Fate host::FateOf(const char* call, std::size_t /*bytes*/) {
-  const auto found = refused.find(call);
-  return {.error = found == refused.end() ? 0 : found->second};
-}
-
 TEST_F(ReplacementTest, NothingIsSeenBeforeClose) {
-  for (const Names& before : {Names{}, Names{"Model.RXL"}}) {
-    if (!before.empty()) WriteFile(File(), "old");
+  for (const Names& before : {Names{}, Names{kFile}}) {
+    if (!before.empty()) WriteFile(kFile, "old");
     CFile file;
     ASSERT_EQ(OpenError(&file, kOtherSpelling, kCreateExclusive), 0);
     file.Write("new", 3);
-    EXPECT_EQ(fs::exists(File()), !before.empty());
-    EXPECT_EQ(OpenError(kPath, kUpdateExclusive), 32);
+    EXPECT_EQ(fs::exists(kFile), !before.empty());
+    EXPECT_EQ(OpenError(kFile, kUpdateExclusive), 32);
     file.Abort();
-    EXPECT_EQ(Files(), before);
+    EXPECT_EQ(Here(), before);
   }
-  EXPECT_EQ(ReadFile(File()), "old");
-  fs::permissions(File(), fs::perms(0640));
+  EXPECT_EQ(ReadFile(kFile), "old");
+  fs::permissions(kFile, fs::perms(0640));
   Save(kOtherSpelling, kCreateExclusive);
-  EXPECT_EQ(Files(), Names{"Model.RXL"});
-  EXPECT_EQ(ReadFile(File()), "new");
-  EXPECT_EQ(fs::status(File()).permissions(), fs::perms(0640));
+  EXPECT_EQ(Here(), Names{kFile});
+  EXPECT_EQ(ReadFile(kFile), "new");
+  EXPECT_EQ(fs::status(kFile).permissions(), fs::perms(0640));
 }
 
 TEST_F(ReplacementTest, AnUpdateCopiesTheFileWhenItIsFirstWrittenTo) {
-  WriteFile(File(), "0123456789");
-  const auto inode = [this] {
-    struct stat status = {};
-    EXPECT_EQ(stat(File().c_str(), &status), 0);
-    return status.st_ino;
-  };
-  const ino_t old = inode();
+  WriteFile(kFile, "0123456789");
+  fs::create_hard_link(kFile, "LINK");  // still leads to the old file when that is replaced
   CFile file;
-  ASSERT_EQ(OpenError(&file, kPath, kUpdateWhole), 0);
+  ASSERT_EQ(OpenError(&file, kFile, kUpdateWhole), 0);
   EXPECT_EQ(ContentOf(&file), "0123456789");
-  EXPECT_EQ(Files(), Names{"Model.RXL"});
+  EXPECT_EQ(Here(), (Names{"LINK", kFile}));
   file.Close();
-  support::Elsewhere([] {
+  Elsewhere([] {
     support::FillDisk(5);
-    CFile full;
-    ASSERT_EQ(OpenError(&full, kPath, kUpdateWhole), 0);
-    EXPECT_EQ(ErrorOf([&] { full.Write("x", 1); }), 112);
-    EXPECT_EQ(ContentOf(&full), "0123456789");
-    EXPECT_EQ(ErrorOf([&] { full.Close(); }), 112);
+    for (const UINT mode : {kCreateExclusive, kUpdateWhole}) {
+      CFile full;
+      ASSERT_EQ(OpenError(&full, kFile, mode), 0);
+      EXPECT_EQ(ErrorOf([&] { full.Write("abcdefgh", 8); }), 112);
+      EXPECT_TRUE(mode == kCreateExclusive || ContentOf(&full) == "0123456789");
+      EXPECT_EQ(ErrorOf([&] { full.Close(); }), 112);
+      EXPECT_FALSE(full.IsOpen());
+    }
   });
-  EXPECT_EQ(Files(), Names{"Model.RXL"});
-  EXPECT_EQ(inode(), old);
-
+  EXPECT_EQ(Here(), (Names{"LINK", kFile}));
+  EXPECT_TRUE(fs::equivalent("LINK", kFile));
   for (const bool closes : {false, true}) {
     ASSERT_EQ(OpenError(&file, kOtherSpelling, kUpdateWhole), 0);
     file.Seek(3, CFile::begin);
@@ -121,204 +83,147 @@ TEST_F(ReplacementTest, AnUpdateCopiesTheFileWhenItIsFirstWrittenTo) {
     char behind = 0;
     EXPECT_EQ(file.Read(&behind, 1), 1U);
     EXPECT_EQ(behind, '6');
-    EXPECT_EQ(ReadFile(File()), "0123456789");
-    EXPECT_EQ(OpenError(kPath, kReadShared), 32);
+    EXPECT_EQ(ReadFile(kFile), "0123456789");
+    EXPECT_EQ(OpenError(kFile, kReadShared), 32);
     if (closes) file.Close();
     file.Abort();
   }
-  EXPECT_EQ(ReadFile(File()), "012xyz6789");
-  EXPECT_EQ(Files(), Names{"Model.RXL"});
-  EXPECT_EQ(OpenError(kNewPath, kUpdateWhole), 2);
+  EXPECT_EQ(ReadFile(kFile), "012xyz6789");
+  EXPECT_EQ(Here(), (Names{"LINK", kFile}));
+  EXPECT_EQ(OpenError(kNewFile, kUpdateWhole), 2);
 }
 
 TEST_F(ReplacementTest, WhatMustBeNewReplacesNothing) {
-  Save(kPath, kCreateNew, "old");
+  Save(kFile, kCreateNew, "old");
   EXPECT_EQ(OpenError(kOtherSpelling, kCreateNew), 80);
   CFile file;
-  ASSERT_EQ(OpenError(&file, kPath, kReadExclusive), 0);
-  EXPECT_EQ(OpenError(kPath, kCreateNew), 80);
+  ASSERT_EQ(OpenError(&file, kFile, kReadExclusive), 0);
+  EXPECT_EQ(OpenError(kFile, kCreateNew), 80);
   file.Close();
-  for (const char* theirs : {"New.DAT", "NEW.dat"}) {
-    ASSERT_EQ(OpenError(&file, kNewPath, kCreateNew), 0);
+  for (const char* theirs : {kNewFile, "NEW.dat"}) {
+    ASSERT_EQ(OpenError(&file, kNewFile, kCreateNew), 0);
     file.Write("new", 3);
-    WriteFile(home_.Data() / theirs, "theirs");
+    WriteFile(theirs, "theirs");
     EXPECT_EQ(ErrorOf([&] { file.Close(); }), 80);
-    EXPECT_EQ(ReadFile(home_.Data() / theirs), "theirs");
-    EXPECT_EQ(Files(), (Names{"Model.RXL", theirs}));
-    fs::remove(home_.Data() / theirs);
+    EXPECT_EQ(ReadFile(theirs), "theirs");
+    EXPECT_EQ(Here(), (Names{kFile, theirs}));
+    fs::remove(theirs);
   }
-  EXPECT_EQ(ReadFile(File()), "old");
+  EXPECT_EQ(ReadFile(kFile), "old");
 }
 
 TEST_F(ReplacementTest, ContentComesBeforeItsNameAndTheFolderLast) {
-  const struct {
-    std::function<void()> action;
-    Steps steps;
-  } cases[] = {
-      {[] { Save(kPath, kCreateExclusive); }, {"fsync file", "rename2 hidden Model.RXL", "fsync folder"}},
+  const std::pair<std::function<void()>, Steps> cases[] = {
+      {[] { Save(kFile, kCreateExclusive); }, {"fsync file", "rename2 hidden Model.RXL", "fsync folder"}},
       {[] { Save(kOtherSpelling, kCreateExclusive); }, {"fsync file", "rename hidden Model.RXL", "fsync folder"}},
       {[] { Save(kOtherSpelling, kCreateAsGiven); },
        {"fsync file", "rename2 Model.RXL MODEL.RXL", "rename hidden MODEL.RXL", "fsync folder"}},
-      {[] { Save(kPath, kUpdateExclusive); }, {"fdatasync file"}},
-      {[] { Save(kNewPath, kUpdateExclusive); }, {"rename2 hidden New.DAT", "fsync file", "fsync folder"}},
-      {[] { CFile::Rename(kNewPath, "D:\\Other.DAT"); },
-       {"rename2 New.DAT Other.DAT", "fsync folder", "unlink hidden"}},
-      {[] { CFile::Remove("D:\\Other.DAT"); }, {"unlink Other.DAT", "fsync folder"}},
+      {[] { Save(kFile, kUpdateExclusive); }, {"fdatasync file"}},
+      {[] { Save(kNewFile, kUpdateExclusive); }, {"rename2 hidden New.DAT", "fsync file", "fsync folder"}},
+      {[] { CFile::Rename(kNewFile, "Other.DAT"); }, {"rename2 New.DAT Other.DAT", "fsync folder", "unlink hidden"}},
+      {[] { CFile::Remove("Other.DAT"); }, {"unlink Other.DAT", "fsync folder"}},
   };
   for (const auto& [action, steps] : cases) {
     const SystemCalls system;
     action();
     EXPECT_EQ(system.Seen(), steps);
   }
-  EXPECT_EQ(Files(), Names{"MODEL.RXL"});
+  EXPECT_EQ(Here(), Names{kOtherSpelling});
 }
 
 TEST_F(ReplacementTest, StepsThatFailLeaveTheOldContentUnderTheOldName) {
-  WriteFile(File(), "old");
-  const std::pair<const char*, const char*> cases[] = {
-      {kPath, "fsync file"},
-      {kPath, "rename hidden Model.RXL"},
-      {kOtherSpelling, "rename2 Model.RXL MODEL.RXL"},
-      {kOtherSpelling, "rename hidden MODEL.RXL"},
-      {kNewPath, "rename2 hidden New.DAT"},
-  };
+  WriteFile(kFile, "old");
+  const std::pair<const char*, const char*> cases[] = {{kFile, "fsync file"},
+                                                       {kFile, "rename hidden Model.RXL"},
+                                                       {kOtherSpelling, "rename2 Model.RXL MODEL.RXL"},
+                                                       {kOtherSpelling, "rename hidden MODEL.RXL"},
+                                                       {kNewFile, "rename2 hidden New.DAT"}};
   for (const auto& [path, failing] : cases) {
     EXPECT_EQ(SaveError(path, kCreateAsGiven, failing, EIO), 1117) << failing;
-    EXPECT_EQ(Files(), Names{"Model.RXL"}) << failing;
+    EXPECT_EQ(Here(), Names{kFile}) << failing;
   }
-  EXPECT_EQ(SaveError(kPath, kCreateExclusive, "lock", ENOLCK), 36);
-  support::Elsewhere([] {
-    support::FillDisk(1000);
-    CFile file;
-    ASSERT_EQ(OpenError(&file, kPath, kCreateExclusive), 0);
-    EXPECT_EQ(ErrorOf([&] { file.Write(std::string(2000, 'x').data(), 2000); }), 112);
-    EXPECT_EQ(ErrorOf([&] { file.Close(); }), 112);
-    EXPECT_FALSE(file.IsOpen());
-  });
-  EXPECT_EQ(ReadFile(File()), "old");
-  EXPECT_EQ(Files(), Names{"Model.RXL"});
+  EXPECT_EQ(SaveError(kFile, kCreateExclusive, "lock", ENOLCK), 36);
+  EXPECT_EQ(ReadFile(kFile), "old");
+  EXPECT_EQ(Here(), Names{kFile});
 
-  EXPECT_EQ(SaveError(kPath, kCreateExclusive, "fsync folder", ENOSPC), 112);
-  EXPECT_EQ(ReadFile(File()), "new") << "all that failed is the last step";
-  EXPECT_EQ(SaveError(kPath, kUpdateExclusive, "fdatasync file", EIO), 1117);
+  EXPECT_EQ(SaveError(kFile, kCreateExclusive, "fsync folder", ENOSPC), 112);
+  EXPECT_EQ(ReadFile(kFile), "new") << "all that failed is the last step";
+  EXPECT_EQ(SaveError(kFile, kUpdateExclusive, "fdatasync file", EIO), 1117);
 
   // There are file systems that cannot refuse to replace a name.
-  EXPECT_EQ(SaveError(kOtherSpelling, kCreateAsGiven, "rename2 Model.RXL MODEL.RXL", EINVAL), 0);
-  EXPECT_EQ(SaveError(kNewPath, kCreateExclusive, "rename2 hidden New.DAT", EINVAL), 0);
-  EXPECT_EQ(Files(), (Names{"MODEL.RXL", "New.DAT"}));
+  EXPECT_EQ(SaveError(kOtherSpelling, kCreateAsGiven, "rename2", EINVAL), 0);
+  EXPECT_EQ(SaveError(kNewFile, kCreateExclusive, "rename2", EINVAL), 0);
+  EXPECT_EQ(Here(), (Names{kOtherSpelling, kNewFile}));
   // There the old name may be gone when it is to be removed.
-  refused = {{"renameat2", EINVAL}, {"unlinkat", ENOENT}};
-  EXPECT_EQ(ErrorOf([] { CFile::Rename(kNewPath, "D:\\Other.DAT"); }), 0);
-  refused.clear();
+  const SystemCalls system({{"rename2", EINVAL}, {"unlink", ENOENT}});
+  EXPECT_EQ(RenameError(kNewFile, "Other.DAT"), 0);
 }
 
 // Where the file system cannot rename without replacing, a new file has its name and the hidden one for a moment. Here
 // the hidden one stays, as it does when the writer is killed.
 TEST_F(ReplacementTest, AHiddenNameOfTheFileItselfHindersNoWriter) {
   const std::function<void()> next[] = {
-      [] { Save(kPath, kCreateExclusive); },
-      [] { Save(kPath, kUpdateWhole); },
+      [] { Save(kFile, kCreateExclusive); },
+      [] { Save(kFile, kUpdateWhole); },
       [] { Save(kOtherSpelling, kCreateAsGiven); },
-      [] { CFile::Rename(kPath, kOtherSpelling); },
-      [] {
-        CFile::Remove(kPath);
-        Save(kPath, kCreateNew);
-      },
+      [] { CFile::Rename(kFile, kOtherSpelling); },
+      [] { CFile::Remove(kFile), Save(kFile, kCreateNew); },
   };
   for (const auto& action : next) {
-    refused = {{"renameat2", EINVAL}, {"unlinkat", ENOENT}};
-    EXPECT_EQ(ErrorOf([] { Save(kPath, kCreateNew); }), 0);
-    EXPECT_EQ(Files().size(), 2U);
-    refused.erase("unlinkat");
-    EXPECT_EQ(OpenError(kPath, kCreateNew), 80);
-    EXPECT_EQ(ErrorOf(action), 0) << &action - next;
-    EXPECT_EQ(Files().size(), 1U);
-    EXPECT_EQ(ReadFile(home_.Data() / Files().front()), "new");
-    refused.clear();
-    for (const std::string& name : Files())
-      fs::remove(home_.Data() / name);
-  }
-}
-
-TEST_F(ReplacementTest, KilledAtAnyInstantTheDiskHasAWholeVersion) {
-  std::minstd_rand random(20);
-  WriteFile(File(), Version(0));
-  SharedMemory<std::atomic<int>> lastToSave;
-  const int rounds = support::LongTests() ? 1000 : 60;
-  for (int round = 1; round <= rounds; ++round) {
-    support::Child writer([&] {
-      for (std::size_t number = 0;; ++number) {
-        Save(kPath, kCreateExclusive, Version(number));
-        *lastToSave = round;
-      }
-      return 0;
-    });
-    // Every other writer is past its first version when it is killed, however slow the disk is.
-    if (round % 2 == 0) {
-      ASSERT_TRUE(support::WaitUntil([&] { return *lastToSave == round; }));
+    {
+      const SystemCalls system({{"rename2", EINVAL}, {"unlink", ENOENT}});
+      EXPECT_EQ(ErrorOf([] { Save(kFile, kCreateNew); }), 0);
     }
-    usleep(static_cast<useconds_t>(random() % 8000));
-    writer.Kill();
-    writer.Wait();
-    const std::string content = ReadFile(File());
-    EXPECT_TRUE(content == Version(static_cast<std::size_t>(content[0] - 'a'))) << content.size();
-    _finddata_t found;
-    const std::intptr_t search = _findfirst("D:\\*", &found);
-    EXPECT_STREQ(found.name, "Model.RXL");
-    EXPECT_EQ(_findnext(search, &found), -1);
-    _findclose(search);
-    ASSERT_FALSE(HasFailure()) << round;
+    EXPECT_EQ(Here().size(), 2U);
+    const SystemCalls system("rename2", EINVAL);
+    EXPECT_EQ(OpenError(kFile, kCreateNew), 80);
+    EXPECT_EQ(ErrorOf(action), 0) << &action - next;
+    ASSERT_EQ(Here().size(), 1U);
+    EXPECT_EQ(ReadFile(Here().front()), "new");
+    fs::remove(Here().front());
   }
-  Save(kPath, kCreateExclusive);
-  EXPECT_EQ(Files(), Names{"Model.RXL"});
 }
 
 TEST_F(ReplacementTest, TheFileStaysWithItsGroupOrTheGroupLosesIt) {
   if (geteuid() != 0) GTEST_SKIP() << "needs two users";
-  constexpr uid_t kOwner = 65533;
-  constexpr uid_t kWriter = 65534;
-  constexpr gid_t kOwnersGroup = 65531;
-  fs::permissions(home_.Data(), fs::perms(0777));
-  fs::current_path(home_.Data());
+  constexpr gid_t kGroup = 65531;
   for (const bool isMember : {true, false}) {
-    WriteFile(File(), "old");
-    ASSERT_EQ(chown(File().c_str(), kOwner, kOwnersGroup), 0);
-    fs::permissions(File(), fs::perms(0666));
-    support::Elsewhere([&] {
-      support::BecomeUser(kWriter, isMember ? std::vector{kOwnersGroup} : std::vector<gid_t>{});
-      Save("Model.RXL", kCreateExclusive);
+    WriteFile(kFile, "old");
+    ASSERT_EQ(chown(kFile, kOther, kGroup), 0);
+    fs::permissions(kFile, fs::perms(0666));
+    Elsewhere([&] {
+      support::BecomeUser(kNobody, isMember ? std::vector{kGroup} : std::vector<gid_t>{});
+      Save(kFile, kCreateExclusive);
     });
-    struct stat status = {};
-    ASSERT_EQ(stat(File().c_str(), &status), 0);
-    EXPECT_EQ(status.st_uid, kWriter);
-    EXPECT_EQ(status.st_gid, isMember ? kOwnersGroup : kWriter);
+    struct stat status {};
+    ASSERT_EQ(stat(kFile, &status), 0);
+    EXPECT_EQ(status.st_uid, kNobody);
+    EXPECT_EQ(status.st_gid, isMember ? kGroup : kNobody);
     EXPECT_EQ(status.st_mode & 0777, isMember ? 0666U : 0606U);
   }
-  fs::current_path("/");
 }
 
 TEST_F(ReplacementTest, LeftoversAreNeverWrittenThrough) {
   // The hidden file of a killed writer, with another name that leads to it.
   CFile writer;
-  ASSERT_EQ(OpenError(&writer, kPath, kCreateExclusive), 0);
-  const fs::path hidden = home_.Data() / Files().at(0);
+  ASSERT_EQ(OpenError(&writer, kFile, kCreateExclusive), 0);
+  const std::string hidden = Here().at(0);
   writer.Abort();
-  const fs::path precious = home_.Data() / "PRECIOUS";
-  WriteFile(precious, "precious");
-  fs::create_hard_link(precious, hidden);
-  Save(kPath, kCreateExclusive);
-  EXPECT_EQ(ReadFile(File()), "new");
+  WriteFile("PRECIOUS", "precious");
+  fs::create_hard_link("PRECIOUS", hidden);
+  Save(kFile, kCreateExclusive);
+  EXPECT_EQ(ReadFile(kFile), "new");
   fs::create_symlink("PRECIOUS", hidden);
-  EXPECT_NE(OpenError(kPath, kCreateExclusive), 0);
-  EXPECT_EQ(ReadFile(precious), "precious");
+  EXPECT_NE(OpenError(kFile, kCreateExclusive), 0);
+  EXPECT_EQ(ReadFile("PRECIOUS"), "precious");
 }
 
 TEST_F(ReplacementTest, FilesInPlace) {
   constexpr LONGLONG kFar = 3LL << 30;  // lengths and positions have 64 bits
   char buffer[16] = {};
   CFile file;
-  ASSERT_EQ(OpenError(&file, kPath, kCreateShared), 0);
-  EXPECT_TRUE(fs::exists(File()));
+  ASSERT_EQ(OpenError(&file, kFile, kCreateShared), 0);
+  EXPECT_TRUE(fs::exists(kFile));
   EXPECT_EQ(file.Seek(kFar, CFile::begin), kFar);
   file.Write("0123456789", 10);
   EXPECT_EQ(file.GetLength(), ULONGLONG{kFar} + 10);
@@ -333,13 +238,15 @@ TEST_F(ReplacementTest, FilesInPlace) {
   EXPECT_EQ(ErrorOf([&] { file.GetLength(); }), 6);
   EXPECT_NO_THROW(file.Close());
 
-  ASSERT_EQ(OpenError(&file, kPath, kReadShared), 0);
+  ASSERT_EQ(OpenError(&file, kFile, kReadShared), 0);
   EXPECT_EQ(ErrorOf([&] { file.Write("x", 1); }), 5);
   EXPECT_EQ(ErrorOf([&] { file.SetLength(1); }), 5);
-  ASSERT_EQ(OpenError(&file, kPath, UINT{CFile::modeWrite}), 0);
+  ASSERT_EQ(OpenError(&file, kFile, UINT{CFile::modeWrite}), 0);
   EXPECT_EQ(ErrorOf([&] { file.Read(buffer, 1); }), 5);
-  ASSERT_EQ(OpenError(&file, kPath, kUpdateExclusive), 0);
+  ASSERT_EQ(OpenError(&file, kFile, kUpdateExclusive), 0);
   EXPECT_EQ(ContentOf(&file), std::string(5, '\0'));
-  ASSERT_EQ(OpenError(&file, kPath, kCreateShared), 0);
+  ASSERT_EQ(OpenError(&file, kFile, kCreateShared), 0);
   EXPECT_EQ(ContentOf(&file), "");
 }
+
+}  // namespace

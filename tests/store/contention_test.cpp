@@ -1,19 +1,17 @@
 // Stations that share one reports folder, all at once.
 #include <unistd.h>
 
-#include <cstring>
 #include <gtest/gtest.h>
 
 #include "platform/files/files.h"
-#include "platform/host/fault_point.h"
 #include "store_fixture.h"
+#include "support/system_calls.h"
 
 using support::WriteModel;
 
 namespace {
 
 constexpr int kStations = 8;
-int openings = 0;  // of files and folders, by this process
 
 std::u16string Number(int number) {
   return text::Utf8ToUtf16(std::to_string(number));
@@ -88,7 +86,11 @@ TEST_F(ContentionTest, DeletionDoesNotWaitForTheListForLong) {
   ASSERT_EQ(Deleted(*store), "(null)");
   CFile reader;
   ASSERT_TRUE(reader.Open("D:\\Dados.v2\\Rel\\ZNRELDEL.DAT", CFile::modeRead | CFile::shareExclusive));
-  openings = 0;
+  int openings = 0;  // of files and folders
+  const support::SystemCalls system([&openings](const host::SystemCall& call) {
+    if (std::string_view(call.name) == "openat") ++openings;
+    return host::Fate{};
+  });
   EXPECT_EQ(Delete(*store, u"A", Model::demonstration), "0x00000000");
   EXPECT_TRUE(openings >= 30 && openings < 4 * 30) << openings;
   reader.Close();
@@ -113,9 +115,3 @@ TEST_F(ContentionTest, KilledHolderIsInNobodysWay) {
 }
 
 }  // namespace
-
-// Stands in the place of the system's own definition.
-host::Fate host::FateOf(const char* call, std::size_t /*bytes*/) {
-  if (std::strcmp(call, "openat") == 0) ++openings;
-  return {};
-}

@@ -11,16 +11,6 @@
 
 namespace support {
 
-// Runs `body` in a process of its own, which belongs to `user` and waits for its end. What fails in it fails the test.
-inline void Elsewhere(const std::function<void()>& body, uid_t user = geteuid()) {
-  Child process([&] {
-    if (user != geteuid()) BecomeUser(user);
-    body();
-    return testing::Test::HasFailure() ? 1 : 0;
-  });
-  EXPECT_EQ(process.Wait(), 0);
-}
-
 // Runs `body` in `count` processes at once, each with a number of its own. What fails in one fails the test.
 inline void AtOnce(unsigned count, const std::function<void(unsigned)>& body) {
   std::deque<Child> processes;
@@ -32,6 +22,14 @@ inline void AtOnce(unsigned count, const std::function<void(unsigned)>& body) {
   }
   for (Child& process : processes)
     EXPECT_EQ(process.Wait(), 0);
+}
+
+// Runs `body` in a process of its own that belongs to `user`, and waits for its end. What fails in it fails the test.
+inline void Elsewhere(const std::function<void()>& body, uid_t user = geteuid()) {
+  AtOnce(1, [&](unsigned) {
+    if (user != geteuid()) BecomeUser(user);
+    body();
+  });
 }
 
 }  // namespace support

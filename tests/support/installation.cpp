@@ -30,8 +30,15 @@ void SetRegistryText(const std::string& keyBelowLocalMachine, const std::string&
   SetText(HKEY_LOCAL_MACHINE, keyBelowLocalMachine, name, text);
 }
 
-Installation::Installation() {
-  EnterFolders();
+Installation::Installation(const std::optional<std::string>& command) {
+  marshal::RegisterInterfaces();
+  std::filesystem::create_directory(Reports() / "Contabil");
+  SetRegistryText("SOFTWARE\\Norvela", "Relatorios", "D:\\");
+  SetRegistryText("SOFTWARE\\Norvela\\Contabil", "Path", "D:\\Contabil");
+  if (command) {
+    SetText(HKEY_CLASSES_ROOT, "CLSID\\" + GuidText(CLSID_ZNPL_Relatorio2) + "\\LocalServer32", "", *command);
+    return;
+  }
   Child registering([] {
     execl(KESTOR_EXECUTABLE, KESTOR_EXECUTABLE, "-RegServer", nullptr);
     return 127;
@@ -39,31 +46,9 @@ Installation::Installation() {
   if (registering.Wait() != 0) throw std::runtime_error("the server does not register");
 }
 
-Installation::Installation(const std::string& command) {
-  EnterFolders();
-  SetText(HKEY_CLASSES_ROOT, "CLSID\\" + GuidText(CLSID_ZNPL_Relatorio2) + "\\LocalServer32", "", command);
-}
-
-void Installation::EnterFolders() const {
-  marshal::RegisterInterfaces();
-  std::filesystem::create_directory(Reports() / "Contabil");
-  SetRegistryText("SOFTWARE\\Norvela", "Relatorios", "D:\\");
-  SetRegistryText("SOFTWARE\\Norvela\\Contabil", "Path", "D:\\Contabil");
-}
-
-Installation::~Installation() {
-  EndServer();
-}
-
-pid_t Installation::ServerPid() const {
+com::ServerStatus Installation::Status() {
   com::ServerStatus status{};
-  return com::AskServerStatus(CLSID_ZNPL_Relatorio2, &status) == S_OK ? static_cast<pid_t>(status.processId) : 0;
-}
-
-DWORD Installation::LiveObjects() const {
-  com::ServerStatus status{};
-  com::AskServerStatus(CLSID_ZNPL_Relatorio2, &status);
-  return status.liveObjects;
+  return com::AskServerStatus(CLSID_ZNPL_Relatorio2, &status) == S_OK ? status : com::ServerStatus{};
 }
 
 void Installation::EndServer() const {

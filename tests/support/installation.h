@@ -2,6 +2,7 @@
 #pragma once
 
 #include <new>
+#include <optional>
 #include <string>
 
 #include "contract/interfaces.h"
@@ -16,21 +17,22 @@ void SetRegistryText(const std::string& keyBelowLocalMachine, const std::string&
 // executable under test, or by `command` in its place. A server that still runs is ended with the object.
 class Installation {
  public:
-  Installation();
-  explicit Installation(const std::string& command);
-  ~Installation();
+  explicit Installation(const std::optional<std::string>& command = std::nullopt);
+  ~Installation() { EndServer(); }
   Installation(const Installation&) = delete;
   Installation& operator=(const Installation&) = delete;
 
   std::filesystem::path Reports() const { return home_.Data(); }
   const TempHome& Home() const { return home_; }
 
-  pid_t ServerPid() const;    // 0 when none runs
-  DWORD LiveObjects() const;  // 0 when none runs
-  void EndServer() const;     // kills it and waits until it is gone
+  // 0 when no server runs.
+  pid_t ServerPid() const { return static_cast<pid_t>(Status().processId); }
+  DWORD LiveObjects() const { return Status().liveObjects; }
+
+  void EndServer() const;  // kills it and waits until it is gone
 
  private:
-  void EnterFolders() const;
+  static com::ServerStatus Status();
 
   TempHome home_;
 };

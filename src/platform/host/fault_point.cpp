@@ -2,7 +2,7 @@
 
 namespace host {
 
-Fate FateOf(const char* /*call*/, std::size_t /*bytes*/) {
+Fate FateOf(const SystemCall& /*call*/) {
   return {};
 }
 

@@ -20,13 +20,13 @@
 namespace host {
 namespace {
 
-// Runs a call that carries up to `bytes` bytes and gives -1 and errno when it fails. `*result` receives what it gives
-// otherwise.
+// Makes a call that carries up to `system.bytes` bytes and gives -1 and errno when it fails. `*result` receives what it
+// gives otherwise.
 template <typename Result, typename Call>
-int Carry(const char* name, std::size_t bytes, Result* result, const Call& call) {
+int Carry(const SystemCall& system, Result* result, const Call& call) {
   for (;;) {
-    const Fate fate = FateOf(name, bytes);
-    const auto value = fate.error == 0 ? call(std::min(bytes, fate.most)) : -1;
+    const Fate fate = FateOf(system);
+    const auto value = fate.error == 0 ? call(std::min(system.bytes, fate.most)) : -1;
     if (value >= 0) {
       *result = static_cast<Result>(value);
       return 0;
@@ -37,14 +37,14 @@ int Carry(const char* name, std::size_t bytes, Result* result, const Call& call)
 }
 
 template <typename Result, typename Call>
-int Repeat(const char* name, Result* result, const Call& call) {
-  return Carry(name, 0, result, [&call](std::size_t) { return call(); });
+int Repeat(const SystemCall& system, Result* result, const Call& call) {
+  return Carry(system, result, [&call](std::size_t) { return call(); });
 }
 
 template <typename Call>
-int Repeat(const char* name, const Call& call) {
+int Repeat(const SystemCall& system, const Call& call) {
   int success = 0;
-  return Repeat(name, &success, call);
+  return Repeat(system, &success, call);
 }
 
 // The path of an open folder for calls that take none but a path.
@@ -54,7 +54,7 @@ std::string PathOf(const Descriptor& folder) {
 
 int RenameUnlessTaken(const Descriptor& oldFolder, const std::string& oldName, const Descriptor& newFolder,
                       const std::string& newName) {
-  return Repeat("renameat2", [&] {
+  return Repeat({"renameat2", oldFolder.Number(), oldName.c_str(), newFolder.Number(), newName.c_str()}, [&] {
     return renameat2(oldFolder.Number(), oldName.c_str(), newFolder.Number(), newName.c_str(), RENAME_NOREPLACE);
   });
 }
@@ -67,7 +67,7 @@ bool IsUnknownKind(int renameError) {
 int StatWithoutTimes(int folder, const char* path, int flags, struct stat* status) {
   constexpr unsigned kWanted = STATX_TYPE | STATX_MODE | STATX_NLINK | STATX_UID | STATX_GID | STATX_INO | STATX_SIZE;
   struct statx found = {};
-  const int error = Repeat("statx", [&] { return statx(folder, path, flags, kWanted, &found); });
+  const int error = Repeat({"statx", folder, path}, [&] { return statx(folder, path, flags, kWanted, &found); });
   if (error != 0) return error;
   *status = {};
   status->st_dev = makedev(found.stx_dev_major, found.stx_dev_minor);
@@ -92,8 +92,8 @@ struct FolderEntry {
 
 int Open(int folder, const std::string& path, int flags, Descriptor* opened, mode_t mode) {
   int number = -1;
-  const int error =
-      Repeat("openat", &number, [&] { return openat(folder, path.c_str(), flags | O_CLOEXEC | O_NOCTTY, mode); });
+  const int error = Repeat({"openat", folder, path.c_str()}, &number,
+                           [&] { return openat(folder, path.c_str(), flags | O_CLOEXEC | O_NOCTTY, mode); });
   if (error == 0) *opened = Descriptor(number);
   return error;
 }
@@ -111,11 +111,12 @@ int StatLink(int folder, const std::string& path, struct stat* status) {
 }
 
 int StatLinkWithTimes(int folder, const std::string& path, struct stat* status) {
-  return Repeat("fstatat", [&] { return fstatat(folder, path.c_str(), status, AT_SYMLINK_NOFOLLOW); });
+  return Repeat({"fstatat", folder, path.c_str()},
+                [&] { return fstatat(folder, path.c_str(), status, AT_SYMLINK_NOFOLLOW); });
 }
 
 int RealPath(const Descriptor& folder, const std::string& name, std::string* path) {
-  if (const Fate fate = FateOf("realpath"); fate.error != 0) return fate.error;
+  if (const Fate fate = FateOf({"realpath", folder.Number(), name.c_str()}); fate.error != 0) return fate.error;
   const std::string link = PathOf(folder) + "/" + name;
   const std::unique_ptr<char, decltype(&free)> real(realpath(link.c_str(), nullptr), &free);
   if (real == nullptr) return errno;
@@ -124,12 +125,13 @@ int RealPath(const Descriptor& folder, const std::string& name, std::string* pat
 }
 
 int Unlink(const Descriptor& folder, const std::string& name) {
-  return Repeat("unlinkat", [&] { return unlinkat(folder.Number(), name.c_str(), 0); });
+  return Repeat({"unlinkat", folder.Number(), name.c_str()},
+                [&] { return unlinkat(folder.Number(), name.c_str(), 0); });
 }
 
 int Rename(const Descriptor& oldFolder, const std::string& oldName, const Descriptor& newFolder,
            const std::string& newName) {
-  return Repeat("renameat",
+  return Repeat({"renameat", oldFolder.Number(), oldName.c_str(), newFolder.Number(), newName.c_str()},
                 [&] { return renameat(oldFolder.Number(), oldName.c_str(), newFolder.Number(), newName.c_str()); });
 }
 
@@ -138,8 +140,9 @@ int RenameToFreeName(const Descriptor& oldFolder, const std::string& oldName, co
   const int error = RenameUnlessTaken(oldFolder, oldName, newFolder, newName);
   if (!IsUnknownKind(error)) return error;
   // A link refuses a name that is taken just as well.
-  const int linkError = Repeat(
-      "linkat", [&] { return linkat(oldFolder.Number(), oldName.c_str(), newFolder.Number(), newName.c_str(), 0); });
+  const int linkError =
+      Repeat({"linkat", oldFolder.Number(), oldName.c_str(), newFolder.Number(), newName.c_str()},
+             [&] { return linkat(oldFolder.Number(), oldName.c_str(), newFolder.Number(), newName.c_str(), 0); });
   if (linkError != 0) return linkError;
   // A network file system that asks a second time finds that the name is gone.
   const int unlinkError = Unlink(oldFolder, oldName);
@@ -156,7 +159,7 @@ int Stat(const Descriptor& file, struct stat* status) {
 }
 
 int StatWithTimes(const Descriptor& folder, struct stat* status) {
-  return Repeat("fstat", [&] { return fstat(folder.Number(), status); });
+  return Repeat({"fstat", folder.Number()}, [&] { return fstat(folder.Number(), status); });
 }
 
 bool SameFile(const Descriptor& a, const Descriptor& b) {
@@ -166,46 +169,49 @@ bool SameFile(const Descriptor& a, const Descriptor& b) {
 }
 
 int Length(const Descriptor& file, off_t* length) {
-  return Repeat("lseek", length, [&] { return lseek(file.Number(), 0, SEEK_END); });
+  return Repeat({"lseek", file.Number()}, length, [&] { return lseek(file.Number(), 0, SEEK_END); });
 }
 
 int ReadAt(const Descriptor& file, void* buffer, std::size_t count, off_t position, std::size_t* read) {
-  return Carry("pread", count, read, [&](std::size_t most) { return pread(file.Number(), buffer, most, position); });
+  return Carry({.name = "pread", .descriptor = file.Number(), .bytes = count}, read,
+               [&](std::size_t most) { return pread(file.Number(), buffer, most, position); });
 }
 
 int WriteAt(const Descriptor& file, const void* buffer, std::size_t count, off_t position, std::size_t* written) {
-  return Carry("pwrite", count, written,
+  return Carry({.name = "pwrite", .descriptor = file.Number(), .bytes = count}, written,
                [&](std::size_t most) { return pwrite(file.Number(), buffer, most, position); });
 }
 
 int Read(int descriptor, void* buffer, std::size_t count, std::size_t* read) {
-  return Carry("read", count, read, [&](std::size_t most) { return ::read(descriptor, buffer, most); });
+  return Carry({.name = "read", .descriptor = descriptor, .bytes = count}, read,
+               [&](std::size_t most) { return ::read(descriptor, buffer, most); });
 }
 
 int Write(int descriptor, const void* buffer, std::size_t count, std::size_t* written) {
-  return Carry("write", count, written, [&](std::size_t most) { return ::write(descriptor, buffer, most); });
+  return Carry({.name = "write", .descriptor = descriptor, .bytes = count}, written,
+               [&](std::size_t most) { return ::write(descriptor, buffer, most); });
 }
 
 int Truncate(const Descriptor& file, off_t length) {
-  return Repeat("ftruncate", [&] { return ftruncate(file.Number(), length); });
+  return Repeat({"ftruncate", file.Number()}, [&] { return ftruncate(file.Number(), length); });
 }
 
 int Sync(const Descriptor& fileOrFolder) {
-  const int error = Repeat("fsync", [&] { return fsync(fileOrFolder.Number()); });
+  const int error = Repeat({"fsync", fileOrFolder.Number()}, [&] { return fsync(fileOrFolder.Number()); });
   // A file system that has no way to flush a folder says so in this way; there is nothing more to be done then.
   return error == EINVAL ? 0 : error;
 }
 
 int SyncData(const Descriptor& file) {
-  return Repeat("fdatasync", [&] { return fdatasync(file.Number()); });
+  return Repeat({"fdatasync", file.Number()}, [&] { return fdatasync(file.Number()); });
 }
 
 int ChangeMode(const Descriptor& file, mode_t mode) {
-  return Repeat("fchmod", [&] { return fchmod(file.Number(), mode); });
+  return Repeat({"fchmod", file.Number()}, [&] { return fchmod(file.Number(), mode); });
 }
 
 int ChangeOwner(const Descriptor& file, uid_t user, gid_t group) {
-  return Repeat("fchown", [&] { return fchown(file.Number(), user, group); });
+  return Repeat({"fchown", file.Number()}, [&] { return fchown(file.Number(), user, group); });
 }
 
 int SetLock(const Descriptor& file, short type, LockRange range) {
@@ -214,7 +220,7 @@ int SetLock(const Descriptor& file, short type, LockRange range) {
   lock.l_whence = SEEK_SET;
   lock.l_start = range.start;
   lock.l_len = range.length;
-  const int error = Repeat("F_OFD_SETLK", [&] { return fcntl(file.Number(), F_OFD_SETLK, &lock); });
+  const int error = Repeat({"F_OFD_SETLK", file.Number()}, [&] { return fcntl(file.Number(), F_OFD_SETLK, &lock); });
   return error == EACCES ? EAGAIN : error;
 }
 
@@ -224,7 +230,7 @@ int FindForeignLock(const Descriptor& file, LockRange range, off_t* start) {
   lock.l_whence = SEEK_SET;
   lock.l_start = range.start;
   lock.l_len = range.length;
-  const int error = Repeat("F_OFD_GETLK", [&] { return fcntl(file.Number(), F_OFD_GETLK, &lock); });
+  const int error = Repeat({"F_OFD_GETLK", file.Number()}, [&] { return fcntl(file.Number(), F_OFD_GETLK, &lock); });
   *start = error == 0 && lock.l_type != F_UNLCK ? lock.l_start : -1;
   return error;
 }
@@ -238,8 +244,8 @@ int ReadNames(const Descriptor& folder, const std::function<void(const char* nam
   const char* const start = reinterpret_cast<const char*>(buffer.get());
   for (;;) {
     std::size_t size = 0;
-    const int error =
-        Repeat("getdents64", &size, [&] { return syscall(SYS_getdents64, names.Number(), buffer.get(), kBufferSize); });
+    const int error = Repeat({"getdents64", names.Number()}, &size,
+                             [&] { return syscall(SYS_getdents64, names.Number(), buffer.get(), kBufferSize); });
     if (error != 0) return error;
     if (size == 0) return 0;
     for (std::size_t at = 0; at < size;) {
@@ -256,29 +262,29 @@ int ReadNames(const Descriptor& folder, const std::function<void(const char* nam
 
 int FileSystemType(const Descriptor& folder, std::uint64_t* type) {
   struct statfs status = {};
-  const int error = Repeat("fstatfs", [&] { return fstatfs(folder.Number(), &status); });
+  const int error = Repeat({"fstatfs", folder.Number()}, [&] { return fstatfs(folder.Number(), &status); });
   *type = static_cast<std::uint32_t>(status.f_type);
   return error;
 }
 
 int OpenWatcher(Descriptor* watcher) {
   int number = -1;
-  const int error = Repeat("inotify_init1", &number, [] { return inotify_init1(IN_NONBLOCK | IN_CLOEXEC); });
+  const int error = Repeat({"inotify_init1"}, &number, [] { return inotify_init1(IN_NONBLOCK | IN_CLOEXEC); });
   if (error == 0) *watcher = Descriptor(number);
   return error;
 }
 
 int AddWatch(const Descriptor& watcher, const Descriptor& folder, std::uint32_t events, int* watch) {
-  return Repeat("inotify_add_watch", watch,
+  return Repeat({"inotify_add_watch", watcher.Number()}, watch,
                 [&] { return inotify_add_watch(watcher.Number(), PathOf(folder).c_str(), events); });
 }
 
 void RemoveWatch(const Descriptor& watcher, int watch) {
-  Repeat("inotify_rm_watch", [&] { return inotify_rm_watch(watcher.Number(), watch); });
+  Repeat({"inotify_rm_watch", watcher.Number()}, [&] { return inotify_rm_watch(watcher.Number(), watch); });
 }
 
 int ReadEvents(const Descriptor& watcher, void* buffer, std::size_t size, std::size_t* read) {
-  return Repeat("read", read, [&] { return ::read(watcher.Number(), buffer, size); });
+  return Repeat({"read", watcher.Number()}, read, [&] { return ::read(watcher.Number(), buffer, size); });
 }
 
 // The clock is mixed in each time, so that a forked process does not draw what its parent draws; asking the system each
@@ -286,7 +292,7 @@ int ReadEvents(const Descriptor& watcher, void* buffer, std::size_t size, std::s
 std::uint64_t Random() {
   thread_local std::uint64_t state = [] {
     std::uint64_t seed = 0;
-    Repeat("getrandom", [&] { return getrandom(&seed, sizeof seed, 0); });
+    Repeat({"getrandom"}, [&] { return getrandom(&seed, sizeof seed, 0); });
     return seed;
   }();
   state += static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count()) | 1;

@@ -1,9 +1,16 @@
-// The ways in which this system opens files, what the platform says about any two openers, and short ways to try.
+// A drive of the test's own, the ways in which this system opens files, and short ways to try them.
 #pragma once
 
-#include <string>
-
 #include "platform/files/files.h"
+#include "support/elsewhere.h"
+
+namespace fs = std::filesystem;
+
+using support::Child;
+using support::Elsewhere;
+using support::ReadFile;
+using support::WriteFile;
+using Names = std::vector<std::string>;
 
 inline constexpr UINT kReadExclusive = CFile::modeRead | CFile::shareExclusive;
 inline constexpr UINT kCreateExclusive = CFile::modeCreate | CFile::modeWrite | CFile::shareExclusive;
@@ -12,23 +19,8 @@ inline constexpr UINT kUpdateExclusive =
 inline constexpr UINT kReadShared = CFile::modeRead | CFile::shareDenyNone;
 inline constexpr UINT kUpdateShared = CFile::modeReadWrite | CFile::shareDenyWrite;
 inline constexpr UINT kCreateShared = CFile::modeCreate | kUpdateShared;
-inline constexpr UINT kCreateNothingDenied =
-    CFile::modeCreate | CFile::modeNoTruncate | CFile::modeReadWrite | CFile::shareDenyNone;
-
-inline bool Writes(UINT flags) {
-  return (flags & (CFile::modeWrite | CFile::modeReadWrite)) != 0;
-}
-
-inline bool Denies(UINT holder, UINT opener) {
-  const bool deniesWriting = (holder & CFile::shareDenyNone) == 0;
-  const bool deniesReading = deniesWriting && (holder & CFile::shareDenyWrite) == 0;
-  const bool reads = (opener & CFile::modeWrite) == 0;
-  return (deniesReading && reads) || (deniesWriting && Writes(opener));
-}
-
-inline bool Compatible(UINT a, UINT b) {
-  return !Denies(a, b) && !Denies(b, a);
-}
+inline constexpr uid_t kNobody = 65534;
+inline constexpr uid_t kOther = 65533;
 
 // The platform's error number of what `action` throws, 0 when it throws nothing.
 template <typename Action>
@@ -39,6 +31,14 @@ LONG ErrorOf(const Action& action) {
   } catch (const CFileException& failure) {
     return failure.m_lOsError;
   }
+}
+
+inline LONG RenameError(const char* from, const char* to) {
+  return ErrorOf([&] { CFile::Rename(from, to); });
+}
+
+inline LONG RemoveError(const char* path) {
+  return ErrorOf([&] { CFile::Remove(path); });
 }
 
 // Opens and gives the platform's error number, 0 for success.
@@ -58,3 +58,17 @@ inline std::string ContentOf(CFile* file) {
   content.resize(file->Read(content.data(), static_cast<UINT>(content.size())));
   return content;
 }
+
+// The current directory is the folder of drive D, in which every user may create files.
+class FilesTest : public testing::Test {
+ protected:
+  FilesTest() {
+    fs::current_path(home_.Data());
+    fs::permissions(".", fs::perms(0777));
+  }
+  ~FilesTest() override { fs::current_path("/"); }
+
+  static Names Here() { return support::Names("."); }
+
+  support::TempHome home_;
+};
