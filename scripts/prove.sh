@@ -15,7 +15,7 @@ alone=(contention peers faults)
 in_process=(text kernel home files registry channel com contract marshal common marcacao document legacy migration store
   registration server)
 # Cases that go by the clock, take hours, or start a process under a name of its own, under memcheck.
-left_out='CommandLine.*:RegistryFile.ManyWriters*:RegistryFile.AKilledWriter*:RegistryFormat.AFileOfCountless*'
+left_out='CommandLine.*:Registry.ManyWriters*:Registry.AFileOfCountless*'
 
 started=$SECONDS
 figures=()
