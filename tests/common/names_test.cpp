@@ -83,18 +83,13 @@ TEST(Folders, AreThoseOfTheRegistryWithABackslashAtTheirEnd) {
   std::string folder = "kept";
   EXPECT_EQ(Folders::BuscaCaminhoRelatorios(folder), kNoFolder);
   EXPECT_EQ(folder, "kept");
-  for (const std::string entered : {"C:\\Rel", "C:\\Rel\\", "D:\\", ""}) {
-    SetRegistryText("SOFTWARE\\Norvela", "Relatorios", entered);
-    EXPECT_EQ(Folders::BuscaCaminhoRelatorios(folder), 0U);
-    EXPECT_EQ(folder, entered == "C:\\Rel" ? "C:\\Rel\\" : entered);
-  }
   // The type of the value does not count, only its bytes up to the first NUL.
   registry::OwnedKey key;
   ASSERT_EQ(RegCreateKeyA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Norvela", key.Out()), 0);
-  for (const DWORD size : {4U, 9U}) {
+  for (const auto& [size, expected] : {std::pair(0U, ""), {3U, "E:\\"}, {4U, "E:\\R\\"}, {9U, "E:\\R\\"}}) {
     RegSetValueExA(key.Get(), "Relatorios", 0, REG_BINARY, reinterpret_cast<const BYTE*>("E:\\R\0tail"), size);
     EXPECT_EQ(Folders::BuscaCaminhoRelatorios(folder), 0U);
-    EXPECT_EQ(folder, "E:\\R\\");
+    EXPECT_EQ(folder, expected) << size;
   }
 
   EXPECT_EQ(Folders::BuscaCaminhoModulo("CT", folder), kNoFolder);

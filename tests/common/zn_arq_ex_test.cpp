@@ -33,8 +33,7 @@ class ScriptedFile : public CZNArqEx {
   int until = 1000;
   int attempts = 0;  // of the failing operation
   int reads = 0;
-  DWORD waited = 0;
-  DWORD now = 0;
+  DWORD waited = 0, now = 0;
   std::function<void(const std::string& path, UINT flags)> beforeOpen = [](const std::string&, UINT) {};
 
   std::uint32_t Abre(char mode, bool creates) { return CZNArqEx::Abre(kPath, mode, kSize, creates, true); }

@@ -1,5 +1,4 @@
-// What the registration of the server and of a type library leaves in the registry, and what unregistration leaves of
-// it.
+// What the server and type libraries leave in the registry when they register, and when they unregister.
 #include "server/registration.h"
 
 #include <sys/stat.h>
