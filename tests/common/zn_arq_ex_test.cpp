@@ -250,7 +250,7 @@ TEST_F(ZNArqEx, FilesThatAreBeingMadeAreWaitedFor) {
 
 // Between finding a file missing and making it another station may make it, and write.
 TEST_F(ZNArqEx, FilesThatAppearMeanwhileKeepTheirContent) {
-  const std::string others = Record('\0') + Record('o');
+  const std::string others = Record('h') + Record('o');
   ScriptedFile file;
   file.beforeOpen = [&](const std::string& path, UINT flags) {
     if ((flags & CFile::modeCreate) == 0) return;
@@ -333,8 +333,8 @@ TEST_F(ZNArqEx, CacheServesWholeRecordsForAMinute) {
   EXPECT_EQ(file.Fecha(), 0U);
 
   // What was read of one file is no other file's.
-  WriteFile(File("Other.dat"), Record('x'));
-  EXPECT_EQ(file.LeRegistroArquivo("D:\\Other.dat", 0, record, kSize), 0U);
+  WriteFile(File("Other.dat"), Record('x', 3 * kSize));
+  EXPECT_EQ(file.LeRegistroArquivo("D:\\Other.dat", 2, record, kSize), 0U);
   EXPECT_EQ(std::string(record, kSize), Record('x'));
 }
 
