@@ -12,10 +12,10 @@ logs=build/prove
 # These run by themselves: what they measure should not depend on other tests beside them.
 alone=(contention peers faults)
 # Test programs whose whole work is in their own process and its forks: they start no server and no other executable.
-in_process=(text kernel home files registry channel com contract marshal common marcacao document legacy migration store
+in_process=(platform files registry channel contract marshal common marcacao document legacy migration store
   registration server)
 # Cases that go by the clock, take hours, or start a process under a name of its own, under memcheck.
-left_out='CommandLine.*:RegistryFile.ManyWriters*:RegistryFile.AKilledWriter*:RegistryFormat.AFileOfCountless*'
+left_out='CommandLine.*:Registry.ManyWriters*:Registry.AFileOfCountless*'
 
 started=$SECONDS
 figures=()

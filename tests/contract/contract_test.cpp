@@ -1,15 +1,17 @@
-// The type library says what the headers say: clients are made from the one, the server from the other.
+// The type library says what the headers say: clients are made from the one, the server from the other. Every result
+// that a user can meet has a name of its own.
 #include <gtest/gtest.h>
-#include <iterator>
 #include <map>
 #include <regex>
-#include <string>
 
 #include "contract/interfaces.h"
+#include "contract/results.h"
 #include "support/support.h"
 
 namespace {
 
+using kestor::Describe;
+using kestor::ResultCode;
 using Replacements = std::vector<std::pair<const char*, const char*>>;
 
 std::string Replaced(std::string text, const Replacements& replacements) {
@@ -64,20 +66,53 @@ TEST(TypeLibrary, TellsDirectionsAndExtents) {
 }
 
 TEST(TypeLibrary, HasTheIdentitiesOfTheHeaders) {
-  std::map<std::string, std::string> described;
   const std::string text = Read("KESTORLib.idl");
-  for (const std::smatch& head : Matches(text, R"(uuid\(([-0-9A-F]+)\)([^\]]*)\] (library|interface|coclass) (\w+))"))
-    described[head[4]] = "{" + head[1].str() + "}" + head[2].str();
-  const std::map<std::string, std::string> declared = {
-      {"KESTORLib", GuidText(LIBID_KESTORLib) + ", version(1.0), lcid(1033), helpstring(\"KESTOR 1.0 Type Library\") "},
-      {"IZNPL_Rel", GuidText(IID_IZNPL_Rel) + " "},
-      {"IZNPL_Relatorio2", GuidText(IID_IZNPL_Relatorio2) + " "},
-      {"IZNPL_RelConverte", GuidText(IID_IZNPL_RelConverte) + " "},
-      {"ZNPL_Rel", GuidText(CLSID_ZNPL_Rel) + ", helpstring(\"ZNPL_Rel Class\") "},
-      {"ZNPL_Relatorio2", GuidText(CLSID_ZNPL_Relatorio2) + ", helpstring(\"ZNPLRelatorio2 Class\") "},
-      {"ZNPL_RelConverte", GuidText(CLSID_ZNPL_RelConverte) + ", helpstring(\"ZNPL_RelConverte Class\") "}};
-  EXPECT_EQ(described, declared);
+  for (const auto& [name, guid] :
+       {std::pair("interface IZNPL_Rel", IID_IZNPL_Rel), std::pair("interface IZNPL_Relatorio2", IID_IZNPL_Relatorio2),
+        std::pair("interface IZNPL_RelConverte", IID_IZNPL_RelConverte), std::pair("coclass ZNPL_Rel", CLSID_ZNPL_Rel),
+        std::pair("coclass ZNPL_Relatorio2", CLSID_ZNPL_Relatorio2),
+        std::pair("coclass ZNPL_RelConverte", CLSID_ZNPL_RelConverte)}) {
+    const std::string identity = R"(uuid\()" + GuidText(guid).substr(1, 36) + R"(\)[^\]]*\] )" + name + R"(\b)";
+    EXPECT_EQ(Matches(text, identity.c_str()).size(), 1u) << name;
+  }
   EXPECT_EQ(Matches(text, R"(coclass (\w+) \{ \[default\] interface I\1; \};)").size(), 3u);
+}
+
+// Every number that the files, the shared services and the interfaces can give is looked at, and what has a name is
+// counted.
+TEST(Results, NamesAreGivenOnce) {
+  using Range = std::tuple<std::uint32_t, std::uint32_t, std::size_t>;
+  std::map<std::string, std::uint32_t> owners;
+  for (const auto& [first, last, count] :
+       {Range(0, 1, 2), Range(0x80004001, 0x80004005, 4), Range(0x80040001, 0x8004000C, 12),
+        Range(0x80043E80, 0x80043FAC, 16), Range(0x80070000, 0x800704FF, 28), Range(0x80070600, 0x800706FF, 4),
+        Range(0x80010105, 0x80010110, 2), Range(0x80040110, 0x800401FC, 4), Range(0x80080005, 0x80080005, 1),
+        Range(0x80028000, 0x80029FFF, 2)}) {
+    const std::size_t before = owners.size();
+    for (std::uint32_t number = first; number <= last; ++number) {
+      const kestor::ResultText text = Describe(static_cast<HRESULT>(number));
+      EXPECT_FALSE(text.meaning.empty()) << number;
+      if (text.name.starts_with("FACILITY_")) continue;
+      const auto [owner, isNew] = owners.emplace(text.name, number);
+      EXPECT_TRUE(isNew) << text.name << " is " << owner->second << " and " << number;
+    }
+    EXPECT_GE(owners.size() - before, count) << ResultCode(static_cast<HRESULT>(first));
+  }
+}
+
+TEST(Results, AreToldByNameOrSource) {
+  const std::pair<std::uint32_t, std::string> cases[] = {
+      {0x00040001, "KESTOR_ARQ_NAO_EXISTE: no model of that name, or it cannot be opened"},
+      {0x80040001, "KESTOR_ARQ_NAO_EXISTE: the field catalogue cannot be opened"},
+      {0x00040004, "KESTOR_ARQUIVO_JA_EXISTE: a model of that name exists"},
+      {0x0004000D, "FACILITY_ITF_13: notice 13 of the interface"},
+      {0x80071234, "FACILITY_WIN32_4660: failure 4660 of the system"},
+      {0x87FF0001, "FACILITY_2047_1: failure 1 of an unknown source"}};
+  for (const auto& [number, told] : cases) {
+    const kestor::ResultText text = Describe(static_cast<HRESULT>(number));
+    EXPECT_EQ(text.name + ": " + text.meaning, told);
+  }
+  EXPECT_EQ(ResultCode(0x00040004), "0x00040004");
 }
 
 }  // namespace

@@ -1,0 +1,115 @@
+// Which file each operation means by a name, what names say, and the folders that the registry names.
+#include <gtest/gtest.h>
+#include <set>
+
+#include "common/caminhos_instalacao.h"
+#include "common/nomes_arquivos.h"
+#include "common/texto_bstr.h"
+#include "platform/registry/registry.h"
+#include "support/installation.h"
+
+namespace {
+
+using namespace kestor;
+
+using support::SetRegistryText;
+
+const std::string kPrefix = "D:\\Rel.v2\\CT01";
+
+TEST(Names, EachOperationHasItsRule) {
+  // As read and as written (companions differ in the extension alone) and as updated by the first generation, as read
+  // and as written by the second.
+  const std::string rows[][6] = {
+      {"Vendas", "Vendas.REL", "Vendas", "Vendas.REL", "Vendas.RXL", "Vendas.RXL"},
+      {"Vendas.TXT", "Vendas.TXT", "Vendas", "Vendas.TXT.REL", "Vendas.TXT.RXL", "Vendas.TXT"},
+      {"vendas.rel", "vendas.rel", "vendas", "vendas.rel", "vendas.rel.RXL", "vendas.rel"},
+      {"a.Relv.x", "a.Relv.x", "a", "a.Relv.x", "a.Relv.x.RXL", "a.Relv.x"},
+      {"Vendas.rxl", "Vendas.rxl", "Vendas", "Vendas.rxl.REL", "Vendas.rxl", "Vendas.rxl"},
+      {"a.b.RXL", "a.b.RXL", "a", "a.b.RXL.REL", "a.b.RXL", "a.b.RXL"},
+      {"Vendas.", "Vendas.", "Vendas", "Vendas..REL", "Vendas..RXL", "Vendas."},
+      {"", ".REL", "", ".REL", ".RXL", ".RXL"}};
+  for (const auto& [name, read, written, updated, read2, written2] : rows) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(CaminhoRelLido(kPrefix, name), kPrefix + read);
+    EXPECT_EQ(CaminhoRelGravado(kPrefix, name), kPrefix + written + ".REL");
+    EXPECT_EQ(CaminhoExportacao(kPrefix, name), kPrefix + written + ".REE");
+    EXPECT_EQ(CaminhoFiltro(kPrefix, name), kPrefix + written + ".REF");
+    EXPECT_EQ(CaminhoRelAtualizado(kPrefix, name), kPrefix + updated);
+    EXPECT_EQ(CaminhoRelatorioLido(kPrefix, name), kPrefix + read2);
+    EXPECT_EQ(CaminhoRelatorioGravado(kPrefix, name), kPrefix + written2);
+  }
+  EXPECT_EQ(CaminhosRelExcluidos(kPrefix, "A"), (std::vector<std::string>{kPrefix + "A.REL", kPrefix + "A.REE"}));
+  EXPECT_EQ(CaminhosRelExcluidos(kPrefix, "A.REE"), (std::vector<std::string>{kPrefix + "A.REE"}));
+  EXPECT_EQ(CaminhoRelatorioLido("CT.R", "xl"), "CT.Rxl") << "the whole path ends in the extension";
+  EXPECT_EQ(ModuloRel("ABC") + "," + ModuloRel("A") + "," + ComponenteRel("DEFG") + "," + ComponenteRel("01"),
+            "AB,A,DEF,01");
+  EXPECT_EQ(CaminhoCatalogo("E:\\App.v2\\", "CT", "0001"), "E:\\App.v2\\XCT0001.REL");
+  EXPECT_EQ(CaminhoCatalogo("E:\\", "CT", "0.1"), "E:\\XCT0.1");
+  EXPECT_EQ(CaminhoPadroes("D:\\") + CaminhoExcluidos("D:\\") + CaminhoControle("D:\\"),
+            "D:\\ZNRELPAD.DATD:\\ZNRELDEL.DATD:\\ZNCTLARQ.DAT");
+}
+
+TEST(Names, NamesOfOneFile) {
+  const std::vector<std::string> files[] = {{"B", "b", "B.RXL", "b.rxl", "B.RXL.", "b.Rxl . ", "B.rxl "},
+                                            {"B "},
+                                            {"B.", "b.."},
+                                            {"B.v2", "b.V2."},
+                                            {"\xC9", "\xE9", "\xE9.rxl"},  // the accented letters as well
+                                            {""}};
+  std::set<std::string> keys;
+  for (const auto& names : files) {
+    EXPECT_TRUE(keys.insert(ChaveRelatorio(names[0])).second) << names[0];
+    for (const std::string& name : names)
+      EXPECT_EQ(ChaveRelatorio(name), ChaveRelatorio(names[0]));
+  }
+}
+
+TEST(Names, WhatNamesSay) {
+  EXPECT_EQ(NomeDoModelo("CT01Vendas.v2.RXL", 4), "Vendas");
+  EXPECT_EQ(NomeDoModelo("CT01.RXL", 4), "");
+  EXPECT_EQ(NomeDoModelo("CT", 4), "") << "the codes had a wild card";
+  EXPECT_EQ(std::string(PastaDoCaminho("D:\\a\\b")) + "|" + std::string(NomeDoArquivo("D:\\a\\b")), "D:\\a\\|b");
+  EXPECT_EQ(NomeDoArquivo("b").size() + PastaDoCaminho("b").size() + NomeDoArquivo("D:\\").size(), 0U);
+  for (const char* name : {"..\\A", "a/b", "D:A", "A. v2"})
+    EXPECT_EQ(FicaNaPasta(name), *name == 'A') << name;
+  EXPECT_EQ(TextoDeBstr(nullptr), "");
+  EXPECT_EQ(TextoDeBstr(support::Text(u"\u00C1gua \u20AC \u65E5\u672C")), "\xC1gua \x80 ??");
+}
+
+TEST(Folders, AreThoseOfTheRegistryWithABackslashAtTheirEnd) {
+  using Folders = CCaminhosInstalacao;
+  constexpr WORD kNoFolder = 16217;
+  const support::TempHome home;
+  std::string folder = "kept";
+  EXPECT_EQ(Folders::BuscaCaminhoRelatorios(folder), kNoFolder);
+  EXPECT_EQ(folder, "kept");
+  // The type of the value does not count, only its bytes up to the first NUL.
+  registry::OwnedKey key;
+  ASSERT_EQ(RegCreateKeyA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Norvela", key.Out()), 0);
+  for (const auto& [size, expected] : {std::pair(0U, ""), {3U, "E:\\"}, {4U, "E:\\R\\"}, {9U, "E:\\R\\"}}) {
+    RegSetValueExA(key.Get(), "Relatorios", 0, REG_BINARY, reinterpret_cast<const BYTE*>("E:\\R\0tail"), size);
+    EXPECT_EQ(Folders::BuscaCaminhoRelatorios(folder), 0U);
+    EXPECT_EQ(folder, expected) << size;
+  }
+
+  EXPECT_EQ(Folders::BuscaCaminhoModulo("CT", folder), kNoFolder);
+  std::set<std::string> applications;
+  for (const ModuloFamilia& row : ModulosDaFamilia()) {
+    const std::string application(row.subchave);
+    applications.insert(application);
+    SetRegistryText("SOFTWARE\\Norvela\\" + application, "Path", "D:\\" + application);
+    EXPECT_EQ(Folders::BuscaCaminhoModulo(std::string(row.codigo), folder), 0U);
+    EXPECT_EQ(folder, "D:\\" + application + "\\");
+  }
+  EXPECT_EQ(applications.size(), 21U);
+  EXPECT_EQ(Folders::BuscaCaminhoModulo("ct", folder), 0U);
+  EXPECT_EQ(folder, "D:\\Contabil\\");
+  for (const char* code : {"ZZ", "", "CTX", "C"}) {
+    EXPECT_EQ(Folders::BuscaCaminhoModulo(code, folder), kNoFolder);
+    EXPECT_EQ(folder, "");
+  }
+  support::WriteFile(home.Home() / "registry.reg", "damaged");
+  EXPECT_EQ(Folders::BuscaCaminhoRelatorios(folder), kNoFolder);
+}
+
+}  // namespace
