@@ -1,7 +1,10 @@
 // The report store in this process, on real files: its models and the record files beside them.
-#include <gmock/gmock.h>
+#include <cerrno>
+#include <cstring>
+#include <utility>
 
 #include "platform/files/files.h"
+#include "platform/host/fault_point.h"
 #include "store_fixture.h"
 
 namespace fs = std::filesystem;
@@ -17,6 +20,7 @@ namespace {
 constexpr char kOk[] = "0x00000000";
 constexpr unsigned char kMustBeNew = KESTOR_NaoSobreescrever;
 constexpr unsigned char kCheck = KESTOR_VerificarModelosDemoExcluidos;
+bool refusesOpening = false;  // the next time
 const std::string kZeros(264, '\0');
 
 std::string Record(std::string key, std::string name) {
@@ -48,15 +52,11 @@ TEST_F(ReportStore, DoesNothingWithoutItsFolderAndCodes) {
     return ResultCode(store->Inicializa(Text(module), Text(component)));
   };
   const auto expectRefused = [&](const char* when) {
-    const Names answers = {Listed(*store),
-                           Deleted(*store),
-                           Default(*store),
-                           SetDefault(*store, u"A"),
-                           Delete(*store, u"A", Model::demonstration),
-                           ReadModel(*store, u"A"),
-                           ResultCode(support::WriteModel(*store, u"A", "x")),
-                           ResultCode(store->Grava(Text(u"A"), 1, 0, -1, nullptr))};
-    EXPECT_THAT(answers, testing::Each("0x80040007")) << when;
+    for (const std::string& answer :
+         {Listed(*store), Deleted(*store), Default(*store), SetDefault(*store, u"A"), ReadModel(*store, u"A"),
+          Delete(*store, u"A", Model::demonstration), ResultCode(support::WriteModel(*store, u"A", "x")),
+          ResultCode(store->Grava(Text(u"A"), 1, 0, -1, nullptr))})
+      EXPECT_EQ(answer, "0x80040007") << when;
   };
   expectRefused("before Inicializa");
   EXPECT_EQ(initialise(u"ZZ", u"01"), "0x80043F59");
@@ -75,7 +75,7 @@ TEST_F(ReportStore, DoesNothingWithoutItsFolderAndCodes) {
   expectRefused("with an empty text for a folder");
 }
 
-TEST_F(ReportStore, CountsInTheServerWhileItLives) {
+TEST_F(ReportStore, CountsWhileItLives) {
   void* none = &counter_;
   EXPECT_EQ(CreateStore(counter_, IID_IZNPL_Rel, &none), E_NOINTERFACE);
   EXPECT_EQ(none, nullptr);
@@ -101,6 +101,8 @@ TEST_F(ReportStore, WhatCannotBeWrittenOrReadLeavesTheModelAlone) {
     EXPECT_EQ(Write(u"a", "new"), "0x80040005");
     EXPECT_EQ(Delete(*store_, u"A", Model::demonstration), "0x80070020");
   }
+  refusesOpening = true;  // as if it were held just while the store looks whether there is one
+  EXPECT_EQ(Write(u"a", "new", kMustBeNew), "0x00040004");
   EXPECT_EQ(ReadModel(*store_, u"a"), "old");
   EXPECT_EQ(Files(), (Names{"CT01A.RXL", "ZNRELDEL.DAT"}));
   EXPECT_EQ(Write(u"a", "new"), kOk);
@@ -290,3 +292,8 @@ TEST_F(ReportStore, LinksInThePlaceOfRecordFilesAreNotWrittenThrough) {
 }
 
 }  // namespace
+
+// Stands in the place of the system's own definition.
+host::Fate host::FateOf(const char* call, std::size_t /*bytes*/) {
+  return {.error = std::strcmp(call, "openat") == 0 && std::exchange(refusesOpening, false) ? EMFILE : 0};
+}
