@@ -209,7 +209,11 @@ TEST_F(ReportStore, RememberedRecordBelongsToItsKeyAndFile) {
   EXPECT_EQ(SetDefault(*store_, u"B"), kOk);
   EXPECT_EQ(ReadFile(Defaults()), kZeros + b);
   EXPECT_EQ(Default(*store_), "B");
-  fs::resize_file(Defaults(), 264 + 8 + 1);  // in the middle of the name
+  WriteFile(Defaults(), kZeros + a);
+  EXPECT_EQ(SetDefault(*store_, u"B"), kOk);
+  EXPECT_EQ(ReadFile(Defaults()), kZeros + a + b);
+  EXPECT_EQ(Default(*store_), "B");
+  fs::resize_file(Defaults(), 2 * 264 + 8 + 1);  // within the field of the name
   EXPECT_EQ(Default(*store_), "(null)");
 
   support::SetRegistryText("SOFTWARE\\Norvela", "Relatorios", "D:\\Dados.v2");
