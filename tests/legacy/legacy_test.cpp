@@ -41,9 +41,12 @@ TEST_F(FirstGeneration, CatalogueLines) {
       {std::string(1 << 20, '1') + "\r\n5\r\n", {111111, 5, 0}},
       {std::string(65535, '\n'), std::vector<std::int32_t>(65536)},
   };
+  // The newer store takes the component whole, the older one three characters of it.
+  ASSERT_EQ(Initialise(*rel_, u"CT", u"0123"), kOk);
   for (const auto& [content, codes] : cases) {
     SCOPED_TRACE(content.substr(0, 20));
-    WriteFile(Catalogue(), content);
+    for (const char* name : {"XCT012.REL", "XCT0123.REL"})
+      WriteFile(Module() / name, content);
     LONG count = 0;
     ASSERT_EQ(rel_->BuscaQdeCamposArquivo(&count), S_OK);
     std::vector<Field> fields(static_cast<std::size_t>(count));
@@ -53,7 +56,7 @@ TEST_F(FirstGeneration, CatalogueLines) {
       found.push_back(std::int32_t{field.iCod});
     EXPECT_EQ(found, codes);
     REG_CAMPOS_DISPONIVEIS2* available = nullptr;
-    ASSERT_EQ(ReadyStore()->GetCamposDisponiveis(&available), S_OK);
+    ASSERT_EQ(ReadyStore(u"0123")->GetCamposDisponiveis(&available), S_OK);
     const TaskBlock<REG_CAMPOS_DISPONIVEIS2> owner(available);
     const TaskBlock<tagREG_CAMPOS_RELATORIO2> fields2(available->pregCampos);
     EXPECT_EQ(available->nQtdeCampos, std::min<std::size_t>(codes.size(), 65535)) << "the newer list tells of no more";
@@ -139,10 +142,10 @@ TEST_F(FirstGeneration, WhatNeedsInitialisation) {
   EXPECT_EQ(ResultCode(rel->BuscaQdeCamposArquivo(&count)), "0x80040007");
   EXPECT_EQ(Initialise(*rel, u"ZZ", u"01"), "0x80043F59");
   support::SetRegistryText("SOFTWARE\\Norvela\\Contabil", "Path", "D:\\");
-  EXPECT_EQ(Initialise(*rel, u"CT", u"01234"), kOk);
+  EXPECT_EQ(Initialise(*rel, u"ct", u"01234"), kOk);
   EXPECT_EQ(ResultCode(rel->GravaRelatorioSemCallBack(Text(u"A.x"), 0, 0, nullptr)) + Write(*rel, u"B", "b"),
             std::string(kOk) + kOk);
-  EXPECT_EQ(support::Names(Reports()), (Names{"CT012A.REL", "CT012B.REL"}));
+  EXPECT_EQ(support::Names(Reports()), (Names{"ct012A.REL", "ct012B.REL"}));
   EXPECT_EQ(answers(), (Names{"A|B", "", kOk}));
 
   // A failure takes the folders away and leaves the codes.
@@ -216,6 +219,7 @@ TEST_F(FirstGeneration, UpdatesOfMarginsAndColumns) {
         << Bytes(columns);
     EXPECT_EQ(Read(*rel_, u"M"), after) << Bytes(columns);
   }
+  EXPECT_EQ(ResultCode(rel_->AtualizaRelatorio(Text(u"None"), 0, 0, 0, nullptr)), "0x00040001");
   EXPECT_EQ(ResultCode(rel_->BuscaCampos(0, nullptr)), "0x80040003") << "the catalogue does not stay pending";
 }
 
@@ -246,6 +250,11 @@ TEST_F(FirstGeneration, WhatCompanionFilesLackIsZeros) {
   };
   EXPECT_EQ(filter(""), "");
   EXPECT_EQ(filter(std::string(7, '\1')), std::string(0x101 * 104, '\0'));
+  EXPECT_EQ(filter(Bytes<std::uint32_t>({1, 1}) + std::string(105, 'f')), std::string(104, 'f'));
+  tagCAMPO_FILTRO entry = {};
+  tagFILTRO_RELATORIO one = {1, &entry};
+  EXPECT_EQ(rel_->GravaFiltroRelatorio(Text(u"A.x"), &one), S_OK);
+  EXPECT_EQ(fs::file_size(Reports() / "CT01A.REF"), 112U) << "nothing of a longer one is left";
   EXPECT_EQ(filter(Bytes<std::uint32_t>({9, 0xFFFFFFFF})), std::string(65535 * 104, '\0'));
   EXPECT_EQ(filter(Bytes<std::uint32_t>({1, 0x10001}) + "x"), "x" + std::string(103, '\0'));
 }
