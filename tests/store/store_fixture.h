@@ -8,14 +8,13 @@
 #include "platform/text/text.h"
 #include "support/installation.h"
 
-class Counter final : public kestor::ContagemServidor {
- public:
+struct Counter final : kestor::ContagemServidor {
   LONG Trava() override { return ++count; }
   LONG Destrava() override { return --count; }
   LONG count = 0;
 };
 
-// The names of a list, which is freed, with a comma behind each, in UTF-8.
+// The names of a list, which is freed, with a comma after each, in UTF-8.
 inline std::string TakeNames(const REG_ARRAY_RELATORIO2& list) {
   const TaskBlock<tagREG_NOME_RELATORIO2> entries(list.pregRelatorios);
   std::string names;

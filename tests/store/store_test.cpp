@@ -1,0 +1,292 @@
+// The report store in this process, on real files: its models and the record files beside them.
+#include <cerrno>
+#include <utility>
+
+#include "platform/files/files.h"
+#include "store_fixture.h"
+#include "support/system_calls.h"
+
+namespace fs = std::filesystem;
+using kestor::ResultCode;
+using support::ReadFile;
+using support::ReadModel;
+using support::Text;
+using support::WriteFile;
+using Names = std::vector<std::string>;
+
+namespace {
+
+constexpr char kOk[] = "0x00000000";
+constexpr unsigned char kMustBeNew = KESTOR_NaoSobreescrever;
+constexpr unsigned char kCheck = KESTOR_VerificarModelosDemoExcluidos;
+const std::string kZeros(264, '\0');
+
+std::string Record(std::string key, std::string name) {
+  key.resize(8);
+  name.resize(256);
+  return key + name;
+}
+
+class ReportStore : public StoreTest {
+ protected:
+  fs::path Defaults() const { return Folder() / "ZNRELPAD.DAT"; }
+  fs::path Deletions() const { return Folder() / "ZNRELDEL.DAT"; }
+  Names Files() const { return support::Names(Folder()); }
+
+  void Put(const Names& files) const {
+    for (const std::string& file : files)
+      WriteFile(Folder() / file, std::string("\1\0x", 3));
+  }
+  std::string Write(const std::u16string& name, const std::string& content = "x", unsigned char flags = 0) {
+    return ResultCode(support::WriteModel(*store_, name, content, 1, flags));
+  }
+
+  const ComPtr<IZNPL_Relatorio2> store_ = ReadyStore();
+};
+
+TEST_F(ReportStore, DoesNothingWithoutItsFolderAndCodes) {
+  const auto store = NewStore();
+  const auto initialise = [&](const char16_t* module, const char16_t* component) {
+    return ResultCode(store->Inicializa(Text(module), Text(component)));
+  };
+  const auto expectRefused = [&](const char* when) {
+    for (const std::string& answer :
+         {Listed(*store), Deleted(*store), Default(*store), SetDefault(*store, u"A"), ReadModel(*store, u"A"),
+          Delete(*store, u"A", Model::demonstration), ResultCode(support::WriteModel(*store, u"A", "x")),
+          ResultCode(store->Grava(Text(u"A"), 1, 0, -1, nullptr))})
+      EXPECT_EQ(answer, "0x80040007") << when;
+  };
+  expectRefused("before Inicializa");
+  EXPECT_EQ(initialise(u"ZZ", u"01"), "0x80043F59");
+  EXPECT_EQ(initialise(u"CT", u""), kOk);
+  expectRefused("without a component");
+  EXPECT_EQ(Files(), Names{});
+  EXPECT_EQ(initialise(u"ct", u"01"), kOk);
+  EXPECT_EQ(support::WriteModel(*store, u"A", "x"), S_OK);
+  EXPECT_EQ(Files(), Names{"ct01A.RXL"}) << "codes keep their letter case";
+
+  // What fails later leaves an initialised store as it was, but for the folder just read.
+  EXPECT_EQ(initialise(u"FS", u"02"), "0x80043F59") << "the application has no folder";
+  EXPECT_EQ(ReadModel(*store, u"A"), "x");
+  support::SetRegistryText("SOFTWARE\\Norvela", "Relatorios", "");
+  EXPECT_EQ(initialise(u"CT", u"01"), kOk);
+  expectRefused("with an empty text for a folder");
+}
+
+TEST_F(ReportStore, WhatCannotBeWrittenOrReadLeavesTheModelAlone) {
+  EXPECT_EQ(Write(std::u16string(u"A\0cut", 5), "old", kMustBeNew | kCheck), kOk);
+  EXPECT_EQ(Write(u"a", "new", kMustBeNew | kCheck), "0x00040004");
+  unsigned char byte = 0;  // more of them than Le would give back are not even looked at
+  EXPECT_EQ(store_->Grava(Text(u"A"), 1, 0, -1, nullptr), E_INVALIDARG);
+  EXPECT_EQ(store_->Grava(Text(u"A"), 1, 0, 134'213'633, &byte), E_INVALIDARG);
+  EXPECT_EQ(store_->Grava(Text(u"A"), 1, 0, 1, nullptr), E_POINTER);
+  {
+    // A model that another station holds: not there for a reader, not writable, and not existing for the check.
+    CFile held;
+    ASSERT_TRUE(held.Open("D:\\Dados.v2\\Rel\\CT01A.RXL", CFile::modeRead | CFile::shareDenyNone));
+    EXPECT_EQ(ReadModel(*store_, u"A"), "0x00040001");
+    EXPECT_EQ(Write(u"a", "new", kMustBeNew), "0x80040005");
+    EXPECT_EQ(Write(u"a", "new"), "0x80040005");
+    EXPECT_EQ(Delete(*store_, u"A", Model::demonstration), "0x80070020");
+  }
+  {
+    // As if it were held just while the store looks whether there is one: the first opening is refused.
+    bool refuses = true;
+    const support::SystemCalls system([&](const host::SystemCall& call) -> host::Fate {
+      return {.error = std::string_view(call.name) == "openat" && std::exchange(refuses, false) ? EMFILE : 0};
+    });
+    EXPECT_EQ(Write(u"a", "new", kMustBeNew), "0x00040004");
+  }
+  EXPECT_EQ(ReadModel(*store_, u"a"), "old");
+  EXPECT_EQ(Files(), (Names{"CT01A.RXL", "ZNRELDEL.DAT"}));
+  EXPECT_EQ(Write(u"a", "new"), kOk);
+  EXPECT_EQ(Files(), (Names{"CT01a.RXL", "ZNRELDEL.DAT"})) << "the name changes its letter case with the content";
+  for (const std::uintmax_t bytes : {0U, 1U, 134'213'635U}) {
+    fs::resize_file(Folder() / "CT01a.RXL", bytes);
+    EXPECT_EQ(ReadModel(*store_, u"A"), "0x80040002") << bytes;
+  }
+}
+
+TEST_F(ReportStore, DeletedDemonstrationModelsStayAway) {
+  EXPECT_EQ(Listed(*store_), "(null)");
+  EXPECT_EQ(Delete(*store_, u"Vendas", Model::demonstration), "0x80070002");
+  EXPECT_EQ(Files(), Names{}) << "nothing is made where nothing is found";
+  EXPECT_EQ(Deleted(*store_), "(null)");
+  EXPECT_EQ(ReadFile(Deletions()), kZeros);
+
+  Put({"CT01Vendas.RXL", "CT01Água.RXL", "CT01Própria.RXL"});
+  EXPECT_EQ(Delete(*store_, u"Vendas", Model::demonstration), kOk);
+  EXPECT_EQ(Delete(*store_, u"Água", Model::demonstration), kOk);
+  EXPECT_EQ(Delete(*store_, u"Própria"), kOk);
+  EXPECT_EQ(ReadFile(Deletions()), kZeros + Record("CT01", "Vendas") + Record("CT01", "\xC1gua"));
+
+  // Written again under other letters they are not listed, and not written at all when that is asked.
+  EXPECT_EQ(Write(u"VENDAS", "x", kCheck), "0x0004000C");
+  EXPECT_EQ(Write(u"VENDAS"), kOk);
+  EXPECT_EQ(Write(u"VENDAS", "x", kCheck | kMustBeNew), "0x00040004");
+  EXPECT_EQ(Listed(*store_), "") << "a list, though an empty one";
+  EXPECT_EQ(Write(u"Própria", "x", kCheck) + Write(u"água"), std::string(kOk) + kOk);
+  EXPECT_EQ(Listed(*store_), "Própria,");
+  EXPECT_EQ(Delete(*store_, u"vendas", Model::demonstration), kOk);
+  EXPECT_EQ(Deleted(*store_), "Vendas,Água,vendas,");
+}
+
+TEST_F(ReportStore, RecordFilesThatCannotBeUsed) {
+  Put({"CT01A.RXL", "CT01B.RXL"});
+  ASSERT_EQ(Delete(*store_, u"B", Model::demonstration), kOk);
+  Put({"CT01B.RXL"});
+  CFile held;
+  ASSERT_TRUE(held.Open("D:\\Dados.v2\\Rel\\ZNRELDEL.DAT", CFile::modeRead | CFile::shareExclusive));
+  EXPECT_EQ(Deleted(*store_), "0x80070020");
+  EXPECT_EQ(Listed(*store_), "A,B,") << "better all than none";
+  EXPECT_EQ(Write(u"B", "new", kCheck), kOk);
+  EXPECT_EQ(Delete(*store_, u"A", Model::demonstration), kOk) << "deleted, if not remembered";
+  held.Close();
+  EXPECT_EQ(Deleted(*store_), "B,");
+
+  ASSERT_EQ(SetDefault(*store_, u"B"), kOk);
+  ASSERT_EQ(Default(*store_), "B");
+  const auto other = ReadyStore();
+  const auto expectTold = [&](const char* setting, const char* looking) {
+    EXPECT_EQ(SetDefault(*store_, u"B"), setting);
+    EXPECT_EQ(Default(*store_), "B") << "where the record is known it is read beside others";
+    EXPECT_EQ(Default(*other), looking) << "looking for it takes the file whole";
+  };
+  ASSERT_TRUE(held.Open("D:\\Dados.v2\\Rel\\ZNRELPAD.DAT", CFile::modeReadWrite | CFile::shareDenyNone));
+  expectTold("0x80043EEE", "0x80070020");
+  held.Close();
+  // What is told is the failure of the record file, not that of the registry in which it is noted.
+  WriteFile(home_.Home() / "registry.reg", "damaged");
+  fs::permissions(Defaults(), fs::perms(0444));
+  expectTold("0x80043ED1", "0x80070005");
+}
+
+TEST_F(ReportStore, DefaultReport) {
+  EXPECT_EQ(SetDefault(*store_, u"Vendas"), "0x00000001");
+  EXPECT_EQ(Files(), Names{});
+  Put({"CT01Vendas.RXL", "CT01Compras.RXL", "CT01.RXL", "CT02Outro.RXL"});
+  EXPECT_EQ(SetDefault(*store_, u"Vendas"), kOk);
+  EXPECT_EQ(ReadFile(Defaults()), kZeros + Record("CT01", "Vendas"));
+  const auto other = ReadyStore(u"02");
+  EXPECT_EQ(Default(*other), "(null)");
+  EXPECT_EQ(SetDefault(*other, u"Outro"), kOk);
+
+  // Both with the record's number known and not.
+  const auto fresh = ReadyStore();
+  for (IZNPL_Relatorio2* asked : {&*store_, &*fresh}) {
+    EXPECT_EQ(SetDefault(*asked, u"Compras"), kOk);
+    EXPECT_EQ(ReadFile(Defaults()), kZeros + Record("CT01", "Compras") + Record("CT02", "Outro"));
+    EXPECT_EQ(asked->SetRelatorioPadrao(nullptr), S_OK);
+    EXPECT_EQ(Default(*asked), "(null)");
+    EXPECT_EQ(SetDefault(*asked, u""), kOk) << "the model without a name, which is no default";
+    EXPECT_EQ(Default(*asked), "(null)");
+    EXPECT_EQ(SetDefault(*asked, u"vendas.rxl"), kOk);
+    EXPECT_EQ(Default(*asked), "vendas.rxl");
+  }
+
+  // Deleting the default clears it, by the letter.
+  for (const auto& [deleted, left] : {std::pair(u"Compras", "Vendas"), {u"VENDAS", "Vendas"}, {u"Vendas", "(null)"}}) {
+    Put({"CT01Vendas.RXL"});
+    EXPECT_EQ(SetDefault(*store_, u"Vendas"), kOk);
+    EXPECT_EQ(Delete(*store_, deleted), kOk);
+    EXPECT_EQ(Default(*store_), left) << text::Utf16ToUtf8(deleted);
+  }
+  EXPECT_EQ(Default(*other), "Outro");
+}
+
+TEST_F(ReportStore, RememberedRecordBelongsToItsKeyAndFile) {
+  Put({"CT01A.RXL", "CT02B.RXL"});
+  const std::string a = Record("CT01", "A");
+  const std::string b = Record("CT02", "B");
+  ASSERT_EQ(SetDefault(*store_, u"A"), kOk);
+  ASSERT_EQ(Default(*store_), "A");
+  ASSERT_EQ(store_->Inicializa(Text(u"CT"), Text(u"02")), S_OK);
+  EXPECT_EQ(SetDefault(*store_, u"B"), kOk);
+  EXPECT_EQ(ReadFile(Defaults()), kZeros + a + b);
+  EXPECT_EQ(Default(*store_), "B");
+
+  // Another program has put another file in place.
+  WriteFile(Defaults(), kZeros + b + a);
+  EXPECT_EQ(SetDefault(*store_, u"B"), kOk);
+  EXPECT_EQ(ReadFile(Defaults()), kZeros + b + a);
+  WriteFile(Defaults(), kZeros);
+  EXPECT_EQ(Default(*store_), "0x80043E95");
+  EXPECT_EQ(SetDefault(*store_, u"B"), kOk);
+  EXPECT_EQ(ReadFile(Defaults()), kZeros + b);
+  EXPECT_EQ(Default(*store_), "B");
+  WriteFile(Defaults(), kZeros + a);
+  EXPECT_EQ(SetDefault(*store_, u"B"), kOk);
+  EXPECT_EQ(ReadFile(Defaults()), kZeros + a + b);
+  EXPECT_EQ(Default(*store_), "B");
+  fs::resize_file(Defaults(), 2 * 264 + 8 + 1);  // within the field of the name
+  EXPECT_EQ(Default(*store_), "(null)");
+
+  support::SetRegistryText("SOFTWARE\\Norvela", "Relatorios", "D:\\Dados.v2");
+  ASSERT_EQ(store_->Inicializa(Text(u"CT"), Text(u"02")), S_OK);
+  EXPECT_EQ(Default(*store_), "(null)");
+  EXPECT_EQ(ReadFile(Folder().parent_path() / "ZNRELPAD.DAT"), kZeros);
+}
+
+TEST_F(ReportStore, DamagedRecordFiles) {
+  const std::string ours = Record("CT01", "A");
+  const std::string unended = "CT01xxxx" + std::string(256, 'n');
+  const std::string endless = Record("CT01", std::string(256, 'n'));
+  const std::string others = Record("ct01", "x") + Record("CT012", "x");
+  const struct {
+    std::string content, found, afterSetting;
+  } cases[] = {
+      {"", "(null)", kZeros + ours},
+      {"torn", "(null)", kZeros + ours},
+      {ours, "(null)", ours + ours},                                     // the first record belongs to no key
+      {kZeros + ours.substr(0, 200), "(null)", kZeros + kZeros + ours},  // nor does part of a record
+      {kZeros + unended, "(null)", kZeros + unended + ours},
+      {kZeros + others, "(null)", kZeros + others + ours},
+      {kZeros + endless, std::string(255, 'n'), kZeros + ours},
+  };
+  Put({"CT01A.RXL"});
+  for (const auto& [content, found, afterSetting] : cases) {
+    for (const bool readFirst : {false, true}) {
+      SCOPED_TRACE(content.substr(0, 280) + (readFirst ? ", read first" : ""));
+      WriteFile(Defaults(), content);
+      WriteFile(Deletions(), content);
+      const auto store = ReadyStore();
+      EXPECT_EQ(readFirst ? Default(*store) : found, found);
+      EXPECT_EQ(Deleted(*store), found == "(null)" ? found : found + ",");
+      EXPECT_EQ(SetDefault(*store, u"A"), kOk);
+      EXPECT_EQ(ReadFile(Defaults()), afterSetting);
+      EXPECT_EQ(Default(*ReadyStore()), "A");
+    }
+  }
+
+  // What is longer than any record file is not searched, and nothing is added that would not be found again.
+  constexpr std::uintmax_t kLongest = 32U << 20;
+  for (const auto& [bytes, isRead] : {std::pair(kLongest, true), {kLongest + 1, false}, {kLongest << 8, false}}) {
+    SCOPED_TRACE(bytes);
+    Put({"CT01A.RXL"});
+    fs::resize_file(Defaults(), bytes);
+    EXPECT_EQ(Default(*ReadyStore()), isRead ? "A" : "0x8007000B");
+    EXPECT_EQ(SetDefault(*ReadyStore(), u"A"), isRead ? kOk : "0x80043EE2") << "its record is there";
+    fs::resize_file(Deletions(), bytes);
+    EXPECT_EQ(Deleted(*ReadyStore()), isRead ? std::string(255, 'n') + "," : "0x8007000B");
+    EXPECT_EQ(Delete(*ReadyStore(), u"A", Model::demonstration), kOk);
+    EXPECT_EQ(fs::file_size(Deletions()), bytes);
+  }
+}
+
+// In a folder that many use, a link may stand there to have another user's file overwritten.
+TEST_F(ReportStore, LinksInThePlaceOfRecordFilesAreNotWrittenThrough) {
+  const fs::path victim = home_.Home() / "victim";
+  for (const fs::path& file : {Defaults(), Deletions()})
+    fs::create_symlink(victim, file);
+  for (const std::string& content : {std::string(), kZeros}) {
+    WriteFile(victim, content);
+    Put({"CT01A.RXL"});
+    EXPECT_EQ(SetDefault(*store_, u"A"), "0x80043ED0");
+    EXPECT_EQ(Default(*store_), "0x80070005");
+    EXPECT_EQ(Deleted(*store_), "0x80070005");
+    EXPECT_EQ(Delete(*store_, u"A", Model::demonstration), kOk);
+    EXPECT_EQ(ReadFile(victim), content);
+  }
+}
+
+}  // namespace
