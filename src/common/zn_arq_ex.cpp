@@ -439,7 +439,7 @@ std::uint32_t CZNArqEx::AbreControle(const std::string& controle) {
 std::uint32_t CZNArqEx::CriaComZeros(const std::string& nomeArquivo, std::uint32_t tamanhoRegistro,
                                      Existente existente) {
   const UINT conteudo = existente == Existente::preserva ? UINT{modeNoTruncate} : 0U;
-  Nomeia(nomeArquivo, 'C', tamanhoRegistro, true);
+  Nomeia(nomeArquivo, 'C', tamanhoRegistro, false);  // what this mode does not find cannot be made at all
   std::uint32_t numero = AbreComTentativas(kModoCriacao | conteudo, kCausasAbertura);
   if (numero != semErro) return numero;
   std::uint32_t comprimento = 0;

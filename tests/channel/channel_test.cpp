@@ -207,16 +207,26 @@ TEST(OtherUsers, AreRefusedByBothSides) {
   const support::TempFolder folder;
   chmod(folder.Path().c_str(), 0777);
   const std::string path = folder.Path() / "socket";
+  const std::string trap = folder.Path() / "trap";
   support::Child stranger([&] {
     support::BecomeUser(65534);
     umask(0);
     EchoService service;
     const ServerThread server(path, &service);
-    return pause();
+    const platform::Descriptor listening = SocketAt(trap, bind);
+    listen(listening.Number(), 1);
+    for (;;) {  // answers every client
+      const RawPeer client(platform::Descriptor(accept(listening.Number(), nullptr, nullptr)));
+      client.Send(kHello + Frame(FrameType::status, 0, Number(1, 4) + Number(2, 4)));
+      client.ReceiveToEnd();
+    }
+    return 0;
   });
-  ASSERT_TRUE(support::WaitUntil([&] { return channel::SomebodyListens(path); }));
-  const auto ask = [&path] {
-    EXPECT_EQ(AskStatus(path), Connection::Outcome::denied);
+  for (const std::string& socket : {path, trap})
+    ASSERT_TRUE(support::WaitUntil([&] { return channel::SomebodyListens(socket); }));
+  const auto ask = [&] {
+    for (const std::string& socket : {path, trap})
+      EXPECT_EQ(AskStatus(socket), Connection::Outcome::denied) << socket;
     for (const std::string& said : {kOpening, std::string()}) {
       const RawPeer peer(path);
       peer.Send(said);

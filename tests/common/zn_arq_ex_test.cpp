@@ -209,6 +209,8 @@ TEST_F(ZNArqEx, MissingFilesAreMadeOnceThroughTheControlFile) {
   EXPECT_EQ(ScriptedFile().CriaArquivo("D:\\", 'G', kSize), 16021U);
   EXPECT_EQ(ScriptedFile().CriaArquivo("NoFolder.dat", 'G', kSize), 16021U);
   EXPECT_EQ(ScriptedFile().Abre("D:\\Missing\\Dados.dat", 'G', kSize, true, true), 16063U);
+  const support::TempHome other("/proc");  // can be opened, and has no room for any name
+  EXPECT_EQ(ScriptedFile().Abre("D:\\Dados.dat", 'G', kSize, true, true), 16063U);
 }
 
 TEST_F(ZNArqEx, ControlFileInOtherHandsIsWaitedFor) {

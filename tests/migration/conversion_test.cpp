@@ -151,7 +151,8 @@ TEST_F(ConversionTest, WhatGoesAndWhatStays) {
     EXPECT_TRUE(c.goes || ReadFile(old(c.name + ".REL")) == c.model);
     const auto file = document(c.document ? inOtherCase(c.name) : c.name);
     EXPECT_EQ(is_regular_file(file), c.goes || c.document);
-    EXPECT_TRUE(!is_regular_file(file) || ReadFile(file).starts_with(c.document.value_or("\1")));
+    if (!is_regular_file(file)) continue;
+    EXPECT_TRUE(c.document ? ReadFile(file) == *c.document : ReadFile(file).starts_with('\1'));
   }
   EXPECT_TRUE(exists(old("Inteira.REF")));
   for (CFile& file : held)

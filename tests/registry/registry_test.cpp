@@ -163,7 +163,9 @@ TEST_F(Registry, MalformedArgumentsAreRefusedAndChangeNothing) {
   EXPECT_EQ(Delete(""), kInvalid) << "a root";
 
   HKEY closed = nullptr;
-  EXPECT_EQ(RegOpenKeyA(key, nullptr, &closed) + RegCloseKey(closed) + RegCloseKey(HKEY_LOCAL_MACHINE), 0);
+  EXPECT_EQ(RegOpenKeyA(key, nullptr, &closed), 0);
+  EXPECT_EQ(RegCloseKey(closed), 0);
+  EXPECT_EQ(RegCloseKey(HKEY_LOCAL_MACHINE), 0);
   for (const HKEY handle : {HKEY{nullptr}, closed}) {
     EXPECT_EQ(RegCloseKey(handle), LONG{ERROR_INVALID_HANDLE});
     EXPECT_EQ(Set(handle, "v", "x"), LONG{ERROR_INVALID_HANDLE});

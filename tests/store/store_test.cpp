@@ -53,7 +53,8 @@ TEST_F(ReportStore, DoesNothingWithoutItsFolderAndCodes) {
     for (const std::string& answer :
          {Listed(*store), Deleted(*store), Default(*store), SetDefault(*store, u"A"), ReadModel(*store, u"A"),
           Delete(*store, u"A", Model::demonstration), ResultCode(support::WriteModel(*store, u"A", "x")),
-          ResultCode(store->Grava(Text(u"A"), 1, 0, -1, nullptr))})
+          ResultCode(store->Grava(Text(u"A"), 1, 0, -1, nullptr)),
+          ResultCode(store->Grava(Text(u"A"), 1, 0, 1, nullptr))})
       EXPECT_EQ(answer, "0x80040007") << when;
   };
   expectRefused("before Inicializa");
@@ -140,7 +141,15 @@ TEST_F(ReportStore, RecordFilesThatCannotBeUsed) {
   EXPECT_EQ(Deleted(*store_), "0x80070020");
   EXPECT_EQ(Listed(*store_), "A,B,") << "better all than none";
   EXPECT_EQ(Write(u"B", "new", kCheck), kOk);
-  EXPECT_EQ(Delete(*store_, u"A", Model::demonstration), kOk) << "deleted, if not remembered";
+  {
+    int openings = 0;
+    const support::SystemCalls counted([&](const host::SystemCall& call) -> host::Fate {
+      if (std::string_view(call.name) == "openat" && std::string_view(call.path).ends_with("ZNRELDEL.DAT")) ++openings;
+      return {};
+    });
+    EXPECT_EQ(Delete(*store_, u"A", Model::demonstration), kOk) << "deleted, if not remembered";
+    EXPECT_EQ(openings, 30) << "the attempts of one opening: others wait as long";
+  }
   held.Close();
   EXPECT_EQ(Deleted(*store_), "B,");
 

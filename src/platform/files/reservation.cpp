@@ -61,6 +61,7 @@ DWORD Reservation::OpenHidden(const std::string& hiddenName, const host::Descrip
   constexpr int kFlags = O_RDWR | kNeitherLinkNorWait;
   int error = host::Open(folder_->Number(), hiddenName, kFlags | O_CREAT | O_EXCL, &file_, kModeOfNewFiles);
   *isNew = error == 0;
+  if (error == ENOENT) return ERROR_PATH_NOT_FOUND;  // the folder itself is gone
   if (error != EEXIST) return platform::OsError(error);
   if (!held || !LeadsTo(*folder_, hiddenName, held)) {
     error = host::Open(folder_->Number(), hiddenName, kFlags, &file_);
