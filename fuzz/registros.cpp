@@ -229,7 +229,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const bool defaultsFirst = (data[0] & 16) != 0;
   if (defaultsFirst) CheckDefaults(folder, *store, hasDefaults || readsFirst);
   CheckDeleted(folder, *store, hasDeleted || readsFirst);
-  if (!defaultsFirst) CheckDefaults(folder, *store, true);  // whoever deletes has asked for the default
+  if (!defaultsFirst) CheckDefaults(folder, *store, true);  // a deletion has asked for the default
   read();
   store = folder.NewStore();
   read();

@@ -51,7 +51,7 @@ run() {
 step "A home is made: the folders are entered, the server is registered."
 run 0 kestorctl setup --reports reports --module CT=contabil
 run 0 kestorctl status
-kestorctl status | grep -q '^server   not running$' || fail "a server runs before anybody asked for one"
+kestorctl status | grep -q '^server   not running$' || fail "a server runs before a client asked for one"
 
 step "The first client that asks for a store starts the server. A model is written."
 printf '<?xml version="1.0" encoding="UTF-8"?>\n<demonstration title="Vendas por m\303\252s"/>\n' > vendas.xml
@@ -100,7 +100,7 @@ run 0 cmp "$examples/contabil/Balancete.REL" balancete.back
 kestorctl legacy filter get CT 01 Balancete -o filtro.back
 run 0 cmp "$examples/contabil/Balancete.filtro" filtro.back
 
-step "They become report documents; one that was cut short stays for somebody to look at."
+step "They become report documents; one that was cut short stays, to be looked at."
 head -c 200 "$examples/contabil/Razao.REL" > cut.rel
 run 0 kestorctl legacy write CT 01 Cortado cut.rel
 run 0 kestorctl migrate CT 01

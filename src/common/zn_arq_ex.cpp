@@ -246,7 +246,7 @@ std::uint32_t CZNArqEx::EncheCache(std::uint64_t posicao) {
   if (const std::uint32_t numero = AbreNomeado(); numero != semErro) return numero;
   try {
     Seek(static_cast<LONGLONG>(posicao), begin);
-    const std::int64_t bytesAntes = std::exchange(bytesCache_, -1);  // a reading that fails leaves part of it
+    const std::int64_t bytesAntes = std::exchange(bytesCache_, -1);  // a reading that fails changes the cache
     const UINT lidos = Read(cache_.get(), capacidadeCache_);
     if (lidos == 0) {
       bytesCache_ = bytesAntes;

@@ -227,7 +227,7 @@ void Server::HandleEvent(std::uint64_t key, bool writable) {
 void Server::Accept(std::uint64_t listenerKey, const Listener& listener) {
   Descriptor descriptor(accept4(listener.descriptor.Number(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
   if (!descriptor) {
-    // Out of descriptors or memory: who waits in the queue goes on waiting.
+    // Out of descriptors or memory: the clients in the queue go on waiting.
     if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) PauseListeners();
     return;
   }

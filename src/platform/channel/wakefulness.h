@@ -9,7 +9,7 @@ namespace channel {
 
 // Asks `isThere` again and again for about as long as it takes a sleeping process to wake up: between two processes
 // that exchange short messages, falling asleep and being woken takes longer than all the rest. It does not give way to
-// other processes in between, who would keep the processor for a hundred times as long. Where there is only one
+// other processes in between, which would keep the processor for a hundred times as long. Where there is only one
 // processor, the other process could not come while this one is awake: false at once.
 template <typename Condition>
 bool IsThereInAMoment(const Condition& isThere) {

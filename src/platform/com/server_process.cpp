@@ -125,7 +125,8 @@ void LiftLimit(decltype(RLIMIT_FSIZE) resource) {
   _exit(127);
 }
 
-// The process between: it starts the server in a session of its own and ends, so that the server is no process's child.
+// The process between: it starts the server in a session of its own and ends, so that no client is the server's
+// parent.
 [[noreturn]] void BecomeStarter(int pipe, char* const* arguments, char* const* environment) {
   setsid();
   const pid_t server = fork();

@@ -7,7 +7,7 @@
 
 namespace com {
 
-// A process that belongs to no terminal, is no process's child and holds none of the starter's descriptors. It lives on
+// A process that belongs to no terminal, is not its starter's child and holds none of its descriptors. It lives on
 // when the object goes.
 class ServerProcess {
  public:

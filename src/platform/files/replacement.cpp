@@ -20,7 +20,7 @@ DWORD Replacement::Begin(const PathName& path, Manner manner) {
   });
 }
 
-// The old file is locked before the hidden one, always: of two who begin at the same time one is refused at the first.
+// The old file is locked before the hidden one, always: of two that begin at the same time one is refused at the first.
 DWORD Replacement::TryBegin(const PathName& path) {
   newSpelling_.clear();
   if (const DWORD error = Locate(path, &location_); error != ERROR_SUCCESS) return error;

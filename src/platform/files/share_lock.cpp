@@ -135,7 +135,7 @@ DWORD LockShared(const Descriptor& file, bool writable, LockRange range) {
 DWORD LockReadOnlyExclusively(const Descriptor& file) {
   const Gate gate(file, false);
   if (gate.Error() != ERROR_SUCCESS) return gate.Error();
-  // Who is there for certain is seen without the locks, which for a moment would be in others' way.
+  // An opener that is there for certain is seen without the locks, which for a moment would be in others' way.
   if (HeldByOther(file, kReadersAndWriters)) return ERROR_SHARING_VIOLATION;
   DWORD error = Lock(file, F_RDLCK, kReadOnlyExclusive);
   if (error == ERROR_SUCCESS) error = Lock(file, F_RDLCK, kReadersAndWriters);

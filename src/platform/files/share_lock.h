@@ -9,7 +9,7 @@ namespace files {
 
 enum class Denial { none, write, both };
 
-// What an opener does with the file and what it lets no other do meanwhile.
+// What an opener does with the file, and what it denies the others meanwhile.
 struct ShareMode {
   bool reads = false;
   bool writes = false;
