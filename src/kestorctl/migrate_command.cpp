@@ -100,12 +100,11 @@ std::string ReasonToStay(const LegacyStore& store, const StoreOptions& options, 
            ")";
   }
   const std::string document = files.Document(name);
-  if (Exists(document))
-    return "there is a file " + text::ToUtf8(kestor::NomeDoArquivo(document)) + " that is not listed";
+  if (Exists(document)) return "there is a file " + text::ToUtf8(kestor::NomeDoArquivo(document)) + " already";
   if (Exists(files.Settings(name))) {
     return "its export settings are in use or cut short, or the document could not be stored";
   }
-  return "the document could not be stored, or the model not be deleted";
+  return "the document could not be stored";
 }
 
 // Has the models of the first generation converted, of which there are `names`.
