@@ -87,7 +87,7 @@ class Recorder : public com::CountedObject<Interface, iid> {
   // What comes in by an argument. An array has as many items as the number in front of it says.
   void Meet(std::integral auto number) {
     Note(&number, sizeof number);
-    count_ = number;
+    count_ = number;  // NOLINT(bugprone-signed-char-misuse): a number
   }
   void Meet(BSTR text) {
     const UINT bytes = SysStringByteLen(text);
