@@ -407,6 +407,11 @@ std::uint32_t CZNArqEx::InscreveNoControle(const std::string& nome) {
   std::uint32_t numero = ProcuraNoControle(nome, registros);
   if (numero != semErro) return numero;
   char registro[kRegistroControle] = {};
+  if (registros == 0) {  // a station that was killed while it made the file has left it empty
+    numero = GravaInicio(registro, sizeof registro);
+    if (numero != semErro) return numero;
+    registros = 1;
+  }
   nome.copy(registro, sizeof registro);
   numero = GravaRegistro(registro, registros, sizeof registro);
   if (numero != semErro) return numero;

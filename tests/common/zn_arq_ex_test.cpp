@@ -209,6 +209,9 @@ TEST_F(ZNArqEx, MissingFilesAreMadeOnceThroughTheControlFile) {
   EXPECT_EQ(ScriptedFile().CriaArquivo("D:\\", 'G', kSize), 16021U);
   EXPECT_EQ(ScriptedFile().CriaArquivo("NoFolder.dat", 'G', kSize), 16021U);
   EXPECT_EQ(ScriptedFile().Abre("D:\\Missing\\Dados.dat", 'G', kSize, true, true), 16063U);
+  WriteFile(File(kControl), "");
+  EXPECT_EQ(ScriptedFile().Abre("D:\\Third.dat", 'L', 1, true, true), 0U);
+  EXPECT_EQ(ReadFile(File(kControl)), Control({"THIRD.DAT"})) << "left empty by a station that was killed";
   const support::TempHome other("/proc");  // can be opened, and has no room for any name
   EXPECT_EQ(ScriptedFile().Abre("D:\\Dados.dat", 'G', kSize, true, true), 16063U);
 }
