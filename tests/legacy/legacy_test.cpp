@@ -1,4 +1,5 @@
 // The first generation's store in this process, on real files, and the field catalogue, which both generations read.
+#include <algorithm>
 #include <cerrno>
 #include <gmock/gmock.h>
 
@@ -51,9 +52,8 @@ TEST_F(FirstGeneration, CatalogueLines) {
     ASSERT_EQ(rel_->BuscaQdeCamposArquivo(&count), S_OK);
     std::vector<Field> fields(static_cast<std::size_t>(count));
     EXPECT_EQ(rel_->BuscaCampos(count, fields.data()), S_OK);
-    std::vector<std::int32_t> found;
-    for (const Field& field : fields)
-      found.push_back(std::int32_t{field.iCod});
+    std::vector<std::int32_t> found(fields.size());
+    std::transform(fields.begin(), fields.end(), found.begin(), [](const Field& field) { return field.iCod; });
     EXPECT_EQ(found, codes);
     REG_CAMPOS_DISPONIVEIS2* available = nullptr;
     ASSERT_EQ(ReadyStore(u"0123")->GetCamposDisponiveis(&available), S_OK);

@@ -167,7 +167,7 @@ TEST_F(MarkupTest, NamesThatAreReadAndRefused) {
       {"", "\xD0\x96\xF0\x9F\x98\x80\xEE\x80\x80\xEE\x82\x85", "read: ????"},  // the code page lacks these
   };
   for (const auto& [before, name, expected] : cases)
-    EXPECT_EQ(Read(before + kBegin + name + "'/>"), expected) << before << name;
+    EXPECT_EQ(Read(std::string(before).append(kBegin).append(name).append("'/>")), expected) << before << name;
   EXPECT_EQ(Read(""), "line 1: no element found");
   const std::u16string wide =
       u"\xFEFF<?xml version='1.0' encoding='UTF-16'?><relatorio dataInicial='' dataFinal='' nome='\xE9\x20AC\x416'/>";
