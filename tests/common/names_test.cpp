@@ -39,6 +39,7 @@ TEST(Names, EachOperationHasItsRule) {
     EXPECT_EQ(CaminhoRelatorioGravado(kPrefix, name), kPrefix + written2);
   }
   EXPECT_EQ(CaminhoRelatorioLido("CT.R", "xl"), "CT.Rxl") << "the whole path ends in the extension";
+  EXPECT_EQ(ModuloRel("ABC") + "," + ComponenteRel("DEFG"), "AB,DEF");
   EXPECT_EQ(CaminhoCatalogo("E:\\App.v2\\", "CT", "0001"), "E:\\App.v2\\XCT0001.REL");
   EXPECT_EQ(CaminhoCatalogo("E:\\", "CT", "0.1"), "E:\\XCT0.1");
 }
