@@ -1,5 +1,5 @@
-// Type libraries: which files hold one, and what becomes of their keys. What the server itself enters in the registry
-// is shown at the shell (kestorctl/transcripts/registration.txt).
+// Type libraries: which files hold one, and what cannot be entered in the registry. What the server enters there is
+// shown at the shell (kestorctl/transcripts/registration.txt).
 #include <sys/stat.h>
 
 #include <gtest/gtest.h>
