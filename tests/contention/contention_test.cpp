@@ -13,8 +13,8 @@
 #include <sstream>
 
 #include "document/rel_converte.h"
-#include "files/shared_memory.h"
 #include "migration/conversion_fixture.h"
+#include "support/shared_memory.h"
 
 namespace {
 

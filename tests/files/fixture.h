@@ -3,12 +3,13 @@
 
 #include "platform/files/files.h"
 #include "support/elsewhere.h"
+#include "support/system_calls.h"
 
 namespace fs = std::filesystem;
 
-using support::Child;
 using support::Elsewhere;
 using support::ReadFile;
+using support::SystemCalls;
 using support::WriteFile;
 using Names = std::vector<std::string>;
 
@@ -33,14 +34,6 @@ LONG ErrorOf(const Action& action) {
   }
 }
 
-inline LONG RenameError(const char* from, const char* to) {
-  return ErrorOf([&] { CFile::Rename(from, to); });
-}
-
-inline LONG RemoveError(const char* path) {
-  return ErrorOf([&] { CFile::Remove(path); });
-}
-
 // Opens and gives the platform's error number, 0 for success.
 inline LONG OpenError(CFile* file, const char* path, UINT flags) {
   CFileException failure;
@@ -57,6 +50,13 @@ inline std::string ContentOf(CFile* file) {
   std::string content(static_cast<std::size_t>(file->GetLength()), '\0');
   content.resize(file->Read(content.data(), static_cast<UINT>(content.size())));
   return content;
+}
+
+// The content of what a path leads to, or the error number when it cannot be opened.
+inline std::string Content(const std::string& path) {
+  CFile file;
+  const LONG error = OpenError(&file, path.c_str(), kReadShared);
+  return error == 0 ? ContentOf(&file) : std::to_string(error);
 }
 
 // The current directory is the folder of drive D, in which every user may create files.
