@@ -7,12 +7,12 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <random>
 #include <set>
 #include <sstream>
 
 #include "document/rel_converte.h"
+#include "faults/first_generation.h"
 #include "migration/conversion_fixture.h"
 #include "support/shared_memory.h"
 
@@ -198,10 +198,7 @@ class ContentionTest : public ConversionTest {
     if (kind == Kind::standard) return SetDefault(*keys_, Wide(content));
     if (kind == Kind::relModel) return Write(*rel_, Wide(name), content);
     if (kind == Kind::model) return kestor::ResultCode(support::WriteModel(*common_, Wide(name), content, 2, flags));
-    std::vector<tagCAMPO_FILTRO> entries(content.size() / sizeof(tagCAMPO_FILTRO));
-    std::memcpy(entries.data(), content.data(), content.size());
-    tagFILTRO_RELATORIO filter{static_cast<std::uint16_t>(entries.size()), entries.data()};
-    return kestor::ResultCode(rel_->GravaFiltroRelatorio(Text(Wide(name)), &filter));
+    return WriteFilter(*rel_, Wide(name), content);
   }
 
   std::string Remove(Kind kind, const std::string& name) {
@@ -217,13 +214,7 @@ class ContentionTest : public ConversionTest {
     if (kind == Kind::standard) return Default(*keys_);
     if (kind == Kind::relModel) return Read(*rel_, Wide(name));
     if (kind == Kind::model) return support::ReadModel(*common_, Wide(name));
-    tagFILTRO_RELATORIO* read = nullptr;
-    const HRESULT result = rel_->LeFiltroRelatorio(Text(Wide(name)), &read);
-    const TaskBlock<tagFILTRO_RELATORIO> owner(read);
-    if (read == nullptr) return kestor::ResultCode(result);
-    const TaskBlock<tagCAMPO_FILTRO> entries(read->pregValoresFiltro);
-    const auto* bytes = reinterpret_cast<const char*>(entries.get());
-    return {bytes, bytes + read->nQtdCampos * sizeof(tagCAMPO_FILTRO)};
+    return ReadFilter(*rel_, Wide(name));
   }
 
   // The content of a name that no other station changes; empty when there is none. Others may hold its file for a
@@ -294,12 +285,8 @@ class ContentionTest : public ConversionTest {
 
   void CheckLists() {
     EXPECT_EQ(Remembered(), DeletedNames(own_->deleted));
-    BSTR names = nullptr;
-    rel_->BuscaNomeRelatoriosExistentes(&names);
-    const OwnedBstr owner(names);
-    const std::pair<Kind, std::string> lists[] = {
-        {Kind::model, "," + Listed(*common_)},
-        {Kind::relModel, "|" + text::Utf16ToUtf8({names, SysStringLen(names)}) + "|"}};
+    const std::pair<Kind, std::string> lists[] = {{Kind::model, "," + Listed(*common_)},
+                                                  {Kind::relModel, "|" + Listed(*rel_) + "|"}};
     for (const auto& [kind, list] : lists) {
       for (unsigned i = 0; i < kNames; ++i) {
         const bool listed = list.find(list[0] + Name(kind, i) + list[0]) != std::string::npos;

@@ -1,10 +1,10 @@
 #include "operations.h"
 
 #include <cstdlib>
-#include <cstring>
 
 #include "../document/document_fixture.h"
 #include "document/rel_converte.h"
+#include "first_generation.h"
 
 namespace {
 
@@ -31,13 +31,6 @@ std::string Fields(IZNPL_Rel& rel) {
   return ResultCode(result) + (result == S_OK ? " " + std::to_string(count) : "");
 }
 
-std::string Names(IZNPL_Rel& rel) {
-  BSTR names = nullptr;
-  const HRESULT result = rel.BuscaNomeRelatoriosExistentes(&names);
-  const OwnedBstr owner(names);
-  return ResultCode(result) + " " + text::Utf16ToUtf8({names, SysStringLen(names)});
-}
-
 std::string Settings(IZNPL_Rel& rel, const std::u16string& name) {
   tagREG_RELEXPORTACAO* settings = nullptr;
   const HRESULT result = rel.BuscaDadosExportacaoDoRelatorio(Text(name), &settings);
@@ -59,27 +52,9 @@ std::string SaveSettings(IZNPL_Rel& rel, const std::u16string& name) {
   return ResultCode(rel.GravaDadosExportacaoDoRelatorio(Text(name), settings));
 }
 
-// A filter without entries is what a new one is until it is first written.
-std::string Filter(IZNPL_Rel& rel, const std::u16string& name) {
-  tagFILTRO_RELATORIO* filter = nullptr;
-  const HRESULT result = rel.LeFiltroRelatorio(Text(name), &filter);
-  const TaskBlock<tagFILTRO_RELATORIO> owner(filter);
-  if (filter == nullptr) return ResultCode(result);
-  const TaskBlock<tagCAMPO_FILTRO> entries(filter->pregValoresFiltro);
-  std::string read;
-  for (unsigned i = 0; i < filter->nQtdCampos; ++i)
-    read += std::to_string(entries.get()[i].nCodigoCampo) + entries.get()[i].valorCampo.valor.szValor + "|";
-  return read;
-}
-
-std::string SaveFilter(IZNPL_Rel& rel, const std::u16string& name, std::uint16_t entries) {
-  std::vector<tagCAMPO_FILTRO> fields(entries);
-  for (std::size_t i = 0; i < entries; ++i) {
-    fields[i].nCodigoCampo = static_cast<std::uint16_t>(100 * entries + i);
-    std::strcpy(fields[i].valorCampo.valor.szValor, "value");
-  }
-  tagFILTRO_RELATORIO filter = {entries, fields.data()};
-  return ResultCode(rel.GravaFiltroRelatorio(Text(name), &filter));
+// Of so many entries, and unlike one of another number.
+std::string FilterOf(std::size_t entries) {
+  return std::string(entries * sizeof(tagCAMPO_FILTRO), static_cast<char>('0' + entries));
 }
 
 // A model of the first generation; with many columns it is longer than what the migration's buffers begin with.
@@ -109,9 +84,9 @@ Station::Station() {
   Put("CT01Demo.RXL", "\1\1demonstration");
   Put("CT01Antigo.REL", FirstGeneration(0, 1));
   Reconnect();
-  EXPECT_EQ(Delete(*store_, u"Demo", Model::demonstration) + SetDefault(*store_, u"Vendas") +
-                SaveSettings(*rel_, u"Antigo") + SaveFilter(*rel_, u"Antigo", 2),
-            "0x000000000x000000000x000000000x00000000");
+  for (const std::string& result : {Delete(*store_, u"Demo", Model::demonstration), SetDefault(*store_, u"Vendas"),
+                                    SaveSettings(*rel_, u"Antigo"), WriteFilter(*rel_, u"Antigo", FilterOf(2))})
+    EXPECT_EQ(result, "0x00000000");
   Put("CT01Demo.RXL", "\1\1demonstration");
   for (const std::string& name : support::Names(Reports()))
     files_[name] = support::ReadFile(Reports() / name);
@@ -137,7 +112,7 @@ void Station::Reconnect() {
 State Station::Seen() {
   const ComPtr<IZNPL_Relatorio2> store = StoreTest::ReadyStore();
   const Rel rel = ReadyRel();
-  State seen = {{"list", Listed(*store)}, {"first generation", ::Names(*rel)}};
+  State seen = {{"list", Listed(*store)}, {"first generation", Listed(*rel)}};
   for (const std::string& file : support::Names(Reports())) {
     if (!file.starts_with(".")) seen[text::Upper(file)] = Content(file, *store, *rel);
   }
@@ -157,7 +132,7 @@ std::string Station::Content(const std::string& file, IZNPL_Relatorio2& store, I
   }
   if (file.ends_with(".REL")) return Read(rel, name);
   if (file.ends_with(".REE")) return Settings(rel, name);
-  return file.ends_with(".REF") ? Filter(rel, name) : file;
+  return file.ends_with(".REF") ? ReadFilter(rel, name) : file;
 }
 
 std::vector<std::string> Station::HiddenFiles() const {
@@ -188,8 +163,8 @@ const std::vector<Operation>& Station::Operations() {
     return [=](S& s) { return Write(*s.rel_, name, "new content", overwrite); };
   };
   const auto savesSettings = [](const char16_t* name) { return [=](S& s) { return SaveSettings(*s.rel_, name); }; };
-  const auto savesFilter = [](const char16_t* name, std::uint16_t entries) {
-    return [=](S& s) { return SaveFilter(*s.rel_, name, entries); };
+  const auto savesFilter = [](const char16_t* name, std::size_t entries) {
+    return [=](S& s) { return WriteFilter(*s.rel_, name, FilterOf(entries)); };
   };
   const auto deletesRel = [](const char16_t* name) {
     return [=](S& s) { return ResultCode(s.rel_->ExcluiRelatorio(Text(name))); };
@@ -279,7 +254,7 @@ const std::vector<Operation>& Station::Operations() {
       {"GravaRelatorio, over an old one", savesRel(u"Antigo", true), noSavingRel},
       {"GravaRelatorio, must be new", savesRel(u"Outro", false), noSavingRel},
       {"GravaRelatorio, must be new and is not", savesRel(u"Antigo", false), noSavingRel},
-      {"BuscaNomeRelatoriosExistentes", [](S& s) { return ::Names(*s.rel_); }, {"0x00040008"}},
+      {"BuscaNomeRelatoriosExistentes", [](S& s) { return Listed(*s.rel_); }, {"0x00040008"}},
       // Files that cannot be deleted are passed over.
       {"ExcluiRelatorio, first generation", deletesRel(u"Antigo"), {}, {}, {""}},
       {"ExcluiRelatorio, one file of the first generation", deletesRel(u"Antigo.REE"), {}, {}, {""}},
@@ -292,7 +267,7 @@ const std::vector<Operation>& Station::Operations() {
       {"GravaFiltroRelatorio, first", savesFilter(u"Antigo", 3), noFilter, without({"CT01ANTIGO.REF", "ZNCTLARQ.DAT"})},
       {"GravaFiltroRelatorio, longer", savesFilter(u"Antigo", 3), noFilter},
       {"GravaFiltroRelatorio, shorter", savesFilter(u"Antigo", 1), noFilter},
-      {"LeFiltroRelatorio", [](S& s) { return Filter(*s.rel_, u"Antigo"); }, {"0x80043", "0x80040002"}},
+      {"LeFiltroRelatorio", [](S& s) { return ReadFilter(*s.rel_, u"Antigo"); }, {"0x80043", "0x80040002"}},
   };
   return operations;
 }
