@@ -59,12 +59,9 @@ std::string FilterOf(std::size_t entries) {
 
 // A model of the first generation; with many columns it is longer than what the migration's buffers begin with.
 std::string FirstGeneration(int layout, std::size_t columns) {
-  LegacyModel model;
-  model.header = "Head";
+  LegacyModel model = {.header = "Head", .filters = {{205, 1, 4, "10"}}, .keys = {{205, 1}}};
   model.columns.assign(columns, {205, 10, 'D'});
   model.columns.push_back({310, 20, 'E'});
-  model.filters = {{205, 1, 4, "10"}};
-  model.keys = {{205, 1}};
   return LegacyContent(model, layout).bytes;
 }
 
@@ -125,11 +122,7 @@ std::string Station::Content(const std::string& file, IZNPL_Relatorio2& store, I
   if (file.starts_with("ZNREL")) return names == "(null)" ? "" : names;
   if (!file.starts_with("CT01")) return file;
   const std::u16string name = text::Utf8ToUtf16(file.substr(4, file.find('.') - 4));
-  if (file.ends_with(".RXL")) {
-    USHORT version = 0;
-    const std::string content = support::ReadModel(store, name, &version);
-    return std::to_string(version) + content;
-  }
+  if (file.ends_with(".RXL")) return support::ReadModel(store, name);
   if (file.ends_with(".REL")) return Read(rel, name);
   if (file.ends_with(".REE")) return Settings(rel, name);
   return file.ends_with(".REF") ? ReadFilter(rel, name) : file;
@@ -166,19 +159,14 @@ const std::vector<Operation>& Station::Operations() {
   const auto savesFilter = [](const char16_t* name, std::size_t entries) {
     return [=](S& s) { return WriteFilter(*s.rel_, name, FilterOf(entries)); };
   };
-  const auto deletesRel = [](const char16_t* name) {
-    return [=](S& s) { return ResultCode(s.rel_->ExcluiRelatorio(Text(name))); };
-  };
+  const auto deletesRel = [](S& s) { return ResultCode(s.rel_->ExcluiRelatorio(Text(u"Antigo"))); };
+  const auto listsDeleted = [](S& s) { return Deleted(*s.store_); };
   const auto clears = [](S& s) { return ResultCode(s.store_->SetRelatorioPadrao(nullptr)); };
   const auto renumbers = [](S& s) {
     REL_CODIGO_CAMPOS_ALTERADOS pair = {205, 310};
     return ResultCode(s.converter_->AlteraCodigoCampos(Text(u"CT"), Text(u"01"), 1, &pair));
   };
   const auto migrates = [](S& s) { return ResultCode(s.migrating_->Inicializa(Text(u"CT"), Text(u"01"))); };
-  const auto savesUnasked = [](S& s) {
-    unsigned char bytes[] = "new content";
-    return ResultCode(s.rel_->GravaRelatorioSemCallBack(Text(u"Antigo"), 1, sizeof bytes, bytes));
-  };
   const auto updates = [](S& s) {
     REG_ATUALIZACAO_RELATORIO columns[2] = {{"Data & hora", 77}, {"Valor", 33}};
     return ResultCode(s.rel_->AtualizaRelatorio(Text(u"Antigo"), 11, 22, 2, columns));
@@ -195,9 +183,10 @@ const std::vector<Operation>& Station::Operations() {
   const auto withACopy = [](S& s) { s.Put("CT01Copia.RXL", Document("Compras")); };
   const auto withOldSettings = [](S& s) { s.Put("CT01Antigo.REE", "old" + std::string(609, '\0')); };
 
-  const auto withoutDeleted = without({"ZNRELDEL.DAT", "ZNCTLARQ.DAT"});
+  const auto noDeleted = without({"ZNRELDEL.DAT", "ZNCTLARQ.DAT"});
   const Names service = {"0x80043", "0x8007", "0x80010105"};
   const Names noSaving = {"0x80040005"};
+  const Names noSavingButDone = {"0x80040005", "0x00000000"};
   const Names noReading = {"0x00040001", "0x80040002"};
   const Names noSavingRel = {"0x80040005", "0x80040006"};
   const Names noFields = {"0x80040001", "0x80040002"};
@@ -214,24 +203,16 @@ const std::vector<Operation>& Station::Operations() {
       {"Grava, must be new and is not", saves(u"Vendas", mustBeNew), noSaving},
       {"Grava, checked", saves(u"Novo", checks), noSaving},
       // A list that cannot be read holds nothing up.
-      {.name = "Grava, a deleted demonstration",
-       .call = saves(u"Demo", checks),
-       .failures = {"0x80040005", "0x00000000"},
-       .otherwise = {"CT01DEMO.RXL"}},
+      {"Grava, a deleted demonstration", saves(u"Demo", checks), noSavingButDone, {}, {}, {"CT01DEMO.RXL"}},
       {"Le", reads(u"Vendas"), noReading},
       {"Le, in another letter case", reads(u"vendas.rxl"), noReading},
       {"GetNomeRelatorios", [](S& s) { return Listed(*s.store_); }, {"(null)", "Compras,Demo,Vendas,", "0x8007"}},
-      {"GetNomeRelatoriosDemonstracaoExcluidos", [](S& s) { return Deleted(*s.store_); }, service},
-      {"GetNomeRelatoriosDemonstracaoExcluidos, first", [](S& s) { return Deleted(*s.store_); }, service,
-       withoutDeleted},
+      {"GetNomeRelatoriosDemonstracaoExcluidos", listsDeleted, service},
+      {"GetNomeRelatoriosDemonstracaoExcluidos, first", listsDeleted, service, noDeleted},
       {"ExcluiRelatorio", deletes(u"Compras"), service},
       {"ExcluiRelatorio, the default", deletes(u"Vendas"), service, {}, {"ZNRELPAD"}},
       {"ExcluiRelatorio, a demonstration", deletes(u"Compras", demonstration), service, {}, {"ZNRELDEL"}},
-      {"ExcluiRelatorio, the first demonstration",
-       deletes(u"Compras", demonstration),
-       service,
-       withoutDeleted,
-       {"ZNRELDEL"}},
+      {"ExcluiRelatorio, first demonstration", deletes(u"Compras", demonstration), service, noDeleted, {"ZNRELDEL"}},
       {"GetRelatorioPadrao", [](S& s) { return Default(*s.store_); }, service},
       {"GetRelatorioPadrao, first", [](S& s) { return Default(*s.store_); }, service, without({"ZNRELPAD.DAT"})},
       {"SetRelatorioPadrao, first", sets(u"Compras"), noDefault, without({"ZNRELPAD.DAT", "ZNCTLARQ.DAT"})},
@@ -244,8 +225,7 @@ const std::vector<Operation>& Station::Operations() {
        .failures = {"0x80043"},
        .prepare = ofAllLayouts,
        .untold = {""},
-       .otherwise = {"list", "first generation"},
-       .migrates = true},
+       .otherwise = {"list", "first generation"}},
       {"AlteraCodigoCampos", renumbers, {"0x80043"}, {}, {""}},
       {"AlteraCodigoCampos, a copied document", renumbers, {"0x80043"}, withACopy, {""}},
       {"BuscaQdeCamposArquivo", [](S& s) { return Fields(*s.rel_); }, noFields},
@@ -256,9 +236,7 @@ const std::vector<Operation>& Station::Operations() {
       {"GravaRelatorio, must be new and is not", savesRel(u"Antigo", false), noSavingRel},
       {"BuscaNomeRelatoriosExistentes", [](S& s) { return Listed(*s.rel_); }, {"0x00040008"}},
       // Files that cannot be deleted are passed over.
-      {"ExcluiRelatorio, first generation", deletesRel(u"Antigo"), {}, {}, {""}},
-      {"ExcluiRelatorio, one file of the first generation", deletesRel(u"Antigo.REE"), {}, {}, {""}},
-      {"GravaRelatorioSemCallBack", savesUnasked, noSavingRel},
+      {"ExcluiRelatorio, first generation", deletesRel, {}, {}, {""}},
       {"AtualizaRelatorio", updates, {"0x00040001", "0x80040001", "0x80040002", "0x80040005"}},
       {"GravaDadosExportacaoDoRelatorio, new", savesSettings(u"Outro"), noSaving},
       {"GravaDadosExportacaoDoRelatorio, over old ones", savesSettings(u"Antigo"), noSaving, withOldSettings},
