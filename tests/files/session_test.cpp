@@ -19,6 +19,8 @@
 
 namespace {
 
+using Clock = fs::file_time_type::clock;
+
 // A way to open a file and what goes with it, as in "create+must-be-new".
 UINT ModeOf(const std::string& text) {
   static const std::map<std::string, UINT> kFlags = {{"read", kReadShared},
@@ -74,10 +76,6 @@ std::string HostPath(const std::string& path) {
   return text::FromUtf8(host);
 }
 
-void Age(const std::string& name) {
-  fs::last_write_time(name, fs::file_time_type::clock::now() - std::chrono::hours(1));
-}
-
 class SessionTest : public FilesTest, public testing::WithParamInterface<std::string> {
  protected:
   // What a step answers.
@@ -123,7 +121,7 @@ class SessionTest : public FilesTest, public testing::WithParamInterface<std::st
       {"chmod", [](auto& mode, auto& name) { fs::permissions(name, fs::perms(std::stoul(mode, nullptr, 8))); }},
       {"mv", [](auto& name, auto& to) { fs::rename(name, to); }},
       {"rm", [](auto& name, auto&) { fs::remove(name); }},
-      {"age", [](auto& name, auto&) { Age(name); }},
+      {"age", [](auto& name, auto&) { fs::last_write_time(name, Clock::now() - std::chrono::hours(1)); }},
       {"fill-disk", [](auto& left, auto&) { support::FillDisk(std::stoul(left)); }},
       {"fail", [this](auto& step, auto& error) { failures_.emplace_back(step, errors_.at(error)); }},
       {"steps", [this](auto&, auto&) { answer_ = Joined(steps_, ", "); }},
@@ -150,13 +148,14 @@ class SessionTest : public FilesTest, public testing::WithParamInterface<std::st
 
 TEST_P(SessionTest, Holds) {
   static const std::string kAsOther = "    as other ";
-  std::istringstream lines(ReadFile(GetParam()));
+  const std::string path = FILES_SESSIONS "/" + GetParam();
+  std::istringstream lines(ReadFile(path));
   if (geteuid() != 0 && lines.str().find(kAsOther) != std::string::npos) GTEST_SKIP() << "needs two users";
   Elsewhere([&] {
     std::string line;
     for (int number = 1; std::getline(lines, line); ++number) {
       if (!line.starts_with("    ")) continue;
-      const testing::ScopedTrace where(GetParam().c_str(), number, line);
+      const testing::ScopedTrace where(path.c_str(), number, line);
       const std::size_t arrow = line.find(" -> ");
       const std::string answer = arrow == line.npos ? "" : line.substr(arrow + 4);
       std::string step = line.substr(0, arrow);
@@ -168,15 +167,7 @@ TEST_P(SessionTest, Holds) {
   });
 }
 
-Names Sessions() {
-  Names files;
-  for (const std::string& name : support::Names(FILES_SESSIONS)) {
-    if (name.ends_with(".txt") && !name.starts_with('.')) files.push_back(FILES_SESSIONS "/" + name);
-  }
-  return files;
-}
-
-INSTANTIATE_TEST_SUITE_P(, SessionTest, testing::ValuesIn(Sessions()),
+INSTANTIATE_TEST_SUITE_P(, SessionTest, testing::ValuesIn(support::Names(FILES_SESSIONS)),
                          [](const auto& test) { return fs::path(test.param).stem().string(); });
 
 }  // namespace
