@@ -1,6 +1,7 @@
 #include "operations.h"
 
 #include <cstdlib>
+#include <numeric>
 
 #include "../document/document_fixture.h"
 #include "document/rel_converte.h"
@@ -52,9 +53,11 @@ std::string SaveSettings(IZNPL_Rel& rel, const std::u16string& name) {
   return ResultCode(rel.GravaDadosExportacaoDoRelatorio(Text(name), settings));
 }
 
-// Of so many entries, and unlike one of another number.
+// Of so many entries, each unlike the others and those of a filter with another number of them.
 std::string FilterOf(std::size_t entries) {
-  return std::string(entries * sizeof(tagCAMPO_FILTRO), static_cast<char>('0' + entries));
+  std::string bytes(entries * sizeof(tagCAMPO_FILTRO), '\0');
+  std::iota(bytes.begin(), bytes.end(), static_cast<char>(entries));
+  return bytes;
 }
 
 // A model of the first generation; with many columns it is longer than what the migration's buffers begin with.

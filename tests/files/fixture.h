@@ -1,6 +1,8 @@
 // A drive of the test's own, the ways in which this system opens files, and short ways to try them.
 #pragma once
 
+#include <sys/stat.h>
+
 #include "platform/files/files.h"
 #include "support/elsewhere.h"
 #include "support/system_calls.h"
@@ -59,12 +61,13 @@ inline std::string Content(const std::string& path) {
   return error == 0 ? ContentOf(&file) : std::to_string(error);
 }
 
-// The current directory is the folder of drive D, in which every user may create files.
+// The current directory is the folder of drive D, in which every user may create files and read those of the others.
 class FilesTest : public testing::Test {
  protected:
   FilesTest() {
     fs::current_path(home_.Data());
     fs::permissions(".", fs::perms(0777));
+    umask(022);
   }
   ~FilesTest() override { fs::current_path("/"); }
 

@@ -6,8 +6,6 @@
 // error number; a step without an answer succeeds and has nothing to tell. Commands in small letters are the host's.
 // Those with a capital are the platform's: they take the platform's paths, and Open keeps a file open for the steps
 // after it. "as other" before a step has another user do it.
-#include <sys/stat.h>
-
 #include <cerrno>
 #include <chrono>
 #include <iomanip>

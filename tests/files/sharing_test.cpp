@@ -1,7 +1,6 @@
 // What processes and users notice of each other. Share modes: between any two openers, in any order, from any process,
 // also at the very same moment; the names of folders; rights.
 #include <sched.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
