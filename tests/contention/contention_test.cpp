@@ -1,26 +1,21 @@
 // Stations that share one folder of reports and one of a module, do everything at once, and are killed at any moment.
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <random>
-#include <set>
 #include <sstream>
 
 #include "document/rel_converte.h"
-#include "files/shared_memory.h"
+#include "faults/first_generation.h"
 #include "migration/conversion_fixture.h"
+#include "support/shared_memory.h"
 
 namespace {
 
-using support::Child;
 using support::Text;
-using Clock = std::chrono::steady_clock;
 
 constexpr unsigned kStations = 4;
 constexpr unsigned kMostDeleted = 4000;
@@ -71,9 +66,7 @@ std::string Proof(Kind kind, const std::string& name, unsigned station, unsigned
   return content;
 }
 
-std::u16string Wide(const std::string& text) {
-  return text::Utf8ToUtf16(text);
-}
+constexpr auto Wide = text::Utf8ToUtf16;
 
 // Whether a call did what it was asked to, unless others had the file, or answered `otherwise`.
 void ExpectDone(const std::string& result, const std::string& what, const std::string& otherwise = kDone) {
@@ -93,8 +86,8 @@ class ContentionTest : public ConversionTest {
     }
   }
 
-  std::unique_ptr<Child> Start(unsigned number, std::uint32_t seed) {
-    return std::make_unique<Child>([=, this] {
+  void Start(unsigned number, std::minstd_rand::result_type seed) {
+    stations_.at(number).emplace([=, this] {
       Become(number);
       Work(seed);
       return HasFailure() ? 1 : 0;
@@ -121,7 +114,7 @@ class ContentionTest : public ConversionTest {
   }
 
   // Does something, at random; again and again until the books are closed.
-  void Work(std::uint32_t seed) {
+  void Work(std::minstd_rand::result_type seed) {
     SCOPED_TRACE("station " + std::to_string(number_));
     random_.seed(seed);
     while (!books_->closed && !HasFailure()) {
@@ -198,10 +191,7 @@ class ContentionTest : public ConversionTest {
     if (kind == Kind::standard) return SetDefault(*keys_, Wide(content));
     if (kind == Kind::relModel) return Write(*rel_, Wide(name), content);
     if (kind == Kind::model) return kestor::ResultCode(support::WriteModel(*common_, Wide(name), content, 2, flags));
-    std::vector<tagCAMPO_FILTRO> entries(content.size() / sizeof(tagCAMPO_FILTRO));
-    std::memcpy(entries.data(), content.data(), content.size());
-    tagFILTRO_RELATORIO filter{static_cast<std::uint16_t>(entries.size()), entries.data()};
-    return kestor::ResultCode(rel_->GravaFiltroRelatorio(Text(Wide(name)), &filter));
+    return WriteFilter(*rel_, Wide(name), content);
   }
 
   std::string Remove(Kind kind, const std::string& name) {
@@ -217,13 +207,7 @@ class ContentionTest : public ConversionTest {
     if (kind == Kind::standard) return Default(*keys_);
     if (kind == Kind::relModel) return Read(*rel_, Wide(name));
     if (kind == Kind::model) return support::ReadModel(*common_, Wide(name));
-    tagFILTRO_RELATORIO* read = nullptr;
-    const HRESULT result = rel_->LeFiltroRelatorio(Text(Wide(name)), &read);
-    const TaskBlock<tagFILTRO_RELATORIO> owner(read);
-    if (read == nullptr) return kestor::ResultCode(result);
-    const TaskBlock<tagCAMPO_FILTRO> entries(read->pregValoresFiltro);
-    const auto* bytes = reinterpret_cast<const char*>(entries.get());
-    return {bytes, bytes + read->nQtdCampos * sizeof(tagCAMPO_FILTRO)};
+    return ReadFilter(*rel_, Wide(name));
   }
 
   // The content of a name that no other station changes; empty when there is none. Others may hold its file for a
@@ -294,12 +278,8 @@ class ContentionTest : public ConversionTest {
 
   void CheckLists() {
     EXPECT_EQ(Remembered(), DeletedNames(own_->deleted));
-    BSTR names = nullptr;
-    rel_->BuscaNomeRelatoriosExistentes(&names);
-    const OwnedBstr owner(names);
-    const std::pair<Kind, std::string> lists[] = {
-        {Kind::model, "," + Listed(*common_)},
-        {Kind::relModel, "|" + text::Utf16ToUtf8({names, SysStringLen(names)}) + "|"}};
+    const std::pair<Kind, std::string> lists[] = {{Kind::model, "," + Listed(*common_)},
+                                                  {Kind::relModel, "|" + Listed(*rel_) + "|"}};
     for (const auto& [kind, list] : lists) {
       for (unsigned i = 0; i < kNames; ++i) {
         const bool listed = list.find(list[0] + Name(kind, i) + list[0]) != std::string::npos;
@@ -329,11 +309,10 @@ class ContentionTest : public ConversionTest {
   void CheckShared(Kind kind, const std::string& name) {
     const std::string content = Get(kind, name);
     if (content == "0x00040001") return;
-    std::istringstream head(content.substr(std::min(content.size(), kLaterVersion.size())));
+    std::istringstream head(content);
     std::string writtenFor;
-    unsigned station = 0;
-    unsigned sequence = 0;
-    head >> writtenFor >> station >> sequence;
+    unsigned station = 0, sequence = 0;
+    head.ignore(kLaterVersion.size()) >> writtenFor >> station >> sequence;
     EXPECT_TRUE(content == Proof(kind, name, station, sequence)) << name << " holds what no station has written";
   }
 
@@ -389,6 +368,7 @@ class ContentionTest : public ConversionTest {
   }
 
   const SharedMemory<Books> books_;
+  std::array<std::optional<support::Child>, kStations> stations_;
   std::vector<std::unique_ptr<support::TempHome>> homes_;
   unsigned number_ = 0;
   Account* own_ = nullptr;
@@ -405,18 +385,18 @@ TEST_F(ContentionTest, NothingAcknowledgedIsLost) {
   if (support::LongTests()) duration = std::chrono::minutes(minutes != nullptr ? std::stol(minutes) : 5);
   std::minstd_rand random(11);
   unsigned kills = 0;
-  std::vector<std::unique_ptr<Child>> stations;
   for (unsigned i = 0; i < kStations; ++i)
-    stations.push_back(Start(i, static_cast<std::uint32_t>(random())));
-  for (const auto end = Clock::now() + duration; Clock::now() < end; ++kills) {
+    Start(i, random());
+  const auto now = std::chrono::steady_clock::now;
+  for (const auto end = now() + duration; now() < end; ++kills) {
     usleep(static_cast<useconds_t>(random() % 300'000));
     const auto number = static_cast<unsigned>(random() % kStations);
-    stations.at(number)->Kill();
-    EXPECT_EQ(stations.at(number)->Wait(), 128 + SIGKILL) << "station " << number << " ended by itself";
-    stations.at(number) = Start(number, static_cast<std::uint32_t>(random()));
+    stations_.at(number)->Kill();
+    EXPECT_EQ(stations_.at(number)->Wait(), 128 + SIGKILL) << "station " << number << " ended by itself";
+    Start(number, random());
   }
   books_->closed = true;
-  for (const auto& station : stations)
+  for (auto& station : stations_)
     EXPECT_EQ(station->Wait(), 0);
 
   std::size_t deleted = 0;

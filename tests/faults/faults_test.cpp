@@ -24,10 +24,9 @@ bool BeginsWithOneOf(const std::string& text, const std::vector<std::string>& be
   return std::any_of(beginnings.begin(), beginnings.end(), [&](const auto& b) { return text.starts_with(b); });
 }
 
-// What an operation does when nothing disturbs it, and when it is done once more.
-struct Undisturbed {
-  State before, after, afterSecond;
-  std::string answer, secondAnswer;
+// What clients find under a key before an operation, after it when nothing disturbs it, and when it is done once more.
+struct Versions {
+  std::string before, after, afterSecond;
 };
 
 class FaultsTest : public Station {
@@ -41,7 +40,7 @@ class FaultsTest : public Station {
   // place. In the short form each manner strikes one place of `every`, by turns.
   void StrikeAll(std::size_t Attack::*place, const std::vector<Attack>& manners, std::size_t every) {
     for (const Operation& operation : Operations()) {
-      const Undisturbed undisturbed = Do(operation);
+      Do(operation);
       const int lossesBefore = losses_;
       bool ended = false;
       for (std::size_t at = 1; !ended && losses_ - lossesBefore < kMostTold; ++at) {
@@ -49,26 +48,27 @@ class FaultsTest : public Station {
           if (!LongTests() && (at + i) % every != 0) continue;
           Attack attack = manners[i];
           attack.*place = at;
-          ended |= !Strike(operation, undisturbed, attack);
+          ended |= !Strike(operation, attack);
         }
       }
     }
   }
 
  private:
-  Undisturbed Do(const Operation& operation) {
-    Undisturbed u;
+  void Do(const Operation& operation) {
+    contents_.clear();
     Renew(operation);
-    u.before = Seen();
+    for (const auto& [key, content] : Seen())
+      contents_[key].before = content;
     Renew(operation);
-    const faults::Strike none = faults::Run({}, [&] { u.answer = operation.call(*this); });
     where_ = std::string(operation.name) + ": ";
-    ExpectFlushed(none);
-    u.after = Seen();
-    u.secondAnswer = operation.call(*this);
-    u.afterSecond = Seen();
-    EXPECT_FALSE(u.answer.starts_with("0x8")) << operation.name << ": " << u.answer;
-    return u;
+    ExpectFlushed(faults::Run({}, [&] { answer_ = operation.call(*this); }));
+    for (const auto& [key, content] : Seen())
+      contents_[key].after = content;
+    secondAnswer_ = operation.call(*this);
+    for (const auto& [key, content] : Seen())
+      contents_[key].afterSecond = content;
+    EXPECT_FALSE(answer_.starts_with("0x8")) << operation.name << ": " << answer_;
   }
 
   // What the server's stub makes of a call: there, too, memory that is lacking is a result.
@@ -97,7 +97,7 @@ class FaultsTest : public Station {
   }
 
   // False when the operation was done without coming to the place.
-  bool Strike(const Operation& operation, const Undisturbed& undisturbed, const Attack& attack) {
+  bool Strike(const Operation& operation, const Attack& attack) {
     Renew(operation);
     const auto descriptors = [] { return support::Names("/proc/self/fd").size(); };
     const std::size_t descriptorsBefore = descriptors();
@@ -110,17 +110,16 @@ class FaultsTest : public Station {
     ++points_;
 
     const State seen = Seen();
-    Judge(operation, undisturbed, strike, attack, answer, seen);
+    Judge(operation, strike, attack, answer, seen);
     if (!attack.kills) {
       // Another station, whose process knows nothing of this one.
-      constexpr int kEvery = 5;
-      if (points_ % kEvery == 0) {
+      if (points_ % 5 == 0) {
         Child other([&] { return Seen() == seen ? 0 : 1; });
         if (other.Wait() != 0) Lost("another process sees something else");
       }
       if (strike.call != "unlinkat" && !attack.lasts && !HiddenFiles().empty()) Lost("leaves a hidden file");
     }
-    AnswerOnceMore(operation, undisturbed, attack.refusesRenaming);
+    AnswerOnceMore(operation, attack.refusesRenaming);
     // Beyond the time for which they might still be in use.
     for (const std::string& name : HiddenFiles())
       std::filesystem::last_write_time(Reports() / name,
@@ -130,9 +129,9 @@ class FaultsTest : public Station {
     return strike.reached;
   }
 
-  void Judge(const Operation& operation, const Undisturbed& u, const faults::Strike& strike, const Attack& attack,
-             const std::string& answer, const State& seen) {
-    const bool done = answer == u.answer;
+  void Judge(const Operation& operation, const faults::Strike& strike, const Attack& attack, const std::string& answer,
+             State seen) {
+    const bool done = answer == answer_;
     const bool failed = BeginsWithOneOf(answer, operation.failures) ||
                         (attack.allocation != 0 && answer.starts_with(kestor::ResultCode(E_OUTOFMEMORY)));
     if (!attack.kills && !done && !failed) Lost("is no answer of this operation");
@@ -140,16 +139,21 @@ class FaultsTest : public Station {
     // What could not be flushed is there all the same, and of a record that is written in place what was written.
     const bool flushed = !attack.lasts && !strike.call.ends_with("sync");
     const bool inPlace = attack.errorBehind != 0;
-    for (const auto& [key, anything] : Together({&u.before, &u.after, &seen})) {
-      const bool isOld = At(seen, key) == At(u.before, key);
-      const bool isNew = At(seen, key) == At(u.after, key);
+    for (const auto& [key, content] : seen)
+      contents_[key];
+    for (const auto& [key, versions] : contents_) {
+      const std::string& now = seen[key];
+      const bool isOld = now == versions.before;
+      const bool isNew = now == versions.after;
+      const std::string document = key.substr(0, key.find('.')) + ".RXL";
+      const bool isGone = now.empty() && (key.ends_with(".REL") || key.ends_with(".REE"));
+      if (isGone && seen[document] != contents_[document].after) Lost(key + " is gone without a document");
       if (BeginsWithOneOf(key, operation.otherwise)) continue;
-      if (!isOld && !isNew) Lost(key + " is neither old nor new: " + At(seen, key));
+      if (!isOld && !isNew) Lost(key + " is neither old nor new: ", now);
       if (attack.kills || BeginsWithOneOf(key, operation.untold) || key == "ZNCTLARQ.DAT") continue;
-      if (done && !isNew && strike.call != operation.unnoticed) Lost(key + " is old: " + At(seen, key));
-      if (!done && !isOld && flushed && !(inPlace && key == "ZNRELPAD.DAT")) Lost(key + " is new: " + At(seen, key));
+      if (done && !isNew && strike.call != operation.unnoticed) Lost(key + " is old: ", now);
+      if (!done && !isOld && flushed && !(inPlace && key == "ZNRELPAD.DAT")) Lost(key + " is new: ", now);
     }
-    if (operation.migrates) JudgeMigration(u, seen);
   }
 
   // What was told as done must outlive the machine.
@@ -163,46 +167,30 @@ class FaultsTest : public Station {
     }
   }
 
-  void JudgeMigration(const Undisturbed& u, const State& seen) {
-    for (const auto& [key, content] : u.before) {
-      if (!key.ends_with(".REL") && !key.ends_with(".REE")) continue;
-      const std::string document = key.substr(0, key.find('.')) + ".RXL";
-      if (!seen.contains(key) && At(seen, document) != At(u.after, document)) Lost(key + " is gone without a document");
-    }
-  }
-
-  void AnswerOnceMore(const Operation& operation, const Undisturbed& u, bool refusesRenaming) {
+  void AnswerOnceMore(const Operation& operation, bool refusesRenaming) {
     std::string answer;
     Run(operation, {.refusesRenaming = refusesRenaming}, &answer);
-    if (answer != u.answer && answer != u.secondAnswer) Lost("answers " + answer + " once more");
-    const State seen = Seen();
+    if (answer != answer_ && answer != secondAnswer_) Lost("answers " + answer + " once more");
+    State seen = Seen();
     // An operation that passes over whatever it cannot do does it the next time.
     const bool passesOver = BeginsWithOneOf("", operation.untold);
-    for (const auto& [key, anything] : Together({&u.before, &u.after, &u.afterSecond, &seen})) {
-      const std::string now = At(seen, key);
-      const bool isOld = now == At(u.before, key) && !passesOver && BeginsWithOneOf(key, operation.untold);
-      if (isOld || now == At(u.after, key) || now == At(u.afterSecond, key) || key.starts_with("ZNCTLARQ")) continue;
-      if (!BeginsWithOneOf(key, operation.otherwise)) Lost(std::string(key).append(" once more: ").append(now));
+    for (const auto& [key, content] : seen)
+      contents_[key];
+    for (const auto& [key, versions] : contents_) {
+      const std::string& now = seen[key];
+      const bool isOld = now == versions.before && !passesOver && BeginsWithOneOf(key, operation.untold);
+      if (isOld || now == versions.after || now == versions.afterSecond || key.starts_with("ZNCTLARQ")) continue;
+      if (!BeginsWithOneOf(key, operation.otherwise)) Lost(key + " once more: ", now);
     }
   }
 
-  static std::string At(const State& state, const std::string& key) {
-    const auto found = state.find(key);
-    return found == state.end() ? "" : found->second;
-  }
-
-  static State Together(const std::vector<const State*>& states) {
-    State all;
-    for (const State* state : states)
-      all.insert(state->begin(), state->end());
-    return all;
-  }
-
-  void Lost(const std::string& what) {
+  void Lost(const std::string& what, const std::string& content = {}) {
     ++losses_;
-    ADD_FAILURE() << where_ << what;
+    ADD_FAILURE() << where_ << what << content;
   }
 
+  std::map<std::string, Versions> contents_;
+  std::string answer_, secondAnswer_;
   std::string where_;
   int points_ = 0;
   int losses_ = 0;

@@ -1,10 +1,11 @@
 #include "operations.h"
 
 #include <cstdlib>
-#include <cstring>
+#include <numeric>
 
 #include "../document/document_fixture.h"
 #include "document/rel_converte.h"
+#include "first_generation.h"
 
 namespace {
 
@@ -31,13 +32,6 @@ std::string Fields(IZNPL_Rel& rel) {
   return ResultCode(result) + (result == S_OK ? " " + std::to_string(count) : "");
 }
 
-std::string Names(IZNPL_Rel& rel) {
-  BSTR names = nullptr;
-  const HRESULT result = rel.BuscaNomeRelatoriosExistentes(&names);
-  const OwnedBstr owner(names);
-  return ResultCode(result) + " " + text::Utf16ToUtf8({names, SysStringLen(names)});
-}
-
 std::string Settings(IZNPL_Rel& rel, const std::u16string& name) {
   tagREG_RELEXPORTACAO* settings = nullptr;
   const HRESULT result = rel.BuscaDadosExportacaoDoRelatorio(Text(name), &settings);
@@ -59,37 +53,18 @@ std::string SaveSettings(IZNPL_Rel& rel, const std::u16string& name) {
   return ResultCode(rel.GravaDadosExportacaoDoRelatorio(Text(name), settings));
 }
 
-// A filter without entries is what a new one is until it is first written.
-std::string Filter(IZNPL_Rel& rel, const std::u16string& name) {
-  tagFILTRO_RELATORIO* filter = nullptr;
-  const HRESULT result = rel.LeFiltroRelatorio(Text(name), &filter);
-  const TaskBlock<tagFILTRO_RELATORIO> owner(filter);
-  if (filter == nullptr) return ResultCode(result);
-  const TaskBlock<tagCAMPO_FILTRO> entries(filter->pregValoresFiltro);
-  std::string read;
-  for (unsigned i = 0; i < filter->nQtdCampos; ++i)
-    read += std::to_string(entries.get()[i].nCodigoCampo) + entries.get()[i].valorCampo.valor.szValor + "|";
-  return read;
-}
-
-std::string SaveFilter(IZNPL_Rel& rel, const std::u16string& name, std::uint16_t entries) {
-  std::vector<tagCAMPO_FILTRO> fields(entries);
-  for (std::size_t i = 0; i < entries; ++i) {
-    fields[i].nCodigoCampo = static_cast<std::uint16_t>(100 * entries + i);
-    std::strcpy(fields[i].valorCampo.valor.szValor, "value");
-  }
-  tagFILTRO_RELATORIO filter = {entries, fields.data()};
-  return ResultCode(rel.GravaFiltroRelatorio(Text(name), &filter));
+// Of so many entries, each unlike the others and those of a filter with another number of them.
+std::string FilterOf(std::size_t entries) {
+  std::string bytes(entries * sizeof(tagCAMPO_FILTRO), '\0');
+  std::iota(bytes.begin(), bytes.end(), static_cast<char>(entries));
+  return bytes;
 }
 
 // A model of the first generation; with many columns it is longer than what the migration's buffers begin with.
 std::string FirstGeneration(int layout, std::size_t columns) {
-  LegacyModel model;
-  model.header = "Head";
+  LegacyModel model = {.header = "Head", .filters = {{205, 1, 4, "10"}}, .keys = {{205, 1}}};
   model.columns.assign(columns, {205, 10, 'D'});
   model.columns.push_back({310, 20, 'E'});
-  model.filters = {{205, 1, 4, "10"}};
-  model.keys = {{205, 1}};
   return LegacyContent(model, layout).bytes;
 }
 
@@ -109,9 +84,9 @@ Station::Station() {
   Put("CT01Demo.RXL", "\1\1demonstration");
   Put("CT01Antigo.REL", FirstGeneration(0, 1));
   Reconnect();
-  EXPECT_EQ(Delete(*store_, u"Demo", Model::demonstration) + SetDefault(*store_, u"Vendas") +
-                SaveSettings(*rel_, u"Antigo") + SaveFilter(*rel_, u"Antigo", 2),
-            "0x000000000x000000000x000000000x00000000");
+  for (const std::string& result : {Delete(*store_, u"Demo", Model::demonstration), SetDefault(*store_, u"Vendas"),
+                                    SaveSettings(*rel_, u"Antigo"), WriteFilter(*rel_, u"Antigo", FilterOf(2))})
+    EXPECT_EQ(result, "0x00000000");
   Put("CT01Demo.RXL", "\1\1demonstration");
   for (const std::string& name : support::Names(Reports()))
     files_[name] = support::ReadFile(Reports() / name);
@@ -137,7 +112,7 @@ void Station::Reconnect() {
 State Station::Seen() {
   const ComPtr<IZNPL_Relatorio2> store = StoreTest::ReadyStore();
   const Rel rel = ReadyRel();
-  State seen = {{"list", Listed(*store)}, {"first generation", ::Names(*rel)}};
+  State seen = {{"list", Listed(*store)}, {"first generation", Listed(*rel)}};
   for (const std::string& file : support::Names(Reports())) {
     if (!file.starts_with(".")) seen[text::Upper(file)] = Content(file, *store, *rel);
   }
@@ -150,14 +125,10 @@ std::string Station::Content(const std::string& file, IZNPL_Relatorio2& store, I
   if (file.starts_with("ZNREL")) return names == "(null)" ? "" : names;
   if (!file.starts_with("CT01")) return file;
   const std::u16string name = text::Utf8ToUtf16(file.substr(4, file.find('.') - 4));
-  if (file.ends_with(".RXL")) {
-    USHORT version = 0;
-    const std::string content = support::ReadModel(store, name, &version);
-    return std::to_string(version) + content;
-  }
+  if (file.ends_with(".RXL")) return support::ReadModel(store, name);
   if (file.ends_with(".REL")) return Read(rel, name);
   if (file.ends_with(".REE")) return Settings(rel, name);
-  return file.ends_with(".REF") ? Filter(rel, name) : file;
+  return file.ends_with(".REF") ? ReadFilter(rel, name) : file;
 }
 
 std::vector<std::string> Station::HiddenFiles() const {
@@ -188,22 +159,17 @@ const std::vector<Operation>& Station::Operations() {
     return [=](S& s) { return Write(*s.rel_, name, "new content", overwrite); };
   };
   const auto savesSettings = [](const char16_t* name) { return [=](S& s) { return SaveSettings(*s.rel_, name); }; };
-  const auto savesFilter = [](const char16_t* name, std::uint16_t entries) {
-    return [=](S& s) { return SaveFilter(*s.rel_, name, entries); };
+  const auto savesFilter = [](const char16_t* name, std::size_t entries) {
+    return [=](S& s) { return WriteFilter(*s.rel_, name, FilterOf(entries)); };
   };
-  const auto deletesRel = [](const char16_t* name) {
-    return [=](S& s) { return ResultCode(s.rel_->ExcluiRelatorio(Text(name))); };
-  };
+  const auto deletesRel = [](S& s) { return ResultCode(s.rel_->ExcluiRelatorio(Text(u"Antigo"))); };
+  const auto listsDeleted = [](S& s) { return Deleted(*s.store_); };
   const auto clears = [](S& s) { return ResultCode(s.store_->SetRelatorioPadrao(nullptr)); };
   const auto renumbers = [](S& s) {
     REL_CODIGO_CAMPOS_ALTERADOS pair = {205, 310};
     return ResultCode(s.converter_->AlteraCodigoCampos(Text(u"CT"), Text(u"01"), 1, &pair));
   };
   const auto migrates = [](S& s) { return ResultCode(s.migrating_->Inicializa(Text(u"CT"), Text(u"01"))); };
-  const auto savesUnasked = [](S& s) {
-    unsigned char bytes[] = "new content";
-    return ResultCode(s.rel_->GravaRelatorioSemCallBack(Text(u"Antigo"), 1, sizeof bytes, bytes));
-  };
   const auto updates = [](S& s) {
     REG_ATUALIZACAO_RELATORIO columns[2] = {{"Data & hora", 77}, {"Valor", 33}};
     return ResultCode(s.rel_->AtualizaRelatorio(Text(u"Antigo"), 11, 22, 2, columns));
@@ -220,9 +186,10 @@ const std::vector<Operation>& Station::Operations() {
   const auto withACopy = [](S& s) { s.Put("CT01Copia.RXL", Document("Compras")); };
   const auto withOldSettings = [](S& s) { s.Put("CT01Antigo.REE", "old" + std::string(609, '\0')); };
 
-  const auto withoutDeleted = without({"ZNRELDEL.DAT", "ZNCTLARQ.DAT"});
+  const auto noDeleted = without({"ZNRELDEL.DAT", "ZNCTLARQ.DAT"});
   const Names service = {"0x80043", "0x8007", "0x80010105"};
   const Names noSaving = {"0x80040005"};
+  const Names noSavingButDone = {"0x80040005", "0x00000000"};
   const Names noReading = {"0x00040001", "0x80040002"};
   const Names noSavingRel = {"0x80040005", "0x80040006"};
   const Names noFields = {"0x80040001", "0x80040002"};
@@ -239,24 +206,16 @@ const std::vector<Operation>& Station::Operations() {
       {"Grava, must be new and is not", saves(u"Vendas", mustBeNew), noSaving},
       {"Grava, checked", saves(u"Novo", checks), noSaving},
       // A list that cannot be read holds nothing up.
-      {.name = "Grava, a deleted demonstration",
-       .call = saves(u"Demo", checks),
-       .failures = {"0x80040005", "0x00000000"},
-       .otherwise = {"CT01DEMO.RXL"}},
+      {"Grava, a deleted demonstration", saves(u"Demo", checks), noSavingButDone, {}, {}, {"CT01DEMO.RXL"}},
       {"Le", reads(u"Vendas"), noReading},
       {"Le, in another letter case", reads(u"vendas.rxl"), noReading},
       {"GetNomeRelatorios", [](S& s) { return Listed(*s.store_); }, {"(null)", "Compras,Demo,Vendas,", "0x8007"}},
-      {"GetNomeRelatoriosDemonstracaoExcluidos", [](S& s) { return Deleted(*s.store_); }, service},
-      {"GetNomeRelatoriosDemonstracaoExcluidos, first", [](S& s) { return Deleted(*s.store_); }, service,
-       withoutDeleted},
+      {"GetNomeRelatoriosDemonstracaoExcluidos", listsDeleted, service},
+      {"GetNomeRelatoriosDemonstracaoExcluidos, first", listsDeleted, service, noDeleted},
       {"ExcluiRelatorio", deletes(u"Compras"), service},
       {"ExcluiRelatorio, the default", deletes(u"Vendas"), service, {}, {"ZNRELPAD"}},
       {"ExcluiRelatorio, a demonstration", deletes(u"Compras", demonstration), service, {}, {"ZNRELDEL"}},
-      {"ExcluiRelatorio, the first demonstration",
-       deletes(u"Compras", demonstration),
-       service,
-       withoutDeleted,
-       {"ZNRELDEL"}},
+      {"ExcluiRelatorio, first demonstration", deletes(u"Compras", demonstration), service, noDeleted, {"ZNRELDEL"}},
       {"GetRelatorioPadrao", [](S& s) { return Default(*s.store_); }, service},
       {"GetRelatorioPadrao, first", [](S& s) { return Default(*s.store_); }, service, without({"ZNRELPAD.DAT"})},
       {"SetRelatorioPadrao, first", sets(u"Compras"), noDefault, without({"ZNRELPAD.DAT", "ZNCTLARQ.DAT"})},
@@ -269,8 +228,7 @@ const std::vector<Operation>& Station::Operations() {
        .failures = {"0x80043"},
        .prepare = ofAllLayouts,
        .untold = {""},
-       .otherwise = {"list", "first generation"},
-       .migrates = true},
+       .otherwise = {"list", "first generation"}},
       {"AlteraCodigoCampos", renumbers, {"0x80043"}, {}, {""}},
       {"AlteraCodigoCampos, a copied document", renumbers, {"0x80043"}, withACopy, {""}},
       {"BuscaQdeCamposArquivo", [](S& s) { return Fields(*s.rel_); }, noFields},
@@ -279,11 +237,9 @@ const std::vector<Operation>& Station::Operations() {
       {"GravaRelatorio, over an old one", savesRel(u"Antigo", true), noSavingRel},
       {"GravaRelatorio, must be new", savesRel(u"Outro", false), noSavingRel},
       {"GravaRelatorio, must be new and is not", savesRel(u"Antigo", false), noSavingRel},
-      {"BuscaNomeRelatoriosExistentes", [](S& s) { return ::Names(*s.rel_); }, {"0x00040008"}},
+      {"BuscaNomeRelatoriosExistentes", [](S& s) { return Listed(*s.rel_); }, {"0x00040008"}},
       // Files that cannot be deleted are passed over.
-      {"ExcluiRelatorio, first generation", deletesRel(u"Antigo"), {}, {}, {""}},
-      {"ExcluiRelatorio, one file of the first generation", deletesRel(u"Antigo.REE"), {}, {}, {""}},
-      {"GravaRelatorioSemCallBack", savesUnasked, noSavingRel},
+      {"ExcluiRelatorio, first generation", deletesRel, {}, {}, {""}},
       {"AtualizaRelatorio", updates, {"0x00040001", "0x80040001", "0x80040002", "0x80040005"}},
       {"GravaDadosExportacaoDoRelatorio, new", savesSettings(u"Outro"), noSaving},
       {"GravaDadosExportacaoDoRelatorio, over old ones", savesSettings(u"Antigo"), noSaving, withOldSettings},
@@ -292,7 +248,7 @@ const std::vector<Operation>& Station::Operations() {
       {"GravaFiltroRelatorio, first", savesFilter(u"Antigo", 3), noFilter, without({"CT01ANTIGO.REF", "ZNCTLARQ.DAT"})},
       {"GravaFiltroRelatorio, longer", savesFilter(u"Antigo", 3), noFilter},
       {"GravaFiltroRelatorio, shorter", savesFilter(u"Antigo", 1), noFilter},
-      {"LeFiltroRelatorio", [](S& s) { return Filter(*s.rel_, u"Antigo"); }, {"0x80043", "0x80040002"}},
+      {"LeFiltroRelatorio", [](S& s) { return ReadFilter(*s.rel_, u"Antigo"); }, {"0x80043", "0x80040002"}},
   };
   return operations;
 }

@@ -46,6 +46,5 @@ struct Operation {
   std::function<void(Station&)> prepare = {};  // changes the folder before
   Beginnings untold = {};                      // of keys that its success may leave or its failure change
   Beginnings otherwise = {};                   // of keys that may come to be neither as before nor as undisturbed
-  bool migrates = false;                       // a model goes only when its document is there
   const char* unnoticed = "";                  // a system call whose failure it takes for nothing found
 };

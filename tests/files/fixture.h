@@ -1,14 +1,17 @@
 // A drive of the test's own, the ways in which this system opens files, and short ways to try them.
 #pragma once
 
+#include <sys/stat.h>
+
 #include "platform/files/files.h"
 #include "support/elsewhere.h"
+#include "support/system_calls.h"
 
 namespace fs = std::filesystem;
 
-using support::Child;
 using support::Elsewhere;
 using support::ReadFile;
+using support::SystemCalls;
 using support::WriteFile;
 using Names = std::vector<std::string>;
 
@@ -33,14 +36,6 @@ LONG ErrorOf(const Action& action) {
   }
 }
 
-inline LONG RenameError(const char* from, const char* to) {
-  return ErrorOf([&] { CFile::Rename(from, to); });
-}
-
-inline LONG RemoveError(const char* path) {
-  return ErrorOf([&] { CFile::Remove(path); });
-}
-
 // Opens and gives the platform's error number, 0 for success.
 inline LONG OpenError(CFile* file, const char* path, UINT flags) {
   CFileException failure;
@@ -59,12 +54,20 @@ inline std::string ContentOf(CFile* file) {
   return content;
 }
 
-// The current directory is the folder of drive D, in which every user may create files.
+// The content of what a path leads to, or the error number when it cannot be opened.
+inline std::string Content(const std::string& path) {
+  CFile file;
+  const LONG error = OpenError(&file, path.c_str(), kReadShared);
+  return error == 0 ? ContentOf(&file) : std::to_string(error);
+}
+
+// The current directory is the folder of drive D, in which every user may create files and read those of the others.
 class FilesTest : public testing::Test {
  protected:
   FilesTest() {
     fs::current_path(home_.Data());
     fs::permissions(".", fs::perms(0777));
+    umask(022);
   }
   ~FilesTest() override { fs::current_path("/"); }
 

@@ -1,14 +1,15 @@
-// Share modes: between any two openers, in any order, from any process, also at the very same moment.
+// What processes and users notice of each other. Share modes: between any two openers, in any order, from any process,
+// also at the very same moment; the names of folders; rights.
 #include <sched.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <chrono>
+#include <cerrno>
 #include <random>
 
 #include "fixture.h"
-#include "shared_memory.h"
+#include "support/shared_memory.h"
 
 namespace {
 
@@ -93,30 +94,6 @@ void Race(const std::array<Contender, 2>& contenders, bool fileExists = true) {
   });
 }
 
-// A process that holds a file open until it is killed.
-class Holder {
- public:
-  Holder(const char* name, UINT mode, uid_t user = geteuid())
-      : process_([=, this] {
-          if (user != geteuid()) support::BecomeUser(user);
-          CFile file;
-          if (!file.Open(name, mode)) return 1;
-          *holds_ = true;
-          return pause();
-        }) {
-    EXPECT_TRUE(support::WaitUntil([this] { return holds_->load(); }));
-  }
-
-  void Die() {
-    process_.Kill();
-    process_.Wait();
-  }
-
- private:
-  SharedMemory<std::atomic<bool>> holds_;
-  Child process_;
-};
-
 class SharingTest : public FilesTest, public testing::WithParamInterface<UINT> {
  protected:
   SharingTest() {
@@ -133,22 +110,23 @@ class SharingTest : public FilesTest, public testing::WithParamInterface<UINT> {
 TEST_F(SharingTest, OpeningSucceedsExactlyWhenAccessesMeetNoDenials) {
   std::vector<UINT> readingModes = AllModes();
   std::erase_if(readingModes, Writes);
-  for (const UINT held : AllModes()) {
-    CFile holder;
-    ASSERT_EQ(OpenError(&holder, "FILE.DAT", held), 0);
-    ExpectExcluded(held, AllModes());
-    Elsewhere([&] { ExpectExcluded(held, AllModes()); });
-    if (geteuid() == 0) Elsewhere([&] { ExpectExcluded(held, readingModes); }, kNobody);
-    EXPECT_EQ(RemoveError("FILE.DAT"), 32);
-    EXPECT_EQ(RenameError("FILE.DAT", "OTHER.DAT"), 32);
-    EXPECT_EQ(RenameError("FILE.DAT", "FILE.DAT"), 0);
-  }
-  if (geteuid() != 0) GTEST_SKIP() << "what follows needs two users";
-  for (const UINT held : readingModes) {
-    const Holder reader("FILE.DAT", held, kNobody);
-    ExpectExcluded(held, AllModes());
-    EXPECT_EQ(OpenError("FILE.DAT", kCreateExclusive), 32);
-    EXPECT_EQ(RemoveError("FILE.DAT"), 32);
+  const uid_t self = geteuid();
+  for (const uid_t holdingUser : {self, kNobody}) {
+    if (self != 0 && holdingUser != self) GTEST_SKIP() << "what follows needs two users";
+    for (const UINT held : holdingUser == self ? AllModes() : readingModes) {
+      CFile holder;
+      ASSERT_EQ(seteuid(holdingUser), 0);
+      const LONG error = OpenError(&holder, "FILE.DAT", held);
+      ASSERT_EQ(seteuid(self), 0);
+      ASSERT_EQ(error, 0);
+      ExpectExcluded(held, AllModes());
+      Elsewhere([&] { ExpectExcluded(held, AllModes()); });
+      if (self == 0) Elsewhere([&] { ExpectExcluded(held, readingModes); }, kNobody);
+      EXPECT_EQ(OpenError("FILE.DAT", kCreateExclusive), 32);
+      EXPECT_EQ(ErrorOf([] { CFile::Remove("FILE.DAT"); }), 32);
+      EXPECT_EQ(ErrorOf([] { CFile::Rename("FILE.DAT", "OTHER.DAT"); }), 32);
+      EXPECT_EQ(ErrorOf([] { CFile::Rename("FILE.DAT", "FILE.DAT"); }), 0);
+    }
   }
 }
 
@@ -184,6 +162,7 @@ TEST_F(SharingTest, TwoOpenersAtTheSameMomentOfWhomOneMayOnlyRead) {
 // Many short openings, so that every step of one meets every step of another, and files come and go under the openers.
 TEST_F(SharingTest, AHolderIsAloneAndHasTheFileOfTheNameWhateverOthersDo) {
   // In memory, where no waiting for a disk lies between the steps.
+  if (!fs::is_directory("/dev/shm")) GTEST_SKIP() << "needs a folder in memory";
   setenv("TMPDIR", "/dev/shm", 1);
   const support::TempFolder folder;
   fs::current_path(folder.Path());
@@ -223,33 +202,64 @@ TEST_F(SharingTest, AHolderIsAloneAndHasTheFileOfTheNameWhateverOthersDo) {
   fs::current_path("/");
 }
 
-TEST_F(SharingTest, WhatAnotherUserWasCreatingWhenKilledIsNobodys) {
-  if (geteuid() != 0) GTEST_SKIP() << "needs three users";
-  Holder holder("NEW.DAT", kCreateExclusive, kNobody);
-  const auto expectCreating = [](LONG error) { EXPECT_EQ(OpenError("new.dat", kCreateExclusive), error); };
-  const std::string hidden = Here().front();
-  const auto searchLater = [&] {
-    fs::last_write_time(hidden, fs::file_time_type::clock::now() - std::chrono::hours(1));
-    _finddata_t found;
-    Elsewhere([&] { EXPECT_EQ(_findclose(_findfirst("*", &found)), 0); }, kOther);
-  };
-  Elsewhere([&] { expectCreating(32); }, kOther);
-  searchLater();
-  EXPECT_EQ(Here(), (Names{hidden, "FILE.DAT"}));
+// ---- Folders and users ---------------------------------------------------------------------------------------------
 
-  holder.Die();
-  fs::copy_file(hidden, "copy");
-  Elsewhere([&] { expectCreating(0); }, kOther);
-  EXPECT_EQ(Here(), (Names{"FILE.DAT", "copy"}));
-  fs::rename("copy", hidden);
-  searchLater();
-  EXPECT_EQ(Here(), Names{"FILE.DAT"});
+using FoldersTest = FilesTest;
 
-  // The file may have its own name already.
-  fs::rename("FILE.DAT", "NEW.DAT");
-  fs::create_hard_link("NEW.DAT", hidden);
-  Elsewhere([] { EXPECT_EQ(RenameError("new.dat", "New.dat"), 0); }, kOther);
-  EXPECT_EQ(Here(), Names{"New.dat"});
+TEST_F(FoldersTest, MoreChangesThanTheKernelKeepsNewsOf) {
+  EXPECT_EQ(Content("last.dat"), "2");
+  for (int i = 0; i < 9000; ++i) {
+    WriteFile("PASSING.DAT", "");
+    fs::remove("PASSING.DAT");
+  }
+  WriteFile("LAST.DAT", "last");
+  EXPECT_EQ(Content("last.dat"), "last");
+  EXPECT_EQ(Content("passing.dat"), "2");
+}
+
+TEST_F(FoldersTest, FoldersThatCannotBeWatchedAreReadAnew) {
+  bool isRead = false;
+  const SystemCalls system([&](const host::SystemCall& call) -> host::Fate {
+    const std::string_view name = call.name;
+    isRead |= name == "getdents64";
+    return {.error = name.starts_with("inotify") ? EMFILE : 0};
+  });
+  for (int i = 0; i < 50; ++i) {
+    EXPECT_EQ(Content("a.dat"), "2");
+    WriteFile("A.DAT", "a");
+    EXPECT_EQ(Content("a.dat"), "a");
+    fs::remove("A.DAT");
+  }
+  // A folder that has been left alone for a while is taken to be as it was read; until it changes.
+  WriteFile("A.DAT", "a");
+  EXPECT_TRUE(support::WaitUntil([&] {
+    isRead = false;
+    return Content("a.dat") == "a" && !isRead;
+  }));
+  fs::rename("A.DAT", "B.DAT");
+  EXPECT_EQ(Content("b.dat"), "a");
+  EXPECT_EQ(Content("a.dat"), "2");
+}
+
+TEST_F(FoldersTest, AFileStaysWithItsModeAndItsGroupOrTheGroupLosesIt) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs two users";
+  constexpr gid_t kGroup = 65531;
+  for (const bool isMember : {true, false}) {
+    WriteFile("Model.RXL", "old");
+    ASSERT_EQ(chown("Model.RXL", kOther, kGroup), 0);
+    fs::permissions("Model.RXL", fs::perms(0666));
+    Elsewhere([&] {
+      support::BecomeUser(kNobody, isMember ? std::vector{kGroup} : std::vector<gid_t>{});
+      CFile file;
+      ASSERT_EQ(OpenError(&file, "Model.RXL", kCreateExclusive), 0);
+      file.Close();
+    });
+    struct stat status {};
+    ASSERT_EQ(stat("Model.RXL", &status), 0);
+    EXPECT_EQ(status.st_uid, kNobody);
+    EXPECT_EQ(status.st_gid, isMember ? kGroup : kNobody);
+    EXPECT_EQ(status.st_mode & 0777, isMember ? 0666U : 0606U);
+  }
 }
 
 }  // namespace

@@ -8,13 +8,13 @@
 #include <gmock/gmock.h>
 
 #include "channel/server_thread.h"
-#include "files/shared_memory.h"
 #include "marshal/marshal.h"
 #include "platform/home/home.h"
 #include "server/entrada.h"
 #include "store/repositorio_rel2.h"
 #include "support/elsewhere.h"
 #include "support/installation.h"
+#include "support/shared_memory.h"
 
 namespace {
 

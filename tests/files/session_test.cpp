@@ -1,0 +1,165 @@
+// Plays the sessions of sessions/*.txt. Each tells one subject of the file class step by step, in a folder of its own
+// that is drive D and the current directory.
+//
+// A line that begins at the margin is prose. Four blanks before a line make it a step: a command, its arguments
+// (between apostrophes where they hold blanks) and, after "->", what it answers. What fails answers the platform's
+// error number; a step without an answer succeeds and has nothing to tell. Commands in small letters are the host's.
+// Those with a capital are the platform's: they take the platform's paths, and Open keeps a file open for the steps
+// after it. "as other" before a step has another user do it.
+#include <cerrno>
+#include <chrono>
+#include <iomanip>
+#include <map>
+#include <sstream>
+
+#include "fixture.h"
+#include "platform/text/text.h"
+
+namespace {
+
+using Clock = fs::file_time_type::clock;
+
+// A way to open a file and what goes with it, as in "create+must-be-new".
+UINT ModeOf(const std::string& text) {
+  static const std::map<std::string, UINT> kFlags = {{"read", kReadShared},
+                                                     {"hold", kReadExclusive},
+                                                     {"write", CFile::modeWrite},
+                                                     {"change", CFile::modeReadWrite | CFile::shareExclusive},
+                                                     {"create", kCreateExclusive},
+                                                     {"create-shared", kCreateShared},
+                                                     {"update", kUpdateExclusive},
+                                                     {"update-shared", kUpdateShared},
+                                                     {"as-given", files::nameAsGiven},
+                                                     {"must-be-new", files::mustBeNew},
+                                                     {"whole", files::wholeUpdate}};
+  UINT mode = 0;
+  std::istringstream names(text);
+  for (std::string name; std::getline(names, name, '+');)
+    mode |= kFlags.at(name);
+  return mode;
+}
+
+void Check(LONG error) {
+  if (error != 0) throw CFileException(CFileException::generic, error);
+}
+
+void Save(const std::string& mode, const std::string& path) {
+  CFile file;
+  Check(OpenError(&file, path.c_str(), ModeOf(mode)));
+  file.Write("new", 3);
+  file.Close();
+}
+
+std::string Joined(const Names& names, const char* separator = " ") {
+  std::string text;
+  for (const std::string& name : names)
+    text += (text.empty() ? "" : separator) + name;
+  return text;
+}
+
+// Folders with a slash in front.
+std::string Find(const std::string& pattern) {
+  Names names;
+  _finddata_t found;
+  const std::intptr_t search = _findfirst(pattern.c_str(), &found);
+  for (bool isThere = search != -1; isThere; isThere = _findnext(search, &found) == 0)
+    names.push_back((found.attrib == FILE_ATTRIBUTE_DIRECTORY ? "/" : "") + std::string(found.name));
+  if (search != -1) _findclose(search);
+  return Joined(names);
+}
+
+class SessionTest : public FilesTest, public testing::WithParamInterface<std::string> {
+ protected:
+  // What a step answers.
+  std::string Do(const std::string& step) {
+    std::istringstream in(step);
+    std::string command, a, b;
+    in >> command >> std::quoted(a, '\'', '`') >> std::quoted(b, '\'', '`');
+    const Action& action = actions_.at(command);
+    answer_.clear();
+    if (islower(static_cast<unsigned char>(command[0])) != 0) {
+      action(a, b);
+      return answer_;
+    }
+    const SystemCalls system(std::exchange(failures_, {}));
+    const LONG error = ErrorOf([&] { action(text::FromUtf8(a), text::FromUtf8(b)); });
+    steps_ = system.Seen();
+    return error == 0 ? text::ToUtf8(answer_) : std::to_string(error);
+  }
+
+ private:
+  using Action = std::function<void(const std::string& a, const std::string& b)>;
+
+  void Read(std::size_t count) {
+    answer_.resize(count);
+    answer_.resize(file_.Read(answer_.data(), static_cast<UINT>(count)));
+  }
+
+  CFile file_;  // the one that is open
+  std::string answer_;
+  SystemCalls::Failures failures_;  // steps that fail in the next command
+  Names steps_;                     // by which the last command changed files
+
+  const std::map<std::string, int> errors_ = {
+      {"EIO", EIO}, {"ENOSPC", ENOSPC}, {"EINVAL", EINVAL}, {"ENOENT", ENOENT}, {"ENOLCK", ENOLCK}};
+  const std::map<std::string, Action> actions_ = {
+      {"put", [](auto& name, auto& content) { WriteFile(name, content); }},
+      {"cat", [this](auto& name, auto&) { answer_ = ReadFile(name); }},
+      {"ls", [this](auto& folder, auto&) { answer_ = Joined(support::Names("./" + folder)); }},
+      {"mkdir", [](auto& name, auto&) { fs::create_directory(name); }},
+      {"mkfifo", [](auto& name, auto&) { mkfifo(name.c_str(), 0666); }},
+      {"ln", [](auto& file, auto& name) { fs::create_hard_link(file, name); }},
+      {"symlink", [](auto& target, auto& name) { fs::create_symlink(target, name); }},
+      {"chmod", [](auto& mode, auto& name) { fs::permissions(name, fs::perms(std::stoul(mode, nullptr, 8))); }},
+      {"mv", [](auto& name, auto& to) { fs::rename(name, to); }},
+      {"rm", [](auto& name, auto&) { fs::remove(name); }},
+      {"age", [](auto& name, auto&) { fs::last_write_time(name, Clock::now() - std::chrono::hours(1)); }},
+      {"fill-disk", [](auto& left, auto&) { support::FillDisk(std::stoul(left)); }},
+      {"fail", [this](auto& step, auto& error) { failures_.emplace_back(step, errors_.at(error)); }},
+      {"steps", [this](auto&, auto&) { answer_ = Joined(steps_, ", "); }},
+
+      {"Open", [this](auto& mode, auto& path) { Check(OpenError(&file_, path.c_str(), ModeOf(mode))); }},
+      {"Read", [this](auto& count, auto&) { Read(std::stoul(count)); }},
+      {"Write", [this](auto& bytes, auto&) { file_.Write(bytes.data(), static_cast<UINT>(bytes.size())); }},
+      {"Seek", [this](auto& to, auto&) { file_.Seek(std::stoll(to), to[0] == '-' ? CFile::end : CFile::begin); }},
+      {"GetLength", [this](auto&, auto&) { answer_ = std::to_string(file_.GetLength()); }},
+      {"SetLength", [this](auto& length, auto&) { file_.SetLength(std::stoull(length)); }},
+      {"Close", [this](auto&, auto&) { file_.Close(); }},
+      {"Abort", [this](auto&, auto&) { file_.Abort(); }},
+
+      {"Try", [](auto& mode, auto& path) { Check(OpenError(path.c_str(), ModeOf(mode))); }},
+      {"Save", [](auto& mode, auto& path) { Save(mode, path); }},
+      {"Content", [this](auto& path, auto&) { answer_ = Content(path); }},
+      {"Remove", [](auto& path, auto&) { CFile::Remove(path.c_str()); }},
+      {"Rename", [](auto& from, auto& to) { CFile::Rename(from.c_str(), to.c_str()); }},
+      {"Find", [this](auto& pattern, auto&) { answer_ = Find(pattern); }},
+      {"Attributes", [this](auto& path, auto&) { answer_ = std::to_string(GetFileAttributesA(path.c_str())); }},
+      {"HostPath", [this](auto& path, auto&) { files::HostPath(path.c_str(), &answer_); }},
+  };
+};
+
+TEST_P(SessionTest, Holds) {
+  static const std::string kAsOther = "    as other ";
+  const std::string path = FILES_SESSIONS "/" + GetParam();
+  std::istringstream lines(ReadFile(path));
+  if (geteuid() != 0 && lines.str().find(kAsOther) != std::string::npos) GTEST_SKIP() << "needs two users";
+  Elsewhere([&] {
+    std::string line;
+    for (int number = 1; std::getline(lines, line); ++number) {
+      if (!line.starts_with("    ")) continue;
+      const testing::ScopedTrace where(path.c_str(), number, line);
+      const std::size_t arrow = line.find(" -> ");
+      const std::string answer = arrow == line.npos ? "" : line.substr(arrow + 4);
+      std::string step = line.substr(0, arrow);
+      const bool asOther = step.starts_with(kAsOther);
+      if (asOther) step.erase(0, kAsOther.size());
+      const auto play = [&] { EXPECT_NO_THROW(EXPECT_EQ(Do(step), answer)); };
+      asOther ? Elsewhere(play, kOther) : play();
+    }
+  });
+}
+
+INSTANTIATE_TEST_SUITE_P(, SessionTest, testing::ValuesIn(support::Names(FILES_SESSIONS)),
+                         [](const auto& test) { return fs::path(test.param).stem().string(); });
+
+}  // namespace
