@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <sstream>
 
@@ -88,6 +89,7 @@ TEST(Memory, BstrsKnowTheirLengthAndEndInANul) {
   const OLECHAR source[] = u"a\0ção";
   const OwnedBstr copy(SysAllocStringLen(source, 5));
   EXPECT_EQ(SysStringLen(copy.get()), 5u);
+  EXPECT_EQ(std::memcmp(reinterpret_cast<const char*>(copy.get()) - 4, "\x0A\0\0\0", 4), 0);
   EXPECT_EQ(std::memcmp(copy.get(), source, sizeof source), 0);
   EXPECT_EQ(SysStringLen(OwnedBstr(SysAllocString(source)).get()), 1u) << "up to the NUL";
   const OwnedBstr odd(SysAllocStringByteLen("abc", 3));
@@ -110,6 +112,8 @@ TEST(Memory, ClearingAVariantGivesUpWhatItOwns) {
     EXPECT_EQ(VariantClear(&value), S_OK);
     EXPECT_EQ(object.references, 0u) << "cleared " << clearing;
   }
+  value.vt = 0x1234;
+  EXPECT_EQ(VariantClear(&value), E_INVALIDARG);
 }
 
 TEST(Identities, TheirTextComesBackAndNothingElseDoes) {
@@ -128,30 +132,31 @@ TEST(Identities, TheirTextComesBackAndNothingElseDoes) {
 // ---- Threads and messages ------------------------------------------------------------------------------------------
 
 TEST(Threads, CountTogetherAndWaitForEachOther) {
+  static constexpr LONG kCounts = 30000000;
   struct Shared {
-    HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    const HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
     LONG volatile counter = 0;
-    void Count() {
-      for (int i = 0; i < 2000000; ++i) {
-        InterlockedIncrement(&counter);
-        InterlockedDecrement(&counter);
-      }
-    }
+    std::atomic<bool> hasCounted{false};
   } shared;
   const auto countAndWait = [](void* parameter) {
-    static_cast<Shared*>(parameter)->Count();
-    return WaitForSingleObject(static_cast<Shared*>(parameter)->event, INFINITE);
+    auto& own = *static_cast<Shared*>(parameter);
+    for (LONG i = 0; i < kCounts; ++i)
+      InterlockedIncrement(&own.counter);
+    own.hasCounted = true;
+    return WaitForSingleObject(own.event, INFINITE);
   };
   DWORD id = 0;
   const HANDLE thread = CreateThread(nullptr, 0, countAndWait, &shared, 0, &id);
   EXPECT_TRUE(id != 0 && id != GetCurrentThreadId());
-  shared.Count();
+  LONG taken = 0;
+  for (; !shared.hasCounted; ++taken)
+    InterlockedDecrement(&shared.counter);
   EXPECT_EQ(WaitForSingleObject(thread, 1), WAIT_TIMEOUT) << "nothing signals the event that it waits for";
   SetEvent(shared.event);
   for (const DWORD limit : {30000U, 0U})
     EXPECT_EQ(WaitForSingleObject(thread, limit), WAIT_OBJECT_0) << "an end stays";
   EXPECT_EQ(WaitForSingleObject(shared.event, 0), WAIT_TIMEOUT) << "a signal lets one go";
-  EXPECT_EQ(shared.counter, 0);
+  EXPECT_EQ(shared.counter, kCounts - taken);
   CloseHandle(thread);
   CloseHandle(shared.event);
 }
@@ -178,6 +183,18 @@ TEST(Messages, PostedOnesComeBeforeThoseOfTheSource) {
   EXPECT_EQ(source.dispatched, 5U);
   platform::AttachMessageSource(nullptr);
   EXPECT_EQ(PostThreadMessageA(0, WM_QUIT, 0, 0), FALSE) << "no thread has this identity";
+}
+
+TEST(CommandLine, IsTheWholeLineInTheCodePage) {
+  if (const char* told = getenv("TELL_COMMAND_LINE")) return support::WriteFile(told, GetCommandLineA());
+  const support::TempFolder folder;
+  const fs::path file = folder.Path() / "told";
+  support::Elsewhere([&file] {
+    setenv("TELL_COMMAND_LINE", file.c_str(), 1);
+    execl("/proc/self/exe", "/opt/a b/kestor", "--gtest_filter=CommandLine.*", "", "caf\xC3\xA9", "-RegServer",
+          nullptr);
+  });
+  EXPECT_EQ(support::ReadFile(file), "\"/opt/a b/kestor\" --gtest_filter=CommandLine.* \"\" caf\xE9 -RegServer");
 }
 
 // ---- The home ------------------------------------------------------------------------------------------------------
