@@ -11,8 +11,8 @@
 //
 // What a command prints must be there in full. Blank lines at the end do not count; text after the last line end gets
 // the mark "(no line end)". In a line of the transcript "..." stands for any text, $PWD for the folder, $KESTOR for the
-// server's executable. The commands have these two as variables, and $EXAMPLES for the folder of the examples. A
-// transcript with a line "Only where: COMMAND" is skipped where that command fails.
+// server's executable. The commands have these two as variables, and $EXAMPLES for the folder of the examples.
+// After a line "Only where: COMMAND" a transcript ends where that command fails.
 #include <unistd.h>
 
 #include <algorithm>
