@@ -11,8 +11,8 @@
 //
 // What a command prints must be there in full. Blank lines at the end do not count; text after the last line end gets
 // the mark "(no line end)". In a line of the transcript "..." stands for any text, $PWD for the folder, $KESTOR for the
-// server's executable. The commands have these two as variables, and $EXAMPLES for the folder of the examples. A
-// transcript with a line "Only where: COMMAND" is skipped where that command fails.
+// server's executable. The commands have these two as variables, and $EXAMPLES for the folder of the examples.
+// After a line "Only where: COMMAND" a transcript ends where that command fails.
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,7 +21,6 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "support/support.h"
@@ -71,15 +70,12 @@ class Transcript : public testing::TestWithParam<std::string> {
       fs::create_directory(folder);
       fs::permissions(folder, folder == Path("run") ? fs::perms(0700) : fs::perms(0755));
     }
-    const std::string path = fs::path(KESTORCTL).parent_path().string() + ":" + getenv("PATH");
-    const std::pair<const char*, std::string> variables[] = {{"PATH", path},
-                                                             {"LC_ALL", "C"},
-                                                             {"KESTOR", KESTOR_EXECUTABLE},
-                                                             {"EXAMPLES", KESTOR_EXAMPLES},
-                                                             {"KESTOR_HOME", Session() / "home"},
-                                                             {"XDG_RUNTIME_DIR", Path("run")}};
-    for (const auto& [name, value] : variables)
-      setenv(name, value.c_str(), 1);
+    setenv("PATH", (fs::path(KESTORCTL).parent_path().string() + ":" + getenv("PATH")).c_str(), 1);
+    setenv("LC_ALL", "C", 1);
+    setenv("KESTOR", KESTOR_EXECUTABLE, 1);
+    setenv("EXAMPLES", KESTOR_EXAMPLES, 1);
+    setenv("KESTOR_HOME", (Session() / "home").c_str(), 1);
+    setenv("XDG_RUNTIME_DIR", Path("run").c_str(), 1);
     unsetenv("KESTOR_SERVER");
   }
 
@@ -122,30 +118,29 @@ class Transcript : public testing::TestWithParam<std::string> {
   const support::TempFolder folder_;
 };
 
-bool IsOutput(const std::string& line) {
-  return line.empty() || (line.starts_with(kSession) && !line.starts_with(kCommand));
-}
-
 TEST_P(Transcript, Holds) {
   const Lines lines = Split(support::ReadFile(GetParam()));
+  bool hasCommand = false;
   for (std::size_t i = 0; i < lines.size();) {
     const std::string& line = lines[i++];
     if (line.starts_with(kCondition) && Run(line.substr(kCondition.size())) != 0) GTEST_SKIP() << line;
     if (!line.starts_with(kCommand)) continue;
+    hasCommand = true;
     const testing::ScopedTrace where(GetParam().c_str(), static_cast<int>(i), line);
     std::string command = line.substr(kCommand.size());
     for (; i < lines.size() && lines[i].starts_with(kMore); ++i)
       command += '\n' + lines[i].substr(kMore.size());
-    Lines expected;
-    for (; i < lines.size() && IsOutput(lines[i]); ++i)
-      expected.push_back(lines[i].substr(std::min(lines[i].size(), kSession.size())));
-
     Lines printed = Outcome(command);
-    for (std::size_t j = 0; j < std::min(printed.size(), expected.size()); ++j) {
-      if (Matches(printed[j], expected[j])) printed[j] = expected[j];
+    Lines expected;
+    for (; i < lines.size() && (lines[i].empty() || lines[i].starts_with(kSession)); ++i) {
+      if (lines[i].starts_with(kCommand)) break;
+      expected.push_back(lines[i].substr(std::min(lines[i].size(), kSession.size())));
+      const std::size_t row = expected.size() - 1;
+      if (row < printed.size() && Matches(printed[row], expected[row])) printed[row] = expected[row];
     }
     ASSERT_EQ(Join(expected), Join(printed));
   }
+  EXPECT_TRUE(hasCommand) << GetParam() << " has no command";
 }
 
 std::vector<std::string> Transcripts() {

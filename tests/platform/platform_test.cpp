@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <map>
 #include <sstream>
 
 #include "platform/com/object.h"
@@ -15,12 +14,9 @@
 
 namespace {
 
-using namespace std::string_literals;
-
 namespace fs = std::filesystem;
 
 using platform::Home;
-using support::Elsewhere;
 
 // ---- Texts ---------------------------------------------------------------------------------------------------------
 
@@ -89,12 +85,12 @@ TEST(Numbers, AreReadAsTheStandardLibraryReadsThemAndWrittenWithSixDecimals) {
 
 // ---- Memory and identities -----------------------------------------------------------------------------------------
 
-TEST(Memory, BstrsHaveTheirLengthInFrontAndANulAtTheEnd) {
+TEST(Memory, BstrsKnowTheirLengthAndEndInANul) {
   const OLECHAR source[] = u"a\0ção";
   const OwnedBstr copy(SysAllocStringLen(source, 5));
+  EXPECT_EQ(SysStringLen(copy.get()), 5u);
   EXPECT_EQ(std::memcmp(reinterpret_cast<const char*>(copy.get()) - 4, "\x0A\0\0\0", 4), 0);
   EXPECT_EQ(std::memcmp(copy.get(), source, sizeof source), 0);
-  EXPECT_EQ(SysStringLen(copy.get()), 5u);
   EXPECT_EQ(SysStringLen(OwnedBstr(SysAllocString(source)).get()), 1u) << "up to the NUL";
   const OwnedBstr odd(SysAllocStringByteLen("abc", 3));
   EXPECT_EQ(SysStringByteLen(odd.get()), 3u);
@@ -104,7 +100,6 @@ TEST(Memory, BstrsHaveTheirLengthInFrontAndANulAtTheEnd) {
   for (const UINT characters : {0x7FFFFFFDu, 0x80000000u})
     EXPECT_EQ(SysAllocStringLen(nullptr, characters), nullptr) << characters;
   EXPECT_EQ(SysAllocStringByteLen(nullptr, 0xFFFFFFFAu), nullptr);
-  EXPECT_TRUE(TaskBlock<char>(static_cast<char*>(CoTaskMemAlloc(0)))) << "a block of no bytes is a block";
 }
 
 TEST(Memory, ClearingAVariantGivesUpWhatItOwns) {
@@ -113,65 +108,56 @@ TEST(Memory, ClearingAVariantGivesUpWhatItOwns) {
     ULONG references = 1;
   } object;
   VARIANT value{VT_UNKNOWN, 0, 0, 0, {.punkVal = &object}};
-  EXPECT_EQ(VariantClear(&value), S_OK);
-  EXPECT_EQ(VariantClear(&value), S_OK) << "empty by now";
-  EXPECT_EQ(object.references, 0u);
+  for (int clearing = 1; clearing <= 2; ++clearing) {
+    EXPECT_EQ(VariantClear(&value), S_OK);
+    EXPECT_EQ(object.references, 0u) << "cleared " << clearing;
+  }
   value.vt = 0x1234;
   EXPECT_EQ(VariantClear(&value), E_INVALIDARG);
 }
 
 TEST(Identities, TheirTextComesBackAndNothingElseDoes) {
-  const GUID guid = {0x627C07C1, 0x2803, 0x4BE4, {0x99, 0xFD, 0x10, 0x79, 0x6E, 0x46, 0x47, 0x0A}};
   const std::string text = "{627C07C1-2803-4BE4-99FD-10796E46470A}";
+  GUID guid{};
+  EXPECT_TRUE(GuidFromText("{627c07c1-2803-4BE4-99fd-10796e46470a}", &guid));
+  EXPECT_EQ(guid, (GUID{0x627C07C1, 0x2803, 0x4BE4, {0x99, 0xFD, 0x10, 0x79, 0x6E, 0x46, 0x47, 0x0A}}));
   EXPECT_EQ(GuidText(guid), text);
-  GUID back{};
-  EXPECT_TRUE(GuidFromText("{627c07c1-2803-4BE4-99fd-10796e46470a}", &back));
-  EXPECT_EQ(back, guid);
   for (std::size_t i = 0; i < text.size(); ++i) {
-    EXPECT_FALSE(GuidFromText(std::string(text).replace(i, 1, "g"), &back)) << i;
-    EXPECT_FALSE(GuidFromText(std::string(text).erase(i, 1), &back)) << i;
-    EXPECT_FALSE(GuidFromText(std::string(text).insert(i, 1, '0'), &back)) << i;
+    for (const std::string& wrong :
+         {std::string(text).replace(i, 1, "g"), std::string(text).erase(i, 1), std::string(text).insert(i, 1, '0')})
+      EXPECT_FALSE(GuidFromText(wrong, &guid)) << wrong;
   }
 }
 
 // ---- Threads and messages ------------------------------------------------------------------------------------------
 
-struct Shared {
-  HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-  std::atomic<int> released{0};
-  LONG volatile counter = 0;
-};
-
-DWORD CountAndWait(void* parameter) {
-  auto& shared = *static_cast<Shared*>(parameter);
-  for (int i = 0; i < 2000000; ++i) {
-    InterlockedIncrement(&shared.counter);
-    if (i > 0) InterlockedDecrement(&shared.counter);
-  }
-  if (WaitForSingleObject(shared.event, INFINITE) == WAIT_OBJECT_0) ++shared.released;
-  return 0;
-}
-
-TEST(Threads, WaitForEventsAndAreWaitedFor) {
-  Shared shared;
-  std::map<DWORD, HANDLE> threads;
-  for (int i = 0; i < 4; ++i) {
-    DWORD id = 0;
-    HANDLE thread = CreateThread(nullptr, 0, CountAndWait, &shared, 0, &id);
-    threads[id] = thread;
-  }
-  EXPECT_EQ(threads.size() + threads.count(GetCurrentThreadId()), 4U);
-  for (int signalled = 1; signalled <= 4; ++signalled) {
-    SetEvent(shared.event);
-    EXPECT_TRUE(support::WaitUntil([&] { return shared.released == signalled; })) << "each signal lets one thread go";
-  }
-  EXPECT_EQ(WaitForSingleObject(shared.event, 0), WAIT_TIMEOUT);
-  for (const auto& [id, thread] : threads) {
-    for (const DWORD limit : {INFINITE, DWORD{0}})
-      EXPECT_EQ(WaitForSingleObject(thread, limit), WAIT_OBJECT_0) << "an end stays";
-    CloseHandle(thread);
-  }
-  EXPECT_EQ(shared.counter, 4);
+TEST(Threads, CountTogetherAndWaitForEachOther) {
+  static constexpr LONG kCounts = 30000000;
+  struct Shared {
+    const HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    LONG volatile counter = 0;
+    std::atomic<bool> hasCounted{false};
+  } shared;
+  const auto countAndWait = [](void* parameter) {
+    auto& own = *static_cast<Shared*>(parameter);
+    for (LONG i = 0; i < kCounts; ++i)
+      InterlockedIncrement(&own.counter);
+    own.hasCounted = true;
+    return WaitForSingleObject(own.event, INFINITE);
+  };
+  DWORD id = 0;
+  const HANDLE thread = CreateThread(nullptr, 0, countAndWait, &shared, 0, &id);
+  EXPECT_TRUE(id != 0 && id != GetCurrentThreadId());
+  LONG taken = 0;
+  for (; !shared.hasCounted; ++taken)
+    InterlockedDecrement(&shared.counter);
+  EXPECT_EQ(WaitForSingleObject(thread, 1), WAIT_TIMEOUT) << "nothing signals the event that it waits for";
+  SetEvent(shared.event);
+  for (const DWORD limit : {30000U, 0U})
+    EXPECT_EQ(WaitForSingleObject(thread, limit), WAIT_OBJECT_0) << "an end stays";
+  EXPECT_EQ(WaitForSingleObject(shared.event, 0), WAIT_TIMEOUT) << "a signal lets one go";
+  EXPECT_EQ(shared.counter, kCounts - taken);
+  CloseHandle(thread);
   CloseHandle(shared.event);
 }
 
@@ -200,11 +186,10 @@ TEST(Messages, PostedOnesComeBeforeThoseOfTheSource) {
 }
 
 TEST(CommandLine, IsTheWholeLineInTheCodePage) {
-  const char* told = getenv("TELL_COMMAND_LINE");
-  if (told != nullptr) return support::WriteFile(told, GetCommandLineA());
+  if (const char* told = getenv("TELL_COMMAND_LINE")) return support::WriteFile(told, GetCommandLineA());
   const support::TempFolder folder;
   const fs::path file = folder.Path() / "told";
-  Elsewhere([&file] {
+  support::Elsewhere([&file] {
     setenv("TELL_COMMAND_LINE", file.c_str(), 1);
     execl("/proc/self/exe", "/opt/a b/kestor", "--gtest_filter=CommandLine.*", "", "caf\xC3\xA9", "-RegServer",
           nullptr);
@@ -214,73 +199,32 @@ TEST(CommandLine, IsTheWholeLineInTheCodePage) {
 
 // ---- The home ------------------------------------------------------------------------------------------------------
 
-TEST(HomeFolder, ComesFromTheEnvironment) {
-  using Row = std::tuple<const char*, const char*, std::string>;
-  for (const Row& row : {Row("/own/", "/config", "/own"), Row("", "/config", "/config/kestor"),
-                         Row("", "", "/home/ana/.config/kestor")}) {
-    Elsewhere([&row] {  // a process looks for its home only once
-      const auto& [own, config, expected] = row;
-      setenv("KESTOR_HOME", own, 1);
-      setenv("XDG_CONFIG_HOME", config, 1);
-      setenv("HOME", "/home/ana", 1);
-      EXPECT_EQ(Home::Current().Folder(), expected);
-      EXPECT_EQ(Home::Current().Drive('D'), expected + "/drives/d");
-      Home::Use("/other");
-      EXPECT_EQ(Home::Current().Registry(), "/other/registry.reg");
-      EXPECT_STREQ(getenv("KESTOR_HOME"), "/other");
-    });
-  }
-}
-
 TEST(SocketFolder, IsOneOfAHomeAndLeavesRoomForNames) {
-  constexpr std::size_t kLongest = 107 - 39 - 24;  // the socket's name and what the folder adds go off
-  const support::TempFolder folder;
-  const std::size_t rest = kLongest - folder.Path().string().size() - 1;
-  const fs::path fitting = folder.Path() / std::string(rest, 'r');
-  const fs::path tooLong = folder.Path() / std::string(rest + 1, 'r');
-  const fs::path home = folder.Path() / std::string(200, 'h');
-  EXPECT_TRUE(fs::create_directory(fitting) && fs::create_directory(tooLong) && fs::create_directory(home));
-  fs::create_directory_symlink(home, folder.Path() / "link");
-  const auto sockets = [](const fs::path& ofHome, const fs::path& run) {
-    setenv("XDG_RUNTIME_DIR", run.c_str(), 1);
-    Home::Use(ofHome);
-    return fs::path(Home::Current().SocketFolder());
-  };
-  Elsewhere([&] {
-    const fs::path usual = sockets(home, fitting);
-    EXPECT_EQ(usual.string().size() + 39, 107U);
-    EXPECT_EQ(usual.parent_path(), fitting / "kestor");
-    EXPECT_EQ(sockets(folder.Path() / "link", fitting), usual) << "another spelling";
-    EXPECT_NE(sockets(folder.Path(), fitting), usual) << "another home";
+  support::Elsewhere([] {  // its home, environment and folder are its own
+    const support::TempFolder folder;
+    fs::current_path(folder.Path());
+    const fs::path here = "/proc/self/cwd";  // as long on every machine
+    constexpr std::size_t kName = 39;        // of a socket, with the separator
+    constexpr std::size_t kAdded = 24;       // what the folder has below the one of the environment
+    const std::string fitting(107 - kName - kAdded - here.native().size() - 1, 'r');
+    const std::string home(200, 'h');
+    for (const std::string& name : {fitting, fitting + 'r', home})
+      fs::create_directory(name);
+    fs::create_directory_symlink(home, "link");
+    const auto sockets = [](const fs::path& ofHome, const fs::path& run) {
+      setenv("XDG_RUNTIME_DIR", run.c_str(), 1);
+      Home::Use(ofHome);
+      return fs::path(Home::Current().SocketFolder());
+    };
+    const fs::path usual = sockets(home, here / fitting);
+    EXPECT_EQ(usual.native().size() + kName, 107U);
+    EXPECT_EQ(usual.parent_path(), here / fitting / "kestor");
+    EXPECT_EQ(sockets("link", here / fitting), usual) << "another spelling";
+    EXPECT_NE(sockets(".", here / fitting), usual) << "another home";
     const fs::path other = fs::path("/tmp/kestor-" + std::to_string(geteuid())) / usual.filename();
-    for (const fs::path& run : {tooLong, folder.Path() / "none", fs::path("."), fs::path()})
+    for (const fs::path& run : {here / (fitting + 'r'), here / "none", fs::path("."), fs::path()})
       EXPECT_EQ(sockets(home, run), other) << run;
   });
-}
-
-TEST(SocketFolder, IsRefusedWhenOthersMayEnterIt) {
-  const support::TempHome home;
-  const std::string sockets = Home::Current().SocketFolder();
-  const auto refusal = [] {
-    std::string reason = "none";
-    Home::Current().PrepareSocketFolder(&reason);
-    return reason;
-  };
-  EXPECT_EQ(refusal(), "none");
-  for (const std::string& folder : {sockets, sockets.substr(0, sockets.rfind('/'))}) {
-    EXPECT_EQ(fs::status(folder).permissions(), fs::perms::owner_all);
-    fs::permissions(folder, fs::perms(0710));
-    EXPECT_EQ(refusal(), folder + " may be entered by other users");
-    fs::permissions(folder, fs::perms::owner_all);
-    if (geteuid() == 0) {
-      EXPECT_EQ(lchown(folder.c_str(), 65534, 65534), 0);
-      EXPECT_EQ(refusal(), folder + " belongs to another user");
-    }
-    fs::rename(folder, folder + "-elsewhere");
-    fs::create_directory_symlink(folder + "-elsewhere", folder);
-    EXPECT_EQ(refusal(), folder + " is no folder");
-    fs::remove(folder);
-  }
 }
 
 }  // namespace

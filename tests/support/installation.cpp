@@ -37,13 +37,9 @@ Installation::Installation(const std::optional<std::string>& command) {
   SetRegistryText("SOFTWARE\\Norvela\\Contabil", "Path", "D:\\Contabil");
   if (command) {
     SetText(HKEY_CLASSES_ROOT, "CLSID\\" + GuidText(CLSID_ZNPL_Relatorio2) + "\\LocalServer32", "", *command);
-    return;
+  } else if (Child([] { return execl(KESTOR_EXECUTABLE, KESTOR_EXECUTABLE, "-RegServer", nullptr); }).Wait() != 0) {
+    throw std::runtime_error("the server does not register");
   }
-  Child registering([] {
-    execl(KESTOR_EXECUTABLE, KESTOR_EXECUTABLE, "-RegServer", nullptr);
-    return 127;
-  });
-  if (registering.Wait() != 0) throw std::runtime_error("the server does not register");
 }
 
 com::ServerStatus Installation::Status() {
