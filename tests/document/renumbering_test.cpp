@@ -61,6 +61,13 @@ class RenumberingTest : public StoreTest {
     return told.str();
   }
 
+  std::string Renumber(const char16_t* module, std::size_t count, REL_CODIGO_CAMPOS_ALTERADOS* pairs) {
+    ComPtr<IZNPL_RelConverte> converter;
+    CRelConverte::Cria<CRelConverte>(IID_IZNPL_RelConverte, converter.OutVoid(), counter_, CreateStore);
+    return ResultCode(
+        converter->AlteraCodigoCampos(support::Text(module), support::Text(u"01"), static_cast<LONG>(count), pairs));
+  }
+
   std::filesystem::path Model() const { return Folder() / "CT01M.RXL"; }
 
   ComponenteMarcacao component_;
@@ -86,14 +93,12 @@ TEST_F(RenumberingTest, CodesTitlesAndPermissions) {
     SCOPED_TRACE(what);
     if (*catalogue != '\0') WriteCatalogue(catalogue);
     WriteModel(codes);
-    ComPtr<IZNPL_RelConverte> converter;
-    CRelConverte::Cria<CRelConverte>(IID_IZNPL_RelConverte, converter.OutVoid(), counter_, CreateStore);
-    EXPECT_EQ(converter->AlteraCodigoCampos(support::Text(u"CT"), support::Text(u"01"),
-                                            static_cast<LONG>(std::size(pairs)), pairs),
-              S_OK);
+    EXPECT_EQ(Renumber(u"CT", std::size(pairs), pairs), "0x00000000");
     EXPECT_EQ(ReadModel(), expected);
     EXPECT_FALSE(support::ReadFile(Model()).ends_with("-->")) << "it is written anew in any case";
   }
+  EXPECT_EQ(Renumber(u"??", std::size(pairs), pairs), "0x80043F59");
+  EXPECT_EQ(Renumber(u"CT", 1, nullptr), ResultCode(E_INVALIDARG));
   EXPECT_EQ(counter_.count, 0);
 }
 
