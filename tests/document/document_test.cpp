@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <random>
 #include <regex>
-#include <sstream>
 
 #include "document_fixture.h"
 #include "support/support.h"

@@ -1,6 +1,5 @@
 // First-generation models become report documents when a report store is initialised.
 #include <cstring>
-#include <map>
 
 #include "common/zn_exception.h"
 #include "conversion_fixture.h"
