@@ -6,7 +6,6 @@
 
 #include "../store/store_fixture.h"
 #include "legacy/repositorio_rel.h"
-#include "store/repositorio_rel2.h"
 
 class LegacyTest : public StoreTest {
  protected:

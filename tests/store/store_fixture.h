@@ -4,9 +4,14 @@
 #include <gtest/gtest.h>
 
 #include "contract/results.h"
-#include "create_store.h"
 #include "platform/text/text.h"
+#include "store/repositorio_rel2.h"
 #include "support/installation.h"
+
+// Makes a report store the way its class object does.
+inline HRESULT CreateStore(kestor::ContagemServidor& counter, REFIID iid, void** object) {
+  return kestor::CRepositorioRel2::Cria<kestor::CRepositorioRel2>(iid, object, counter);
+}
 
 struct Counter final : kestor::ContagemServidor {
   LONG Trava() override { return ++count; }
