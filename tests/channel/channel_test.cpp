@@ -79,9 +79,9 @@ TEST_F(ServerTest, CallsOfAllSizesComeBackWhole) {
       c = static_cast<char>(random());
     EXPECT_TRUE(Echoes(*ordinary_, bytes)) << size;
   }
-  EXPECT_EQ(Call(*ordinary_, 5, "").result, E_OUTOFMEMORY);
-  EXPECT_EQ(Call(*ordinary_, 4, Number(channel::kMaxPayloadBytes, 4)).result, E_OUTOFMEMORY) << "no frame carries it";
-  EXPECT_EQ(Call(*ordinary_, 3, std::string(channel::kMaxPayloadBytes + 1, 'x')).result, E_INVALIDARG);
+  EXPECT_EQ(Call(*ordinary_, 5, "").first, E_OUTOFMEMORY);
+  EXPECT_EQ(Call(*ordinary_, 4, Number(channel::kMaxPayloadBytes, 4)).first, E_OUTOFMEMORY) << "no frame carries it";
+  EXPECT_EQ(Call(*ordinary_, 3, std::string(channel::kMaxPayloadBytes + 1, 'x')).first, E_INVALIDARG);
   EXPECT_TRUE(Echoes(*ordinary_, "and goes on"));
 }
 
