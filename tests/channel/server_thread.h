@@ -17,8 +17,6 @@ namespace channel_test {
 
 using channel::FrameType;
 
-// ---- Frames --------------------------------------------------------------------------------------------------------
-
 inline std::string Number(std::uint64_t value, std::size_t width) {
   return {reinterpret_cast<const char*>(&value), width};
 }
@@ -36,8 +34,6 @@ inline const std::string kHello = Frame(FrameType::hello, 0, std::string("KSTR\1
 inline std::string Opening(const void* interfaceId) {
   return kHello + Frame(FrameType::create, 0, std::string(static_cast<const char*>(interfaceId), 16));
 }
-
-// ---- Peers of any kind ---------------------------------------------------------------------------------------------
 
 // Makes a socket and lets `use` (bind or connect) bring it to the path.
 template <typename Use>
@@ -96,8 +92,6 @@ class RawPeer {
  private:
   platform::Descriptor socket_;
 };
-
-// ---- Servers and their clients -------------------------------------------------------------------------------------
 
 class ServerThread {
  public:

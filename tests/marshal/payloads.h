@@ -3,10 +3,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <map>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "contract/interfaces.h"

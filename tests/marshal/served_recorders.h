@@ -2,7 +2,6 @@
 // script tells them; and a server's end of their calls.
 #pragma once
 
-#include <algorithm>
 #include <atomic>
 #include <functional>
 
@@ -27,15 +26,12 @@ struct Script {
 // A recorder is a client's half of an object without a connection: what came in is encoded for the note, and the
 // answer is decoded into the hands of the caller.
 template <typename Interface, const IID& iid>
-class Recorder : public com::CountedObject<Interface, iid> {
- public:
-  explicit Recorder(Script& script) : script_(script) {
-    ++script_.objects;
+struct Recorder : com::CountedObject<Interface, iid> {
+  explicit Recorder(Script& ofAll) : script(ofAll) {
+    ++script.objects;
     Recorder::CountedObject::AddRef();
   }
-
- protected:
-  ~Recorder() override { --script_.objects; }
+  ~Recorder() override { --script.objects; }
 
   template <typename... Arguments>
   HRESULT Answer(const char* name, Arguments... arguments) {
@@ -43,12 +39,12 @@ class Recorder : public com::CountedObject<Interface, iid> {
     in.BeginFrame(channel::FrameType::call);
     (arguments.Encode(in), ...);
     const auto* came = reinterpret_cast<const char*>(in.Frames().Data()) + channel::kHeadBytes;
-    script_.noted = name + std::string(came, in.PayloadBytes());
-    script_.interrupt();
+    script.noted = name + std::string(came, in.PayloadBytes());
+    script.interrupt();
     const payloads::Method& method = payloads::MethodOf(iid, name);
-    const std::string answer = method.request == "n" ? "" : Payload(method.answer, script_.answer);
+    const std::string answer = method.request == "n" ? "" : Payload(method.answer, script.answer);
     channel::Decoder out(reinterpret_cast<const std::byte*>(answer.data()), answer.size());
-    return marshal::TakeAnswer(script_.result, out, arguments...);
+    return marshal::TakeAnswer(script.result, out, arguments...);
   }
 
   // Of a method that fills a buffer of the caller, which is null where no answer has room for the count.
@@ -59,8 +55,7 @@ class Recorder : public com::CountedObject<Interface, iid> {
     return result;
   }
 
- private:
-  Script& script_;
+  Script& script;
 };
 
 // Of the parameters, t is a text, i a number, n the number of items of the array after it.
