@@ -67,7 +67,9 @@ Connection::Outcome AskStatus(const std::string& said, uid_t user = geteuid()) {
   const std::string path = folder.Path() / "socket";
   const platform::Descriptor listening = SocketAt(path, bind);
   const uid_t self = geteuid();
-  EXPECT_TRUE(seteuid(user) == 0 && listen(listening.Number(), 1) == 0 && seteuid(self) == 0);
+  EXPECT_EQ(seteuid(user), 0);
+  EXPECT_EQ(listen(listening.Number(), 1), 0);
+  EXPECT_EQ(seteuid(self), 0);
   auto asked = std::async(std::launch::async, [&path] {
     std::unique_ptr<Connection> connection;
     channel::Decoder answer;
@@ -94,8 +96,7 @@ TEST_F(ServerTest, CallsOfAllSizesComeBackWhole) {
   std::mt19937 random(7);
   for (const std::size_t size : {0U, 1U, 4087U, 4088U, 4089U, 65527U, 65528U, 65529U, 3000000U}) {
     std::string bytes(size, '\0');
-    for (char& c : bytes)
-      c = static_cast<char>(random());
+    std::generate(bytes.begin(), bytes.end(), std::ref(random));
     EXPECT_TRUE(Echoes(*ordinary_, bytes)) << size;
   }
   EXPECT_EQ(Call(*ordinary_, 5, "").first, E_OUTOFMEMORY);

@@ -180,13 +180,14 @@ TEST_F(MarshalTest, WhatNoFrameHoldsIsNotCarried) {
   EXPECT_EQ(rel_->BuscaRelatorio(all - 4, huge.data()), kFailure);
 }
 
-// Payloads of the shape with something after them, with presence bytes that are neither 0 nor 1, cut short anywhere, or
-// with a number anywhere that is too large.
+// Payloads of the shape with something after them, with presence bytes that are neither 0 nor 1, also where nothing
+// follows, cut short anywhere, or with a number anywhere that is too large.
 std::vector<std::string> Damaged(const std::string& shape) {
   const std::string payload = Payload(shape, {});
   std::vector<std::string> all = {payload + "x", Payload(shape, {.hasRecord = 2}), Payload(shape, {.hasArray = 0xFF}),
-                                  Payload(shape, {.count = 0, .hasArray = 2}), Payload(shape, {.hasRecord = 0})};
-  if (shape.find('?') != std::string::npos) all.back().back() = '\2';
+                                  Payload(shape, {.count = 0, .hasArray = 2})};
+  const std::size_t record = shape.find('?');
+  if (record != std::string::npos) all.push_back(Payload(shape.substr(0, record), {}) + '\2');
   for (std::size_t at = 0; at < payload.size(); ++at) {
     all.push_back(payload.substr(0, at));
     for (const char* lie : {"\xFF\x7F", "\xFE\xFF"}) {

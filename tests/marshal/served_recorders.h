@@ -58,7 +58,6 @@ struct Recorder : com::CountedObject<Interface, iid> {
   Script& script;
 };
 
-// Of the parameters, t is a text, i a number, n the number of items of the array after it.
 struct Rel final : Recorder<IZNPL_Rel, IID_IZNPL_Rel> {
   using Recorder::Recorder;
 
