@@ -60,8 +60,7 @@ const std::string kOpening = Opening(kAnyInterface.data());
 const std::string kCreate = kOpening.substr(kHello.size());
 const std::string kCreated = Frame(FrameType::created, 0, Number(0, 4));
 
-// What comes of it when a client asks a server, which is another user's or its own, for its status, and the server says
-// `said` and ends.
+// The outcome for a client that asks for the status of a server of `user`, which says `said` and ends.
 Connection::Outcome AskStatus(const std::string& said, uid_t user = geteuid()) {
   const support::TempFolder folder;
   const std::string path = folder.Path() / "socket";
