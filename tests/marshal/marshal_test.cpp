@@ -220,7 +220,9 @@ TEST_F(MarshalTest, AnswersThatLieReachNoClient) {
   for (const Method& method : Methods()) {
     const Outcome nothing = {rpc::kBadStubData, Payload(method.answer, none)};
     const std::size_t size = Payload(method.answer, {}).size();
-    for (const std::string& answer : Damaged(method.answer)) {
+    std::vector<std::string> lies = Damaged(method.answer);
+    lies.push_back(Payload(method.answer, {.hasArray = 0}));  // a count without its items
+    for (const std::string& answer : lies) {
       recorders_.tamper = [&answer](channel::Encoder& out) {
         out.CutPayload(4);
         out.Bytes(answer.data(), answer.size());
