@@ -7,30 +7,12 @@
 #include <cstring>
 #include <memory>
 
-#include "marshal/marshal.h"
-#include "marshal/recorder.h"
-#include "platform/channel/channel.h"
-#include "proxy.h"
+#include "marshal/served_recorders.h"
 
 namespace {
 
 void Require(bool condition) {
   if (!condition) std::abort();
-}
-
-ComPtr<IUnknown> NewObject(std::size_t index, recorder::Script& script) {
-  ComPtr<IUnknown> object;
-  switch (index) {
-    case 0:
-      *object.Out() = static_cast<IZNPL_Rel*>(new recorder::Rel(script));
-      break;
-    case 1:
-      *object.Out() = static_cast<IZNPL_Relatorio2*>(new recorder::Relatorio2(script));
-      break;
-    default:
-      *object.Out() = static_cast<IZNPL_RelConverte*>(new recorder::RelConverte(script));
-  }
-  return object;
 }
 
 // A buffer that the object would fill is kept small, so that a run is short.
@@ -43,8 +25,9 @@ void Serve(std::size_t index, std::uint16_t slot, channel::Decoder arguments) {
   recorder::Script script;
   if (AsksForMuch(arguments)) script.result = E_FAIL;
   {
-    const ComPtr<IUnknown> object = NewObject(index, script);
-    const auto stub = marshal::Marshalers().at(index).newStub(object.Get());
+    const com::Marshaler marshaler = marshal::Marshalers().at(index);
+    const ComPtr<IUnknown> object = recorder::NewObject(marshaler.iid, script);
+    const auto stub = marshaler.newStub(object.Get());
     channel::Encoder out;
     out.BeginFrame(channel::FrameType::result, slot);
     out.U32(0);

@@ -15,27 +15,25 @@
 
 namespace channel_test {
 
-// ---- Frames --------------------------------------------------------------------------------------------------------
+using channel::FrameType;
 
 inline std::string Number(std::uint64_t value, std::size_t width) {
   return {reinterpret_cast<const char*>(&value), width};
 }
 
 // A frame, which may claim to have another length.
-inline std::string Frame(channel::FrameType type, std::uint16_t slot, const std::string& payload,
+inline std::string Frame(FrameType type, std::uint16_t slot, const std::string& payload,
                          std::optional<std::uint64_t> claimed = {}) {
   return Number(claimed.value_or(payload.size()), 4) + Number(static_cast<std::uint16_t>(type), 2) + Number(slot, 2) +
          payload;
 }
 
-inline const std::string kHello = Frame(channel::FrameType::hello, 0, std::string("KSTR\1\0\0\0", 8));
+inline const std::string kHello = Frame(FrameType::hello, 0, std::string("KSTR\1\0\0\0", 8));
 
 // The frames that open a connection to an object with the interface, of 16 bytes.
 inline std::string Opening(const void* interfaceId) {
-  return kHello + Frame(channel::FrameType::create, 0, std::string(static_cast<const char*>(interfaceId), 16));
+  return kHello + Frame(FrameType::create, 0, std::string(static_cast<const char*>(interfaceId), 16));
 }
-
-// ---- Peers of any kind ---------------------------------------------------------------------------------------------
 
 // Makes a socket and lets `use` (bind or connect) bring it to the path.
 template <typename Use>
@@ -59,6 +57,7 @@ class RawPeer {
   bool Send(std::string_view bytes) const {
     return send(socket_.Number(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
   }
+  void StopSending() const { shutdown(socket_.Number(), SHUT_WR); }
 
   // `count` bytes, or fewer when the other end ends the connection. Silence is a failure.
   std::string Receive(std::size_t count) const {
@@ -74,7 +73,6 @@ class RawPeer {
   // What a server says up to the end of the connection, a refusal without its reason. Anything but whole frames as
   // servers send them, of which a refusal is the last, is a failure.
   std::string ReceiveToEnd() const {
-    using channel::FrameType;
     std::string all;
     for (std::string head; !(head = Receive(channel::kHeadBytes)).empty();) {
       head.resize(channel::kHeadBytes);
@@ -91,19 +89,15 @@ class RawPeer {
     return all;
   }
 
-  void StopSending() const { shutdown(socket_.Number(), SHUT_WR); }
-
  private:
   platform::Descriptor socket_;
 };
-
-// ---- Servers and their clients -------------------------------------------------------------------------------------
 
 class ServerThread {
  public:
   ServerThread(const std::string& path, channel::Service* service) {
     std::promise<DWORD> ready;
-    thread_ = std::thread([&ready, path, service] {
+    thread_ = std::jthread([&ready, path, service] {
       channel::Server server;
       platform::AttachMessageSource(&server);
       if (!server.Listen(path, service)) throw std::runtime_error("cannot listen");
@@ -117,36 +111,29 @@ class ServerThread {
     });
     id_ = ready.get_future().get();
   }
-  ~ServerThread() {
-    PostThreadMessageA(id_, WM_QUIT, 0, 0);
-    thread_.join();
-  }
+  ~ServerThread() { PostThreadMessageA(id_, WM_QUIT, 0, 0); }
 
   void Withdraw() const { PostThreadMessageA(id_, kWithdraw, 0, 0); }
 
  private:
   static constexpr UINT kWithdraw = WM_USER + 100;
 
-  std::thread thread_;
   DWORD id_ = 0;
+  std::jthread thread_;
 };
 
 // A connection that carries an object with the interface, of 16 bytes.
 inline std::unique_ptr<channel::Connection> OpenObject(const std::string& path, const void* interfaceId) {
   std::unique_ptr<channel::Connection> connection;
   channel::Decoder answer;
-  EXPECT_EQ(channel::Connection::Open(path, channel::FrameType::create, interfaceId, 16, 30, &connection, &answer),
+  EXPECT_EQ(channel::Connection::Open(path, FrameType::create, interfaceId, 16, 30, &connection, &answer),
             channel::Connection::Outcome::ok);
   EXPECT_EQ(answer.U32(), 0u);
   return connection;
 }
 
 // What a client has of a call: the result and the payload of the answer after it.
-struct Outcome {
-  HRESULT result;
-  std::string answer;
-  bool operator==(const Outcome&) const = default;
-};
+using Outcome = std::pair<HRESULT, std::string>;
 
 inline Outcome Call(channel::Connection& connection, std::uint16_t slot, std::string_view arguments) {
   connection.BeginCall(slot).Bytes(arguments.data(), arguments.size());

@@ -1,23 +1,20 @@
 // The three interfaces, carried over a socket to objects that note what reaches them.
-#include <deque>
 #include <fstream>
-#include <limits>
-#include <set>
+#include <gmock/gmock.h>
 #include <sstream>
 
 #include "channel/server_thread.h"
 #include "contract/results.h"
-#include "payloads.h"
 #include "served_recorders.h"
 #include "support/support.h"
 
 namespace {
 
 using channel_test::Outcome;
+using payloads::Content;
 using payloads::Method;
 using payloads::Methods;
 using payloads::Payload;
-using recorder::Content;
 
 constexpr HRESULT kNotice = kestor::NoticeForm(KESTOR_ARQ_NAO_EXISTE);
 constexpr HRESULT kFailure = kestor::ErrorForm(KESTOR_PROBLEMAS_AO_LER);
@@ -51,16 +48,52 @@ class MarshalTest : public testing::Test {
   // What the object has noted of a call.
   std::string Noted() { return std::exchange(script_.noted, ""); }
 
-  void ExpectCarried(const Content& in, HRESULT result, const Content& out) {
+  // S_OK when a method may be called with these arguments. The last letter of the request's shape has the array.
+  static HRESULT Refusal(const Method& method, const Content& in) {
+    const char last = method.request.empty() ? 't' : method.request.back();
+    if (last == 'b' && in.count < 0) return E_INVALIDARG;
+    if (last == 'F' && in.hasRecord == 0) return E_POINTER;
+    // A renumbering of fewer than no pairs is one of none.
+    const bool hasItems = last == 'p' ? in.count > 0 : in.count != 0 && strchr("bcEF", last) != nullptr;
+    return hasItems && in.hasArray == 0 ? E_POINTER : S_OK;
+  }
+
+  support::TempFolder folder_;
+  const std::string socket_ = folder_.Path() / "socket";
+  served::Recorders recorders_;
+  recorder::Script& script_ = recorders_.script;
+  const channel_test::ServerThread server_{socket_, &recorders_};
+  ComPtr<IZNPL_Rel> rel_ = Connect<IZNPL_Rel>(IID_IZNPL_Rel);
+  ComPtr<IZNPL_Relatorio2> store_ = Connect<IZNPL_Relatorio2>(IID_IZNPL_Relatorio2);
+};
+
+TEST_F(MarshalTest, CarriesWhateverGoesInAndComesOut) {
+  const std::tuple<HRESULT, Content, Content> cases[] = {
+      {S_OK, {}, {}},
+      {kFailure, {}, {}},
+      {kNotice, {.texts = {{}, {}, {}}, .number = -1, .count = 0, .hasArray = 0}, {.texts = {{}}, .hasRecord = 0}},
+      {kFailure, {.texts = {"", {}, ""}, .count = 0}, {.texts = {""}, .hasRecord = 0}},
+      {kNotice, {.texts = {std::string("a\0\0\0b", 5), "", "x"}, .count = 1}, {.texts = {"odd"}, .count = 0}},
+      {S_OK, {.count = 65535}, {.count = 65535}},
+      {S_OK, {.hasRecord = 0}, {.number = 0, .count = 0, .hasArray = 0}},
+      {S_OK, {.count = 1, .hasArray = 0}, {.number = -1}},
+      {S_OK, {.count = -1, .hasArray = 0}, {}},
+      {kFailure, {.count = -1, .hasArray = 0}, {}},
+      {S_OK, {.count = 0x40000001, .hasArray = 0}, {}},
+      {S_OK, {.count = 0x7FFFFFFF, .hasArray = 0}, {}},
+      {kFailure, {.count = 0x7FFFFFFF, .hasArray = 0}, {}},
+  };
+  for (int row = 0; const auto& [result, in, out] : cases) {
+    ++row;
     script_.result = result;
     script_.answer = out;
     for (const Method& method : Methods()) {
-      SCOPED_TRACE(method.name + " of " + std::to_string(in.count));
+      SCOPED_TRACE(method.name + ", row " + std::to_string(row));
       const std::string request = Payload(method.request, in);
-      Content answer = out;
       HRESULT expected = Refusal(method, in);
       const std::string noted = expected == S_OK ? method.name + request : "";
       if (expected == S_OK) expected = result;
+      Content answer = out;
       if (method.request == "n") {
         // A buffer of the client has as many items as it asks for, and is filled by success alone. A count that no
         // answer has room for means something to the method alone, which gets no buffer with it.
@@ -76,69 +109,22 @@ class MarshalTest : public testing::Test {
       EXPECT_TRUE(Noted() == noted);
     }
   }
-
-  // S_OK when a method may be called with these arguments. The last letter of the request's shape has the array.
-  static HRESULT Refusal(const Method& method, const Content& in) {
-    const char last = method.request.empty() ? 't' : method.request.back();
-    if (last == 'b' && in.count < 0) return E_INVALIDARG;
-    if (last == 'p' && in.count < 0) return S_OK;  // a renumbering of fewer than no pairs is one of none
-    if (last == 'F' && in.hasRecord == 0) return E_POINTER;
-    const bool isChecked = std::string("bpcEF").find(last) != std::string::npos;
-    return isChecked && in.hasArray == 0 && in.count != 0 ? E_POINTER : S_OK;
-  }
-
-  support::TempFolder folder_;
-  const std::string socket_ = folder_.Path() / "socket";
-  served::Recorders recorders_;
-  recorder::Script& script_ = recorders_.script;
-  const channel_test::ServerThread server_{socket_, &recorders_};
-  ComPtr<IZNPL_Rel> rel_ = Connect<IZNPL_Rel>(IID_IZNPL_Rel);
-  ComPtr<IZNPL_Relatorio2> store_ = Connect<IZNPL_Relatorio2>(IID_IZNPL_Relatorio2);
-};
-
-TEST_F(MarshalTest, CarriesWhateverGoesIn) {
-  const Content cases[] = {
-      {},
-      {.texts = {{}, {}, {}}, .number = -1, .count = 0, .hasArray = 0},
-      {.texts = {"", {}, ""}, .count = 0},
-      {.texts = {std::string("a\0\0\0b", 5), "", "x"}, .count = 1},
-      {.count = 65535},
-      {.hasRecord = 0},
-      {.count = 1, .hasArray = 0},
-      {.count = -1, .hasArray = 0},
-      {.count = 0x40000001, .hasArray = 0},
-      {.count = std::numeric_limits<LONG>::max(), .hasArray = 0},
-  };
-  for (const Content& in : cases) {
-    ExpectCarried(in, S_OK, {});
-    ExpectCarried(in, kFailure, {});
-  }
-}
-
-TEST_F(MarshalTest, CarriesWhateverComesOut) {
-  ExpectCarried({}, kNotice, {.texts = {{}}, .hasRecord = 0});
-  ExpectCarried({}, kFailure, {.texts = {""}, .hasRecord = 0});
-  ExpectCarried({}, kNotice, {.texts = {"odd"}, .number = -1, .count = 0});
-  ExpectCarried({}, S_OK, {.number = 0, .count = 0, .hasArray = 0});
-  ExpectCarried({}, S_OK, {.count = 65535});
 }
 
 TEST_F(MarshalTest, ThreadsShareAProxyWhichGoesWithItsLastReference) {
-  std::atomic<int> right{0};
-  std::deque<std::thread> threads;
+  std::vector<std::jthread> threads;
   for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([&] {
+    threads.emplace_back([this] {
       for (int call = 0; call < 50; ++call) {
         store_->AddRef();
         BSTR name = nullptr;
-        if (store_->GetRelatorioPadrao(&name) == S_OK && SysStringByteLen(OwnedBstr(name).get()) == 6) ++right;
+        EXPECT_EQ(store_->GetRelatorioPadrao(&name), S_OK);
+        EXPECT_EQ(SysStringByteLen(OwnedBstr(name).get()), 6U);
         store_->Release();
       }
     });
   }
-  for (std::thread& thread : threads)
-    thread.join();
-  EXPECT_EQ(right, 200);
+  threads.clear();
   void* none = &none;
   EXPECT_EQ(store_->QueryInterface(IID_IZNPL_Rel, &none), E_NOINTERFACE);
   EXPECT_EQ(none, nullptr);
@@ -150,39 +136,31 @@ TEST_F(MarshalTest, ThreadsShareAProxyWhichGoesWithItsLastReference) {
   EXPECT_TRUE(support::WaitUntil([this] { return script_.objects == 1; }));
 }
 
-// ---- What fails ----------------------------------------------------------------------------------------------------
-
 // A client that only gets a result finds null, zero, and its own buffer as it was.
 TEST_F(MarshalTest, FailuresLeaveNothingInTheClientsHands) {
-  struct {
-    REG_RELATORIO2* record;
-    REG_ARRAY_RELATORIO2 names;
-    BSTR text;
-    LONG number;
-    unsigned char byte;
-  } hands{};
-  const auto results = [&](REG_RELATORIO2** record, REG_ARRAY_RELATORIO2* names, BSTR* text, LONG* number, BYTE* byte) {
-    return std::set<HRESULT>{store_->Le(nullptr, record), store_->GetNomeRelatoriosDemonstracaoExcluidos(names),
-                             store_->GetRelatorioPadrao(text), rel_->BuscaQdeCamposArquivo(number),
-                             rel_->BuscaRelatorio(1, byte)};
+  // A method for each kind of argument that is handed out.
+  const auto call = [this](REG_RELATORIO2** record, REG_ARRAY_RELATORIO2* names, BSTR* text, LONG* number, BYTE* byte) {
+    return std::array{store_->Le(nullptr, record), store_->GetNomeRelatoriosDemonstracaoExcluidos(names),
+                      store_->GetRelatorioPadrao(text), rel_->BuscaQdeCamposArquivo(number),
+                      rel_->BuscaRelatorio(1, byte)};
   };
-  const auto expect = [&](HRESULT expected) {
-    std::memset(&hands, 0xEE, sizeof hands);
-    EXPECT_EQ(results(&hands.record, &hands.names, &hands.text, &hands.number, &hands.byte), std::set{expected});
-    EXPECT_TRUE(hands.record == nullptr && hands.text == nullptr && hands.number == 0);
-    EXPECT_TRUE(hands.names.nQtdeRelatorios == 0 && hands.names.pregRelatorios == nullptr);
-    EXPECT_EQ(hands.byte, 0xEE);
-  };
+  REG_RELATORIO2 model{};
+  REG_RELATORIO2* record = &model;
+  tagREG_NOME_RELATORIO2 name{};
+  REG_ARRAY_RELATORIO2 names{1, &name};
+  OLECHAR empty = 0;
+  BSTR text = &empty;
+  LONG number = 1;
+  BYTE byte = 0xEE;
   script_.interrupt = [] { throw std::bad_alloc(); };
-  expect(E_OUTOFMEMORY);
+  EXPECT_THAT(call(&record, &names, &text, &number, &byte), testing::Each(E_OUTOFMEMORY));
+  EXPECT_TRUE(record == nullptr && names.nQtdeRelatorios == 0 && names.pregRelatorios == nullptr);
+  EXPECT_TRUE(text == nullptr && number == 0 && byte == 0xEE);
+
   script_.interrupt = [] { throw std::runtime_error("unforeseen"); };
-  expect(rpc::kServerFault);
-  script_.interrupt = [] {};
-  recorders_.tamper = [](channel::Encoder& out) { out.U32(0); };
-  expect(rpc::kBadStubData);
-  recorders_.tamper = nullptr;
+  EXPECT_THAT(call(&record, &names, &text, &number, &byte), testing::Each(rpc::kServerFault));
   Noted();
-  EXPECT_EQ(results(nullptr, nullptr, nullptr, nullptr, nullptr), std::set{E_POINTER});
+  EXPECT_THAT(call(nullptr, nullptr, nullptr, nullptr, nullptr), testing::Each(E_POINTER));
   EXPECT_EQ(rel_->GravaFiltroRelatorio(nullptr, nullptr), E_POINTER);
   EXPECT_EQ(Noted(), "");
 }
@@ -202,15 +180,14 @@ TEST_F(MarshalTest, WhatNoFrameHoldsIsNotCarried) {
   EXPECT_EQ(rel_->BuscaRelatorio(all - 4, huge.data()), kFailure);
 }
 
-// ---- Payloads that lie ---------------------------------------------------------------------------------------------
-
-// Payloads of the shape with something after them, with presence bytes that are neither 0 nor 1, cut short anywhere, or
-// with a number anywhere that is too large.
+// Payloads of the shape with something after them, with presence bytes that are neither 0 nor 1, also where nothing
+// follows, cut short anywhere, or with a number anywhere that is too large.
 std::vector<std::string> Damaged(const std::string& shape) {
   const std::string payload = Payload(shape, {});
   std::vector<std::string> all = {payload + "x", Payload(shape, {.hasRecord = 2}), Payload(shape, {.hasArray = 0xFF}),
-                                  Payload(shape, {.count = 0, .hasArray = 2}), Payload(shape, {.hasRecord = 0})};
-  if (shape.find('?') != std::string::npos) all.back().back() = '\2';
+                                  Payload(shape, {.count = 0, .hasArray = 2})};
+  const std::size_t record = shape.find('?');
+  if (record != std::string::npos) all.push_back(Payload(shape.substr(0, record), {}) + '\2');
   for (std::size_t at = 0; at < payload.size(); ++at) {
     all.push_back(payload.substr(0, at));
     for (const char* lie : {"\xFF\x7F", "\xFE\xFF"}) {
@@ -222,18 +199,19 @@ std::vector<std::string> Damaged(const std::string& shape) {
 
 TEST_F(MarshalTest, RequestsThatLieReachNoObject) {
   for (const Method& method : Methods()) {
+    SCOPED_TRACE(method.name);
     const std::size_t size = Payload(method.request, {}).size();
     const auto connection = channel_test::OpenObject(socket_, &method.iid);
     for (const std::string& request : Damaged(method.request)) {
       const auto [result, answer] = channel_test::Call(*connection, method.slot, request);
       // What still reads as arguments may be a call with others.
-      EXPECT_TRUE(result == rpc::kBadStubData || request.size() == size) << method.name;
+      EXPECT_TRUE(result == rpc::kBadStubData || request.size() == size);
       const bool isAnswerTooLong = method.request == "n" && result == E_OUTOFMEMORY;
-      EXPECT_EQ(Noted(), result == S_OK || isAnswerTooLong ? method.name + request : "") << method.name;
-      EXPECT_TRUE(result == S_OK || answer.empty()) << method.name;
+      EXPECT_EQ(Noted(), result == S_OK || isAnswerTooLong ? method.name + request : "");
+      EXPECT_TRUE(result == S_OK || answer.empty());
     }
     for (const int slot : {0, 2, method.iid == IID_IZNPL_Rel ? 17 : 12, 0xFFFF})
-      EXPECT_EQ(channel_test::Call(*connection, static_cast<std::uint16_t>(slot), "").result, rpc::kSlotOutOfRange);
+      EXPECT_EQ(channel_test::Call(*connection, static_cast<std::uint16_t>(slot), "").first, rpc::kSlotOutOfRange);
   }
 }
 
@@ -242,7 +220,9 @@ TEST_F(MarshalTest, AnswersThatLieReachNoClient) {
   for (const Method& method : Methods()) {
     const Outcome nothing = {rpc::kBadStubData, Payload(method.answer, none)};
     const std::size_t size = Payload(method.answer, {}).size();
-    for (const std::string& answer : Damaged(method.answer)) {
+    std::vector<std::string> lies = Damaged(method.answer);
+    lies.push_back(Payload(method.answer, {.hasArray = 0}));  // a count without its items
+    for (const std::string& answer : lies) {
       recorders_.tamper = [&answer](channel::Encoder& out) {
         out.CutPayload(4);
         out.Bytes(answer.data(), answer.size());
@@ -254,22 +234,21 @@ TEST_F(MarshalTest, AnswersThatLieReachNoClient) {
   }
 }
 
-// ---- The page that tells others ------------------------------------------------------------------------------------
-
 // The page's example: lines "client: 4b 53 …" and "server: …", in the order in which they are sent.
 TEST_F(MarshalTest, TheExampleOfTheProtocolPageIsTrue) {
   const channel_test::RawPeer client(socket_);
   std::ifstream page(PROTOCOL_PAGE);
   int frames = 0;
   for (std::string line; std::getline(page, line);) {
-    const bool fromClient = line.starts_with("client: ");
-    if (!fromClient && !line.starts_with("server: ")) continue;
+    std::istringstream words(line);
+    std::string sender;
+    words >> sender >> std::hex;
+    if (sender != "client:" && sender != "server:") continue;
     ++frames;
-    std::istringstream words(line.substr(8));
     std::string bytes;
-    for (std::string word; words >> word;)
-      bytes += static_cast<char>(std::stoi(word, nullptr, 16));
-    if (fromClient) {
+    for (int byte = 0; words >> byte;)
+      bytes += static_cast<char>(byte);
+    if (sender == "client:") {
       EXPECT_TRUE(client.Send(bytes));
     } else {
       EXPECT_EQ(client.Receive(bytes.size()), bytes) << line;

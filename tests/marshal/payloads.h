@@ -1,9 +1,24 @@
 // What every method's requests and answers look like, from the protocol's side.
 #pragma once
 
-#include "recorder.h"
+#include <algorithm>
+#include <array>
+#include <map>
+#include <optional>
+#include <vector>
+
+#include "contract/interfaces.h"
 
 namespace payloads {
+
+// What the arguments of a call, or of an answer, are made of.
+struct Content {
+  std::vector<std::optional<std::string>> texts = {"Vendas", "01", "Ltda"};  // their bytes
+  LONG number = 0x01828384;
+  LONG count = 3;               // of the items of an array
+  unsigned char hasRecord = 1;  // 0 or 1, or a byte that no peer may send
+  unsigned char hasArray = 1;   // the same
+};
 
 struct Method {
   const IID& iid;
@@ -43,9 +58,34 @@ inline const std::vector<Method>& Methods() {
   return methods;
 }
 
+inline const Method& MethodOf(const IID& iid, std::string_view name) {
+  return *std::find_if(Methods().begin(), Methods().end(),
+                       [&](const Method& method) { return method.iid == iid && method.name == name; });
+}
+
+// What stands before an array, a record without the pointer at its end or the count alone: its bytes, where in it the
+// count lies, the bytes of that, and the bytes of an item of the array.
+inline const std::map<char, std::array<std::size_t, 4>> kLayouts = {
+    {'b', {4, 0, 4, 1}},        // bytes
+    {'B', {4, 0, 4, 1}},        // bytes of which the method judges the count
+    {'c', {2, 0, 2, 30}},       // columns
+    {'p', {4, 0, 4, 4}},        // pairs
+    {'E', {612, 604, 2, 228}},  // export settings
+    {'F', {2, 0, 2, 104}},      // filter
+    {'K', {2, 0, 2, 262}},      // fields
+    {'L', {6, 2, 4, 1}},        // model
+    {'M', {2, 0, 2, 256}},      // names
+};
+
+// Every place has a byte of its own, so that nothing can be shifted unnoticed.
+inline void Fill(void* start, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i)
+    static_cast<unsigned char*>(start)[i] = static_cast<unsigned char>(i * 7 + i / 256 + 3);
+}
+
 // Builds a payload, a letter a field: t text; 1 2 4 number of that width, another one in every place; n count; d fields
 // and y bytes without a count; ? whether the record after it is there; and the arrays with what counts them.
-inline std::string Payload(const std::string& shape, const recorder::Content& content) {
+inline std::string Payload(const std::string& shape, const Content& content) {
   const auto count = static_cast<std::size_t>(content.count);
   std::string payload;
   const auto number = [&payload](std::size_t value, std::size_t width) {
@@ -53,7 +93,7 @@ inline std::string Payload(const std::string& shape, const recorder::Content& co
   };
   const auto filled = [&payload](std::size_t bytes) {
     payload.resize(payload.size() + bytes);
-    recorder::Fill(payload.data() + payload.size() - bytes, bytes);
+    Fill(payload.data() + payload.size() - bytes, bytes);
   };
   auto text = content.texts.begin();
   for (const char letter : shape) {
@@ -67,7 +107,7 @@ inline std::string Payload(const std::string& shape, const recorder::Content& co
     } else if (letter == '?') {
       number(content.hasRecord, 1);
       if (!content.hasRecord) break;
-    } else if (const auto layout = recorder::kLayouts.find(letter); layout != recorder::kLayouts.end()) {
+    } else if (const auto layout = kLayouts.find(letter); layout != kLayouts.end()) {
       const auto& [bytes, countOffset, countBytes, itemBytes] = layout->second;
       filled(bytes);
       std::memcpy(payload.data() + payload.size() - bytes + countOffset, &count, countBytes);

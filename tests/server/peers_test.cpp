@@ -1,44 +1,34 @@
 // The real server process among peers that mean it harm.
 #include <atomic>
 #include <cstdio>
-#include <deque>
 #include <random>
 
+#include "channel/server_thread.h"
 #include "marshal/payloads.h"
-#include "server_thread.h"
 #include "support/installation.h"
 
 namespace {
 
-using channel::FrameType;
 using channel_test::Frame;
+using channel_test::FrameType;
 using channel_test::Number;
-using channel_test::Opening;
 using channel_test::RawPeer;
-using support::ReadModel;
-using support::Text;
-using support::WaitUntil;
-using support::WriteModel;
 
 std::string Bytes(std::u16string_view text) {
   return {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(char16_t)};
 }
 
-std::string TextArgument(std::u16string_view text) {
-  return payloads::Payload("t", {.texts = {Bytes(text)}});
+// The frame of a call of the store, of which `rest` holds the arguments after the name.
+std::string Call(const char* method, std::u16string_view name, const std::string& rest = "") {
+  return Frame(FrameType::call, payloads::MethodOf(IID_IZNPL_Relatorio2, method).slot,
+               payloads::Payload("t", {.texts = {Bytes(name)}}) + rest);
 }
 
-std::string Call(std::uint16_t slot, const std::string& arguments) {
-  return Frame(FrameType::call, slot, arguments);
-}
-
-std::string Initialise(std::u16string_view component) {
-  return Call(3, TextArgument(u"CT") + TextArgument(component));
-}
-
-constexpr std::uint16_t kLe = 5;
-std::string Grava(std::u16string_view name, const std::string& content) {
-  return Call(6, TextArgument(name) + Number(7, 3) + Number(content.size(), 4) + '\1' + content);
+// A conversation up to where the store is initialised and has stored a model.
+std::string Storing(std::u16string_view component, std::u16string_view name, const std::string& content) {
+  return channel_test::Opening(&IID_IZNPL_Relatorio2) +
+         Call("Inicializa", u"CT", payloads::Payload("t", {.texts = {Bytes(component)}})) +
+         Call("Grava", name, Number(7, 3) + Number(content.size(), 4) + '\1' + content);
 }
 
 // Each class with its interface.
@@ -62,8 +52,7 @@ class HostilePeer {
     RawPeer peer(support::SocketPath(clsid));
     peer.Send(script);
     if (ending == 0 || ending == 7) {
-      kept_.push_back(std::move(peer));
-      if (kept_.size() > kMostKept) kept_.pop_front();
+      kept_.at(Below(kept_.size())) = std::move(peer);
     } else if (ending < 5) {
       peer.StopSending();
       peer.ReceiveToEnd();
@@ -71,71 +60,67 @@ class HostilePeer {
   }
 
  private:
-  static constexpr std::size_t kMostKept = 20;
-
   std::size_t Below(std::size_t limit) { return random_() % limit; }
-  const IID& AnyInterface() { return kClasses.at(Below(3)).second; }
+  bool OneIn(std::size_t chances) { return Below(chances) == 0; }
 
   // More than a socket takes at once, asked for again and again.
   static std::string Unread() {
-    std::string script =
-        Opening(&IID_IZNPL_Relatorio2) + Initialise(u"99") + Grava(u"Grande", std::string(300'000, 'g'));
+    std::string script = Storing(u"99", u"Grande", std::string(300'000, 'g'));
     for (int i = 0; i < 30; ++i)
-      script += Call(kLe, TextArgument(u"Grande"));
+      script += Call("Le", u"Grande");
     return script;
   }
 
   std::string Script(const IID& asked) {
-    std::string script = Opening(Below(10) == 0 ? &AnyInterface() : &asked);
-    if (Below(8) == 0) script = Frame(FrameType::status, 0, "") + script;
-    if (Below(8) == 0) Spoil(&script);
-    if (asked == IID_IZNPL_Relatorio2 && Below(4) != 0) script += Initialise(u"99");
+    std::string script = channel_test::Opening(OneIn(10) ? &kClasses.at(Below(3)).second : &asked);
+    if (asked == IID_IZNPL_Relatorio2 && !OneIn(4)) script = Storing(u"99", u"Hostil", "hostile");
+    if (OneIn(8)) script = Frame(FrameType::status, 0, "") + script;
+    if (OneIn(8)) Spoil(&script);
     for (std::size_t i = Below(6); i > 0; --i) {
-      std::string frame = Request(Below(20) == 0 ? AnyInterface() : asked);
-      if (Below(2) == 0) Spoil(&frame);
+      std::string frame = Request(asked);
+      if (OneIn(2)) Spoil(&frame);
       script += frame;
     }
     return script;
   }
 
-  // A request as a well-behaved client could make it.
+  // A request as a well-behaved client could make it, seldom of another interface.
   std::string Request(const IID& iid) {
     const payloads::Method* method = nullptr;
     do {
       method = &payloads::Methods().at(Below(payloads::Methods().size()));
-    } while (!(method->iid == iid));
+    } while (!(method->iid == iid) && !OneIn(40));
     static constexpr std::array<std::u16string_view, 5> kNames = {u"Hostil", u"Hostil2", u"Grande", u"", u"a.b"};
-    recorder::Content content = {.texts = {Bytes(kNames.at(Below(kNames.size())))},
+    payloads::Content content = {.texts = {Bytes(kNames.at(Below(kNames.size())))},
                                  .number = static_cast<LONG>(Below(3)),
                                  .count = static_cast<LONG>(Below(5)),
-                                 .hasRecord = Below(4) != 0,
-                                 .hasArray = Below(4) != 0};
-    if (Below(16) == 0) content.texts = {std::nullopt};
-    if (Below(16) == 0) content.texts = {std::string(Below(3000), 'x')};
+                                 .hasRecord = !OneIn(4),
+                                 .hasArray = !OneIn(4)};
+    if (OneIn(16)) content.texts = {std::nullopt};
+    if (OneIn(16)) content.texts = {std::string(Below(3000), 'x')};
     if (method->request.starts_with("tt")) content.texts = {Bytes(u"CT"), Bytes(u"99")};
     if (method->request == "ttt") content.texts.insert(content.texts.begin(), Bytes(u"Norvela"));
-    return Call(method->slot, payloads::Payload(method->request, content));
+    return Frame(FrameType::call, method->slot, payloads::Payload(method->request, content));
   }
 
   void Spoil(std::string* frame) {
-    const auto put = [&](std::size_t place, std::uint64_t value, std::size_t width) {
-      frame->replace(place, width, Number(value, width));
-    };
-    const std::uint64_t size = frame->size() - channel::kHeadBytes;
     constexpr std::uint64_t kMost = channel::kMaxPayloadBytes;
+    const std::uint64_t size = frame->size() - channel::kHeadBytes;
     const std::uint64_t lengths[] = {0, 1, size - 1, size + 1, size + 5000, kMost, kMost + 1, 0x7FFFFFFF, 0xFFFFFFFF};
     const std::size_t kind = Below(5);
-    if (kind == 0) return put(0, lengths[Below(std::size(lengths))], 4);
-    if (kind == 1) return put(4, random_(), 2);                              // its type
-    if (kind == 2) return put(6, Below(2) == 0 ? Below(32) : random_(), 2);  // its slot
-    const bool isNoise = kind == 3;
-    if (isNoise) frame->resize(Below(200));
-    for (std::size_t i = isNoise ? frame->size() : Below(6) + 1; i > 0; --i)
-      put(isNoise ? i - 1 : Below(frame->size()), random_(), 1);
+    if (kind == 0) frame->replace(0, 4, Number(lengths[Below(std::size(lengths))], 4));
+    if (kind == 1) frame->replace(4, 2, Number(random_(), 2));                         // its type
+    if (kind == 2) frame->replace(6, 2, Number(OneIn(2) ? Below(32) : random_(), 2));  // its slot
+    if (kind == 3) {
+      frame->resize(Below(200));
+      std::generate(frame->begin(), frame->end(), std::ref(random_));
+    }
+    for (std::size_t i = kind == 4 ? Below(6) + 1 : 0; i > 0; --i)
+      frame->at(Below(frame->size())) = static_cast<char>(random_());
   }
 
   std::mt19937 random_;
-  std::deque<RawPeer> kept_;  // connections that are held without a word
+  std::array<std::optional<RawPeer>, 20> kept_;  // connections that are held without a word
 };
 
 void BeHostile(unsigned seed, unsigned conversations) {
@@ -145,23 +130,20 @@ void BeHostile(unsigned seed, unsigned conversations) {
 }
 
 // Does what clients do, and checks every answer, until it is told to end.
-void BeOrdinary(unsigned client, const std::atomic<bool>& closes, std::atomic<unsigned>& calls) {
+void BeOrdinary(const std::stop_token& end, unsigned client, std::atomic<unsigned>& calls) {
   ComPtr<IZNPL_Relatorio2> store;
-  for (unsigned round = 0; !closes; ++round, calls += 4) {
+  for (unsigned round = 0; !end.stop_requested(); ++round, calls += 2) {
     if (round % 5 == 0) {
       store = support::OpenStore();
-      ASSERT_TRUE(store && store->Inicializa(Text(u"CT"), Text(std::u16string(client + 1, u'K'))) == S_OK);
+      ASSERT_TRUE(store &&
+                  store->Inicializa(support::Text(u"CT"), support::Text(std::u16string(client + 1, u'K'))) == S_OK);
     }
     const std::u16string name = u"Ordinario" + std::u16string(round % 3, u'o');
     std::string content;
     for (unsigned i = 0; content.size() < round * 977 % 100'000; ++i)
       content += std::to_string(client * round + i);
-    ASSERT_EQ(WriteModel(*store, name, content), S_OK);
-    ASSERT_EQ(ReadModel(*store, name), content);
-    ASSERT_EQ(store->SetRelatorioPadrao(Text(name)), S_OK);
-    BSTR standard = nullptr;
-    ASSERT_EQ(store->GetRelatorioPadrao(&standard), S_OK);
-    ASSERT_EQ(std::u16string(OwnedBstr(standard).get()), name);
+    ASSERT_EQ(support::WriteModel(*store, name, content), S_OK);
+    ASSERT_EQ(support::ReadModel(*store, name), content);
   }
 }
 
@@ -180,15 +162,17 @@ class PeersTest : public testing::Test {
     server_ = installation_.ServerPid();
     BeHostile(99, 100);  // what the server keeps once it has served everything is no loss
     ExpectQuiet(1);
-    ASSERT_EQ(WriteModel(*store_, u"Vendas", "x"), S_OK);
+    ASSERT_EQ(support::WriteModel(*store_, u"Vendas", "x"), S_OK);
     descriptors_ = Descriptors();
   }
 
   void TearDown() override {
-    EXPECT_TRUE(WaitUntil([this] { return Descriptors() <= descriptors_; })) << Descriptors() - descriptors_ << " more";
+    EXPECT_TRUE(support::WaitUntil([this] { return Descriptors() <= descriptors_; }))
+        << Descriptors() - descriptors_ << " more";
     EXPECT_EQ(installation_.ServerPid(), server_) << "it is not the same server any more";
     store_.Reset();
-    EXPECT_TRUE(WaitUntil([this] { return support::HasEnded(server_); })) << "the server does not end by itself";
+    EXPECT_TRUE(support::WaitUntil([this] { return support::HasEnded(server_); }))
+        << "the server does not end by itself";
     for (const std::string& report : support::Names(reports_.Path()))
       ADD_FAILURE() << support::ReadFile(reports_.Path() / report);
   }
@@ -203,7 +187,8 @@ class PeersTest : public testing::Test {
 
   // Nothing of peers that have gone is left.
   void ExpectQuiet(DWORD objects) const {
-    EXPECT_TRUE(WaitUntil([&] { return installation_.LiveObjects() == objects; })) << installation_.LiveObjects();
+    EXPECT_TRUE(support::WaitUntil([&] { return installation_.LiveObjects() == objects; }))
+        << installation_.LiveObjects();
   }
 
   const support::TempFolder reports_;
@@ -219,23 +204,18 @@ TEST_F(PeersTest, OrdinaryClientsNoticeNothingOfHostileOnes) {
   // What the allocator and a sanitizer keep of it; a single answer kept for ever by each of them would be more.
   constexpr long kMemory = 40 << 10;  // KiB
   const unsigned conversations = (support::LongTests() ? 10'000 : 300) / kThreads;
-  std::atomic<bool> closes{false};
   std::atomic<unsigned> calls{0};
-  std::deque<std::thread> clients;
+  std::vector<std::jthread> clients;
   for (unsigned i = 0; i < kClients; ++i)
-    clients.emplace_back([&, i] { BeOrdinary(i, closes, calls); });
+    clients.emplace_back(BeOrdinary, i, std::ref(calls));
   ExpectQuiet(1 + kClients);
   const long before = Memory("VmRSS:");
-
-  std::deque<std::thread> hostile;
+  std::vector<std::jthread> hostile;
   for (unsigned i = 0; i < kThreads; ++i)
     hostile.emplace_back(BeHostile, i, conversations);
-  for (std::thread& thread : hostile)
-    thread.join();
+  hostile.clear();
   ExpectQuiet(1 + kClients);
-  closes = true;
-  for (std::thread& thread : clients)
-    thread.join();
+  clients.clear();
   const long after = Memory("VmRSS:");
   const long most = Memory("VmHWM:");
   EXPECT_LT(after - before, kMemory);
@@ -247,9 +227,9 @@ TEST_F(PeersTest, OrdinaryClientsNoticeNothingOfHostileOnes) {
 
 TEST_F(PeersTest, ConversationsDroppedAtEveryByte) {
   const std::string content = "the content";
-  const std::string name = TextArgument(u"Cortado");
-  const std::string conversation = Opening(&IID_IZNPL_Relatorio2) + Initialise(u"01") + Grava(u"Cortado", content) +
-                                   Call(10, name) + Call(kLe, name) + Call(7, "") + Call(8, name + '\0');
+  const std::string conversation = Storing(u"01", u"Cortado", content) + Call("SetRelatorioPadrao", u"Cortado") +
+                                   Call("Le", u"Cortado") + Frame(FrameType::call, 7, "") +
+                                   Call("ExcluiRelatorio", u"Cortado", Number(0, 1));
   const std::string socket = support::SocketPath();
   const auto whole = [&] {
     const RawPeer peer(socket);
@@ -262,7 +242,7 @@ TEST_F(PeersTest, ConversationsDroppedAtEveryByte) {
 
   for (std::size_t sent = 0; sent < conversation.size(); ++sent) {
     RawPeer(socket).Send(conversation.substr(0, sent));
-    const std::string stored = ReadModel(*store_, u"Cortado");
+    const std::string stored = support::ReadModel(*store_, u"Cortado");
     EXPECT_TRUE(stored == content || stored == "0x00040001") << stored;
   }
   for (std::size_t taken = 0; taken < answers.size(); ++taken) {
