@@ -11,7 +11,7 @@ namespace {
 using kestor::Chamada;
 using kestor::ExaminaLinhaComando;
 
-TEST(CommandLine, OnlyASwitchAtTheEndCounts) {
+TEST(Switches, CountOnlyAtTheEnd) {
   for (const char* line :
        {"", "kestor -Embedding", "kestor -RegServer ", "kestor -RegServer /s", "kestor RegServer", "-"})
     EXPECT_EQ(ExaminaLinhaComando(line), Chamada::servidor) << line;
