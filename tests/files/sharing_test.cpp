@@ -102,8 +102,10 @@ class SharingTest : public FilesTest, public testing::WithParamInterface<UINT> {
   }
 
   static void ExpectExcluded(UINT held, const std::vector<UINT>& wantedModes) {
+    const Names descriptors = support::Names("/proc/self/fd");
     for (const UINT wanted : wantedModes)
       EXPECT_EQ(OpenError("FILE.DAT", wanted), Compatible(held, wanted) ? 0 : 32) << held << ' ' << wanted;
+    EXPECT_EQ(support::Names("/proc/self/fd"), descriptors);
   }
 };
 
