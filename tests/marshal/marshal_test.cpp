@@ -111,6 +111,28 @@ TEST_F(MarshalTest, CarriesWhateverGoesInAndComesOut) {
   }
 }
 
+// The recorders speak through the same code as the clients, which must not agree on a language of its own.
+TEST_F(MarshalTest, ArgumentsHaveTheirPlacesInTheProtocol) {
+  std::vector<tagREG_RELEXPORTACAO_ITEM> items(3);
+  payloads::Fill(items.data(), items.size() * sizeof items[0]);
+  tagREG_RELEXPORTACAO settings;
+  payloads::Fill(&settings, sizeof settings);
+  settings.iQtdeItens = 3;
+  settings.pregItens = items.data();
+  const OwnedBstr name(SysAllocStringByteLen("Vendas", 6));
+  EXPECT_EQ(rel_->GravaDadosExportacaoDoRelatorio(name.get(), settings), S_OK);
+  EXPECT_TRUE(Noted() == "GravaDadosExportacaoDoRelatorio" + Payload("tE", {}));
+
+  REG_RELATORIO2* model = nullptr;
+  EXPECT_EQ(store_->Le(name.get(), &model), S_OK);
+  ASSERT_NE(model, nullptr);
+  EXPECT_EQ(model->nVersao, 0x0A03);
+  EXPECT_EQ(model->nQtdeBytes, 3);
+  EXPECT_EQ(std::string(model->lpRelatorio, model->lpRelatorio + 3), "\x03\x0A\x11");
+  CoTaskMemFree(model->lpRelatorio);
+  CoTaskMemFree(model);
+}
+
 TEST_F(MarshalTest, ThreadsShareAProxyWhichGoesWithItsLastReference) {
   std::vector<std::jthread> threads;
   for (int i = 0; i < 4; ++i) {
