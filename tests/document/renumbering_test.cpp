@@ -6,6 +6,7 @@
 #include "../store/store_fixture.h"
 #include "document/rel_converte.h"
 #include "document_fixture.h"
+#include "platform/files/files.h"
 
 namespace {
 
@@ -97,6 +98,12 @@ TEST_F(RenumberingTest, CodesTitlesAndPermissions) {
     EXPECT_EQ(ReadModel(), expected);
     EXPECT_FALSE(support::ReadFile(Model()).ends_with("-->")) << "it is written anew in any case";
   }
+  WriteCatalogue("170cts");
+  WriteModel("160");
+  CFile held;
+  ASSERT_TRUE(held.Open("D:\\Dados.v2\\Rel\\CT01M.RXL", CFile::modeRead | CFile::shareExclusive));
+  EXPECT_EQ(Renumber(u"CT", std::size(pairs), pairs), "0x00000000");
+  EXPECT_EQ(ReadModel(), " 160title | 160 | 160 | 160") << "in other hands it stays";
   EXPECT_EQ(Renumber(u"??", std::size(pairs), pairs), "0x80043F59");
   EXPECT_EQ(Renumber(u"CT", 1, nullptr), ResultCode(E_INVALIDARG));
   EXPECT_EQ(counter_.count, 0);

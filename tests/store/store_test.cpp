@@ -181,6 +181,15 @@ TEST_F(ReportStore, RememberedRecordBelongsToItsKeyAndFile) {
   fs::resize_file(Defaults(), 2 * 264 + 8 + 1);  // within the field of the name
   EXPECT_EQ(Default(*store_), "(null)");
 
+  // What was looked for in a damaged file has no place in it.
+  for (const auto& [damaged, mended] : {std::pair(a, a + a), {kZeros + a.substr(0, 200), kZeros + kZeros + a}}) {
+    WriteFile(Defaults(), damaged);
+    const auto store = ReadyStore();
+    EXPECT_EQ(Default(*store), "(null)");
+    EXPECT_EQ(SetDefault(*store, u"A"), kOk);
+    EXPECT_EQ(ReadFile(Defaults()), mended);
+  }
+
   support::SetRegistryText("SOFTWARE\\Norvela", "Relatorios", "D:\\Dados.v2");
   ASSERT_EQ(store_->Inicializa(Text(u"CT"), Text(u"02")), S_OK);
   EXPECT_EQ(Default(*store_), "(null)");
