@@ -49,7 +49,7 @@ TEST_F(ConversionTest, DocumentToTheByte) {
   ASSERT_EQ(Initialise2(), kDone);
   EXPECT_EQ(support::Names(Reports()), std::vector<std::string>{"CT01Mod\u00e9lo.RXL"});
   EXPECT_EQ(counter_.count, 0);
-  EXPECT_EQ(ReadFile(File("Mod\u00e9lo", ".RXL")), std::string("\1\0", 2) + ReadFile(KESTOR_GOLDEN_DOCUMENT));
+  EXPECT_EQ(ReadFile(File("Mod\u00e9lo", ".RXL")), std::string("\1\0", 2) + ReadFile(KESTOR_CONVERTED_DOCUMENT));
 }
 
 // What is not understood to its end, cannot be stored or would be lost with the model stays, and holds up no other. The
