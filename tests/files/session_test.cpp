@@ -2,10 +2,10 @@
 // that is drive D and the current directory.
 //
 // A line that begins at the margin is prose. Four blanks before a line make it a step: a command, its arguments
-// (between apostrophes where they hold blanks) and, after "->", what it answers. What fails answers the platform's
-// error number; a step without an answer succeeds and has nothing to tell. Commands in small letters are the host's.
-// Those with a capital are the platform's: they take the platform's paths, and Open keeps a file open for the steps
-// after it. "as other" before a step has another user do it.
+// (between apostrophes where they hold blanks) and, after "->", what it answers. What fails answers "error" and the
+// platform's number; a step without an answer succeeds and has nothing to tell. Commands in small letters are the
+// host's. Those with a capital are the platform's: they take the platform's paths, and Open keeps a file open for the
+// steps after it. "as other" before a step has another user do it.
 #include <cerrno>
 #include <chrono>
 #include <iomanip>
@@ -84,7 +84,7 @@ class SessionTest : public FilesTest, public testing::WithParamInterface<std::st
     const SystemCalls system(std::exchange(failures_, {}));
     const LONG error = ErrorOf([&] { action(text::FromUtf8(a), text::FromUtf8(b)); });
     steps_ = system.Seen();
-    return error == 0 ? text::ToUtf8(answer_) : std::to_string(error);
+    return error == 0 ? text::ToUtf8(answer_) : "error " + std::to_string(error);
   }
 
  private:
