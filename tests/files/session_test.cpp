@@ -5,7 +5,10 @@
 // (between apostrophes where they hold blanks) and, after "->", what it answers. What fails answers "error" and the
 // platform's number; a step without an answer succeeds and has nothing to tell. Commands in small letters are the
 // host's. Those with a capital are the platform's: they take the platform's paths, and Open keeps a file open for the
-// steps after it. "as other" before a step has another user do it.
+// steps after it.
+//
+// "elsewhere" before a step has another process do it, and "as other" one of another user. That process ends after the
+// step as if it was killed: what it has open is not closed.
 #include <cerrno>
 #include <chrono>
 #include <iomanip>
@@ -139,10 +142,11 @@ class SessionTest : public FilesTest, public testing::WithParamInterface<std::st
 };
 
 TEST_P(SessionTest, Holds) {
-  static const std::string kAsOther = "    as other ";
+  static const std::string kElsewhere = "elsewhere ";
+  static const std::string kAsOther = "as other ";
   const std::string path = FILES_SESSIONS "/" + GetParam();
   std::istringstream lines(ReadFile(path));
-  if (geteuid() != 0 && lines.str().find(kAsOther) != std::string::npos) GTEST_SKIP() << "needs two users";
+  if (geteuid() != 0 && lines.str().find("    " + kAsOther) != std::string::npos) GTEST_SKIP() << "needs two users";
   Elsewhere([&] {
     std::string line;
     bool hasStep = false;
@@ -150,14 +154,19 @@ TEST_P(SessionTest, Holds) {
       if (!line.starts_with(' ')) continue;
       hasStep = true;
       const testing::ScopedTrace where(path.c_str(), number, line);
-      EXPECT_TRUE(line.starts_with("    ")) << "neither prose nor a step";
+      ASSERT_TRUE(line.starts_with("    ")) << "neither prose nor a step";
       const std::size_t arrow = line.find(" -> ");
       const std::string answer = arrow == line.npos ? "" : line.substr(arrow + 4);
-      std::string step = line.substr(0, arrow);
-      const bool asOther = step.starts_with(kAsOther);
-      if (asOther) step.erase(0, kAsOther.size());
-      const auto play = [&] { EXPECT_NO_THROW(EXPECT_EQ(Do(step), answer)); };
-      asOther ? Elsewhere(play, kOther) : play();
+      const std::string step = line.substr(4, arrow - 4);
+      const auto play = [&](const std::string& who) {
+        EXPECT_NO_THROW(EXPECT_EQ(Do(step.substr(who.size())), answer));
+      };
+      if (step.starts_with(kElsewhere))
+        Elsewhere([&] { play(kElsewhere); });
+      else if (step.starts_with(kAsOther))
+        Elsewhere([&] { play(kAsOther); }, kOther);
+      else
+        play("");
     }
     EXPECT_TRUE(hasStep) << path << " has no step";
   });
