@@ -42,6 +42,12 @@ UINT ModeOf(const std::string& text) {
   return mode;
 }
 
+std::string Permissions(const std::string& file) {
+  std::ostringstream text;
+  text << std::oct << static_cast<unsigned>(fs::status(file).permissions());
+  return text.str();
+}
+
 void Check(LONG error) {
   if (error != 0) throw CFileException(CFileException::generic, error);
 }
@@ -114,6 +120,7 @@ class SessionTest : public FilesTest, public testing::WithParamInterface<std::st
       {"ln", [](auto& file, auto& name) { fs::create_hard_link(file, name); }},
       {"symlink", [](auto& target, auto& name) { fs::create_symlink(target, name); }},
       {"chmod", [](auto& mode, auto& name) { fs::permissions(name, fs::perms(std::stoul(mode, nullptr, 8))); }},
+      {"mode", [this](auto& name, auto&) { answer_ = Permissions(name); }},
       {"mv", [](auto& name, auto& to) { fs::rename(name, to); }},
       {"rm", [](auto& name, auto&) { fs::remove(name); }},
       {"age", [](auto& name, auto&) { fs::last_write_time(name, Clock::now() - std::chrono::hours(1)); }},
