@@ -5,7 +5,7 @@
 // (between apostrophes where they hold blanks) and, after "->", what it answers. What fails answers "error" and the
 // platform's number; a step without an answer succeeds and has nothing to tell. Commands in small letters are the
 // host's. Those with a capital are the platform's: they take the platform's paths, and Open keeps a file open for the
-// steps after it.
+// steps after it. <FF> in a step stands for that byte, which is not UTF-8, and <x*250> for so many letters.
 //
 // "elsewhere" before a step has another process do it, and "as other" one of another user. That process ends after the
 // step as if it was killed: what it has open is not closed.
@@ -75,6 +75,16 @@ std::string Find(const std::string& pattern) {
     names.push_back((found.attrib == FILE_ATTRIBUTE_DIRECTORY ? "/" : "") + std::string(found.name));
   if (search != -1) _findclose(search);
   return Joined(names);
+}
+
+// A line with what cannot stand in it.
+std::string Expanded(std::string line) {
+  static const std::pair<std::string, std::string> kTexts[] = {{"<FF>", "\xFF"}, {"<x*250>", std::string(250, 'x')}};
+  for (const auto& [sign, text] : kTexts) {
+    for (std::size_t at = line.find(sign); at != line.npos; at = line.find(sign))
+      line.replace(at, sign.size(), text);
+  }
+  return line;
 }
 
 class SessionTest : public FilesTest, public testing::WithParamInterface<std::string> {
@@ -162,6 +172,7 @@ TEST_P(SessionTest, Holds) {
       hasStep = true;
       const testing::ScopedTrace where(path.c_str(), number, line);
       ASSERT_TRUE(line.starts_with("    ")) << "neither prose nor a step";
+      line = Expanded(line);
       const std::size_t arrow = line.find(" -> ");
       const std::string answer = arrow == line.npos ? "" : line.substr(arrow + 4);
       const std::string step = line.substr(4, arrow - 4);
