@@ -102,10 +102,12 @@ class SharingTest : public FilesTest, public testing::WithParamInterface<UINT> {
   }
 
   static void ExpectExcluded(UINT held, const std::vector<UINT>& wantedModes) {
-    const Names descriptors = support::Names("/proc/self/fd");
+    const auto descriptors = [] { return support::Names("/proc/self/fd").size(); };
+    const std::size_t descriptorsBefore = descriptors();
     for (const UINT wanted : wantedModes)
       EXPECT_EQ(OpenError("FILE.DAT", wanted), Compatible(held, wanted) ? 0 : 32) << held << ' ' << wanted;
-    EXPECT_EQ(support::Names("/proc/self/fd"), descriptors);
+    // A process may give up the watcher that it inherited and get none of its own.
+    EXPECT_LE(descriptors(), descriptorsBefore);
   }
 };
 
@@ -232,6 +234,7 @@ TEST_F(FoldersTest, FoldersThatCannotBeWatchedAreReadAnew) {
     EXPECT_EQ(Content("a.dat"), "a");
     fs::remove("A.DAT");
   }
+  EXPECT_TRUE(isRead);
   // A folder that has been left alone for a while is taken to be as it was read; until it changes.
   WriteFile("A.DAT", "a");
   EXPECT_TRUE(support::WaitUntil([&] {
