@@ -1,11 +1,11 @@
 #include "operations.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <numeric>
 
 #include "../document/document_fixture.h"
 #include "document/rel_converte.h"
-#include "first_generation.h"
 
 namespace {
 
