@@ -9,7 +9,6 @@
 #include <sstream>
 
 #include "document/rel_converte.h"
-#include "faults/first_generation.h"
 #include "migration/conversion_fixture.h"
 #include "support/shared_memory.h"
 

@@ -1,11 +1,11 @@
 #include "operations.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <numeric>
 
 #include "../document/document_fixture.h"
 #include "document/rel_converte.h"
-#include "first_generation.h"
 
 namespace {
 
@@ -162,7 +162,9 @@ const std::vector<Operation>& Station::Operations() {
   const auto savesFilter = [](const char16_t* name, std::size_t entries) {
     return [=](S& s) { return WriteFilter(*s.rel_, name, FilterOf(entries)); };
   };
-  const auto deletesRel = [](S& s) { return ResultCode(s.rel_->ExcluiRelatorio(Text(u"Antigo"))); };
+  const auto deletesRel = [](const char16_t* name) {
+    return [=](S& s) { return ResultCode(s.rel_->ExcluiRelatorio(Text(name))); };
+  };
   const auto listsDeleted = [](S& s) { return Deleted(*s.store_); };
   const auto clears = [](S& s) { return ResultCode(s.store_->SetRelatorioPadrao(nullptr)); };
   const auto renumbers = [](S& s) {
@@ -239,7 +241,8 @@ const std::vector<Operation>& Station::Operations() {
       {"GravaRelatorio, must be new and is not", savesRel(u"Antigo", false), noSavingRel},
       {"BuscaNomeRelatoriosExistentes", [](S& s) { return Listed(*s.rel_); }, {"0x00040008"}},
       // Files that cannot be deleted are passed over.
-      {"ExcluiRelatorio, first generation", deletesRel, {}, {}, {""}},
+      {"ExcluiRelatorio, first generation", deletesRel(u"Antigo"), {}, {}, {""}},
+      {"ExcluiRelatorio, one file of the first generation", deletesRel(u"Antigo.REE"), {}, {}, {""}},
       {"AtualizaRelatorio", updates, {"0x00040001", "0x80040001", "0x80040002", "0x80040005"}},
       {"GravaDadosExportacaoDoRelatorio, new", savesSettings(u"Outro"), noSaving},
       {"GravaDadosExportacaoDoRelatorio, over old ones", savesSettings(u"Antigo"), noSaving, withOldSettings},

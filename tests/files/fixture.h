@@ -54,11 +54,11 @@ inline std::string ContentOf(CFile* file) {
   return content;
 }
 
-// The content of what a path leads to, or the error number when it cannot be opened.
+// The content of what a path leads to, or "error" and the number when it cannot be opened.
 inline std::string Content(const std::string& path) {
   CFile file;
   const LONG error = OpenError(&file, path.c_str(), kReadShared);
-  return error == 0 ? ContentOf(&file) : std::to_string(error);
+  return error == 0 ? ContentOf(&file) : "error " + std::to_string(error);
 }
 
 // The current directory is the folder of drive D, in which every user may create files and read those of the others.

@@ -2,10 +2,13 @@
 // that is drive D and the current directory.
 //
 // A line that begins at the margin is prose. Four blanks before a line make it a step: a command, its arguments
-// (between apostrophes where they hold blanks) and, after "->", what it answers. What fails answers the platform's
-// error number; a step without an answer succeeds and has nothing to tell. Commands in small letters are the host's.
-// Those with a capital are the platform's: they take the platform's paths, and Open keeps a file open for the steps
-// after it. "as other" before a step has another user do it.
+// (between apostrophes where they hold blanks) and, after "->", what it answers. What fails answers "error" and the
+// platform's number; a step without an answer succeeds and has nothing to tell. Commands in small letters are the
+// host's. Those with a capital are the platform's: they take the platform's paths, and Open keeps a file open for the
+// steps after it. <FF> in a step stands for that byte, which is not UTF-8, and <x*250> for so many letters.
+//
+// "elsewhere" before a step has another process do it, and "as other" one of another user. That process ends after the
+// step as if it was killed: what it has open is not closed.
 #include <cerrno>
 #include <chrono>
 #include <iomanip>
@@ -39,6 +42,12 @@ UINT ModeOf(const std::string& text) {
   return mode;
 }
 
+std::string Permissions(const std::string& file) {
+  std::ostringstream text;
+  text << std::oct << static_cast<unsigned>(fs::status(file).permissions());
+  return text.str();
+}
+
 void Check(LONG error) {
   if (error != 0) throw CFileException(CFileException::generic, error);
 }
@@ -68,6 +77,16 @@ std::string Find(const std::string& pattern) {
   return Joined(names);
 }
 
+// A line with what cannot stand in it.
+std::string Expanded(std::string line) {
+  static const std::pair<std::string, std::string> kTexts[] = {{"<FF>", "\xFF"}, {"<x*250>", std::string(250, 'x')}};
+  for (const auto& [sign, text] : kTexts) {
+    for (std::size_t at = line.find(sign); at != line.npos; at = line.find(sign))
+      line.replace(at, sign.size(), text);
+  }
+  return line;
+}
+
 class SessionTest : public FilesTest, public testing::WithParamInterface<std::string> {
  protected:
   // What a step answers.
@@ -84,7 +103,7 @@ class SessionTest : public FilesTest, public testing::WithParamInterface<std::st
     const SystemCalls system(std::exchange(failures_, {}));
     const LONG error = ErrorOf([&] { action(text::FromUtf8(a), text::FromUtf8(b)); });
     steps_ = system.Seen();
-    return error == 0 ? text::ToUtf8(answer_) : std::to_string(error);
+    return error == 0 ? text::ToUtf8(answer_) : "error " + std::to_string(error);
   }
 
  private:
@@ -111,6 +130,7 @@ class SessionTest : public FilesTest, public testing::WithParamInterface<std::st
       {"ln", [](auto& file, auto& name) { fs::create_hard_link(file, name); }},
       {"symlink", [](auto& target, auto& name) { fs::create_symlink(target, name); }},
       {"chmod", [](auto& mode, auto& name) { fs::permissions(name, fs::perms(std::stoul(mode, nullptr, 8))); }},
+      {"mode", [this](auto& name, auto&) { answer_ = Permissions(name); }},
       {"mv", [](auto& name, auto& to) { fs::rename(name, to); }},
       {"rm", [](auto& name, auto&) { fs::remove(name); }},
       {"age", [](auto& name, auto&) { fs::last_write_time(name, Clock::now() - std::chrono::hours(1)); }},
@@ -139,27 +159,44 @@ class SessionTest : public FilesTest, public testing::WithParamInterface<std::st
 };
 
 TEST_P(SessionTest, Holds) {
-  static const std::string kAsOther = "    as other ";
+  static const std::string kElsewhere = "elsewhere ";
+  static const std::string kAsOther = "as other ";
   const std::string path = FILES_SESSIONS "/" + GetParam();
   std::istringstream lines(ReadFile(path));
-  if (geteuid() != 0 && lines.str().find(kAsOther) != std::string::npos) GTEST_SKIP() << "needs two users";
+  if (geteuid() != 0 && lines.str().find("    " + kAsOther) != std::string::npos) GTEST_SKIP() << "needs two users";
   Elsewhere([&] {
     std::string line;
+    bool hasStep = false;
     for (int number = 1; std::getline(lines, line); ++number) {
-      if (!line.starts_with("    ")) continue;
+      if (!line.starts_with(' ')) continue;
+      hasStep = true;
       const testing::ScopedTrace where(path.c_str(), number, line);
+      ASSERT_TRUE(line.starts_with("    ")) << "neither prose nor a step";
+      line = Expanded(line);
       const std::size_t arrow = line.find(" -> ");
       const std::string answer = arrow == line.npos ? "" : line.substr(arrow + 4);
-      std::string step = line.substr(0, arrow);
-      const bool asOther = step.starts_with(kAsOther);
-      if (asOther) step.erase(0, kAsOther.size());
-      const auto play = [&] { EXPECT_NO_THROW(EXPECT_EQ(Do(step), answer)); };
-      asOther ? Elsewhere(play, kOther) : play();
+      const std::string step = line.substr(4, arrow - 4);
+      const auto play = [&](const std::string& who) {
+        EXPECT_NO_THROW(EXPECT_EQ(Do(step.substr(who.size())), answer));
+      };
+      if (step.starts_with(kElsewhere))
+        Elsewhere([&] { play(kElsewhere); });
+      else if (step.starts_with(kAsOther))
+        Elsewhere([&] { play(kAsOther); }, kOther);
+      else
+        play("");
     }
+    EXPECT_TRUE(hasStep) << path << " has no step";
   });
 }
 
-INSTANTIATE_TEST_SUITE_P(, SessionTest, testing::ValuesIn(support::Names(FILES_SESSIONS)),
+Names Sessions() {
+  Names files = support::Names(FILES_SESSIONS);
+  std::erase_if(files, [](const std::string& name) { return !name.ends_with(".txt") || name.starts_with('.'); });
+  return files;
+}
+
+INSTANTIATE_TEST_SUITE_P(, SessionTest, testing::ValuesIn(Sessions()),
                          [](const auto& test) { return fs::path(test.param).stem().string(); });
 
 }  // namespace

@@ -102,10 +102,12 @@ class SharingTest : public FilesTest, public testing::WithParamInterface<UINT> {
   }
 
   static void ExpectExcluded(UINT held, const std::vector<UINT>& wantedModes) {
-    const Names descriptors = support::Names("/proc/self/fd");
+    const auto descriptors = [] { return support::Names("/proc/self/fd").size(); };
+    const std::size_t descriptorsBefore = descriptors();
     for (const UINT wanted : wantedModes)
       EXPECT_EQ(OpenError("FILE.DAT", wanted), Compatible(held, wanted) ? 0 : 32) << held << ' ' << wanted;
-    EXPECT_EQ(support::Names("/proc/self/fd"), descriptors);
+    // A process may give up the watcher that it inherited and get none of its own.
+    EXPECT_LE(descriptors(), descriptorsBefore);
   }
 };
 
@@ -209,14 +211,14 @@ TEST_F(SharingTest, AHolderIsAloneAndHasTheFileOfTheNameWhateverOthersDo) {
 using FoldersTest = FilesTest;
 
 TEST_F(FoldersTest, MoreChangesThanTheKernelKeepsNewsOf) {
-  EXPECT_EQ(Content("last.dat"), "2");
+  EXPECT_EQ(Content("last.dat"), "error 2");
   for (int i = 0; i < 9000; ++i) {
     WriteFile("PASSING.DAT", "");
     fs::remove("PASSING.DAT");
   }
   WriteFile("LAST.DAT", "last");
   EXPECT_EQ(Content("last.dat"), "last");
-  EXPECT_EQ(Content("passing.dat"), "2");
+  EXPECT_EQ(Content("passing.dat"), "error 2");
 }
 
 TEST_F(FoldersTest, FoldersThatCannotBeWatchedAreReadAnew) {
@@ -227,11 +229,12 @@ TEST_F(FoldersTest, FoldersThatCannotBeWatchedAreReadAnew) {
     return {.error = name.starts_with("inotify") ? EMFILE : 0};
   });
   for (int i = 0; i < 50; ++i) {
-    EXPECT_EQ(Content("a.dat"), "2");
+    EXPECT_EQ(Content("a.dat"), "error 2");
     WriteFile("A.DAT", "a");
     EXPECT_EQ(Content("a.dat"), "a");
     fs::remove("A.DAT");
   }
+  EXPECT_TRUE(isRead);
   // A folder that has been left alone for a while is taken to be as it was read; until it changes.
   WriteFile("A.DAT", "a");
   EXPECT_TRUE(support::WaitUntil([&] {
@@ -240,7 +243,7 @@ TEST_F(FoldersTest, FoldersThatCannotBeWatchedAreReadAnew) {
   }));
   fs::rename("A.DAT", "B.DAT");
   EXPECT_EQ(Content("b.dat"), "a");
-  EXPECT_EQ(Content("a.dat"), "2");
+  EXPECT_EQ(Content("a.dat"), "error 2");
 }
 
 TEST_F(FoldersTest, AFileStaysWithItsModeAndItsGroupOrTheGroupLosesIt) {

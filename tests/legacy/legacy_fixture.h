@@ -1,11 +1,20 @@
 // Stores of both generations in this process, on a reports folder and a module folder of their own.
 #pragma once
 
+#include <cstring>
 #include <gtest/gtest.h>
 #include <new>
 
 #include "../store/store_fixture.h"
 #include "legacy/repositorio_rel.h"
+
+// The names of the models, or the result as text when it is not S_OK.
+inline std::string Listed(IZNPL_Rel& rel) {
+  BSTR names = nullptr;
+  const HRESULT result = rel.BuscaNomeRelatoriosExistentes(&names);
+  const OwnedBstr owner(names);
+  return result == S_OK ? text::Utf16ToUtf8({names, SysStringLen(names)}) : kestor::ResultCode(result);
+}
 
 class LegacyTest : public StoreTest {
  protected:
@@ -52,5 +61,22 @@ class LegacyTest : public StoreTest {
     return kestor::ResultCode(rel.GravaRelatorio(support::Text(name), overwrite ? 1 : 0,
                                                  static_cast<LONG>(content.size()),
                                                  reinterpret_cast<unsigned char*>(content.data())));
+  }
+
+  // A filter is the bytes of its entries. One without entries is what a new one is until it is first written.
+  static std::string ReadFilter(IZNPL_Rel& rel, const std::u16string& name) {
+    tagFILTRO_RELATORIO* filter = nullptr;
+    const HRESULT result = rel.LeFiltroRelatorio(support::Text(name), &filter);
+    const TaskBlock<tagFILTRO_RELATORIO> owner(filter);
+    if (filter == nullptr) return kestor::ResultCode(result);
+    const TaskBlock<tagCAMPO_FILTRO> entries(filter->pregValoresFiltro);
+    return {reinterpret_cast<const char*>(entries.get()), filter->nQtdCampos * sizeof(tagCAMPO_FILTRO)};
+  }
+
+  static std::string WriteFilter(IZNPL_Rel& rel, const std::u16string& name, const std::string& bytes) {
+    std::vector<tagCAMPO_FILTRO> entries(bytes.size() / sizeof(tagCAMPO_FILTRO));
+    std::memcpy(entries.data(), bytes.data(), bytes.size());
+    tagFILTRO_RELATORIO filter{static_cast<std::uint16_t>(entries.size()), entries.data()};
+    return kestor::ResultCode(rel.GravaFiltroRelatorio(support::Text(name), &filter));
   }
 };

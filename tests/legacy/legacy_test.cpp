@@ -98,11 +98,7 @@ TEST_F(FirstGeneration, WhatNeedsInitialisation) {
   const Rel rel = NewRel();
   LONG count = 0;
   const auto answers = [&] {
-    BSTR names = nullptr;
-    const HRESULT listed = rel->BuscaNomeRelatoriosExistentes(&names);
-    const OwnedBstr owner(names);
-    return Names{names == nullptr ? ResultCode(listed) : text::Utf16ToUtf8(names), Read(*rel, u"A"),
-                 ResultCode(rel->ExcluiRelatorio(Text(u"None")))};
+    return Names{Listed(*rel), Read(*rel, u"A"), ResultCode(rel->ExcluiRelatorio(Text(u"None")))};
   };
   EXPECT_THAT(answers(), Each("0x80040007"));
   EXPECT_EQ(ResultCode(rel->BuscaQdeCamposArquivo(&count)), "0x80040007");
