@@ -66,16 +66,16 @@ bool Matches(std::string_view line, std::string_view pattern) {
 class Transcript : public testing::TestWithParam<std::string> {
  protected:
   Transcript() {
-    for (const fs::path& folder : {folder_.Path(), Session(), Path("run")}) {
+    for (const fs::path& folder : {folder_.Path(), Session()}) {
       fs::create_directory(folder);
-      fs::permissions(folder, folder == Path("run") ? fs::perms(0700) : fs::perms(0755));
+      fs::permissions(folder, fs::perms(0755));
     }
     setenv("PATH", (fs::path(KESTORCTL).parent_path().string() + ":" + getenv("PATH")).c_str(), 1);
     setenv("LC_ALL", "C", 1);
     setenv("KESTOR", KESTOR_EXECUTABLE, 1);
     setenv("EXAMPLES", KESTOR_EXAMPLES, 1);
     setenv("KESTOR_HOME", (Session() / "home").c_str(), 1);
-    setenv("XDG_RUNTIME_DIR", Path("run").c_str(), 1);
+    setenv("XDG_RUNTIME_DIR", mkdtemp(run_.data()), 1);
     unsetenv("KESTOR_SERVER");
   }
 
@@ -84,6 +84,8 @@ class Transcript : public testing::TestWithParam<std::string> {
     Run("find . -name registry.reg | while read -r file; do"
         "  rm -f \"$file\"; kestorctl --home \"${file%/*}\" status;"
         "done | sed -n 's/^server .* process \\([0-9]*\\),.*/\\1/p' | xargs -r kill -KILL");
+    std::error_code ignored;
+    fs::remove_all(run_, ignored);
   }
 
   fs::path Path(const char* name) const { return folder_.Path() / name; }
@@ -116,6 +118,7 @@ class Transcript : public testing::TestWithParam<std::string> {
   }
 
   const support::TempFolder folder_;
+  std::string run_ = "/tmp/kestor-test-XXXXXX";  // short wherever the others lie: so are the paths of sockets
 };
 
 TEST_P(Transcript, Holds) {
