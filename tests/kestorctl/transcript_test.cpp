@@ -81,9 +81,11 @@ class Transcript : public testing::TestWithParam<std::string> {
 
   // Ends the servers of all homes. A damaged registry would keep the status from being told.
   ~Transcript() override {
-    Run("find . -name registry.reg | while read -r file; do"
-        "  rm -f \"$file\"; kestorctl --home \"${file%/*}\" status;"
-        "done | sed -n 's/^server .* process \\([0-9]*\\),.*/\\1/p' | xargs -r kill -KILL");
+    EXPECT_EQ(Join(Outcome("find . -name registry.reg | while read -r file; do"
+                           "  rm -f \"$file\"; kestorctl --home \"${file%/*}\" status;"
+                           "done | sed -n 's/^server .* process \\([0-9]*\\),.*/\\1/p' |"
+                           "while read -r process; do kill -KILL $process; done")),
+              "");
     std::error_code ignored;
     fs::remove_all(run_, ignored);
   }
