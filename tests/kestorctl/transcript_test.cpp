@@ -13,6 +13,7 @@
 // the mark "(no line end)". In a line of the transcript "..." stands for any text, $PWD for the folder, $KESTOR for the
 // server's executable. The commands have these two as variables, and $EXAMPLES for the folder of the examples.
 // After a line "Only where: COMMAND" a transcript ends where that command fails.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -66,6 +67,7 @@ bool Matches(std::string_view line, std::string_view pattern) {
 class Transcript : public testing::TestWithParam<std::string> {
  protected:
   Transcript() {
+    umask(022);
     for (const fs::path& folder : {folder_.Path(), Session()}) {
       fs::create_directory(folder);
       fs::permissions(folder, fs::perms(0755));
