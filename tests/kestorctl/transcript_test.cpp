@@ -131,7 +131,10 @@ TEST_P(Transcript, Holds) {
   for (std::size_t i = 0; i < lines.size();) {
     const std::string& line = lines[i++];
     if (line.starts_with(kCondition) && Run(line.substr(kCondition.size())) != 0) GTEST_SKIP() << line;
-    if (!line.starts_with(kCommand)) continue;
+    if (!line.starts_with(kCommand)) {
+      ASSERT_FALSE(line.starts_with(' ')) << GetParam() << ':' << i << " is neither prose nor part of the session";
+      continue;
+    }
     hasCommand = true;
     const testing::ScopedTrace where(GetParam().c_str(), static_cast<int>(i), line);
     std::string command = line.substr(kCommand.size());
