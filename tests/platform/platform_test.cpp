@@ -1,4 +1,5 @@
 // The smaller parts of the platform: texts, memory and identities, threads and messages, the home.
+// A server's start, end, limits and sockets are in kestorctl/transcripts: server.txt, sockets.txt, without_rights.txt.
 #include <sched.h>
 #include <unistd.h>
 
