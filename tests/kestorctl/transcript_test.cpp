@@ -13,6 +13,7 @@
 // the mark "(no line end)". In a line of the transcript "..." stands for any text, $PWD for the folder, $KESTOR for the
 // server's executable. The commands have these two as variables, and $EXAMPLES for the folder of the examples.
 // After a line "Only where: COMMAND" a transcript ends where that command fails.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -66,24 +67,29 @@ bool Matches(std::string_view line, std::string_view pattern) {
 class Transcript : public testing::TestWithParam<std::string> {
  protected:
   Transcript() {
-    for (const fs::path& folder : {folder_.Path(), Session(), Path("run")}) {
+    umask(022);
+    for (const fs::path& folder : {folder_.Path(), Session()}) {
       fs::create_directory(folder);
-      fs::permissions(folder, folder == Path("run") ? fs::perms(0700) : fs::perms(0755));
+      fs::permissions(folder, fs::perms(0755));
     }
     setenv("PATH", (fs::path(KESTORCTL).parent_path().string() + ":" + getenv("PATH")).c_str(), 1);
     setenv("LC_ALL", "C", 1);
     setenv("KESTOR", KESTOR_EXECUTABLE, 1);
     setenv("EXAMPLES", KESTOR_EXAMPLES, 1);
     setenv("KESTOR_HOME", (Session() / "home").c_str(), 1);
-    setenv("XDG_RUNTIME_DIR", Path("run").c_str(), 1);
+    setenv("XDG_RUNTIME_DIR", mkdtemp(run_.data()), 1);
     unsetenv("KESTOR_SERVER");
   }
 
   // Ends the servers of all homes. A damaged registry would keep the status from being told.
   ~Transcript() override {
-    Run("find . -name registry.reg | while read -r file; do"
-        "  rm -f \"$file\"; kestorctl --home \"${file%/*}\" status;"
-        "done | sed -n 's/^server .* process \\([0-9]*\\),.*/\\1/p' | xargs -r kill -KILL");
+    EXPECT_EQ(Join(Outcome("find . -name registry.reg | while read -r file; do"
+                           "  rm -f \"$file\"; kestorctl --home \"${file%/*}\" status;"
+                           "done | sed -n 's/^server .* process \\([0-9]*\\),.*/\\1/p' |"
+                           "while read -r process; do kill -KILL $process; done")),
+              "");
+    std::error_code ignored;
+    fs::remove_all(run_, ignored);
   }
 
   fs::path Path(const char* name) const { return folder_.Path() / name; }
@@ -116,6 +122,7 @@ class Transcript : public testing::TestWithParam<std::string> {
   }
 
   const support::TempFolder folder_;
+  std::string run_ = "/tmp/kestor-test-XXXXXX";  // short wherever the others lie: so are the paths of sockets
 };
 
 TEST_P(Transcript, Holds) {
@@ -124,7 +131,10 @@ TEST_P(Transcript, Holds) {
   for (std::size_t i = 0; i < lines.size();) {
     const std::string& line = lines[i++];
     if (line.starts_with(kCondition) && Run(line.substr(kCondition.size())) != 0) GTEST_SKIP() << line;
-    if (!line.starts_with(kCommand)) continue;
+    if (!line.starts_with(kCommand)) {
+      ASSERT_FALSE(line.starts_with(' ')) << GetParam() << ':' << i << " is neither prose nor part of the session";
+      continue;
+    }
     hasCommand = true;
     const testing::ScopedTrace where(GetParam().c_str(), static_cast<int>(i), line);
     std::string command = line.substr(kCommand.size());

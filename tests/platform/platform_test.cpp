@@ -1,4 +1,6 @@
 // The smaller parts of the platform: texts, memory and identities, threads and messages, the home.
+// A server's start, end, limits and sockets are in kestorctl/transcripts: server.txt, sockets.txt, without_rights.txt.
+#include <sched.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -149,8 +151,10 @@ TEST(Threads, CountTogetherAndWaitForEachOther) {
   const HANDLE thread = CreateThread(nullptr, 0, countAndWait, &shared, 0, &id);
   EXPECT_TRUE(id != 0 && id != GetCurrentThreadId());
   LONG taken = 0;
-  for (; !shared.hasCounted; ++taken)
+  for (; !shared.hasCounted; ++taken) {
     InterlockedDecrement(&shared.counter);
+    sched_yield();  // where threads run one at a time the other one gets its turn
+  }
   EXPECT_EQ(WaitForSingleObject(thread, 1), WAIT_TIMEOUT) << "nothing signals the event that it waits for";
   SetEvent(shared.event);
   for (const DWORD limit : {30000U, 0U})

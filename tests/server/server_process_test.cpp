@@ -1,4 +1,5 @@
 // What clients of a real server process notice of its other clients, of its end and of its death.
+// A server's start, end, limits and sockets are in kestorctl/transcripts: server.txt, sockets.txt, without_rights.txt.
 #include <signal.h>
 
 #include <atomic>
