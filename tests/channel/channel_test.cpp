@@ -147,9 +147,9 @@ TEST_F(ServerTest, EveryPeerIsAnsweredAndOthersNoticeNothing) {
 // Clients that never pause must not keep others from being let in, nor calls of more than one reading from being
 // served.
 TEST_F(ServerTest, BusyClientsStarveNoOthers) {
-  std::vector<std::jthread> busy;
-  for (int i = 0; i < 3; ++i) {
-    busy.emplace_back([connection = Open()](const std::stop_token& stop) {
+  std::array<std::jthread, 3> busy;
+  for (std::jthread& client : busy) {
+    client = std::jthread([connection = Open()](const std::stop_token& stop) {
       while (!stop.stop_requested() && Echoes(*connection, std::string(2000, 'b'))) {
       }
     });
