@@ -127,16 +127,16 @@ TEST_F(MarshalTest, ArgumentsHaveTheirPlacesInTheProtocol) {
   EXPECT_EQ(store_->Le(name.get(), &model), S_OK);
   ASSERT_NE(model, nullptr);
   EXPECT_EQ(model->nVersao, 0x0A03);
-  EXPECT_EQ(model->nQtdeBytes, 3);
+  EXPECT_EQ(LONG{model->nQtdeBytes}, 3);  // the record is packed
   EXPECT_EQ(std::string(model->lpRelatorio, model->lpRelatorio + 3), "\x03\x0A\x11");
   CoTaskMemFree(model->lpRelatorio);
   CoTaskMemFree(model);
 }
 
 TEST_F(MarshalTest, ThreadsShareAProxyWhichGoesWithItsLastReference) {
-  std::vector<std::jthread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([this] {
+  std::array<std::jthread, 4> threads;
+  for (std::jthread& thread : threads) {
+    thread = std::jthread([this] {
       for (int call = 0; call < 50; ++call) {
         store_->AddRef();
         BSTR name = nullptr;
@@ -146,7 +146,8 @@ TEST_F(MarshalTest, ThreadsShareAProxyWhichGoesWithItsLastReference) {
       }
     });
   }
-  threads.clear();
+  for (std::jthread& thread : threads)
+    thread.join();
   void* none = &none;
   EXPECT_EQ(store_->QueryInterface(IID_IZNPL_Rel, &none), E_NOINTERFACE);
   EXPECT_EQ(none, nullptr);

@@ -182,7 +182,8 @@ TEST_F(ReportStore, RememberedRecordBelongsToItsKeyAndFile) {
   EXPECT_EQ(Default(*store_), "(null)");
 
   // What was looked for in a damaged file has no place in it.
-  for (const auto& [damaged, mended] : {std::pair(a, a + a), {kZeros + a.substr(0, 200), kZeros + kZeros + a}}) {
+  for (const auto& [damaged, mended] :
+       {std::pair(a, a + a), {kZeros + a.substr(0, 200), std::string(2 * 264, '\0') + a}}) {
     WriteFile(Defaults(), damaged);
     const auto store = ReadyStore();
     EXPECT_EQ(Default(*store), "(null)");
