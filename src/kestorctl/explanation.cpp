@@ -117,7 +117,8 @@ std::string ExplainOnHost(const std::string& desktopPath, const fs::path& folder
   }
   struct stat status {};
   const bool readOnly = stat(host.c_str(), &status) == 0 && (status.st_mode & 0222) == 0;
-  if (readOnly || (IsFile(host) && !MayOpen(host, W_OK))) return "the file " + host + " is read-only";
+  if (readOnly) return "the file " + host + " is read-only";
+  if (IsFile(host) && !MayOpen(host, W_OK)) return "no permission to write " + host;
   struct statvfs disk {};
   const bool full =
       statvfs(folder.c_str(), &disk) == 0 && (disk.f_bavail == 0 || (disk.f_files != 0 && disk.f_favail == 0));

@@ -29,6 +29,7 @@ void RecusaHeranca() {
   host::OccupyStandardDescriptors();
   syscall(SYS_close_range, STDERR_FILENO + 1, ~0U, 0);
   umask(umask(S_IWOTH) | S_IWOTH);
+  host::UnmaskOwner();
   RecusaImagensDeMemoria();
   // An inherited limit on file sizes is a failed write and not the process's end.
   std::signal(SIGXFSZ, SIG_IGN);

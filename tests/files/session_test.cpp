@@ -9,8 +9,11 @@
 //
 // "elsewhere" before a step has another process do it, and "as other" one of another user. That process ends after the
 // step as if it was killed: what it has open is not closed.
+#include <sys/xattr.h>
+
 #include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <iomanip>
 #include <map>
 #include <sstream>
@@ -46,6 +49,35 @@ std::string Permissions(const std::string& file) {
   std::ostringstream text;
   text << std::oct << static_cast<unsigned>(fs::status(file).permissions());
   return text.str();
+}
+
+// An access control list that lets one user read and write besides owner and group, in the form of the system: a
+// version, then for each entry its kind, what it permits and whom.
+std::string AclWith(std::uint32_t user) {
+  struct Entry {
+    std::uint16_t kind;
+    std::uint16_t permits;
+    std::uint32_t who;
+  };
+  constexpr std::uint32_t kVersion = 2;
+  const Entry entries[] = {{1, 6, ~0u}, {2, 6, user}, {4, 6, ~0u}, {16, 6, ~0u}, {32, 0, ~0u}};
+  std::string acl(reinterpret_cast<const char*>(&kVersion), sizeof kVersion);
+  return acl.append(reinterpret_cast<const char*>(entries), sizeof entries);
+}
+
+void Grant(const std::string& user, const std::string& file, const char* attribute) {
+  const std::string acl = AclWith(static_cast<std::uint32_t>(std::stoul(user)));
+  EXPECT_EQ(setxattr(file.c_str(), attribute, acl.data(), acl.size(), 0), 0) << strerror(errno);
+}
+
+// The user whom the list of a file names.
+std::string Granted(const std::string& file) {
+  constexpr std::size_t kNamedUser = 16;
+  std::string acl = AclWith(0);
+  if (getxattr(file.c_str(), "system.posix_acl_access", acl.data(), acl.size()) < 0) return "nobody";
+  std::uint32_t user = 0;
+  memcpy(&user, acl.data() + kNamedUser, sizeof user);
+  return std::to_string(user);
 }
 
 void Check(LONG error) {
@@ -130,6 +162,10 @@ class SessionTest : public FilesTest, public testing::WithParamInterface<std::st
       {"ln", [](auto& file, auto& name) { fs::create_hard_link(file, name); }},
       {"symlink", [](auto& target, auto& name) { fs::create_symlink(target, name); }},
       {"chmod", [](auto& mode, auto& name) { fs::permissions(name, fs::perms(std::stoul(mode, nullptr, 8))); }},
+      {"umask", [](auto& mask, auto&) { umask(static_cast<mode_t>(std::stoul(mask, nullptr, 8))); }},
+      {"grant", [](auto& user, auto& file) { Grant(user, file, "system.posix_acl_access"); }},
+      {"grant-new", [](auto& user, auto& folder) { Grant(user, folder, "system.posix_acl_default"); }},
+      {"granted", [this](auto& file, auto&) { answer_ = Granted(file); }},
       {"mode", [this](auto& name, auto&) { answer_ = Permissions(name); }},
       {"mv", [](auto& name, auto& to) { fs::rename(name, to); }},
       {"rm", [](auto& name, auto&) { fs::remove(name); }},

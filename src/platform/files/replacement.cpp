@@ -42,9 +42,8 @@ DWORD Replacement::Reserve() {
     return error;
   }
   if (old_) {
-    struct stat old = {};
-    if (const int error = host::Stat(old_, &old); error != 0) return platform::OsError(error);
-    if (const int error = host::TakeOverRights(File(), old); error != 0) return platform::OsError(error);
+    const int error = host::TakeOverRightsInFolder(File(), old_, location_.folder);
+    if (error != 0) return platform::OsError(error);
   } else {
     // Another process may have created the file before the name was reserved: then that file must be locked.
     if (const DWORD error = RefuseTakenName(); error != ERROR_SUCCESS) {

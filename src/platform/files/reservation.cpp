@@ -1,10 +1,12 @@
 #include "reservation.h"
 
 #include <cerrno>
+#include <ctime>
 #include <utility>
 
 #include "path_name.h"
 #include "platform/host/fnv1a.h"
+#include "platform/host/whole_file.h"
 #include "platform/kernel/host_error.h"
 
 namespace files {
@@ -61,6 +63,8 @@ DWORD Reservation::OpenHidden(const std::string& hiddenName, const host::Descrip
   constexpr int kFlags = O_RDWR | kNeitherLinkNorWait;
   int error = host::Open(folder_->Number(), hiddenName, kFlags | O_CREAT | O_EXCL, &file_, kModeOfNewFiles);
   *isNew = error == 0;
+  // At once: until then a file of another user of the folder is one that this user may neither lock nor judge.
+  if (*isNew) error = host::TakeFolderRights(file_, *folder_);
   if (error == ENOENT) return ERROR_PATH_NOT_FOUND;  // the folder itself is gone
   if (error != EEXIST) return platform::OsError(error);
   if (!held || !LeadsTo(*folder_, hiddenName, held)) {
@@ -103,6 +107,8 @@ DWORD RemoveIfAbandoned(const host::Descriptor& folder, const std::string& hidde
   const bool writable = error != EACCES;
   if (!writable) error = host::Open(folder.Number(), hiddenName, O_RDONLY | kNeitherLinkNorWait, &file);
   if (error == ENOENT) return kStartAnew;
+  // Its owner did not come to give it the rights of the folder.
+  if (error == EACCES && IsOld(folder, hiddenName)) return platform::OsError(host::Unlink(folder, hiddenName));
   if (error != 0) return platform::OsError(error);
   struct stat status = {};
   if (error = host::Stat(file, &status); error != 0) return platform::OsError(error);
@@ -113,6 +119,13 @@ DWORD RemoveIfAbandoned(const host::Descriptor& folder, const std::string& hidde
   if (!(held && host::SameFile(file, held)) && IsHeldByOther(file)) return ERROR_SHARING_VIOLATION;
   if (!LeadsTo(folder, hiddenName, file)) return kStartAnew;
   return platform::OsError(host::Unlink(folder, hiddenName));
+}
+
+bool IsOld(const host::Descriptor& folder, const std::string& hiddenName) {
+  constexpr time_t kSafeAge = 60;
+  struct stat status = {};
+  return host::StatLinkWithTimes(folder.Number(), hiddenName, &status) == 0 && S_ISREG(status.st_mode) &&
+         time(nullptr) - status.st_mtim.tv_sec >= kSafeAge;
 }
 
 bool IsReservationName(std::string_view hiddenName) {

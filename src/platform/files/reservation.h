@@ -53,6 +53,9 @@ class Reservation {
 
 bool IsReservationName(std::string_view hiddenName);
 
+// True for a hidden file that nobody has written to for so long that its writer is not likely to be at work.
+bool IsOld(const host::Descriptor& folder, const std::string& hiddenName);
+
 // True when the name leads to the open file; a symbolic link does not.
 bool LeadsTo(const host::Descriptor& folder, const std::string& name, const host::Descriptor& file);
 

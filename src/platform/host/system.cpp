@@ -4,6 +4,7 @@
 #include <sys/statfs.h>
 #include <sys/syscall.h>
 #include <sys/sysmacros.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -214,6 +215,25 @@ int ChangeOwner(const Descriptor& file, uid_t user, gid_t group) {
   return Repeat({"fchown", file.Number()}, [&] { return fchown(file.Number(), user, group); });
 }
 
+int GetAttribute(const Descriptor& file, const char* name, std::string* value) {
+  constexpr std::size_t kLongest = std::size_t{64} << 10;
+  int error = 0;
+  for (const std::size_t room : {std::size_t{256}, kLongest}) {
+    value->resize(room);
+    std::size_t size = 0;
+    error = Repeat({"fgetxattr", file.Number()}, &size,
+                   [&] { return fgetxattr(file.Number(), name, value->data(), value->size()); });
+    value->resize(size);
+    if (error != ERANGE) break;
+  }
+  return error;
+}
+
+int SetAttribute(const Descriptor& file, const char* name, const std::string& value) {
+  return Repeat({"fsetxattr", file.Number()},
+                [&] { return fsetxattr(file.Number(), name, value.data(), value.size(), 0); });
+}
+
 int SetLock(const Descriptor& file, short type, LockRange range) {
   struct flock lock = {};
   lock.l_type = type;
@@ -306,6 +326,10 @@ void OccupyStandardDescriptors() {
   for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (fcntl(standard, F_GETFD) < 0) open("/dev/null", standard == STDIN_FILENO ? O_WRONLY : O_RDONLY);
   }
+}
+
+void UnmaskOwner() {
+  umask(umask(0) & ~static_cast<mode_t>(S_IRWXU));
 }
 
 void PauseAtRandom() {

@@ -66,6 +66,8 @@ int Sync(const Descriptor& fileOrFolder);
 int SyncData(const Descriptor& file);
 int ChangeMode(const Descriptor& file, mode_t mode);
 int ChangeOwner(const Descriptor& file, uid_t user, gid_t group);
+int GetAttribute(const Descriptor& file, const char* name, std::string* value);  // ENODATA when it has none
+int SetAttribute(const Descriptor& file, const char* name, const std::string& value);
 
 // ---- Locks of the open file ----------------------------------------------------------------------------------------
 
@@ -99,5 +101,8 @@ void PauseAtRandom();  // a fraction of a millisecond, while another process is 
 // A standard descriptor that the starter closed would be given to the next file or socket, and what is meant for the
 // starter would end up there. Opens one in its place that fails when it is used the way it is meant.
 void OccupyStandardDescriptors();
+
+// Takes out of this process's umask what it would withhold from the owner of a new file, who needs it.
+void UnmaskOwner();
 
 }  // namespace host

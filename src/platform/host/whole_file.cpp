@@ -6,6 +6,39 @@
 #include "platform/host/system.h"
 
 namespace host {
+namespace {
+
+constexpr mode_t kPermissions = 0777;
+constexpr const char* kAcl = "system.posix_acl_access";
+constexpr const char* kDefaultAcl = "system.posix_acl_default";
+
+int Permit(const Descriptor& file, const struct stat& own, mode_t permissions) {
+  return (own.st_mode & kPermissions) == permissions ? 0 : ChangeMode(file, permissions);
+}
+
+bool IsSharedWithGroup(const struct stat& folder, const struct stat& file) {
+  return (folder.st_mode & S_IWGRP) != 0 && folder.st_gid == file.st_gid;
+}
+
+// Where the folder has no default access control list.
+mode_t GivenByFolder(const struct stat& folder, const struct stat& file) {
+  return S_IRUSR | S_IWUSR | (IsSharedWithGroup(folder, file) ? S_IRGRP | S_IWGRP : 0);
+}
+
+bool HasDefaultAcl(const Descriptor& folder) {
+  std::string acl;
+  return GetAttribute(folder, kDefaultAcl, &acl) == 0;
+}
+
+// The permissions of the old file, as far as they still mean the same group.
+mode_t TakeOverOwnersAnd(const Descriptor& file, const struct stat& own, const struct stat& old) {
+  const mode_t permissions = old.st_mode & kPermissions;
+  if (own.st_uid == old.st_uid && own.st_gid == old.st_gid) return permissions;
+  const bool keepsGroup = TakeOverOwners(file, old) || own.st_gid == old.st_gid;
+  return keepsGroup ? permissions : permissions & ~static_cast<mode_t>(S_IRWXG);
+}
+
+}  // namespace
 
 int ReadAll(int descriptor, std::size_t most, std::string* bytes) {
   constexpr std::size_t kBlock = std::size_t{64} << 10;
@@ -36,14 +69,45 @@ bool TakeOverOwners(const Descriptor& file, const struct stat& other) {
 }
 
 int TakeOverRights(const Descriptor& file, const struct stat& old) {
-  constexpr mode_t kPermissions = 0777;
-  constexpr mode_t kGroupPermissions = 0070;
   struct stat own = {};
   if (const int error = Stat(file, &own); error != 0) return error;
-  mode_t permissions = old.st_mode & kPermissions;
-  const bool differs = own.st_uid != old.st_uid || own.st_gid != old.st_gid;
-  if (differs && !TakeOverOwners(file, old) && own.st_gid != old.st_gid) permissions &= ~kGroupPermissions;
-  return (own.st_mode & kPermissions) == permissions ? 0 : ChangeMode(file, permissions);
+  return Permit(file, own, TakeOverOwnersAnd(file, own, old));
+}
+
+int TakeFolderRights(const Descriptor& file, const Descriptor& folder) {
+  struct stat place = {};
+  struct stat own = {};
+  int error = Stat(folder, &place);
+  if (error == 0) error = Stat(file, &own);
+  if (error != 0) return error;
+  const bool isOthers = own.st_uid != place.st_uid || own.st_gid != place.st_gid;
+  if (isOthers && geteuid() == 0 && TakeOverOwners(file, place)) own.st_gid = place.st_gid;
+  const mode_t missing = GivenByFolder(place, own) & ~own.st_mode;
+  if (missing == 0 || HasDefaultAcl(folder)) return 0;
+  return ChangeMode(file, (own.st_mode & kPermissions) | missing);
+}
+
+int TakeOverRightsInFolder(const Descriptor& file, const Descriptor& old, const Descriptor& folder) {
+  struct stat place = {};
+  struct stat replaced = {};
+  struct stat own = {};
+  int error = Stat(folder, &place);
+  if (error == 0) error = Stat(old, &replaced);
+  if (error == 0) error = Stat(file, &own);
+  if (error != 0) return error;
+  const mode_t asMade = own.st_mode & kPermissions;
+  if (IsSharedWithGroup(place, own) && replaced.st_gid != own.st_gid) {
+    // A file has one group: here it is the one that works together.
+    replaced.st_gid = own.st_gid;
+    replaced.st_mode &= ~static_cast<mode_t>(S_IRWXG);
+  }
+  mode_t permissions = TakeOverOwnersAnd(file, own, replaced);
+  std::string acl;
+  if (GetAttribute(old, kAcl, &acl) == 0) SetAttribute(file, kAcl, acl);
+  if (error = Stat(file, &own); error != 0) return error;
+  const bool mayExceed = (asMade & ~permissions) != 0;
+  permissions |= mayExceed && HasDefaultAcl(folder) ? asMade : GivenByFolder(place, own);
+  return Permit(file, own, permissions);
 }
 
 int ReplaceFile(const Descriptor& folder, const std::string& name, const std::string& hiddenName,

@@ -28,6 +28,17 @@ bool TakeOverOwners(const platform::Descriptor& file, const struct stat& other);
 // that cannot be kept was permitted is not permitted to another one.
 int TakeOverRights(const platform::Descriptor& file, const struct stat& old);
 
+// Gives a new file the rights that its folder gives, whatever the umask. Its owner may read and write it. So may the
+// folder's group, where the folder permits that group to make files and the file is that group's. A default access
+// control list of the folder says all this by itself, and is left to say it. What the superuser makes belongs to the
+// owner and the group of the folder, as far as the system allows that.
+int TakeFolderRights(const platform::Descriptor& file, const platform::Descriptor& folder);
+
+// The same for a file that replaces another one: what TakeOverRights gives, with the access control list of the old
+// file, and at least what the folder gives, for which the file keeps the group of a folder that is shared.
+int TakeOverRightsInFolder(const platform::Descriptor& file, const platform::Descriptor& old,
+                           const platform::Descriptor& folder);
+
 // Gives the file `name` in `folder` a new content, whole or not at all: the content is written under `hiddenName`,
 // flushed and renamed, and the folder is flushed. What a killed process left under the hidden name is removed; the
 // caller sees to it that no other process writes there. `old` is the file that is replaced, null for a new one, which
