@@ -103,6 +103,7 @@ const NamedResult kNamedResults[] = {
     {TYPE_E_REGISTRYACCESS, "TYPE_E_REGISTRYACCESS", "the type library cannot be entered in the registry"},
 
     {rpc::kServerUnavailable, "RPC_S_SERVER_UNAVAILABLE", "the server is gone or cannot be reached"},
+    {rpc::kServerTooBusy, "RPC_S_SERVER_TOO_BUSY", "the server has as many connections as it can have"},
     {rpc::kCallFailed, "RPC_S_CALL_FAILED", "the server ended in the call"},
     {rpc::kSlotOutOfRange, "RPC_S_PROCNUM_OUT_OF_RANGE", "the interface has no such method"},
     {rpc::kBadStubData, "RPC_X_BAD_STUB_DATA", "the arguments of the call do not read as such"},

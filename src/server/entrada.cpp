@@ -4,6 +4,7 @@
 
 #include <array>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -75,6 +76,12 @@ void EntraNaPastaDeTrabalho() {
   if (falha) std::filesystem::current_path("/", falha);
 }
 
+// Root serves nobody in the home of another user: the files are that user's.
+bool PassaAoDonoDaCasa() {
+  const std::optional<platform::Identity> dono = platform::Home::Current().ServingIdentity();
+  return !dono || platform::Become(*dono);
+}
+
 void AtendeMensagens() {
   MSG mensagem{};
   while (GetMessageA(&mensagem, nullptr, 0, 0) != FALSE)
@@ -109,6 +116,10 @@ int ExecutaServidor() {
         resultado = RegistraServidor(platform::ExecutablePath());
         break;
       case Chamada::servidor: {
+        if (!PassaAoDonoDaCasa()) {
+          resultado = E_ACCESSDENIED;
+          break;
+        }
         marshal::RegisterInterfaces();
         const ComponenteMarcacao marcacao;
         EntraNaPastaDeTrabalho();

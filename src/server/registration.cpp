@@ -138,6 +138,7 @@ HRESULT UnregisterLibrary(const std::string& executable) {
 }  // namespace
 
 HRESULT RegistraServidor(const std::string& executable) {
+  if (executable.empty()) return HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND);
   std::string module;
   const bool representable = text::FromUtf8Exactly(executable, &module);
   Add(EntriesOfApplication());

@@ -13,6 +13,7 @@ namespace kestor {
 //
 // The application identity comes first (its result does not count), then the classes in their order, then the type
 // library. The result is that of the first class, or of the type library, that fails; nothing is taken back then:
+//   0x80070003               there is no path: the system did not tell it; nothing is entered
 //   0x8007007B               the path holds a character that code page 1252 lacks
 //   0x8007xxxx               the registry cannot be written
 //   TYPE_E_CANTLOADLIBRARY   there is no type library in either place

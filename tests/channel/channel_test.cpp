@@ -72,7 +72,7 @@ Connection::Outcome AskStatus(const std::string& said, uid_t user = geteuid()) {
   auto asked = std::async(std::launch::async, [&path] {
     std::unique_ptr<Connection> connection;
     channel::Decoder answer;
-    return Connection::Open(path, FrameType::status, nullptr, 0, 30, &connection, &answer);
+    return Connection::Open(path, geteuid(), FrameType::status, nullptr, 0, 30, &connection, &answer);
   });
   const RawPeer client(platform::Descriptor(accept(listening.Number(), nullptr, nullptr)));
   client.Send(said);

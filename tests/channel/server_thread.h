@@ -126,7 +126,7 @@ class ServerThread {
 inline std::unique_ptr<channel::Connection> OpenObject(const std::string& path, const void* interfaceId) {
   std::unique_ptr<channel::Connection> connection;
   channel::Decoder answer;
-  EXPECT_EQ(channel::Connection::Open(path, FrameType::create, interfaceId, 16, 30, &connection, &answer),
+  EXPECT_EQ(channel::Connection::Open(path, geteuid(), FrameType::create, interfaceId, 16, 30, &connection, &answer),
             channel::Connection::Outcome::ok);
   EXPECT_EQ(answer.U32(), 0u);
   return connection;

@@ -1,4 +1,6 @@
 // The real server process among peers that mean it harm.
+#include <sys/resource.h>
+
 #include <atomic>
 #include <cstdio>
 #include <random>
@@ -253,6 +255,44 @@ TEST_F(PeersTest, ConversationsDroppedAtEveryByte) {
   ExpectQuiet(1);
   EXPECT_EQ(whole(), answers);
   std::printf("peers: %zu conversations dropped\n", conversation.size() + answers.size());
+}
+
+// One peer after the other, each of which must be told at once: a client that asks for a second object must not wait
+// for itself.
+TEST(FullServer, ServesAShareOfItsDescriptorsAndTurnsTheRestAway) {
+  constexpr rlim_t kDescriptors = 256;
+  constexpr std::size_t kServed = kDescriptors / 4 * 3 - 1;  // besides this program's store
+  const support::Installation installation;
+  ComPtr<IZNPL_Relatorio2> store;
+  support::Child starter([&] {
+    const rlimit low{kDescriptors, kDescriptors};
+    setrlimit(RLIMIT_NOFILE, &low);
+    return support::OpenStore() ? 0 : 1;
+  });
+  ASSERT_EQ(starter.Wait(), 0);
+  store = support::OpenStore();
+  ASSERT_TRUE(store);
+
+  const std::string refused = channel_test::kHello + Frame(FrameType::refusal, 0, Number(0x800706BB, 4));
+  std::vector<RawPeer> peers;
+  std::size_t turnedAway = 0;
+  for (std::size_t i = 0; i < 2000; ++i) {
+    peers.emplace_back(support::SocketPath());
+    peers.back().Send(channel_test::Opening(&IID_IZNPL_Relatorio2));
+    if (i < kServed) {
+      ASSERT_EQ(peers.back().Receive(channel_test::kHello.size() + channel::kHeadBytes + 4),
+                channel_test::kHello + Frame(FrameType::created, 0, Number(0, 4)));
+    } else {
+      ASSERT_EQ(peers.back().ReceiveToEnd(), refused);
+      peers.pop_back();
+      ++turnedAway;
+    }
+  }
+  EXPECT_EQ(turnedAway, 2000 - kServed);
+  EXPECT_FALSE(support::OpenStore());
+  EXPECT_EQ(support::WriteModel(*store, u"Vendas", "x"), S_OK) << "no descriptor is left for its files";
+  peers.clear();
+  EXPECT_TRUE(support::WaitUntil([] { return static_cast<bool>(support::OpenStore()); }));
 }
 
 }  // namespace

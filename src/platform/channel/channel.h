@@ -145,15 +145,17 @@ class Connection {
     nobody,       // no server listens there, or it went away before it answered the opening
     busy,         // a server listens, but gave no answer in the time that there was
     lost,         // the server went away in an exchange
+    full,         // the server has as many connections as it can have
     denied,       // the socket is another user's
     otherVersion  // the peer speaks another version of the protocol
   };
 
-  // Connects and exchanges the opening frames: `opening` holds the frame that follows Hello (Create or Status), and
+  // Connects to a process of `user`, of this process's user or of root, and exchanges the opening frames: `opening`
+  // holds the frame that follows Hello (Create or Status), and
   // `*answer` receives the payload of its answer, valid until the next exchange. Waits `seconds` for it; 0: as long as
   // the server is there, since it may be at work for another client.
-  static Outcome Open(const std::string& socketPath, FrameType opening, const void* payload, std::size_t payloadBytes,
-                      int seconds, std::unique_ptr<Connection>* connection, Decoder* answer);
+  static Outcome Open(const std::string& socketPath, uid_t user, FrameType opening, const void* payload,
+                      std::size_t payloadBytes, int seconds, std::unique_ptr<Connection>* connection, Decoder* answer);
 
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
@@ -195,13 +197,17 @@ class Service {
  public:
   virtual HRESULT Create(const std::byte* interfaceId, std::unique_ptr<Session>* session) = 0;
 
+  // Makes the folder of the socket again when it is gone. False when that fails.
+  virtual bool PrepareFolder() { return true; }
+
  protected:
   ~Service() = default;
 };
 
 // The server's sockets and peers. Lives on the thread whose message loop it feeds; every call runs there. Peers are
 // held apart: one that sends half a frame or does not read its answer holds up no other. What all of them together make
-// the server hold of half frames and unread answers is limited: beyond kHeldBytes the peer that has the most goes.
+// the server hold of half frames and unread answers is limited: beyond kHeldBytes the peer that has the most goes. A
+// peer for which no descriptor is left is told so and goes. Sockets whose names are lost get them again in a moment.
 class Server final : public platform::MessageSource {
  public:
   static constexpr std::size_t kHeldBytes = 512u << 20;
@@ -228,11 +234,14 @@ class Server final : public platform::MessageSource {
   struct Listener;
   struct Peer;
 
+  bool Bind(Listener& listener);
+  void RestoreNames();
   bool Watch(int descriptor, std::uint32_t events, std::uint64_t key);
   void WatchFor(int descriptor, std::uint32_t events, std::uint64_t key);
   bool TakeReady(MSG* message);
   void HandleEvent(std::uint64_t key, bool writable);
   void Accept(std::uint64_t listenerKey, const Listener& listener);
+  void TurnAwayNext(const Listener& listener);
   static void Turn(int descriptor, HRESULT result, std::string_view reason);
   void PauseListeners();
   void ResumeListeners();
@@ -254,7 +263,9 @@ class Server final : public platform::MessageSource {
 
   const platform::Descriptor epoll_;
   const std::size_t mostPeers_;
+  platform::Descriptor spare_;  // given up for the moment in which a peer is told that there is no other
   int wakeDescriptor_ = -1;
+  std::chrono::steady_clock::time_point namesSeen_;
   bool listenersPaused_ = false;
   std::chrono::steady_clock::time_point pausedSince_;
   bool readyIsNext_ = false;

@@ -46,7 +46,7 @@ bool SomebodyListens(const std::string& socketPath) {
   return probe && (Connect(probe.Number(), address) || errno == EAGAIN);
 }
 
-Connection::Outcome Connection::Open(const std::string& socketPath, FrameType opening, const void* payload,
+Connection::Outcome Connection::Open(const std::string& socketPath, uid_t user, FrameType opening, const void* payload,
                                      std::size_t payloadBytes, int seconds, std::unique_ptr<Connection>* connection,
                                      Decoder* answer) {
   sockaddr_un address{};
@@ -58,7 +58,7 @@ Connection::Outcome Connection::Open(const std::string& socketPath, FrameType op
     if (errno == EAGAIN) return Outcome::busy;
     return errno == EACCES ? Outcome::denied : Outcome::nobody;
   }
-  if (!PeerIsTrusted(descriptor.Number())) return Outcome::denied;
+  if (!PeerIsTrusted(descriptor.Number(), user)) return Outcome::denied;
 
   connection->reset(new Connection(std::move(descriptor)));
   Connection& own = **connection;
@@ -82,6 +82,7 @@ Connection::Outcome Connection::Open(const std::string& socketPath, FrameType op
   if (head.type == FrameType::refusal) {
     const auto result = static_cast<HRESULT>(answer->U32());
     if (result == rpc::kVersionMismatch) return Outcome::otherVersion;
+    if (result == rpc::kServerTooBusy) return Outcome::full;
     return result == E_ACCESSDENIED ? Outcome::denied : Outcome::lost;
   }
   if (head.type != (opening == FrameType::create ? FrameType::created : opening)) return Outcome::otherVersion;

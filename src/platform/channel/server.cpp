@@ -27,6 +27,7 @@ constexpr std::uint64_t kWakeKey = 0;
 constexpr std::size_t kReceiveBytes = 64u << 10;
 constexpr UINT kCallMessage = WM_USER;
 constexpr std::size_t kInterfaceIdBytes = 16;
+constexpr std::string_view kTooManyPeers = "the server has as many connections as its limit of open files allows";
 
 // When accepting failed: what was short may be there again without a peer's leaving.
 constexpr int kRetryMilliseconds = 100;
@@ -35,18 +36,22 @@ constexpr int kRetryMilliseconds = 100;
 constexpr LPARAM kInReceived = 0;
 constexpr LPARAM kInPeer = 1;
 
-// How many peers may be connected: every one costs a descriptor, and some stay free for the files that calls open. The
-// usual soft limit is low and is raised first.
+// How often the names of the sockets are looked at.
+constexpr int kNamesMilliseconds = 2000;
+
+// How many peers may be connected: every one costs a descriptor, and a share stays free for the files that calls open.
+// The usual soft limit is low and is raised first.
 std::size_t AllowPeers() {
-  constexpr std::size_t kForFiles = 64;
+  constexpr rlim_t kFilesOfACall = 24;
   rlimit limit{};
-  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return 1024 - kForFiles;
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) limit = {1024, 1024};
   if (limit.rlim_cur != limit.rlim_max) {
     const rlim_t before = limit.rlim_cur;
     limit.rlim_cur = limit.rlim_max;
     if (setrlimit(RLIMIT_NOFILE, &limit) != 0) limit.rlim_cur = before;
   }
-  return limit.rlim_cur > kForFiles ? limit.rlim_cur - kForFiles : 1;
+  const rlim_t forFiles = std::max(limit.rlim_cur / 4, kFilesOfACall);
+  return limit.rlim_cur > forFiles ? limit.rlim_cur - forFiles : 1;
 }
 
 void AppendRefusal(Encoder* frames, HRESULT result, std::string_view reason) {
@@ -67,13 +72,16 @@ void ReserveForFrame(Buffer* input) {
 }  // namespace
 
 struct Server::Listener {
-  Listener(Descriptor socket, std::string at, Service* ownService)
-      : descriptor(std::move(socket)), path(std::move(at)), service(ownService) {}
+  Listener(std::string at, Service* ownService) : path(std::move(at)), service(ownService) {}
+
+  bool HasName() const {
+    struct stat now {};
+    return lstat(path.c_str(), &now) == 0 && now.st_dev == device && now.st_ino == inode;
+  }
 
   // Takes the name away if it is still this socket's: after the folder was cleared, it may be another server's.
   void RemoveName() const {
-    struct stat now {};
-    if (lstat(path.c_str(), &now) == 0 && now.st_dev == device && now.st_ino == inode) unlink(path.c_str());
+    if (HasName()) unlink(path.c_str());
   }
 
   Descriptor descriptor;
@@ -104,7 +112,7 @@ struct Server::Peer {
   std::unique_ptr<Session> session;
 };
 
-Server::Server() : epoll_(epoll_create1(EPOLL_CLOEXEC)), mostPeers_(AllowPeers()) {
+Server::Server() : epoll_(epoll_create1(EPOLL_CLOEXEC)), mostPeers_(AllowPeers()), spare_(dup(epoll_.Number())) {
   if (!epoll_) throw std::system_error(errno, std::generic_category(), "epoll");
   received_.Reserve(kReceiveBytes);
 }
@@ -116,24 +124,44 @@ Server::~Server() {
 }
 
 bool Server::Listen(const std::string& socketPath, Service* service) {
-  sockaddr_un address{};
-  if (!SocketAddress(socketPath, &address)) return false;
-  Descriptor descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (!descriptor) return false;
-  auto listener = std::make_unique<Listener>(std::move(descriptor), socketPath, service);
-  unlink(socketPath.c_str());
-  if (bind(listener->descriptor.Number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-      listen(listener->descriptor.Number(), SOMAXCONN) != 0) {
-    return false;
-  }
-  struct stat status {};
-  if (lstat(socketPath.c_str(), &status) != 0) return false;
-  listener->device = status.st_dev;
-  listener->inode = status.st_ino;
+  auto listener = std::make_unique<Listener>(socketPath, service);
+  if (!Bind(*listener)) return false;
   const std::uint64_t key = nextKey_++;
   if (!Watch(listener->descriptor.Number(), listenersPaused_ ? 0u : std::uint32_t{EPOLLIN}, key)) return false;
   listeners_.emplace(key, std::move(listener));
+  namesSeen_ = Clock::now();
   return true;
+}
+
+// Gives the listener a socket of its name.
+bool Server::Bind(Listener& listener) {
+  sockaddr_un address{};
+  if (!SocketAddress(listener.path, &address)) return false;
+  Descriptor bound(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!bound) return false;
+  unlink(listener.path.c_str());
+  struct stat status {};
+  if (bind(bound.Number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      listen(bound.Number(), SOMAXCONN) != 0 || lstat(listener.path.c_str(), &status) != 0) {
+    return false;
+  }
+  listener.device = status.st_dev;
+  listener.inode = status.st_ino;
+  listener.descriptor = std::move(bound);
+  return true;
+}
+
+// Sockets lie where systems tidy up. Without their names a server would live on and serve nobody new.
+void Server::RestoreNames() {
+  namesSeen_ = Clock::now();
+  try {
+    for (const auto& [key, listener] : listeners_) {
+      if (listener->HasName() || !listener->service->PrepareFolder() || !Bind(*listener)) continue;
+      Watch(listener->descriptor.Number(), listenersPaused_ ? 0u : std::uint32_t{EPOLLIN}, key);
+    }
+  } catch (const std::bad_alloc&) {
+    // Then the next time.
+  }
 }
 
 void Server::Withdraw(const std::string& socketPath) {
@@ -177,10 +205,11 @@ bool Server::Wait(int wakeDescriptor, MSG* message) {
   // wait in peers' own buffers, one of them and a glance at the sockets take turns, so that neither starves the other.
   received_.Resize(0);
   if (readyIsNext_ && TakeReady(message)) return true;
-  const bool mayResume = listenersPaused_ && peers_.size() < mostPeers_;
-  if (mayResume && Clock::now() - pausedSince_ >= std::chrono::milliseconds(kRetryMilliseconds)) ResumeListeners();
+  const auto now = Clock::now();
+  if (now - pausedSince_ >= std::chrono::milliseconds(kRetryMilliseconds)) ResumeListeners();
+  if (now - namesSeen_ >= std::chrono::milliseconds(kNamesMilliseconds)) RestoreNames();
   epoll_event event{};
-  const int limit = mayResume ? kRetryMilliseconds : -1;
+  const int limit = listenersPaused_ ? kRetryMilliseconds : listeners_.empty() ? -1 : kNamesMilliseconds;
   const auto look = [&](int limitMs) { return epoll_wait(epoll_.Number(), &event, 1, limitMs); };
   int count = 0;
   // A client that has just had an answer often calls again at once.
@@ -227,12 +256,18 @@ void Server::HandleEvent(std::uint64_t key, bool writable) {
 void Server::Accept(std::uint64_t listenerKey, const Listener& listener) {
   Descriptor descriptor(accept4(listener.descriptor.Number(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
   if (!descriptor) {
-    // Out of descriptors or memory: the clients in the queue go on waiting.
-    if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) PauseListeners();
+    // Out of memory: the clients in the queue go on waiting.
+    const int error = errno;
+    if (error == EMFILE || error == ENFILE) TurnAwayNext(listener);
+    if (error == ENOBUFS || error == ENOMEM) PauseListeners();
     return;
   }
-  if (!PeerIsTrusted(descriptor.Number())) {
+  if (!PeerIsTrusted(descriptor.Number(), geteuid())) {
     Turn(descriptor.Number(), E_ACCESSDENIED, "this server serves its owner only");
+    return;
+  }
+  if (peers_.size() >= mostPeers_) {
+    Turn(descriptor.Number(), rpc::kServerTooBusy, kTooManyPeers);
     return;
   }
   try {
@@ -243,7 +278,17 @@ void Server::Accept(std::uint64_t listenerKey, const Listener& listener) {
   } catch (const std::bad_alloc&) {
     // The connection is closed; its client turns to activation and comes again.
   }
-  if (peers_.size() >= mostPeers_) PauseListeners();
+}
+
+// There is no descriptor for the next peer: it gets the spare one for as long as it takes to tell it.
+void Server::TurnAwayNext(const Listener& listener) {
+  spare_.Close();
+  Descriptor next(accept4(listener.descriptor.Number(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+  if (next) Turn(next.Number(), rpc::kServerTooBusy, kTooManyPeers);
+  const bool isTold = static_cast<bool>(next);
+  next.Close();
+  spare_ = Descriptor(dup(epoll_.Number()));
+  if (!isTold) PauseListeners();
 }
 
 // Tells a peer that is not served why, as far as the socket takes it at once.

@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <sys/file.h>
 
 #include <algorithm>
@@ -23,7 +22,7 @@ constexpr DWORD kPollMilliseconds = 2;
 // One client at a time starts the home's server; the others wait here and then find it.
 class ActivationLock {
  public:
-  explicit ActivationLock(const std::string& path) : file_(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {}
+  explicit ActivationLock(const platform::Home& home) : file_(home.OpenLockFile("activation.lock")) {}
 
   bool Take(Clock::time_point deadline) {
     while (file_ && flock(file_.Number(), LOCK_EX | LOCK_NB) != 0) {
@@ -65,8 +64,7 @@ class Activation {
 
   HRESULT Run(std::unique_ptr<Connection>* connection) {
     std::string reason;
-    if (!platform::Home::Current().PrepareSocketFolder(&reason)) return E_ACCESSDENIED;
-    socketPath_ = com::SocketPath(clsid_);
+    if (!home_.PrepareSocketFolder(&reason)) return E_ACCESSDENIED;
     // A server that went away before it answered was just shutting down: its clients are not told, they come again.
     for (HRESULT result = S_OK; Clock::now() < deadline_;) {
       if (Connect(connection, &result)) return result;
@@ -81,8 +79,8 @@ class Activation {
   // False when no process serves the class.
   bool Connect(std::unique_ptr<Connection>* connection, HRESULT* result) {
     channel::Decoder answer;
-    const auto outcome =
-        Connection::Open(socketPath_, channel::FrameType::create, &iid_, sizeof iid_, 0, connection, &answer);
+    const auto outcome = Connection::Open(com::ServingSocketPath(clsid_), home_.User(), channel::FrameType::create,
+                                          &iid_, sizeof iid_, 0, connection, &answer);
     switch (outcome) {
       case Connection::Outcome::ok:
         *result = static_cast<HRESULT>(answer.U32());
@@ -92,6 +90,9 @@ class Activation {
         return false;
       case Connection::Outcome::busy:
         *result = CO_E_SERVER_EXEC_FAILURE;
+        return true;
+      case Connection::Outcome::full:
+        *result = rpc::kServerTooBusy;
         return true;
       case Connection::Outcome::denied:
         *result = E_ACCESSDENIED;
@@ -106,19 +107,20 @@ class Activation {
     return true;
   }
 
-  // Returns when a server listens for the class, started here or by another client.
+  // Returns when a server listens for the class, started here or by another client, or when one is about to.
   HRESULT Start() {
     std::string command;
     const HRESULT registered = RegisteredCommand(clsid_, &command);
     if (FAILED(registered)) return registered;
 
-    ActivationLock lock(platform::Home::Current().SocketFolder() + "/activation.lock");
+    ActivationLock lock(home_);
     if (!lock.Take(deadline_)) return CO_E_SERVER_EXEC_FAILURE;
-    if (channel::SomebodyListens(socketPath_)) return S_OK;
+    // A server that has lost its sockets makes new ones soon.
+    if (IsListenedTo() || home_.IsServed()) return S_OK;
 
     com::ServerProcess process;
     if (!process.Start(command)) return CO_E_SERVER_EXEC_FAILURE;
-    while (!channel::SomebodyListens(socketPath_)) {
+    while (!IsListenedTo()) {
       if (process.HasEnded()) return CO_E_SERVER_EXEC_FAILURE;
       if (Clock::now() > deadline_) {
         process.End();  // no client waits for it any more
@@ -129,10 +131,12 @@ class Activation {
     return S_OK;
   }
 
+  bool IsListenedTo() const { return channel::SomebodyListens(com::ServingSocketPath(clsid_)); }
+
+  const platform::Home& home_ = platform::Home::Current();
   const CLSID clsid_;
   const IID iid_;
   const Clock::time_point deadline_;
-  std::string socketPath_;
 };
 
 }  // namespace
@@ -161,8 +165,8 @@ HRESULT com::AskServerStatus(REFCLSID clsid, ServerStatus* status) {
   *status = {};
   std::unique_ptr<Connection> connection;
   channel::Decoder answer;
-  switch (Connection::Open(com::SocketPath(clsid), channel::FrameType::status, nullptr, 0, kAnswerSeconds, &connection,
-                           &answer)) {
+  switch (Connection::Open(com::ServingSocketPath(clsid), platform::Home::Current().User(), channel::FrameType::status,
+                           nullptr, 0, kAnswerSeconds, &connection, &answer)) {
     case Connection::Outcome::ok:
       status->processId = answer.U32();
       status->liveObjects = answer.U32();
@@ -171,6 +175,8 @@ HRESULT com::AskServerStatus(REFCLSID clsid, ServerStatus* status) {
       return S_FALSE;
     case Connection::Outcome::busy:
       return HRESULT_FROM_WIN32(ERROR_TIMEOUT);
+    case Connection::Outcome::full:
+      return rpc::kServerTooBusy;
     case Connection::Outcome::denied:
       return E_ACCESSDENIED;
     case Connection::Outcome::otherVersion:

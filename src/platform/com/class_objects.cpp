@@ -1,6 +1,3 @@
-#include <fcntl.h>
-#include <sys/file.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <memory>
@@ -12,7 +9,7 @@
 
 #include "class_table.h"
 #include "platform/home/home.h"
-#include "platform/host/descriptor.h"
+#include "platform/host/system.h"
 
 namespace {
 
@@ -50,6 +47,11 @@ class ClassEntry final : public channel::Service {
     return result;
   }
 
+  bool PrepareFolder() override {
+    std::string reason;
+    return platform::Home::Current().PrepareSocketFolder(&reason);
+  }
+
   ComPtr<IClassFactory> Factory() const {
     ComPtr<IClassFactory> factory;
     factory_->QueryInterface(IID_IClassFactory, factory.OutVoid());
@@ -68,23 +70,24 @@ class ClassEntry final : public channel::Service {
 // other processes and given back with the last one that is withdrawn.
 class ServingLock {
  public:
-  HRESULT Take(const std::string& path) {
+  HRESULT Take() {
     if (file_) return S_OK;
-    platform::Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    if (!file) return errno == EACCES ? E_ACCESSDENIED : E_FAIL;
     // A server that is just ending gives the lock back within moments.
     constexpr int kAttempts = 500;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-      if (flock(file.Number(), LOCK_EX | LOCK_NB) == 0) {
-        file_ = std::move(file);
-        return S_OK;
-      }
+      const int error = platform::Home::Current().TakeServing(&file_);
+      if (error == 0) return S_OK;
+      if (error != EAGAIN) return error == EACCES ? E_ACCESSDENIED : E_FAIL;
       Sleep(10);
     }
     return CO_E_OBJISREG;
   }
 
-  void Release() { file_.Close(); }
+  // Nobody is to look any more for where the sockets were.
+  void Release() {
+    if (file_) host::Truncate(file_, 0);
+    file_.Close();
+  }
 
  private:
   platform::Descriptor file_;
@@ -109,11 +112,10 @@ thread_local unsigned entries = 0;
 
 HRESULT Publish(Runtime& runtime, ClassEntry& entry) {
   if (!apartment) return CO_E_NOTINITIALIZED;
-  std::string reason;
-  if (!platform::Home::Current().PrepareSocketFolder(&reason)) return E_ACCESSDENIED;
-  const HRESULT serving = runtime.serving.Take(platform::Home::Current().SocketFolder() + "/server.lock");
+  if (!entry.PrepareFolder()) return E_ACCESSDENIED;
+  const HRESULT serving = runtime.serving.Take();
   if (FAILED(serving)) return serving;
-  std::string path = com::SocketPath(entry.id);
+  std::string path = com::OwnSocketPath(entry.id);
   if (!apartment->Listen(path, &entry)) return E_FAIL;
   entry.socketPath = std::move(path);
   return S_OK;
@@ -161,8 +163,12 @@ bool FindMarshaler(REFIID iid, Marshaler* marshaler) {
   return false;
 }
 
-std::string SocketPath(REFCLSID clsid) {
+std::string OwnSocketPath(REFCLSID clsid) {
   return platform::Home::Current().SocketFolder() + "/" + GuidText(clsid);
+}
+
+std::string ServingSocketPath(REFCLSID clsid) {
+  return platform::Home::Current().ServingFolder() + "/" + GuidText(clsid);
 }
 
 }  // namespace com

@@ -14,7 +14,9 @@ ComPtr<IClassFactory> FindClassObject(REFCLSID clsid);
 // False when nothing carries the interface.
 bool FindMarshaler(REFIID iid, Marshaler* marshaler);
 
-// The socket of a class of the current home.
-std::string SocketPath(REFCLSID clsid);
+// The socket of a class of the current home: where this process would listen, and where the process that serves the
+// home does.
+std::string OwnSocketPath(REFCLSID clsid);
+std::string ServingSocketPath(REFCLSID clsid);
 
 }  // namespace com

@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <vector>
 
 #include "platform/home/home.h"
@@ -97,15 +98,25 @@ void Send(int pipe, Report::Kind kind, int value) {
 }
 
 // What one client allows itself must not bind the server of all.
-void LiftLimit(decltype(RLIMIT_FSIZE) resource) {
-  rlimit limit{};
-  if (getrlimit(resource, &limit) != 0) return;
-  limit.rlim_cur = limit.rlim_max;
-  setrlimit(resource, &limit);
+void LiftLimits() {
+  for (int number = 0; number < RLIM_NLIMITS; ++number) {
+    const auto resource = static_cast<decltype(RLIMIT_FSIZE)>(number);
+    rlimit limit{};
+    if (getrlimit(resource, &limit) != 0) continue;
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(resource, &limit);
+  }
 }
 
+// What the new process is to be; whatever can need memory is made before the fork.
+struct Program {
+  char* const* arguments;
+  char* const* environment;
+  const platform::Identity* identity;  // null: that of the starter
+};
+
 // From here to exec only what is safe between fork and exec in a process with several threads.
-[[noreturn]] void BecomeServer(int pipe, char* const* arguments, char* const* environment) {
+[[noreturn]] void BecomeServer(int pipe, const Program& program) {
   // The pipe goes first: where the starter had closed a standard descriptor, it lies in the place of that one.
   bool apart = pipe == kReportDescriptor || dup2(pipe, kReportDescriptor) >= 0;
   fcntl(kReportDescriptor, F_SETFD, FD_CLOEXEC);
@@ -113,24 +124,25 @@ void LiftLimit(decltype(RLIMIT_FSIZE) resource) {
   for (int standard = 0; standard <= 2; ++standard)
     apart = dup2(nothing, standard) >= 0 && apart;
   apart = syscall(SYS_close_range, kReportDescriptor + 1, ~0U, 0) == 0 && apart;
-  LiftLimit(RLIMIT_FSIZE);
-  LiftLimit(RLIMIT_CPU);
+  LiftLimits();
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
   for (const int handled : {SIGPIPE, SIGHUP, SIGINT, SIGTERM, SIGCHLD})
     signal(handled, SIG_DFL);
-  if (apart && chdir("/") == 0) execve(arguments[0], arguments, environment);
+  // Before anything that the home's owner chose is run.
+  apart = apart && (program.identity == nullptr || platform::Become(*program.identity));
+  if (apart && chdir("/") == 0) execve(program.arguments[0], program.arguments, program.environment);
   Send(kReportDescriptor, Report::failed, errno);
   _exit(127);
 }
 
 // The process between: it starts the server in a session of its own and ends, so that no client is the server's
 // parent.
-[[noreturn]] void BecomeStarter(int pipe, char* const* arguments, char* const* environment) {
+[[noreturn]] void BecomeStarter(int pipe, const Program& program) {
   setsid();
   const pid_t server = fork();
-  if (server == 0) BecomeServer(pipe, arguments, environment);
+  if (server == 0) BecomeServer(pipe, program);
   if (server > 0) {
     Send(pipe, Report::started, server);
   } else {
@@ -148,13 +160,15 @@ bool ServerProcess::Start(const std::string& command) {
   std::vector<std::string> variables = EnvironmentWithHome();
   const std::vector<char*> arguments = Pointers(words);
   const std::vector<char*> environment = Pointers(variables);
+  const std::optional<platform::Identity> identity = platform::Home::Current().ServingIdentity();
+  const Program program{arguments.data(), environment.data(), identity ? &*identity : nullptr};
 
   int pipe[2];
   if (pipe2(pipe, O_CLOEXEC) != 0) return false;
   const platform::Descriptor reports(pipe[0]);
   platform::Descriptor reporting(pipe[1]);
   const pid_t starter = fork();
-  if (starter == 0) BecomeStarter(reporting.Number(), arguments.data(), environment.data());
+  if (starter == 0) BecomeStarter(reporting.Number(), program);
   if (starter < 0) return false;
   reporting.Close();
   const bool started = AwaitStart(reports.Number());

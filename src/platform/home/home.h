@@ -2,15 +2,35 @@
 //
 //   registry.reg   the registry
 //   drives/d       a folder or a symbolic link: where paths that begin with D:\ continue
+//   drives/host/share   the same for \\HOST\SHARE; both names in lower case
 //   work/          the server's current directory, where file names without a folder end up
+//   server.lock    which process serves the home, and in which folder its sockets are
+//   activation.lock, registry.lock   held by who starts the server or changes the registry
 //
 // The sockets of an installation lie elsewhere, in a folder that only its user may enter.
 #pragma once
 
+#include <sys/types.h>
+
 #include <filesystem>
+#include <optional>
 #include <string>
+#include <vector>
+
+#include "platform/host/descriptor.h"
 
 namespace platform {
+
+// A user of this system, with all groups.
+struct Identity {
+  uid_t user;
+  gid_t group;
+  std::vector<gid_t> groups;
+};
+
+// Makes the calling process, which has one thread and is root's, a process of that user for good. Only system calls are
+// made, so that it may stand between fork and exec. False when the system refuses; the process must end then.
+bool Become(const Identity& identity);
 
 class Home {
  public:
@@ -30,15 +50,36 @@ class Home {
   // The folder where drive `letter` (either case) begins, with no final separator: a path that need not exist.
   std::string Drive(char letter) const;
 
-  // The folder of this home's sockets: $XDG_RUNTIME_DIR/kestor/<16 hexadecimal digits of the home>, else
-  // /tmp/kestor-<uid>/<digits>; the second also when the variable names no existing folder by an absolute path, or
-  // would make socket paths longer than the system's 107 bytes. Two spellings of one home's path give one folder; a
-  // process with the variable and one without it have different ones, and with them a server each.
+  // The user whose server serves this process here: its own, but for root the owner of the home.
+  uid_t User() const;
+
+  // Who a process of root must become before it serves this home; nothing where this process is right as it is.
+  std::optional<Identity> ServingIdentity() const;
+
+  // Where a server that this process starts has its sockets: $XDG_RUNTIME_DIR/kestor/<16 hexadecimal digits of the
+  // home>, else /tmp/kestor-<uid>/<digits>. The variable counts when it is an absolute path to a folder of the user and
+  // leaves room for socket paths of the system's 107 bytes. Two spellings of one home's path give one folder.
   std::string SocketFolder() const;
+
+  // Where the server that serves the home has its sockets, as server.lock says; SocketFolder where that says nothing.
+  // A server that was killed may be named there still.
+  std::string ServingFolder() const;
+
+  // True while a process of this user serves the home, also one whose sockets are not there at the moment.
+  bool IsServed() const;
+
+  // Makes this process the one that serves the home, with its sockets in SocketFolder, for as long as the descriptor is
+  // open. 0, EAGAIN when another process serves it, or another errno value.
+  int TakeServing(Descriptor* lock) const;
 
   // Creates the socket folder, mode 0700. False when it, or the folder above it, belongs to another user, may be
   // entered by others, or is no folder; `*reason` then tells which, for people.
   bool PrepareSocketFolder(std::string* reason) const;
+
+  // Opens a file by which the processes of this user lock each other out here, and makes it if need be: mode 0600, of
+  // the user. It lies in the home; in the socket folder, which must be there, where this user cannot have it in the
+  // home. None when it cannot be opened; errno says why.
+  Descriptor OpenLockFile(const char* name) const;
 
  private:
   explicit Home(std::filesystem::path folder) : folder_(std::move(folder)) {}

@@ -63,6 +63,13 @@ inline constexpr DWORD ERROR_TIMEOUT = 1460;
 // one that is empty or holds a blank stands in double quotes. The text lives as long as the process.
 const char* GetCommandLineA();
 
+namespace platform {
+
+// The arguments of main, for a system that does not tell the command line otherwise. Called before GetCommandLineA.
+void SetArguments(int count, const char* const* arguments);
+
+}  // namespace platform
+
 // ---- Threads, events, time -----------------------------------------------------------------------------------------
 
 // A kernel object behind a HANDLE. Owned by the handle: CloseHandle ends it. Null is no handle.

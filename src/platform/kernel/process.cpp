@@ -11,11 +11,17 @@ namespace {
 
 constexpr std::size_t kMostBytes = std::size_t{16} << 20;  // more than the system lets a command line have
 
+// Each with a NUL behind it, as the system has them.
+std::string& GivenArguments() {
+  static std::string arguments;
+  return arguments;
+}
+
 std::string ReadProcessArguments() {
   std::string raw;
   host::Descriptor file;
   if (host::Open(AT_FDCWD, "/proc/self/cmdline", O_RDONLY, &file) == 0) host::ReadAll(file.Number(), kMostBytes, &raw);
-  return raw;
+  return raw.empty() ? GivenArguments() : raw;
 }
 
 std::string JoinCommandLine() {
@@ -34,6 +40,11 @@ std::string JoinCommandLine() {
 }
 
 }  // namespace
+
+void platform::SetArguments(int count, const char* const* arguments) {
+  for (int i = 0; i < count; ++i)
+    GivenArguments().append(arguments[i]).push_back('\0');
+}
 
 const char* GetCommandLineA() {
   static const std::string line = JoinCommandLine();

@@ -38,6 +38,7 @@ constexpr HRESULT HRESULT_FROM_WIN32(DWORD error) {
 namespace rpc {
 
 inline constexpr HRESULT kServerUnavailable = static_cast<HRESULT>(0x800706BA);  // the server was gone before the call
+inline constexpr HRESULT kServerTooBusy = static_cast<HRESULT>(0x800706BB);      // the server has too many connections
 inline constexpr HRESULT kCallFailed = static_cast<HRESULT>(0x800706BE);         // the server ended during the call
 inline constexpr HRESULT kSlotOutOfRange = static_cast<HRESULT>(0x800706D1);     // the interface has no such method
 inline constexpr HRESULT kBadStubData = static_cast<HRESULT>(0x800706F7);        // the arguments do not decode
