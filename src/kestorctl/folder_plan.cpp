@@ -19,6 +19,7 @@ using platform::Home;
 constexpr std::string_view kSeparators = "\\/";
 
 bool IsDesktopPath(const std::string& argument) {
+  if (argument.starts_with(R"(\\)")) return true;
   if (argument.size() < 2 || argument[1] != ':') return false;
   const char letter = text::UpperChar(argument[0]);
   return letter >= 'A' && letter <= 'Z' && (argument.size() == 2 || kSeparators.find(argument[2]) != kSeparators.npos);
@@ -74,10 +75,11 @@ Place GivenPlace(const std::string& argument) {
     throw LocalFailure("code page 1252 lacks a character of " + argument);
   }
   if (argument.size() == 2) place.desktopPath += '\\';
-  const fs::path drive = Home::Current().Drive(argument[0]);
-  if (!fs::is_directory(drive)) {
-    throw LocalFailure("the home has no drive " + argument.substr(0, 2) + " (" + drive.string() +
-                       " would have to be a folder or a link to one)");
+  std::string name;
+  std::string entry;
+  if (files::MappingOf(place.desktopPath, &name, &entry) && !fs::is_directory(entry)) {
+    throw LocalFailure("the home has no " + std::string(name.size() == 2 ? "drive " : "share ") + text::ToUtf8(name) +
+                       " (" + entry + " would have to be a folder or a link to one)");
   }
   std::string host;
   if (files::HostPath(place.desktopPath.c_str(), &host) != 0) {

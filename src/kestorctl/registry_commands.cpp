@@ -50,7 +50,9 @@ Exit status: 0 deleted; 1 there is no such key or value, or another failure; 2 w
 constexpr const char* kImportFooter =
     R"(Merges an export of the desktop platform, REGEDIT4 or version 5.00, into the registry, deletions included: all of it, or
 nothing when a line does not read as it should; that line is then named. What lies below roots other than
-HKEY_LOCAL_MACHINE and HKEY_CLASSES_ROOT is passed over. FILE - is standard input.
+HKEY_LOCAL_MACHINE and HKEY_CLASSES_ROOT is passed over. What lies below SOFTWARE\WOW6432Node\Norvela, where a 32-bit
+program has its keys on a 64-bit desktop, is entered below SOFTWARE\Norvela, and a line on standard error says so. FILE -
+is standard input.
 
 Exit status: 0 imported; 1 failure; 2 wrong usage.)";
 
@@ -167,9 +169,9 @@ void Delete(const ValueOptions& options, Answer&) {
   if (!deleted) ThrowMissing((options.name ? "value " : "key ") + NameInMessage(options));
 }
 
-void Import(const FileOptions& options, Answer&) {
+void Import(const FileOptions& options, Answer& answer) {
   RequireHome();
-  registry::Import(options.file == "-" ? "/dev/stdin" : options.file);
+  answer.note = ImportRegistry(options.file == "-" ? "/dev/stdin" : options.file);
 }
 
 void Export(const FileOptions& options, Answer& answer) {

@@ -38,6 +38,10 @@ std::optional<Value> ReadValue(const KeyName& key, const std::string& name);  //
 // Makes the key when it is missing.
 void SetText(const KeyName& key, const std::string& name, const std::string& text);
 
+// Merges an export file of the desktop into the registry. What a 32-bit program has there on a 64-bit desktop counts as
+// the product's own; says so, or nothing.
+std::string ImportRegistry(const std::string& file);
+
 // False when there was none.
 bool DeleteValue(const KeyName& key, const std::string& name);
 bool DeleteKey(const KeyName& key);

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <vector>
 
 #include "commands.h"
@@ -12,12 +13,15 @@
 #include "failure.h"
 #include "folder_plan.h"
 #include "host_files.h"
+#include "installed_folders.h"
+#include "mappings.h"
 #include "platform/home/home.h"
 #include "platform/host/descriptor.h"
 #include "platform/registry/registry.h"
 #include "platform/text/text.h"
 #include "registry_values.h"
 #include "server_registration.h"
+#include "shared_folder.h"
 
 namespace kestorctl {
 
@@ -31,24 +35,40 @@ using kestor::ModuloFamilia;
 constexpr const char* kFooter =
     R"(Makes the home, enters the reports folder and the folders of the applications in its registry, and registers the server:
 the executable "kestor" that lies beside this program, or $KESTOR_SERVER. Everything is checked before anything is
-written. Run again, it changes what differs; drives and the folders of other modules stay as they are.
+written. Run again, it changes what differs; other drives and the folders of other modules stay as they are.
+
+With --import it brings the registry of an old machine along: FILE is an export of the desktop, as 'kestorctl registry
+import' takes it. With --drive a drive of the desktop, or a share \\HOST\SHARE, leads to a folder of this system that is
+there. Both come before the other options, and --reports may then be left out. The folders that the registry names are
+told at the end, with the drives and shares that are still missing.
 
 DIR is a folder of this system, which is made when it is missing, or a path of the desktop platform such as
 D:\Dados\Relatorios on a drive that the home has. The server knows folders by such paths only: when no drive of the home
-leads to DIR, the first free letter from D on is given to it. Drives are the links (or folders) drives/d, drives/e, … of
-the home.
+leads to DIR, the first free letter from D on is given to it. Drives and shares are the links (or folders) drives/d,
+drives/e, …, drives/host/share of the home.
 
-With --json: "home", "madeHome", "drives" (the new ones), "reports", "modules", "server".
+With --shared the members of the group GROUP (a name or a number) work in the reports folder together: the folder becomes
+the group's, which may write in it, new files are the group's as well (setgid), and so are those that are there. The
+owner of the folder can do that if it is a member, and root.
+
+With --json: "home", "madeHome", "drives" (those that were entered), "reports" and "modules" (with --import or without
+--reports as the command status tells them), "shared" {"group", "changed", "left"} (the numbers of files; null without
+--shared), "server".
 
 Examples:
   kestorctl setup --reports /srv/kestor/relatorios --module CT=/srv/kestor/contabil
+  kestorctl setup --reports /srv/kestor/relatorios --shared relatorios
+  kestorctl setup --import old.reg --drive D=/srv/kestor --drive '\\SERVIDOR\DADOS=/mnt/dados'
   kestorctl --home /srv/kestor/home setup --reports 'D:\Dados\Relatorios'
 
 Exit status: 0 done; 1 failure; 2 wrong usage.)";
 
 struct SetupOptions {
-  std::string reports;
+  std::optional<std::string> reports;
   std::vector<std::string> modules;  // CODE=DIR
+  std::string group;                 // empty: the folder is not to be shared
+  std::string import;                // empty: nothing is imported
+  std::vector<std::string> drives;   // D=DIR or \\HOST\SHARE=DIR
 };
 
 // A folder that the caller wants to be named by the registry.
@@ -78,8 +98,13 @@ Wish ParseModule(const std::string& option) {
 
 // The reports folder comes first.
 std::vector<Wish> ParseWishes(const SetupOptions& options) {
-  if (options.reports.empty()) throw UsageError("--reports: the folder has no name");
-  std::vector<Wish> wishes = {{nullptr, options.reports}};
+  std::vector<Wish> wishes;
+  if (options.reports) {
+    if (options.reports->empty()) throw UsageError("--reports: the folder has no name");
+    wishes.push_back({nullptr, *options.reports});
+  } else if (options.import.empty() && options.drives.empty()) {
+    throw UsageError("--reports is required");
+  }
   for (const std::string& option : options.modules) {
     const Wish wish = ParseModule(option);
     for (const Wish& other : wishes) {
@@ -96,6 +121,18 @@ KeyName EntryKey(const ModuloFamilia* module) {
 
 const char* EntryValue(const ModuloFamilia* module) {
   return module == nullptr ? "Relatorios" : "Path";
+}
+
+std::vector<Mapping> ParseMappings(const SetupOptions& options) {
+  std::vector<Mapping> mappings;
+  for (const std::string& option : options.drives) {
+    mappings.push_back(ParseMapping(option));
+    for (const Mapping& other : mappings) {
+      if (&other == &mappings.back() || other.entry != mappings.back().entry) continue;
+      throw UsageError("--drive: " + text::ToUtf8(other.name) + " is given twice");
+    }
+  }
+  return mappings;
 }
 
 std::vector<Entry> PlanEntries(const std::vector<Wish>& wishes, FolderPlan* plan) {
@@ -159,44 +196,89 @@ void TellPlace(const Entry& entry, Answer& answer) {
   answer.data["modules"].push_back(data);
 }
 
-void Tell(const fs::path& home, bool madeHome, const FolderPlan& plan, const std::vector<Entry>& entries,
-          const fs::path& server, Answer& answer) {
-  answer.output = "home     " + home.string() + (madeHome ? " (made)\n" : "\n");
-  answer.data["home"] = home.string();
-  answer.data["madeHome"] = madeHome;
-  answer.data["drives"] = nlohmann::ordered_json::array();
-  for (const auto& [letter, folder] : plan.NewDrives()) {
-    const std::string drive = std::string(1, letter) + ":";
-    answer.output += "drive    " + drive + " is " + folder.string() + " (entered)\n";
-    answer.data["drives"].push_back({{"drive", drive}, {"folder", folder.string()}});
-  }
+void TellSharing(const SharedFolder& shared, const SharedFolder::Files& files, Answer& answer) {
+  answer.output += "shared   with the group " + shared.Group() + ", files changed: " + std::to_string(files.changed);
+  if (files.left != 0) answer.output += ", files that only another user can change: " + std::to_string(files.left);
+  answer.output += "\n";
+  answer.data["shared"] = {{"group", shared.Group()}, {"changed", files.changed}, {"left", files.left}};
+}
+
+void TellDrive(const std::string& name, const fs::path& folder, Answer& answer) {
+  answer.output += "drive    " + name + " is " + folder.string() + " (entered)\n";
+  answer.data["drives"].push_back({{"drive", name}, {"folder", folder.string()}});
+}
+
+void TellEntries(const std::vector<Entry>& entries, Answer& answer) {
   answer.data["reports"] = nullptr;
   answer.data["modules"] = nlohmann::ordered_json::array();
   for (const Entry& entry : entries)
     TellPlace(entry, answer);
-  answer.output += "server   " + server.string() + " (registered)\n";
-  answer.data["server"] = server.string();
+}
+
+void TellHome(const fs::path& home, bool madeHome, Answer& answer) {
+  answer.output = "home     " + home.string() + (madeHome ? " (made)\n" : "\n");
+  answer.data["home"] = home.string();
+  answer.data["madeHome"] = madeHome;
+  answer.data["drives"] = nlohmann::ordered_json::array();
+}
+
+// Where the server looks for reports now.
+fs::path ReportsFolder() {
+  std::string path;
+  if (CCaminhosInstalacao::BuscaCaminhoRelatorios(path) != 0) return {};
+  return PlaceOf(path).folder;
 }
 
 void SetUp(const SetupOptions& options, Answer& answer) {
   const std::vector<Wish> wishes = ParseWishes(options);
+  const std::vector<Mapping> mappings = ParseMappings(options);
+  std::optional<SharedFolder> shared;
+  if (!options.group.empty()) shared.emplace(options.group);
   const platform::Home& home = platform::Home::Current();
   RequireUsableHome(home.Folder());
-  FolderPlan attempt;
-  PlanEntries(wishes, &attempt);
+  if (!options.import.empty()) registry::CheckImport(options.import);
+  for (const Mapping& mapping : mappings)
+    RequireEnterable(mapping);
+  // What the new drives and the import lead to is seen once they are there.
+  const bool isAlone = mappings.empty() && options.import.empty();
+  if (isAlone) {
+    FolderPlan attempt;
+    const std::vector<Entry> attempted = PlanEntries(wishes, &attempt);
+    if (shared) shared->RequirePossible(attempted.front().place.folder);
+  }
   const fs::path server = FindServer();
   const bool madeHome = !fs::exists(home.Folder());
 
   MakeHome(home);
   const SetupLock lock(home.Folder());
+  TellHome(home.Folder(), madeHome, answer);
+  if (!options.import.empty()) answer.note = ImportRegistry(options.import);
+  for (const Mapping& mapping : mappings) {
+    if (Enter(mapping)) TellDrive(text::ToUtf8(mapping.name), mapping.folder, answer);
+  }
   // Again: another setup may have entered drives meanwhile.
   FolderPlan plan;
   const std::vector<Entry> entries = PlanEntries(wishes, &plan);
   plan.Apply();
   for (const Entry& entry : entries)
     SetText(EntryKey(entry.module), EntryValue(entry.module), entry.place.desktopPath);
+  for (const auto& [letter, folder] : plan.NewDrives())
+    TellDrive(std::string(1, letter) + ":", folder, answer);
+  if (options.import.empty() && options.reports) {
+    TellEntries(entries, answer);
+  } else {
+    TellInstalledFolders(answer);
+  }
   RegisterServer(server);
-  Tell(home.Folder(), madeHome, plan, entries, server, answer);
+  answer.data["shared"] = nullptr;
+  if (shared) {
+    const fs::path reports = ReportsFolder();
+    if (!fs::is_directory(reports)) throw LocalFailure("--shared: there is no reports folder");
+    shared->RequirePossible(reports);
+    TellSharing(*shared, shared->Share(reports), answer);
+  }
+  answer.output += "server   " + server.string() + " (registered)\n";
+  answer.data["server"] = server.string();
 }
 
 }  // namespace
@@ -204,11 +286,15 @@ void SetUp(const SetupOptions& options, Answer& answer) {
 void AddSetup(CLI::App& program, Command* chosen) {
   const auto [command, options] =
       AddCommand(&program, chosen, {"setup", "Make the home, enter the folders, register the server", kFooter}, SetUp);
-  command->add_option("--reports", options->reports, "The reports folder, shared by all modules")
-      ->required()
-      ->type_name("DIR");
+  command->add_option("--reports", options->reports, "The reports folder, shared by all modules")->type_name("DIR");
   command->add_option("--module", options->modules, "The folder of a module's application; may be repeated")
       ->type_name("CODE=DIR")
+      ->allow_extra_args(false);
+  command->add_option("--shared", options->group, "The group whose members share the reports folder")
+      ->type_name("GROUP");
+  command->add_option("--import", options->import, "An export of the old machine's registry")->type_name("FILE");
+  command->add_option("--drive", options->drives, "Where a drive or share of the desktop lies; may be repeated")
+      ->type_name("D=DIR")
       ->allow_extra_args(false);
 }
 

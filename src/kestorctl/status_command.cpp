@@ -1,11 +1,20 @@
 // The command status: what the home says, and whether its server runs.
+#include <sys/resource.h>
+
+#include <charconv>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <utility>
 
 #include "commands.h"
 #include "contract/interfaces.h"
 #include "explanation.h"
 #include "failure.h"
-#include "folder_plan.h"
+#include "installed_folders.h"
 #include "platform/home/home.h"
 #include "platform/registry/registry.h"
 #include "platform/text/text.h"
@@ -17,60 +26,27 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using kestor::CCaminhosInstalacao;
 using Json = nlohmann::ordered_json;
 
 constexpr const char* kFooter =
     R"(Tells the home, the folders that its registry names and where they are on this system, the registered classes with their
 executable, and whether the server runs: its process id and the number of live objects. It starts no server. One that is
-in the middle of a long call, such as a migration, is busy and does not tell them.
+in the middle of a long call, such as a migration, is busy and does not tell them; nor does one that has as many connections
+as it can have. A limit of the system that is lower for the server than for this program is told: whoever started the
+server had lowered it, for good.
 
 With --json: "home" {"folder", "exists"}, "reports" (null when none is entered) and "modules" {"path", "folder",
-"exists"}, "classes" {"name", "clsid", "executable", "exists"}, "server" {"running", "pid", "objects", or "busy"}.
+"exists", "missing" where the home maps no such drive or share}, "classes" {"name", "clsid", "executable", "exists"}, "server" {"running", "pid", "objects", "limits" {"limit", "most"}, or "busy", or "full"}.
 
 Exit status: 0 told; 1 there is no home, or it cannot be read; 2 wrong usage.)";
 
 struct NoOptions {};
-
-std::string TellPlace(const std::string& desktopPath, Json* data) {
-  const Place place = PlaceOf(desktopPath);
-  const std::string path = text::ToUtf8(place.desktopPath);
-  data->update({{"path", path}, {"folder", place.folder.string()}, {"exists", place.exists}});
-  if (place.folder.empty()) return path + " leads nowhere\n";
-  return path + " is " + place.folder.string() + (place.exists ? "\n" : " (does not exist)\n");
-}
 
 void TellHome(Answer& answer) {
   const fs::path& folder = platform::Home::Current().Folder();
   answer.data["home"] = {{"folder", folder.string()}, {"exists", fs::is_directory(folder)}};
   RequireHome();
   answer.output += "home     " + folder.string() + "\n";
-}
-
-void TellReports(Answer& answer) {
-  std::string path;
-  if (CCaminhosInstalacao::BuscaCaminhoRelatorios(path) != 0) {
-    answer.output += "reports  not entered\n";
-    answer.data["reports"] = nullptr;
-    return;
-  }
-  Json data = Json::object();
-  answer.output += "reports  " + TellPlace(path, &data);
-  answer.data["reports"] = data;
-}
-
-void TellModules(Answer& answer) {
-  answer.data["modules"] = Json::array();
-  for (const kestor::ModuloFamilia& module : kestor::ModulosDaFamilia()) {
-    const std::string code(module.codigo);
-    const std::string application(module.subchave);
-    std::string path;
-    if (CCaminhosInstalacao::BuscaCaminhoModulo(code, path) != 0) continue;
-    Json data = {{"code", code}, {"application", application}};
-    answer.output.append("module   ").append(code).append(" ").append(application).append(": ");
-    answer.output += TellPlace(path, &data);
-    answer.data["modules"].push_back(data);
-  }
 }
 
 void TellClasses(Answer& answer) {
@@ -86,12 +62,50 @@ void TellClasses(Answer& answer) {
   if (answer.data["classes"].empty()) answer.output += "class    none registered\n";
 }
 
+// The hard limit of a kind, as the system's table of a process's limits has it: "Max NAME", the soft and the hard one.
+std::optional<rlim_t> HardLimit(const std::string& table, const std::string& name) {
+  const std::size_t row = table.find("\nMax " + name + "  ");
+  if (row == std::string::npos) return std::nullopt;
+  std::istringstream columns(table.substr(row + 1 + 4 + name.size()));
+  std::string soft;
+  std::string hard;
+  columns >> soft >> hard;
+  rlim_t limit = RLIM_INFINITY;
+  if (hard != "unlimited" && std::from_chars(hard.data(), hard.data() + hard.size(), limit).ec != std::errc())
+    return {};
+  return limit;
+}
+
+// Where the server has less than this program, whoever started it had so little.
+void TellLimits(DWORD server, Answer& answer) {
+  constexpr std::pair<decltype(RLIMIT_NOFILE), const char*> kLimits[] = {
+      {RLIMIT_CPU, "cpu time"},          {RLIMIT_FSIZE, "file size"},  {RLIMIT_DATA, "data size"},
+      {RLIMIT_STACK, "stack size"},      {RLIMIT_NPROC, "processes"},  {RLIMIT_NOFILE, "open files"},
+      {RLIMIT_MEMLOCK, "locked memory"}, {RLIMIT_AS, "address space"},
+  };
+  std::ifstream file("/proc/" + std::to_string(server) + "/limits");
+  const std::string table{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  Json lowered = Json::array();
+  for (const auto& [resource, name] : kLimits) {
+    rlimit here{};
+    const std::optional<rlim_t> theirs = HardLimit(table, name);
+    if (!theirs || getrlimit(resource, &here) != 0 || *theirs >= here.rlim_max) continue;
+    answer.output += "limit    " + std::string(name) + ": whoever started the server had lowered it to " +
+                     std::to_string(*theirs) + "\n";
+    lowered.push_back({{"limit", name}, {"most", *theirs}});
+  }
+  answer.data["server"]["limits"] = lowered;
+}
+
 void TellServer(Answer& answer) {
   com::ServerStatus status{};
   const HRESULT result = com::AskServerStatus(CLSID_ZNPL_Relatorio2, &status);
   if (result == HRESULT_FROM_WIN32(ERROR_TIMEOUT)) {
     answer.output += "server   running, busy\n";
     answer.data["server"] = {{"running", true}, {"busy", true}};
+  } else if (result == rpc::kServerTooBusy) {
+    answer.output += "server   running, has as many connections as it can have\n";
+    answer.data["server"] = {{"running", true}, {"full", true}};
   } else if (FAILED(result)) {
     answer.result = result;
     answer.detail = Explain(result, CLSID_ZNPL_Relatorio2, {});
@@ -102,14 +116,14 @@ void TellServer(Answer& answer) {
     answer.output += "server   running, process " + std::to_string(status.processId) + ", live objects " +
                      std::to_string(status.liveObjects) + "\n";
     answer.data["server"] = {{"running", true}, {"pid", status.processId}, {"objects", status.liveObjects}};
+    TellLimits(status.processId, answer);
   }
 }
 
 void TellStatus(const NoOptions&, Answer& answer) {
   TellHome(answer);
   registry::Check();
-  TellReports(answer);
-  TellModules(answer);
+  TellInstalledFolders(answer);
   TellClasses(answer);
   TellServer(answer);
 }

@@ -1,18 +1,20 @@
 // The desktop platform's files: the file class with its failure causes, share modes that hold between all processes,
 // names that ignore letter case, wild-card search and attributes.
 //
-// Paths are code page 1252 text with backslashes (a slash separates as well), and either start with a drive letter,
-// which the home maps to a folder, or are relative to the current directory. `.` and `..` are worked out on the text;
-// `..` never climbs above the drive or the current directory. Blanks and dots at the end of a component do not count.
+// Paths are code page 1252 text with backslashes (a slash separates as well), and either start with a drive (D:) or a
+// share (\\HOST\SHARE), which the home maps to a folder, or are relative to the current directory. `.` and `..` are
+// worked out on the text; `..` never climbs above the drive, the share or the current directory. Blanks and dots at the
+// end of a component do not count.
 //
 // Failures carry the platform's own error numbers (kernel.h):
-//   a path that starts with a backslash or with a drive that the home lacks     3
+//   a path that starts with a single backslash, or with a drive or share that the home lacks     3
 //   a component with a control character or one of < > : " | ? *                123
 //   a component of more than 255 characters or too long for the disk            206
 #pragma once
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "platform/kernel/kernel.h"
 
@@ -194,5 +196,9 @@ namespace files {
 // The host system's (UTF-8) path of `path` with the letter case that is on the disk, for messages and tools; 0, or the
 // platform's error number. Components that do not exist are taken as written.
 DWORD HostPath(const char* path, std::string* host);
+
+// The drive or share with which a path starts ("D:", "\\HOST\SHARE") and where the home maps it: a folder, or a link to
+// one, that need not exist. False for a path that starts with neither.
+bool MappingOf(std::string_view path, std::string* name, std::string* folder);
 
 }  // namespace files

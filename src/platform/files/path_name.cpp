@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 
+#include "files.h"
 #include "platform/home/home.h"
 #include "platform/text/text.h"
 
@@ -24,6 +26,39 @@ bool HasDrive(std::string_view text) {
   if (text.size() < 2 || text[1] != ':') return false;
   const char letter = text::UpperChar(text[0]);
   return letter >= 'A' && letter <= 'Z';
+}
+
+struct Share {
+  std::string_view host;
+  std::string_view name;
+};
+
+// Takes \\HOST\SHARE and the separator after it from the start of a path. None when it does not begin so.
+std::optional<Share> TakeShare(std::string_view* text) {
+  if (text->size() < 2 || !IsSeparator((*text)[0]) || !IsSeparator((*text)[1])) return std::nullopt;
+  text->remove_prefix(2);
+  Share share;
+  for (std::string_view* part : {&share.host, &share.name}) {
+    const std::size_t end = std::min(text->find_first_of(kSeparators), text->size());
+    *part = text->substr(0, end);
+    text->remove_prefix(std::min(end + 1, text->size()));
+  }
+  return share;
+}
+
+// A host of one letter would lie where a drive does.
+bool IsMappable(const Share& share) {
+  return share.host.size() > 1 && IsPlatformName(share.host) && IsPlatformName(share.name);
+}
+
+std::string Lowered(std::string_view name) {
+  std::string lower(name);
+  std::transform(lower.begin(), lower.end(), lower.begin(), text::LowerChar);
+  return text::ToUtf8(lower);
+}
+
+std::string FolderOf(const Share& share) {
+  return platform::Home::Current().Drives().native() + "/" + Lowered(share.host) + "/" + Lowered(share.name);
 }
 
 std::string_view WithoutTrailingBlanksAndDots(std::string_view component) {
@@ -82,6 +117,10 @@ DWORD Translate(std::string_view text, PathName* path) {
     path->path = platform::Home::Current().Drive(text[0]);
     path->base = path->path.size();
     text.remove_prefix(2);
+  } else if (const std::optional<Share> share = TakeShare(&text)) {
+    if (!IsMappable(*share)) return ERROR_PATH_NOT_FOUND;
+    path->path = FolderOf(*share);
+    path->base = path->path.size();
   } else if (!text.empty() && IsSeparator(text.front())) {
     return ERROR_PATH_NOT_FOUND;
   }
@@ -124,6 +163,19 @@ DWORD TranslatePattern(std::string_view text, PathName* folder, std::string* pat
 
 bool IsPlatformName(std::string_view name) {
   return CheckName(name) == ERROR_SUCCESS && name.back() != '.' && name.back() != ' ';
+}
+
+bool MappingOf(std::string_view path, std::string* name, std::string* folder) {
+  if (HasDrive(path)) {
+    *name = {text::UpperChar(path[0]), ':'};
+    *folder = platform::Home::Current().Drive(path[0]);
+    return true;
+  }
+  const std::optional<Share> share = TakeShare(&path);
+  if (!share || !IsMappable(*share)) return false;
+  *name = "\\\\" + std::string(share->host) + "\\" + std::string(share->name);
+  *folder = FolderOf(*share);
+  return true;
 }
 
 bool IsHidden(std::string_view name) {

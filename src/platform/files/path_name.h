@@ -13,7 +13,7 @@ namespace files {
 // its drive begins, or into the current directory, unless a symbolic link leads on from there.
 struct PathName {
   std::string path;          // UTF-8, never empty
-  std::size_t base = 0;      // how much of it is the drive's folder; 0: it is relative to the current directory
+  std::size_t base = 0;      // how much of it is the folder of the drive or share; 0: it is relative to the current one
   std::size_t name = 0;      // where the last component begins; path.size() when the path is the base itself
   bool meansFolder = false;  // it was written with a separator at its end
 

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "platform/text/text.h"
-#include "registry.h"
 #include "utf16_bytes.h"
 
 namespace registry {
@@ -116,13 +115,19 @@ bool IsForeignRoot(std::string_view path) {
 
 class Parser {
  public:
-  Parser(const Decoded& decoded, const std::string& file, Purpose purpose, Tree* tree)
-      : rest_(decoded.utf8), isAnsi_(decoded.isAnsi), file_(file), purpose_(purpose), tree_(*tree) {}
+  Parser(const Decoded& decoded, const std::string& file, Purpose purpose, Tree* tree, const Redirection* redirection)
+      : rest_(decoded.utf8), isAnsi_(decoded.isAnsi), file_(file), purpose_(purpose), tree_(*tree) {
+    if (redirection == nullptr) return;
+    AppendNames(redirection->from, &from_);
+    AppendNames(redirection->to, &to_);
+  }
 
-  void Run() {
+  // How many sections were redirected.
+  std::size_t Run() {
     NextLine();  // the header
     while (!rest_.empty())
       ParseLine();
+    return redirected_;
   }
 
  private:
@@ -206,6 +211,7 @@ class Parser {
       return;
     }
     if (!AppendNames(below, &path.names)) Fail("a malformed key name");
+    if (path.root == Root::machine) Redirect(&path.names);
     if (!deletion) {
       key_ = &tree_.FindOrMake(path, &keysMade_);
       section_ = Section::key;
@@ -216,6 +222,16 @@ class Parser {
     if (path.names.empty()) Fail("a root cannot be deleted");
     tree_.Remove(path);
     section_ = Section::deleted;
+  }
+
+  void Redirect(std::vector<std::string>* names) {
+    if (from_.empty() || names->size() < from_.size()) return;
+    const auto rest = names->begin() + static_cast<std::ptrdiff_t>(from_.size());
+    const bool isBelow = std::equal(names->begin(), rest, from_.begin(),
+                                    [](const auto& name, const auto& from) { return Folded(name) == Folded(from); });
+    if (!isBelow) return;
+    names->insert(names->erase(names->begin(), rest), to_.begin(), to_.end());
+    ++redirected_;
   }
 
   void CheckDeletion() const {
@@ -322,6 +338,9 @@ class Parser {
   Key* key_ = nullptr;
   std::size_t keysMade_ = 0;
   std::size_t valuesMade_ = 0;
+  std::vector<std::string> from_;  // empty: nothing is redirected
+  std::vector<std::string> to_;
+  std::size_t redirected_ = 0;
 };
 
 // ---- From the tree to UTF-8 --------------------------------------------------------------------------------------
@@ -404,9 +423,10 @@ void AppendKey(const std::string& path, const Key& key, std::string* out) {
 FormatError::FormatError(const std::string& file, std::size_t line, const std::string& reason)
     : std::runtime_error(file + ':' + std::to_string(line) + ": " + reason) {}
 
-void ParseInto(std::string_view bytes, const std::string& file, Purpose purpose, Tree* tree) {
+std::size_t ParseInto(std::string_view bytes, const std::string& file, Purpose purpose, Tree* tree,
+                      const Redirection* redirection) {
   const Decoded decoded = Decode(bytes, file);
-  Parser(decoded, file, purpose, tree).Run();
+  return Parser(decoded, file, purpose, tree, redirection).Run();
 }
 
 std::string Format(const Tree& tree) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "registry.h"
 #include "tree.h"
 
 namespace registry {
@@ -20,8 +21,9 @@ enum class Purpose {
 };
 
 // Reads the bytes of a file in any of the export formats and enters what it says into `*tree`. Throws FormatError,
-// which names `file`; `*tree` then holds the part before the error.
-void ParseInto(std::string_view bytes, const std::string& file, Purpose purpose, Tree* tree);
+// which names `file`; `*tree` then holds the part before the error. How many sections were redirected, if any are.
+std::size_t ParseInto(std::string_view bytes, const std::string& file, Purpose purpose, Tree* tree,
+                      const Redirection* redirection = nullptr);
 
 // The whole registry, and one key with all below it, as version 5.00 text: UTF-8 without mark, lines ending in LF. A
 // line end in the text is always the end of a line: values that hold one are written as bytes.

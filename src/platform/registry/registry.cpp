@@ -302,12 +302,19 @@ LONG SetTexts(HKEY parent, const char* path, std::initializer_list<NamedText> te
   });
 }
 
-void Import(const fs::path& file) {
+std::size_t Import(const fs::path& file, const Redirection& redirection) {
   const std::string bytes = ReadWhole(file);
+  std::size_t redirected = 0;
   Change([&](Tree& tree) -> LONG {
-    ParseInto(bytes, file.string(), Purpose::import, &tree);
+    redirected = ParseInto(bytes, file.string(), Purpose::import, &tree, &redirection);
     return kSuccess;
   });
+  return redirected;
+}
+
+void CheckImport(const fs::path& file) {
+  Tree scratch;
+  ParseInto(ReadWhole(file), file.string(), Purpose::import, &scratch);
 }
 
 bool Export(std::string_view keyPath, std::string* text) {

@@ -106,9 +106,19 @@ LONG SetTexts(HKEY parent, const char* path, std::initializer_list<NamedText> te
 // The functions below work for people and tools. They throw FormatError, std::filesystem::filesystem_error for files
 // that cannot be read or written.
 
+// Keys below one that count as keys below another one, both below HKEY_LOCAL_MACHINE.
+struct Redirection {
+  std::string_view from;
+  std::string_view to;
+};
+
 // Merges a file in one of the export formats (REGEDIT4 in code page 1252; version 5.00 in UTF-16 with mark or UTF-8),
-// deletions included, into the registry: all of it or, on an error anywhere, nothing.
-void Import(const std::filesystem::path& file);
+// deletions included, into the registry: all of it or, on an error anywhere, nothing. How many of its sections were
+// redirected.
+std::size_t Import(const std::filesystem::path& file, const Redirection& redirection);
+
+// Reads such a file and throws if it is damaged.
+void CheckImport(const std::filesystem::path& file);
 
 // The whole registry, or the key `keyPath` with all below it (its name starts with the root, such as
 // HKEY_LOCAL_MACHINE\SOFTWARE), as a version 5.00 text in UTF-8. False when there is no such key.
