@@ -157,6 +157,7 @@ char FolderPlan::NewDrive(const fs::path& folder) {
 void FolderPlan::Apply() const {
   for (const fs::path& folder : missing_)
     fs::create_directories(folder);
+  const platform::ActingAsOwner owner(Home::Current().Folder());
   for (const auto& [letter, folder] : newDrives_) {
     fs::create_directory_symlink(folder, Home::Current().Drive(letter));
   }

@@ -2,6 +2,7 @@
 
 #include "failure.h"
 #include "platform/files/files.h"
+#include "platform/home/home.h"
 #include "platform/text/text.h"
 #include "registry_values.h"
 
@@ -37,6 +38,11 @@ Mapping ParseMapping(const std::string& option) {
 
 void RequireEnterable(const Mapping& mapping) {
   if (!fs::is_directory(mapping.folder)) throw LocalFailure("--drive: " + mapping.folder.string() + " is no folder");
+  const fs::path above = mapping.entry.parent_path();
+  const fs::file_status around = fs::symlink_status(above);
+  if (fs::exists(around) && !fs::is_directory(around)) {
+    throw LocalFailure("--drive: " + above.string() + " is no folder");
+  }
   const fs::file_status there = fs::symlink_status(mapping.entry);
   if (fs::exists(there) && !fs::is_symlink(there) && !LeadsTo(mapping.entry, mapping.folder)) {
     throw LocalFailure("--drive: " + mapping.entry.string() + " is no link; what is there must go first");
@@ -45,7 +51,9 @@ void RequireEnterable(const Mapping& mapping) {
 
 bool Enter(const Mapping& mapping) {
   if (LeadsTo(mapping.entry, mapping.folder)) return false;
-  const fs::path made = mapping.entry.string() + ".new";
+  // Under a name that no drive and no share has.
+  const fs::path made = mapping.entry.parent_path() / ("<" + mapping.entry.filename().string());
+  const platform::ActingAsOwner owner(platform::Home::Current().Folder());
   fs::create_directories(mapping.entry.parent_path());
   fs::remove(made);
   fs::create_directory_symlink(mapping.folder, made);

@@ -171,7 +171,7 @@ void Delete(const ValueOptions& options, Answer&) {
 
 void Import(const FileOptions& options, Answer& answer) {
   RequireHome();
-  answer.note = ImportRegistry(options.file == "-" ? "/dev/stdin" : options.file);
+  answer.note = RegistryExport(options.file).Import();
 }
 
 void Export(const FileOptions& options, Answer& answer) {

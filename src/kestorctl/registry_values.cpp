@@ -101,9 +101,12 @@ bool DeleteKey(const KeyName& key) {
   return Succeeded(RegDeleteTreeA(key.root, key.path.c_str()), "KEY");
 }
 
-std::string ImportRegistry(const std::string& file) {
+RegistryExport::RegistryExport(const std::string& file)
+    : file_(file == "-" ? "/dev/stdin" : file), bytes_(registry::ReadWhole(file_)) {}
+
+std::string RegistryExport::Import() const {
   constexpr registry::Redirection kOf32Bits = {R"(SOFTWARE\WOW6432Node\Norvela)", R"(SOFTWARE\Norvela)"};
-  const std::size_t sections = registry::Import(file, kOf32Bits);
+  const std::size_t sections = registry::Import(bytes_, file_, kOf32Bits);
   if (sections == 0) return {};
   return "what stands below " + std::string(kOf32Bits.from) + " was entered below " + std::string(kOf32Bits.to) +
          " (keys: " + std::to_string(sections) + ")";

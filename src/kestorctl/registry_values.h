@@ -38,9 +38,22 @@ std::optional<Value> ReadValue(const KeyName& key, const std::string& name);  //
 // Makes the key when it is missing.
 void SetText(const KeyName& key, const std::string& name, const std::string& text);
 
-// Merges an export file of the desktop into the registry. What a 32-bit program has there on a 64-bit desktop counts as
-// the product's own; says so, or nothing.
-std::string ImportRegistry(const std::string& file);
+// An export file of the desktop; "-" is standard input.
+class RegistryExport {
+ public:
+  explicit RegistryExport(const std::string& file);
+
+  // Throws, like the import, when a line does not read as it should.
+  void Check() const { registry::CheckImport(bytes_, file_); }
+
+  // Merges it into the registry. What a 32-bit program has there on a 64-bit desktop counts as the product's own; says
+  // so, or nothing.
+  std::string Import() const;
+
+ private:
+  std::string file_;
+  std::string bytes_;
+};
 
 // False when there was none.
 bool DeleteValue(const KeyName& key, const std::string& name);

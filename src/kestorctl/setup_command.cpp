@@ -35,7 +35,8 @@ using kestor::ModuloFamilia;
 constexpr const char* kFooter =
     R"(Makes the home, enters the reports folder and the folders of the applications in its registry, and registers the server:
 the executable "kestor" that lies beside this program, or $KESTOR_SERVER. Everything is checked before anything is
-written. Run again, it changes what differs; other drives and the folders of other modules stay as they are.
+written, except what can be seen only after an import or on a new drive. Run again, it changes what differs; other drives
+and the folders of other modules stay as they are.
 
 With --import it brings the registry of an old machine along: FILE is an export of the desktop, as 'kestorctl registry
 import' takes it. With --drive a drive of the desktop, or a share \\HOST\SHARE, leads to a folder of this system that is
@@ -48,8 +49,8 @@ leads to DIR, the first free letter from D on is given to it. Drives and shares 
 drives/e, …, drives/host/share of the home.
 
 With --shared the members of the group GROUP (a name or a number) work in the reports folder together: the folder becomes
-the group's, which may write in it, new files are the group's as well (setgid), and so are those that are there. The
-owner of the folder can do that if it is a member, and root.
+the group's, which may write in it, new files are the group's as well (setgid), and so are those of its members that are
+there. The owner of the folder can do that if it is a member, and root; --reports must name the folder.
 
 With --json: "home", "madeHome", "drives" (those that were entered), "reports" and "modules" (with --import or without
 --reports as the command status tells them), "shared" {"group", "changed", "left"} (the numbers of files; null without
@@ -66,7 +67,7 @@ Exit status: 0 done; 1 failure; 2 wrong usage.)";
 struct SetupOptions {
   std::optional<std::string> reports;
   std::vector<std::string> modules;  // CODE=DIR
-  std::string group;                 // empty: the folder is not to be shared
+  std::optional<std::string> group;  // none: the folder is not to be shared
   std::string import;                // empty: nothing is imported
   std::vector<std::string> drives;   // D=DIR or \\HOST\SHARE=DIR
 };
@@ -161,6 +162,7 @@ void MakeHome(const platform::Home& home) {
   if (mkdir(home.Folder().c_str(), 0700) != 0 && errno != EEXIST) {
     throw LocalFailure("cannot make the home " + home.Folder().string() + ": " + std::strerror(errno));
   }
+  const platform::ActingAsOwner owner(home.Folder());
   fs::create_directories(home.Drives());
   fs::create_directories(home.Work());
 }
@@ -222,21 +224,17 @@ void TellHome(const fs::path& home, bool madeHome, Answer& answer) {
   answer.data["drives"] = nlohmann::ordered_json::array();
 }
 
-// Where the server looks for reports now.
-fs::path ReportsFolder() {
-  std::string path;
-  if (CCaminhosInstalacao::BuscaCaminhoRelatorios(path) != 0) return {};
-  return PlaceOf(path).folder;
-}
-
 void SetUp(const SetupOptions& options, Answer& answer) {
   const std::vector<Wish> wishes = ParseWishes(options);
   const std::vector<Mapping> mappings = ParseMappings(options);
   std::optional<SharedFolder> shared;
-  if (!options.group.empty()) shared.emplace(options.group);
+  if (options.group) shared.emplace(*options.group);
+  if (shared && !options.reports) throw UsageError("--shared: --reports must name the folder");
   const platform::Home& home = platform::Home::Current();
   RequireUsableHome(home.Folder());
-  if (!options.import.empty()) registry::CheckImport(options.import);
+  std::optional<RegistryExport> import;
+  if (!options.import.empty()) import.emplace(options.import);
+  if (import) import->Check();
   for (const Mapping& mapping : mappings)
     RequireEnterable(mapping);
   // What the new drives and the import lead to is seen once they are there.
@@ -252,7 +250,7 @@ void SetUp(const SetupOptions& options, Answer& answer) {
   MakeHome(home);
   const SetupLock lock(home.Folder());
   TellHome(home.Folder(), madeHome, answer);
-  if (!options.import.empty()) answer.note = ImportRegistry(options.import);
+  if (import) answer.note = import->Import();
   for (const Mapping& mapping : mappings) {
     if (Enter(mapping)) TellDrive(text::ToUtf8(mapping.name), mapping.folder, answer);
   }
@@ -264,7 +262,7 @@ void SetUp(const SetupOptions& options, Answer& answer) {
     SetText(EntryKey(entry.module), EntryValue(entry.module), entry.place.desktopPath);
   for (const auto& [letter, folder] : plan.NewDrives())
     TellDrive(std::string(1, letter) + ":", folder, answer);
-  if (options.import.empty() && options.reports) {
+  if (!import && options.reports) {
     TellEntries(entries, answer);
   } else {
     TellInstalledFolders(answer);
@@ -272,10 +270,7 @@ void SetUp(const SetupOptions& options, Answer& answer) {
   RegisterServer(server);
   answer.data["shared"] = nullptr;
   if (shared) {
-    const fs::path reports = ReportsFolder();
-    if (!fs::is_directory(reports)) throw LocalFailure("--shared: there is no reports folder");
-    shared->RequirePossible(reports);
-    TellSharing(*shared, shared->Share(reports), answer);
+    TellSharing(*shared, shared->Share(entries.front().place.folder), answer);
   }
   answer.output += "server   " + server.string() + " (registered)\n";
   answer.data["server"] = server.string();

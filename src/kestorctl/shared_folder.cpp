@@ -1,12 +1,14 @@
 #include "shared_folder.h"
 
 #include <grp.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <map>
 #include <string_view>
 #include <vector>
 
@@ -19,7 +21,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr mode_t kModeBits = 07777;
+constexpr mode_t kPermissions = 0777;
 constexpr mode_t kOfSharedFolder = S_ISGID | S_IRWXG;
 constexpr auto kSameUser = static_cast<uid_t>(-1);
 
@@ -34,11 +36,12 @@ bool IsMember(gid_t group) {
   return getegid() == group || std::find(own.begin(), own.end(), group) != own.end();
 }
 
-int GiveTo(gid_t group, const host::Descriptor& file, const struct stat& status, mode_t permissions) {
+// `kept`: which bits of its mode the file or folder keeps.
+int GiveTo(gid_t group, const host::Descriptor& file, const struct stat& status, mode_t permissions, mode_t kept) {
   int error = 0;
   if (status.st_gid != group) error = host::ChangeOwner(file, kSameUser, group);
   // After the change of the group, which takes the setgid bit away.
-  if (error == 0) error = host::ChangeMode(file, (status.st_mode | permissions) & kModeBits);
+  if (error == 0) error = host::ChangeMode(file, (status.st_mode & kept) | permissions);
   return error;
 }
 
@@ -51,7 +54,8 @@ SharedFolder::SharedFolder(const std::string& group) : group_(group) {
   }
   const char* const end = group.data() + group.size();
   const auto [rest, failed] = std::from_chars(group.data(), end, id_);
-  if (failed != std::errc() || rest != end) throw UsageError("--shared: there is no group " + group);
+  const bool isNumber = failed == std::errc() && rest == end && id_ != static_cast<gid_t>(-1);
+  if (!isNumber) throw UsageError("--shared: there is no group " + group);
 }
 
 bool SharedFolder::Has(const struct stat& folder) const {
@@ -60,14 +64,27 @@ bool SharedFolder::Has(const struct stat& folder) const {
 
 void SharedFolder::RequirePossible(const fs::path& folder) const {
   struct stat status {};
-  const bool exists = stat(folder.c_str(), &status) == 0;
-  if ((exists && Has(status)) || geteuid() == 0) return;
-  if (exists && status.st_uid != geteuid()) {
-    throw LocalFailure("--shared: only its owner and root can share " + folder.string(), E_ACCESSDENIED);
+  if (stat(folder.c_str(), &status) != 0) status.st_uid = geteuid();  // who makes it
+  RequirePossible(folder, status);
+}
+
+void SharedFolder::RequirePossible(const fs::path& path, const struct stat& folder) const {
+  if (Has(folder) || geteuid() == 0) return;
+  if (folder.st_uid != geteuid()) {
+    throw LocalFailure("--shared: only its owner and root can share " + path.string(), E_ACCESSDENIED);
   }
   if (!IsMember(id_)) {
     throw LocalFailure("--shared: you are no member of the group " + group_, E_ACCESSDENIED);
   }
+}
+
+bool SharedFolder::HasMember(uid_t user) const {
+  const struct passwd* const known = getpwuid(user);
+  if (known == nullptr) return false;
+  std::vector<gid_t> groups(1024);
+  int count = static_cast<int>(groups.size());
+  if (getgrouplist(known->pw_name, known->pw_gid, groups.data(), &count) < 0) return false;
+  return std::find(groups.begin(), groups.begin() + count, id_) != groups.begin() + count;
 }
 
 SharedFolder::Files SharedFolder::Share(const fs::path& path) const {
@@ -75,9 +92,18 @@ SharedFolder::Files SharedFolder::Share(const fs::path& path) const {
   struct stat status {};
   int error = host::OpenFolder(AT_FDCWD, path, &folder);
   if (error == 0) error = host::Stat(folder, &status);
-  if (error == 0 && !Has(status)) error = GiveTo(id_, folder, status, kOfSharedFolder);
+  if (error != 0) Throw(path, error);
+  RequirePossible(path, status);
+  if (!Has(status)) error = GiveTo(id_, folder, status, kOfSharedFolder, kPermissions | S_ISVTX);
   if (error != 0) Throw(path, error);
 
+  // What another user owns may have been put here to be given away with the rest.
+  std::map<uid_t, bool> members = {{status.st_uid, true}};
+  const auto isMembers = [&](uid_t user) {
+    const auto [entry, isNew] = members.try_emplace(user, false);
+    if (isNew) entry->second = HasMember(user);
+    return entry->second;
+  };
   Files files;
   error = host::ReadNames(folder, [&](const char* name, unsigned char) {
     host::Descriptor file;
@@ -85,10 +111,10 @@ SharedFolder::Files SharedFolder::Share(const fs::path& path) const {
     if (host::StatLink(folder.Number(), name, &own) != 0 || !S_ISREG(own.st_mode)) return;
     const mode_t permissions = host::IsReadOnly(own) ? S_IRGRP : S_IRGRP | S_IWGRP;
     if (own.st_gid == id_ && (own.st_mode & permissions) == permissions) return;
-    // A name that was put here for a file from elsewhere does not give that away.
     const bool mayChange = host::Open(folder.Number(), name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK, &file) == 0 &&
-                           host::Stat(file, &own) == 0 && S_ISREG(own.st_mode) && own.st_nlink == 1;
-    ++(mayChange && GiveTo(id_, file, own, permissions) == 0 ? files.changed : files.left);
+                           host::Stat(file, &own) == 0 && S_ISREG(own.st_mode) && own.st_nlink == 1 &&
+                           isMembers(own.st_uid);
+    ++(mayChange && GiveTo(id_, file, own, permissions, kPermissions) == 0 ? files.changed : files.left);
   });
   if (error != 0) Throw(path, error);
   return files;

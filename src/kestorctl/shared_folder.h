@@ -28,11 +28,13 @@ class SharedFolder {
   void RequirePossible(const std::filesystem::path& folder) const;
 
   // Lets the group make files in the folder, gives it those that will be made there (setgid), and lets it read and
-  // write those that are there. A file that nobody may write stays so. Throws LocalFailure.
+  // write those of its members that are there. A file that nobody may write stays so. Throws LocalFailure.
   Files Share(const std::filesystem::path& folder) const;
 
  private:
   bool Has(const struct stat& folder) const;
+  void RequirePossible(const std::filesystem::path& path, const struct stat& folder) const;
+  bool HasMember(uid_t user) const;
 
   std::string group_;
   gid_t id_ = 0;

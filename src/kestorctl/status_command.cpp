@@ -33,7 +33,7 @@ constexpr const char* kFooter =
 executable, and whether the server runs: its process id and the number of live objects. It starts no server. One that is
 in the middle of a long call, such as a migration, is busy and does not tell them; nor does one that has as many connections
 as it can have. A limit of the system that is lower for the server than for this program is told: whoever started the
-server had lowered it, for good.
+server may have lowered it, for good.
 
 With --json: "home" {"folder", "exists"}, "reports" (null when none is entered) and "modules" {"path", "folder",
 "exists", "missing" where the home maps no such drive or share}, "classes" {"name", "clsid", "executable", "exists"}, "server" {"running", "pid", "objects", "limits" {"limit", "most"}, or "busy", or "full"}.
@@ -76,7 +76,7 @@ std::optional<rlim_t> HardLimit(const std::string& table, const std::string& nam
   return limit;
 }
 
-// Where the server has less than this program, whoever started it had so little.
+// Where the server has less than this program, whoever started it may have lowered that for good.
 void TellLimits(DWORD server, Answer& answer) {
   constexpr std::pair<decltype(RLIMIT_NOFILE), const char*> kLimits[] = {
       {RLIMIT_CPU, "cpu time"},          {RLIMIT_FSIZE, "file size"},  {RLIMIT_DATA, "data size"},
@@ -90,8 +90,7 @@ void TellLimits(DWORD server, Answer& answer) {
     rlimit here{};
     const std::optional<rlim_t> theirs = HardLimit(table, name);
     if (!theirs || getrlimit(resource, &here) != 0 || *theirs >= here.rlim_max) continue;
-    answer.output += "limit    " + std::string(name) + ": whoever started the server had lowered it to " +
-                     std::to_string(*theirs) + "\n";
+    answer.output += "limit    " + std::string(name) + ": at most " + std::to_string(*theirs) + " for the server\n";
     lowered.push_back({{"limit", name}, {"most", *theirs}});
   }
   answer.data["server"]["limits"] = lowered;

@@ -15,7 +15,7 @@ constexpr const char* kAjuda =
   kestor -UnregServer    takes it out again
   kestor --version       tells the version
 
-Exit status: 0 done; anything else is the low byte of the result of a failed -RegServer.)";
+Exit status: 0 done; anything else is the low byte of the result, as of a failed -RegServer.)";
 
 }  // namespace
 

@@ -150,8 +150,8 @@ class Connection {
     otherVersion  // the peer speaks another version of the protocol
   };
 
-  // Connects to a process of `user`, of this process's user or of root, and exchanges the opening frames: `opening`
-  // holds the frame that follows Hello (Create or Status), and
+  // Connects to a process of `user` (or of root, where root does not act for a user) and exchanges the opening frames:
+  // `opening` holds the frame that follows Hello (Create or Status), and
   // `*answer` receives the payload of its answer, valid until the next exchange. Waits `seconds` for it; 0: as long as
   // the server is there, since it may be at work for another client.
   static Outcome Open(const std::string& socketPath, uid_t user, FrameType opening, const void* payload,
@@ -197,8 +197,9 @@ class Service {
  public:
   virtual HRESULT Create(const std::byte* interfaceId, std::unique_ptr<Session>* session) = 0;
 
-  // Makes the folder of the socket again when it is gone. False when that fails.
-  virtual bool PrepareFolder() { return true; }
+  // Called when the name of the socket is lost: makes its folder again where that is gone, or gives the socket another
+  // path. False when it is not to be had.
+  virtual bool RestoreFolder(std::string* /*socketPath*/) { return true; }
 
  protected:
   ~Service() = default;

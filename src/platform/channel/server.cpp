@@ -156,8 +156,9 @@ void Server::RestoreNames() {
   namesSeen_ = Clock::now();
   try {
     for (const auto& [key, listener] : listeners_) {
-      if (listener->HasName() || !listener->service->PrepareFolder() || !Bind(*listener)) continue;
-      Watch(listener->descriptor.Number(), listenersPaused_ ? 0u : std::uint32_t{EPOLLIN}, key);
+      if (listener->HasName() || !listener->service->RestoreFolder(&listener->path) || !Bind(*listener)) continue;
+      const std::uint32_t events = listenersPaused_ ? 0u : std::uint32_t{EPOLLIN};
+      if (!Watch(listener->descriptor.Number(), events, key)) listener->RemoveName();  // for the next time
     }
   } catch (const std::bad_alloc&) {
     // Then the next time.

@@ -20,12 +20,12 @@ inline bool SocketAddress(const std::string& path, sockaddr_un* address) {
   return true;
 }
 
-// True when the process at the other end belongs to this process's user, to `user` or to root.
+// True when the process at the other end belongs to `user` or to root.
 inline bool PeerIsTrusted(int descriptor, uid_t user) {
   ucred peer{};
   socklen_t size = sizeof peer;
   if (getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return false;
-  return peer.uid == 0 || peer.uid == user || peer.uid == geteuid();
+  return peer.uid == user || (peer.uid == 0 && (user == geteuid() || geteuid() != 0));
 }
 
 inline void AppendHello(Encoder* frames) {

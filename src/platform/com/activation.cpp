@@ -63,8 +63,6 @@ class Activation {
       : clsid_(clsid), iid_(iid), deadline_(Clock::now() + std::chrono::seconds(kStartSeconds)) {}
 
   HRESULT Run(std::unique_ptr<Connection>* connection) {
-    std::string reason;
-    if (!home_.PrepareSocketFolder(&reason)) return E_ACCESSDENIED;
     // A server that went away before it answered was just shutting down: its clients are not told, they come again.
     for (HRESULT result = S_OK; Clock::now() < deadline_;) {
       if (Connect(connection, &result)) return result;
@@ -78,6 +76,12 @@ class Activation {
  private:
   // False when no process serves the class.
   bool Connect(std::unique_ptr<Connection>* connection, HRESULT* result) {
+    // The folder of a server that runs has been looked at.
+    std::string reason;
+    if (home_.ServingFolder() == home_.SocketFolder() && !home_.PrepareSocketFolder(&reason)) {
+      *result = E_ACCESSDENIED;
+      return true;
+    }
     channel::Decoder answer;
     const auto outcome = Connection::Open(com::ServingSocketPath(clsid_), home_.User(), channel::FrameType::create,
                                           &iid_, sizeof iid_, 0, connection, &answer);
@@ -119,7 +123,7 @@ class Activation {
     if (IsListenedTo() || home_.IsServed()) return S_OK;
 
     com::ServerProcess process;
-    if (!process.Start(command)) return CO_E_SERVER_EXEC_FAILURE;
+    if (!process.Start(command, registry::OwnerOfLastRead())) return CO_E_SERVER_EXEC_FAILURE;
     while (!IsListenedTo()) {
       if (process.HasEnded()) return CO_E_SERVER_EXEC_FAILURE;
       if (Clock::now() > deadline_) {

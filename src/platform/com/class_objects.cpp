@@ -47,10 +47,7 @@ class ClassEntry final : public channel::Service {
     return result;
   }
 
-  bool PrepareFolder() override {
-    std::string reason;
-    return platform::Home::Current().PrepareSocketFolder(&reason);
-  }
+  bool RestoreFolder(std::string* socketPath) override;
 
   ComPtr<IClassFactory> Factory() const {
     ComPtr<IClassFactory> factory;
@@ -70,6 +67,9 @@ class ClassEntry final : public channel::Service {
 // other processes and given back with the last one that is withdrawn.
 class ServingLock {
  public:
+  // Once more, after the folder of the sockets was cleared: the file that says so may have been in it.
+  bool Renew() { return platform::Home::Current().TakeServing(&file_) == 0; }
+
   HRESULT Take() {
     if (file_) return S_OK;
     // A server that is just ending gives the lock back within moments.
@@ -106,13 +106,23 @@ Runtime& ProcessRuntime() {
   return runtime;
 }
 
+// The user's own folder for sockets may have gone with the user's last login.
+bool ClassEntry::RestoreFolder(std::string* path) {
+  std::string reason;
+  Runtime& runtime = ProcessRuntime();
+  if (!platform::Home::Current().PrepareSocketFolder(&reason) || !runtime.serving.Renew()) return false;
+  *path = socketPath = com::OwnSocketPath(id);
+  return true;
+}
+
 // The calling thread's apartment: the sockets that its message loop serves, until it is left as often as entered.
 thread_local std::unique_ptr<channel::Server> apartment;
 thread_local unsigned entries = 0;
 
 HRESULT Publish(Runtime& runtime, ClassEntry& entry) {
   if (!apartment) return CO_E_NOTINITIALIZED;
-  if (!entry.PrepareFolder()) return E_ACCESSDENIED;
+  std::string reason;
+  if (!platform::Home::Current().PrepareSocketFolder(&reason)) return E_ACCESSDENIED;
   const HRESULT serving = runtime.serving.Take();
   if (FAILED(serving)) return serving;
   std::string path = com::OwnSocketPath(entry.id);

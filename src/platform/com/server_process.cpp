@@ -9,9 +9,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <iterator>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include "platform/home/home.h"
@@ -65,13 +67,20 @@ std::vector<std::string> SplitCommand(const std::string& command) {
   return words;
 }
 
-std::vector<std::string> EnvironmentWithHome() {
-  constexpr const char* kVariable = "KESTOR_HOME=";
+// What a process of another user may know of the environment.
+bool IsNobodysSecret(std::string_view variable) {
+  constexpr std::string_view kKnown[] = {"PATH=", "LANG=", "LC_", "TZ="};
+  return std::any_of(std::begin(kKnown), std::end(kKnown), [&](auto known) { return variable.starts_with(known); });
+}
+
+std::vector<std::string> EnvironmentWithHome(bool isOfOther) {
+  constexpr std::string_view kVariable = "KESTOR_HOME=";
   std::vector<std::string> variables;
   for (char** variable = environ; *variable != nullptr; ++variable) {
-    if (std::strncmp(*variable, kVariable, std::strlen(kVariable)) != 0) variables.emplace_back(*variable);
+    const std::string_view text = *variable;
+    if (!text.starts_with(kVariable) && (!isOfOther || IsNobodysSecret(text))) variables.emplace_back(text);
   }
-  variables.push_back(kVariable + platform::Home::Current().Folder().native());
+  variables.push_back(std::string(kVariable) + platform::Home::Current().Folder().native());
   return variables;
 }
 
@@ -153,14 +162,14 @@ struct Program {
 
 }  // namespace
 
-bool ServerProcess::Start(const std::string& command) {
+bool ServerProcess::Start(const std::string& command, uid_t author) {
   std::vector<std::string> words = SplitCommand(command);
   if (words.empty()) return false;
   words.emplace_back("-Embedding");
-  std::vector<std::string> variables = EnvironmentWithHome();
+  const std::optional<platform::Identity> identity = platform::Home::Current().ServingIdentity(author);
+  std::vector<std::string> variables = EnvironmentWithHome(identity.has_value());
   const std::vector<char*> arguments = Pointers(words);
   const std::vector<char*> environment = Pointers(variables);
-  const std::optional<platform::Identity> identity = platform::Home::Current().ServingIdentity();
   const Program program{arguments.data(), environment.data(), identity ? &*identity : nullptr};
 
   int pipe[2];

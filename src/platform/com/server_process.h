@@ -12,9 +12,10 @@ namespace com {
 class ServerProcess {
  public:
   // Starts `command` (UTF-8: the path of an executable, in double quotes or not, and arguments) with "-Embedding"
-  // appended and the home of this process. Where root does that in another user's home, the process is that user's.
-  // False when there is no such executable or it cannot be run.
-  bool Start(const std::string& command);
+  // appended and the home of this process. Where root does that in another user's home, or with the command of
+  // `author`, the process is that user's and gets nothing else of root's environment. False when there is no such
+  // executable or it cannot be run.
+  bool Start(const std::string& command, uid_t author);
 
   // True once the process is known to have ended.
   bool HasEnded() const;

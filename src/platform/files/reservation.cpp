@@ -78,7 +78,13 @@ DWORD Reservation::OpenHidden(const std::string& hiddenName, const host::Descrip
   return removeError == ERROR_SUCCESS ? kStartAnew : removeError;
 }
 
+// A process that took this one for dead, because it was silent for so long, has the hidden name now.
+DWORD Reservation::CheckHiddenName() const {
+  return LeadsTo(*folder_, hiddenName_, file_) ? DWORD{ERROR_SUCCESS} : DWORD{ERROR_SHARING_VIOLATION};
+}
+
 DWORD Reservation::TakeFreeName(const std::string& name) {
+  if (const DWORD error = CheckHiddenName(); error != ERROR_SUCCESS) return error;
   const int error = host::RenameToFreeName(*folder_, hiddenName_, *folder_, name);
   // When all that failed is the removal of the hidden name, the file has its name. The next reserver removes the other.
   if (error != 0 && !LeadsTo(*folder_, name, file_)) return platform::OsError(error);
@@ -87,6 +93,7 @@ DWORD Reservation::TakeFreeName(const std::string& name) {
 }
 
 DWORD Reservation::ReplaceName(const std::string& name) {
+  if (const DWORD error = CheckHiddenName(); error != ERROR_SUCCESS) return error;
   const int error = host::Rename(*folder_, hiddenName_, *folder_, name);
   if (error == 0) hiddenName_.clear();
   return platform::OsError(error);

@@ -44,6 +44,7 @@ class Reservation {
 
  private:
   DWORD TryTake(const std::string& hiddenName, const host::Descriptor& held, ShareMode mode, bool* isNew);
+  DWORD CheckHiddenName() const;
   DWORD OpenHidden(const std::string& hiddenName, const host::Descriptor& held, bool* isNew);
 
   const host::Descriptor* folder_ = nullptr;

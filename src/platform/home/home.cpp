@@ -9,6 +9,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
@@ -70,30 +71,6 @@ constexpr std::size_t kLongestSocketPath = sizeof(sockaddr_un::sun_path) - 1;
 constexpr const char* kServerLock = "server.lock";
 constexpr host::LockRange kServing = {0, 1};  // of that file
 
-// While one lives, what root does with files in the home of another user is done with that user's rights, so that
-// nothing that the user puts there leads root elsewhere, and what is made is the user's. It is so for this thread
-// alone.
-class ActingAsOwner {
- public:
-  explicit ActingAsOwner(const std::filesystem::path& home) {
-    struct stat status {};
-    acts_ = geteuid() == 0 && stat(home.c_str(), &status) == 0 && status.st_uid != 0;
-    if (!acts_) return;
-    setfsgid(status.st_gid);
-    setfsuid(status.st_uid);
-  }
-  ~ActingAsOwner() {
-    if (!acts_) return;
-    setfsuid(geteuid());
-    setfsgid(getegid());
-  }
-  ActingAsOwner(const ActingAsOwner&) = delete;
-  ActingAsOwner& operator=(const ActingAsOwner&) = delete;
-
- private:
-  bool acts_ = false;
-};
-
 bool IsOwnFolder(const std::string& folder) {
   struct stat status {};
   return stat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == geteuid();
@@ -120,28 +97,69 @@ bool PreparePrivateFolder(const std::string& folder, uid_t user, std::string* re
   return reason->empty();
 }
 
-// Makes a file that has its mode from the moment at which it has its name.
-void MakeLockFile(const std::string& path) {
+// Makes a file that has its mode from the moment at which it has its name. 0 or an errno value.
+int MakeLockFile(const std::string& path) {
   const std::string hidden = path + "." + std::to_string(getpid());
   unlink(hidden.c_str());
   const Descriptor file(open(hidden.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!file) return;
-  const bool isRight = fchmod(file.Number(), 0600) == 0;
-  if (isRight && renameat2(AT_FDCWD, hidden.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) return;
+  if (!file) return errno;
+  const bool isMade = fchmod(file.Number(), 0600) == 0;
+  if (isMade && renameat2(AT_FDCWD, hidden.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) return 0;
   // Who has the name first keeps it, also where the file system does not know this kind of renaming.
-  if (isRight) link(hidden.c_str(), path.c_str());
+  const int error = isMade && link(hidden.c_str(), path.c_str()) == 0 ? 0 : errno;
   unlink(hidden.c_str());
+  return error == EEXIST ? 0 : error;
 }
 
-Descriptor OpenLockFileAt(const std::string& path) {
-  constexpr int kFlags = O_RDWR | O_NOFOLLOW | O_CLOEXEC;
-  Descriptor file(open(path.c_str(), kFlags));
-  if (file || errno != ENOENT) return file;
-  MakeLockFile(path);
-  return Descriptor(open(path.c_str(), kFlags));
+int OpenLockFileAt(const std::string& path, Descriptor* file) {
+  constexpr int kFlags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  *file = Descriptor(open(path.c_str(), kFlags));
+  if (*file || errno != ENOENT) return *file ? 0 : errno;
+  if (const int error = MakeLockFile(path); error != 0) return error;
+  *file = Descriptor(open(path.c_str(), kFlags));
+  return *file ? 0 : errno;
+}
+
+// What a home answers in which this user may not make files.
+bool IsNotToBeHad(int error) {
+  return error == EACCES || error == EPERM || error == EROFS || error == ENOENT || error == ENOTDIR || error == ELOOP;
+}
+
+Identity IdentityOf(uid_t user, gid_t group) {
+  const passwd* const known = getpwuid(user);
+  if (known == nullptr) {
+    // The group of the folder that root made for somebody is often root's still.
+    constexpr gid_t kNobodys = 65534;
+    if (group == 0) group = kNobodys;
+    return {user, group, {group}};
+  }
+  Identity identity{user, known->pw_gid, std::vector<gid_t>(256)};
+  int count = static_cast<int>(identity.groups.size());
+  if (getgrouplist(known->pw_name, known->pw_gid, identity.groups.data(), &count) < 0) count = 256;
+  identity.groups.resize(static_cast<std::size_t>(count));
+  return identity;
 }
 
 }  // namespace
+
+ActingAsOwner::ActingAsOwner(const fs::path& home) {
+  struct stat status {};
+  if (geteuid() != 0 || stat(home.c_str(), &status) != 0 || status.st_uid == 0) return;
+  const Identity owner = IdentityOf(status.st_uid, status.st_gid);
+  groups_.resize(static_cast<std::size_t>(std::max(getgroups(0, nullptr), 0)));
+  groups_.resize(static_cast<std::size_t>(std::max(getgroups(static_cast<int>(groups_.size()), groups_.data()), 0)));
+  acts_ = true;
+  syscall(SYS_setgroups, owner.groups.size(), owner.groups.data());
+  setfsgid(owner.group);
+  setfsuid(owner.user);
+}
+
+ActingAsOwner::~ActingAsOwner() {
+  if (!acts_) return;
+  setfsuid(geteuid());
+  setfsgid(getegid());
+  syscall(SYS_setgroups, groups_.size(), groups_.data());
+}
 
 bool Become(const Identity& identity) {
   // The library's own functions would make other threads, which do not exist here, follow.
@@ -181,23 +199,12 @@ uid_t Home::User() const {
   return serves ? status.st_uid : geteuid();
 }
 
-std::optional<Identity> Home::ServingIdentity() const {
+std::optional<Identity> Home::ServingIdentity(uid_t other) const {
   struct stat status {};
-  if (geteuid() != 0 || stat(folder_.c_str(), &status) != 0 || status.st_uid == 0) return std::nullopt;
-  const passwd* const user = getpwuid(status.st_uid);
-  if (user == nullptr) {
-    // The group of the folder that root made for somebody is often root's still.
-    constexpr gid_t kNobodys = 65534;
-    const gid_t group = status.st_gid != 0 ? status.st_gid : kNobodys;
-    return Identity{status.st_uid, group, {group}};
-  }
-  Identity identity{status.st_uid, user->pw_gid, {}};
-  int count = 64;
-  identity.groups.resize(static_cast<std::size_t>(count));
-  while (getgrouplist(user->pw_name, user->pw_gid, identity.groups.data(), &count) < 0)
-    identity.groups.resize(static_cast<std::size_t>(count));
-  identity.groups.resize(static_cast<std::size_t>(count));
-  return identity;
+  if (geteuid() != 0 || stat(folder_.c_str(), &status) != 0) return std::nullopt;
+  if (status.st_uid != 0) return IdentityOf(status.st_uid, status.st_gid);
+  if (other != 0) return IdentityOf(other, 0);
+  return std::nullopt;
 }
 
 std::string Home::SocketFolder() const {
@@ -215,14 +222,17 @@ std::string Home::SocketFolder() const {
   return "/tmp/kestor-" + std::to_string(user) + "/" + digits;
 }
 
+// Only what a living process says counts: a home may have been copied, or lie where nothing can be written any more.
 std::string Home::ServingFolder() const {
   const ActingAsOwner owner(folder_);
-  const Descriptor file(open((folder_ / kServerLock).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  Descriptor file;
   struct stat status {};
+  off_t start = -1;
   std::string folder;
-  const bool isRead = file && fstat(file.Number(), &status) == 0 && status.st_uid == User() &&
+  const bool isSaid = OpenLockFileAt(folder_ / kServerLock, &file) == 0 && fstat(file.Number(), &status) == 0 &&
+                      S_ISREG(status.st_mode) && host::FindForeignLock(file, kServing, &start) == 0 && start >= 0 &&
                       host::ReadAll(file.Number(), kLongestSocketPath - kLongestSocketName, &folder) == 0;
-  return isRead && folder.starts_with('/') && WrongWith(folder, User()).empty() ? folder : SocketFolder();
+  return isSaid && folder.starts_with('/') && WrongWith(folder, User()).empty() ? folder : SocketFolder();
 }
 
 bool Home::IsServed() const {
@@ -234,13 +244,18 @@ bool Home::IsServed() const {
 int Home::TakeServing(Descriptor* lock) const {
   Descriptor file = OpenLockFile(kServerLock);
   if (!file) return errno;
-  if (const int error = host::SetLock(file, F_WRLCK, kServing); error != 0) return error;
+  if (*lock && host::SameFile(*lock, file)) {
+    file = std::move(*lock);
+  } else if (const int error = host::SetLock(file, F_WRLCK, kServing); error != 0) {
+    return error;
+  }
+  // Where the disk is full, clients look in the folder where they would have their sockets themselves.
   const std::string folder = SocketFolder();
   std::size_t written = 0;
-  int error = host::Truncate(file, 0);
-  if (error == 0) error = host::WriteAt(file, folder.data(), folder.size(), 0, &written);
-  if (error == 0) *lock = std::move(file);
-  return error;
+  host::WriteAt(file, folder.data(), folder.size(), 0, &written);
+  host::Truncate(file, static_cast<off_t>(written));
+  *lock = std::move(file);
+  return 0;
 }
 
 bool Home::PrepareSocketFolder(std::string* reason) const {
@@ -253,8 +268,11 @@ bool Home::PrepareSocketFolder(std::string* reason) const {
 
 Descriptor Home::OpenLockFile(const char* name) const {
   const ActingAsOwner owner(folder_);
-  Descriptor file = OpenLockFileAt(folder_ / name);
-  return file ? std::move(file) : OpenLockFileAt(SocketFolder() + "/" + name);
+  Descriptor file;
+  int error = OpenLockFileAt(folder_ / name, &file);
+  if (IsNotToBeHad(error)) error = OpenLockFileAt(SocketFolder() + "/" + name, &file);
+  errno = error;
+  return file;
 }
 
 }  // namespace platform

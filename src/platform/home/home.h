@@ -28,6 +28,21 @@ struct Identity {
   std::vector<gid_t> groups;
 };
 
+// While one lives, what root does with files in the home of another user is done as that user, for this thread alone:
+// it is the user's then, and nothing that the user puts there leads root elsewhere. For any other process it does
+// nothing.
+class ActingAsOwner {
+ public:
+  explicit ActingAsOwner(const std::filesystem::path& home);
+  ~ActingAsOwner();
+  ActingAsOwner(const ActingAsOwner&) = delete;
+  ActingAsOwner& operator=(const ActingAsOwner&) = delete;
+
+ private:
+  bool acts_ = false;
+  std::vector<gid_t> groups_;  // root's own
+};
+
 // Makes the calling process, which has one thread and is root's, a process of that user for good. Only system calls are
 // made, so that it may stand between fork and exec. False when the system refuses; the process must end then.
 bool Become(const Identity& identity);
@@ -53,23 +68,24 @@ class Home {
   // The user whose server serves this process here: its own, but for root the owner of the home.
   uid_t User() const;
 
-  // Who a process of root must become before it serves this home; nothing where this process is right as it is.
-  std::optional<Identity> ServingIdentity() const;
+  // Who a process of root must become before it serves this home: its owner, or `other` (who chose what is run) where
+  // the home is root's. Nothing where this process is right as it is.
+  std::optional<Identity> ServingIdentity(uid_t other = 0) const;
 
   // Where a server that this process starts has its sockets: $XDG_RUNTIME_DIR/kestor/<16 hexadecimal digits of the
   // home>, else /tmp/kestor-<uid>/<digits>. The variable counts when it is an absolute path to a folder of the user and
   // leaves room for socket paths of the system's 107 bytes. Two spellings of one home's path give one folder.
   std::string SocketFolder() const;
 
-  // Where the server that serves the home has its sockets, as server.lock says; SocketFolder where that says nothing.
-  // A server that was killed may be named there still.
+  // Where the server that serves the home has its sockets, as server.lock says; SocketFolder while none does.
   std::string ServingFolder() const;
 
   // True while a process of this user serves the home, also one whose sockets are not there at the moment.
   bool IsServed() const;
 
   // Makes this process the one that serves the home, with its sockets in SocketFolder, for as long as the descriptor is
-  // open. 0, EAGAIN when another process serves it, or another errno value.
+  // open; one that it holds already it keeps, unless the file is no longer that of the home. 0, EAGAIN when another
+  // process serves it, or another errno value.
   int TakeServing(Descriptor* lock) const;
 
   // Creates the socket folder, mode 0700. False when it, or the folder above it, belongs to another user, may be

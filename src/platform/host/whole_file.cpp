@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
+#include <cstring>
 
 #include "platform/host/system.h"
 
@@ -9,6 +11,7 @@ namespace host {
 namespace {
 
 constexpr mode_t kPermissions = 0777;
+constexpr mode_t kGroupPermissions = 0070;
 constexpr const char* kAcl = "system.posix_acl_access";
 constexpr const char* kDefaultAcl = "system.posix_acl_default";
 
@@ -16,13 +19,42 @@ int Permit(const Descriptor& file, const struct stat& own, mode_t permissions) {
   return (own.st_mode & kPermissions) == permissions ? 0 : ChangeMode(file, permissions);
 }
 
-bool IsSharedWithGroup(const struct stat& folder, const struct stat& file) {
-  return (folder.st_mode & S_IWGRP) != 0 && folder.st_gid == file.st_gid;
+// An entry of an access control list, as the system keeps it after a version of 4 bytes.
+struct AclEntry {
+  std::uint16_t kind;
+  std::uint16_t permits;
+  std::uint32_t who;
+};
+
+// Whether the group of a folder may make files in it. Where the folder has an access control list, its mode tells what
+// that list permits at most.
+bool GroupMayWrite(const Descriptor& folder, const struct stat& status) {
+  constexpr std::size_t kVersionBytes = 4;
+  constexpr std::uint16_t kOwningGroup = 4;
+  constexpr std::uint16_t kWriting = 2;
+  if ((status.st_mode & S_IWGRP) == 0) return false;
+  std::string acl;
+  if (GetAttribute(folder, kAcl, &acl) != 0) return true;
+  for (std::size_t at = kVersionBytes; at + sizeof(AclEntry) <= acl.size(); at += sizeof(AclEntry)) {
+    AclEntry entry{};
+    std::memcpy(&entry, acl.data() + at, sizeof entry);
+    if (entry.kind == kOwningGroup) return (entry.permits & kWriting) != 0;
+  }
+  return false;
+}
+
+bool IsSharedWithGroup(const Descriptor& folder, const struct stat& status, const struct stat& file) {
+  return status.st_gid == file.st_gid && GroupMayWrite(folder, status);
 }
 
 // Where the folder has no default access control list.
-mode_t GivenByFolder(const struct stat& folder, const struct stat& file) {
-  return S_IRUSR | S_IWUSR | (IsSharedWithGroup(folder, file) ? S_IRGRP | S_IWGRP : 0);
+mode_t GivenByFolder(bool isShared) {
+  return S_IRUSR | S_IWUSR | (isShared ? S_IRGRP | S_IWGRP : 0);
+}
+
+// A file system that has no rights of files to change says so in one of these ways.
+int UnlessRefused(int error) {
+  return error == EPERM || error == ENOSYS || error == EOPNOTSUPP ? 0 : error;
 }
 
 bool HasDefaultAcl(const Descriptor& folder) {
@@ -35,7 +67,7 @@ mode_t TakeOverOwnersAnd(const Descriptor& file, const struct stat& own, const s
   const mode_t permissions = old.st_mode & kPermissions;
   if (own.st_uid == old.st_uid && own.st_gid == old.st_gid) return permissions;
   const bool keepsGroup = TakeOverOwners(file, old) || own.st_gid == old.st_gid;
-  return keepsGroup ? permissions : permissions & ~static_cast<mode_t>(S_IRWXG);
+  return keepsGroup ? permissions : permissions & ~kGroupPermissions;
 }
 
 }  // namespace
@@ -82,9 +114,9 @@ int TakeFolderRights(const Descriptor& file, const Descriptor& folder) {
   if (error != 0) return error;
   const bool isOthers = own.st_uid != place.st_uid || own.st_gid != place.st_gid;
   if (isOthers && geteuid() == 0 && TakeOverOwners(file, place)) own.st_gid = place.st_gid;
-  const mode_t missing = GivenByFolder(place, own) & ~own.st_mode;
+  const mode_t missing = GivenByFolder(IsSharedWithGroup(folder, place, own)) & ~own.st_mode;
   if (missing == 0 || HasDefaultAcl(folder)) return 0;
-  return ChangeMode(file, (own.st_mode & kPermissions) | missing);
+  return UnlessRefused(ChangeMode(file, (own.st_mode & kPermissions) | missing));
 }
 
 int TakeOverRightsInFolder(const Descriptor& file, const Descriptor& old, const Descriptor& folder) {
@@ -96,17 +128,18 @@ int TakeOverRightsInFolder(const Descriptor& file, const Descriptor& old, const 
   if (error == 0) error = Stat(file, &own);
   if (error != 0) return error;
   const mode_t asMade = own.st_mode & kPermissions;
-  if (IsSharedWithGroup(place, own) && replaced.st_gid != own.st_gid) {
+  const bool isShared = IsSharedWithGroup(folder, place, own);
+  if (isShared && replaced.st_gid != own.st_gid) {
     // A file has one group: here it is the one that works together.
     replaced.st_gid = own.st_gid;
-    replaced.st_mode &= ~static_cast<mode_t>(S_IRWXG);
+    replaced.st_mode &= ~kGroupPermissions;
   }
   mode_t permissions = TakeOverOwnersAnd(file, own, replaced);
   std::string acl;
-  if (GetAttribute(old, kAcl, &acl) == 0) SetAttribute(file, kAcl, acl);
+  // Without the list, what its mode permits at most would be permitted to the group.
+  if (GetAttribute(old, kAcl, &acl) == 0 && SetAttribute(file, kAcl, acl) != 0) permissions &= ~kGroupPermissions;
   if (error = Stat(file, &own); error != 0) return error;
-  const bool mayExceed = (asMade & ~permissions) != 0;
-  permissions |= mayExceed && HasDefaultAcl(folder) ? asMade : GivenByFolder(place, own);
+  permissions |= HasDefaultAcl(folder) ? asMade : GivenByFolder(isShared && own.st_gid == place.st_gid);
   return Permit(file, own, permissions);
 }
 

@@ -302,19 +302,18 @@ LONG SetTexts(HKEY parent, const char* path, std::initializer_list<NamedText> te
   });
 }
 
-std::size_t Import(const fs::path& file, const Redirection& redirection) {
-  const std::string bytes = ReadWhole(file);
+std::size_t Import(std::string_view bytes, const std::string& file, const Redirection& redirection) {
   std::size_t redirected = 0;
   Change([&](Tree& tree) -> LONG {
-    redirected = ParseInto(bytes, file.string(), Purpose::import, &tree, &redirection);
+    redirected = ParseInto(bytes, file, Purpose::import, &tree, &redirection);
     return kSuccess;
   });
   return redirected;
 }
 
-void CheckImport(const fs::path& file) {
+void CheckImport(std::string_view bytes, const std::string& file) {
   Tree scratch;
-  ParseInto(ReadWhole(file), file.string(), Purpose::import, &scratch);
+  ParseInto(bytes, file, Purpose::import, &scratch);
 }
 
 bool Export(std::string_view keyPath, std::string* text) {

@@ -112,13 +112,19 @@ struct Redirection {
   std::string_view to;
 };
 
-// Merges a file in one of the export formats (REGEDIT4 in code page 1252; version 5.00 in UTF-16 with mark or UTF-8),
-// deletions included, into the registry: all of it or, on an error anywhere, nothing. How many of its sections were
-// redirected.
-std::size_t Import(const std::filesystem::path& file, const Redirection& redirection);
+// Merges the bytes of `file` in one of the export formats (REGEDIT4 in code page 1252; version 5.00 in UTF-16 with mark
+// or UTF-8), deletions included, into the registry: all of it or, on an error anywhere, nothing. How many of its
+// sections were redirected.
+std::size_t Import(std::string_view bytes, const std::string& file, const Redirection& redirection);
 
-// Reads such a file and throws if it is damaged.
-void CheckImport(const std::filesystem::path& file);
+// Throws as Import does, and changes nothing.
+void CheckImport(std::string_view bytes, const std::string& file);
+
+// The whole content of a file.
+std::string ReadWhole(const std::filesystem::path& file);
+
+// The user who owns the registry file that this process has read last, or this process's where there was none.
+uid_t OwnerOfLastRead();
 
 // The whole registry, or the key `keyPath` with all below it (its name starts with the root, such as
 // HKEY_LOCAL_MACHINE\SOFTWARE), as a version 5.00 text in UTF-8. False when there is no such key.

@@ -76,6 +76,7 @@ class Snapshot {
     tree_ = std::move(tree);
   }
 
+  uid_t Owner() const { return state_.st_uid; }
   bool IsStillOf(const struct stat& now) const { return settled_ && IsSameContent(state_, now); }
   const std::shared_ptr<const Tree>& Content() const { return tree_; }
 
@@ -102,6 +103,11 @@ class Cache {
     return snapshot_->Content();
   }
 
+  uid_t OwnerOfLast() {
+    const std::lock_guard lock(mutex_);
+    return snapshot_ ? snapshot_->Owner() : geteuid();
+  }
+
  private:
   static std::shared_ptr<const Tree> Missing(const fs::path& path) {
     if (errno != ENOENT) Throw("cannot read", path);
@@ -111,6 +117,11 @@ class Cache {
   std::mutex mutex_;
   std::unique_ptr<Snapshot> snapshot_;
 };
+
+Cache& CacheOfProcess() {
+  static Cache cache;
+  return cache;
+}
 
 // ---- Changing ----------------------------------------------------------------------------------------------------
 
@@ -194,8 +205,11 @@ void Write(const Tree& tree, const fs::path& registryFile) {
 }  // namespace
 
 std::shared_ptr<const Tree> Current() {
-  static Cache cache;
-  return cache.Current(platform::Home::Current().Registry());
+  return CacheOfProcess().Current(platform::Home::Current().Registry());
+}
+
+uid_t OwnerOfLastRead() {
+  return CacheOfProcess().OwnerOfLast();
 }
 
 LONG Change(const std::function<LONG(Tree&)>& change, std::chrono::milliseconds patience) {

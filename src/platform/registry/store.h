@@ -30,7 +30,4 @@ std::shared_ptr<const Tree> Current();
 inline constexpr std::chrono::milliseconds kPatience{5000};
 LONG Change(const std::function<LONG(Tree&)>& change, std::chrono::milliseconds patience = kPatience);
 
-// The content of a file to import.
-std::string ReadWhole(const std::filesystem::path& file);
-
 }  // namespace registry
