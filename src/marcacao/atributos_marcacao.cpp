@@ -23,7 +23,7 @@ CAtributosMarcacao* CAtributosMarcacao::Novo() {
 }
 
 void CAtributosMarcacao::Discard() {
-  const std::size_t bytes = marca_.capacity() + valor_.capacity() + lugares_.capacity() * sizeof(Lugar);
+  const std::size_t bytes = marca_.Capacidade() + valor_.capacity() + lugares_.capacity() * sizeof(Lugar);
   if (guardada || bytes > kBytesGuardados) {
     delete this;
     return;
@@ -60,16 +60,17 @@ HRESULT CAtributosMarcacao::Adiciona(const char* nome, const char* valor) {
   if (!completa_) return E_INVALIDARG;
   completa_ = false;
   try {
-    marca_ += ' ';
+    marca_.Acrescenta(' ');
     const std::size_t inicio = Marca().size();
     if (nome == nullptr || !AcrescentaNome(nome, marca_)) return E_INVALIDARG;
     const std::size_t bytes = Marca().size() - inicio;
     if (Marca().size() > std::numeric_limits<std::uint32_t>::max()) return E_OUTOFMEMORY;
     if (Busca(Marca().substr(inicio)) != lugares_.size()) return E_INVALIDARG;
     lugares_.push_back({static_cast<std::uint32_t>(inicio), static_cast<std::uint32_t>(bytes)});
-    marca_ += "=\"";
+    marca_.Acrescenta('=');
+    marca_.Acrescenta('"');
     AcrescentaValor(valor != nullptr ? valor : "", marca_);
-    marca_ += '"';
+    marca_.Acrescenta('"');
   } catch (const std::bad_alloc&) {
     return E_OUTOFMEMORY;
   }
@@ -93,7 +94,7 @@ HRESULT CAtributosMarcacao::BuscaValor(const char* nome, const char** valor) {
 }
 
 HRESULT CAtributosMarcacao::Limpa() {
-  marca_.clear();
+  marca_.Corta(0);
   lugares_.clear();
   completa_ = true;
   return S_OK;

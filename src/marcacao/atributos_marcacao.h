@@ -39,7 +39,7 @@ class CAtributosMarcacao final : public ObjetoMarcacao<IAtributosMarcacao, IID_I
 
   bool Completa() const { return completa_; }
   // All attributes as they stand in an element's start tag, a blank before each.
-  std::string_view Marca() const { return marca_; }
+  std::string_view Marca() const { return marca_.Texto(); }
 
  private:
   void Discard() override;
@@ -54,7 +54,7 @@ class CAtributosMarcacao final : public ObjetoMarcacao<IAtributosMarcacao, IID_I
   std::size_t Busca(std::string_view nome) const;
 
   std::vector<Lugar> lugares_;
-  std::string marca_;
+  Acumulador marca_;
   std::string valor_;  // the one asked for last
   bool completa_ = true;
 };

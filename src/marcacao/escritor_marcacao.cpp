@@ -44,31 +44,32 @@ HRESULT CEscritorMarcacao::IniciaDocumento() {
   marcaAberta_ = false;
   resultado_ = S_OK;
   return Executa([&] {
-    documento_.clear();
-    documento_.reserve(kBytesUsuais);
-    documento_ += kDeclaracao;
+    documento_.Corta(0);
+    documento_.Espaco(kBytesUsuais);
+    documento_.Acrescenta(kDeclaracao);
     return S_OK;
   });
 }
 
 void CEscritorMarcacao::NovaLinha() {
-  documento_ += '\n';
-  documento_.append(abertos_.size() * kBrancosNivel, ' ');
+  documento_.Acrescenta('\n');
+  for (std::size_t i = 0; i < abertos_.size() * kBrancosNivel; ++i)
+    documento_.Acrescenta(' ');
 }
 
 HRESULT CEscritorMarcacao::IniciaElemento(const char* nome, IAtributosMarcacao* atributos) {
   return Executa([&]() -> HRESULT {
-    const bool raizFechada = abertos_.empty() && documento_.size() > kDeclaracao.size();
+    const bool raizFechada = abertos_.empty() && documento_.Texto().size() > kDeclaracao.size();
     if (raizFechada) return E_FAIL;
-    if (documento_.size() > kBytesMaximos) return E_OUTOFMEMORY;
-    if (marcaAberta_) documento_ += '>';
+    if (documento_.Texto().size() > kBytesMaximos) return E_OUTOFMEMORY;
+    if (marcaAberta_) documento_.Acrescenta('>');
     NovaLinha();
-    documento_ += '<';
+    documento_.Acrescenta('<');
     if (nome == nullptr || !AcrescentaNome(nome, documento_)) return E_INVALIDARG;
     if (atributos != nullptr) {
       const CAtributosMarcacao* lista = CAtributosMarcacao::De(atributos);
       if (lista == nullptr || !lista->Completa()) return E_INVALIDARG;
-      documento_ += lista->Marca();
+      documento_.Acrescenta(lista->Marca());
     }
     abertos_.emplace_back(nome);
     marcaAberta_ = true;
@@ -81,12 +82,12 @@ HRESULT CEscritorMarcacao::FinalizaElemento(const char* nome) {
     if (nome == nullptr || abertos_.empty() || abertos_.back() != nome) return E_INVALIDARG;
     abertos_.pop_back();
     if (marcaAberta_) {
-      documento_ += "/>";
+      documento_.Acrescenta("/>");
     } else {
       NovaLinha();
-      documento_ += "</";
-      documento_ += nome;
-      documento_ += '>';
+      documento_.Acrescenta("</");
+      documento_.Acrescenta(nome);
+      documento_.Acrescenta('>');
     }
     marcaAberta_ = false;
     return S_OK;
@@ -95,16 +96,16 @@ HRESULT CEscritorMarcacao::FinalizaElemento(const char* nome) {
 
 HRESULT CEscritorMarcacao::FinalizaDocumento() {
   const HRESULT resultado = Executa([&]() -> HRESULT {
-    const bool temRaiz = documento_.size() > kDeclaracao.size();
+    const bool temRaiz = documento_.Texto().size() > kDeclaracao.size();
     if (!abertos_.empty() || !temRaiz || saida_ == nullptr) return E_FAIL;
-    documento_ += '\n';
-    if (documento_.size() > std::numeric_limits<ULONG>::max()) return E_OUTOFMEMORY;
-    const auto bytes = static_cast<ULONG>(documento_.size());
+    documento_.Acrescenta('\n');
+    if (documento_.Texto().size() > std::numeric_limits<ULONG>::max()) return E_OUTOFMEMORY;
+    const auto bytes = static_cast<ULONG>(documento_.Texto().size());
     ULONG escritos = 0;
-    const HRESULT escrita = saida_->Write(documento_.data(), bytes, &escritos);
+    const HRESULT escrita = saida_->Write(documento_.Texto().data(), bytes, &escritos);
     return SUCCEEDED(escrita) && escritos != bytes ? E_FAIL : escrita;
   });
-  documento_.clear();
+  documento_.Corta(0);
   resultado_ = E_FAIL;  // until the next document begins
   return resultado;
 }

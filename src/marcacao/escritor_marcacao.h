@@ -39,7 +39,7 @@ class CEscritorMarcacao final : public ObjetoMarcacao<IEscritorMarcacao, IID_IEs
   void NovaLinha();
 
   IStream* saida_ = nullptr;
-  std::string documento_;
+  Acumulador documento_;
   std::vector<std::string> abertos_;
   bool marcaAberta_ = false;    // the innermost element's start tag still lacks its end
   HRESULT resultado_ = E_FAIL;  // of the document so far

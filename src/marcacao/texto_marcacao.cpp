@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <iterator>
+#include <new>
 #include <utility>
 
 #include "platform/text/text.h"
@@ -51,6 +53,8 @@ constexpr LetrasDeNome kLetrasDeNome;
 // How each byte of a value is written.
 class Escapes {
  public:
+  static constexpr std::size_t kMaximo = 6;  // bytes, of &quot;
+
   Escapes() {
     for (unsigned byte = 0; byte < textos_.size(); ++byte) {
       const char c = static_cast<char>(byte);
@@ -91,25 +95,55 @@ bool EhDesvio(std::string_view texto, std::string_view inicio, unsigned primeiro
 
 }  // namespace
 
-bool AcrescentaNome(const char* nome, std::string& marca) {
-  if (!kLetrasDeNome.Inicia(*nome)) return false;
-  const char* fim = nome;
-  while (kLetrasDeNome.Continua(*fim))
-    ++fim;
-  if (*fim != '\0') return false;
-  marca.append(nome, fim);
-  return true;
+Acumulador::~Acumulador() {
+  std::free(dados_);
 }
 
-void AcrescentaValor(const char* valor, std::string& marca) {
+void Acumulador::Cresce(std::size_t bytes) {
+  constexpr std::size_t kMinimo = 512;
+  const std::size_t capacidade = std::max({kMinimo, 2 * capacidade_, tamanho_ + bytes});
+  auto* dados = static_cast<char*>(std::realloc(dados_, capacidade));
+  if (dados == nullptr) throw std::bad_alloc();
+  dados_ = dados;
+  capacidade_ = capacidade;
+}
+
+void Acumulador::Acrescenta(std::string_view texto) {
+  Ocupa(std::copy(texto.begin(), texto.end(), Espaco(texto.size())));
+}
+
+// The texts are walked once, in pieces for which there is room, without a look at their length first: most have a few
+// bytes.
+
+bool AcrescentaNome(const char* nome, Acumulador& marca) {
+  constexpr std::size_t kPedaco = 64;
+  const std::size_t inicio = marca.Texto().size();
+  bool valido = kLetrasDeNome.Inicia(*nome);
+  while (valido && *nome != '\0') {
+    char* c = marca.Espaco(kPedaco);
+    for (const char* const fim = c + kPedaco; c != fim && kLetrasDeNome.Continua(*nome); ++nome)
+      *c++ = *nome;
+    marca.Ocupa(c);
+    valido = *nome == '\0' || kLetrasDeNome.Continua(*nome);
+  }
+  if (!valido) marca.Corta(inicio);
+  return valido;
+}
+
+void AcrescentaValor(const char* valor, Acumulador& marca) {
+  constexpr std::size_t kPedaco = 32;
   const Escapes& escapes = TabelaEscapes();
-  for (;; ++valor) {
-    const char* const inicio = valor;
-    while (escapes.EhSimples(*valor))
-      ++valor;
-    marca.append(inicio, valor);
-    if (*valor == '\0') return;
-    marca += escapes.Texto(*valor);
+  while (*valor != '\0') {
+    char* c = marca.Espaco(kPedaco * Escapes::kMaximo);
+    for (std::size_t i = 0; i < kPedaco && *valor != '\0'; ++i, ++valor) {
+      if (escapes.EhSimples(*valor)) {
+        *c++ = *valor;
+      } else {
+        const std::string& escape = escapes.Texto(*valor);
+        c = std::copy(escape.begin(), escape.end(), c);
+      }
+    }
+    marca.Ocupa(c);
   }
 }
 
