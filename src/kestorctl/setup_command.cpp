@@ -269,9 +269,7 @@ void SetUp(const SetupOptions& options, Answer& answer) {
   }
   RegisterServer(server);
   answer.data["shared"] = nullptr;
-  if (shared) {
-    TellSharing(*shared, shared->Share(entries.front().place.folder), answer);
-  }
+  if (shared) TellSharing(*shared, shared->Share(entries.front().place.folder), answer);
   answer.output += "server   " + server.string() + " (registered)\n";
   answer.data["server"] = server.string();
 }

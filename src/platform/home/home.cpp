@@ -225,12 +225,13 @@ std::string Home::SocketFolder() const {
 // Only what a living process says counts: a home may have been copied, or lie where nothing can be written any more.
 std::string Home::ServingFolder() const {
   const ActingAsOwner owner(folder_);
-  Descriptor file;
+  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  const Descriptor file(open((folder_ / kServerLock).c_str(), kFlags));
   struct stat status {};
   off_t start = -1;
   std::string folder;
-  const bool isSaid = OpenLockFileAt(folder_ / kServerLock, &file) == 0 && fstat(file.Number(), &status) == 0 &&
-                      S_ISREG(status.st_mode) && host::FindForeignLock(file, kServing, &start) == 0 && start >= 0 &&
+  const bool isSaid = file && fstat(file.Number(), &status) == 0 && S_ISREG(status.st_mode) &&
+                      host::FindForeignLock(file, kServing, &start) == 0 && start >= 0 &&
                       host::ReadAll(file.Number(), kLongestSocketPath - kLongestSocketName, &folder) == 0;
   return isSaid && folder.starts_with('/') && WrongWith(folder, User()).empty() ? folder : SocketFolder();
 }
