@@ -1,6 +1,8 @@
-// Whatever the text, its path stays below the drive's folder or the current directory, by names that a path may have.
+// Whatever the text, its path stays below the folder of the drive or share, or below the current directory, by names
+// that a path may have.
 #include <stdlib.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -36,24 +38,30 @@ void CheckComponent(std::string_view component) {
   }
 }
 
+// Takes the first name of a path and the separator after it.
+std::string_view TakeComponent(std::string_view* path) {
+  const std::size_t end = std::min(path->find('/'), path->size());
+  const std::string_view component = path->substr(0, end);
+  CheckComponent(component);
+  path->remove_prefix(std::min(end + 1, path->size()));
+  return component;
+}
+
 void CheckPath(std::string_view path) {
   if (path == ".") return;
-  Require(!path.empty());
+  Require(!path.empty() && path.back() != '/');
   if (path.front() == '/') {
     Require(path.substr(0, Drives().size()) == Drives());
     path.remove_prefix(Drives().size());
-    Require(!path.empty() && path[0] >= 'a' && path[0] <= 'z');
-    path.remove_prefix(1);
-    if (path.empty()) return;
-    Require(path.front() == '/');
-    path.remove_prefix(1);
+    const std::string_view drive = TakeComponent(&path);
+    if (drive.size() == 1) {
+      Require(drive[0] >= 'a' && drive[0] <= 'z');
+    } else {
+      TakeComponent(&path);
+    }
   }
-  for (;;) {
-    const std::size_t end = path.find('/');
-    CheckComponent(path.substr(0, end));
-    if (end == std::string_view::npos) return;
-    path.remove_prefix(end + 1);
-  }
+  while (!path.empty())
+    TakeComponent(&path);
 }
 
 }  // namespace
