@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "files.h"
+#include "machines.h"
 #include "opening.h"
 #include "platform/kernel/host_error.h"
 #include "replacement.h"
@@ -205,9 +206,10 @@ DWORD CFile::OpenFile::Finish() {
   if (writeError != ERROR_SUCCESS && replacement != nullptr) return writeError;
   if (replacement != nullptr) return written ? replacement->Commit() : DWORD{ERROR_SUCCESS};
   if (!written && !createdIn) return platform::OsError(own.Close());
-  // Others need not wait for the disk: whatever they write on top is flushed with it. If they cannot be let in now,
-  // they are when the file is closed.
-  files::ReleaseShareLock(own);
+  // Others on this machine need not wait for the disk: whatever they write on top is flushed with it. If they cannot be
+  // let in now, they are when the file is closed. On another machine they read what has been flushed.
+  struct stat status = {};
+  if (host::Stat(own, &status) == 0 && !files::IsBetweenMachines(own, status)) files::ReleaseShareLock(own);
   DWORD error = ERROR_SUCCESS;
   if (createdIn) {
     error = platform::OsError(host::Sync(own));

@@ -1,6 +1,5 @@
 #include "folder_index.h"
 
-#include <linux/magic.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,30 +17,6 @@ constexpr std::size_t kMostIndexes = 16;
 constexpr std::uint32_t kWatchedEvents =
     IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 
-// File systems that only this machine changes, so that the kernel knows of every change.
-bool IsLocal(const host::Descriptor& folder) {
-  constexpr std::uint64_t kXfs = 0x58465342;
-  constexpr std::uint64_t kZfs = 0x2fc12fc1;
-  constexpr std::uint64_t kBcachefs = 0xca451a4e;
-  std::uint64_t type = 0;
-  if (host::FileSystemType(folder, &type) != 0) return false;
-  switch (type) {
-    case EXT4_SUPER_MAGIC:
-    case BTRFS_SUPER_MAGIC:
-    case F2FS_SUPER_MAGIC:
-    case TMPFS_MAGIC:
-    case RAMFS_MAGIC:
-    case OVERLAYFS_SUPER_MAGIC:
-    case MSDOS_SUPER_MAGIC:
-    case kXfs:
-    case kZfs:
-    case kBcachefs:
-      return true;
-    default:
-      return false;
-  }
-}
-
 bool SameTime(const timespec& a, const timespec& b) {
   return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
 }
@@ -57,7 +32,7 @@ int FolderIndexes::Find(const host::Descriptor& folder, std::string_view name, s
   std::string folded;
   if (!FoldName(name, &folded)) return ENOENT;
   struct stat status = {};
-  if (const int error = host::StatWithTimes(folder, &status); error != 0) return error;
+  if (const int error = host::StatNow(folder, &status); error != 0) return error;
 
   const std::lock_guard guard(mutex_);
   LeaveParentProcess();
@@ -157,7 +132,7 @@ FolderIndexes::Index* FolderIndexes::IndexOf(const host::Descriptor& folder, con
 }
 
 void FolderIndexes::Watch(const host::Descriptor& folder, Index* index) {
-  if (!IsLocal(folder)) return;
+  if (!host::IsLocal(folder)) return;
   if (!watcher_ && host::OpenWatcher(&watcher_) != 0) return;
   if (host::AddWatch(watcher_, folder, kWatchedEvents, &index->watch) != 0) index->watch = -1;
 }

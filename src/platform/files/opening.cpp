@@ -51,9 +51,10 @@ DWORD LockForContent(host::Descriptor opened, bool writable, const ShareMode& sh
                      off_t* length) {
   const DWORD lockError = TakeShareLock(opened, writable, share);
   struct stat own = {};
-  if (const int error = host::Stat(opened, &own); error != 0) return platform::OsError(error);
+  if (const int error = host::Stat(opened, &own); error != 0) return OpeningError(error);
   if (!S_ISREG(own.st_mode)) return ERROR_ACCESS_DENIED;
   if (lockError != ERROR_SUCCESS) return lockError;
+  if (const DWORD error = CatchUpWithMachines(opened, &own); error != ERROR_SUCCESS) return error;
   if (own.st_nlink == 0) return kStartAnew;
   if (length != nullptr) *length = own.st_size;
   *file = std::move(opened);
@@ -66,11 +67,11 @@ DWORD OpenAsWritten(int folder, const std::string& name, const OpenMode& mode, h
   host::Descriptor opened;
   bool writable = false;
   if (const int error = OpenForLocking(folder, name, mode, &opened, &writable); error != 0) {
-    return error == ELOOP && mode.noLink ? DWORD{ERROR_ACCESS_DENIED} : platform::OsError(error);
+    return error == ELOOP && mode.noLink ? DWORD{ERROR_ACCESS_DENIED} : OpeningError(error);
   }
   if (mode.content) return LockForContent(std::move(opened), writable, mode.share, file, length);
   struct stat own = {};
-  if (const int error = host::Stat(opened, &own); error != 0) return platform::OsError(error);
+  if (const int error = host::Stat(opened, &own); error != 0) return OpeningError(error);
   if (!S_ISREG(own.st_mode)) return ERROR_ACCESS_DENIED;
   const bool changes = mode.share.writes || mode.truncate;
   if (changes && host::IsReadOnly(own)) return ERROR_ACCESS_DENIED;
@@ -82,10 +83,13 @@ DWORD OpenAsWritten(int folder, const std::string& name, const OpenMode& mode, h
   if (host::Stat(folder, name, &named) != 0 || !host::SameFile(named, own)) {
     return kStartAnew;
   }
+  own = named;
+  if (const DWORD error = CatchUpWithMachines(opened, &own); error != ERROR_SUCCESS) return error;
+  if (own.st_nlink == 0) return kStartAnew;
   if (mode.truncate) {
     if (const int error = host::Truncate(opened, 0); error != 0) return platform::OsError(error);
   }
-  if (length != nullptr) *length = mode.truncate ? 0 : named.st_size;
+  if (length != nullptr) *length = mode.truncate ? 0 : own.st_size;
   *file = std::move(opened);
   return ERROR_SUCCESS;
 }

@@ -51,7 +51,8 @@ DWORD Reservation::TryTake(const std::string& hiddenName, const host::Descriptor
   if (lockError != ERROR_SUCCESS) return lockError;
   if (!LeadsTo(*folder_, hiddenName, file_)) return kStartAnew;
   struct stat own = {};
-  if (const int error = host::Stat(file_, &own); error != 0) return platform::OsError(error);
+  if (const int error = host::Stat(file_, &own); error != 0) return OpeningError(error);
+  if (const DWORD error = CatchUpWithMachines(file_, &own); error != ERROR_SUCCESS) return error;
   if (!S_ISREG(own.st_mode)) return ERROR_ACCESS_DENIED;
   if (own.st_size == 0 && own.st_nlink == 1) return ERROR_SUCCESS;
   // What a killed process has left may have another owner, another mode and another name.
@@ -70,7 +71,7 @@ DWORD Reservation::OpenHidden(const std::string& hiddenName, const host::Descrip
   if (!held || !LeadsTo(*folder_, hiddenName, held)) {
     error = host::Open(folder_->Number(), hiddenName, kFlags, &file_);
     if (error == ENOENT) return kStartAnew;
-    if (error != EACCES) return platform::OsError(error);
+    if (error != EACCES) return OpeningError(error);
   }
   // The hidden file is another user's, whose process is at work or was killed, or it is the held file, whose writer was
   // killed.

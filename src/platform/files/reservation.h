@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "machines.h"
 #include "platform/host/system.h"
 #include "platform/kernel/kernel.h"
 #include "share_lock.h"
@@ -65,10 +66,6 @@ bool LeadsTo(const host::Descriptor& folder, const std::string& name, const host
 // that is about to be decided; or another platform error number.
 DWORD RemoveIfAbandoned(const host::Descriptor& folder, const std::string& hiddenName,
                         const host::Descriptor& held = {});
-
-// What the steps of an opening give when the disk has changed under them and the opening must begin again. (The
-// platform's own number for "try again"; it never reaches a caller.)
-inline constexpr DWORD kStartAnew = 1237;
 
 // Repeats an opening until it is not overtaken by others; 32 when that happens all the time.
 template <typename Opening>

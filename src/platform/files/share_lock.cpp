@@ -2,7 +2,7 @@
 
 #include <cerrno>
 
-#include "platform/kernel/host_error.h"
+#include "machines.h"
 
 namespace files {
 namespace {
@@ -49,7 +49,7 @@ DWORD LockError(int hostError) {
     case EINVAL:
       return ERROR_SHARING_BUFFER_EXCEEDED;
     default:
-      return platform::OsError(hostError);
+      return OpeningError(hostError);
   }
 }
 

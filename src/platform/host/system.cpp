@@ -1,5 +1,6 @@
 #include "platform/host/system.h"
 
+#include <linux/magic.h>
 #include <sys/random.h>
 #include <sys/statfs.h>
 #include <sys/syscall.h>
@@ -65,10 +66,9 @@ bool IsUnknownKind(int renameError) {
   return renameError == EINVAL || renameError == ENOSYS;
 }
 
-int StatWithoutTimes(int folder, const char* path, int flags, struct stat* status) {
-  constexpr unsigned kWanted = STATX_TYPE | STATX_MODE | STATX_NLINK | STATX_UID | STATX_GID | STATX_INO | STATX_SIZE;
+int StatWith(int folder, const char* path, int flags, unsigned wanted, struct stat* status) {
   struct statx found = {};
-  const int error = Repeat({"statx", folder, path}, [&] { return statx(folder, path, flags, kWanted, &found); });
+  const int error = Repeat({"statx", folder, path}, [&] { return statx(folder, path, flags, wanted, &found); });
   if (error != 0) return error;
   *status = {};
   status->st_dev = makedev(found.stx_dev_major, found.stx_dev_minor);
@@ -78,7 +78,14 @@ int StatWithoutTimes(int folder, const char* path, int flags, struct stat* statu
   status->st_uid = found.stx_uid;
   status->st_gid = found.stx_gid;
   status->st_size = static_cast<off_t>(found.stx_size);
+  status->st_mtim = {found.stx_mtime.tv_sec, found.stx_mtime.tv_nsec};
+  status->st_ctim = {found.stx_ctime.tv_sec, found.stx_ctime.tv_nsec};
   return 0;
+}
+
+int StatWithoutTimes(int folder, const char* path, int flags, struct stat* status) {
+  constexpr unsigned kWanted = STATX_TYPE | STATX_MODE | STATX_NLINK | STATX_UID | STATX_GID | STATX_INO | STATX_SIZE;
+  return StatWith(folder, path, flags, kWanted, status);
 }
 
 struct FolderEntry {
@@ -159,8 +166,8 @@ int Stat(const Descriptor& file, struct stat* status) {
   return StatWithoutTimes(file.Number(), "", AT_EMPTY_PATH, status);
 }
 
-int StatWithTimes(const Descriptor& folder, struct stat* status) {
-  return Repeat({"fstat", folder.Number()}, [&] { return fstat(folder.Number(), status); });
+int StatNow(const Descriptor& file, struct stat* status) {
+  return StatWith(file.Number(), "", AT_EMPTY_PATH | AT_STATX_FORCE_SYNC, STATX_BASIC_STATS, status);
 }
 
 bool SameFile(const Descriptor& a, const Descriptor& b) {
@@ -205,6 +212,10 @@ int Sync(const Descriptor& fileOrFolder) {
 
 int SyncData(const Descriptor& file) {
   return Repeat({"fdatasync", file.Number()}, [&] { return fdatasync(file.Number()); });
+}
+
+void ForgetContent(const Descriptor& file) {
+  posix_fadvise(file.Number(), 0, 0, POSIX_FADV_DONTNEED);
 }
 
 int ChangeMode(const Descriptor& file, mode_t mode) {
@@ -280,11 +291,28 @@ int ReadNames(const Descriptor& folder, const std::function<void(const char* nam
   }
 }
 
-int FileSystemType(const Descriptor& folder, std::uint64_t* type) {
+bool IsLocal(const Descriptor& fileOrFolder) {
+  constexpr std::uint32_t kXfs = 0x58465342;
+  constexpr std::uint32_t kZfs = 0x2fc12fc1;
+  constexpr std::uint32_t kBcachefs = 0xca451a4e;
   struct statfs status = {};
-  const int error = Repeat({"fstatfs", folder.Number()}, [&] { return fstatfs(folder.Number(), &status); });
-  *type = static_cast<std::uint32_t>(status.f_type);
-  return error;
+  const int number = fileOrFolder.Number();
+  if (Repeat({"fstatfs", number}, [&] { return fstatfs(number, &status); }) != 0) return false;
+  switch (static_cast<std::uint32_t>(status.f_type)) {
+    case EXT4_SUPER_MAGIC:
+    case BTRFS_SUPER_MAGIC:
+    case F2FS_SUPER_MAGIC:
+    case TMPFS_MAGIC:
+    case RAMFS_MAGIC:
+    case OVERLAYFS_SUPER_MAGIC:
+    case MSDOS_SUPER_MAGIC:
+    case kXfs:
+    case kZfs:
+    case kBcachefs:
+      return true;
+    default:
+      return false;
+  }
 }
 
 int OpenWatcher(Descriptor* watcher) {

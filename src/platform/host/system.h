@@ -54,7 +54,7 @@ inline bool IsReadOnly(const struct stat& status) {
 // ---- Open files ----------------------------------------------------------------------------------------------------
 
 int Stat(const Descriptor& file, struct stat* status);
-int StatWithTimes(const Descriptor& folder, struct stat* status);
+int StatNow(const Descriptor& file, struct stat* status);  // with its times, as the file system has it, not this machine
 bool SameFile(const Descriptor& a, const Descriptor& b);  // false also when that cannot be found out
 int Length(const Descriptor& file, off_t* length);        // moves the system's own position, which nothing here uses
 int ReadAt(const Descriptor& file, void* buffer, std::size_t count, off_t position, std::size_t* read);
@@ -64,6 +64,7 @@ int Write(int descriptor, const void* buffer, std::size_t count, std::size_t* wr
 int Truncate(const Descriptor& file, off_t length);
 int Sync(const Descriptor& fileOrFolder);
 int SyncData(const Descriptor& file);
+void ForgetContent(const Descriptor& file);  // what this machine keeps in memory of what it has read
 int ChangeMode(const Descriptor& file, mode_t mode);
 int ChangeOwner(const Descriptor& file, uid_t user, gid_t group);
 int GetAttribute(const Descriptor& file, const char* name, std::string* value);  // ENODATA when it has none
@@ -86,7 +87,8 @@ int FindForeignLock(const Descriptor& file, LockRange range, off_t* start);
 // Calls `visit` for each name in the folder but "." and "..", with its type (DT_REG, …, DT_UNKNOWN).
 int ReadNames(const Descriptor& folder, const std::function<void(const char* name, unsigned char type)>& visit);
 
-int FileSystemType(const Descriptor& folder, std::uint64_t* type);
+// True for a file system that only this machine changes, so that the kernel knows of every change.
+bool IsLocal(const Descriptor& fileOrFolder);
 
 int OpenWatcher(Descriptor* watcher);
 int AddWatch(const Descriptor& watcher, const Descriptor& folder, std::uint32_t events, int* watch);
