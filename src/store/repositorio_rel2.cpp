@@ -6,6 +6,7 @@
 #include "common/nomes_arquivos.h"
 #include "common/texto_bstr.h"
 #include "contract/results.h"
+#include "platform/files/files.h"
 
 namespace kestor {
 
@@ -28,6 +29,8 @@ HRESULT CRepositorioRel2::Inicializa(BSTR bsModulo, BSTR bsComponente) {
 }
 
 HRESULT CRepositorioRel2::Migra() {
+  // Both generations lie in one folder, and mostly nothing is to be migrated.
+  const files::OneReading leitura;
   try {
     return migra_(servidor_, *this, modulo_, componente_, NomesExistentes());
   } catch (const std::bad_alloc&) {

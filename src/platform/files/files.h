@@ -162,6 +162,27 @@ class GroupedRemovals {
 
 }  // namespace files
 
+// ---- Several looks at one folder -----------------------------------------------------------------------------------
+
+namespace files {
+
+// While one lives, its thread reads a folder of a network file system once for all that it searches there and all names
+// that it does not find, until this process or, as far as the folder's times tell, another one has changed the folder.
+// For a call that looks several times at what stays as it is: reading a large folder takes long there. One within
+// another does nothing.
+class OneReading {
+ public:
+  OneReading();
+  ~OneReading();
+  OneReading(const OneReading&) = delete;
+  OneReading& operator=(const OneReading&) = delete;
+
+ private:
+  const bool m_outermost;
+};
+
+}  // namespace files
+
 // ---- Attributes ----------------------------------------------------------------------------------------------------
 
 inline constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;

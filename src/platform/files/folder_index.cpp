@@ -9,6 +9,7 @@
 
 #include "leftovers.h"
 #include "path_name.h"
+#include "reading.h"
 
 namespace files {
 namespace {
@@ -16,10 +17,6 @@ namespace {
 constexpr std::size_t kMostIndexes = 16;
 constexpr std::uint32_t kWatchedEvents =
     IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
-
-bool SameTime(const timespec& a, const timespec& b) {
-  return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
-}
 
 }  // namespace
 
@@ -49,6 +46,7 @@ int FolderIndexes::Find(const host::Descriptor& folder, std::string_view name, s
 }
 
 void FolderIndexes::CatchUp() {
+  ForgetReadings();
   const std::lock_guard guard(mutex_);
   LeaveParentProcess();
   TakeNews();
@@ -140,8 +138,8 @@ void FolderIndexes::Watch(const host::Descriptor& folder, Index* index) {
 // A folder that is not watched has to tell by its times.
 void FolderIndexes::Compare(const struct stat& status, Index* index) {
   if (index->watch >= 0) return;
-  if (SameTime(index->stamp.modified, status.st_mtim) && SameTime(index->stamp.changed, status.st_ctim)) return;
-  index->stamp = {status.st_mtim, status.st_ctim};
+  if (host::SameTimes(index->stamp, status)) return;
+  index->stamp = status;
   index->stampSeen = std::chrono::steady_clock::now();
   index->current = false;
 }
@@ -151,7 +149,7 @@ int FolderIndexes::Read(const host::Descriptor& folder, Index* index) {
   index->names = {};
   index->movedAway = 0;
   std::vector<std::string> hidden;
-  const int error = host::ReadNames(folder, [&](const char* name, unsigned char) {
+  const int error = ReadNames(folder, [&](const char* name, unsigned char) {
     if (IsHidden(name)) {
       hidden.emplace_back(name);
     } else {

@@ -32,11 +32,6 @@ class FolderIndexes {
   void CatchUp();
 
  private:
-  struct Stamp {
-    timespec modified = {};
-    timespec changed = {};
-  };
-
   struct Index {
     dev_t device = 0;
     ino_t inode = 0;
@@ -44,8 +39,8 @@ class FolderIndexes {
     NameSet names;
     bool current = false;
     std::uint32_t movedAway = 0;  // a name has moved whose new name the kernel has not told yet; 0: none
-    // Of a folder that is not watched: its times, and since when it is known to have had them.
-    Stamp stamp;
+    // Of a folder that is not watched: its status with its times, and since when it is known to have had them.
+    struct stat stamp = {};
     std::chrono::steady_clock::time_point stampSeen;
     std::uint64_t lastUse = 0;
   };

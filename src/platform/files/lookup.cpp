@@ -61,6 +61,15 @@ DWORD OpenWholeFolder(const PathName& path, host::Descriptor* folder) {
   return OpenFolderAt(path.path, path.base, folder);
 }
 
+DWORD FindQuicklyIn(const std::string& name, Location* location) {
+  if (host::IsLocal(location->folder)) return FindIn(name, location);
+  location->name = name;
+  location->isDeadLink = false;
+  const int error = host::Stat(location->folder.Number(), name, &location->status);
+  location->exists = error == 0;
+  return error == ENOENT ? DWORD{ERROR_SUCCESS} : platform::OsError(error);
+}
+
 DWORD FindIn(const std::string& name, Location* location) {
   location->name = name;
   location->exists = false;

@@ -31,6 +31,10 @@ DWORD OpenWholeFolder(const PathName& path, host::Descriptor* folder);
 // of those that differ in letter case alone. A success whether it exists or not.
 DWORD FindIn(const std::string& name, Location* location);
 
+// The same, but does not read a folder of a network file system, which takes long: there a name that is spelt otherwise
+// counts as missing. For steps that a thorough one follows.
+DWORD FindQuicklyIn(const std::string& name, Location* location);
+
 // Both of it; also a success whether the name exists or not.
 DWORD Locate(const PathName& path, Location* location);
 

@@ -1,5 +1,6 @@
 #include "replacement.h"
 
+#include <utility>
 #include <vector>
 
 #include "folder_index.h"
@@ -10,8 +11,9 @@ namespace files {
 
 DWORD Replacement::Begin(const PathName& path, Manner manner) {
   manner_ = manner;
+  bool isFirstAttempt = true;
   return UntilNotOvertaken([&] {
-    const DWORD error = TryBegin(path);
+    const DWORD error = TryBegin(path, std::exchange(isFirstAttempt, false));
     if (error != ERROR_SUCCESS) {
       reservation_.Cancel();
       old_.Close();
@@ -21,15 +23,20 @@ DWORD Replacement::Begin(const PathName& path, Manner manner) {
 }
 
 // The old file is locked before the hidden one, always: of two that begin at the same time one is refused at the first.
-DWORD Replacement::TryBegin(const PathName& path) {
+// A name that is not there is looked for again once it is reserved: till then a quick look will do the first time.
+DWORD Replacement::TryBegin(const PathName& path, bool isFirstAttempt) {
   newSpelling_.clear();
-  if (const DWORD error = Locate(path, &location_); error != ERROR_SUCCESS) return error;
+  DWORD error = OpenFolderOf(path, &location_.folder);
+  if (error != ERROR_SUCCESS) return error;
+  const bool quick = isFirstAttempt && !manner_.keepsContent;
+  error = quick ? FindQuicklyIn(path.Name(), &location_) : FindIn(path.Name(), &location_);
+  if (error != ERROR_SUCCESS) return error;
   if (location_.exists && manner_.mustBeNew) return ERROR_FILE_EXISTS;
   if (!location_.exists && manner_.keepsContent) return ERROR_FILE_NOT_FOUND;
   if (location_.exists) {
     if (manner_.nameAsGiven && location_.name != path.Name()) newSpelling_ = path.Name();
-    if (const DWORD error = FollowLink(); error != ERROR_SUCCESS) return error;
-    const DWORD error = OpenAsWritten(location_.folder.Number(), location_.name, kExclusiveWriting, &old_);
+    if (error = FollowLink(); error != ERROR_SUCCESS) return error;
+    error = OpenAsWritten(location_.folder.Number(), location_.name, kExclusiveWriting, &old_);
     if (error != ERROR_SUCCESS) return error == ERROR_FILE_NOT_FOUND ? kStartAnew : error;
   }
   return manner_.keepsContent ? ERROR_SUCCESS : Reserve();
@@ -101,8 +108,10 @@ DWORD Replacement::TakeOverContent() {
 
 DWORD Replacement::TakeName() {
   if (!old_) {
-    // A program that does not take these locks may have made the file meanwhile, in another letter case as well.
-    const DWORD error = manner_.mustBeNew ? RefuseTakenName() : DWORD{ERROR_SUCCESS};
+    // A program that does not take these locks may have made the file meanwhile, in another letter case as well: where
+    // it costs little, that is seen.
+    const bool looksAgain = manner_.mustBeNew && host::IsLocal(location_.folder);
+    const DWORD error = looksAgain ? RefuseTakenName() : DWORD{ERROR_SUCCESS};
     return error == ERROR_SUCCESS ? reservation_.TakeFreeName(location_.name) : error;
   }
   if (newSpelling_.empty()) return reservation_.ReplaceName(location_.name);

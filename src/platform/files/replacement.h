@@ -37,7 +37,7 @@ class Replacement {
   DWORD Commit();
 
  private:
-  DWORD TryBegin(const PathName& path);
+  DWORD TryBegin(const PathName& path, bool isFirstAttempt);
   DWORD Reserve();
   DWORD FollowLink();
   DWORD TakeOverContent();

@@ -11,6 +11,7 @@
 #include "leftovers.h"
 #include "lookup.h"
 #include "platform/text/text.h"
+#include "reading.h"
 
 namespace files {
 namespace {
@@ -80,7 +81,7 @@ class Search {
   // Collects the names and sorts them. False when the folder cannot be read.
   bool Run(const host::Descriptor& folder) {
     std::vector<std::string> hidden;
-    const int error = host::ReadNames(folder, [&](const char* name, unsigned char type) {
+    const int error = ReadNames(folder, [&](const char* name, unsigned char type) {
       if (IsHidden(name)) {
         hidden.emplace_back(name);
       } else if (pattern_.CanMatch(name)) {

@@ -46,6 +46,12 @@ inline bool SameFile(const struct stat& a, const struct stat& b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
+// Whether the times of its last changes are the same. For statuses that have them.
+inline bool SameTimes(const struct stat& a, const struct stat& b) {
+  return a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec &&
+         a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
+}
+
 // The read-only attribute: no user has the permission to write. It binds the superuser as well.
 inline bool IsReadOnly(const struct stat& status) {
   return (status.st_mode & 0222) == 0;

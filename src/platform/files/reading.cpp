@@ -1,0 +1,65 @@
+#include "reading.h"
+
+#include <atomic>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "files.h"
+
+namespace files {
+namespace {
+
+// How often this process has changed names in folders. The folders' times may advance in whole seconds.
+std::atomic<std::uint64_t> ownChanges{0};
+
+struct Reading {
+  struct stat folder;
+  std::uint64_t ownChangesBefore;
+  std::vector<std::pair<std::string, unsigned char>> names;
+};
+
+thread_local bool readsOnce = false;
+thread_local std::optional<Reading> kept;  // of the folder that was read last
+
+bool IsUpToDate(const Reading& reading, const struct stat& folder) {
+  return host::SameFile(reading.folder, folder) && host::SameTimes(reading.folder, folder) &&
+         reading.ownChangesBefore == ownChanges;
+}
+
+}  // namespace
+
+int ReadNames(const host::Descriptor& folder, const std::function<void(const char*, unsigned char)>& visit) {
+  if (!readsOnce || host::IsLocal(folder)) return host::ReadNames(folder, visit);
+  struct stat status = {};
+  if (const int error = host::StatNow(folder, &status); error != 0) return error;
+  if (!kept || !IsUpToDate(*kept, status)) {
+    kept.reset();
+    Reading reading{status, ownChanges, {}};
+    const int error =
+        host::ReadNames(folder, [&](const char* name, unsigned char type) { reading.names.emplace_back(name, type); });
+    if (error != 0) return error;
+    kept = std::move(reading);
+  }
+  for (const auto& [name, type] : kept->names)
+    visit(name.c_str(), type);
+  return 0;
+}
+
+void ForgetReadings() {
+  ++ownChanges;
+}
+
+OneReading::OneReading() : m_outermost(!readsOnce) {
+  readsOnce = true;
+}
+
+OneReading::~OneReading() {
+  if (!m_outermost) return;
+  readsOnce = false;
+  kept.reset();
+}
+
+}  // namespace files
