@@ -4,6 +4,7 @@
 #include "folder_plan.h"
 #include "mappings.h"
 #include "platform/text/text.h"
+#include "volume.h"
 
 namespace kestorctl {
 
@@ -33,6 +34,9 @@ void TellReports(Answer& answer) {
   }
   Json data = Json::object();
   answer.output += "reports  " + TellPlace(path, &data);
+  data["hazards"] = SharingHazards(PlaceOf(path).folder);
+  for (const auto& hazard : data["hazards"])
+    answer.output += "warning  " + hazard.get<std::string>() + "\n";
   answer.data["reports"] = data;
 }
 

@@ -32,11 +32,15 @@ constexpr const char* kFooter =
     R"(Tells the home, the folders that its registry names and where they are on this system, the registered classes with their
 executable, and whether the server runs: its process id and the number of live objects. It starts no server. One that is
 in the middle of a long call, such as a migration, is busy and does not tell them; nor does one that has as many connections
-as it can have. A limit of the system that is lower for the server than for this program is told: whoever started the
-server may have lowered it, for good.
+as it can have.
 
-With --json: "home" {"folder", "exists"}, "reports" (null when none is entered) and "modules" {"path", "folder",
-"exists", "missing" where the home maps no such drive or share}, "classes" {"name", "clsid", "executable", "exists"}, "server" {"running", "pid", "objects", "limits" {"limit", "most"}, or "busy", or "full"}.
+A warning tells what lets machines that share the reports folder overlook each other, as far as its mount shows that. A
+limit of the system that is lower for the server than for this program is told: whoever started the server may have
+lowered it, for good.
+
+With --json: "home" {"folder", "exists"}, "reports" (null when none is entered; its "hazards" are the warnings) and
+"modules" {"path", "folder", "exists", "missing" where the home maps no such drive or share}, "classes" {"name", "clsid",
+"executable", "exists"}, "server" {"running", "pid", "objects", "limits" {"limit", "most"}, or "busy", or "full"}.
 
 Exit status: 0 told; 1 there is no home, or it cannot be read; 2 wrong usage.)";
 
