@@ -1,0 +1,67 @@
+#!/usr/bin/env bash
+# Proves that nothing is lost where several machines share the reports on a network file system: for each kind of
+# volume, two machines contend for a minute, are killed, lose their mount, and the volume loses a disk.
+#
+#   scripts/network.sh [RUNS]     once by default
+#
+# Says why where this machine cannot mount such volumes, and proves nothing then: it takes root, /dev/fuse and the packages
+# of `scripts/setup.sh network`.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+runs="${1:-1}"
+
+skip() {
+  echo "Network file systems: not tried, $*."
+  exit 0
+}
+[ "$(id -u)" -eq 0 ] || skip "only root can mount them"
+[ -c /dev/fuse ] || skip "there is no /dev/fuse"
+for tool in ip mkfs.xfs glusterd glusterfs mfsmaster mfschunkserver mfsmount; do
+  command -v "$tool" >/dev/null || skip "$tool is missing: scripts/setup.sh network installs it"
+done
+unshare --net true 2>/dev/null || skip "this machine allows no network of its own"
+
+scripts/setup.sh tests
+cmake --preset debug -DKESTOR_BENCH=OFF >/dev/null
+cmake --build --preset debug --target contention_test kestor kestorctl
+PATH="$PWD/build/debug/bin:$PATH"
+
+folder="$(mktemp -d "${TMPDIR:-/tmp}/kestor-network-XXXXXX")"
+chmod 711 "$folder"  # the volume's servers have users of their own
+export KESTOR_MACHINES="$folder/machines" KESTOR_LONG_TESTS=1 KESTOR_CONTENTION_MINUTES=1
+export KESTOR_HOME="$folder/home" XDG_RUNTIME_DIR="$folder/run"
+mkdir -m 700 "$XDG_RUNTIME_DIR"
+trap 'machines down; rm -rf "$folder"' EXIT
+
+machines() { tests/contention/machines.sh "$@" >"$folder/log" 2>&1 || { cat "$folder/log"; return 1; }; }
+
+fail() {
+  echo "network.sh: $*" >&2
+  exit 1
+}
+
+# A server whose mount goes says so, and goes on with the next one.
+lose_mount() {
+  local model=(CT 01 Vendas)
+  rm -rf "$KESTOR_HOME"
+  kestorctl setup --reports "$KESTOR_MACHINES/a" --module CT="$folder" >/dev/null
+  ! kestorctl status | grep '^warning' || fail "status warns of a volume with the options that it asks for"
+  echo first | kestorctl write "${model[@]}" -
+  machines kill-client a
+  ! kestorctl read "${model[@]}" 2>/dev/null || fail "a model is read without its volume"
+  machines mount a
+  [ "$(kestorctl read "${model[@]}")" = first ] || fail "the model is not what it was before the mount went"
+}
+
+for ((run = 1; run <= runs; run++)); do
+  for kind in moosefs replicated; do
+    printf '%s, run %d of %d\n' "$kind" "$run" "$runs"
+    machines up "$kind"
+    lose_mount
+    timeout -k 10 240 build/debug/bin/contention_test --gtest_brief=1
+    machines down
+  done
+done
+# The volume as it comes.
+KESTOR_VOLUME_OPTIONS='' machines up glusterfs
+kestorctl status | grep -q '^warning .*performance.write-behind' || fail "status does not warn of caches"
