@@ -1,11 +1,13 @@
 #include "folder_plan.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "failure.h"
 #include "host_files.h"
 #include "platform/files/files.h"
 #include "platform/home/home.h"
+#include "platform/host/system.h"
 #include "platform/text/text.h"
 
 namespace kestorctl {
@@ -89,6 +91,26 @@ Place GivenPlace(const std::string& argument) {
   return place;
 }
 
+// Makes the folder and those above it. What root makes for the home of another user is that user's, whose server is to
+// write there; where the user may not make it, root does.
+void Make(const fs::path& folder) {
+  if (fs::is_directory(folder)) return;
+  Make(folder.parent_path());
+  const std::optional<platform::Identity> owner = Home::Current().ServingIdentity();
+  if (owner) {
+    const platform::ActingAsOwner acting(Home::Current().Folder());
+    std::error_code failed;
+    fs::create_directory(folder, failed);
+    if (!failed) return;
+  }
+  fs::create_directory(folder);
+  host::Descriptor made;
+  struct stat status {};
+  if (!owner || host::OpenFolder(AT_FDCWD, folder, &made) != 0 || host::Stat(made, &status) != 0) return;
+  const bool keepsGroup = (status.st_mode & S_ISGID) != 0;
+  host::ChangeOwner(made, owner->user, keepsGroup ? status.st_gid : owner->group);
+}
+
 }  // namespace
 
 Place PlaceOf(const std::string& desktopPath) {
@@ -156,7 +178,7 @@ char FolderPlan::NewDrive(const fs::path& folder) {
 
 void FolderPlan::Apply() const {
   for (const fs::path& folder : missing_)
-    fs::create_directories(folder);
+    Make(folder);
   const platform::ActingAsOwner owner(Home::Current().Folder());
   for (const auto& [letter, folder] : newDrives_) {
     fs::create_directory_symlink(folder, Home::Current().Drive(letter));

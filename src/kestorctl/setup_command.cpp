@@ -158,11 +158,11 @@ void RequireUsableHome(const fs::path& home) {
 }
 
 void MakeHome(const platform::Home& home) {
+  const platform::ActingAsOwner owner(home.Folder());
   if (home.Folder().has_parent_path()) fs::create_directories(home.Folder().parent_path());
   if (mkdir(home.Folder().c_str(), 0700) != 0 && errno != EEXIST) {
     throw LocalFailure("cannot make the home " + home.Folder().string() + ": " + std::strerror(errno));
   }
-  const platform::ActingAsOwner owner(home.Folder());
   fs::create_directories(home.Drives());
   fs::create_directories(home.Work());
 }

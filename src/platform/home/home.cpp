@@ -125,6 +125,14 @@ bool IsNotToBeHad(int error) {
   return error == EACCES || error == EPERM || error == EROFS || error == ENOENT || error == ENOTDIR || error == ELOOP;
 }
 
+// A home that is missing will be that of the owner of the folder where it is made.
+bool StatHome(const fs::path& home, struct stat* status) {
+  for (fs::path folder = home; stat(folder.c_str(), status) != 0; folder = folder.parent_path()) {
+    if (folder == folder.parent_path()) return false;
+  }
+  return true;
+}
+
 Identity IdentityOf(uid_t user, gid_t group) {
   const passwd* const known = getpwuid(user);
   if (known == nullptr) {
@@ -144,7 +152,7 @@ Identity IdentityOf(uid_t user, gid_t group) {
 
 ActingAsOwner::ActingAsOwner(const fs::path& home) {
   struct stat status {};
-  if (geteuid() != 0 || stat(home.c_str(), &status) != 0 || status.st_uid == 0) return;
+  if (geteuid() != 0 || !StatHome(home, &status) || status.st_uid == 0) return;
   const Identity owner = IdentityOf(status.st_uid, status.st_gid);
   groups_.resize(static_cast<std::size_t>(std::max(getgroups(0, nullptr), 0)));
   groups_.resize(static_cast<std::size_t>(std::max(getgroups(static_cast<int>(groups_.size()), groups_.data()), 0)));
@@ -195,13 +203,13 @@ std::string Home::Drive(char letter) const {
 
 uid_t Home::User() const {
   struct stat status {};
-  const bool serves = geteuid() == 0 && stat(folder_.c_str(), &status) == 0;
+  const bool serves = geteuid() == 0 && StatHome(folder_, &status);
   return serves ? status.st_uid : geteuid();
 }
 
 std::optional<Identity> Home::ServingIdentity(uid_t other) const {
   struct stat status {};
-  if (geteuid() != 0 || stat(folder_.c_str(), &status) != 0) return std::nullopt;
+  if (geteuid() != 0 || !StatHome(folder_, &status)) return std::nullopt;
   if (status.st_uid != 0) return IdentityOf(status.st_uid, status.st_gid);
   if (other != 0) return IdentityOf(other, 0);
   return std::nullopt;

@@ -65,7 +65,8 @@ class Home {
   // The folder where drive `letter` (either case) begins, with no final separator: a path that need not exist.
   std::string Drive(char letter) const;
 
-  // The user whose server serves this process here: its own, but for root the owner of the home.
+  // The user whose server serves this process here: its own, but for root the owner of the home. A missing home counts
+  // as the owner's of the folder in which it would be made.
   uid_t User() const;
 
   // Who a process of root must become before it serves this home: its owner, or `other` (who chose what is run) where

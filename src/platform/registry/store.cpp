@@ -150,6 +150,7 @@ class WriteLock {
   static constexpr std::chrono::microseconds kPause{500};
 
   static Descriptor Open(const fs::path& file) {
+    const platform::ActingAsOwner owner(file.parent_path());
     Descriptor lock;
     int error = host::Open(AT_FDCWD, file, O_RDWR | O_CREAT | O_EXCL, &lock, 0600);
     if (error == 0) ShareWithWriters(lock, file.parent_path());
@@ -160,8 +161,8 @@ class WriteLock {
     return lock;
   }
 
-  // A user who may write the folder can lock, whichever user (root, at the set-up) made the file. A user who may only
-  // read cannot: it could keep the others from every change.
+  // A user who may write the folder can lock, whichever user made the file. A user who may only read cannot: it could
+  // keep the others from every change.
   static void ShareWithWriters(const Descriptor& lock, const fs::path& folder) {
     struct stat home {};
     if (host::Stat(AT_FDCWD, folder, &home) != 0) return;
@@ -182,6 +183,11 @@ fs::path FollowLinks(fs::path path) {
   Throw("too many links", path, ELOOP);
 }
 
+void MakeFolder(const fs::path& home) {
+  const platform::ActingAsOwner owner(home);
+  fs::create_directories(home);
+}
+
 void Write(const Tree& tree, const fs::path& registryFile) {
   const std::string text = Format(tree);
   // What could not be read again must not be written.
@@ -194,6 +200,7 @@ void Write(const Tree& tree, const fs::path& registryFile) {
   const bool exists = stat(file.c_str(), &old) == 0;
   // Replacing would pass over the mode of a file that may not be written.
   if (exists && faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) != 0) Throw("cannot write", file);
+  const platform::ActingAsOwner owner(registryFile.parent_path());
   Descriptor folder;
   int error = host::OpenFolder(AT_FDCWD, file.parent_path(), &folder);
   // The hidden name is always the same, so that a killed writer leaves one such file at most.
@@ -214,7 +221,7 @@ uid_t OwnerOfLastRead() {
 
 LONG Change(const std::function<LONG(Tree&)>& change, std::chrono::milliseconds patience) {
   const platform::Home& home = platform::Home::Current();
-  fs::create_directories(home.Folder());
+  MakeFolder(home.Folder());
   const WriteLock lock(home.Folder() / "registry.lock", patience);
   const std::shared_ptr<const Tree> current = Current();
   Tree changed = *current;
