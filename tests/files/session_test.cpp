@@ -51,17 +51,20 @@ std::string Permissions(const std::string& file) {
   return text.str();
 }
 
-// An access control list that lets one user read and write besides owner and group, in the form of the system: a
-// version, then for each entry its kind, what it permits and whom.
+// An access control list in the form of the system: a version, then for each entry its kind, what it permits and whom.
+constexpr std::uint32_t kAclVersion = 2;
+constexpr std::uint16_t kNamedUser = 2;
+
+struct AclEntry {
+  std::uint16_t kind;
+  std::uint16_t permits;
+  std::uint32_t who;
+};
+
+// One that lets one user read and write besides owner and group.
 std::string AclWith(std::uint32_t user) {
-  struct Entry {
-    std::uint16_t kind;
-    std::uint16_t permits;
-    std::uint32_t who;
-  };
-  constexpr std::uint32_t kVersion = 2;
-  const Entry entries[] = {{1, 6, ~0u}, {2, 6, user}, {4, 6, ~0u}, {16, 6, ~0u}, {32, 0, ~0u}};
-  std::string acl(reinterpret_cast<const char*>(&kVersion), sizeof kVersion);
+  const AclEntry entries[] = {{1, 6, ~0u}, {kNamedUser, 6, user}, {4, 6, ~0u}, {16, 6, ~0u}, {32, 0, ~0u}};
+  std::string acl(reinterpret_cast<const char*>(&kAclVersion), sizeof kAclVersion);
   return acl.append(reinterpret_cast<const char*>(entries), sizeof entries);
 }
 
@@ -70,14 +73,18 @@ void Grant(const std::string& user, const std::string& file, const char* attribu
   EXPECT_EQ(setxattr(file.c_str(), attribute, acl.data(), acl.size(), 0), 0) << strerror(errno);
 }
 
-// The user whom the list of a file names.
+// The users whom the list of a file names, each with what it permits.
 std::string Granted(const std::string& file) {
-  constexpr std::size_t kNamedUser = 16;
-  std::string acl = AclWith(0);
-  if (getxattr(file.c_str(), "system.posix_acl_access", acl.data(), acl.size()) < 0) return "nobody";
-  std::uint32_t user = 0;
-  memcpy(&user, acl.data() + kNamedUser, sizeof user);
-  return std::to_string(user);
+  char acl[1024];
+  const ssize_t size = getxattr(file.c_str(), "system.posix_acl_access", acl, sizeof acl);
+  std::string text;
+  for (std::size_t at = sizeof kAclVersion; std::cmp_less(at, size); at += sizeof(AclEntry)) {
+    AclEntry entry{};
+    memcpy(&entry, acl + at, sizeof entry);
+    if (entry.kind != kNamedUser) continue;
+    text += (text.empty() ? "" : " ") + std::to_string(entry.who) + ":" + std::to_string(entry.permits);
+  }
+  return text;
 }
 
 void Check(LONG error) {

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdint>
-#include <cstring>
+#include <new>
 
+#include "access_list.h"
 #include "platform/host/system.h"
 
 namespace host {
@@ -12,39 +12,10 @@ namespace {
 
 constexpr mode_t kPermissions = 0777;
 constexpr mode_t kGroupPermissions = 0070;
-constexpr const char* kAcl = "system.posix_acl_access";
 constexpr const char* kDefaultAcl = "system.posix_acl_default";
 
-int Permit(const Descriptor& file, const struct stat& own, mode_t permissions) {
-  return (own.st_mode & kPermissions) == permissions ? 0 : ChangeMode(file, permissions);
-}
-
-// An entry of an access control list, as the system keeps it after a version of 4 bytes.
-struct AclEntry {
-  std::uint16_t kind;
-  std::uint16_t permits;
-  std::uint32_t who;
-};
-
-// Whether the group of a folder may make files in it. Where the folder has an access control list, its mode tells what
-// that list permits at most.
-bool GroupMayWrite(const Descriptor& folder, const struct stat& status) {
-  constexpr std::size_t kVersionBytes = 4;
-  constexpr std::uint16_t kOwningGroup = 4;
-  constexpr std::uint16_t kWriting = 2;
-  if ((status.st_mode & S_IWGRP) == 0) return false;
-  std::string acl;
-  if (GetAttribute(folder, kAcl, &acl) != 0) return true;
-  for (std::size_t at = kVersionBytes; at + sizeof(AclEntry) <= acl.size(); at += sizeof(AclEntry)) {
-    AclEntry entry{};
-    std::memcpy(&entry, acl.data() + at, sizeof entry);
-    if (entry.kind == kOwningGroup) return (entry.permits & kWriting) != 0;
-  }
-  return false;
-}
-
 bool IsSharedWithGroup(const Descriptor& folder, const struct stat& status, const struct stat& file) {
-  return status.st_gid == file.st_gid && GroupMayWrite(folder, status);
+  return status.st_gid == file.st_gid && AccessList(folder, status.st_mode).GroupMayWrite();
 }
 
 // Where the folder has no default access control list.
@@ -62,12 +33,10 @@ bool HasDefaultAcl(const Descriptor& folder) {
   return GetAttribute(folder, kDefaultAcl, &acl) == 0;
 }
 
-// The permissions of the old file, as far as they still mean the same group.
-mode_t TakeOverOwnersAnd(const Descriptor& file, const struct stat& own, const struct stat& old) {
-  const mode_t permissions = old.st_mode & kPermissions;
-  if (own.st_uid == old.st_uid && own.st_gid == old.st_gid) return permissions;
-  const bool keepsGroup = TakeOverOwners(file, old) || own.st_gid == old.st_gid;
-  return keepsGroup ? permissions : permissions & ~kGroupPermissions;
+// False when what the old file permits to its group would be permitted to another one.
+bool TakeOverGroup(const Descriptor& file, const struct stat& own, const struct stat& old) {
+  const bool isOthers = own.st_uid != old.st_uid || own.st_gid != old.st_gid;
+  return (isOthers && TakeOverOwners(file, old)) || own.st_gid == old.st_gid;
 }
 
 }  // namespace
@@ -103,10 +72,12 @@ bool TakeOverOwners(const Descriptor& file, const struct stat& other) {
 int TakeOverRights(const Descriptor& file, const struct stat& old) {
   struct stat own = {};
   if (const int error = Stat(file, &own); error != 0) return error;
-  return Permit(file, own, TakeOverOwnersAnd(file, own, old));
+  const mode_t kept = TakeOverGroup(file, own, old) ? kPermissions : kPermissions & ~kGroupPermissions;
+  if ((own.st_mode & kPermissions) == (old.st_mode & kept)) return 0;
+  return ChangeMode(file, old.st_mode & kept);
 }
 
-int TakeFolderRights(const Descriptor& file, const Descriptor& folder) {
+int TakeFolderRights(const Descriptor& file, const Descriptor& folder) try {
   struct stat place = {};
   struct stat own = {};
   int error = Stat(folder, &place);
@@ -117,6 +88,8 @@ int TakeFolderRights(const Descriptor& file, const Descriptor& folder) {
   const mode_t missing = GivenByFolder(IsSharedWithGroup(folder, place, own)) & ~own.st_mode;
   if (missing == 0 || HasDefaultAcl(folder)) return 0;
   return UnlessRefused(ChangeMode(file, (own.st_mode & kPermissions) | missing));
+} catch (const std::bad_alloc&) {
+  return ENOMEM;  // like any other failure, after which the new file goes
 }
 
 int TakeOverRightsInFolder(const Descriptor& file, const Descriptor& old, const Descriptor& folder) {
@@ -127,20 +100,18 @@ int TakeOverRightsInFolder(const Descriptor& file, const Descriptor& old, const 
   if (error == 0) error = Stat(old, &replaced);
   if (error == 0) error = Stat(file, &own);
   if (error != 0) return error;
-  const mode_t asMade = own.st_mode & kPermissions;
+  AccessList list(old, replaced.st_mode);
   const bool isShared = IsSharedWithGroup(folder, place, own);
   if (isShared && replaced.st_gid != own.st_gid) {
     // A file has one group: here it is the one that works together.
     replaced.st_gid = own.st_gid;
-    replaced.st_mode &= ~kGroupPermissions;
+    list.ForgetGroup();
   }
-  mode_t permissions = TakeOverOwnersAnd(file, own, replaced);
-  std::string acl;
-  // Without the list, what its mode permits at most would be permitted to the group.
-  if (GetAttribute(old, kAcl, &acl) == 0 && SetAttribute(file, kAcl, acl) != 0) permissions &= ~kGroupPermissions;
+  if (!TakeOverGroup(file, own, replaced)) list.ForgetGroup();
   if (error = Stat(file, &own); error != 0) return error;
-  permissions |= HasDefaultAcl(folder) ? asMade : GivenByFolder(isShared && own.st_gid == place.st_gid);
-  return Permit(file, own, permissions);
+  list.Add(HasDefaultAcl(folder) ? AccessList(file, own.st_mode)
+                                 : AccessList(GivenByFolder(isShared && own.st_gid == place.st_gid)));
+  return list.ApplyTo(file, own.st_mode);
 }
 
 int ReplaceFile(const Descriptor& folder, const std::string& name, const std::string& hiddenName,
