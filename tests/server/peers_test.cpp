@@ -272,6 +272,7 @@ TEST(FullServer, ServesAShareOfItsDescriptorsAndTurnsTheRestAway) {
   ASSERT_EQ(starter.Wait(), 0);
   store = support::OpenStore();
   ASSERT_TRUE(store);
+  const pid_t server = installation.ServerPid();
 
   const std::string refused = channel_test::kHello + Frame(FrameType::refusal, 0, Number(0x800706BB, 4));
   std::vector<RawPeer> peers;
@@ -289,7 +290,15 @@ TEST(FullServer, ServesAShareOfItsDescriptorsAndTurnsTheRestAway) {
     }
   }
   EXPECT_EQ(turnedAway, 2000 - kServed);
-  EXPECT_FALSE(support::OpenStore());
+  // A client, when not one descriptor is left, and when those of the files are.
+  for (const rlim_t limit : {support::Names(support::FolderOfDescriptors(server)).size(), kDescriptors}) {
+    const rlimit most{limit, kDescriptors};
+    ASSERT_EQ(prlimit(server, RLIMIT_NOFILE, &most, nullptr), 0);
+    ComPtr<IUnknown> none;
+    EXPECT_EQ(
+        CoCreateInstance(CLSID_ZNPL_Relatorio2, nullptr, CLSCTX_LOCAL_SERVER, IID_IZNPL_Relatorio2, none.OutVoid()),
+        HRESULT_FROM_WIN32(DWORD{0x6BB}));
+  }
   EXPECT_EQ(support::WriteModel(*store, u"Vendas", "x"), S_OK) << "no descriptor is left for its files";
   peers.clear();
   EXPECT_TRUE(support::WaitUntil([] { return static_cast<bool>(support::OpenStore()); }));
