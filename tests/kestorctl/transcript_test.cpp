@@ -13,13 +13,16 @@
 // the mark "(no line end)". In a line of the transcript "..." stands for any text, $PWD for the folder, $KESTOR for the
 // server's executable. The commands have these two as variables, and $EXAMPLES for the folder of the examples.
 // After a line "Only where: COMMAND" a transcript ends where that command fails.
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -81,13 +84,14 @@ class Transcript : public testing::TestWithParam<std::string> {
     unsetenv("KESTOR_SERVER");
   }
 
-  // Ends the servers of all homes. A damaged registry would keep the status from being told.
+  // Ends what still runs in a home of the session, also in one that a command has removed or damaged.
   ~Transcript() override {
-    EXPECT_EQ(Join(Outcome("find . -name registry.reg | while read -r file; do"
-                           "  rm -f \"$file\"; kestorctl --home \"${file%/*}\" status;"
-                           "done | sed -n 's/^server .* process \\([0-9]*\\),.*/\\1/p' |"
-                           "while read -r process; do kill -KILL $process; done")),
-              "");
+    for (const fs::directory_entry& process : fs::directory_iterator("/proc")) {
+      std::ifstream file(process.path() / "environ");
+      const std::string variables(std::istreambuf_iterator<char>(file), {});
+      if (variables.find("KESTOR_HOME=" + Session().string()) == variables.npos) continue;
+      kill(std::stoi(process.path().filename()), SIGKILL);
+    }
     std::error_code ignored;
     fs::remove_all(run_, ignored);
   }
