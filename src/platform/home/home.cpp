@@ -87,14 +87,17 @@ std::string WrongWith(const std::string& folder, uid_t user) {
 }
 
 bool PreparePrivateFolder(const std::string& folder, uid_t user, std::string* reason) {
-  if (mkdir(folder.c_str(), 0700) == 0) {
-    chmod(folder.c_str(), 0700);  // the umask may have taken something away
-  } else if (errno != EEXIST) {
+  if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
     *reason = folder + ": " + std::strerror(errno);
     return false;
   }
   *reason = WrongWith(folder, user);
-  return reason->empty();
+  if (!reason->empty()) return false;
+  // The umask may have taken something away, also that of a process which made the folder just now.
+  struct stat status {};
+  const bool isWhole = lstat(folder.c_str(), &status) == 0 && (status.st_mode & S_IRWXU) == S_IRWXU;
+  if (!isWhole) chmod(folder.c_str(), S_IRWXU);
+  return true;
 }
 
 // Makes a file that has its mode from the moment at which it has its name. 0 or an errno value.
