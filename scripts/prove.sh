@@ -63,6 +63,7 @@ for subject in "${alone[@]}"; do
   step "${subject^} by itself, in the long form" \
     env KESTOR_LONG_TESTS=1 scripts/test.sh asan --verbose --no-tests=error --tests-regex "^$subject\\."
 done
+step "Network file systems, three times" scripts/network.sh 3
 step "Fuzzers, $fuzz_seconds s each" scripts/fuzz.sh "$fuzz_seconds"
 step "All tests, ThreadSanitizer" env KESTOR_LONG_TESTS=0 scripts/test.sh tsan
 step "Tests within one process, memcheck" under_memcheck

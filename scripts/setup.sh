@@ -4,18 +4,21 @@
 #   scripts/setup.sh            what building the programs takes
 #   scripts/setup.sh tests      … and the tests and benchmarks
 #   scripts/setup.sh checks     … and everything that .ci/run uses
-#   scripts/setup.sh prove      … and what scripts/prove.sh uses beyond that
+#   scripts/setup.sh network    what scripts/network.sh takes beyond the tests
+#   scripts/setup.sh prove      … and everything that scripts/prove.sh uses
 set -euo pipefail
 
 packages=(g++ cmake ninja-build libcli11-dev libexpat1-dev nlohmann-json3-dev)
 tests=(libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev)
 checks=(make clang clang-format clang-tidy libclang-rt-dev)
+network=(iproute2 xfsprogs glusterfs-server glusterfs-client moosefs-master moosefs-chunkserver moosefs-client)
 case "${1:-programs}" in
   programs) ;;
   tests) packages+=("${tests[@]}") ;;
   checks) packages+=("${tests[@]}" "${checks[@]}") ;;
-  prove) packages+=("${tests[@]}" "${checks[@]}" valgrind) ;;
-  *) echo "usage: scripts/setup.sh [programs|tests|checks|prove]" >&2; exit 2 ;;
+  network) packages+=("${tests[@]}" "${network[@]}") ;;
+  prove) packages+=("${tests[@]}" "${checks[@]}" "${network[@]}" valgrind) ;;
+  *) echo "usage: scripts/setup.sh [programs|tests|checks|network|prove]" >&2; exit 2 ;;
 esac
 
 missing=()

@@ -94,7 +94,7 @@ Place GivenPlace(const std::string& argument) {
 // Makes the folder and those above it. What root makes for the home of another user is that user's, whose server is to
 // write there; where the user may not make it, root does.
 void Make(const fs::path& folder) {
-  if (fs::is_directory(folder)) return;
+  if (folder.empty() || fs::is_directory(folder)) return;
   Make(folder.parent_path());
   const std::optional<platform::Identity> owner = Home::Current().ServingIdentity();
   if (owner) {

@@ -76,8 +76,9 @@ std::vector<std::string> GlusterHazards(const fs::path& top) {
   if (error) return {"the caches of this GlusterFS mount cannot be looked at"};
   std::string found;
   for (const auto& [ending, option] : kCaches) {
-    const bool used = std::any_of(parts.begin(), parts.end(), [&](const auto& part) { return part.ends_with(ending); });
-    if (used) found += std::string(found.empty() ? "" : ", ") + "performance." + option;
+    const auto isCache = [end = ending](const std::string& part) { return part.ends_with(end); };
+    if (std::any_of(parts.begin(), parts.end(), isCache))
+      found += std::string(found.empty() ? "" : ", ") + "performance." + option;
   }
   if (found.empty()) return {};
   return {"this GlusterFS volume keeps changes of other machines from this one: set " + found + " to off"};
@@ -99,7 +100,7 @@ std::vector<std::string> HazardsOfOptions(const Mount& mount,
                                           const std::vector<std::pair<std::string, std::string>>& known) {
   std::vector<std::string> hazards;
   for (const auto& [option, hazard] : known) {
-    if (mount.options.contains(option)) hazards.push_back(hazard + ": mount it without " + option);
+    if (mount.options.contains(option)) hazards.push_back(std::string(hazard).append(": mount it without ") + option);
   }
   return hazards;
 }

@@ -16,7 +16,7 @@ set -euo pipefail
 folder="${KESTOR_MACHINES:?the folder for the mounts}"
 private="$folder/private"
 served=10.77.0.1
-name="kestor-$(basename "$folder")"
+name="kestor-$(cksum <<<"$folder" | cut -d ' ' -f 1)"
 coherent="performance.quick-read=off performance.io-cache=off performance.read-ahead=off performance.write-behind=off
   performance.stat-prefetch=off performance.open-behind=off performance.readdir-ahead=off"
 options="${KESTOR_VOLUME_OPTIONS-$coherent}"

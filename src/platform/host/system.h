@@ -60,9 +60,9 @@ inline bool IsReadOnly(const struct stat& status) {
 // ---- Open files ----------------------------------------------------------------------------------------------------
 
 int Stat(const Descriptor& file, struct stat* status);
-int StatNow(const Descriptor& file, struct stat* status);  // with its times, as the file system has it, not this machine
-bool SameFile(const Descriptor& a, const Descriptor& b);  // false also when that cannot be found out
-int Length(const Descriptor& file, off_t* length);        // moves the system's own position, which nothing here uses
+int StatNow(const Descriptor& file, struct stat* status);  // with times, and as the file system itself has it
+bool SameFile(const Descriptor& a, const Descriptor& b);   // false also when that cannot be found out
+int Length(const Descriptor& file, off_t* length);         // moves the system's own position, which nothing here uses
 int ReadAt(const Descriptor& file, void* buffer, std::size_t count, off_t position, std::size_t* read);
 int WriteAt(const Descriptor& file, const void* buffer, std::size_t count, off_t position, std::size_t* written);
 int Read(int descriptor, void* buffer, std::size_t count, std::size_t* read);  // where the descriptor stands
