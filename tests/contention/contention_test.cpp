@@ -109,7 +109,7 @@ class ContentionTest : public ConversionTest {
 
   // The drive of a station, whose reports are on its own mount.
   std::filesystem::path DataOfMachine(unsigned station) const {
-    const std::filesystem::path data = home_.Home().parent_path() / ("machine" + std::to_string(station));
+    std::filesystem::path data = home_.Home().parent_path() / ("machine" + std::to_string(station));
     std::filesystem::create_directory(data);
     std::filesystem::create_directory_symlink(OnMount(station), data / kReports);
     std::filesystem::create_directory_symlink(Module(), data / "Contabil.v2");
