@@ -19,7 +19,7 @@ skip() {
 for tool in ip mkfs.xfs glusterd glusterfs mfsmaster mfschunkserver mfsmount; do
   command -v "$tool" >/dev/null || skip "$tool is missing: scripts/setup.sh network installs it"
 done
-unshare --net true 2>/dev/null || skip "this machine allows no network of its own"
+unshare --net --mount true 2>/dev/null || skip "this machine allows no network and no mounts of its own"
 
 scripts/setup.sh tests
 cmake --preset debug -DKESTOR_BENCH=OFF >/dev/null
@@ -31,26 +31,38 @@ chmod 711 "$folder"  # the volume's servers have users of their own
 export KESTOR_MACHINES="$folder/machines" KESTOR_LONG_TESTS=1 KESTOR_CONTENTION_MINUTES=1
 export KESTOR_HOME="$folder/home" XDG_RUNTIME_DIR="$folder/run"
 mkdir -m 700 "$XDG_RUNTIME_DIR"
-trap 'machines down; rm -rf "$folder"' EXIT
+trap 'machines down || echo "network.sh: something of $folder is left"; rm -rf --one-file-system "$folder"' EXIT
 
 machines() { tests/contention/machines.sh "$@" >"$folder/log" 2>&1 || { cat "$folder/log"; return 1; }; }
+
+truncate -s 320M "$folder/image"
+mkfs.xfs -q "$folder/image"
+mkdir "$folder/disk"
+mount -o loop "$folder/image" "$folder/disk" 2>/dev/null || skip "no file can be mounted as a disk"
+umount "$folder/disk"
 
 fail() {
   echo "network.sh: $*" >&2
   exit 1
 }
 
+server() { kestorctl --json status | grep '"pid"'; }
+
 # A server whose mount goes says so, and goes on with the next one.
 lose_mount() {
-  local model=(CT 01 Vendas)
+  local model=(CT 01 Vendas) first warnings
   rm -rf "$KESTOR_HOME"
-  kestorctl setup --reports "$KESTOR_MACHINES/a" --module CT="$folder" >/dev/null
-  ! kestorctl status | grep '^warning' || fail "status warns of a volume with the options that it asks for"
+  kestorctl setup --reports "$KESTOR_MACHINES/a/Relatorios" --module CT="$folder" >/dev/null
+  warnings="$(kestorctl status)"
+  [[ "$warnings" != *warning* ]] || fail "status warns of a volume with the options that it asks for: $warnings"
   echo first | kestorctl write "${model[@]}" -
+  first="$(server)"
   machines kill-client a
   ! kestorctl read "${model[@]}" 2>/dev/null || fail "a model is read without its volume"
+  ! echo second | kestorctl write "${model[@]}" - 2>/dev/null || fail "a model is written without its volume"
   machines mount a
   [ "$(kestorctl read "${model[@]}" 2>/dev/null)" = first ] || fail "the model is not what it was before the mount went"
+  [ "$(server)" = "$first" ] || fail "the server did not outlive its mount"
 }
 
 for ((run = 1; run <= runs; run++)); do
@@ -58,10 +70,11 @@ for ((run = 1; run <= runs; run++)); do
     printf '%s, run %d of %d\n' "$kind" "$run" "$runs"
     machines up "$kind"
     lose_mount
-    timeout -k 10 240 build/debug/bin/contention_test --gtest_brief=1
+    timeout -k 10 180 build/debug/bin/contention_test --gtest_brief=1
     machines down
   done
 done
 # The volume as it comes.
 KESTOR_VOLUME_OPTIONS='' machines up glusterfs
+mkdir "$KESTOR_MACHINES/a/Relatorios"
 kestorctl status | grep -q '^warning .*performance.write-behind' || fail "status does not warn of caches"

@@ -1,5 +1,7 @@
 #include "folder_plan.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <optional>
 
@@ -106,7 +108,9 @@ void Make(const fs::path& folder) {
   fs::create_directory(folder);
   host::Descriptor made;
   struct stat status {};
-  if (!owner || host::OpenFolder(AT_FDCWD, folder, &made) != 0 || host::Stat(made, &status) != 0) return;
+  if (!owner || host::Open(AT_FDCWD, folder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW, &made) != 0 ||
+      host::Stat(made, &status) != 0)
+    return;
   const bool keepsGroup = (status.st_mode & S_ISGID) != 0;
   host::ChangeOwner(made, owner->user, keepsGroup ? status.st_gid : owner->group);
 }

@@ -60,7 +60,7 @@ fs::path TopOf(fs::path folder, dev_t device) {
 
 // The mount's own folder names the parts that its process is made of, NAME-PART each.
 std::vector<std::string> GlusterHazards(const fs::path& top) {
-  constexpr std::array<std::pair<std::string_view, const char*>, 7> kCaches = {{
+  constexpr std::array<std::pair<std::string_view, const char*>, 8> kCaches = {{
       {"-write-behind", "write-behind"},
       {"-quick-read", "quick-read"},
       {"-md-cache", "stat-prefetch"},
@@ -68,12 +68,13 @@ std::vector<std::string> GlusterHazards(const fs::path& top) {
       {"-io-cache", "io-cache"},
       {"-read-ahead", "read-ahead"},
       {"-readdir-ahead", "readdir-ahead"},
+      {"-nl-cache", "nl-cache"},
   }};
   std::error_code error;
   std::vector<std::string> parts;
   for (const fs::directory_entry& part : fs::directory_iterator(top / ".meta/graphs/active", error))
     parts.push_back(part.path().filename());
-  if (error) return {"the caches of this GlusterFS mount cannot be looked at"};
+  if (error) return {"the caches of this GlusterFS volume can only be looked at where it is mounted as a whole"};
   std::string found;
   for (const auto& [ending, option] : kCaches) {
     const auto isCache = [end = ending](const std::string& part) { return part.ends_with(end); };
@@ -84,7 +85,7 @@ std::vector<std::string> GlusterHazards(const fs::path& top) {
   return {"this GlusterFS volume keeps changes of other machines from this one: set " + found + " to off"};
 }
 
-// Only root can read it.
+// Of the file with the mount's parameters, which only root can read.
 std::vector<std::string> MooseHazards(const fs::path& top) {
   std::vector<std::string> hazards;
   std::ifstream parameters(top / ".params");

@@ -72,9 +72,9 @@ HRESULT CRepositorioRel2::Grava(BSTR bsRelatorio, USHORT nVersao, unsigned char 
   const std::string nome = TextoDeBstr(bsRelatorio);
   const std::string caminho = CaminhoRelatorioGravado(Prefixo(), nome);
   const bool deveSerNovo = (flagGravacao & KESTOR_NaoSobreescrever) != 0;
-  if (deveSerNovo && ArquivoExiste(caminho)) return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
-  if ((flagGravacao & KESTOR_VerificarModelosDemoExcluidos) != 0 && DemonstracaoExcluida(nome)) {
-    return NoticeForm(KESTOR_MODELO_DEMO_COM_MESMO_NOME_EXCLUIDO);
+  if ((flagGravacao & KESTOR_VerificarModelosDemoExcluidos) != 0) {
+    if (deveSerNovo && ArquivoExiste(caminho)) return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
+    if (DemonstracaoExcluida(nome)) return NoticeForm(KESTOR_MODELO_DEMO_COM_MESMO_NOME_EXCLUIDO);
   }
   // Content and letter case of the name change together or not at all: a client that is told of a failure finds the old
   // model under its old name.
@@ -87,7 +87,7 @@ HRESULT CRepositorioRel2::Grava(BSTR bsRelatorio, USHORT nVersao, unsigned char 
     case Gravacao::jaExiste:
       return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
     case Gravacao::grandeDemais:
-      return E_INVALIDARG;
+      return deveSerNovo && ArquivoExiste(caminho) ? NoticeForm(KESTOR_ARQUIVO_JA_EXISTE) : E_INVALIDARG;
     default:
       return ErrorForm(KESTOR_PROBLEMAS_AO_GRAVAR);
   }

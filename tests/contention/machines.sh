@@ -18,7 +18,7 @@ private="$folder/private"
 served=10.77.0.1
 name="kestor-$(cksum <<<"$folder" | cut -d ' ' -f 1)"
 coherent="performance.quick-read=off performance.io-cache=off performance.read-ahead=off performance.write-behind=off
-  performance.stat-prefetch=off performance.open-behind=off performance.readdir-ahead=off"
+  performance.stat-prefetch=off performance.open-behind=off performance.readdir-ahead=off performance.nl-cache=off"
 options="${KESTOR_VOLUME_OPTIONS-$coherent}"
 
 within() { nsenter --net="/run/netns/$name-$1" -- "${@:2}"; }
@@ -127,7 +127,7 @@ mount_volume() {
   mkdir -p "$mount"
   case "$(cat "$private/kind")" in
     moosefs) wait_for within "$1" mfsmount "$mount" -H "$served" ;;
-    *) within "$1" glusterfs --volfile-server="$served" --volfile-id=reports -l "$private/mount-$1.log" "$mount" ;;
+    *) within "$1" glusterfs --volfile-server="$served" --volfile-id=reports --entry-timeout=0 -l "$private/mount-$1.log" "$mount" ;;
   esac
   wait_for mountpoint -q "$mount"
   # The volume's disks report for duty after the mount.
@@ -153,7 +153,8 @@ down() {
   for mount in "$private"/brick? "$private/moose/chunks"; do
     ! mountpoint -q "$mount" || wait_for umount "$mount"
   done
-  rm -rf "$folder"
+  rm -rf --one-file-system "$folder"
+  rm -f "/var/log/glusterfs/bricks/$(tr / - <<<"${private#/}")"-*
 }
 
 case "${1:-}" in

@@ -97,7 +97,7 @@ TEST_F(ReportStore, WhatCannotBeWrittenOrReadLeavesTheModelAlone) {
       const bool isFirst = std::string_view(call.name) == "openat" && ++openings == 1;
       return {.error = isFirst ? EMFILE : 0};
     });
-    EXPECT_EQ(Write(u"a", "new", kMustBeNew), "0x00040004");
+    EXPECT_EQ(Write(u"a", "new", kMustBeNew | kCheck), "0x00040004");
   }
   EXPECT_EQ(ReadModel(*store_, u"a"), "old");
   EXPECT_EQ(Files(), (Names{"CT01A.RXL", "ZNRELDEL.DAT"}));

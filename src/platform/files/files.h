@@ -166,9 +166,9 @@ class GroupedRemovals {
 
 namespace files {
 
-// While one lives, its thread reads a folder of a network file system once for all that it searches there and all names
-// that it does not find, until this process or, as far as the folder's times tell, another one has changed the folder.
-// For a call that looks several times at what stays as it is: reading a large folder takes long there. One within
+// For a call that looks several times at a folder that mostly stays as it is: on a network file system it takes long to
+// read a large one. While one lives, its thread reads such a folder once, for all searches and all names that it does
+// not find. It reads it again once this process has changed it, and once its times say that another one has. One within
 // another does nothing.
 class OneReading {
  public:

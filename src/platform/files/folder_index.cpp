@@ -46,7 +46,7 @@ int FolderIndexes::Find(const host::Descriptor& folder, std::string_view name, s
 }
 
 void FolderIndexes::CatchUp() {
-  ForgetReadings();
+  NoteOwnChange();
   const std::lock_guard guard(mutex_);
   LeaveParentProcess();
   TakeNews();
@@ -145,17 +145,18 @@ void FolderIndexes::Compare(const struct stat& status, Index* index) {
 }
 
 int FolderIndexes::Read(const host::Descriptor& folder, Index* index) {
-  const auto start = std::chrono::steady_clock::now();
   index->names = {};
   index->movedAway = 0;
   std::vector<std::string> hidden;
-  const int error = ReadNames(folder, [&](const char* name, unsigned char) {
+  const auto insert = [&](const char* name, unsigned char) {
     if (IsHidden(name)) {
       hidden.emplace_back(name);
     } else {
       index->names.Insert(name);
     }
-  });
+  };
+  std::chrono::steady_clock::time_point start;
+  const int error = ReadNames(folder, insert, &start);
   // Times advance in steps, so that a change in the step in which the names were read leaves no trace: only times that
   // had stood for a while before the reading vouch for it.
   constexpr auto kSettled = std::chrono::seconds(2);

@@ -18,8 +18,8 @@ inline DWORD OpeningError(int hostError) {
   return hostError == ESTALE ? kStartAnew : platform::OsError(hostError);
 }
 
-// True where another machine may have the file open, judged by the status of the file. Disks are local, or cared for by
-// cluster file systems that keep machines current by themselves.
+// True where another machine may have the file open, judged by the status of the file. A device with a major number is
+// a disk, which is local or cared for by a cluster file system that keeps machines current by itself.
 bool IsBetweenMachines(const host::Descriptor& file, const struct stat& status);
 
 // For a file that has just been locked: forgets what this machine has kept of it, and asks for its status again.

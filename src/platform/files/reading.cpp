@@ -18,6 +18,7 @@ std::atomic<std::uint64_t> ownChanges{0};
 struct Reading {
   struct stat folder;
   std::uint64_t ownChangesBefore;
+  std::chrono::steady_clock::time_point begun;
   std::vector<std::pair<std::string, unsigned char>> names;
 };
 
@@ -31,24 +32,27 @@ bool IsUpToDate(const Reading& reading, const struct stat& folder) {
 
 }  // namespace
 
-int ReadNames(const host::Descriptor& folder, const std::function<void(const char*, unsigned char)>& visit) {
+int ReadNames(const host::Descriptor& folder, const std::function<void(const char*, unsigned char)>& visit,
+              std::chrono::steady_clock::time_point* begun) {
+  *begun = std::chrono::steady_clock::now();
   if (!readsOnce || host::IsLocal(folder)) return host::ReadNames(folder, visit);
   struct stat status = {};
   if (const int error = host::StatNow(folder, &status); error != 0) return error;
   if (!kept || !IsUpToDate(*kept, status)) {
     kept.reset();
-    Reading reading{status, ownChanges, {}};
+    Reading reading{status, ownChanges, *begun, {}};
     const int error =
         host::ReadNames(folder, [&](const char* name, unsigned char type) { reading.names.emplace_back(name, type); });
     if (error != 0) return error;
     kept = std::move(reading);
   }
+  *begun = kept->begun;
   for (const auto& [name, type] : kept->names)
     visit(name.c_str(), type);
   return 0;
 }
 
-void ForgetReadings() {
+void NoteOwnChange() {
   ++ownChanges;
 }
 

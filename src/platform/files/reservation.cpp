@@ -8,6 +8,7 @@
 #include "platform/host/fnv1a.h"
 #include "platform/host/whole_file.h"
 #include "platform/kernel/host_error.h"
+#include "reading.h"
 
 namespace files {
 namespace {
@@ -54,16 +55,18 @@ DWORD Reservation::TryTake(const std::string& hiddenName, const host::Descriptor
   if (const int error = host::Stat(file_, &own); error != 0) return OpeningError(error);
   if (const DWORD error = CatchUpWithMachines(file_, &own); error != ERROR_SUCCESS) return error;
   if (!S_ISREG(own.st_mode)) return ERROR_ACCESS_DENIED;
+  if (own.st_nlink == 0) return kStartAnew;
   if (own.st_size == 0 && own.st_nlink == 1) return ERROR_SUCCESS;
   // What a killed process has left may have another owner, another mode and another name.
-  if (const int error = host::Unlink(*folder_, hiddenName); error != 0) return platform::OsError(error);
-  return kStartAnew;
+  const int error = host::Unlink(*folder_, hiddenName);
+  return error == 0 || error == ENOENT ? kStartAnew : platform::OsError(error);
 }
 
 DWORD Reservation::OpenHidden(const std::string& hiddenName, const host::Descriptor& held, bool* isNew) {
   constexpr int kFlags = O_RDWR | kNeitherLinkNorWait;
   int error = host::Open(folder_->Number(), hiddenName, kFlags | O_CREAT | O_EXCL, &file_, kModeOfNewFiles);
   *isNew = error == 0;
+  if (*isNew) NoteOwnChange();
   // At once: until then a file of another user of the folder is one that this user may neither lock nor judge.
   if (*isNew) error = host::TakeFolderRights(file_, *folder_);
   if (error == ENOENT) return ERROR_PATH_NOT_FOUND;  // the folder itself is gone
@@ -125,7 +128,9 @@ DWORD RemoveIfAbandoned(const host::Descriptor& folder, const std::string& hidde
     return lockError == ERROR_SHARING_VIOLATION ? kStartAnew : lockError;
   }
   if (!(held && host::SameFile(file, held)) && IsHeldByOther(file)) return ERROR_SHARING_VIOLATION;
-  if (!LeadsTo(folder, hiddenName, file)) return kStartAnew;
+  if (error = host::Stat(file, &status); error != 0) return OpeningError(error);
+  if (const DWORD stale = CatchUpWithMachines(file, &status); stale != ERROR_SUCCESS) return stale;
+  if (status.st_nlink == 0 || !LeadsTo(folder, hiddenName, file)) return kStartAnew;
   return platform::OsError(host::Unlink(folder, hiddenName));
 }
 

@@ -81,13 +81,15 @@ class Search {
   // Collects the names and sorts them. False when the folder cannot be read.
   bool Run(const host::Descriptor& folder) {
     std::vector<std::string> hidden;
-    const int error = ReadNames(folder, [&](const char* name, unsigned char type) {
+    const auto consider = [&](const char* name, unsigned char type) {
       if (IsHidden(name)) {
         hidden.emplace_back(name);
       } else if (pattern_.CanMatch(name)) {
         Consider(folder, name, type);
       }
-    });
+    };
+    std::chrono::steady_clock::time_point begun;
+    const int error = ReadNames(folder, consider, &begun);
     std::sort(matches_.begin(), matches_.end(), [](const Match& a, const Match& b) {
       return std::tie(a.sortText, a.name) < std::tie(b.sortText, b.name);
     });

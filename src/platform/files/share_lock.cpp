@@ -58,7 +58,7 @@ DWORD Lock(const Descriptor& file, short type, LockRange range) {
 }
 
 DWORD Unlock(const Descriptor& file, LockRange range) {
-  return Lock(file, F_UNLCK, range);
+  return platform::OsError(host::SetLock(file, F_UNLCK, range));
 }
 
 LockRange OneByteOf(LockRange range) {

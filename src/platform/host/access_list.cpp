@@ -1,5 +1,6 @@
 #include "access_list.h"
 
+#include <cerrno>
 #include <cstring>
 #include <string>
 
@@ -44,7 +45,13 @@ AccessList::AccessList(mode_t permissions)
 
 AccessList::AccessList(const platform::Descriptor& file, mode_t mode) : AccessList(mode) {
   std::string text;
-  if (GetAttribute(file, kAttribute, &text) != 0) return;
+  const int error = GetAttribute(file, kAttribute, &text);
+  if (error == ENODATA || error == EOPNOTSUPP || error == ENOSYS) return;
+  // Where there is a list, the mode says of the group what the list permits at most.
+  if (error != 0) {
+    ForgetGroup();
+    return;
+  }
   isList_ = true;
   for (std::size_t at = sizeof kVersion; at + sizeof(Entry) <= text.size(); at += sizeof(Entry)) {
     Entry entry{};

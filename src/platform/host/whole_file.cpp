@@ -107,10 +107,13 @@ int TakeOverRightsInFolder(const Descriptor& file, const Descriptor& old, const 
     replaced.st_gid = own.st_gid;
     list.ForgetGroup();
   }
+  const gid_t groupOfNewFile = own.st_gid;
   if (!TakeOverGroup(file, own, replaced)) list.ForgetGroup();
   if (error = Stat(file, &own); error != 0) return error;
-  list.Add(HasDefaultAcl(folder) ? AccessList(file, own.st_mode)
-                                 : AccessList(GivenByFolder(isShared && own.st_gid == place.st_gid)));
+  AccessList given = HasDefaultAcl(folder) ? AccessList(file, own.st_mode)
+                                           : AccessList(GivenByFolder(isShared && own.st_gid == place.st_gid));
+  if (own.st_gid != groupOfNewFile) given.ForgetGroup();
+  list.Add(given);
   return list.ApplyTo(file, own.st_mode);
 }
 
