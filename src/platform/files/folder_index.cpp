@@ -6,9 +6,11 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <functional>
 
 #include "leftovers.h"
 #include "path_name.h"
+#include "platform/text/text.h"
 #include "reading.h"
 
 namespace files {
@@ -17,6 +19,46 @@ namespace {
 constexpr std::size_t kMostIndexes = 16;
 constexpr std::uint32_t kWatchedEvents =
     IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+
+// A quick look at a name: false for most names of another folded form.
+bool CanFoldTo(std::string_view folded, const char* name) {
+  for (const char upper : folded) {
+    if (static_cast<unsigned char>(*name) >= 0x80) return true;
+    if (text::UpperChar(*name++) != upper) return false;
+  }
+  return *name == '\0' || static_cast<unsigned char>(*name) >= 0x80;
+}
+
+int ReadVisibleNames(const host::Descriptor& folder, const std::function<void(const char*)>& visit,
+                     std::chrono::steady_clock::time_point* begun) {
+  std::vector<std::string> hidden;
+  const auto sort = [&](const char* name, unsigned char) {
+    if (IsHidden(name)) {
+      hidden.emplace_back(name);
+    } else {
+      visit(name);
+    }
+  };
+  const int error = ReadNames(folder, sort, begun);
+  RemoveLeftovers(folder, hidden);
+  return error;
+}
+
+// As FolderIndexes::Find, without an index.
+int Search(const host::Descriptor& folder, std::string_view folded, std::string* onDisk) {
+  std::string first;
+  std::string own;
+  const auto compare = [&](const char* name) {
+    if (!CanFoldTo(folded, name) || !FoldName(name, &own) || own != folded) return;
+    if (first.empty() || name < first) first = name;
+  };
+  std::chrono::steady_clock::time_point begun;
+  const int error = ReadVisibleNames(folder, compare, &begun);
+  if (error != 0) return error;
+  if (first.empty()) return ENOENT;
+  *onDisk = first;
+  return 0;
+}
 
 }  // namespace
 
@@ -38,6 +80,8 @@ int FolderIndexes::Find(const host::Descriptor& folder, std::string_view name, s
   Compare(status, index);
   if (index->current && index->names.Find(folded, onDisk)) return 0;
   if (index->current && index->movedAway == 0) return ENOENT;
+  // To make an index that is out of date at once takes several times as long as to look at each name.
+  if (!IsSettled(*index, std::chrono::steady_clock::now())) return Search(folder, folded, onDisk);
   if (const int error = Read(folder, index); error != 0) {
     Drop(index);
     return error;
@@ -144,24 +188,20 @@ void FolderIndexes::Compare(const struct stat& status, Index* index) {
   index->current = false;
 }
 
+// Times advance in steps, so that a change in the step in which the names are read leaves no trace: only times that
+// have stood for a while before the reading vouch for it.
+bool FolderIndexes::IsSettled(const Index& index, std::chrono::steady_clock::time_point when) {
+  constexpr auto kSettled = std::chrono::seconds(2);
+  return index.watch >= 0 || when - index.stampSeen >= kSettled;
+}
+
 int FolderIndexes::Read(const host::Descriptor& folder, Index* index) {
   index->names = {};
   index->movedAway = 0;
-  std::vector<std::string> hidden;
-  const auto insert = [&](const char* name, unsigned char) {
-    if (IsHidden(name)) {
-      hidden.emplace_back(name);
-    } else {
-      index->names.Insert(name);
-    }
-  };
-  std::chrono::steady_clock::time_point start;
-  const int error = ReadNames(folder, insert, &start);
-  // Times advance in steps, so that a change in the step in which the names were read leaves no trace: only times that
-  // had stood for a while before the reading vouch for it.
-  constexpr auto kSettled = std::chrono::seconds(2);
-  index->current = error == 0 && (index->watch >= 0 || start - index->stampSeen >= kSettled);
-  RemoveLeftovers(folder, hidden);
+  std::chrono::steady_clock::time_point begun;
+  const int error = ReadVisibleNames(
+      folder, [index](const char* name) { index->names.Insert(name); }, &begun);
+  index->current = error == 0 && IsSettled(*index, begun);
   return error;
 }
 

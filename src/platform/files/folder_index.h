@@ -54,6 +54,7 @@ class FolderIndexes {
   Index* IndexOf(const host::Descriptor& folder, const struct stat& status);
   void Watch(const host::Descriptor& folder, Index* index);
   static void Compare(const struct stat& status, Index* index);
+  static bool IsSettled(const Index& index, std::chrono::steady_clock::time_point when);
   static int Read(const host::Descriptor& folder, Index* index);
   void Drop(const Index* index);
 

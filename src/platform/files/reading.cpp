@@ -2,10 +2,10 @@
 
 #include <atomic>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "files.h"
 
@@ -19,7 +19,7 @@ struct Reading {
   struct stat folder;
   std::uint64_t ownChangesBefore;
   std::chrono::steady_clock::time_point begun;
-  std::vector<std::pair<std::string, unsigned char>> names;
+  std::string names;  // the type of each, the name, and a NUL
 };
 
 thread_local bool readsOnce = false;
@@ -41,14 +41,18 @@ int ReadNames(const host::Descriptor& folder, const std::function<void(const cha
   if (!kept || !IsUpToDate(*kept, status)) {
     kept.reset();
     Reading reading{status, ownChanges, *begun, {}};
-    const int error =
-        host::ReadNames(folder, [&](const char* name, unsigned char type) { reading.names.emplace_back(name, type); });
+    const int error = host::ReadNames(folder, [&](const char* name, unsigned char type) {
+      reading.names.append(1, static_cast<char>(type)).append(name).append(1, '\0');
+    });
     if (error != 0) return error;
     kept = std::move(reading);
   }
   *begun = kept->begun;
-  for (const auto& [name, type] : kept->names)
-    visit(name.c_str(), type);
+  const char* const end = kept->names.data() + kept->names.size();
+  for (const char* at = kept->names.data(); at != end; at += strlen(at) + 1) {
+    const auto type = static_cast<unsigned char>(*at++);
+    visit(at, type);
+  }
   return 0;
 }
 
