@@ -39,6 +39,9 @@ ComPtr<IZNPL_Relatorio2> StoreInProcess();
 // The same of the first generation.
 ComPtr<IZNPL_Rel> FirstStoreInProcess();
 
+// A report store in this process that is not initialised yet, and that migrates when it is. Needs a ComponenteMarcacao.
+ComPtr<IZNPL_Relatorio2> MigratingStoreInProcess();
+
 // Measures Le of the model of an installation, in the store that `open` opens there.
 void ReadModel(benchmark::State& state, const support::Installation& installation, ComPtr<IZNPL_Relatorio2> (*open)());
 
@@ -48,6 +51,11 @@ std::vector<Figure> ListingFigures();
 std::vector<Figure> LegacyFigures();
 std::vector<Figure> DocumentFigures();
 std::vector<Figure> ConversionFigures();
+std::vector<Figure> NetworkFigures();
+
+// False where there is no network file system to measure.
+bool RegisterNetworkBenchmarks();
+void EndNetwork();
 
 // Prints the memory of an idle server and its growth over `calls` calls. False when it is above what it may be.
 bool MeasureMemory(int calls);

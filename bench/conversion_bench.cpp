@@ -184,8 +184,7 @@ void Migrate(benchmark::State& state, int count) {
   for ([[maybe_unused]] auto _ : state) {
     state.PauseTiming();
     PutModels(count);
-    ComPtr<IZNPL_Relatorio2> store;
-    MakeStore(noCount, IID_IZNPL_Relatorio2, store.OutVoid());
+    auto store = bench::MigratingStoreInProcess();
     state.ResumeTiming();
     if (store->Inicializa(support::Text(u"CT"), support::Text(u"02")) != S_OK) state.SkipWithError("not migrated");
     state.PauseTiming();
@@ -209,8 +208,7 @@ std::string MigratedDocument() {
   bench::Enter(Empty());
   WriteCatalogue(300);
   PutModels(1);
-  ComPtr<IZNPL_Relatorio2> store;
-  MakeStore(noCount, IID_IZNPL_Relatorio2, store.OutVoid());
+  auto store = bench::MigratingStoreInProcess();
   store->Inicializa(support::Text(u"CT"), support::Text(u"02"));
   return ReadWhole(Folder() + "/" + ModelFile(0, ".RXL"));
 }
@@ -256,14 +254,19 @@ void InitialisationAlone(benchmark::State& state) {
   const ComponenteMarcacao markup;
   bench::Enter(Full());
   for ([[maybe_unused]] auto _ : state) {
-    ComPtr<IZNPL_Relatorio2> store;
-    MakeStore(noCount, IID_IZNPL_Relatorio2, store.OutVoid());
+    auto store = bench::MigratingStoreInProcess();
     if (store->Inicializa(support::Text(u"CT"), support::Text(u"04")) != S_OK) state.SkipWithError("not initialised");
   }
 }
 BENCHMARK(InitialisationAlone)->UseRealTime();
 
 }  // namespace
+
+ComPtr<IZNPL_Relatorio2> bench::MigratingStoreInProcess() {
+  ComPtr<IZNPL_Relatorio2> store;
+  MakeStore(noCount, IID_IZNPL_Relatorio2, store.OutVoid());
+  return store;
+}
 
 std::vector<bench::Figure> bench::ConversionFigures() {
   return {

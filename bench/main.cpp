@@ -71,6 +71,7 @@ int main(int argc, char** argv) {
     pointers.push_back(option.data());
   int count = static_cast<int>(pointers.size());
   benchmark::Initialize(&count, pointers.data());
+  const bool network = bench::RegisterNetworkBenchmarks();
 
   Collector collector;
   // What deletes files by the thousand comes last: for seconds afterwards the file system makes new ones slowly.
@@ -79,13 +80,15 @@ int main(int argc, char** argv) {
   if (chosen) {
     benchmark::RunSpecifiedBenchmarks(&collector);
   } else {
-    for (const char* phase : {"-Migration|Renumbering", "Renumbering", "Migration"})
+    for (const char* phase : {"-Migration|Renumbering|Network", "Renumbering", "Migration"})
       benchmark::RunSpecifiedBenchmarks(&collector, phase);
+    if (network) benchmark::RunSpecifiedBenchmarks(&collector, "Network");
   }
+  bench::EndNetwork();
   if (!once) {
     PrintRatiosHead();
     for (const auto figures : {bench::ChannelFigures, bench::StoreFigures, bench::ListingFigures, bench::LegacyFigures,
-                               bench::DocumentFigures, bench::ConversionFigures})
+                               bench::DocumentFigures, bench::ConversionFigures, bench::NetworkFigures})
       PrintRatios(collector, figures());
   }
   const bool small = bench::MeasureMemory(once ? 1000 : 1000000);
