@@ -179,11 +179,12 @@ void FolderIndexes::Watch(const host::Descriptor& folder, Index* index) {
   if (host::AddWatch(watcher_, folder, kWatchedEvents, &index->watch) != 0) index->watch = -1;
 }
 
-// A folder that is not watched has to tell by its times.
+// A folder that is not watched has to tell by its times, which may be a second old.
 void FolderIndexes::Compare(const struct stat& status, Index* index) {
   if (index->watch >= 0) return;
-  if (host::SameTimes(index->stamp, status)) return;
+  if (host::SameTimes(index->stamp, status) && index->ownChanges == OwnChanges()) return;
   index->stamp = status;
+  index->ownChanges = OwnChanges();
   index->stampSeen = std::chrono::steady_clock::now();
   index->current = false;
 }

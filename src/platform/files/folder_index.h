@@ -39,8 +39,9 @@ class FolderIndexes {
     NameSet names;
     bool current = false;
     std::uint32_t movedAway = 0;  // a name has moved whose new name the kernel has not told yet; 0: none
-    // Of a folder that is not watched: its status with its times, and since when it is known to have had them.
+    // Of a folder that is not watched: its status with its times, the own changes before, and since when it is so.
     struct stat stamp = {};
+    std::uint64_t ownChanges = 0;
     std::chrono::steady_clock::time_point stampSeen;
     std::uint64_t lastUse = 0;
   };

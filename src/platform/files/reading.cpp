@@ -1,7 +1,6 @@
 #include "reading.h"
 
 #include <atomic>
-#include <cstdint>
 #include <cstring>
 #include <optional>
 #include <string>
@@ -12,7 +11,6 @@
 namespace files {
 namespace {
 
-// How often this process has changed names in folders. The folders' times may advance in whole seconds.
 std::atomic<std::uint64_t> ownChanges{0};
 
 struct Reading {
@@ -58,6 +56,10 @@ int ReadNames(const host::Descriptor& folder, const std::function<void(const cha
 
 void NoteOwnChange() {
   ++ownChanges;
+}
+
+std::uint64_t OwnChanges() {
+  return ownChanges;
 }
 
 OneReading::OneReading() : m_outermost(!readsOnce) {

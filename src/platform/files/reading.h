@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 
 #include "platform/host/system.h"
@@ -13,8 +14,10 @@ namespace files {
 int ReadNames(const host::Descriptor& folder, const std::function<void(const char* name, unsigned char type)>& visit,
               std::chrono::steady_clock::time_point* begun);
 
-// Called after each change that this process makes to the names in a folder, hidden ones included: what is looked for
-// once a name is reserved must have been read after that.
+// Called after each change that this process makes to the names in a folder, and after each reservation: what is looked
+// for then must not come from an older reading. A network file system may give older times of a folder, and times that
+// advance in whole seconds.
 void NoteOwnChange();
+std::uint64_t OwnChanges();  // how many there have been
 
 }  // namespace files

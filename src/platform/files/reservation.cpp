@@ -34,6 +34,7 @@ DWORD Reservation::Take(const host::Descriptor& folder, std::string_view name, c
     bool isNew = false;
     const DWORD error = TryTake(hiddenName, held, mode, &isNew);
     if (error == ERROR_SUCCESS) {
+      NoteOwnChange();
       hiddenName_ = std::move(hiddenName);  // nothing may fail now that the file is there
     } else {
       file_.Close();
@@ -66,7 +67,6 @@ DWORD Reservation::OpenHidden(const std::string& hiddenName, const host::Descrip
   constexpr int kFlags = O_RDWR | kNeitherLinkNorWait;
   int error = host::Open(folder_->Number(), hiddenName, kFlags | O_CREAT | O_EXCL, &file_, kModeOfNewFiles);
   *isNew = error == 0;
-  if (*isNew) NoteOwnChange();
   // At once: until then a file of another user of the folder is one that this user may neither lock nor judge.
   if (*isNew) error = host::TakeFolderRights(file_, *folder_);
   if (error == ENOENT) return ERROR_PATH_NOT_FOUND;  // the folder itself is gone
