@@ -65,11 +65,23 @@ lose_mount() {
   [ "$(server)" = "$first" ] || fail "the server did not outlive its mount"
 }
 
+# What one machine rewrites in place the other one reads, though it has just read what was there before.
+see_changes() {
+  local name
+  kestorctl --home "$folder/other" setup --reports "$KESTOR_MACHINES/b/Relatorios" --module CT="$folder" >/dev/null
+  for name in Um Dois; do echo content | kestorctl write CT 01 "$name" -; done
+  for name in Um Dois Um Dois Um Dois Um Dois; do
+    kestorctl default CT 01 "$name"
+    [ "$(kestorctl --home "$folder/other" default CT 01)" = "$name" ] || fail "the other machine has an older default"
+  done
+}
+
 for ((run = 1; run <= runs; run++)); do
   for kind in moosefs replicated; do
     printf '%s, run %d of %d\n' "$kind" "$run" "$runs"
     machines up "$kind"
     lose_mount
+    see_changes
     timeout -k 10 180 build/debug/bin/contention_test --gtest_brief=1
     machines down
   done
