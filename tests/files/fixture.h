@@ -25,6 +25,23 @@ inline constexpr UINT kCreateShared = CFile::modeCreate | kUpdateShared;
 inline constexpr uid_t kNobody = 65534;
 inline constexpr uid_t kOther = 65533;
 
+// An access control list in the form of the system: a version, then for each entry its kind, what it permits and whom.
+inline constexpr std::uint32_t kAclVersion = 2;
+inline constexpr std::uint16_t kNamedUser = 2;
+
+struct AclEntry {
+  std::uint16_t kind;
+  std::uint16_t permits;
+  std::uint32_t who;
+};
+
+// One that lets one user read and write besides owner and group.
+inline std::string AclWith(std::uint32_t user) {
+  const AclEntry entries[] = {{1, 6, ~0u}, {kNamedUser, 6, user}, {4, 6, ~0u}, {16, 6, ~0u}, {32, 0, ~0u}};
+  std::string acl(reinterpret_cast<const char*>(&kAclVersion), sizeof kAclVersion);
+  return acl.append(reinterpret_cast<const char*>(entries), sizeof entries);
+}
+
 // The platform's error number of what `action` throws, 0 when it throws nothing.
 template <typename Action>
 LONG ErrorOf(const Action& action) {

@@ -51,23 +51,6 @@ std::string Permissions(const std::string& file) {
   return text.str();
 }
 
-// An access control list in the form of the system: a version, then for each entry its kind, what it permits and whom.
-constexpr std::uint32_t kAclVersion = 2;
-constexpr std::uint16_t kNamedUser = 2;
-
-struct AclEntry {
-  std::uint16_t kind;
-  std::uint16_t permits;
-  std::uint32_t who;
-};
-
-// One that lets one user read and write besides owner and group.
-std::string AclWith(std::uint32_t user) {
-  const AclEntry entries[] = {{1, 6, ~0u}, {kNamedUser, 6, user}, {4, 6, ~0u}, {16, 6, ~0u}, {32, 0, ~0u}};
-  std::string acl(reinterpret_cast<const char*>(&kAclVersion), sizeof kAclVersion);
-  return acl.append(reinterpret_cast<const char*>(entries), sizeof entries);
-}
-
 void Grant(const std::string& user, const std::string& file, const char* attribute) {
   const std::string acl = AclWith(static_cast<std::uint32_t>(std::stoul(user)));
   EXPECT_EQ(setxattr(file.c_str(), attribute, acl.data(), acl.size(), 0), 0) << strerror(errno);

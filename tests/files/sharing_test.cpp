@@ -1,6 +1,7 @@
 // What processes and users notice of each other. Share modes: between any two openers, in any order, from any process,
 // also at the very same moment; the names of folders; rights.
 #include <sched.h>
+#include <sys/xattr.h>
 
 #include <algorithm>
 #include <array>
@@ -264,6 +265,20 @@ TEST_F(FoldersTest, AFileStaysWithItsModeAndItsGroupOrTheGroupLosesIt) {
     EXPECT_EQ(status.st_uid, kNobody);
     EXPECT_EQ(status.st_gid, isMember ? kGroup : kNobody);
     EXPECT_EQ(status.st_mode & 0777, isMember ? 0666U : 0606U);
+  }
+
+  // Of a file that a list shares, the former owner is one of the list's users.
+  WriteFile("Listed.RXL", "old");
+  ASSERT_EQ(chown("Listed.RXL", kOther, kOther), 0);
+  const std::string list = AclWith(kNobody);
+  ASSERT_EQ(setxattr("Listed.RXL", "system.posix_acl_access", list.data(), list.size(), 0), 0);
+  for (const uid_t user : {kNobody, kOther, kNobody}) {
+    Elsewhere([&] {
+      support::BecomeUser(user);
+      CFile file;
+      ASSERT_EQ(OpenError(&file, "Listed.RXL", kCreateExclusive), 0) << user;
+      file.Close();
+    });
   }
 }
 

@@ -85,6 +85,14 @@ void AccessList::Add(const AccessList& other) {
     permits_[key] |= permits;
 }
 
+void AccessList::AddFormerOwner(std::uint32_t user) {
+  if (!isList_) return;
+  AccessList added(0);
+  added.most_ = permits_.at({kOwner, kNobody});
+  added.permits_[{kUser, user}] = added.most_;
+  Add(added);
+}
+
 mode_t AccessList::Permissions() const {
   const unsigned group = permits_.at({kOwningGroup, kNobody}) & most_;
   return permits_.at({kOwner, kNobody}) << 6 | group << 3 | permits_.at({kEverybody, kNobody});

@@ -27,6 +27,9 @@ class AccessList {
   // Permits what the other list permits as well. Nobody gets what neither of them permits.
   void Add(const AccessList& other);
 
+  // Permits a user what is permitted to the owner, where a list can say so: one who is no longer the owner.
+  void AddFormerOwner(std::uint32_t user);
+
   // Gives it to a file of this mode. A file system that does not take lists leaves the group with nothing. 0 or an
   // errno value.
   int ApplyTo(const platform::Descriptor& file, mode_t mode) const;

@@ -114,6 +114,7 @@ int TakeOverRightsInFolder(const Descriptor& file, const Descriptor& old, const 
                                            : AccessList(GivenByFolder(isShared && own.st_gid == place.st_gid));
   if (own.st_gid != groupOfNewFile) given.ForgetGroup();
   list.Add(given);
+  if (own.st_uid != replaced.st_uid) list.AddFormerOwner(replaced.st_uid);
   return list.ApplyTo(file, own.st_mode);
 }
 
