@@ -26,8 +26,12 @@ cmake --preset debug -DKESTOR_BENCH=OFF >/dev/null
 cmake --build --preset debug --target contention_test kestor kestorctl
 PATH="$PWD/build/debug/bin:$PATH"
 
-folder="$(mktemp -d "${TMPDIR:-/tmp}/kestor-network-XXXXXX")"
-chmod 711 "$folder"  # the volume's servers have users of their own
+# The volumes' servers take no blanks in a path and no long one, and have users of their own.
+place="${TMPDIR:-/tmp}"
+[[ "$place" != *[[:space:]]* && "${#place}" -le 40 ]] || place=/tmp
+folder="$(mktemp -d "$place/kestor-network-XXXXXX")"
+chmod 711 "$folder"
+echo "If this is killed: KESTOR_MACHINES=$folder/machines tests/contention/machines.sh down"
 export KESTOR_MACHINES="$folder/machines" KESTOR_LONG_TESTS=1 KESTOR_CONTENTION_MINUTES=1
 export KESTOR_HOME="$folder/home" XDG_RUNTIME_DIR="$folder/run"
 mkdir -m 700 "$XDG_RUNTIME_DIR"

@@ -125,7 +125,7 @@ class ContentionTest : public ConversionTest {
   }
 
   static void Machines(const std::string& command) {
-    EXPECT_EQ(std::system((KESTOR_MACHINES_SCRIPT " " + command).c_str()), 0) << command;
+    EXPECT_EQ(std::system(("'" KESTOR_MACHINES_SCRIPT "' " + command).c_str()), 0) << command;
   }
 
   // The process behind the second mount dies, and with it what that machine has not yet sent. Its stations are stopped
