@@ -9,7 +9,6 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
-#include <set>
 #include <sstream>
 #include <string_view>
 #include <system_error>
@@ -25,12 +24,6 @@ namespace {
 
 const std::string kLocksStay = "locks stay on this machine";
 const std::string kContentStays = "content that other machines change stays in this one's memory";
-
-struct Mount {
-  std::string type;
-  std::string source;
-  std::set<std::string> options;
-};
 
 // A line of the system's table is "ID PARENT MAJOR:MINOR ROOT POINT OPTIONS [TAG…] - TYPE SOURCE OPTIONS".
 std::optional<Mount> MountOf(const struct stat& folder) {
@@ -108,26 +101,30 @@ std::vector<std::string> HazardsOfOptions(const Mount& mount,
 
 }  // namespace
 
+std::vector<std::string> SharingHazards(const Mount& mount, const fs::path& top) {
+  if (mount.type == "fuse.glusterfs") return GlusterHazards(top);
+  if (mount.source.starts_with("mfs#") || mount.source.starts_with("mfs\\043")) return MooseHazards(top);
+  if (mount.type == "nfs" || mount.type == "nfs4") {
+    return HazardsOfOptions(mount, {{"nolock", kLocksStay},
+                                    {"local_lock=all", kLocksStay},
+                                    {"local_lock=posix", kLocksStay},
+                                    {"nocto", kContentStays}});
+  }
+  if (mount.type == "cifs" || mount.type == "smb3") {
+    return HazardsOfOptions(mount, {{"nobrl", kLocksStay}, {"cache=loose", kContentStays}});
+  }
+  return {"whether " + mount.type + " keeps several machines apart is not known"};
+}
+
 std::vector<std::string> SharingHazards(const fs::path& folder) {
   host::Descriptor opened;
   struct stat status = {};
   if (host::OpenFolder(AT_FDCWD, folder, &opened) != 0 || host::Stat(opened, &status) != 0) return {};
   if (major(status.st_dev) != 0 || host::IsLocal(opened)) return {};
   const std::optional<Mount> mount = MountOf(status);
-  if (!mount) return {};
   std::error_code error;
-  const fs::path top = TopOf(fs::canonical(folder, error), status.st_dev);
-  if (mount->type == "fuse.glusterfs") return GlusterHazards(top);
-  if (mount->source.starts_with("mfs#") || mount->source.starts_with("mfs\\043")) return MooseHazards(top);
-  if (mount->type == "nfs" || mount->type == "nfs4") {
-    return HazardsOfOptions(*mount,
-                            {{"nolock", kLocksStay}, {"local_lock=all", kLocksStay}, {"local_lock=posix", kLocksStay}});
-  }
-  if (mount->type == "cifs" || mount->type == "smb3") {
-    return HazardsOfOptions(*mount, {{"nobrl", kLocksStay}, {"cache=loose", kContentStays}});
-  }
-  if (mount->type == "ceph") return {};
-  return {"whether " + mount->type + " keeps several machines apart is not known"};
+  return mount ? SharingHazards(*mount, TopOf(fs::canonical(folder, error), status.st_dev))
+               : std::vector<std::string>{};
 }
 
 }  // namespace kestorctl
