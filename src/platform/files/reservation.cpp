@@ -131,7 +131,8 @@ DWORD RemoveIfAbandoned(const host::Descriptor& folder, const std::string& hidde
   if (error = host::Stat(file, &status); error != 0) return OpeningError(error);
   if (const DWORD stale = CatchUpWithMachines(file, &status); stale != ERROR_SUCCESS) return stale;
   if (status.st_nlink == 0 || !LeadsTo(folder, hiddenName, file)) return kStartAnew;
-  return platform::OsError(host::Unlink(folder, hiddenName));
+  error = host::Unlink(folder, hiddenName);
+  return error == ENOENT ? kStartAnew : platform::OsError(error);
 }
 
 bool IsOld(const host::Descriptor& folder, const std::string& hiddenName) {
