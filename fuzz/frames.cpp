@@ -76,8 +76,16 @@ void TakeBuffer(channel::Decoder in) {
   marshal::TakeAnswer(S_OK, in, argument);
 }
 
+void TakeNote(channel::Decoder in) {
+  const std::size_t most = in.Left();
+  channel::Note note{};
+  if (channel::TakeNote(in, &note)) {
+    Require(note.name.size() + note.reason.size() + note.before.size() + note.after.size() + 22 == most);
+  }
+}
+
 void Receive(std::uint16_t kind, channel::Decoder answer) {
-  switch (kind % 8) {
+  switch (kind % 9) {
     case 0:
       return TakeRecord<tagREG_RELEXPORTACAO>(answer);
     case 1:
@@ -92,6 +100,8 @@ void Receive(std::uint16_t kind, channel::Decoder answer) {
       return TakeFilledRecord(answer);
     case 6:
       return TakeTextAndNumber(answer);
+    case 7:
+      return TakeNote(answer);
     default:
       return TakeBuffer(answer);
   }

@@ -17,20 +17,39 @@ using channel::Connection;
 
 constexpr std::array<char, 16> kAnyInterface{};
 
-// Slot 3 echoes its argument bytes; slot 4 answers with as many bytes as it is told to; others run out of memory.
+// Slot 3 echoes its argument bytes; slot 4 answers with as many bytes as it is told to; slot 6 tells as many notes as
+// it is told to; others run out of memory.
 class EchoSession final : public channel::Session {
  public:
-  HRESULT Call(std::uint16_t slot, channel::Decoder& arguments, channel::Encoder& out) override {
-    if (slot != 3 && slot != 4) throw std::bad_alloc();
-    const std::size_t count = slot == 3 ? arguments.Left() : arguments.U32();
+  HRESULT Call(channel::Caller& caller, std::uint16_t slot, channel::Decoder& arguments,
+               channel::Encoder& out) override {
+    if (slot != 3 && slot != 4 && slot != 6) throw std::bad_alloc();
+    EXPECT_EQ(caller.Process(), getpid());
+    EXPECT_EQ(caller.User(), geteuid());
+    const auto count = slot == 3 ? static_cast<std::uint32_t>(arguments.Left()) : arguments.U32();
     if (slot == 3) out.Bytes(arguments.Bytes(count), count);
     if (slot == 4) std::memset(out.Space(count), 'x', count);
+    for (std::uint32_t i = 1; slot == 6 && i <= count; ++i)
+      caller.Tell({2, i, count, "name", "why", {}, {}});
+    reason_ = slot == 4 ? std::string(count, 'y') : "slot " + std::to_string(slot);
     return 1;
   }
+
+  std::string Reason() override { return reason_; }
+
+ private:
+  std::string reason_;
 };
 
 class EchoService final : public channel::Service {
  public:
+  HRESULT Rehearse(channel::Caller& caller, channel::Decoder& arguments) override {
+    const std::size_t count = arguments.Left();
+    const std::string_view said(reinterpret_cast<const char*>(arguments.Bytes(count)), count);
+    caller.Tell({7, 1, 1, "n", "", "before", said});
+    return said.empty() ? E_INVALIDARG : S_OK;
+  }
+
   HRESULT Create(const std::byte* /*interfaceId*/, std::unique_ptr<channel::Session>* session) override {
     *session = std::make_unique<EchoSession>();
     return 0;
@@ -54,6 +73,21 @@ std::string Status(pid_t server) {
   return Frame(FrameType::status, 0, Number(static_cast<std::uint32_t>(server), 4) + Number(1, 4));
 }
 
+std::string Why(const std::string& text = "") {
+  return Frame(FrameType::reason, 0, text);
+}
+std::string Notes(std::uint32_t count) {
+  std::string frames;
+  for (std::uint32_t i = 1; i <= count; ++i) {
+    frames += Frame(
+        FrameType::note, 0,
+        Number(2, 2) + Number(i, 4) + Number(count, 4) + Number(4, 4) + "name" + Number(3, 4) + "why" + Number(0, 4));
+  }
+  return frames;
+}
+
+const std::string kFollow = Frame(FrameType::follow, 0, "");
+const std::string kOldHello = Frame(FrameType::hello, 0, std::string("KSTR\1\0\0\0", 8));
 const std::string kHelloOfAnotherVersion = Frame(FrameType::hello, 0, std::string("KSTR\2\0\0\0", 8));
 const std::string kLaterHello = Frame(FrameType::hello, 7, std::string("KSTR\1\0spares", 12));
 const std::string kOpening = Opening(kAnyInterface.data());
@@ -61,7 +95,7 @@ const std::string kCreate = kOpening.substr(kHello.size());
 const std::string kCreated = Frame(FrameType::created, 0, Number(0, 4));
 
 // The outcome for a client that asks for the status of a server of `user`, which says `said` and ends.
-Connection::Outcome AskStatus(const std::string& said, uid_t user = geteuid()) {
+Connection::Outcome AskStatus(const std::string& said, uid_t user = geteuid(), FrameType opening = FrameType::status) {
   const support::TempFolder folder;
   const std::string path = folder.Path() / "socket";
   const platform::Descriptor listening = SocketAt(path, bind);
@@ -69,10 +103,10 @@ Connection::Outcome AskStatus(const std::string& said, uid_t user = geteuid()) {
   EXPECT_EQ(seteuid(user), 0);
   EXPECT_EQ(listen(listening.Number(), 1), 0);
   EXPECT_EQ(seteuid(self), 0);
-  auto asked = std::async(std::launch::async, [&path] {
+  auto asked = std::async(std::launch::async, [&path, opening] {
     std::unique_ptr<Connection> connection;
     channel::Decoder answer;
-    return Connection::Open(path, geteuid(), FrameType::status, nullptr, 0, 30, &connection, &answer);
+    return Connection::Open(path, geteuid(), {opening, nullptr, 0}, 30, &connection, &answer);
   });
   const RawPeer client(platform::Descriptor(accept(listening.Number(), nullptr, nullptr)));
   client.Send(said);
@@ -113,6 +147,12 @@ TEST_F(ServerTest, EveryPeerIsAnsweredAndOthersNoticeNothing) {
   const std::string badData = Refusal(rpc::kBadStubData);
   const std::string badVersion = kHello + Refusal(rpc::kVersionMismatch);
   const std::string opened = kHello + kCreated;
+  const std::uint32_t many = 100000;
+  const std::string tellMany = Request(6, Number(many, 4));
+  const std::string tellTwo = Request(6, Number(2, 4));
+  const std::string rehearsed =
+      Frame(FrameType::note, 0,
+            Number(7, 2) + Number(1, 4) + Number(1, 4) + Number(1, 4) + "n" + Number(0, 4) + Number(6, 4) + "beforex");
   const std::tuple<const char*, std::string, std::string> cases[] = {
       {"small calls", kOpening + Request(3, "one") + Request(3, ""), opened + Result(3, "one") + Result(3, "")},
       {"large calls", kOpening + Request(3, large) + askHuge + askHuge,
@@ -122,6 +162,23 @@ TEST_F(ServerTest, EveryPeerIsAnsweredAndOthersNoticeNothing) {
       {"another version", kHelloOfAnotherVersion + kCreate, badVersion},
       {"a short hello", Frame(FrameType::hello, 0, "KS"), badVersion},
       {"a call before an object", kHello + Request(3, ""), kHello + badData},
+      {"why", kOpening + Why() + Request(3, "one") + Why("spare") + Why(),
+       opened + Why() + Result(3, "one") + Why("slot 3") + Why("slot 3")},
+      {"why memory ran out", kOpening + Request(3, "") + Request(5, "") + Why(),
+       opened + Result(3, "") + Frame(FrameType::result, 5, Number(static_cast<std::uint32_t>(E_OUTOFMEMORY), 4)) +
+           Why()},
+      {"why, at length", kOpening + Request(4, Number(20000, 4)) + Why(),
+       opened + Result(4, std::string(20000, 'x')) + Why(std::string(16384, 'y'))},
+      {"a followed call", kOpening + tellTwo + kFollow + tellTwo + tellTwo,
+       opened + Result(6, "") + Notes(2) + Result(6, "") + Result(6, "")},
+      {"more notes than a socket takes", kOpening + kFollow + tellMany + Request(3, "x"),
+       opened + Notes(many) + Result(6, "") + Result(3, "x")},
+      {"a rehearsal", kHello + kFollow + Frame(FrameType::rehearse, 0, "x") + Frame(FrameType::rehearse, 0, ""),
+       kHello + rehearsed + Frame(FrameType::rehearse, 0, Number(0, 4)) +
+           Frame(FrameType::rehearse, 0, Number(static_cast<std::uint32_t>(E_INVALIDARG), 4))},
+      {"why, before an object", kHello + Why(), kHello + badData},
+      {"following before hello", kFollow + kHello, badVersion},
+      {"a rehearsal of an object", kOpening + Frame(FrameType::rehearse, 0, "x"), opened + badData},
       {"a short interface identity", kHello + Frame(FrameType::create, 0, "short"), kHello + badData},
       {"an unknown type", kOpening + Frame(FrameType{99}, 0, ""), opened + badData},
       {"a second object", kOpening + kCreate, opened + badData},
@@ -217,6 +274,49 @@ TEST(Client, MisbehavingServers) {
   };
   for (const auto& [said, outcome] : cases)
     EXPECT_EQ(AskStatus(said), outcome) << testing::PrintToString(said);
+  EXPECT_EQ(AskStatus(kOldHello, geteuid(), FrameType::rehearse), Outcome::otherVersion) << "nothing is sent to it";
+}
+
+// What a client makes of the answer to a call that it follows, and of the answer to its asking why.
+std::string Followed(const std::string& opened, const std::string& answer, const std::string& why = "") {
+  struct Receiver final : channel::NoteReceiver {
+    void Receive(const channel::Note& note) override { heard.append(note.name).append(note.reason) += ' '; }
+    std::string heard;
+  } receiver;
+  const support::TempFolder folder;
+  const std::string path = folder.Path() / "socket";
+  const platform::Descriptor listening = SocketAt(path, bind);
+  EXPECT_EQ(listen(listening.Number(), 1), 0);
+  auto called = std::async(std::launch::async, [&] {
+    std::unique_ptr<Connection> connection;
+    channel::Decoder out;
+    EXPECT_EQ(Connection::Open(path, geteuid(), {FrameType::create, kAnyInterface.data(), 16}, 30, &connection, &out),
+              Connection::Outcome::ok);
+    connection->BeginCall(6, &receiver).U32(2);
+    receiver.heard += std::to_string(connection->Exchange(&out));
+    receiver.heard += "(" + connection->AskReason() + ")";
+  });
+  const RawPeer client(platform::Descriptor(accept(listening.Number(), nullptr, nullptr)));
+  client.Receive(kOpening.size());
+  client.Send(opened);
+  client.Receive(opened == kOldHello + kCreated ? 12 : 20);
+  client.Send(answer);
+  if (!why.empty() && client.Receive(8) == Why()) client.Send(why);
+  client.StopSending();
+  called.get();
+  return receiver.heard;
+}
+
+TEST(Client, NotesAndReasonsOfAnyServer) {
+  const std::string opened = kHello + kCreated;
+  const std::string failed = std::to_string(rpc::kCallFailed) + "()";
+  const std::string old = kOldHello + kCreated;
+  EXPECT_EQ(Followed(opened, Notes(2) + Result(6, ""), Why("because")), "namewhy namewhy 1(because)");
+  EXPECT_EQ(Followed(opened, Result(6, ""), Result(6, "")), "1()");
+  EXPECT_EQ(Followed(opened, Result(6, "")), "1()");
+  EXPECT_EQ(Followed(opened, Frame(FrameType::note, 0, "short") + Result(6, "")), failed);
+  EXPECT_EQ(Followed(old, Result(6, "")), "1()") << "an older server is asked for nothing";
+  EXPECT_EQ(Followed(old, Notes(1) + Result(6, "")), failed);
 }
 
 }  // namespace

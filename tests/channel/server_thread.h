@@ -28,7 +28,7 @@ inline std::string Frame(FrameType type, std::uint16_t slot, const std::string& 
          payload;
 }
 
-inline const std::string kHello = Frame(FrameType::hello, 0, std::string("KSTR\1\0\0\0", 8));
+inline const std::string kHello = Frame(FrameType::hello, 0, std::string("KSTR\1\0\1\0", 8));
 
 // The frames that open a connection to an object with the interface, of 16 bytes.
 inline std::string Opening(const void* interfaceId) {
@@ -78,8 +78,9 @@ class RawPeer {
       head.resize(channel::kHeadBytes);
       const auto [bytes, type, slot] = channel::ReadHead(reinterpret_cast<const std::byte*>(head.data()));
       const bool isRefusal = type == FrameType::refusal;
-      const bool isServers = type == FrameType::hello || type == FrameType::created || type == FrameType::result ||
-                             type == FrameType::status || isRefusal;
+      constexpr std::uint32_t kClients = 1u << 2 | 1u << 4 | 1u << 9;  // Create, Call, Follow
+      const auto number = static_cast<unsigned>(type);
+      const bool isServers = number >= 1 && number <= 11 && (kClients >> number & 1u) == 0;
       if (!isServers || bytes > channel::kMaxPayloadBytes) throw std::runtime_error("no frame of a server");
       const std::string payload = Receive(bytes);
       if (payload.size() != bytes) throw std::runtime_error("half a frame");
@@ -126,7 +127,7 @@ class ServerThread {
 inline std::unique_ptr<channel::Connection> OpenObject(const std::string& path, const void* interfaceId) {
   std::unique_ptr<channel::Connection> connection;
   channel::Decoder answer;
-  EXPECT_EQ(channel::Connection::Open(path, geteuid(), FrameType::create, interfaceId, 16, 30, &connection, &answer),
+  EXPECT_EQ(channel::Connection::Open(path, geteuid(), {FrameType::create, interfaceId, 16}, 30, &connection, &answer),
             channel::Connection::Outcome::ok);
   EXPECT_EQ(answer.U32(), 0u);
   return connection;

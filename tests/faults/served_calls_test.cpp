@@ -18,7 +18,7 @@ class ServedCallsTest : public testing::Test {
   HRESULT Open(const IID& iid, Connected* connection) const {
     channel::Decoder answer;
     const auto opened =
-        Connection::Open(socket_, geteuid(), channel::FrameType::create, &iid, sizeof iid, 30, connection, &answer);
+        Connection::Open(socket_, geteuid(), {channel::FrameType::create, &iid, sizeof iid}, 30, connection, &answer);
     return opened == Connection::Outcome::ok ? static_cast<HRESULT>(answer.U32()) : rpc::kCallFailed;
   }
 

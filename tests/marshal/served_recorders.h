@@ -153,7 +153,8 @@ class Recorders final : public channel::Service {
     StubSession(const IID& iid, Recorders& recorders)
         : stub(MarshalerOf(iid).newStub(recorder::NewObject(iid, recorders.script).Get())), tamper(recorders.tamper) {}
 
-    HRESULT Call(std::uint16_t slot, channel::Decoder& arguments, channel::Encoder& out) override {
+    HRESULT Call(channel::Caller& /*caller*/, std::uint16_t slot, channel::Decoder& arguments,
+                 channel::Encoder& out) override {
       const HRESULT result = stub->Invoke(slot, arguments, out);
       if (tamper) tamper(out);
       return result;

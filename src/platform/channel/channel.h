@@ -3,9 +3,12 @@
 // of those who encode and decode them. docs/protocol.md describes every byte.
 //
 // One connection carries one object. A frame is an 8-byte head (payload length, type, slot) and its payload, all
-// numbers little-endian. The client opens with Hello and then Create or Status; after Created it sends Call frames,
-// each answered by one Result. Spare fields are sent as zero, and receivers ignore them, so that a later version can
-// use them. The slot of a frame that is neither Call nor Result is spare.
+// numbers little-endian. The client opens with Hello and then Create, Status or Rehearse; after Created it sends Call
+// frames, each answered by one Result. Spare fields are sent as zero, and receivers ignore them, so that a later
+// version can use them. The slot of a frame that is neither Call nor Result is spare.
+//
+// A client may ask for more where the server's Hello says that it knows of it: why its last call ended as it did, and
+// what becomes of the parts of a long call while it runs.
 #pragma once
 
 #include <array>
@@ -22,6 +25,7 @@
 
 #include "platform/host/descriptor.h"
 #include "platform/kernel/kernel.h"
+#include "platform/kernel/results.h"
 
 namespace channel {
 
@@ -33,14 +37,24 @@ inline constexpr std::size_t kHeadBytes = 8;
 inline constexpr std::uint32_t kMaxPayloadBytes = 128u << 20;
 
 enum class FrameType : std::uint16_t {
-  hello = 1,    // both ways, first: magic (4), protocol version (2), spare (2)
-  create = 2,   // client: interface identity (16)
-  created = 3,  // server: result (4)
-  call = 4,     // client: arguments; the head names the slot
-  result = 5,   // server: result (4), out-arguments
-  refusal = 6,  // server, last: result (4), reason in UTF-8
-  status = 7    // client: spare; server: process id (4), live objects (4)
+  hello = 1,     // both ways, first: magic (4), protocol version (2), extensions that the sender knows (2)
+  create = 2,    // client: interface identity (16)
+  created = 3,   // server: result (4)
+  call = 4,      // client: arguments; the head names the slot
+  result = 5,    // server: result (4), out-arguments
+  refusal = 6,   // server, last: result (4), reason in UTF-8
+  status = 7,    // client: spare; server: process id (4), live objects (4)
+  reason = 8,    // client, after a Result: spare; server: why that call ended so, in UTF-8, or nothing
+  follow = 9,    // client, before a Call or Rehearse: spare; the server sends Notes of that one
+  note = 10,     // server, before a Result: a Note
+  rehearse = 11  // client, in the place of Create: arguments; server: result (4)
 };
+
+// Bits of Hello: the sender knows the frames from Reason to Rehearse.
+inline constexpr std::uint16_t kKnowsReasons = 1;
+
+// The bytes of a reason that a server sends; what is longer is cut.
+inline constexpr std::size_t kMaxReasonBytes = 16u << 10;
 
 struct FrameHead {
   std::uint32_t payloadBytes;
@@ -132,10 +146,37 @@ class Decoder {
   bool ok_ = true;
 };
 
+// What a server tells of one part of a long call. All texts are UTF-8. On the wire: fate (2), done (4), total (4), name
+// and reason and before, each with its length in bytes (4) in front, after.
+struct Note {
+  std::uint16_t fate;       // what became of it; the numbers are those of the method
+  std::uint32_t done;       // parts of the call that are done, this one included
+  std::uint32_t total;      // all parts of the call
+  std::string_view name;    // of the part
+  std::string_view reason;  // why, where the fate does not say it; may be empty
+  std::string_view before;  // content of the part before and after, where a rehearsal shows it
+  std::string_view after;
+};
+
+// Throws std::bad_alloc.
+void AppendNote(const Note& note, Encoder* frames);
+
+// False when the payload is no Note. The texts lie in the payload.
+bool TakeNote(Decoder& payload, Note* note);
+
 // ---- Client --------------------------------------------------------------------------------------------------------
 
 // True when a process listens at the socket. Nothing is sent.
 bool SomebodyListens(const std::string& socketPath);
+
+// What a client does with the notes of a call.
+class NoteReceiver {
+ public:
+  virtual void Receive(const Note& note) = 0;  // throws nothing
+
+ protected:
+  ~NoteReceiver() = default;
+};
 
 // A client's end of one connection. One exchange at a time.
 class Connection {
@@ -150,36 +191,67 @@ class Connection {
     otherVersion  // the peer speaks another version of the protocol
   };
 
-  // Connects to a process of `user` (or of root, where root does not act for a user) and exchanges the opening frames:
-  // `opening` holds the frame that follows Hello (Create or Status), and
-  // `*answer` receives the payload of its answer, valid until the next exchange. Waits `seconds` for it; 0: as long as
-  // the server is there, since it may be at work for another client.
-  static Outcome Open(const std::string& socketPath, uid_t user, FrameType opening, const void* payload,
-                      std::size_t payloadBytes, int seconds, std::unique_ptr<Connection>* connection, Decoder* answer);
+  // The frame that follows Hello.
+  struct Opening {
+    FrameType type;  // create, status or rehearse
+    const void* payload;
+    std::size_t payloadBytes;
+    NoteReceiver* receiver = nullptr;  // gets the notes of a rehearsal
+  };
+
+  // Connects to a process of `user` (or of root, where root does not act for a user) and exchanges the opening frames;
+  // `*answer` receives the payload of the opening's answer, valid until the next exchange. Waits `seconds` for it; 0:
+  // as long as the server is there, since it may be at work for another client. A rehearsal is not sent to a server
+  // that does not know of it: otherVersion.
+  static Outcome Open(const std::string& socketPath, uid_t user, const Opening& opening, int seconds,
+                      std::unique_ptr<Connection>* connection, Decoder* answer);
 
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  // Starts the request for a slot; the caller encodes the arguments and calls Exchange.
-  Encoder& BeginCall(std::uint16_t slot);
+  // Starts the request for a slot; the caller encodes the arguments and calls Exchange. `receiver` (unless null) gets
+  // the notes of the call, where the server knows of them.
+  Encoder& BeginCall(std::uint16_t slot, NoteReceiver* receiver = nullptr);
 
   // Sends the request and waits for its result: the method's, with `*out` at the out-arguments after it (valid until
   // the next BeginCall), or one of the transport's own.
   HRESULT Exchange(Decoder* out);
 
+  // Why the last call ended as it did: UTF-8, empty when the server has nothing to say or does not know of reasons.
+  // Throws std::bad_alloc.
+  std::string AskReason();
+
  private:
   explicit Connection(platform::Descriptor descriptor) : descriptor_(std::move(descriptor)) {}
+  void AppendOpening(const Opening& opening);
+  void StartReceiving();
   bool Send(const Buffer& frames);
+  bool ReceiveAnswer(NoteReceiver* receiver, FrameHead* head, Decoder* payload);
   bool ReceiveFrame(FrameHead* head, Decoder* payload);
 
   const platform::Descriptor descriptor_;
   bool broken_ = false;
+  bool knowsReasons_ = false;         // the server
+  NoteReceiver* receiver_ = nullptr;  // of the call that is being made
   Encoder request_;
   Buffer received_;           // from the last frame on
   std::size_t consumed_ = 0;  // bytes of `received_` that the last frame took
 };
 
 // ---- Server --------------------------------------------------------------------------------------------------------
+
+// The peer whose call is being served.
+class Caller {
+ public:
+  virtual uid_t User() const = 0;
+  virtual pid_t Process() const = 0;
+
+  // Tells the peer at once, without waiting for it, if it follows the call. Throws nothing.
+  virtual void Tell(const Note& note) = 0;
+
+ protected:
+  ~Caller() = default;
+};
 
 // What a server keeps for one connection that carries an object. Destroyed when the connection ends, for whatever
 // reason: the object's references go with it.
@@ -189,13 +261,19 @@ class Session {
 
   // Serves one call: reads the arguments, appends the out-arguments to `out`, gives the method's result. When the
   // arguments do not decode, nothing is called and the result is rpc::kBadStubData.
-  virtual HRESULT Call(std::uint16_t slot, Decoder& arguments, Encoder& out) = 0;
+  virtual HRESULT Call(Caller& caller, std::uint16_t slot, Decoder& arguments, Encoder& out) = 0;
+
+  // Why the last call ended as it did: UTF-8, or empty.
+  virtual std::string Reason() { return {}; }
 };
 
 // What one listening socket leads to.
 class Service {
  public:
   virtual HRESULT Create(const std::byte* interfaceId, std::unique_ptr<Session>* session) = 0;
+
+  // Tells the caller, note by note, what a call would do, and does nothing of it.
+  virtual HRESULT Rehearse(Caller& /*caller*/, Decoder& /*arguments*/) { return E_NOTIMPL; }
 
   // Called when the name of the socket is lost: makes its folder again where that is gone, or gives the socket another
   // path. False when it is not to be had.
@@ -234,6 +312,7 @@ class Server final : public platform::MessageSource {
  private:
   struct Listener;
   struct Peer;
+  class PeerAsCaller;
 
   bool Bind(Listener& listener);
   void RestoreNames();
@@ -256,7 +335,10 @@ class Server final : public platform::MessageSource {
   void ServeNext(Peer& peer, bool fromPeer);
   void Serve(Peer& peer, const FrameHead& head, const std::byte* payload);
   void ServeOpening(Peer& peer, FrameType type, Decoder payload);
+  void ServeRehearsal(Peer& peer, Decoder arguments);
   void ServeCall(Peer& peer, std::uint16_t slot, Decoder arguments);
+  void ServeReason(Peer& peer);
+  void Tell(Peer& peer, const Note& note);
   void Refuse(Peer& peer, HRESULT result, std::string_view reason);
   void Answer(Peer& peer);
   void Flush(Peer& peer);
@@ -277,6 +359,7 @@ class Server final : public platform::MessageSource {
   std::deque<std::uint64_t> ready_;  // peers with a whole frame in their own buffer
   Buffer received_;                  // what the last reading brought; holds the frame until it is dispatched
   Encoder answer_;
+  Encoder note_;
   std::size_t heldBytes_ = 0;
   std::uint32_t liveObjects_ = 0;
 };

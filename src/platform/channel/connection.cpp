@@ -28,6 +28,11 @@ void LimitWaiting(int descriptor, int option, int seconds) {
   setsockopt(descriptor, SOL_SOCKET, option, &limit, sizeof limit);
 }
 
+void AppendEmptyFrame(FrameType type, Encoder* frames) {
+  frames->BeginFrame(type);
+  frames->EndFrame();
+}
+
 bool Connect(int descriptor, const sockaddr_un& address) {
   int result = 0;
   do {
@@ -46,9 +51,8 @@ bool SomebodyListens(const std::string& socketPath) {
   return probe && (Connect(probe.Number(), address) || errno == EAGAIN);
 }
 
-Connection::Outcome Connection::Open(const std::string& socketPath, uid_t user, FrameType opening, const void* payload,
-                                     std::size_t payloadBytes, int seconds, std::unique_ptr<Connection>* connection,
-                                     Decoder* answer) {
+Connection::Outcome Connection::Open(const std::string& socketPath, uid_t user, const Opening& opening, int seconds,
+                                     std::unique_ptr<Connection>* connection, Decoder* answer) {
   sockaddr_un address{};
   if (!SocketAddress(socketPath, &address)) return Outcome::nobody;
   Descriptor descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -64,9 +68,9 @@ Connection::Outcome Connection::Open(const std::string& socketPath, uid_t user, 
   Connection& own = **connection;
 
   AppendHello(&own.request_);
-  own.request_.BeginFrame(opening);
-  own.request_.Bytes(payload, payloadBytes);
-  own.request_.EndFrame();
+  // An older server would take the frame for an error: its Hello is waited for.
+  const bool asksFirst = opening.type == FrameType::rehearse;
+  if (!asksFirst) own.AppendOpening(opening);
 
   LimitWaiting(own.descriptor_.Number(), SO_SNDTIMEO, 0);
   LimitWaiting(own.descriptor_.Number(), SO_RCVTIMEO, seconds);
@@ -77,7 +81,14 @@ Connection::Outcome Connection::Open(const std::string& socketPath, uid_t user, 
   if (!own.ReceiveFrame(&head, answer)) return silence();
   if (head.type == FrameType::hello) {
     if (answer->U32() != kMagic || answer->U16() != kProtocolVersion) return Outcome::otherVersion;
-    if (!own.ReceiveFrame(&head, answer)) return silence();
+    own.knowsReasons_ = (answer->U16() & kKnowsReasons) != 0 && answer->Ok();
+    if (asksFirst) {
+      if (!own.knowsReasons_) return Outcome::otherVersion;
+      own.request_.Clear();
+      own.AppendOpening(opening);
+      own.Send(own.request_.Frames());
+    }
+    if (!own.ReceiveAnswer(opening.receiver, &head, answer)) return silence();
   }
   if (head.type == FrameType::refusal) {
     const auto result = static_cast<HRESULT>(answer->U32());
@@ -85,15 +96,26 @@ Connection::Outcome Connection::Open(const std::string& socketPath, uid_t user, 
     if (result == rpc::kServerTooBusy) return Outcome::full;
     return result == E_ACCESSDENIED ? Outcome::denied : Outcome::lost;
   }
-  if (head.type != (opening == FrameType::create ? FrameType::created : opening)) return Outcome::otherVersion;
+  if (head.type != (opening.type == FrameType::create ? FrameType::created : opening.type)) {
+    return Outcome::otherVersion;
+  }
   LimitWaiting(own.descriptor_.Number(), SO_RCVTIMEO, 0);
   return Outcome::ok;
 }
 
-Encoder& Connection::BeginCall(std::uint16_t slot) {
+void Connection::AppendOpening(const Opening& opening) {
+  if (opening.receiver != nullptr) AppendEmptyFrame(FrameType::follow, &request_);
+  request_.BeginFrame(opening.type);
+  request_.Bytes(opening.payload, opening.payloadBytes);
+  request_.EndFrame();
+}
+
+Encoder& Connection::BeginCall(std::uint16_t slot, NoteReceiver* receiver) {
   constexpr std::size_t kKeptBytes = 1u << 20;
   if (received_.Capacity() > kKeptBytes) received_.Release();
+  receiver_ = knowsReasons_ ? receiver : nullptr;
   request_.Clear();
+  if (receiver_ != nullptr) AppendEmptyFrame(FrameType::follow, &request_);
   request_.BeginFrame(FrameType::call, slot);
   return request_;
 }
@@ -106,11 +128,10 @@ HRESULT Connection::Exchange(Decoder* out) {
     broken_ = true;
     return rpc::kServerUnavailable;
   }
-  received_.Resize(0);
-  consumed_ = 0;
+  StartReceiving();
   FrameHead head{};
   try {
-    if (!ReceiveFrame(&head, out) || (head.type != FrameType::result && head.type != FrameType::refusal)) {
+    if (!ReceiveAnswer(receiver_, &head, out) || (head.type != FrameType::result && head.type != FrameType::refusal)) {
       broken_ = true;
       return rpc::kCallFailed;
     }
@@ -124,6 +145,42 @@ HRESULT Connection::Exchange(Decoder* out) {
     return out->Ok() && FAILED(result) ? result : rpc::kCallFailed;
   }
   return out->Ok() ? result : rpc::kBadStubData;
+}
+
+std::string Connection::AskReason() {
+  if (broken_ || !knowsReasons_) return {};
+  request_.Clear();
+  AppendEmptyFrame(FrameType::reason, &request_);
+  StartReceiving();
+  FrameHead head{};
+  Decoder text;
+  broken_ = true;  // unless the answer comes whole
+  if (!Send(request_.Frames()) || !ReceiveFrame(&head, &text) || head.type != FrameType::reason) return {};
+  broken_ = false;
+  const std::size_t size = text.Left();
+  return {reinterpret_cast<const char*>(text.Bytes(size)), size};
+}
+
+void Connection::StartReceiving() {
+  received_.Resize(0);
+  consumed_ = 0;
+}
+
+// The next frame that is no note of the call.
+bool Connection::ReceiveAnswer(NoteReceiver* receiver, FrameHead* head, Decoder* payload) {
+  for (;;) {
+    if (!ReceiveFrame(head, payload)) return false;
+    if (head->type != FrameType::note) return true;
+    Note note{};
+    if (receiver == nullptr || !TakeNote(*payload, &note)) {
+      errno = EPROTO;
+      return false;
+    }
+    receiver->Receive(note);
+    // Notes of a long call do not pile up.
+    received_.DropFront(consumed_);
+    consumed_ = 0;
+  }
 }
 
 bool Connection::Send(const Buffer& frames) {

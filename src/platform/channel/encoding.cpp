@@ -128,4 +128,46 @@ const std::byte* Decoder::Bytes(std::size_t count) {
   return start;
 }
 
+namespace {
+
+void AppendText(std::string_view text, Encoder* frames) {
+  frames->U32(static_cast<std::uint32_t>(text.size()));
+  frames->Bytes(text.data(), text.size());
+}
+
+std::string_view TakeBytes(Decoder& payload, std::size_t count) {
+  const std::byte* bytes = payload.Bytes(count);
+  return bytes == nullptr ? std::string_view() : std::string_view(reinterpret_cast<const char*>(bytes), count);
+}
+
+std::string_view TakeText(Decoder& payload) {
+  const std::uint32_t count = payload.U32();
+  return TakeBytes(payload, count);
+}
+
+}  // namespace
+
+void AppendNote(const Note& note, Encoder* frames) {
+  frames->BeginFrame(FrameType::note);
+  frames->U16(note.fate);
+  frames->U32(note.done);
+  frames->U32(note.total);
+  AppendText(note.name, frames);
+  AppendText(note.reason, frames);
+  AppendText(note.before, frames);
+  frames->Bytes(note.after.data(), note.after.size());
+  frames->EndFrame();
+}
+
+bool TakeNote(Decoder& payload, Note* note) {
+  note->fate = payload.U16();
+  note->done = payload.U32();
+  note->total = payload.U32();
+  note->name = TakeText(payload);
+  note->reason = TakeText(payload);
+  note->before = TakeText(payload);
+  note->after = TakeBytes(payload, payload.Left());
+  return payload.Ok();
+}
+
 }  // namespace channel

@@ -61,6 +61,24 @@ void AppendRefusal(Encoder* frames, HRESULT result, std::string_view reason) {
   frames->EndFrame();
 }
 
+// The result of what serves a peer; nothing that it throws goes further.
+template <typename Operation>
+HRESULT ResultOf(const Operation& operation) {
+  try {
+    return operation();
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+  } catch (...) {
+    return rpc::kServerFault;
+  }
+}
+
+ucred CredentialsOf(int descriptor) {
+  ucred credentials{};
+  PeerCredentials(descriptor, &credentials);
+  return credentials;
+}
+
 // Room for the next reading that grows with what has arrived, but not far beyond the frame that is promised.
 void ReserveForFrame(Buffer* input) {
   const std::size_t next = input->Size() + kReceiveBytes;
@@ -93,13 +111,20 @@ struct Server::Listener {
 
 struct Server::Peer {
   Peer(Descriptor socket, std::uint64_t ownKey, std::uint64_t listenerKey, Service* ownService)
-      : descriptor(std::move(socket)), key(ownKey), listener(listenerKey), service(ownService) {}
+      : descriptor(std::move(socket)),
+        key(ownKey),
+        listener(listenerKey),
+        service(ownService),
+        credentials(CredentialsOf(descriptor.Number())) {}
 
   Descriptor descriptor;
   const std::uint64_t key;
   const std::uint64_t listener;
   Service* service;
+  const ucred credentials;
   bool greeted = false;       // its Hello was right
+  bool follows = false;       // gets the notes of its next call, or of the one that is being served
+  bool hasReason = false;     // its session has served the last call
   bool queued = false;        // a whole frame of its own buffer waits in ready_; nothing more is read meanwhile
   bool leaving = false;       // to be dropped once its output is out
   Buffer input;               // what arrived after, or of, a frame that is not served yet
@@ -110,6 +135,21 @@ struct Server::Peer {
   std::size_t toSkip = 0;     // bytes still to come of a call for which memory is lacking
   std::uint16_t skipped = 0;  // and the slot that it calls
   std::unique_ptr<Session> session;
+};
+
+class Server::PeerAsCaller final : public Caller {
+ public:
+  PeerAsCaller(Server& server, Peer& peer) : server_(server), peer_(peer) {}
+
+  uid_t User() const override { return peer_.credentials.uid; }
+  pid_t Process() const override { return peer_.credentials.pid; }
+  void Tell(const Note& note) override {
+    if (peer_.follows) server_.Tell(peer_, note);
+  }
+
+ private:
+  Server& server_;
+  Peer& peer_;
 };
 
 Server::Server() : epoll_(epoll_create1(EPOLL_CLOEXEC)), mostPeers_(AllowPeers()), spare_(dup(epoll_.Number())) {
@@ -461,10 +501,14 @@ void Server::ServeNext(Peer& peer, bool fromPeer) {
 
 void Server::Serve(Peer& peer, const FrameHead& head, const std::byte* payload) {
   answer_.Clear();
-  if (!peer.session) {
+  if (head.type == FrameType::follow && peer.greeted) {
+    peer.follows = true;
+  } else if (!peer.session) {
     ServeOpening(peer, head.type, Decoder(payload, head.payloadBytes));
   } else if (head.type == FrameType::call) {
     ServeCall(peer, head.slot, Decoder(payload, head.payloadBytes));
+  } else if (head.type == FrameType::reason) {
+    ServeReason(peer);
   } else {
     Refuse(peer, rpc::kBadStubData, "a frame that has no place here");
   }
@@ -479,14 +523,8 @@ void Server::ServeOpening(Peer& peer, FrameType type, Decoder payload) {
     return;
   }
   if (type == FrameType::create && payload.Left() == kInterfaceIdBytes) {
-    HRESULT result = S_OK;
-    try {
-      result = peer.service->Create(payload.Bytes(kInterfaceIdBytes), &peer.session);
-    } catch (const std::bad_alloc&) {
-      result = E_OUTOFMEMORY;
-    } catch (...) {
-      result = rpc::kServerFault;
-    }
+    const HRESULT result =
+        ResultOf([&] { return peer.service->Create(payload.Bytes(kInterfaceIdBytes), &peer.session); });
     if (peer.session) ++liveObjects_;
     answer_.BeginFrame(FrameType::created);
     answer_.U32(static_cast<std::uint32_t>(result));
@@ -496,12 +534,24 @@ void Server::ServeOpening(Peer& peer, FrameType type, Decoder payload) {
     answer_.U32(static_cast<std::uint32_t>(getpid()));
     answer_.U32(liveObjects_);
     answer_.EndFrame();
+  } else if (type == FrameType::rehearse) {
+    ServeRehearsal(peer, payload);
   } else {
     Refuse(peer, rpc::kBadStubData, "a frame that has no place here");
   }
 }
 
+void Server::ServeRehearsal(Peer& peer, Decoder arguments) {
+  PeerAsCaller caller(*this, peer);
+  const HRESULT result = ResultOf([&] { return peer.service->Rehearse(caller, arguments); });
+  peer.follows = false;
+  answer_.BeginFrame(FrameType::rehearse);
+  answer_.U32(static_cast<std::uint32_t>(result));
+  answer_.EndFrame();
+}
+
 void Server::ServeCall(Peer& peer, std::uint16_t slot, Decoder arguments) {
+  peer.hasReason = false;
   try {
     answer_.BeginFrame(FrameType::result, slot);
     answer_.U32(0);
@@ -510,22 +560,47 @@ void Server::ServeCall(Peer& peer, std::uint16_t slot, Decoder arguments) {
     TellLackOfMemory(peer, slot);
     return;
   }
-  HRESULT result = S_OK;
-  try {
-    result = peer.session->Call(slot, arguments, answer_);
-  } catch (const std::bad_alloc&) {
-    result = E_OUTOFMEMORY;
-    answer_.CutPayload(sizeof(std::uint32_t));
-  } catch (...) {
-    result = rpc::kServerFault;
-    answer_.CutPayload(sizeof(std::uint32_t));
-  }
+  HRESULT result = ResultOf([&] {
+    PeerAsCaller caller(*this, peer);
+    const HRESULT ownResult = peer.session->Call(caller, slot, arguments, answer_);
+    peer.hasReason = true;
+    return ownResult;
+  });
+  peer.follows = false;
+  if (!peer.hasReason) answer_.CutPayload(sizeof(std::uint32_t));
   if (answer_.PayloadBytes() > kMaxPayloadBytes) {
     result = E_OUTOFMEMORY;
     answer_.CutPayload(sizeof(std::uint32_t));
   }
   answer_.PutU32(0, static_cast<std::uint32_t>(result));
   answer_.EndFrame();
+}
+
+void Server::ServeReason(Peer& peer) {
+  const std::string reason = peer.hasReason ? peer.session->Reason() : std::string();
+  answer_.BeginFrame(FrameType::reason);
+  answer_.Bytes(reason.data(), std::min(reason.size(), kMaxReasonBytes));
+  answer_.EndFrame();
+}
+
+// While a call is served, nothing else waits to be sent to its peer: what the socket does not take now is the beginning
+// of what the answer is appended to.
+void Server::Tell(Peer& peer, const Note& note) {
+  try {
+    note_.Clear();
+    AppendNote(note, &note_);
+    const Buffer& frame = note_.Frames();
+    std::size_t sent = 0;
+    if (peer.output.Size() == 0) {
+      const ssize_t taken = send(peer.descriptor.Number(), frame.Data(), frame.Size(), MSG_NOSIGNAL);
+      if (taken > 0) sent = static_cast<std::size_t>(taken);
+    }
+    peer.output.Append(frame.Data() + sent, frame.Size() - sent);
+  } catch (const std::bad_alloc&) {
+    // A frame may be there in part: the peer must not take the answer for the rest of it.
+    shutdown(peer.descriptor.Number(), SHUT_RDWR);
+    peer.follows = false;
+  }
 }
 
 void Server::Refuse(Peer& peer, HRESULT result, std::string_view reason) {
@@ -537,6 +612,11 @@ void Server::Refuse(Peer& peer, HRESULT result, std::string_view reason) {
 void Server::Answer(Peer& peer) {
   Buffer& frames = answer_.Frames();
   if (frames.Size() == 0) return;  // it has been answered
+  if (peer.output.Size() != 0) {   // after the notes of the call
+    peer.output.Append(frames.Data(), frames.Size());
+    if (Hold(peer)) WatchFor(peer.descriptor.Number(), EPOLLOUT, peer.key);
+    return;
+  }
   ssize_t sent = send(peer.descriptor.Number(), frames.Data(), frames.Size(), MSG_NOSIGNAL);
   if (sent < 0) {
     if (errno != EAGAIN && errno != EINTR) {

@@ -20,11 +20,16 @@ inline bool SocketAddress(const std::string& path, sockaddr_un* address) {
   return true;
 }
 
+// False when the system does not tell who is at the other end.
+inline bool PeerCredentials(int descriptor, ucred* peer) {
+  socklen_t size = sizeof *peer;
+  return getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, peer, &size) == 0;
+}
+
 // True when the process at the other end belongs to `user` or to root.
 inline bool PeerIsTrusted(int descriptor, uid_t user) {
   ucred peer{};
-  socklen_t size = sizeof peer;
-  if (getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return false;
+  if (!PeerCredentials(descriptor, &peer)) return false;
   return peer.uid == user || (peer.uid == 0 && (user == geteuid() || geteuid() != 0));
 }
 
@@ -32,7 +37,7 @@ inline void AppendHello(Encoder* frames) {
   frames->BeginFrame(FrameType::hello);
   frames->U32(kMagic);
   frames->U16(kProtocolVersion);
-  frames->U16(0);
+  frames->U16(kKnowsReasons);
   frames->EndFrame();
 }
 

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <chrono>
 #include <new>
+#include <utility>
 
 #include "class_table.h"
+#include "platform/com/long_calls.h"
 #include "platform/home/home.h"
 #include "platform/host/descriptor.h"
 #include "platform/registry/registry.h"
@@ -56,11 +58,11 @@ HRESULT RegisteredCommand(REFCLSID clsid, std::string* command) {
   return S_OK;
 }
 
-// A client's way to one object of a class in the home's server process.
+// A client's way to a class in the home's server process.
 class Activation {
  public:
-  Activation(REFCLSID clsid, REFIID iid)
-      : clsid_(clsid), iid_(iid), deadline_(Clock::now() + std::chrono::seconds(kStartSeconds)) {}
+  Activation(REFCLSID clsid, const Connection::Opening& opening)
+      : clsid_(clsid), opening_(opening), deadline_(Clock::now() + std::chrono::seconds(kStartSeconds)) {}
 
   HRESULT Run(std::unique_ptr<Connection>* connection) {
     // A server that went away before it answered was just shutting down: its clients are not told, they come again.
@@ -83,8 +85,8 @@ class Activation {
       return true;
     }
     channel::Decoder answer;
-    const auto outcome = Connection::Open(com::ServingSocketPath(clsid_), home_.User(), channel::FrameType::create,
-                                          &iid_, sizeof iid_, 0, connection, &answer);
+    const auto outcome =
+        Connection::Open(com::ServingSocketPath(clsid_), home_.User(), opening_, 0, connection, &answer);
     switch (outcome) {
       case Connection::Outcome::ok:
         *result = static_cast<HRESULT>(answer.U32());
@@ -139,11 +141,28 @@ class Activation {
 
   const platform::Home& home_ = platform::Home::Current();
   const CLSID clsid_;
-  const IID iid_;
+  const Connection::Opening opening_;
   const Clock::time_point deadline_;
 };
 
+// Who follows the calls of the calling thread.
+thread_local channel::NoteReceiver* follower = nullptr;
+
 }  // namespace
+
+namespace com {
+
+Following::Following(channel::NoteReceiver* receiver) : outer_(std::exchange(follower, receiver)) {}
+
+Following::~Following() {
+  follower = outer_;
+}
+
+channel::NoteReceiver* Follower() {
+  return follower;
+}
+
+}  // namespace com
 
 HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID iid, void** object) {
   if (object == nullptr) return E_POINTER;
@@ -155,10 +174,19 @@ HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID 
   if (!com::FindMarshaler(iid, &marshaler)) return E_NOINTERFACE;
   try {
     std::unique_ptr<Connection> connection;
-    const HRESULT result = Activation(clsid, iid).Run(&connection);
+    const HRESULT result = Activation(clsid, {channel::FrameType::create, &iid, sizeof iid}).Run(&connection);
     if (FAILED(result)) return result;
     *object = marshaler.newProxy(std::make_unique<com::RemoteObject>(std::move(connection)));
     return *object == nullptr ? E_OUTOFMEMORY : result;
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+  }
+}
+
+HRESULT com::Rehearse(REFCLSID clsid, const void* arguments, std::size_t bytes, channel::NoteReceiver* receiver) {
+  try {
+    std::unique_ptr<Connection> connection;
+    return Activation(clsid, {channel::FrameType::rehearse, arguments, bytes, receiver}).Run(&connection);
   } catch (const std::bad_alloc&) {
     return E_OUTOFMEMORY;
   }
@@ -169,8 +197,8 @@ HRESULT com::AskServerStatus(REFCLSID clsid, ServerStatus* status) {
   *status = {};
   std::unique_ptr<Connection> connection;
   channel::Decoder answer;
-  switch (Connection::Open(com::ServingSocketPath(clsid), platform::Home::Current().User(), channel::FrameType::status,
-                           nullptr, 0, kAnswerSeconds, &connection, &answer)) {
+  switch (Connection::Open(com::ServingSocketPath(clsid), platform::Home::Current().User(),
+                           {channel::FrameType::status, nullptr, 0}, kAnswerSeconds, &connection, &answer)) {
     case Connection::Outcome::ok:
       status->processId = answer.U32();
       status->liveObjects = answer.U32();

@@ -8,22 +8,50 @@
 #include <vector>
 
 #include "class_table.h"
+#include "platform/com/error_info.h"
+#include "platform/com/long_calls.h"
 #include "platform/home/home.h"
 #include "platform/host/system.h"
+#include "platform/text/text.h"
 
 namespace {
+
+// The client whose call the calling thread serves.
+thread_local channel::Caller* servedClient = nullptr;
+
+class Serving {
+ public:
+  explicit Serving(channel::Caller& caller) { servedClient = &caller; }
+  ~Serving() { servedClient = nullptr; }
+  Serving(const Serving&) = delete;
+  Serving& operator=(const Serving&) = delete;
+};
 
 // A connection's object: its stub holds the reference that goes when the connection ends.
 class StubSession final : public channel::Session {
  public:
   explicit StubSession(std::unique_ptr<com::CallStub> stub) : stub_(std::move(stub)) {}
 
-  HRESULT Call(std::uint16_t slot, channel::Decoder& arguments, channel::Encoder& out) override {
-    return stub_->Invoke(slot, arguments, out);
+  HRESULT Call(channel::Caller& caller, std::uint16_t slot, channel::Decoder& arguments,
+               channel::Encoder& out) override {
+    const Serving serving(caller);
+    SetErrorInfo(0, nullptr);
+    const HRESULT result = stub_->Invoke(slot, arguments, out);
+    reason_ = com::TakeOwnErrorInfo();
+    return result;
+  }
+
+  // The sentence is made only now, for the client that asks.
+  std::string Reason() override {
+    BSTR description = nullptr;
+    if (!reason_ || FAILED(reason_->GetDescription(&description)) || description == nullptr) return {};
+    const OwnedBstr owner(description);
+    return text::Utf16ToUtf8({description, SysStringLen(description)});
   }
 
  private:
   std::unique_ptr<com::CallStub> stub_;
+  ComPtr<IErrorInfo> reason_;  // of the last call
 };
 
 // One published class object; other processes reach it through the class's socket.
@@ -46,6 +74,8 @@ class ClassEntry final : public channel::Service {
     *session = std::make_unique<StubSession>(std::move(stub));
     return result;
   }
+
+  HRESULT Rehearse(channel::Caller& caller, channel::Decoder& arguments) override;
 
   bool RestoreFolder(std::string* socketPath) override;
 
@@ -97,6 +127,7 @@ struct Runtime {
   std::mutex mutex;
   std::vector<std::unique_ptr<ClassEntry>> classes;
   std::vector<com::Marshaler> marshalers;
+  std::vector<std::pair<CLSID, com::Rehearsal>> rehearsals;
   DWORD lastCookie = 0;
   ServingLock serving;
 };
@@ -104,6 +135,20 @@ struct Runtime {
 Runtime& ProcessRuntime() {
   static Runtime runtime;
   return runtime;
+}
+
+HRESULT ClassEntry::Rehearse(channel::Caller& caller, channel::Decoder& arguments) {
+  com::Rehearsal rehearsal = nullptr;
+  {
+    Runtime& runtime = ProcessRuntime();
+    const std::lock_guard hold(runtime.mutex);
+    for (const auto& [clsid, known] : runtime.rehearsals) {
+      if (clsid == id) rehearsal = known;
+    }
+  }
+  if (rehearsal == nullptr) return E_NOTIMPL;
+  const Serving serving(caller);
+  return rehearsal(arguments);
 }
 
 // The user's own folder for sockets may have gone with the user's last login.
@@ -159,6 +204,17 @@ void RegisterMarshaler(const Marshaler& marshaler) {
     }
   }
   runtime.marshalers.push_back(marshaler);
+}
+
+channel::Caller* ServedClient() {
+  return servedClient;
+}
+
+void RegisterRehearsal(REFCLSID clsid, Rehearsal rehearsal) {
+  Runtime& runtime = ProcessRuntime();
+  const std::lock_guard hold(runtime.mutex);
+  std::erase_if(runtime.rehearsals, [&](const auto& known) { return known.first == clsid; });
+  runtime.rehearsals.emplace_back(clsid, rehearsal);
 }
 
 bool FindMarshaler(REFIID iid, Marshaler* marshaler) {

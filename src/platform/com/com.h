@@ -204,6 +204,31 @@ struct IStream : ISequentialStream {
 inline constexpr IID IID_ISequentialStream = {0x0C733A30, 0x2A1C, 0x11CE, {0xAD, 0xE5, 0, 0xAA, 0, 0x44, 0x77, 0x3D}};
 inline constexpr IID IID_IStream = {0x0000000C, 0x0000, 0x0000, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 
+// ---- Error information ---------------------------------------------------------------------------------------------
+// Why a call ended as it did, for people: an object sets it for its thread while it serves the call. It says more than
+// the result and never other than the result.
+
+struct IErrorInfo : IUnknown {
+  virtual HRESULT GetGUID(GUID* interfaceId) = 0;
+  virtual HRESULT GetSource(BSTR* program) = 0;
+  virtual HRESULT GetDescription(BSTR* description) = 0;  // the sentence; the caller's
+  virtual HRESULT GetHelpFile(BSTR* path) = 0;
+  virtual HRESULT GetHelpContext(DWORD* context) = 0;
+
+ protected:
+  ~IErrorInfo() = default;
+};
+inline constexpr IID IID_IErrorInfo = {0x1CF2B120, 0x547D, 0x101B, {0x8E, 0x65, 0x08, 0x00, 0x2B, 0x2B, 0xD1, 0x19}};
+
+// Makes `information` (null: nothing) the error information of the calling thread. The runtime does so with null before
+// it serves a call. S_OK.
+HRESULT SetErrorInfo(ULONG reserved, IErrorInfo* information);
+
+// Takes the error information of the calling thread; S_FALSE when there is none. After a call on an object of another
+// process that is what the object set there: it is fetched only now, once, and only for the thread's last call and
+// while the object's proxy lives and has served no other call since.
+HRESULT GetErrorInfo(ULONG reserved, IErrorInfo** information);
+
 // ---- Class objects and activation ----------------------------------------------------------------------------------
 
 inline constexpr DWORD CLSCTX_INPROC_SERVER = 0x1;

@@ -6,6 +6,7 @@
 
 #include "platform/channel/channel.h"
 #include "platform/com/com.h"
+#include "platform/com/long_calls.h"
 
 namespace com {
 
@@ -18,32 +19,48 @@ class CallStub {
   virtual HRESULT Invoke(std::uint16_t slot, channel::Decoder& arguments, channel::Encoder& out) = 0;
 };
 
+// The way to one object in another process.
+struct Line {
+  explicit Line(std::unique_ptr<channel::Connection> ownConnection) : connection(std::move(ownConnection)) {}
+
+  std::mutex mutex;
+  std::unique_ptr<channel::Connection> connection;
+  std::uint64_t calls = 0;  // made so far
+};
+
+// From now on GetErrorInfo of the calling thread is that of the line's last call, which the caller holds.
+void RememberCall(const std::shared_ptr<Line>& line);
+
 // The client's half of one object in another process. A proxy owns it; when it goes, the object is released.
 class RemoteObject {
  public:
-  explicit RemoteObject(std::unique_ptr<channel::Connection> connection) : connection_(std::move(connection)) {}
+  explicit RemoteObject(std::unique_ptr<channel::Connection> connection)
+      : line_(std::make_shared<Line>(std::move(connection))) {}
 
   // One call: encode the arguments with In, Send, decode the out-arguments with Out. Calls of several threads on one
   // object follow each other.
   class Call {
    public:
     Call(RemoteObject& object, std::uint16_t slot)
-        : hold_(object.mutex_), connection_(*object.connection_), in_(connection_.BeginCall(slot)) {}
+        : line_(object.line_), hold_(line_->mutex), in_(line_->connection->BeginCall(slot, Follower())) {}
 
     channel::Encoder& In() { return in_; }
-    HRESULT Send() { return connection_.Exchange(&out_); }
+    HRESULT Send() {
+      ++line_->calls;
+      RememberCall(line_);
+      return line_->connection->Exchange(&out_);
+    }
     channel::Decoder& Out() { return out_; }
 
    private:
+    const std::shared_ptr<Line>& line_;
     std::lock_guard<std::mutex> hold_;
-    channel::Connection& connection_;
     channel::Encoder& in_;
     channel::Decoder out_;
   };
 
  private:
-  std::mutex mutex_;
-  std::unique_ptr<channel::Connection> connection_;
+  const std::shared_ptr<Line> line_;
 };
 
 // Stub and proxy of one interface.
