@@ -105,7 +105,7 @@ int OpenFile(int folder, const std::string& name, Access access, Descriptor* fil
   Descriptor opened;
   int error = host::Open(folder, name, flags, &opened);
   if (error == 0) error = host::Stat(opened, status);
-  if (error == 0 && !S_ISREG(status->st_mode)) error = kNoRegularFile;
+  if (error == 0 && !S_ISREG(status->st_mode)) error = S_ISDIR(status->st_mode) ? EISDIR : kNoRegularFile;
   if (error == 0) *file = std::move(opened);
   return error;
 }
