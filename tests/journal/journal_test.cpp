@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -15,7 +16,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <random>
-#include <thread>
+#include <utility>
 
 #include "platform/registry/registry.h"
 #include "support/shared_memory.h"
@@ -308,6 +309,40 @@ TEST_F(JournalTest, SettingsComeFromTheRegistry) {
   create_directory(File());
   EXPECT_NE(Append(writer, "lost"), "");
   EXPECT_THAT(SystemLog().back(), HasSubstr("lost"));
+}
+
+// A process may be stopped before any of its calls while another one fills file after file.
+TEST_F(JournalTest, StoppedProcessLosesNoLine) {
+  Set("DiarioBytes", kFewestBytes);
+  const std::string reason(512, 'x');
+  for (const char* const place : {"F_OFD_SETLK", "statx", "write", "openat", "renameat2"}) {
+    const bool rotates = place == std::string_view("renameat2");
+    Set("DiarioArquivos", rotates ? 99 : 1);
+    journal::Writer stopped(Home());
+    journal::Writer other(Home());
+    do
+      Append(other, "before", reason);
+    while (rotates && file_size(File()) + 600 < kFewestBytes);
+    if (!rotates && place != std::string_view("openat")) Append(stopped, "before", reason);
+    int appended = 0;
+    bool isReached = false;
+    {
+      const SystemCalls stop([&](const host::SystemCall& call) {
+        if (call.name != std::string_view(place) || std::exchange(isReached, true)) return host::Fate{};
+        for (; appended < 500; ++appended)
+          EXPECT_EQ(Append(other, place, reason), "");
+        return host::Fate{};
+      });
+      EXPECT_EQ(Append(stopped, "late", reason), "");
+    }
+    EXPECT_TRUE(isReached);
+    const std::vector<std::string> models = Models();
+    EXPECT_EQ(std::count(models.begin(), models.end(), "late"), 1) << place;
+    EXPECT_EQ(rotates, std::count(models.begin(), models.end(), place) == appended);
+    for (const std::string& name : support::Names(home_.Home())) {
+      if (name.starts_with("journal")) remove(File(name.c_str()));
+    }
+  }
 }
 
 // A process may be killed before each call of a rotation; some file systems cannot rename without replacing.
