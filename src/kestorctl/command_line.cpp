@@ -17,8 +17,9 @@ namespace kestorctl {
 
 namespace {
 
-constexpr void (*kGroups[])(CLI::App&, Command*) = {AddSetup,  AddStatus, AddRegistry, AddListing, AddModels,
-                                                    AddFields, AddShow,   AddRenumber, AddMigrate, AddLegacy};
+constexpr void (*kGroups[])(CLI::App&, Command*) = {AddSetup,    AddStatus,  AddLog,    AddRegistry,
+                                                    AddListing,  AddModels,  AddFields, AddShow,
+                                                    AddRenumber, AddMigrate, AddLegacy};
 
 constexpr const char* kProgramFooter =
     R"(What belongs to one installation lies below its home: the folder of --home, else $KESTOR_HOME, else

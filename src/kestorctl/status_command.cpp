@@ -15,6 +15,7 @@
 #include "explanation.h"
 #include "failure.h"
 #include "installed_folders.h"
+#include "journal/journal.h"
 #include "platform/home/home.h"
 #include "platform/registry/registry.h"
 #include "platform/text/text.h"
@@ -29,18 +30,19 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr const char* kFooter =
-    R"(Tells the home, the folders that its registry names and where they are on this system, the registered classes with their
-executable, and whether the server runs: its process id and the number of live objects. It starts no server. One that is
-in the middle of a long call, such as a migration, is busy and does not tell them; nor does one that has as many connections
-as it can have.
+    R"(Tells the home and its journal, the folders that its registry names and where they are on this system, the registered
+classes with their executable, and whether the server runs: its process id and the number of live objects. It starts no
+server. One that is in the middle of a long call, such as a migration, is busy and does not tell them; nor does one that has
+as many connections as it can have.
 
-A warning tells what lets machines that share the reports folder overlook each other, as far as its mount shows that. A
-limit of the system that is lower for the server than for this program is told: whoever started the server may have
-lowered it, for good.
+A warning tells why the journal does not take a line now, which keeps no change from being made; or what lets machines that
+share the reports folder overlook each other, as far as its mount shows that. A limit of the system that is lower for the
+server than for this program is told: whoever started the server may have lowered it, for good.
 
-With --json: "home" {"folder", "exists"}, "reports" (null when none is entered; its "hazards" are the warnings) and
-"modules" {"path", "folder", "exists", "missing" where the home maps no such drive or share}, "classes" {"name", "clsid",
-"executable", "exists"}, "server" {"running", "pid", "objects", "limits" {"limit", "most"}, or "busy", or "full"}.
+With --json: "home" {"folder", "exists"}, "journal" {"path", "bytes" of all its files, "trouble" or null}, "reports" (null
+when none is entered; its "hazards" are the warnings) and "modules" {"path", "folder", "exists", "missing" where the home
+maps no such drive or share}, "classes" {"name", "clsid", "executable", "exists"}, "server" {"running", "pid", "objects",
+"limits" {"limit", "most"}, or "busy", or "full"}.
 
 Exit status: 0 told; 1 there is no home, or it cannot be read; 2 wrong usage.)";
 
@@ -51,6 +53,15 @@ void TellHome(Answer& answer) {
   answer.data["home"] = {{"folder", folder.string()}, {"exists", fs::is_directory(folder)}};
   RequireHome();
   answer.output += "home     " + folder.string() + "\n";
+}
+
+void TellJournal(Answer& answer) {
+  const journal::Condition journal = journal::ConditionOf(platform::Home::Current());
+  answer.output += "journal  " + journal.file.string() + "\n";
+  answer.data["journal"] = {{"path", journal.file.string()}, {"bytes", journal.bytes}, {"trouble", nullptr}};
+  if (journal.trouble.empty()) return;
+  answer.output += "warning  the journal cannot be written: " + journal.trouble + "\n";
+  answer.data["journal"]["trouble"] = journal.trouble;
 }
 
 void TellClasses(Answer& answer) {
@@ -125,6 +136,7 @@ void TellServer(Answer& answer) {
 
 void TellStatus(const NoOptions&, Answer& answer) {
   TellHome(answer);
+  TellJournal(answer);
   registry::Check();
   TellInstalledFolders(answer);
   TellClasses(answer);

@@ -3,6 +3,7 @@
 #include <linux/magic.h>
 #include <sys/random.h>
 #include <sys/statfs.h>
+#include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <sys/xattr.h>
@@ -313,6 +314,18 @@ bool IsLocal(const Descriptor& fileOrFolder) {
     default:
       return false;
   }
+}
+
+int MayMakeFiles(const Descriptor& folder) {
+  return Repeat({"faccessat", folder.Number(), "."},
+                [&] { return faccessat(folder.Number(), ".", W_OK | X_OK, AT_EACCESS); });
+}
+
+int FindRoom(const Descriptor& fileOrFolder) {
+  struct statvfs status = {};
+  const int number = fileOrFolder.Number();
+  const int error = Repeat({"fstatvfs", number}, [&] { return fstatvfs(number, &status); });
+  return error == 0 && status.f_blocks > 0 && status.f_bavail == 0 ? ENOSPC : error;
 }
 
 int OpenWatcher(Descriptor* watcher) {

@@ -96,6 +96,9 @@ int ReadNames(const Descriptor& folder, const std::function<void(const char* nam
 // True for a file system that only this machine changes, so that the kernel knows of every change.
 bool IsLocal(const Descriptor& fileOrFolder);
 
+int MayMakeFiles(const Descriptor& folder);    // whether this process may, now: EACCES, EROFS, …
+int FindRoom(const Descriptor& fileOrFolder);  // ENOSPC when the file system has not one block left
+
 int OpenWatcher(Descriptor* watcher);
 int AddWatch(const Descriptor& watcher, const Descriptor& folder, std::uint32_t events, int* watch);
 void RemoveWatch(const Descriptor& watcher, int watch);

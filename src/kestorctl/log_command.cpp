@@ -1,0 +1,282 @@
+// The command log: what the journal of the home says.
+#include <poll.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <ctime>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "commands.h"
+#include "contract/results.h"
+#include "explanation.h"
+#include "failure.h"
+#include "journal/journal.h"
+#include "platform/home/home.h"
+#include "platform/host/whole_file.h"
+#include "platform/text/text.h"
+#include "text_table.h"
+
+namespace kestorctl {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr const char* kFooter =
+    R"(Tells the changes that servers have made in the home and those that they have refused, the oldest first: the local time,
+the user, what was called, the model, how many bytes it has, and what was refused with its reason. A migration or a
+renumbering has a line for each model. Reading changes nothing and is not there. Letter case does not matter.
+
+TIME is local, such as 2026-11-26 or "2026-11-26 14:30" or "2026-11-26 14:30:12", or a time ago, such as 30m, 12h or 7d.
+
+With --json: "entries", each with "time" (UTC), "user" and "process" of the client, "result", and of "class", "method",
+"module", "component", "model", "outcome", "bytes" and "reason" those that are known. With --follow each entry is a
+document of its own, on one line.
+
+Examples:
+  kestorctl log
+  kestorctl log CT 01 Vendas
+  kestorctl log CT --since 7d --failed
+  kestorctl log --since "2026-11-26 14:30" --follow
+
+Exit status: 0 told, though there be nothing; 1 a file of the journal cannot be read, or another failure; 2 wrong usage.)";
+
+struct LogOptions {
+  std::optional<std::string> module;
+  std::optional<std::string> component;
+  std::optional<std::string> name;
+  std::optional<std::string> since;
+  bool follow = false;
+  bool failed = false;
+};
+
+// ---- Times ---------------------------------------------------------------------------------------------------------
+
+std::optional<std::tm> ReadTime(const std::string& text, const char* format, std::string_view* rest) {
+  std::tm read{};
+  const char* const end = strptime(text.c_str(), format, &read);
+  if (end == nullptr) return std::nullopt;
+  *rest = std::string_view(text).substr(static_cast<std::size_t>(end - text.c_str()));
+  return read;
+}
+
+// "30m", "12h", "7d" in seconds.
+std::optional<std::time_t> ReadSpan(std::string_view text) {
+  static const std::map<std::string_view, std::time_t> kUnits = {{"m", 60}, {"h", 60 * 60}, {"d", 24 * 60 * 60}};
+  std::uint32_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  const auto unit = kUnits.find(text.substr(static_cast<std::size_t>(end - text.data())));
+  if (error != std::errc() || unit == kUnits.end()) return std::nullopt;
+  return number * unit->second;
+}
+
+std::optional<std::time_t> ReadLocalTime(const std::string& text) {
+  constexpr std::size_t kYear = 4;
+  if (text.find('-') != kYear) return std::nullopt;
+  for (const char* const format : {"%Y-%m-%d %H:%M:%S", "%Y-%m-%d %H:%M", "%Y-%m-%d"}) {
+    std::string_view rest;
+    std::optional<std::tm> read = ReadTime(text, format, &rest);
+    if (!read || !rest.empty()) continue;
+    const int day = read->tm_mday;
+    read->tm_isdst = -1;
+    const std::time_t time = std::mktime(&*read);
+    if (read->tm_mday == day) return time;
+  }
+  return std::nullopt;
+}
+
+// From when on entries count: a text that compares with their times.
+std::string Since(const LogOptions& options) {
+  if (!options.since) return {};
+  std::optional<std::time_t> time = ReadLocalTime(*options.since);
+  if (const auto span = ReadSpan(*options.since)) time = std::max<std::time_t>(std::time(nullptr) - *span, 0);
+  if (!time) {
+    throw UsageError("--since: " + *options.since +
+                     " is neither a time such as \"2026-11-26 14:30\" nor one ago such as 12h");
+  }
+  std::tm utc{};
+  char text[sizeof "2026-11-26T14:30:12"];
+  gmtime_r(&*time, &utc);
+  return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &utc)};
+}
+
+// ---- Entries -------------------------------------------------------------------------------------------------------
+
+// A member that is a text; empty when there is none.
+std::string Text(const Json& entry, const char* name) {
+  const auto member = entry.find(name);
+  return member != entry.end() && member->is_string() ? member->get<std::string>() : std::string();
+}
+
+HRESULT ResultOf(const Json& entry) {
+  const std::string text = Text(entry, "result");
+  std::uint32_t result = 0;
+  if (text.starts_with("0x")) std::from_chars(text.data() + 2, text.data() + text.size(), result, 16);
+  return static_cast<HRESULT>(result);
+}
+
+bool IsFailure(const Json& entry) {
+  const std::string outcome = Text(entry, "outcome");
+  return ResultOf(entry) != S_OK || outcome == "stays" || outcome == "passed over";
+}
+
+bool Names(const std::optional<std::string>& wanted, const Json& entry, const char* member) {
+  return !wanted || text::EqualNoCase(text::FromUtf8(*wanted), text::FromUtf8(Text(entry, member)));
+}
+
+// Which entries are told, and how.
+class Selection {
+ public:
+  explicit Selection(const LogOptions& options) : options_(options), since_(Since(options)) {}
+
+  // The entry of a line that is whole and asked for.
+  std::optional<Json> Take(std::string_view line) const {
+    Json entry = Json::parse(line, nullptr, false);
+    if (!entry.is_object() || Text(entry, "time") < since_) return std::nullopt;
+    const bool isNamed = Names(options_.module, entry, "module") && Names(options_.component, entry, "component") &&
+                         Names(options_.name, entry, "model");
+    if (!isNamed || (options_.failed && !IsFailure(entry))) return std::nullopt;
+    return entry;
+  }
+
+ private:
+  const LogOptions& options_;
+  const std::string since_;
+};
+
+// Lines for people.
+class Page {
+ public:
+  std::string Line(const Json& entry) {
+    std::string line = LocalTime(entry);
+    AppendColumn(User(entry), &line);
+    AppendColumn(Text(entry, "method"), &line);
+    AppendColumn(Model(entry), &line);
+    AppendColumn(Text(entry, "outcome"), &line);
+    const auto bytes = entry.find("bytes");
+    if (bytes != entry.end() && bytes->is_number_unsigned()) AppendColumn(bytes->dump() + " bytes", &line);
+    const HRESULT result = ResultOf(entry);
+    if (result != S_OK) AppendColumn(kestor::ResultCode(result) + " " + kestor::Describe(result).name, &line);
+    const std::string reason = Text(entry, "reason");
+    if (!reason.empty()) line += ": " + Printable(reason);
+    return line + '\n';
+  }
+
+ private:
+  static void AppendColumn(const std::string& text, std::string* line) {
+    if (!text.empty()) *line += "  " + Printable(text);
+  }
+
+  static std::string LocalTime(const Json& entry) {
+    const std::string text = Text(entry, "time");
+    std::string_view fraction;
+    std::optional<std::tm> utc = ReadTime(text, "%Y-%m-%dT%H:%M:%S", &fraction);
+    if (!utc) return Printable(text);
+    const std::time_t time = timegm(&*utc);
+    std::tm local{};
+    char shown[sizeof "2026-11-26 14:30:12"];
+    localtime_r(&time, &local);
+    return {shown, std::strftime(shown, sizeof shown, "%Y-%m-%d %H:%M:%S", &local)};
+  }
+
+  static std::string Model(const Json& entry) {
+    std::string model;
+    for (const char* const member : {"module", "component", "model"}) {
+      const std::string text = Text(entry, member);
+      if (!text.empty()) model += (model.empty() ? "" : " ") + text;
+    }
+    return model;
+  }
+
+  // As wide as the longest name so far, so that columns of a few users stand below each other.
+  std::string User(const Json& entry) {
+    const auto member = entry.find("user");
+    if (member == entry.end() || !member->is_number_unsigned()) return {};
+    std::string& name = names_[member->get<uid_t>()];
+    if (name.empty()) {
+      const passwd* const user = getpwuid(member->get<uid_t>());
+      name = user != nullptr ? user->pw_name : member->dump();
+    }
+    widest_ = std::max(widest_, name.size());
+    return name + std::string(widest_ - name.size(), ' ');
+  }
+
+  std::map<uid_t, std::string> names_;
+  std::size_t widest_ = 0;
+};
+
+// ---- The command ---------------------------------------------------------------------------------------------------
+
+void TellEntries(journal::Reader& reader, const Selection& selection, Answer& answer) {
+  Page page;
+  Json entries = Json::array();
+  reader.ReadNew([&](std::string_view line) {
+    std::optional<Json> entry = selection.Take(line);
+    if (!entry) return;
+    if (answer.json) {
+      entries.push_back(std::move(*entry));
+    } else {
+      answer.output += page.Line(*entry);
+    }
+  });
+  answer.data["entries"] = std::move(entries);
+  for (const std::string& trouble : reader.Troubles())
+    answer.error += (answer.error.empty() ? "" : "; ") + trouble;
+  if (!answer.error.empty()) answer.result = E_FAIL;
+}
+
+// False when nobody reads standard output any more.
+bool WaitForEntries() {
+  constexpr int kPauseMilliseconds = 200;
+  pollfd output = {.fd = STDOUT_FILENO, .events = 0, .revents = 0};
+  return poll(&output, 1, kPauseMilliseconds) <= 0 || (output.revents & POLLERR) == 0;
+}
+
+void FollowEntries(journal::Reader& reader, const Selection& selection, Answer& answer) {
+  Page page;
+  std::size_t told = 0;
+  int error = 0;
+  while (error == 0) {
+    std::string lines;
+    reader.ReadNew([&](std::string_view line) {
+      const std::optional<Json> entry = selection.Take(line);
+      if (!entry) return;
+      lines += answer.json ? entry->dump(-1, ' ', false, Json::error_handler_t::replace) + '\n' : page.Line(*entry);
+    });
+    for (; told < reader.Troubles().size(); ++told)
+      host::WriteAll(STDERR_FILENO, "kestorctl: " + Printable(reader.Troubles()[told]) + "\n");
+    error = host::WriteAll(STDOUT_FILENO, lines);
+    if (error == 0 && !WaitForEntries()) error = EPIPE;
+  }
+  answer.error = std::string("cannot write standard output: ") + std::strerror(error);
+  answer.result = E_FAIL;
+}
+
+void TellLog(const LogOptions& options, Answer& answer) {
+  const Selection selection(options);
+  RequireHome();
+  journal::Reader reader(platform::Home::Current());
+  options.follow ? FollowEntries(reader, selection, answer) : TellEntries(reader, selection, answer);
+}
+
+}  // namespace
+
+void AddLog(CLI::App& program, Command* chosen) {
+  const auto [log, options] =
+      AddCommand(&program, chosen, {"log", "Tell what was changed, and what was refused", kFooter}, TellLog);
+  AddText(log, "MODULE", &options->module, "Only of the module of this code")->required(false);
+  AddText(log, "COMPONENT", &options->component, "Only of the component of this code")->required(false);
+  AddText(log, "NAME", &options->name, "Only of the model of this name")->required(false);
+  log->add_option("--since", options->since, "Only from then on")->type_name("TIME")->check(CheckUtf8);
+  log->add_flag("--follow", options->follow, "Go on with what is entered from now on, until interrupted");
+  log->add_flag("--failed", options->failed, "Only what was refused, and models that stay or were passed over");
+}
+
+}  // namespace kestorctl
