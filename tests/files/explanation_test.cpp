@@ -63,14 +63,15 @@ TEST_F(ExplanationTest, FullAndProtectedDisks) {
   if (geteuid() != 0) GTEST_SKIP() << "needs the right to mount a disk";
   Elsewhere([&] {
     if (!MountDisk("Disk")) GTEST_SKIP() << "no disk can be mounted here";
-    EXPECT_EQ(Why([] { Save("Disk\\A.TXT", 2'000'000); }), "the disk of /Disk has only 1048576 bytes left");
+    EXPECT_EQ(Why([] { Save("Disk\\A.TXT", 2'000'000); }),
+              "the disk of /Disk had no room for it and has 1048576 bytes left, or the quota of root is used up");
     WriteFile("Disk/FULL", std::string(1 << 20, 'x'));
     EXPECT_EQ(Why([] { Save("Disk\\A.TXT"); }), "the disk of /Disk is full");
     fs::resize_file("Disk/FULL", 1);
     for (const char name : std::string("ABCDEF"))
       WriteFile(std::string("Disk/") + name, "");
     EXPECT_EQ(Why([] { Save("Disk\\A.TXT"); }),
-              "the disk of /Disk has room for no further file, though for content (inodes)");
+              "the disk of /Disk has room for content, but for no further file (inodes)");
     EXPECT_EQ(Why([] { CFile::Rename("Disk\\A", "A"); }), "/Disk/A cannot be moved to another disk by renaming it");
     ASSERT_EQ(mount("", "Disk", "", MS_REMOUNT | MS_RDONLY, ""), 0) << strerror(errno);
     EXPECT_EQ(Why([] { Save("Disk\\A"); }), "the disk of /Disk is mounted read-only");

@@ -64,17 +64,36 @@ std::string WhoCanChange(uid_t owner) {
   return owner == 0 ? "; root can change that" : "; " + NameOf(owner) + " or root can change that";
 }
 
-// `forbidden` is what the rights keep the server from, and `server` what it is called.
-std::string Rights(const std::string& path, const struct stat& status, const std::string& forbidden,
-                   const std::string& server) {
-  const bool groupCounts = (status.st_mode >> 3 & 7U) != (status.st_mode & 7U);
-  return Presentable(path) + " belongs to " + NameOf(status.st_uid) +
-         (groupCounts ? " and the group " + NameOfGroup(status.st_gid) : "") + " with mode " + Mode(status) +
-         (host::HasAccessList(path) ? " and an access control list" : "") + ", and " + server + " may not " + forbidden;
+// What a right is for: R_OK, W_OK or X_OK.
+const char* Use(const struct stat& status, unsigned right) {
+  if (!S_ISDIR(status.st_mode)) return right == R_OK ? "read it" : "write it";
+  if (right == X_OK) return "enter it";
+  return right == R_OK ? "list it" : "make or remove files there";
 }
 
-std::string Rights(const std::string& path, const struct stat& status, const std::string& forbidden) {
-  return Rights(path, status, forbidden, Server()) + WhoCanChange(status.st_uid);
+// Whether the mode permits it for certain: it is something else then that forbids it.
+bool ModeAllows(const struct stat& status, unsigned right) {
+  const uid_t user = geteuid();
+  return user == 0 || (user == status.st_uid && (status.st_mode >> 6 & right) != 0);
+}
+
+// Who can give the server a right that the kernel refuses, besides root.
+uid_t GiverOf(const struct stat& status, unsigned right) {
+  return ModeAllows(status, right) ? 0 : status.st_uid;
+}
+
+// Why the kernel refuses a right that the server needs. `server` is what the server is called in the sentence.
+std::string Rights(const std::string& path, const struct stat& status, unsigned right, const std::string& server) {
+  const bool groupCounts = (status.st_mode >> 3 & 7U) != (status.st_mode & 7U);
+  std::string rights = Presentable(path) + " belongs to " + NameOf(status.st_uid) +
+                       (groupCounts ? " and the group " + NameOfGroup(status.st_gid) : "") + " with mode " +
+                       Mode(status) + (host::HasAccessList(path) ? " and an access control list" : "") + ", and " +
+                       server + " may not " + Use(status, right);
+  return ModeAllows(status, right) ? rights + " all the same (a security policy or a file server forbids it)" : rights;
+}
+
+std::string Rights(const std::string& path, const struct stat& status, unsigned right) {
+  return Rights(path, status, right, Server()) + WhoCanChange(GiverOf(status, right));
 }
 
 std::string LinkTo(const std::string& link) {
@@ -257,7 +276,7 @@ std::string ClosedFolder(const std::string& path, int linksLeft = 16) {
 std::string WhyClosed(const std::string& path) {
   const std::string folder = ClosedFolder(path);
   struct stat status = {};
-  if (!folder.empty() && host::Stat(AT_FDCWD, folder, &status) == 0) return Rights(folder, status, "enter it");
+  if (!folder.empty() && host::Stat(AT_FDCWD, folder, &status) == 0) return Rights(folder, status, X_OK);
   if (host::StatLink(AT_FDCWD, path, &status) != 0 || !S_ISLNK(status.st_mode)) return {};
   return LinkTo(path) + ", made by " + NameOf(status.st_uid) +
          " in a folder for everybody, and the system does not follow it for others";
@@ -265,7 +284,7 @@ std::string WhyClosed(const std::string& path) {
 
 // Why a symbolic link, a folder's or a file's, leads to nothing.
 std::string WhyDead(const std::string& link, int error) {
-  return LinkTo(link) + (error == ELOOP ? ", which leads back to itself" : ", which does not exist");
+  return LinkTo(link) + (error == ELOOP ? ", which leads back to itself" : ", where there is nothing");
 }
 
 // Sets the place's obstacle if a path is not a folder that can be entered.
@@ -275,7 +294,7 @@ bool Enter(const std::string& folder, Place* place) {
   if (error == 0 && S_ISDIR(status.st_mode)) {
     if (host::MayUse(folder, X_OK) != EACCES) return true;
     place->error = ERROR_ACCESS_DENIED;
-    place->obstacle = Rights(folder, status, "enter it");
+    place->obstacle = Rights(folder, status, X_OK);
     return false;
   }
   place->error = error == EACCES ? ERROR_ACCESS_DENIED : ERROR_PATH_NOT_FOUND;
@@ -320,7 +339,7 @@ bool StepInto(std::string name, Place* place) {
   struct stat status = {};
   if (Spell(place->folder, &name) == EACCES && host::Stat(AT_FDCWD, place->folder, &status) == 0) {
     place->error = ERROR_ACCESS_DENIED;
-    place->obstacle = Rights(place->folder, status, "list it");
+    place->obstacle = Rights(place->folder, status, R_OK);
     return false;
   }
   place->folder = Below(place->folder, name);
@@ -386,7 +405,7 @@ class Hindrances {
     if (host::IsReadOnly(file)) {
       Add(Presentable(path) + " is read-only (its mode " + Mode(file) + " lets nobody write)", file.st_uid);
     } else if (host::MayUse(path, W_OK) == EACCES) {
-      Add(Rights(path, file, "write it", NextServer()), file.st_uid);
+      Add(Rights(path, file, W_OK, NextServer()), GiverOf(file, W_OK));
     }
   }
 
@@ -394,18 +413,19 @@ class Hindrances {
     struct stat folder = {};
     if (AddMarks(path) || host::Stat(AT_FDCWD, path, &folder) != 0) return;
     if (host::MayUse(path, R_OK) == EACCES) {
-      Add(Rights(path, folder, "list it", NextServer()), folder.st_uid);
+      Add(Rights(path, folder, R_OK, NextServer()), GiverOf(folder, R_OK));
     } else if (host::MayUse(path, W_OK) == EACCES) {
-      Add(Rights(path, folder, "make or remove files there", NextServer()), folder.st_uid);
+      Add(Rights(path, folder, W_OK, NextServer()), GiverOf(folder, W_OK));
     }
   }
 
   // A name in a folder that lets only the owner of a file do away with its name.
-  void AddName(const std::string& path, const struct stat& named, const std::string& inFolder) {
+  void AddName(const std::string& path) {
+    struct stat named = {};
     struct stat folder = {};
     const uid_t user = geteuid();
-    if (host::Stat(AT_FDCWD, inFolder, &folder) != 0 || (folder.st_mode & S_ISVTX) == 0) return;
-    if (user == 0 || user == folder.st_uid || user == named.st_uid) return;
+    if (host::StatLink(AT_FDCWD, path, &named) != 0 || host::Stat(AT_FDCWD, ParentOf(path), &folder) != 0) return;
+    if ((folder.st_mode & S_ISVTX) == 0 || user == 0 || user == folder.st_uid || user == named.st_uid) return;
     Add(Presentable(path) + " belongs to " + NameOf(named.st_uid) + ", and in its folder (mode " + Mode(folder) + ") " +
             NextServer() + " may replace or remove only files of its own",
         folder.st_uid);
@@ -434,12 +454,18 @@ class Hindrances {
   uid_t owner_ = 0;  // who can change all of it besides root
 };
 
+// Where the file is reserved while it is created or replaced; empty for a name that cannot be.
+std::string HiddenPath(const Place& place) {
+  const std::string target = place.Target();
+  std::string folded;
+  if (place.name.empty() || !FoldName(target.substr(target.rfind('/') + 1), &folded)) return {};
+  return Below(ParentOf(target), ReservationName(folded));
+}
+
 // The hidden file of another user who is creating the file, or was killed at that a moment ago.
 std::string WhyReserved(const Place& place) {
-  std::string folded;
   struct stat hidden = {};
-  if (!FoldName(place.name, &folded)) return {};
-  const std::string path = Below(place.folder, ReservationName(folded));
+  const std::string path = HiddenPath(place);
   if (host::StatLink(AT_FDCWD, path, &hidden) != 0) return {};
   if (!S_ISREG(hidden.st_mode))
     return Presentable(path) + " has the name that the server needs, and is " + Kind(hidden);
@@ -451,18 +477,22 @@ std::string WhyReserved(const Place& place) {
 std::string WhyDenied(const Place& place) {
   if (!place.obstacle.empty()) return place.error == ERROR_ACCESS_DENIED ? place.obstacle : std::string();
   if (place.fileError == EACCES) return WhyClosed(place.path);
-  if (place.isLink && place.fileError != 0) return WhyDead(place.path, place.fileError);
+  if (place.isLink && place.fileError == ENOENT) return WhyDead(place.path, ENOENT);
+  if (place.Exists() && S_ISDIR(place.file.st_mode) && host::MayUse(place.path, R_OK) == EACCES) {
+    return Rights(place.path, place.file, R_OK);
+  }
   const std::string lead = place.isLink ? LinkTo(place.path) + "; " : std::string();
   if (place.Exists() && !S_ISREG(place.file.st_mode)) {
     return Presentable(place.path) + (place.isLink ? " leads to " : " is ") + Kind(place.file) + ", not a file";
   }
   const std::string target = place.Target();
-  if (place.Exists() && host::MayUse(target, R_OK) == EACCES) return lead + Rights(target, place.file, "read it");
+  if (place.Exists() && host::MayUse(target, R_OK) == EACCES) return lead + Rights(target, place.file, R_OK);
   Hindrances hindrances;
   if (place.Exists()) hindrances.AddFile(target, place.file);
   hindrances.AddFolder(place.folder);
   if (ParentOf(target) != place.folder) hindrances.AddFolder(ParentOf(target));
-  if (place.Exists()) hindrances.AddName(place.path, place.named, place.folder);
+  if (place.Exists()) hindrances.AddName(place.path);
+  hindrances.AddName(HiddenPath(place));
   std::string reason = hindrances.Told();
   if (reason.empty()) reason = WhyReserved(place);
   if (!reason.empty()) return lead + reason;
@@ -477,11 +507,9 @@ std::string WhyWriteProtected(const Place& place) {
 }
 
 std::string WhyInUse(const Place& place) {
-  std::string folded;
   std::string holder = HolderOf(place.Target());
-  if (holder.empty() && FoldName(place.name, &folded)) {
-    holder = HolderOf(Below(ParentOf(place.Target()), ReservationName(folded)));
-  }
+  const std::string hidden = HiddenPath(place);
+  if (holder.empty() && !hidden.empty()) holder = HolderOf(hidden);
   if (holder.empty()) return {};
   std::string program;
   host::ReadLink("/proc/" + holder + "/exe", &program);
@@ -494,19 +522,19 @@ std::string WhyFull(const Place& place) {
   const std::string folder = ParentOf(place.Target());
   struct statvfs disk {};
   rlimit limit{};
-  if (!place.obstacle.empty() || host::DiskOf(folder, &disk) != 0) return {};
+  if (!place.obstacle.empty() || host::DiskOf(folder, &disk) != 0 || disk.f_blocks == 0) return {};
   const bool isRoot = geteuid() == 0;
   const std::uint64_t left = (isRoot ? disk.f_bfree : disk.f_bavail) * disk.f_frsize;
   const std::uint64_t filesLeft = isRoot ? disk.f_ffree : disk.f_favail;
   const std::string what = "the disk of " + Presentable(folder);
   if (left == 0) return what + " is full";
-  if (disk.f_files != 0 && filesLeft == 0) return what + " has room for no further file, though for content (inodes)";
-  if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < left) {
+  if (disk.f_files != 0 && filesLeft == 0) return what + " has room for content, but for no further file (inodes)";
+  if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < std::min(left, kLargestFile)) {
     return "no file of the server may have more than " + std::to_string(limit.rlim_cur) +
            " bytes (its limit of file sizes)";
   }
-  if (left < kLargestFile) return what + " has only " + std::to_string(left) + " bytes left";
-  return what + " has room, so that it was full for a moment, or the quota of " + NameOf(geteuid()) + " is used up";
+  return what + " had no room for it and has " + std::to_string(left) + " bytes left, or the quota of " +
+         NameOf(geteuid()) + " is used up";
 }
 
 std::string WhyTaken(const Place& place) {
