@@ -260,7 +260,8 @@ std::string ClosedFolder(const std::string& path, int linksLeft = 16) {
     const std::string next = path.substr(0, end);
     struct stat status = {};
     const int error = host::StatLink(AT_FDCWD, next, &status);
-    if (error == EACCES) return entered;
+    // A mount that only its own user may use refuses to be looked at though its folder may be entered.
+    if (error == EACCES) return host::MayUse(entered, X_OK) == EACCES ? entered : std::string();
     if (error != 0) return {};
     if (S_ISLNK(status.st_mode) && host::Stat(AT_FDCWD, next, &status) == EACCES) {
       std::string target;
