@@ -15,36 +15,36 @@
 
 namespace {
 
-class ExplanationTest : public FilesTest {
- protected:
-  // What is said when `action` fails, with the folder of the drive left out; empty when it does not fail.
-  template <typename Action>
-  std::string Why(const Action& action) const {
-    try {
-      action();
-      return {};
-    } catch (const CFileException& failure) {
-      return Told(files::Explain(failure.m_strFileName, static_cast<DWORD>(failure.m_lOsError)));
-    }
-  }
+using ExplanationTest = FilesTest;
 
-  std::string Told(std::string why) const {
-    for (std::size_t at = why.find(root_); at != why.npos; at = why.find(root_))
-      why.erase(at, root_.size());
-    return why;
-  }
+// What is said, with the folder of the drive left out.
+std::string Told(const std::string& path, DWORD error) {
+  const std::string root = fs::current_path();
+  std::string why = files::Explain(path, error);
+  for (std::size_t at = why.find(root); at != why.npos; at = why.find(root))
+    why.erase(at, root.size());
+  return why;
+}
 
-  // Makes a file as a whole, with its name in the letter case of `path`.
-  static void Save(const char* path, std::size_t bytes = 3) {
-    CFile file;
-    CFileException failure;
-    if (!file.Open(path, kCreateExclusive | files::nameAsGiven, &failure)) throw failure;
-    file.Write(std::string(bytes, 'x').data(), static_cast<UINT>(bytes));
-    file.Close();
+// What is said when `action` fails; empty when it does not fail.
+template <typename Action>
+std::string Why(const Action& action) {
+  try {
+    action();
+    return {};
+  } catch (const CFileException& failure) {
+    return Told(failure.m_strFileName, static_cast<DWORD>(failure.m_lOsError));
   }
+}
 
-  std::string root_ = fs::canonical(".");
-};
+// Makes a file as a whole, with its name in the letter case of `path`.
+void Save(const char* path, std::size_t bytes = 3) {
+  CFile file;
+  CFileException failure;
+  if (!file.Open(path, kCreateExclusive | files::nameAsGiven, &failure)) throw failure;
+  file.Write(std::string(bytes, 'x').data(), static_cast<UINT>(bytes));
+  file.Close();
+}
 
 // Gives this process a disk of its own at a folder, of 1 MiB and 8 files, which goes with the process.
 bool MountDisk(const char* folder) {
@@ -61,7 +61,7 @@ bool Mark(const char* path, int mark) {
 
 TEST_F(ExplanationTest, FullAndProtectedDisks) {
   if (geteuid() != 0) GTEST_SKIP() << "needs the right to mount a disk";
-  Elsewhere([&] {
+  Elsewhere([] {
     if (!MountDisk("Disk")) GTEST_SKIP() << "no disk can be mounted here";
     EXPECT_EQ(Why([] { Save("Disk\\A.TXT", 2'000'000); }),
               "the disk of /Disk had no room for it and has 1048576 bytes left, or the quota of root is used up");
@@ -94,7 +94,7 @@ TEST_F(ExplanationTest, FilesThatNotEvenTheirOwnerMayChange) {
 }
 
 TEST_F(ExplanationTest, LimitOfOpenFiles) {
-  Elsewhere([&] {
+  Elsewhere([] {
     const rlimit few = {64, 64};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
     std::vector<platform::Descriptor> open;
@@ -102,7 +102,7 @@ TEST_F(ExplanationTest, LimitOfOpenFiles) {
     }
     EXPECT_EQ(Why([] { Save("A.TXT"); }), "the server has as many files open as it may, 64");
     open.clear();
-    EXPECT_EQ(Told(files::Explain("A.TXT", ERROR_TOO_MANY_OPEN_FILES)),
+    EXPECT_EQ(Told("A.TXT", ERROR_TOO_MANY_OPEN_FILES),
               "the server, or this machine, had as many files open as it may when it came to /A.TXT");
   });
 }
@@ -117,9 +117,9 @@ TEST_F(ExplanationTest, NumbersThatNothingExplainsAnyMore) {
         std::pair(32U, a + " was in use by another program or station"),
         std::pair(123U, a + " is not a name for a file"), std::pair(206U, a + " is too long a name"),
         std::pair(31U, "the system gave no reason at " + a + " that has a number of its own")})
-    EXPECT_EQ(Told(files::Explain("D:\\a.txt", error)), meaning);
-  EXPECT_EQ(Told(files::Explain("D:\\No\\A.TXT", ERROR_ACCESS_DENIED)), "access to /No/A.TXT was denied");
-  EXPECT_EQ(Told(files::Explain("NEW.TXT", ERROR_FILE_EXISTS)), "/NEW.TXT existed already");
+    EXPECT_EQ(Told("D:\\a.txt", error), meaning);
+  EXPECT_EQ(Told("D:\\No\\A.TXT", ERROR_ACCESS_DENIED), "access to /No/A.TXT was denied");
+  EXPECT_EQ(Told("NEW.TXT", ERROR_FILE_EXISTS), "/NEW.TXT existed already");
   EXPECT_EQ(files::Explain("D:\\A?", ERROR_ACCESS_DENIED), "access to D:\\A? was denied");
   EXPECT_LT(files::Explain("D:\\" + std::string(5'000'000, '\n'), ERROR_INVALID_NAME).size(), 2000U);
   EXPECT_LT(files::Explain(std::string(5'000'000, '\\') + "A", ERROR_PATH_NOT_FOUND).size(), 2000U);
