@@ -152,8 +152,8 @@ CZNArqEx::~CZNArqEx() {
 
 std::uint32_t CZNArqEx::Abre(std::string nomeArquivo, char modo, std::uint32_t tamanhoRegistro, bool criaSeNaoExiste,
                              bool reabre) {
-  if (tamanhoRegistro == 0 || tamanhoRegistro > kMaxCache) return argumentoInvalido;
-  if (nomeArquivo.size() > kMaxCaminho && ModoArquivo(modo)) return RecusaCaminho(nomeArquivo);
+  if (tamanhoRegistro == 0 || tamanhoRegistro > kMaxCache) return SemFalha(argumentoInvalido);
+  if (nomeArquivo.size() > kMaxCaminho && ModoArquivo(modo)) return SemFalha(RecusaCaminho(nomeArquivo));
   const bool semCache = cache_ == nullptr || nomeArquivo != nome_;
   Nomeia(std::move(nomeArquivo), modo, tamanhoRegistro, criaSeNaoExiste);
   return reabre || semCache ? AbreNomeado() : std::uint32_t{semErro};
@@ -174,19 +174,18 @@ void CZNArqEx::Nomeia(std::string nomeArquivo, char modo, std::uint32_t tamanhoR
 std::uint32_t CZNArqEx::AbreNomeado() {
   if (aberto_) return semErro;
   const std::optional<UINT> modoArquivo = ModoArquivo(modo_);
-  if (nome_.empty() || !modoArquivo) return argumentoInvalido;
+  if (nome_.empty() || !modoArquivo) return SemFalha(argumentoInvalido);
   return AbreComTentativas(*modoArquivo, kCausasAbertura);
 }
 
 std::uint32_t CZNArqEx::AbreComTentativas(UINT modoArquivo, const Causas& causas) {
-  CFileException falha;
-  for (int tentativa = 1; !Open(nome_.c_str(), modoArquivo, &falha); ++tentativa) {
-    if (falha.m_cause == CFileException::fileNotFound && criaSeNaoExiste_) {
+  for (int tentativa = 1; !Open(nome_.c_str(), modoArquivo, &falha_); ++tentativa) {
+    if (falha_.m_cause == CFileException::fileNotFound && criaSeNaoExiste_) {
       const std::uint32_t numero = CriaFaltante(modoArquivo);
       if (numero != semErro) RegistraErro();
       return numero;
     }
-    const std::uint32_t numero = FalhaTentativa(falha.m_cause, causas, tentativa);
+    const std::uint32_t numero = FalhaTentativa(causas, tentativa);
     if (numero == acessoNegado) {
       const DWORD atributos = GetFileAttributesA(nome_.c_str());
       const bool marcado = atributos != INVALID_FILE_ATTRIBUTES && (atributos & FILE_ATTRIBUTE_READONLY) != 0;
@@ -197,15 +196,23 @@ std::uint32_t CZNArqEx::AbreComTentativas(UINT modoArquivo, const Causas& causas
   }
   if (modo_ == 'C') LimpaErro();
   aberto_ = true;
-  return AposAbrir();
+  const std::uint32_t numero = AposAbrir();
+  return numero == semErro ? numero : SemFalha(numero);
 }
 
-// The number with which the operation ends, or 0 when it is to be tried again.
-std::uint32_t CZNArqEx::FalhaTentativa(CFileException::Cause causa, const Causas& causas, int tentativa) {
+// The number with which an operation that has failed ends, or 0 when it is to be tried again.
+std::uint32_t CZNArqEx::FalhaTentativa(const Causas& causas, int tentativa) {
+  const CFileException::Cause causa = falha_.m_cause;
   // The attempts in between would record the same.
   if (tentativa == 1 || tentativa == kTentativas) RegistraErro();
   if (causas.semRepetir.Tem(causa)) return NumeroDaCausa(causa);
   return tentativa < kTentativas ? std::uint32_t{semErro} : NumeroEntre(causas.naUltima, causa);
+}
+
+// For a number that no failure of the file class has led to.
+std::uint32_t CZNArqEx::SemFalha(std::uint32_t numero) {
+  falha_ = {};
+  return numero;
 }
 
 std::uint32_t CZNArqEx::Fecha() {
@@ -213,6 +220,7 @@ std::uint32_t CZNArqEx::Fecha() {
   try {
     Close();
   } catch (const CFileException& falha) {
+    falha_ = falha;
     RegistraErro();
     return NumeroEntre(kCausasFecho, falha.m_cause);
   }
@@ -251,7 +259,7 @@ std::uint32_t CZNArqEx::EncheCache(std::uint64_t posicao) {
     if (lidos == 0) {
       bytesCache_ = bytesAntes;
       RegistraErro();
-      return alemDoFim;
+      return SemFalha(alemDoFim);
     }
     if (lidos < tamanhoRegistro_) std::memset(cache_.get() + lidos, 0, tamanhoRegistro_ - lidos);
     bytesCache_ = lidos;
@@ -260,6 +268,7 @@ std::uint32_t CZNArqEx::EncheCache(std::uint64_t posicao) {
     instanteCache_ = Instante();
     return semErro;
   } catch (const CFileException& falha) {
+    falha_ = falha;
     if (falha.m_cause != CFileException::endOfFile) RegistraErro();
     return NumeroEntre(kCausasLeitura, falha.m_cause);
   }
@@ -292,14 +301,15 @@ std::uint32_t CZNArqEx::GravaComTentativas(const void* origem, std::uint32_t tam
       posicao = inicio;
       return semErro;
     } catch (const CFileException& falha) {
-      const std::uint32_t numero = FalhaTentativa(falha.m_cause, kCausasGravacao, tentativa);
+      falha_ = falha;
+      const std::uint32_t numero = FalhaTentativa(kCausasGravacao, tentativa);
       if (numero != semErro) return numero;
     }
   }
 }
 
 std::uint32_t CZNArqEx::Posiciona(char tipo, std::uint32_t posicao, std::uint32_t& resultado) {
-  if (tipo != 'I' && tipo != 'F' && tipo != 'P') return argumentoInvalido;
+  if (tipo != 'I' && tipo != 'F' && tipo != 'P') return SemFalha(argumentoInvalido);
   if (const std::uint32_t numero = AbreNomeado(); numero != semErro) return numero;
   resultado = 0;
   try {
@@ -312,10 +322,11 @@ std::uint32_t CZNArqEx::Posiciona(char tipo, std::uint32_t posicao, std::uint32_
       Seek(posicao, begin);
     } else {
       RegistraErro();
-      return alemDoFim;
+      return SemFalha(alemDoFim);
     }
     return semErro;
   } catch (const CFileException& falha) {
+    falha_ = falha;
     RegistraErro();
     return NumeroEntre(kCausasLeitura, falha.m_cause);
   }
@@ -326,7 +337,9 @@ std::uint32_t CZNArqEx::LeRegistroArquivo(std::string nomeArquivo, std::uint32_t
   std::uint32_t numero = Abre(std::move(nomeArquivo), 'L', tamanhoRegistro, false, false);
   if (numero != semErro) return numero;
   numero = LeRegistro(numeroRegistro, destino);
+  CFileException falha = numero == semErro ? CFileException() : falha_;
   Fecha();
+  falha_ = std::move(falha);
   return numero;
 }
 
@@ -355,9 +368,9 @@ std::uint32_t CZNArqEx::CriaFaltante(UINT modoArquivo) {
 
 std::uint32_t CZNArqEx::CriaPeloControle(const std::string& nomeArquivo, char modo, std::uint32_t tamanhoRegistro,
                                          Existente existente) {
-  if (nomeArquivo.size() > kMaxCaminho) return RecusaCaminho(nomeArquivo);
+  if (nomeArquivo.size() > kMaxCaminho) return SemFalha(RecusaCaminho(nomeArquivo));
   const std::string nome = text::Upper(NomeDoArquivo(nomeArquivo));
-  if (nome.empty()) return alemDoFim;
+  if (nome.empty()) return SemFalha(alemDoFim);
   const std::string_view pasta = PastaDoCaminho(nomeArquivo);
   const std::string caminho = std::string(pasta) + nome;
   const std::string controle = CaminhoControle(pasta);
@@ -380,9 +393,12 @@ std::uint32_t CZNArqEx::CriaPeloControle(const std::string& nomeArquivo, char mo
 
 // Closes the file in hand, on the way to another one; the first failure's number.
 std::uint32_t CZNArqEx::FechaDepois(std::uint32_t numero) {
+  CFileException falha = numero == semErro ? CFileException() : falha_;
   const std::uint32_t fecho = Fecha();
   aberto_ = false;
-  return numero != semErro ? numero : fecho;
+  if (numero == semErro) return fecho;
+  falha_ = std::move(falha);
+  return numero;
 }
 
 // Counts the records of the open control file. naoEncontrado when the name is there already, arquivoInvalido when there
@@ -392,14 +408,14 @@ std::uint32_t CZNArqEx::ProcuraNoControle(const std::string& nome, std::uint32_t
   std::uint32_t comprimento = 0;
   std::uint32_t numero = Posiciona('F', 0, comprimento);
   if (numero != semErro) return numero;
-  if (comprimento > kMaxArquivoRegistros) return arquivoInvalido;
+  if (comprimento > kMaxArquivoRegistros) return SemFalha(arquivoInvalido);
   char registro[kRegistroControle];
   for (registros = 0; (numero = LeRegistro(registros, registro)) == semErro; ++registros) {
-    if (nome == std::string_view(registro, strnlen(registro, sizeof registro))) return naoEncontrado;
+    if (nome == std::string_view(registro, strnlen(registro, sizeof registro))) return SemFalha(naoEncontrado);
   }
   if (numero != alemDoFim) return numero;
   // With one more entry the control file would be refused from then on.
-  return registros < kMaxArquivoRegistros / kRegistroControle ? semErro : arquivoInvalido;
+  return registros < kMaxArquivoRegistros / kRegistroControle ? std::uint32_t{semErro} : SemFalha(arquivoInvalido);
 }
 
 std::uint32_t CZNArqEx::InscreveNoControle(const std::string& nome) {
@@ -420,6 +436,7 @@ std::uint32_t CZNArqEx::InscreveNoControle(const std::string& nome) {
     Flush();
     return semErro;
   } catch (const CFileException& falha) {
+    falha_ = falha;
     RegistraErro();
     return NumeroEntre(kCausasFecho, falha.m_cause);
   }

@@ -101,6 +101,11 @@ class CZNArqEx : public CFile {
   std::uint32_t RegistraErro();
   std::uint32_t LimpaErro();
 
+  // The failure of the file class from which the last number that was not 0 comes, of whichever file it was, the
+  // control file too. Its cause is `none` where the number comes from elsewhere (alemDoFim, argumentoInvalido, a
+  // control file that has the name already …). RegistraErro and LimpaErro leave it as it is.
+  const CFileException& Falha() const { return falha_; }
+
   // From now on no object of the process uses what it has read ahead.
   void InvalidaCache();
 
@@ -125,7 +130,8 @@ class CZNArqEx : public CFile {
   std::uint32_t AbreComTentativas(UINT modoArquivo, const Causas& causas);
   std::uint32_t CriaFaltante(UINT modoArquivo);
   std::uint32_t GravaComTentativas(const void* origem, std::uint32_t tamanho, UINT referencia, LONGLONG& posicao);
-  std::uint32_t FalhaTentativa(CFileException::Cause causa, const Causas& causas, int tentativa);
+  std::uint32_t FalhaTentativa(const Causas& causas, int tentativa);
+  std::uint32_t SemFalha(std::uint32_t numero);
   std::uint32_t EncheCache(std::uint64_t posicao);
   bool EstaNoCache(std::uint64_t posicao) const;
 
@@ -147,7 +153,8 @@ class CZNArqEx : public CFile {
   std::uint32_t tamanhoRegistro_ = 0;
   bool aberto_ = false;
   DWORD instanteCache_ = 0;
-  std::string nome_;  // full path
+  std::string nome_;      // full path
+  CFileException falha_;  // see Falha
   char modo_ = 0;
   bool criaSeNaoExiste_ = false;
 };

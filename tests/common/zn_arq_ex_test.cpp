@@ -144,7 +144,9 @@ TEST_F(ZNArqEx, CausesBecomeNumbersAfterTheAttemptsOfTheirOperation) {
         file.failing = op == Op::writeStart ? Op::write : op;
         file.cause = cause;
         file.until = until;
-        EXPECT_EQ(Do(op, file), repeats && until < 30 ? 0 : number);
+        const std::uint32_t result = Do(op, file);
+        EXPECT_EQ(result, repeats && until < 30 ? 0 : number);
+        EXPECT_TRUE(result == 0 || file.Falha().m_cause == cause);
         EXPECT_EQ(file.attempts, repeats ? 30 : 1);
         EXPECT_EQ(file.waited, repeats && op == Op::open ? 29U : 0U);
         EXPECT_EQ(FailedFile(), op == Op::read && cause == CFileException::endOfFile ? "-" : "Dados.dat");
@@ -201,6 +203,7 @@ TEST_F(ZNArqEx, ControlFileInOtherHandsIsWaitedFor) {
   ASSERT_TRUE(holder->Open("D:\\ZNCTLARQ.DAT", CFile::modeReadWrite | CFile::shareDenyWrite));
   ScriptedFile file;
   EXPECT_EQ(file.Abre('G', true), 16110U);
+  EXPECT_EQ(file.Falha().m_strFileName, "D:\\ZNCTLARQ.DAT");
   EXPECT_EQ(file.waited, 29U + 1000U + 29U);
   int opened = 0;
   file.beforeOpen = [&](const std::string&, UINT) {
@@ -335,6 +338,10 @@ TEST_F(ZNArqEx, ErrorRecord) {
   WriteFile(home_.Home() / "registry.reg", "damaged");
   EXPECT_EQ(file.RegistraErro(), 16217U);
   EXPECT_EQ(file.Abre("D:\\None.dat", 'L', kSize, false, true), 16055U);
+  EXPECT_EQ(file.Falha().m_strFileName, "D:\\None.dat");
+  char record[kSize];
+  EXPECT_EQ(file.LeRegistroArquivo("D:\\Dados.dat", 9, record, kSize), 16021U);
+  EXPECT_EQ(file.Falha().m_cause, CFileException::none) << "the end of the file is no failure of it";
 }
 
 }  // namespace

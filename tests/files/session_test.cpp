@@ -7,6 +7,9 @@
 // host's. Those with a capital are the platform's: they take the platform's paths, and Open keeps a file open for the
 // steps after it. <FF> in a step stands for that byte, which is not UTF-8, and <x*250> for so many letters.
 //
+// "why" before one of the platform's has it fail, and answers what the failure is explained with; the folder of home
+// and drive is left out of that, and N is the number of a process.
+//
 // "elsewhere" before a step has another process do it, and "as other" one of another user. That process ends after the
 // step as if it was killed: what it has open is not closed.
 #include <sys/xattr.h>
@@ -16,6 +19,7 @@
 #include <cstring>
 #include <iomanip>
 #include <map>
+#include <regex>
 #include <sstream>
 
 #include "fixture.h"
@@ -37,6 +41,7 @@ UINT ModeOf(const std::string& text) {
                                                      {"update-shared", kUpdateShared},
                                                      {"as-given", files::nameAsGiven},
                                                      {"must-be-new", files::mustBeNew},
+                                                     {"no-link", files::noLink},
                                                      {"whole", files::wholeUpdate}};
   UINT mode = 0;
   std::istringstream names(text);
@@ -70,13 +75,19 @@ std::string Granted(const std::string& file) {
   return text;
 }
 
-void Check(LONG error) {
-  if (error != 0) throw CFileException(CFileException::generic, error);
+void Open(CFile* file, const std::string& mode, const std::string& path) {
+  CFileException failure;
+  if (!file->Open(path.c_str(), ModeOf(mode), &failure)) throw failure;
+}
+
+void Try(const std::string& mode, const std::string& path) {
+  CFile file;
+  Open(&file, mode, path);
 }
 
 void Save(const std::string& mode, const std::string& path) {
   CFile file;
-  Check(OpenError(&file, path.c_str(), ModeOf(mode)));
+  Open(&file, mode, path);
   file.Write("new", 3);
   file.Close();
 }
@@ -101,11 +112,11 @@ std::string Find(const std::string& pattern) {
 
 // A line with what cannot stand in it.
 std::string Expanded(std::string line) {
-  static const std::pair<std::string, std::string> kTexts[] = {{"<FF>", "\xFF"}, {"<x*250>", std::string(250, 'x')}};
-  for (const auto& [sign, text] : kTexts) {
-    for (std::size_t at = line.find(sign); at != line.npos; at = line.find(sign))
-      line.replace(at, sign.size(), text);
-  }
+  static const std::regex kLetters("<x\\*([0-9]+)>");
+  for (std::size_t at = line.find("<FF>"); at != line.npos; at = line.find("<FF>"))
+    line.replace(at, 4, "\xFF");
+  for (std::smatch sign; std::regex_search(line, sign, kLetters);)
+    line = sign.prefix().str() + std::string(std::stoul(sign[1]), 'x') + sign.suffix().str();
   return line;
 }
 
@@ -115,6 +126,8 @@ class SessionTest : public FilesTest, public testing::WithParamInterface<std::st
   std::string Do(const std::string& step) {
     std::istringstream in(step);
     std::string command, a, b;
+    const bool asksWhy = step.starts_with("why ");
+    if (asksWhy) in >> command;
     in >> command >> std::quoted(a, '\'', '`') >> std::quoted(b, '\'', '`');
     const Action& action = actions_.at(command);
     answer_.clear();
@@ -123,19 +136,33 @@ class SessionTest : public FilesTest, public testing::WithParamInterface<std::st
       return answer_;
     }
     const SystemCalls system(std::exchange(failures_, {}));
-    const LONG error = ErrorOf([&] { action(text::FromUtf8(a), text::FromUtf8(b)); });
+    CFileException failure;
+    try {
+      action(text::FromUtf8(a), text::FromUtf8(b));
+    } catch (const CFileException& thrown) {
+      failure = thrown;
+    }
     steps_ = system.Seen();
-    return error == 0 ? text::ToUtf8(answer_) : "error " + std::to_string(error);
+    if (asksWhy) return Why(failure);
+    return failure.m_lOsError == 0 ? text::ToUtf8(answer_) : "error " + std::to_string(failure.m_lOsError);
   }
 
  private:
   using Action = std::function<void(const std::string& a, const std::string& b)>;
+
+  std::string Why(const CFileException& failure) const {
+    std::string why = files::Explain(failure.m_strFileName, static_cast<DWORD>(failure.m_lOsError));
+    for (std::size_t at = why.find(root_); at != why.npos; at = why.find(root_))
+      why.erase(at, root_.size());
+    return std::regex_replace(why, std::regex("process [0-9]+ \\([^)]*\\)"), "process N");
+  }
 
   void Read(std::size_t count) {
     answer_.resize(count);
     answer_.resize(file_.Read(answer_.data(), static_cast<UINT>(count)));
   }
 
+  const std::string root_ = fs::canonical(home_.Home()).parent_path();
   CFile file_;  // the one that is open
   std::string answer_;
   SystemCalls::Failures failures_;  // steps that fail in the next command
@@ -164,7 +191,7 @@ class SessionTest : public FilesTest, public testing::WithParamInterface<std::st
       {"fail", [this](auto& step, auto& error) { failures_.emplace_back(step, errors_.at(error)); }},
       {"steps", [this](auto&, auto&) { answer_ = Joined(steps_, ", "); }},
 
-      {"Open", [this](auto& mode, auto& path) { Check(OpenError(&file_, path.c_str(), ModeOf(mode))); }},
+      {"Open", [this](auto& mode, auto& path) { Open(&file_, mode, path); }},
       {"Read", [this](auto& count, auto&) { Read(std::stoul(count)); }},
       {"Write", [this](auto& bytes, auto&) { file_.Write(bytes.data(), static_cast<UINT>(bytes.size())); }},
       {"Seek", [this](auto& to, auto&) { file_.Seek(std::stoll(to), to[0] == '-' ? CFile::end : CFile::begin); }},
@@ -173,7 +200,7 @@ class SessionTest : public FilesTest, public testing::WithParamInterface<std::st
       {"Close", [this](auto&, auto&) { file_.Close(); }},
       {"Abort", [this](auto&, auto&) { file_.Abort(); }},
 
-      {"Try", [](auto& mode, auto& path) { Check(OpenError(path.c_str(), ModeOf(mode))); }},
+      {"Try", [](auto& mode, auto& path) { Try(mode, path); }},
       {"Save", [](auto& mode, auto& path) { Save(mode, path); }},
       {"Content", [this](auto& path, auto&) { answer_ = Content(path); }},
       {"Remove", [](auto& path, auto&) { CFile::Remove(path.c_str()); }},

@@ -57,6 +57,14 @@ TEST(CodePage, WhatItLacksBecomesAQuestionMark) {
   EXPECT_EQ(text::Utf16ToUtf8(u"aé€😀\xDC00z\xD800"), "aé€😀\uFFFDz\uFFFD");
 }
 
+TEST(Presentable, NeitherBreaksALineNorSteersATerminalNorIsLong) {
+  EXPECT_EQ(text::Presentable("Relatório €😀 \\.RXL"), "Relatório €😀 \\.RXL");
+  EXPECT_EQ(text::Presentable("a\n\x1B[2J\x7F\u0085\u202E\u2066\u2028\xFF"),
+            "a\\u000A\\u001B[2J\\u007F\\u0085\\u202E\\u2066\\u2028\uFFFD");
+  EXPECT_EQ(text::Presentable("<" + std::string(199, 'x')), "<" + std::string(199, 'x'));
+  EXPECT_EQ(text::Presentable("<" + std::string(5'000'000, '\n') + ">").size(), 1 + 98 * 6 + 3 + 98 * 6 + 1U);
+}
+
 TEST(LetterCase, PairsLettersOverTheWholeCodePage) {
   const std::string others = "09_@[`{\x83\xB5\xD7\xDF\xF7\xAA\xBA";
   const std::string upper = "ABCZ\xC0\xC9\xD6\xD8\xDE\x8A\x8C\x8E\x9F" + others;

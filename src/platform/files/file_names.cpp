@@ -38,15 +38,18 @@ DWORD RemoveFile(std::string_view text) {
 // One renaming of a file: finds both names, and is begun anew when others have changed them before they are held.
 class Renaming {
  public:
-  DWORD Try(const PathName& oldPath, const PathName& newPath) {
+  // `*isOfNew` says whether a failure is one of the new path.
+  DWORD Try(const PathName& oldPath, const PathName& newPath, bool* isOfNew) {
     newName_ = newPath.Name();
+    *isOfNew = false;
     if (const DWORD error = Locate(oldPath, &from_); error != ERROR_SUCCESS) return error;
     if (!from_.exists) return ERROR_FILE_NOT_FOUND;
+    *isOfNew = true;
     if (const DWORD error = Locate(newPath, &to_); error != ERROR_SUCCESS) return error;
-    if (!IsTakenByOther()) return to_.exists && to_.name == newName_ ? ERROR_SUCCESS : Move();
+    if (!IsTakenByOther()) return to_.exists && to_.name == newName_ ? ERROR_SUCCESS : Move(isOfNew);
     // The two names may have been found before and after another process gave the file another letter case. That is
     // certain only once the file is held, for the process may have given it back the old one since.
-    if (host::SameFile(from_.status, to_.status)) return Move();
+    if (host::SameFile(from_.status, to_.status)) return Move(isOfNew);
     return IsUnchanged(from_) ? ERROR_FILE_EXISTS : kStartAnew;
   }
 
@@ -60,16 +63,19 @@ class Renaming {
     return to_.isDeadLink || (to_.exists && (to_.name != from_.name || !host::SameFile(from_.folder, to_.folder)));
   }
 
-  DWORD Move() {
+  DWORD Move(bool* isOfNew) {
     host::Descriptor file;
+    *isOfNew = false;
     DWORD error = OpenAsWritten(from_.folder.Number(), from_.name, kExclusiveReading, &file);
     if (error != ERROR_SUCCESS) return error == ERROR_FILE_NOT_FOUND ? kStartAnew : error;
     // A process that creates a file of the new name in the meantime waits or is refused.
+    *isOfNew = true;
     Reservation reservation;
     error = reservation.Take(to_.folder, newName_, file, kExclusiveWriting.share);
     if (error != ERROR_SUCCESS) return error;
     if (error = FindIn(newName_, &to_); error != ERROR_SUCCESS) return error;
     if (IsTakenByOther()) return ERROR_FILE_EXISTS;
+    *isOfNew = false;
     // A new name that exists and is not another's is the old one in another letter case.
     error = platform::OsError(to_.exists ? host::ChangeSpelling(to_.folder, from_.name, newName_)
                                          : host::RenameToFreeName(from_.folder, from_.name, to_.folder, newName_));
@@ -85,12 +91,14 @@ class Renaming {
   std::string newName_;
 };
 
-DWORD RenameFile(std::string_view oldText, std::string_view newText) {
+DWORD RenameFile(std::string_view oldText, std::string_view newText, bool* isOfNew) {
   PathName oldPath;
   PathName newPath;
+  *isOfNew = false;
   if (const DWORD error = TranslateFilePath(oldText, &oldPath); error != ERROR_SUCCESS) return error;
+  *isOfNew = true;
   if (const DWORD error = TranslateFilePath(newText, &newPath); error != ERROR_SUCCESS) return error;
-  return UntilNotOvertaken([&] { return Renaming().Try(oldPath, newPath); });
+  return UntilNotOvertaken([&] { return Renaming().Try(oldPath, newPath, isOfNew); });
 }
 
 }  // namespace
@@ -114,7 +122,9 @@ void CFile::Remove(const char* path) {
 }
 
 void CFile::Rename(const char* oldPath, const char* newPath) {
-  const std::string_view oldText = files::TextOf(oldPath);
-  const DWORD error = files::RenameFile(oldText, files::TextOf(newPath));
-  if (error != ERROR_SUCCESS) throw CFileException::FromOsError(error, std::string(oldText));
+  bool isOfNew = false;
+  const DWORD error = files::RenameFile(files::TextOf(oldPath), files::TextOf(newPath), &isOfNew);
+  if (error != ERROR_SUCCESS) {
+    throw CFileException::FromOsError(error, std::string(files::TextOf(isOfNew ? newPath : oldPath)));
+  }
 }

@@ -130,7 +130,8 @@ class CFile {
 
   bool IsOpen() const { return m_open != nullptr; }
 
-  // All of these throw CFileException. Removing and renaming need that no opener has the file (32).
+  // All of these throw CFileException, with the one of two paths that the failure is about. Removing and renaming need
+  // that no opener has the file (32).
   static void Remove(const char* path);  // 5 for a read-only file or a folder
   // Gives a file another name, in its folder or another one of the same drive; 80 when that name is taken. Renaming a
   // file to its own path gives it that path's letter case; nothing is done (and an open file is no hindrance) when it
@@ -217,6 +218,15 @@ namespace files {
 // The host system's (UTF-8) path of `path` with the letter case that is on the disk, for messages and tools; 0, or the
 // platform's error number. Components that do not exist are taken as written.
 DWORD HostPath(const char* path, std::string* host);
+
+// Says in English for people what stands in the way of a file operation that has failed: who holds the file or what it
+// is instead, whose it is and who may do what, which folder is missing or full, what is wrong with the name. `path` is
+// that of the operation, `osError` the platform's number that it gave. It looks at the disk as it is now and changes
+// nothing there. Where nothing that it sees leads to the number, it says what the number means and no more. UTF-8, a
+// clause without a full stop, such as "/srv/reports/CT01Vendas.RXL belongs to maria with mode 0600, and the server,
+// which runs as joao, may not read it; maria or root can change that". Never empty. From any thread. Throws
+// std::bad_alloc.
+std::string Explain(const std::string& path, DWORD osError);
 
 // The drive or share with which a path starts ("D:", "\\HOST\SHARE") and where the home maps it: a folder, or a link to
 // one, that need not exist. False for a path that starts with neither.

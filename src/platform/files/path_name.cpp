@@ -111,7 +111,7 @@ DWORD StepInto(std::string_view component, PathName* path) {
   return ERROR_SUCCESS;
 }
 
-DWORD Translate(std::string_view text, PathName* path) {
+DWORD Translate(std::string_view text, PathName* path, std::string_view* refused = nullptr) {
   path->meansFolder = !text.empty() && IsSeparator(text.back());
   if (HasDrive(text)) {
     path->path = platform::Home::Current().Drive(text[0]);
@@ -126,7 +126,10 @@ DWORD Translate(std::string_view text, PathName* path) {
   }
   while (!text.empty()) {
     const std::size_t end = std::min(text.find_first_of(kSeparators), text.size());
-    if (const DWORD error = StepInto(text.substr(0, end), path); error != ERROR_SUCCESS) return error;
+    if (const DWORD error = StepInto(text.substr(0, end), path); error != ERROR_SUCCESS) {
+      if (refused != nullptr) *refused = text.substr(0, end);
+      return error;
+    }
     text.remove_prefix(std::min(end + 1, text.size()));
   }
   if (path->path.size() == path->base) {
@@ -145,10 +148,10 @@ std::string PathName::Folder() const {
   return name == 0 ? "." : path.substr(0, name - 1);
 }
 
-DWORD TranslatePath(std::string_view text, PathName* path) {
+DWORD TranslatePath(std::string_view text, PathName* path, std::string_view* refused) {
   if (text.empty()) return ERROR_PATH_NOT_FOUND;
   *path = {};
-  return Translate(text, path);
+  return Translate(text, path, refused);
 }
 
 DWORD TranslatePattern(std::string_view text, PathName* folder, std::string* pattern) {

@@ -27,8 +27,9 @@ inline std::string_view TextOf(const char* path) {
   return path != nullptr ? path : "";
 }
 
-// 0, or the platform's error number.
-DWORD TranslatePath(std::string_view text, PathName* path);
+// 0, or the platform's error number. `*refused` (unless null) is then the component for which the path was refused;
+// none where it was refused as a whole.
+DWORD TranslatePath(std::string_view text, PathName* path, std::string_view* refused = nullptr);
 
 // Splits a search pattern into the folder to search and the pattern of its names (code page 1252).
 DWORD TranslatePattern(std::string_view text, PathName* folder, std::string* pattern);

@@ -17,10 +17,6 @@ constexpr std::string_view kHexadecimalDigits = "0123456789abcdef";
 constexpr mode_t kModeOfNewFiles = 0666;
 constexpr int kNeitherLinkNorWait = O_NOFOLLOW | O_NONBLOCK;
 
-std::string ReservationName(std::string_view folded) {
-  return std::string(kHiddenPrefix) + platform::Fnv1a(folded);
-}
-
 }  // namespace
 
 DWORD Reservation::Take(const host::Descriptor& folder, std::string_view name, const host::Descriptor& held,
@@ -140,6 +136,10 @@ bool IsOld(const host::Descriptor& folder, const std::string& hiddenName) {
   struct stat status = {};
   return host::StatLinkWithTimes(folder.Number(), hiddenName, &status) == 0 && S_ISREG(status.st_mode) &&
          time(nullptr) - status.st_mtim.tv_sec >= kSafeAge;
+}
+
+std::string ReservationName(std::string_view folded) {
+  return std::string(kHiddenPrefix) + platform::Fnv1a(folded);
 }
 
 bool IsReservationName(std::string_view hiddenName) {

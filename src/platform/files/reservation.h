@@ -53,6 +53,8 @@ class Reservation {
   std::string hiddenName_;  // empty once the file has another name
 };
 
+// The hidden name under which a name whose folded form this is gets reserved.
+std::string ReservationName(std::string_view folded);
 bool IsReservationName(std::string_view hiddenName);
 
 // True for a hidden file that nobody has written to for so long that its writer is not likely to be at work.

@@ -1,8 +1,11 @@
 #include "share_lock.h"
 
 #include <cerrno>
+#include <cstdlib>
+#include <sstream>
 
 #include "machines.h"
+#include "platform/host/whole_file.h"
 
 namespace files {
 namespace {
@@ -166,6 +169,30 @@ DWORD LockOneByte(const Descriptor& file, LockRange range) {
   });
 }
 
+// Whether one of the locks of an open file covers all that any opener locks, judged by the kernel's report on the file.
+bool KeepsAllOthersAway(const std::string& report) {
+  constexpr std::size_t kLongest = std::size_t{64} << 10;
+  Descriptor file;
+  std::string text;
+  if (host::Open(AT_FDCWD, report, O_RDONLY, &file) != 0 || host::ReadAll(file.Number(), kLongest, &text) != 0) {
+    return false;
+  }
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    // lock: 1: OFDLCK ADVISORY WRITE -1 fe:00:123 4611686018427387904 4611686027017322495
+    std::istringstream words(line);
+    std::string head, kind, end;
+    off_t start = 0;
+    words >> head >> head >> kind >> head >> head >> head >> head >> start >> end;
+    const bool counts = line.starts_with("lock:") && (kind == "OFDLCK" || kind == "POSIX");
+    if (!counts || !words || start > kReaders.start) continue;
+    if (end == "EOF" || std::strtoll(end.c_str(), nullptr, 10) >= kReaders.start + kReadersAndWriters.length - 1) {
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 DWORD TakeShareLock(const Descriptor& file, bool writable, ShareMode mode) {
@@ -183,6 +210,24 @@ DWORD ReleaseShareLock(const Descriptor& file) {
 
 bool IsHeldByOther(const Descriptor& file) {
   return HeldByOther(file, kReadersAndWriters);
+}
+
+std::string HolderOf(const std::string& path) {
+  Descriptor processes;
+  std::string holder;
+  if (host::OpenFolder(AT_FDCWD, "/proc", &processes) != 0) return holder;
+  host::ReadNames(processes, [&](const char* process, unsigned char) {
+    const std::string folder = std::string("/proc/") + process;
+    Descriptor open;
+    if (!holder.empty() || *process < '0' || *process > '9') return;
+    if (host::OpenFolder(AT_FDCWD, folder + "/fd", &open) != 0) return;
+    host::ReadNames(open, [&](const char* number, unsigned char) {
+      std::string target;
+      if (host::ReadLink(folder + "/fd/" + number, &target) != 0 || target != path) return;
+      if (KeepsAllOthersAway(folder + "/fdinfo/" + number)) holder = process;
+    });
+  });
+  return holder;
 }
 
 DWORD TakeCreationLock(const Descriptor& file) {

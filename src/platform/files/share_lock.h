@@ -2,6 +2,8 @@
 // last descriptor of the opening however that comes about, and each is checked and taken in one step.
 #pragma once
 
+#include <string>
+
 #include "platform/host/system.h"
 #include "platform/kernel/kernel.h"
 
@@ -28,6 +30,10 @@ DWORD ReleaseShareLock(const host::Descriptor& file);
 
 // True when another opening has the locks of a share mode; also when that cannot be found out.
 bool IsHeldByOther(const host::Descriptor& file);
+
+// A process that keeps every other opening from the file of a path (without symbolic links) and that this process may
+// look at: its number, or "" when none is found.
+std::string HolderOf(const std::string& path);
 
 // The right to bring the file's name into being or to do away with it: held while that is under way, by one opening at
 // a time. The first waits for another holder, 32 after two seconds, and is for descriptors that can be written to. The

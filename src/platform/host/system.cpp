@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -124,6 +125,15 @@ int StatLinkWithTimes(int folder, const std::string& path, struct stat* status) 
                 [&] { return fstatat(folder, path.c_str(), status, AT_SYMLINK_NOFOLLOW); });
 }
 
+int ReadLink(const std::string& path, std::string* target) {
+  target->resize(PATH_MAX);
+  std::size_t size = 0;
+  const int error = Repeat({"readlink", AT_FDCWD, path.c_str()}, &size,
+                           [&] { return readlink(path.c_str(), target->data(), target->size()); });
+  target->resize(size);
+  return error;
+}
+
 int RealPath(const Descriptor& folder, const std::string& name, std::string* path) {
   if (const Fate fate = FateOf({"realpath", folder.Number(), name.c_str()}); fate.error != 0) return fate.error;
   const std::string link = PathOf(folder) + "/" + name;
@@ -161,6 +171,31 @@ int RenameToFreeName(const Descriptor& oldFolder, const std::string& oldName, co
 int ChangeSpelling(const Descriptor& folder, const std::string& oldName, const std::string& newName) {
   const int error = RenameUnlessTaken(folder, oldName, folder, newName);
   return IsUnknownKind(error) ? Rename(folder, oldName, folder, newName) : error;
+}
+
+int MayUse(const std::string& path, int rights) {
+  return Repeat({"faccessat", AT_FDCWD, path.c_str()},
+                [&] { return faccessat(AT_FDCWD, path.c_str(), rights, AT_EACCESS); });
+}
+
+int GetMarks(const std::string& path, Marks* marks) {
+  struct statx found = {};
+  const int error =
+      Repeat({"statx", AT_FDCWD, path.c_str()}, [&] { return statx(AT_FDCWD, path.c_str(), 0, STATX_TYPE, &found); });
+  if (error != 0) return error;
+  marks->isImmutable = (found.stx_attributes & STATX_ATTR_IMMUTABLE) != 0;
+  marks->isAppendOnly = (found.stx_attributes & STATX_ATTR_APPEND) != 0;
+  return 0;
+}
+
+bool HasAccessList(const std::string& path) {
+  ssize_t size = 0;
+  return Repeat({"getxattr", AT_FDCWD, path.c_str()}, &size,
+                [&] { return getxattr(path.c_str(), "system.posix_acl_access", nullptr, 0); }) == 0;
+}
+
+int DiskOf(const std::string& path, struct statvfs* disk) {
+  return Repeat({"statvfs", AT_FDCWD, path.c_str()}, [&] { return statvfs(path.c_str(), disk); });
 }
 
 int Stat(const Descriptor& file, struct stat* status) {

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 
 #include <chrono>
 #include <cstddef>
@@ -30,6 +31,7 @@ int OpenFolder(int folder, const std::string& path, Descriptor* opened);  // for
 int Stat(int folder, const std::string& path, struct stat* status);       // of what a symbolic link leads to
 int StatLink(int folder, const std::string& path, struct stat* status);   // of the symbolic link itself
 int StatLinkWithTimes(int folder, const std::string& path, struct stat* status);
+int ReadLink(const std::string& path, std::string* target);
 int RealPath(const Descriptor& folder, const std::string& name, std::string* path);
 int Unlink(const Descriptor& folder, const std::string& name);
 int Rename(const Descriptor& oldFolder, const std::string& oldName, const Descriptor& newFolder,
@@ -41,6 +43,22 @@ int RenameToFreeName(const Descriptor& oldFolder, const std::string& oldName, co
                      const std::string& newName);
 // Changes the letter case of a name. The new spelling must be reserved: at no instant has the file both.
 int ChangeSpelling(const Descriptor& folder, const std::string& oldName, const std::string& newName);
+
+// Whether the kernel lets this process use what a path leads to: R_OK, W_OK and X_OK, by its effective user. 0, or what
+// it would answer.
+int MayUse(const std::string& path, int rights);
+
+// Marks of a file or folder that keep even the superuser from changing it, where the file system has such.
+struct Marks {
+  bool isImmutable = false;
+  bool isAppendOnly = false;
+};
+int GetMarks(const std::string& path, Marks* marks);
+
+// Whether a file or folder has an access control list besides its mode.
+bool HasAccessList(const std::string& path);
+
+int DiskOf(const std::string& path, struct statvfs* disk);  // the file system that it lies on
 
 inline bool SameFile(const struct stat& a, const struct stat& b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;

@@ -33,6 +33,11 @@ std::u16string Utf8ToUtf16(std::string_view utf8);
 
 bool IsValidUtf8(std::string_view utf8);
 
+// UTF-8 from elsewhere as it may stand in a sentence for people: what breaks a line, turns the direction of writing or
+// steers a terminal is written as its number (\u001B), and of a text of more than 200 characters only the beginning and
+// the end are there. Malformed bytes become U+FFFD.
+std::string Presentable(std::string_view utf8);
+
 // ---- Letter case ---------------------------------------------------------------------------------------------------
 // Over the whole code page: the accented letters, Š Œ Ž Ÿ and their small forms are letters; ƒ ß µ have one case only.
 
