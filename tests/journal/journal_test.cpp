@@ -317,6 +317,9 @@ TEST_F(JournalTest, SettingsComeFromTheRegistry) {
   set(kFewestBytes, 0, 1);
   EXPECT_TRUE(support::WaitUntil([&] { return Append(writer, "100%s").empty() && !SystemLog().empty(); }));
   EXPECT_THAT(SystemLog().back(), HasSubstr(R"("model":"100%s")"));
+  for (unsigned bytes = 0; bytes < 2 * kFewestBytes; bytes += 600)
+    Append(writer, "more", std::string(512, 'x'));
+  EXPECT_FALSE(exists(File("journal.1.jsonl")));
   remove(File());
   create_directory(File());
   EXPECT_NE(Append(writer, "lost"), "");
