@@ -2,7 +2,7 @@
 #include <syslog.h>
 
 #include <cerrno>
-#include <new>
+#include <exception>
 
 #include "files.h"
 #include "journal.h"
@@ -64,7 +64,7 @@ void Writer::Append(const Entry& entry) noexcept {
     line_ += '\n';
     error_ = Write();
     if (settings_.systemLog) WriteToSystemLog(std::string_view(line_).substr(1, line_.size() - 2));
-  } catch (const std::bad_alloc&) {
+  } catch (const std::exception&) {  // of which there is only the lack of memory
     error_ = ENOMEM;
   }
 }
