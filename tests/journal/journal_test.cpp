@@ -487,7 +487,7 @@ class JournalOfMany : public JournalTest {
 TEST_F(JournalOfMany, EveryLineIsThereOnce) {
   journal::Reader reader(Home());
   unsigned rotations = 0;
-  Run(99, 20'000, [&] {
+  Run(99, 2'000, [&] {
     int read = 0;
     reader.ReadNew([&](std::string_view line) {
       ++read;
