@@ -61,7 +61,7 @@ void RemoveUnfinished(const Descriptor& folder) {
     host::Unlink(folder, name);
 }
 
-// A file that a process is appending to at this moment stays; the next rotation deletes it.
+// A file that a process may still append to stays; a later rotation deletes it.
 void Delete(const Descriptor& folder, unsigned number) {
   Descriptor file;
   struct stat status = {};

@@ -21,9 +21,10 @@ std::string FileName(unsigned number);
 // The numbers of all older files in the folder, ascending.
 int FindOlder(const Descriptor& folder, std::vector<unsigned>* numbers);
 
-// A byte of each file. A process that appends locks it shared from before it looks whether the file still has the name
-// journal.jsonl until it has written; a process that deletes an old file locks it alone. So no line is written into a
-// file that is deleted, however long a process is stopped in between.
+// A byte of each file. A process that appends has it locked shared as long as it has the file open; a process that
+// deletes an old file locks it alone. So no line is written into a file that is deleted, however long a process is
+// stopped between looking whether the file still is journal.jsonl and writing. An old file that such a process has not
+// left yet is kept longer.
 inline constexpr host::LockRange kAppending = {0, 1};
 
 // Opens a file of the journal for reading or appending, and no link, pipe, folder or device in its place.

@@ -2,7 +2,7 @@
 #include <syslog.h>
 
 #include <cerrno>
-#include <new>
+#include <exception>
 
 #include "files.h"
 #include "journal.h"
@@ -64,7 +64,7 @@ void Writer::Append(const Entry& entry) noexcept {
     line_ += '\n';
     error_ = Write();
     if (settings_.systemLog) WriteToSystemLog(std::string_view(line_).substr(1, line_.size() - 2));
-  } catch (const std::bad_alloc&) {
+  } catch (const std::exception&) {  // of which there is only the lack of memory
     error_ = ENOMEM;
   }
 }
@@ -80,36 +80,37 @@ void Writer::LookAtSettings() {
   nextLook_ = now + kSettingsAge;
 }
 
-// A file that was rotated after it was opened, or between its opening and its locking, is not written any more.
+// A file that was rotated after it was opened is not written any more, nor one that was deleted before it was locked.
 int Writer::Write() {
   constexpr int kAttempts = 16;  // each takes another rotation
-  bool mayRotate = true;
   int error = 0;
   for (int i = 0; i < kAttempts; ++i) {
     error = file_ ? 0 : Open();
-    if (error == ENOENT) continue;
+    if (error == ENOENT || error == EAGAIN) continue;
     if (error != 0) return error;
-    // Where the file system has no locks, a line without is better than none.
-    error = host::SetLock(file_, F_RDLCK, kAppending);
     struct stat named = {};
-    const bool isCurrent =
-        error != EAGAIN && host::StatLink(AT_FDCWD, path_, &named) == 0 && host::SameFile(named, identity_);
-    if (!isCurrent) {
-      file_.Close();
-      continue;
+    const bool isCurrent = host::StatLink(AT_FDCWD, path_, &named) == 0 && host::SameFile(named, identity_);
+    if (isCurrent && !IsFull(named)) return WriteLine();
+    if (isCurrent) {
+      host::SetLock(file_, F_UNLCK, kAppending);
+      if (!Rotate(home_.Folder(), identity_, settings_.older)) nextRotation_ = Clock::now() + kRotationPause;
     }
-    if (!mayRotate || !IsFull(named)) return WriteLine();
-    host::SetLock(file_, F_UNLCK, kAppending);
-    mayRotate = Rotate(home_.Folder(), identity_, settings_.older);
-    if (!mayRotate) nextRotation_ = Clock::now() + kRotationPause;
+    file_.Close();
   }
   return error != 0 ? error : EAGAIN;
 }
 
 int Writer::Open() {
-  const int error = OpenOrMakeFile(home_.Folder(), FileName(0), &file_, &identity_);
-  if (error == 0) afterFragment_ = EndsInsideLine(file_, identity_);
-  return error;
+  int error = OpenOrMakeFile(home_.Folder(), FileName(0), &file_, &identity_);
+  if (error != 0) return error;
+  error = host::SetLock(file_, F_RDLCK, kAppending);
+  if (error == EAGAIN) {
+    file_.Close();
+    return error;
+  }
+  // Where the file system has no locks, a line without is better than none.
+  afterFragment_ = EndsInsideLine(file_, identity_);
+  return 0;
 }
 
 bool Writer::IsFull(const struct stat& file) const {
@@ -123,7 +124,6 @@ int Writer::WriteLine() {
   if (!afterFragment_) line.remove_prefix(1);
   std::size_t written = 0;
   int error = host::Write(file_.Number(), line.data(), line.size(), &written);
-  host::SetLock(file_, F_UNLCK, kAppending);
   if (error == 0 && written < line.size()) error = ENOSPC;
   if (written > 0) afterFragment_ = error != 0;
   return error;

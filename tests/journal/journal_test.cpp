@@ -13,9 +13,11 @@
 #include <csignal>
 #include <cstdarg>
 #include <gmock/gmock.h>
+#include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <random>
+#include <sstream>
 #include <utility>
 
 #include "platform/registry/registry.h"
@@ -84,6 +86,12 @@ class JournalTest : public testing::Test {
   static std::string AppendOne(std::string_view model) {
     journal::Writer writer(Home());
     return Append(writer, model);
+  }
+
+  void Clear() const {
+    for (const std::string& name : support::Names(home_.Home())) {
+      if (name.starts_with("journal")) remove(File(name.c_str()));
+    }
   }
 
   // The models of all whole lines.
@@ -172,7 +180,7 @@ TEST_F(JournalTest, ALineIsOneWriteAndNoFlush) {
     return host::Fate{};
   });
   EXPECT_EQ(Append(writer, "second"), "");
-  EXPECT_THAT(calls, ElementsAre("F_OFD_SETLK", "statx", "write", "F_OFD_SETLK"));
+  EXPECT_THAT(calls, ElementsAre("statx", "write"));
 }
 
 // What keeps lines from being written is told, and nothing waits for it or changes it.
@@ -265,6 +273,11 @@ TEST_F(JournalTest, FragmentsRuinNoOtherLine) {
   fill({.error = 0, .most = 5});
   EXPECT_EQ(AppendOne("fourth"), "");
   EXPECT_EQ(Append(writer, "fifth"), "");
+  std::istringstream file(support::ReadFile(File()));
+  int whole = 0;
+  for (std::string line; std::getline(file, line);)
+    whole += json::accept(line) ? 1 : 0;
+  EXPECT_EQ(whole, 5);
   fill({.error = 0, .most = 30});
   const std::string glued = R"({"time":"1970-01-01T00:00:00.000Z","model":"sixth"})";
   support::WriteFile(File(),
@@ -305,30 +318,36 @@ TEST_F(JournalTest, SettingsComeFromTheRegistry) {
   set(kFewestBytes, 0, 1);
   EXPECT_TRUE(support::WaitUntil([&] { return Append(writer, "100%s").empty() && !SystemLog().empty(); }));
   EXPECT_THAT(SystemLog().back(), HasSubstr(R"("model":"100%s")"));
+  for (unsigned bytes = 0; bytes < 2 * kFewestBytes; bytes += 600)
+    Append(writer, "more", std::string(512, 'x'));
+  EXPECT_FALSE(exists(File("journal.1.jsonl")));
   remove(File());
   create_directory(File());
   EXPECT_NE(Append(writer, "lost"), "");
   EXPECT_THAT(SystemLog().back(), HasSubstr("lost"));
 }
 
-// A process may be stopped before any of its calls while another one fills file after file.
+// A process may be stopped before any of its calls while another one fills file after file; in the middle of a
+// rotation, one file.
 TEST_F(JournalTest, StoppedProcessLosesNoLine) {
+  using std::string_view;
   Set("DiarioBytes", kFewestBytes);
   const std::string reason(512, 'x');
-  for (const char* const place : {"F_OFD_SETLK", "statx", "write", "openat", "renameat2"}) {
-    const bool rotates = place == std::string_view("renameat2");
-    Set("DiarioArquivos", rotates ? 99 : 1);
+  for (const string_view place : {"F_OFD_SETLK", "statx", "write", "openat", "renameat2", "unlinkat"}) {
+    const bool deletes = place == "unlinkat";
+    const bool rotates = place == "renameat2" || deletes;
+    Set("DiarioArquivos", 1);
     journal::Writer stopped(Home());
     journal::Writer other(Home());
-    do
+    if (place == "statx" || place == "write") Append(stopped, "before", reason);
+    while (rotates && (!exists(File("journal.1.jsonl")) || file_size(File()) + 600 < kFewestBytes))
       Append(other, "before", reason);
-    while (rotates && file_size(File()) + 600 < kFewestBytes);
-    if (!rotates && place != std::string_view("openat")) Append(stopped, "before", reason);
     int appended = 0;
     bool isReached = false;
     {
       const SystemCalls stop([&](const host::SystemCall& call) {
-        if (call.name != std::string_view(place) || std::exchange(isReached, true)) return host::Fate{};
+        const bool isPlace = call.name == place && (!deletes || string_view(call.path).ends_with("jsonl"));
+        if (!isPlace || std::exchange(isReached, true)) return host::Fate{};
         for (; appended < 500; ++appended)
           EXPECT_EQ(Append(other, place, reason), "");
         return host::Fate{};
@@ -338,10 +357,8 @@ TEST_F(JournalTest, StoppedProcessLosesNoLine) {
     EXPECT_TRUE(isReached);
     const std::vector<std::string> models = Models();
     EXPECT_EQ(std::count(models.begin(), models.end(), "late"), 1) << place;
-    EXPECT_EQ(rotates, std::count(models.begin(), models.end(), place) == appended);
-    for (const std::string& name : support::Names(home_.Home())) {
-      if (name.starts_with("journal")) remove(File(name.c_str()));
-    }
+    EXPECT_EQ(std::count(models.begin(), models.end(), place) == appended, rotates) << place;
+    Clear();
   }
 }
 
@@ -349,13 +366,11 @@ TEST_F(JournalTest, StoppedProcessLosesNoLine) {
 TEST_F(JournalTest, KilledRotationLosesNoFile) {
   Set("DiarioBytes", kFewestBytes);
   Set("DiarioArquivos", 99);
-  const std::string padding(400, 'x');
+  const std::string reason(512, '\x01');  // each takes six bytes
   for (const bool refusesRenaming : {false, true}) {
     bool isKilled = true;
-    for (int place = 1; isKilled; ++place) {
-      for (const std::string& name : support::Names(home_.Home())) {
-        if (name.starts_with("journal")) remove(File(name.c_str()));
-      }
+    for (int place = refusesRenaming ? 2 : 1; isKilled; place += support::LongTests() ? 1 : 2) {
+      Clear();
       std::vector<std::string> expected;
       for (const char* name : {"journal.3.jsonl", "journal.2.jsonl", "journal.1.jsonl"}) {
         AppendOne(name);
@@ -363,9 +378,9 @@ TEST_F(JournalTest, KilledRotationLosesNoFile) {
         expected.emplace_back(name);
       }
       journal::Writer writer(Home());
-      while (!exists(File()) || file_size(File()) + 600 < kFewestBytes) {
+      while (!exists(File()) || file_size(File()) + 3200 < kFewestBytes) {
         expected.push_back(std::to_string(expected.size()));
-        Append(writer, expected.back(), padding);
+        Append(writer, expected.back(), reason);
       }
       support::Child rotator([&] {
         int calls = 0;
@@ -373,24 +388,23 @@ TEST_F(JournalTest, KilledRotationLosesNoFile) {
           if (++calls == place) kill(getpid(), SIGKILL);
           return host::Fate{.error = refusesRenaming && call.name == std::string_view("renameat2") ? EINVAL : 0};
         });
-        const std::string reason(512, 'x');
         journal::Writer other(Home());
         return Append(other, "rotates", reason).empty() ? 0 : 1;
       });
       const int status = rotator.Wait();
       isKilled = status == 128 + SIGKILL;
       EXPECT_TRUE(isKilled || status == 0);
-      const std::string large(512, 'x');
       for (int i = 0; i < 2; ++i) {
         expected.push_back("after" + std::to_string(i));
-        EXPECT_EQ(Append(writer, expected.back(), large), "");
+        EXPECT_EQ(Append(writer, expected.back(), reason), "");
       }
       std::vector<std::string> models = Models();
       std::erase(models, "rotates");
       ASSERT_EQ(models, expected) << "killed before call " << place;
-      ASSERT_GT(support::Names(home_.Home()).size(), 6U) << "nothing was rotated";
+      ASSERT_LT(file_size(File()), kFewestBytes) << "not rotated, killed before call " << place;
     }
   }
+  EXPECT_THAT(support::Names(home_.Home()), testing::Not(testing::Contains(testing::StartsWith(".journal"))));
 }
 
 // ---- Many processes ------------------------------------------------------------------------------------------------
@@ -400,8 +414,8 @@ constexpr unsigned kMostWriters = 4000;  // with those that take the place of ki
 
 struct Books {
   std::array<std::atomic<unsigned>, kMostWriters> written{};
-  std::atomic<unsigned> read{0};
-  std::atomic<unsigned> total{0};
+  std::atomic<int> read{0};
+  std::atomic<int> total{0};  // less than there are, where a process was killed before it counted its line
   std::atomic<unsigned> lost{0};
   std::atomic<bool> closed{false};
 };
@@ -409,7 +423,7 @@ struct Books {
 class JournalOfMany : public JournalTest {
  protected:
   // Processes append and rotate; one is stopped for a while, one is killed and replaced. `look` is called all the time.
-  void Run(unsigned older, unsigned mostAhead, const std::function<void()>& look) {
+  void Run(unsigned older, int mostAhead, const std::function<void()>& look) {
     Set("DiarioBytes", kFewestBytes);
     Set("DiarioArquivos", older);
     std::vector<std::unique_ptr<support::Child>> writers(kWriters);
@@ -418,16 +432,17 @@ class JournalOfMany : public JournalTest {
     std::minstd_rand random(older);
     const auto start = std::chrono::steady_clock::now();
     const auto end = start + std::chrono::seconds(support::LongTests() ? 60 : 1);
-    while (std::chrono::steady_clock::now() < end) {
-      const pid_t stopped = writers.at(random() % kWriters)->Pid();
-      auto& killed = writers.at(random() % kWriters);
+    while (std::chrono::steady_clock::now() < end && started_ < kMostWriters) {
+      const auto first = random() % kWriters;
+      const pid_t stopped = writers.at(first)->Pid();
+      auto& killed = writers.at((first + 1 + random() % (kWriters - 1)) % kWriters);
       kill(stopped, SIGSTOP);
       const auto pause = std::chrono::steady_clock::now() + std::chrono::milliseconds(random() % 60);
       while (std::chrono::steady_clock::now() < pause)
         look();
       killed->Kill();
       EXPECT_EQ(killed->Wait(), 128 + SIGKILL) << "ended by itself";
-      if (started_ < kMostWriters) killed = Start(mostAhead);
+      killed = Start(mostAhead);
       kill(stopped, SIGCONT);
     }
     books_->closed = true;
@@ -437,7 +452,7 @@ class JournalOfMany : public JournalTest {
     EXPECT_EQ(books_->lost, 0U);
   }
 
-  std::unique_ptr<support::Child> Start(unsigned mostAhead) {
+  std::unique_ptr<support::Child> Start(int mostAhead) {
     return std::make_unique<support::Child>([this, mostAhead, number = started_++] {
       journal::Writer writer(Home());
       for (unsigned i = 1; !books_->closed; ++i) {
@@ -472,8 +487,8 @@ class JournalOfMany : public JournalTest {
 TEST_F(JournalOfMany, EveryLineIsThereOnce) {
   journal::Reader reader(Home());
   unsigned rotations = 0;
-  Run(99, 20'000, [&] {
-    unsigned read = 0;
+  Run(99, 2'000, [&] {
+    int read = 0;
     reader.ReadNew([&](std::string_view line) {
       ++read;
       Enter(line);
@@ -491,11 +506,12 @@ TEST_F(JournalOfMany, EveryLineIsThereOnce) {
   for (const std::string& name : support::Names(home_.Home()))
     rotations += name.starts_with("journal.") && name.ends_with(".jsonl") ? 1U : 0U;
   EXPECT_GT(rotations, 5U);
-  RecordProperty("lines", static_cast<int>(books_->total));
+  RecordProperty("lines", books_->total.load());
+  RecordProperty("kills", static_cast<int>(started_ - kWriters));
 }
 
 TEST_F(JournalOfMany, WhatIsKeptIsWhole) {
-  Run(2, ~0U, [] { usleep(1000); });
+  Run(2, std::numeric_limits<int>::max(), [] { usleep(1000); });
   journal::Reader reader(Home());
   reader.ReadNew([this](std::string_view line) { Enter(line); });
   EXPECT_FALSE(seen_.empty());

@@ -4,6 +4,7 @@
 //   drives/d       a folder or a symbolic link: where paths that begin with D:\ continue
 //   drives/host/share   the same for \\HOST\SHARE; both names in lower case
 //   work/          the server's current directory, where file names without a folder end up
+//   journal.jsonl  what servers have changed and refused to change, with older files beside it
 //   server.lock    which process serves the home, and in which folder its sockets are
 //   activation.lock, registry.lock   held by who starts the server or changes the registry
 //
