@@ -36,6 +36,9 @@ void Enter(const support::Installation& installation);
 // A report store in this process, initialised for CT 01 in the current home.
 ComPtr<IZNPL_Relatorio2> StoreInProcess();
 
+// The same with a journal in that home, as the server has it.
+ComPtr<IZNPL_Relatorio2> StoreWithJournal();
+
 // The same of the first generation.
 ComPtr<IZNPL_Rel> FirstStoreInProcess();
 

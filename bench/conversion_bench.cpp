@@ -22,26 +22,26 @@ using namespace kestor;
 using bench::Empty;
 using bench::Full;
 
-class NoCount final : public ContagemServidor {
+class NoCount final : public Servidor {
  public:
   LONG Trava() override { return 1; }
   LONG Destrava() override { return 0; }
 };
 NoCount noCount;
 
-HRESULT MakeFirstStore(ContagemServidor& counter, REFIID iid, void** object) {
+HRESULT MakeFirstStore(Servidor& counter, REFIID iid, void** object) {
   return CRepositorioRel::Cria<CRepositorioRel>(nullptr, iid, object, counter);
 }
 
-HRESULT MigrateInto(ContagemServidor& counter, IZNPL_Relatorio2& store, const std::string& module,
-                    const std::string& component, const std::vector<std::string>& existing) {
+HRESULT MigrateInto(Servidor& counter, IZNPL_Relatorio2& store, const std::string& module, const std::string& component,
+                    const std::vector<std::string>& existing) {
   CConversorRel converter(store, module, component, counter, MakeFirstStore);
   for (const std::string& name : existing)
     converter.AdicionaNomeExistente(name);
   return converter.Executa();
 }
 
-HRESULT MakeStore(ContagemServidor& counter, REFIID iid, void** object) {
+HRESULT MakeStore(Servidor& counter, REFIID iid, void** object) {
   return CRepositorioRel2::Cria<CRepositorioRel2>(iid, object, counter, MigrateInto);
 }
 

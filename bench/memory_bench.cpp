@@ -7,6 +7,7 @@
 #include "bench.h"
 #include "legacy/repositorio_rel.h"
 #include "platform/home/home.h"
+#include "server/relato.h"
 #include "store/repositorio_rel2.h"
 
 namespace {
@@ -14,10 +15,29 @@ namespace {
 int crowdFiles = 100000;
 std::unique_ptr<support::Installation> installations[2];
 
-class NoCounting final : public kestor::ContagemServidor {
+class NoCounting final : public kestor::Servidor {
   LONG Trava() override { return 0; }
   LONG Destrava() override { return 0; }
 };
+
+class WithJournal final : public kestor::Servidor {
+ public:
+  WithJournal() : journal_(platform::Home::Current()) {}
+  LONG Trava() override { return 0; }
+  LONG Destrava() override { return 0; }
+
+ private:
+  void Anota(const kestor::Mudanca& change) override { kestor::RelataAoDiario(change, journal_); }
+
+  journal::Writer journal_;
+};
+
+ComPtr<IZNPL_Relatorio2> StoreOf(kestor::Servidor& server) {
+  ComPtr<IZNPL_Relatorio2> store;
+  kestor::CRepositorioRel2::Cria<kestor::CRepositorioRel2>(IID_IZNPL_Relatorio2, store.OutVoid(), server);
+  store->Inicializa(support::Text(u"CT"), support::Text(u"01"));
+  return store;
+}
 
 const support::Installation& MadeOnce(std::unique_ptr<support::Installation>& installation, int files) {
   if (installation) return *installation;
@@ -70,10 +90,12 @@ void Enter(const support::Installation& installation) {
 
 ComPtr<IZNPL_Relatorio2> StoreInProcess() {
   static NoCounting counting;
-  ComPtr<IZNPL_Relatorio2> store;
-  kestor::CRepositorioRel2::Cria<kestor::CRepositorioRel2>(IID_IZNPL_Relatorio2, store.OutVoid(), counting);
-  store->Inicializa(support::Text(u"CT"), support::Text(u"01"));
-  return store;
+  return StoreOf(counting);
+}
+
+ComPtr<IZNPL_Relatorio2> StoreWithJournal() {
+  static WithJournal server;
+  return StoreOf(server);
 }
 
 ComPtr<IZNPL_Rel> FirstStoreInProcess() {

@@ -54,9 +54,10 @@ void BareWrite(benchmark::State& state) {
 }
 BENCHMARK(BareWrite)->UseRealTime();
 
-void WriteInProcess(benchmark::State& state, const support::Installation& installation, bool newNames) {
+void WriteInProcess(benchmark::State& state, const support::Installation& installation, bool newNames,
+                    ComPtr<IZNPL_Relatorio2> (*open)() = bench::StoreInProcess) {
   bench::Enter(installation);
-  auto store = bench::StoreInProcess();
+  auto store = open();
   std::vector<unsigned char> content(kModelBytes);
   int count = 0;
   for ([[maybe_unused]] auto _ : state) {
@@ -77,6 +78,10 @@ void Grava(benchmark::State& state) {
   WriteInProcess(state, Empty(), false);
 }
 BENCHMARK(Grava)->UseRealTime();
+void GravaWithJournal(benchmark::State& state) {
+  WriteInProcess(state, Empty(), false, bench::StoreWithJournal);
+}
+BENCHMARK(GravaWithJournal)->UseRealTime();
 void GravaFull(benchmark::State& state) {
   WriteInProcess(state, Full(), false);
 }
@@ -112,6 +117,7 @@ std::vector<bench::Figure> bench::StoreFigures() {
   return {
       {"Le of 20 kB in process / open, fstat, read, close", "Le", "BareRead", 1.8},
       {"Grava of 20 kB / create, write, fsync, rename, fsync of the folder", "Grava", "BareWrite", 1.15},
+      {"Grava of 20 kB with a journal / without", "GravaWithJournal", "Grava", 1.1},
       {"Le in process, 100,000 other files / no other files", "LeFull", "Le", 1.2},
       {"Grava, 100,000 other files / no other files", "GravaFull", "Grava", 1.2},
       {"Grava of new names, 100,000 other files / no other files", "GravaNewFull", "GravaNew", 1.2},

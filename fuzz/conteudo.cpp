@@ -62,7 +62,7 @@ class Installation {
   IZNPL_Rel& Rel() const { return *rel_; }
 
  private:
-  class Counter final : public ContagemServidor {
+  class Counter final : public Servidor {
    public:
     LONG Trava() override { return 1; }
     LONG Destrava() override { return 1; }

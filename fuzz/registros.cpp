@@ -122,7 +122,7 @@ class Installation {
   }
 
  private:
-  class Counter final : public ContagemServidor {
+  class Counter final : public Servidor {
    public:
     LONG Trava() override { return 1; }
     LONG Destrava() override { return 1; }

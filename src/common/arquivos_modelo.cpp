@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "common/nomes_arquivos.h"
+#include "common/razao.h"
 
 namespace kestor {
 
@@ -24,9 +25,9 @@ void Procura(const std::string& mascara, const Visita& visita) {
 
 }  // namespace
 
-bool ArquivoExiste(const std::string& caminho) {
+bool ArquivoExiste(const std::string& caminho, CFileException* falha) {
   CFile arquivo;
-  return arquivo.Open(caminho.c_str(), kLeituraModelo) != FALSE;
+  return arquivo.Open(caminho.c_str(), kLeituraModelo, falha) != FALSE;
 }
 
 ConteudoLido LeConteudo(CFile& arquivo) {
@@ -34,19 +35,29 @@ ConteudoLido LeConteudo(CFile& arquivo) {
   try {
     const ULONGLONG comprimento = arquivo.GetLength();
     lido.comprimento = static_cast<LONG>(std::min<ULONGLONG>(comprimento, std::numeric_limits<LONG>::max()));
-    if (comprimento > kMaxConteudo) return lido;
+    if (comprimento > kMaxConteudo) {
+      DizRazao("the file has " + std::to_string(comprimento) + " bytes, more than the " + std::to_string(kMaxConteudo) +
+               " that a call carries");
+      return lido;
+    }
     lido.bytes.resize(static_cast<std::size_t>(comprimento));
     const UINT lidos = arquivo.Read(lido.bytes.data(), static_cast<UINT>(comprimento));
     std::fill(lido.bytes.begin() + lidos, lido.bytes.end(), '\0');
     lido.inteiro = lidos == comprimento;
-  } catch (const CFileException&) {
+    if (!lido.inteiro) DizRazao("another program has cut the file while it was read");
+  } catch (const CFileException& falha) {
+    DizRazao("read", falha);
     std::fill(lido.bytes.begin(), lido.bytes.end(), '\0');
   }
   return lido;
 }
 
 Gravacao GravaModelo(const std::string& caminho, UINT modos, std::string_view cabecalho, std::string_view conteudo) {
-  if (conteudo.size() > kMaxConteudo) return Gravacao::grandeDemais;
+  if (conteudo.size() > kMaxConteudo) {
+    DizRazao("the content has " + std::to_string(conteudo.size()) + " bytes; a model has at most " +
+             std::to_string(kMaxConteudo));
+    return Gravacao::grandeDemais;
+  }
   Gravacao falhou = Gravacao::naoAberta;
   try {
     CFile arquivo;
@@ -62,6 +73,7 @@ Gravacao GravaModelo(const std::string& caminho, UINT modos, std::string_view ca
     // failure it might be this one.
     const bool deOutra = falha.m_lOsError == ERROR_FILE_EXISTS || falha.m_lOsError == ERROR_SHARING_VIOLATION;
     if ((modos & files::mustBeNew) != 0 && deOutra && ArquivoExiste(caminho)) return Gravacao::jaExiste;
+    DizRazao("written", falha);
     return falha.m_lOsError == ERROR_FILE_EXISTS ? Gravacao::naoAberta : falhou;
   }
 }

@@ -16,8 +16,8 @@ namespace kestor {
 inline constexpr UINT kLeituraModelo = CFile::modeRead | CFile::shareCompat;
 inline constexpr UINT kGravacaoModelo = CFile::modeCreate | CFile::modeWrite | CFile::shareCompat;
 
-// Whether a file can be opened for reading at this moment.
-bool ArquivoExiste(const std::string& caminho);
+// Whether a file can be opened for reading at this moment; `*falha` (unless null) tells why not.
+bool ArquivoExiste(const std::string& caminho, CFileException* falha = nullptr);
 
 // Elements that are not set when they are made: what is read from a file need not be zeros before.
 template <typename Elemento>
@@ -44,7 +44,7 @@ struct ConteudoLido {
   Bytes bytes;           // as many, zeros after those that came; none of a file above kMaxConteudo
 };
 
-// Reads an open file from its start.
+// Reads an open file from its start. Says why when that is not all of it.
 ConteudoLido LeConteudo(CFile& arquivo);
 
 enum class Gravacao {
@@ -56,7 +56,7 @@ enum class Gravacao {
 };
 
 // Writes a model: `cabecalho` and `conteudo`, one after the other. `modos` go with kGravacaoModelo: nameAsGiven,
-// mustBeNew.
+// mustBeNew. Says why when it is not done, unless there is such a model.
 Gravacao GravaModelo(const std::string& caminho, UINT modos, std::string_view cabecalho, std::string_view conteudo);
 
 // Returns the names of the models whose files match `mascara`, in the order of the folder's search. `codigos`:

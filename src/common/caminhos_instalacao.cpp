@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 
 #include "platform/registry/registry.h"
 #include "platform/text/text.h"
@@ -32,6 +33,14 @@ std::uint32_t LePasta(const std::string& chave, const char* valor, std::string& 
   return 0;
 }
 
+// Null when no application has the code, letter case aside.
+const ModuloFamilia* BuscaModulo(std::string_view codigo) {
+  const auto achado = std::find_if(kModulos.begin(), kModulos.end(), [codigo](const ModuloFamilia& candidato) {
+    return text::EqualNoCase(candidato.codigo, codigo);
+  });
+  return achado == kModulos.end() ? nullptr : &*achado;
+}
+
 }  // namespace
 
 std::span<const ModuloFamilia> ModulosDaFamilia() {
@@ -44,11 +53,31 @@ std::uint32_t CCaminhosInstalacao::BuscaCaminhoRelatorios(std::string& caminho) 
 
 std::uint32_t CCaminhosInstalacao::BuscaCaminhoModulo(std::string modulo, std::string& caminho) {
   caminho.clear();
-  const auto linha = std::find_if(kModulos.begin(), kModulos.end(), [&modulo](const ModuloFamilia& candidato) {
-    return text::EqualNoCase(candidato.codigo, modulo);
-  });
-  if (linha == kModulos.end()) return kFalhaRegistry;
-  return LePasta(kChaveBase + std::string(linha->subchave), "Path", caminho);
+  const ModuloFamilia* familia = BuscaModulo(modulo);
+  if (familia == nullptr) return kFalhaRegistry;
+  return LePasta(kChaveBase + std::string(familia->subchave), "Path", caminho);
+}
+
+std::string CCaminhosInstalacao::PorQueFalta(const std::string& modulo) {
+  try {
+    registry::Check();
+  } catch (const registry::FormatError& falha) {
+    return falha.what();
+  } catch (const std::filesystem::filesystem_error& falha) {
+    return falha.path1().string() + ": " + falha.code().message();
+  }
+  std::string pasta;
+  if (BuscaCaminhoRelatorios(pasta) != 0) return "no reports folder is entered: kestorctl setup --reports DIR";
+  const ModuloFamilia* familia = BuscaModulo(modulo);
+  if (familia == nullptr) {
+    std::string codigos;
+    for (const ModuloFamilia& conhecido : kModulos)
+      codigos.append(codigos.empty() ? "" : ", ").append(conhecido.codigo);
+    return "no module has the code " + text::Presentable(text::ToUtf8(modulo)) + "; the codes are " + codigos;
+  }
+  const std::string codigo(familia->codigo);
+  return "the application " + std::string(familia->subchave) + " of module " + codigo +
+         " has no folder: kestorctl setup --reports DIR --module " + codigo + "=DIR";
 }
 
 }  // namespace kestor

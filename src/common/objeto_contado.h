@@ -3,24 +3,15 @@
 
 #include <utility>
 
+#include "common/servidor.h"
 #include "platform/com/object.h"
 
 namespace kestor {
 
-// What counts the live objects of the process, and ends it some time after the last one is gone.
-class ContagemServidor {
- public:
-  virtual LONG Trava() = 0;     // one more; the new count
-  virtual LONG Destrava() = 0;  // one less; the new count
-
- protected:
-  ~ContagemServidor() = default;
-};
-
 // One object's share of the count; also of an object whose construction fails.
 class Presenca {
  public:
-  explicit Presenca(ContagemServidor& servidor) : servidor_(&servidor) { servidor_->Trava(); }
+  explicit Presenca(Servidor& servidor) : servidor_(&servidor) { servidor_->Trava(); }
   ~Presenca() { Encerra(); }
   Presenca(const Presenca&) = delete;
   Presenca& operator=(const Presenca&) = delete;
@@ -31,7 +22,7 @@ class Presenca {
   }
 
  private:
-  ContagemServidor* servidor_;
+  Servidor* servidor_;
 };
 
 // An object without an outer object and with an atomic reference count. The process stays up from its construction to
@@ -47,7 +38,7 @@ class ObjetoContado : public com::CountedObject<Interface, kInterface> {
   }
 
  protected:
-  explicit ObjetoContado(ContagemServidor& servidor) : presenca_(servidor) {}
+  explicit ObjetoContado(Servidor& servidor) : presenca_(servidor) {}
 
  private:
   void Discard() final {
@@ -78,7 +69,7 @@ class ObjetoAgregavel : public com::ObjectBase<Interface, kInterface> {
   }
 
  protected:
-  ObjetoAgregavel(IUnknown* externo, ContagemServidor& servidor)
+  ObjetoAgregavel(IUnknown* externo, Servidor& servidor)
       : interno_(*this), externo_(externo != nullptr ? externo : &interno_), presenca_(servidor) {}
   virtual ~ObjetoAgregavel() = default;
 

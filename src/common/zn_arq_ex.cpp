@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <exception>
 #include <initializer_list>
 #include <limits>
 #include <optional>
@@ -11,6 +12,7 @@
 
 #include "common/caminhos_instalacao.h"
 #include "common/nomes_arquivos.h"
+#include "common/razao.h"
 #include "platform/text/text.h"
 #include "texto_registry.h"
 
@@ -487,6 +489,28 @@ std::uint32_t CZNArqEx::LimpaErro() {
   if (!LeTexto(chave.Get(), "Arquivo", &arquivo)) return falhaRegistry;
   if (arquivo == NomeDoArquivo(nome_)) RegistraTexto(" ");
   return semErro;
+}
+
+void DizRazao(const char* operacao, const CZNArqEx& arquivo, std::uint32_t numero) noexcept {
+  const CFileException& falha = arquivo.Falha();
+  try {
+    const std::string nome = text::Presentable(text::ToUtf8(NomeDoArquivo(arquivo.Nome())));
+    const std::string inicio = nome + " cannot be " + operacao + ": ";
+    if (numero == CZNArqEx::naoEncontrado && operacao == std::string_view("written")) {
+      DizRazao(inicio + "it was made once and is gone; a file of no bytes put in its place can be written again");
+    } else if (falha.m_cause != CFileException::none) {
+      DizRazao(operacao, falha);
+    } else if (numero == CZNArqEx::arquivoInvalido) {
+      DizRazao(inicio + "it, or the control file of its folder, has its largest size, " +
+               std::to_string(kMaxArquivoRegistros) + " bytes");
+    } else if (numero == CZNArqEx::caminhoInvalido) {
+      DizRazao(inicio + "its path has more than " + std::to_string(kMaxCaminho) + " characters");
+    } else {
+      DizRazao(inicio + "the operation ended with " + std::to_string(numero));
+    }
+  } catch (const std::exception&) {
+    // Then without a reason.
+  }
 }
 
 }  // namespace kestor

@@ -106,6 +106,9 @@ class CZNArqEx : public CFile {
   // control file that has the name already …). RegistraErro and LimpaErro leave it as it is.
   const CFileException& Falha() const { return falha_; }
 
+  // The path of the file that was named last.
+  const std::string& Nome() const { return nome_; }
+
   // From now on no object of the process uses what it has read ahead.
   void InvalidaCache();
 
@@ -158,5 +161,8 @@ class CZNArqEx : public CFile {
   char modo_ = 0;
   bool criaSeNaoExiste_ = false;
 };
+
+// Says why (razao.h) an operation has failed with `numero`: the file cannot be `operacao`, such as "written".
+void DizRazao(const char* operacao, const CZNArqEx& arquivo, std::uint32_t numero) noexcept;
 
 }  // namespace kestor

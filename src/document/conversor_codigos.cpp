@@ -1,14 +1,16 @@
 #include "document/conversor_codigos.h"
 
-#include <exception>
 #include <memory>
 #include <new>
+#include <set>
 #include <utility>
 
 #include "common/nomes_arquivos.h"
+#include "common/razao.h"
 #include "common/texto_bstr.h"
 #include "contract/campo_texto.h"
 #include "document/doc_relatorio.h"
+#include "platform/text/text.h"
 
 namespace kestor {
 
@@ -17,28 +19,47 @@ namespace {
 // Codes up to here are those of fixed columns; nothing is renumbered to one of them.
 constexpr std::uint16_t kUltimoCodigoFixo = 99;
 
-bool LeDocumento(IZNPL_Relatorio2& repositorio, std::string_view nome, CDocRelatorio& documento) {
-  REG_RELATORIO2* recebido = nullptr;
-  if (FAILED(repositorio.Le(NovoBstr(nome).get(), &recebido)) || recebido == nullptr) return false;
-  const TaskBlock<REG_RELATORIO2> registro(recebido);
-  const TaskBlock<std::uint8_t> conteudo(registro->lpRelatorio);
-  return documento.CarregaConteudo(*registro);
+// A model as the store hands it out.
+class ModeloLido {
+ public:
+  ModeloLido(IZNPL_Relatorio2& repositorio, std::string_view nome) {
+    REG_RELATORIO2* recebido = nullptr;
+    if (FAILED(repositorio.Le(NovoBstr(nome).get(), &recebido)) || recebido == nullptr) return;
+    registro_.reset(recebido);
+    bytes_.reset(recebido->lpRelatorio);
+  }
+
+  explicit operator bool() const { return registro_ != nullptr; }
+  const REG_RELATORIO2& operator*() const { return *registro_; }
+  std::string_view Conteudo() const {
+    return {reinterpret_cast<const char*>(bytes_.get()), static_cast<std::size_t>(registro_->nQtdeBytes)};
+  }
+
+ private:
+  TaskBlock<REG_RELATORIO2> registro_;
+  TaskBlock<std::uint8_t> bytes_;
+};
+
+std::string_view Vista(const CMemStream& conteudo) {
+  return {reinterpret_cast<const char*>(conteudo.Buffer()), conteudo.Size()};
 }
 
-bool GravaDocumento(IZNPL_Relatorio2& repositorio, BSTR nome, const CDocRelatorio& documento) {
-  const std::unique_ptr<CMemStream> conteudo = documento.GeraConteudo();
-  // Without content the document could not be written, and the stored one stays.
-  if (!conteudo || conteudo->Size() == 0) return false;
-  return repositorio.Grava(nome, kVersaoDocumento, KESTOR_Sobreescrever, static_cast<LONG>(conteudo->Size()),
-                           conteudo->Buffer()) == S_OK;
+// What has been said of the last thing that failed.
+std::string RazaoOu(const char* frase) {
+  std::string dita = RazaoDita();
+  return dita.empty() ? frase : dita;
 }
 
 }  // namespace
 
-CConversorCodigos::CConversorCodigos(IZNPL_Relatorio2& repositorio, std::string modulo, std::string componente,
-                                     LONG quantidade, const REL_CODIGO_CAMPOS_ALTERADOS* pares)
-    : CConversorModelos(repositorio, std::move(modulo), std::move(componente)) {
-  if (!CarregaCatalogo()) return;
+CConversorCodigos::CConversorCodigos(Servidor& servidor, IZNPL_Relatorio2& repositorio, std::string modulo,
+                                     std::string componente, LONG quantidade, const REL_CODIGO_CAMPOS_ALTERADOS* pares)
+    : CConversorModelos(servidor, "ZNPL_RelConverte", "AlteraCodigoCampos", repositorio, std::move(modulo),
+                        std::move(componente)) {
+  if (!CarregaCatalogo()) {
+    semCatalogo_ = RazaoOu("the field catalogue cannot be read");
+    return;
+  }
   for (LONG i = 0; i < quantidade; ++i) {
     const REL_CODIGO_CAMPOS_ALTERADOS par = pares[i];
     mapaCodigos_.insert_or_assign(std::uint16_t{par.nCodigoAntigo}, std::uint16_t{par.nNovoCodigo});
@@ -70,41 +91,81 @@ bool CConversorCodigos::Renumera(std::uint16_t& codigo) const {
 }
 
 template <typename Registro>
-void CConversorCodigos::AlteraLista(std::vector<Registro>& lista, char tagREG_CAMPOS_RELATORIO2::*permissao) const {
+bool CConversorCodigos::AlteraLista(std::vector<Registro>& lista, char tagREG_CAMPOS_RELATORIO2::*permissao) const {
+  bool alterou = false;
   for (Registro& registro : lista)
-    Renumera(registro.codigo);
-  std::erase_if(lista, [&](const Registro& registro) {
+    alterou = Renumera(registro.codigo) || alterou;
+  const std::size_t retirados = std::erase_if(lista, [&](const Registro& registro) {
     const tagREG_CAMPOS_RELATORIO2* campo = BuscaCampo(registro.codigo);
     return campo != nullptr && campo->*permissao == 0;
   });
+  return alterou || retirados != 0;
 }
 
-void CConversorCodigos::Altera(CDocRelatorio& documento) const {
+bool CConversorCodigos::Altera(CDocRelatorio& documento) const {
+  bool alterou = false;
   for (CampoEscolhido& coluna : documento.camposEscolhidos.campos) {
     if (!Renumera(coluna.codigo)) continue;
+    alterou = true;
     if (const tagREG_CAMPOS_RELATORIO2* campo = BuscaCampo(coluna.codigo))
       coluna.cabecalho = TextoDoCampo(campo->szApelido);
   }
-  AlteraLista(documento.ordenacao.campos, &tagREG_CAMPOS_RELATORIO2::bPodeOrdenar);
-  AlteraLista(documento.ordenacao.totalizacoes, &tagREG_CAMPOS_RELATORIO2::bPodeTotalizar);
-  AlteraLista(documento.filtro.condicoes, &tagREG_CAMPOS_RELATORIO2::bPodeFiltrar);
+  alterou = AlteraLista(documento.ordenacao.campos, &tagREG_CAMPOS_RELATORIO2::bPodeOrdenar) || alterou;
+  alterou = AlteraLista(documento.ordenacao.totalizacoes, &tagREG_CAMPOS_RELATORIO2::bPodeTotalizar) || alterou;
+  return AlteraLista(documento.filtro.condicoes, &tagREG_CAMPOS_RELATORIO2::bPodeFiltrar) || alterou;
+}
+
+void CConversorCodigos::RelataCodigosSemCampo() {
+  if (!semCatalogo_.empty()) return;
+  std::set<std::uint16_t> faltam;
+  for (const auto& [antigo, novo] : mapaCodigos_) {
+    if (BuscaCampo(novo) == nullptr) faltam.insert(novo);
+  }
+  for (const std::uint16_t codigo : faltam)
+    Relata(std::to_string(codigo), Destino::codigoSemCampo);
 }
 
 void CConversorCodigos::ConverteModelo(std::string_view nome) {
   try {
-    const std::string lido = ChaveRelatorio(nome);
-    if (gravados_.contains(lido)) return;
-    CDocRelatorio documento;
-    // A document may come from anywhere: the name that it bears must not lead out of the reports folder.
-    if (!LeDocumento(Repositorio(), nome, documento) || !FicaNaPasta(documento.nome)) return;
-    Altera(documento);
-    const OwnedBstr destino = NovoBstr(documento.nome);
-    const std::string gravado = ChaveRelatorio(documento.nome);
-    const bool anotado = gravado != lido && gravados_.insert(gravado).second;
-    if (!GravaDocumento(Repositorio(), destino.get(), documento) && anotado) gravados_.erase(gravado);
+    EsqueceRazao();
+    Converte(nome);
   } catch (const std::bad_alloc&) {
-    // The model stays as it is; the others have their turn.
+    // The others have their turn.
+    Relata(nome, Destino::ignorado, "memory ran out");
   }
+}
+
+void CConversorCodigos::Converte(std::string_view nome) {
+  const auto ignora = [&](std::string razao) { Relata(nome, Destino::ignorado, std::move(razao)); };
+  const std::string lido = ChaveRelatorio(nome);
+  if (gravados_.contains(lido)) return ignora("its content is that of another model, which bears its name");
+  const ModeloLido modelo(Repositorio(), nome);
+  if (!modelo) return ignora(RazaoOu("it cannot be read"));
+  CDocRelatorio documento;
+  std::string motivo;
+  if (!documento.CarregaConteudo(*modelo, &motivo)) return ignora(std::move(motivo));
+  // A document may come from anywhere: the name that it bears must not lead out of the reports folder.
+  const std::string nomeDocumento = '"' + text::Presentable(text::ToUtf8(documento.nome)) + '"';
+  if (!FicaNaPasta(documento.nome)) return ignora("its document bears the name of no model, " + nomeDocumento);
+  const bool alterou = Altera(documento);
+
+  const std::string gravado = ChaveRelatorio(documento.nome);
+  const bool deOutro = gravado != lido;
+  const bool substitui = deOutro && ModeloLido(Repositorio(), documento.nome);
+  const bool anotado = deOutro && gravados_.insert(gravado).second;
+  const auto falhou = [&](std::string razao) {
+    if (anotado) gravados_.erase(gravado);
+    ignora(std::move(razao));
+  };
+  const std::unique_ptr<CMemStream> conteudo = documento.GeraConteudo();
+  // Without content the document could not be written, and the stored one stays.
+  if (!conteudo || conteudo->Size() == 0) return falhou("its document cannot be made");
+  if (Grava(documento.nome, KESTOR_Sobreescrever, *conteudo) != S_OK) return falhou(RazaoOu("it cannot be stored"));
+  std::string razao = semCatalogo_;
+  if (deOutro) razao = "stored as " + nomeDocumento + ", the name that its document bears";
+  if (substitui) razao += ", over the model of that name";
+  Relata(nome, alterou || deOutro ? Destino::renumerado : Destino::inalterado, std::move(razao), modelo.Conteudo(),
+         Vista(*conteudo), substitui);
 }
 
 }  // namespace kestor

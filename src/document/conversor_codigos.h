@@ -18,8 +18,11 @@ class CConversorCodigos final : public CConversorModelos {
  public:
   // Reads the field catalogue from the store. When that fails, no code is renumbered and nothing is removed.
   // `quantidade` pairs; the last one of an old code counts. Throws std::bad_alloc.
-  CConversorCodigos(IZNPL_Relatorio2& repositorio, std::string modulo, std::string componente, LONG quantidade,
-                    const REL_CODIGO_CAMPOS_ALTERADOS* pares);
+  CConversorCodigos(Servidor& servidor, IZNPL_Relatorio2& repositorio, std::string modulo, std::string componente,
+                    LONG quantidade, const REL_CODIGO_CAMPOS_ALTERADOS* pares);
+
+  // Tells the server of each new code that no field of the catalogue has.
+  void RelataCodigosSemCampo();
 
   // Renumbers the codes in one model, gives renumbered columns the titles of the catalogue, removes sort keys, totals
   // and conditions that the catalogue does not allow for their field, and stores the document under the name that it
@@ -29,13 +32,15 @@ class CConversorCodigos final : public CConversorModelos {
 
  private:
   bool CarregaCatalogo();
+  void Converte(std::string_view nome);
   const tagREG_CAMPOS_RELATORIO2* BuscaCampo(std::uint16_t codigo) const;  // null when the catalogue does not have it
   bool Renumera(std::uint16_t& codigo) const;                              // false: the code stays
-  void Altera(CDocRelatorio& documento) const;
-  // `permissao`: what a field of the catalogue must allow for a record with its code to stay.
+  bool Altera(CDocRelatorio& documento) const;                             // false: nothing in it changes
+  // `permissao`: what a field of the catalogue must allow for a record with its code to stay. False: all stay.
   template <typename Registro>
-  void AlteraLista(std::vector<Registro>& lista, char tagREG_CAMPOS_RELATORIO2::*permissao) const;
+  bool AlteraLista(std::vector<Registro>& lista, char tagREG_CAMPOS_RELATORIO2::*permissao) const;
 
+  std::string semCatalogo_;  // why the catalogue could not be read
   std::unordered_map<std::uint16_t, tagREG_CAMPOS_RELATORIO2> mapaCatalogo_;
   std::unordered_map<std::uint16_t, std::uint16_t> mapaCodigos_;
   std::unordered_set<std::string> gravados_;  // files other than that of the model read, see ChaveRelatorio

@@ -20,15 +20,15 @@ void NumeraColunasFixas(std::vector<CampoEscolhido>& campos) {
   }
 }
 
-// What the reader says about its failure; English.
-std::string Motivo(IUnknown* erro) {
+// Where the reader has failed and on what; English.
+std::string Lugar(IUnknown* erro) {
   ComPtr<IErroMarcacao> detalhes;
   if (erro == nullptr || FAILED(erro->QueryInterface(IID_IErroMarcacao, detalhes.OutVoid()))) return {};
   ULONG linha = 0;
   BSTR recebida = nullptr;
   if (FAILED(detalhes->BuscaLinha(&linha)) || FAILED(detalhes->BuscaDescricao(&recebida))) return {};
   const OwnedBstr descricao(recebida);
-  return "line " + std::to_string(linha) + ": " + TextoDeBstr(recebida);
+  return ", line " + std::to_string(linha) + ": " + TextoDeBstr(recebida);
 }
 
 HRESULT Analisa(IStream& conteudo, CTratadorRelatorio& tratador) {
@@ -95,14 +95,17 @@ void CDocRelatorio::Reinicia() {
 }
 
 bool CDocRelatorio::CarregaConteudo(const REG_RELATORIO2& conteudo, std::string* motivo) {
-  if (conteudo.nVersao != kVersaoDocumento || conteudo.nQtdeBytes < 0) return false;
+  if (conteudo.nVersao != kVersaoDocumento || conteudo.nQtdeBytes < 0) {
+    if (motivo != nullptr) *motivo = "a content of version " + std::to_string(conteudo.nVersao) + " is no report document";
+    return false;
+  }
   HRESULT resultado = E_FAIL;
   try {
     CTratadorRelatorio tratador(*this);
     Reinicia();
     CMemStream bytes(conteudo.lpRelatorio, static_cast<ULONG>(conteudo.nQtdeBytes));
     resultado = Analisa(bytes, tratador);
-    if (FAILED(resultado) && motivo != nullptr) *motivo = Motivo(tratador.Erro());
+    if (FAILED(resultado) && motivo != nullptr) *motivo = "its content is no report document" + Lugar(tratador.Erro());
   } catch (const ZN::CException&) {
   } catch (const std::bad_alloc&) {
   }

@@ -219,8 +219,7 @@ class CDocRelatorio {
 
   // Fills the document from a model's content, which stays the caller's. False, without touching the document, for a
   // version other than 1; false as well for content that is no report document: the document then holds what was read
-  // up to there, and `*motivo` (unless null) tells people where and why, as far as that is known; English. Needs the
-  // markup component.
+  // up to there, and `*motivo` (unless null) tells people why; English, UTF-8. Needs the markup component.
   bool CarregaConteudo(const REG_RELATORIO2& conteudo, std::string* motivo = nullptr);
 
   // The content to store under version 1; empty when the memory or the markup component is not to be had. Null when not

@@ -7,12 +7,12 @@
 namespace kestor {
 
 // Makes a report store in this process; results as IClassFactory::CreateInstance gives them.
-using CriaRepositorio = HRESULT (*)(ContagemServidor& servidor, REFIID iid, void** object);
+using CriaRepositorio = HRESULT (*)(Servidor& servidor, REFIID iid, void** object);
 
 // Keeps nothing between calls. All calls come on the server's main thread.
 class CRelConverte final : public ObjetoContado<IZNPL_RelConverte, IID_IZNPL_RelConverte> {
  public:
-  CRelConverte(ContagemServidor& servidor, CriaRepositorio criaRepositorio);
+  CRelConverte(Servidor& servidor, CriaRepositorio criaRepositorio);
 
   // Renumbers field codes in all models of a module and component, which are initialised for that first. What happens
   // to each model does not show in the result, which is that of initialising or listing. E_OUTOFMEMORY without a store
@@ -21,7 +21,7 @@ class CRelConverte final : public ObjetoContado<IZNPL_RelConverte, IID_IZNPL_Rel
                              REL_CODIGO_CAMPOS_ALTERADOS* aCodigoAlterados) override;
 
  private:
-  ContagemServidor& servidor_;
+  Servidor& servidor_;
   const CriaRepositorio criaRepositorio_;
 };
 

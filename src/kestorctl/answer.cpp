@@ -22,6 +22,12 @@ std::string ResultSentence(const Answer& answer) {
   return sentence;
 }
 
+std::string MigratedSentence(std::size_t count) {
+  return (count == 1 ? "1 first-generation model became a report document"
+                     : std::to_string(count) + " first-generation models became report documents") +
+         "; see kestorctl log";
+}
+
 std::string Document(const Answer& answer) {
   Json document = {{"result", kestor::ResultCode(answer.result)}};
   if (!answer.error.empty()) {
@@ -33,6 +39,7 @@ std::string Document(const Answer& answer) {
     if (!answer.detail.empty()) document["detail"] = answer.detail;
   }
   if (!answer.note.empty()) document["note"] = answer.note;
+  if (answer.migrated != 0) document["migrated"] = answer.migrated;
   document.update(answer.data);
   return document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
@@ -62,7 +69,7 @@ int WriteStandardOutput(const std::string& bytes) {
 int Answer::Status() const {
   if (wrongUsage) return kWrongUsage;
   if (!error.empty() || FAILED(result)) return kFailed;
-  return result == S_OK ? kDone : kNotice;
+  return result == S_OK && !incomplete ? kDone : kNotice;
 }
 
 void TellNames(const std::vector<std::string>& names, Answer& answer) {
@@ -74,6 +81,7 @@ void TellNames(const std::vector<std::string>& names, Answer& answer) {
 int Deliver(const Answer& answer) {
   const int unwritten = WriteStandardOutput(answer.json ? Document(answer) : answer.output);
   if (unwritten == 0 && !answer.json && !answer.note.empty()) Tell(answer.note);
+  if (unwritten == 0 && !answer.json && answer.migrated != 0) Tell(MigratedSentence(answer.migrated));
   if (!answer.error.empty()) {
     Tell("kestorctl: " + answer.error);
   } else if (answer.result != S_OK) {

@@ -20,6 +20,9 @@ struct Answer {
   std::string error;   // tells a failure on this side of the server; `result` then only classes it
   bool wrongUsage = false;
 
+  std::size_t migrated = 0;  // first-generation models that were converted on the way
+  bool incomplete = false;   // all is done but for something that stays as it was
+
   std::string output;  // for standard output
   std::string note;    // a line for standard error besides the one about the result
   nlohmann::ordered_json data = nlohmann::ordered_json::object();  // the members of the document besides the result

@@ -4,11 +4,7 @@
 #include <span>
 #include <vector>
 
-#include "common/nomes_arquivos.h"
-#include "common/zn_arq_ex.h"
 #include "content.h"
-#include "contract/results.h"
-#include "explanation.h"
 #include "failure.h"
 #include "legacy_commands.h"
 
@@ -78,11 +74,6 @@ constexpr std::size_t kHeaderBytes = kBytesWithoutPointer<tagREG_RELEXPORTACAO>;
 constexpr std::size_t kItemBytes = sizeof(tagREG_RELEXPORTACAO_ITEM);
 constexpr std::size_t kEntryBytes = sizeof(tagCAMPO_FILTRO);
 
-std::string ExplainUnreadCompanion(const ModelFile& file) {
-  const std::string reason = ExplainUnread(file);
-  return reason.empty() ? ExplainReportsFile(file) : reason;
-}
-
 // The records of which the bytes are a whole number.
 template <typename Record>
 std::vector<Record> Records(std::string_view bytes) {
@@ -106,16 +97,13 @@ std::span<tagCAMPO_FILTRO> ItemsOf(const tagFILTRO_RELATORIO& filter) {
 
 // Hands out the first bytes of the record, and its items; `items` is what those are called.
 template <typename Record>
-void Get(const ReadOptions& options, HRESULT (IZNPL_Rel::*read)(BSTR, Record**), LegacyPath path, std::size_t headBytes,
+void Get(const ReadOptions& options, HRESULT (IZNPL_Rel::*read)(BSTR, Record**), std::size_t headBytes,
          const char* items, Answer& answer) {
   const LegacyStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
   Record* record = nullptr;
-  answer.result = (store.operator->()->*read)(ToBstr(options.model.name).get(), &record);
-  if (answer.result != S_OK) {
-    answer.detail = ExplainUnreadCompanion(LegacyFile(options.model, path));
-    return;
-  }
+  Conclude((store.operator->()->*read)(ToBstr(options.model.name).get(), &record), answer);
+  if (answer.result != S_OK) return;
   const TaskBlock<Record> owner(record);
   const auto list = ItemsOf(*record);
   const TaskBlock<typename decltype(list)::element_type> itemsOwner(list.data());
@@ -127,11 +115,11 @@ void Get(const ReadOptions& options, HRESULT (IZNPL_Rel::*read)(BSTR, Record**),
 }
 
 void GetExport(const ReadOptions& options, Answer& answer) {
-  Get(options, &IZNPL_Rel::BuscaDadosExportacaoDoRelatorio, kestor::CaminhoExportacao, kHeaderBytes, "items", answer);
+  Get(options, &IZNPL_Rel::BuscaDadosExportacaoDoRelatorio, kHeaderBytes, "items", answer);
 }
 
 void GetFilter(const ReadOptions& options, Answer& answer) {
-  Get(options, &IZNPL_Rel::LeFiltroRelatorio, kestor::CaminhoFiltro, 0, "entries", answer);
+  Get(options, &IZNPL_Rel::LeFiltroRelatorio, 0, "entries", answer);
 }
 
 // The settings without their items.
@@ -158,11 +146,8 @@ void PutExport(const WriteOptions& options, Answer& answer) {
 
   const LegacyStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
-  answer.result = store->GravaDadosExportacaoDoRelatorio(ToBstr(options.model.name).get(), settings);
-  if (answer.result != S_OK) {
-    answer.detail = ExplainUnwritten(LegacyFile(options.model, kestor::CaminhoExportacao));
-    return;
-  }
+  Conclude(store->GravaDadosExportacaoDoRelatorio(ToBstr(options.model.name).get(), settings), answer);
+  if (answer.result != S_OK) return;
   answer.data["items"] = items.size();
   answer.data["bytes"] = content.size();
 }
@@ -190,16 +175,8 @@ void PutFilter(const WriteOptions& options, Answer& answer) {
 
   const LegacyStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
-  answer.result = store->GravaFiltroRelatorio(ToBstr(options.model.name).get(), &filter);
-  if (answer.result != S_OK) {
-    const ModelFile file = LegacyFile(options.model, kestor::CaminhoFiltro);
-    answer.detail = ExplainUnwritten(file);
-    if (answer.detail.empty()) answer.detail = ExplainReportsFile(file);
-    if (answer.result == kestor::ServiceError(kestor::CZNArqEx::naoEncontrado)) {
-      answer.detail += ", which was there once: a file of no bytes put there can be written again";
-    }
-    return;
-  }
+  Conclude(store->GravaFiltroRelatorio(ToBstr(options.model.name).get(), &filter), answer);
+  if (answer.result != S_OK) return;
   answer.data["entries"] = entries.size();
   answer.data["bytes"] = content.size();
 }

@@ -47,11 +47,11 @@ double Number(float value) {
 }
 
 std::string Quoted(const std::string& ansi) {
-  return '"' + Printable(ToUtf8(ansi)) + '"';
+  return '"' + text::Printable(ToUtf8(ansi)) + '"';
 }
 
 std::string Font(const std::string& name, std::int32_t size) {
-  return Printable(ToUtf8(name)) + " " + std::to_string(size);
+  return text::Printable(ToUtf8(name)) + " " + std::to_string(size);
 }
 
 // ---- The page ------------------------------------------------------------------------------------------------------
@@ -78,7 +78,7 @@ class FieldNames {
  public:
   explicit FieldNames(const CDocRelatorio& document) {
     for (const CampoEscolhido& column : document.camposEscolhidos.campos) {
-      if (!column.fixo) titles_.emplace(column.codigo, Printable(ToUtf8(column.cabecalho)));
+      if (!column.fixo) titles_.emplace(column.codigo, text::Printable(ToUtf8(column.cabecalho)));
     }
   }
 
@@ -216,7 +216,7 @@ std::string DocumentPage(const CDocRelatorio& document) {
   const bool hasPeriod = document.dataInicial != 0 || document.dataFinal != 0;
   const std::string period = std::to_string(document.dataInicial) + " to " + std::to_string(document.dataFinal);
   const FieldNames names(document);
-  return Line("report", Printable(ToUtf8(document.nome))) + Line("period", hasPeriod ? period : "") +
+  return Line("report", text::Printable(ToUtf8(document.nome))) + Line("period", hasPeriod ? period : "") +
          Columns(document) + Sorting(document, names) + Totals(document, names) + Filter(document, names) +
          PageSetUp(document.impressao) + Export(document.exportacao);
 }

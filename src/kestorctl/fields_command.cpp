@@ -1,7 +1,6 @@
 // The command fields: what reports of a module and component can show.
 #include "commands.h"
 #include "contract/results.h"
-#include "explanation.h"
 #include "field_table.h"
 #include "model_options.h"
 
@@ -29,10 +28,7 @@ void Fields(const StoreOptions& options, Answer& answer) {
   const ReportStore store(options.module, options.component);
   if (!IsOpen(store, answer)) return;
   REG_CAMPOS_DISPONIVEIS2* list = nullptr;
-  answer.result = store->GetCamposDisponiveis(&list);
-  if (answer.result == kestor::ErrorForm(KESTOR_ARQ_NAO_EXISTE)) {
-    answer.detail = ExplainCatalogue(Generation::second, options.module, options.component);
-  }
+  Conclude(store->GetCamposDisponiveis(&list), answer);
   if (answer.result != S_OK) return;
   const TaskBlock<REG_CAMPOS_DISPONIVEIS2> owner(list);
   const TaskBlock<tagREG_CAMPOS_RELATORIO2> fields(list->pregCampos);

@@ -9,7 +9,6 @@
 #include "content.h"
 #include "contract/campo_texto.h"
 #include "contract/results.h"
-#include "explanation.h"
 #include "failure.h"
 #include "field_table.h"
 #include "model_names.h"
@@ -60,8 +59,8 @@ constexpr const char* kDeleteFooter =
     R"(Deletes a model and its export settings for good; its filter stays. With a dot in NAME it deletes the file of that
 extension alone.
 
-The server passes over what is not there or in use: a line on standard error tells when there was nothing to delete, and
-which file is still there. With --json: "deleted", whether a file went, and "left", the files that are still there.
+The server passes over what is not there or in use: a line on standard error tells which file could not be deleted and
+why. With --json: "deleted", whether the model was there and is gone.
 
 Examples:
   kestorctl legacy delete CT 01 Vendas
@@ -100,10 +99,8 @@ void List(const StoreOptions& options, Answer& answer) {
   const LegacyStore store(options.module, options.component);
   if (!IsOpen(store, answer)) return;
   std::vector<std::string> names;
-  answer.result = ListModels(store, &names);
+  Conclude(ListModels(store, &names), answer);
   if (SUCCEEDED(answer.result)) TellNames(names, answer);
-  // The server finds nothing in a folder that is not there.
-  if (answer.result != S_OK) answer.detail = ExplainReportsFolder();
 }
 
 HRESULT ReadContent(const LegacyStore& store, const std::string& name, std::string* content) {
@@ -117,55 +114,35 @@ void Read(const ReadOptions& options, Answer& answer) {
   const LegacyStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
   std::string content;
-  answer.result = ReadContent(store, options.model.name, &content);
-  if (answer.result == S_OK) {
-    HandOut(content, options.output, answer);
-  } else {
-    answer.detail = ExplainUnread(LegacyFile(options.model, kestor::CaminhoRelLido));
-  }
+  Conclude(ReadContent(store, options.model.name, &content), answer);
+  if (answer.result == S_OK) HandOut(content, options.output, answer);
 }
 
 void Write(const WriteModelOptions& options, Answer& answer) {
   std::string content = TakeIn(options.input);
   const LegacyStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
-  answer.result =
-      store->GravaRelatorio(ToBstr(options.model.name).get(), options.keepExisting ? 0 : 1,
-                            static_cast<LONG>(content.size()), reinterpret_cast<unsigned char*>(content.data()));
-  if (FAILED(answer.result)) answer.detail = ExplainUnwritten(LegacyFile(options.model, kestor::CaminhoRelGravado));
+  Conclude(store->GravaRelatorio(ToBstr(options.model.name).get(), options.keepExisting ? 0 : 1,
+                                 static_cast<LONG>(content.size()), reinterpret_cast<unsigned char*>(content.data())),
+           answer);
   if (answer.result != S_OK) return;
   answer.data["bytes"] = content.size();
   const std::string_view stem = kestor::AntesDoPonto(options.model.name);
   if (stem != options.model.name) answer.note = std::string("the model is stored as ").append(stem);
 }
 
-// The files that a deletion of that name means and that are there.
-std::vector<std::string> ExistingFiles(const ModelOptions& options) {
-  const std::string prefix = ReportsPrefix(Generation::first, options.module, options.component);
-  std::vector<std::string> files = kestor::CaminhosRelExcluidos(prefix, text::FromUtf8(options.name));
-  std::erase_if(files, [](const std::string& file) { return !Exists(file); });
-  return files;
-}
-
-// The server answers the same whether it has deleted something or not: the folder tells.
+// The server answers the same whether it has deleted something or not.
 void Delete(const ModelOptions& options, Answer& answer) {
   const LegacyStore store(options.module, options.component);
   if (!IsOpen(store, answer)) return;
-  const std::size_t before = ExistingFiles(options).size();
-  answer.result = store->ExcluiRelatorio(ToBstr(options.name).get());
+  const auto isThere = [&] {
+    LONG size = 0;
+    return store->BuscaTamanhoRelatorio(ToBstr(options.name).get(), &size) != kestor::NoticeForm(KESTOR_ARQ_NAO_EXISTE);
+  };
+  const bool wasThere = isThere();
+  Conclude(store->ExcluiRelatorio(ToBstr(options.name).get()), answer);
   if (answer.result != S_OK) return;
-  const std::vector<std::string> left = ExistingFiles(options);
-  answer.data["deleted"] = left.size() < before;
-  answer.data["left"] = nlohmann::ordered_json::array();
-  for (const std::string& path : left) {
-    const std::string file = text::ToUtf8(kestor::NomeDoArquivo(path));
-    answer.data["left"].push_back(file);
-    answer.note += (answer.note.empty() ? "" : " and ") + file;
-  }
-  if (!left.empty()) answer.note += " could not be deleted";
-  if (before != 0) return;
-  const std::string reason = ExplainUnread(LegacyFile(options, kestor::CaminhoRelLido));
-  answer.note = "there is no model " + options.name + (reason.empty() ? "" : ": " + reason);
+  answer.data["deleted"] = wasThere && !isThere();
 }
 
 // The catalogue's fields.
@@ -178,17 +155,11 @@ HRESULT FetchFields(const LegacyStore& store, std::vector<Field>* fields) {
   return result;
 }
 
-void ExplainWithoutCatalogue(const StoreOptions& options, Answer& answer) {
-  if (answer.result != kestor::ErrorForm(KESTOR_ARQ_NAO_EXISTE)) return;
-  answer.detail = ExplainCatalogue(Generation::first, options.module, options.component);
-}
-
 void Fields(const StoreOptions& options, Answer& answer) {
   const LegacyStore store(options.module, options.component);
   if (!IsOpen(store, answer)) return;
   std::vector<Field> fields;
-  answer.result = FetchFields(store, &fields);
-  ExplainWithoutCatalogue(options, answer);
+  Conclude(FetchFields(store, &fields), answer);
   if (answer.result == S_OK) TellFields(fields, answer);
 }
 
@@ -215,24 +186,6 @@ std::vector<REG_ATUALIZACAO_RELATORIO> ParseColumns(const std::vector<std::strin
   return columns;
 }
 
-// The server says the same of each of these.
-std::string ExplainNotUpdated(const LegacyStore& store, const std::string& name,
-                              const std::vector<REG_ATUALIZACAO_RELATORIO>& columns) {
-  constexpr char kOtherLayouts = 1;
-  std::string content;
-  if (ReadContent(store, name, &content) == S_OK && content.starts_with(kOtherLayouts)) {
-    return "only models of the oldest layout can be updated, and this one has another";
-  }
-  std::vector<Field> fields;
-  if (FetchFields(store, &fields) != S_OK) return {};
-  for (const REG_ATUALIZACAO_RELATORIO& column : columns) {
-    const std::string alias = text::ToUtf8(column.cNomeColuna);
-    const auto same = [&alias](const Field& field) { return field.alias == alias; };
-    if (std::none_of(fields.begin(), fields.end(), same)) return "no field has the alias " + alias;
-  }
-  return "all columns of the model must be given";
-}
-
 void Update(const UpdateOptions& options, Answer& answer) {
   constexpr USHORT kMostMargin = std::numeric_limits<USHORT>::max();
   const auto left = static_cast<USHORT>(NumberArgument("--left", options.left, kMostMargin));
@@ -241,15 +194,9 @@ void Update(const UpdateOptions& options, Answer& answer) {
 
   const LegacyStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
-  answer.result = store->AtualizaRelatorio(ToBstr(options.model.name).get(), left, top,
-                                           static_cast<USHORT>(columns.size()), columns.data());
-  if (answer.result == kestor::NoticeForm(KESTOR_ARQ_NAO_EXISTE)) {
-    answer.detail = ExplainUnread(LegacyFile(options.model, kestor::CaminhoRelAtualizado));
-  }
-  if (answer.result == kestor::NoticeForm(KESTOR_ARQ_JA_FOI_ALTERADO)) {
-    answer.detail = ExplainNotUpdated(store, options.model.name, columns);
-  }
-  ExplainWithoutCatalogue(options.model, answer);
+  Conclude(store->AtualizaRelatorio(ToBstr(options.model.name).get(), left, top, static_cast<USHORT>(columns.size()),
+                                    columns.data()),
+           answer);
 }
 
 void AddUpdate(CLI::App* group, Command* chosen) {
@@ -262,11 +209,6 @@ void AddUpdate(CLI::App* group, Command* chosen) {
 }
 
 }  // namespace
-
-ModelFile LegacyFile(const ModelOptions& options, LegacyPath path) {
-  const std::string prefix = ReportsPrefix(Generation::first, options.module, options.component);
-  return {options.name, path(prefix, text::FromUtf8(options.name))};
-}
 
 void AddLegacy(CLI::App& program, Command* chosen) {
   CLI::App* group = AddGroup(&program, {"legacy", "First-generation models", kGroupFooter});

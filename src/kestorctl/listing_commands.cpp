@@ -4,7 +4,6 @@
 
 #include "commands.h"
 #include "common/nomes_arquivos.h"
-#include "explanation.h"
 #include "failure.h"
 #include "model_names.h"
 #include "model_options.h"
@@ -74,30 +73,16 @@ void List(const StoreOptions& options, Answer& answer) {
   const ReportStore store(options.module, options.component);
   if (!IsOpen(store, answer)) return;
   std::vector<std::string> names;
-  answer.result = ListModels(store, &names);
-  if (answer.result != S_OK) return;
-  TellNames(names, answer);
-  // The server finds nothing in a folder that is not there.
-  if (names.empty()) answer.note = ExplainReportsFolder();
-}
-
-HRESULT DeletedNames(const ReportStore& store, std::vector<std::string>* names) {
-  REG_ARRAY_RELATORIO2 list{};
-  const HRESULT result = store->GetNomeRelatoriosDemonstracaoExcluidos(&list);
-  *names = TakeNames(list);
-  return result;
+  Conclude(ListModels(store, &names), answer);
+  if (answer.result == S_OK) TellNames(names, answer);
 }
 
 void Deleted(const StoreOptions& options, Answer& answer) {
   const ReportStore store(options.module, options.component);
   if (!IsOpen(store, answer)) return;
   std::vector<std::string> names;
-  answer.result = DeletedNames(store, &names);
-  if (answer.result == S_OK) {
-    TellNames(names, answer);
-  } else {
-    answer.detail = ExplainSharedFiles();
-  }
+  Conclude(DeletedNames(store, &names), answer);
+  if (answer.result == S_OK) TellNames(names, answer);
 }
 
 // The server deletes a demonstration model also when it cannot remember its name, and does not tell.
@@ -124,17 +109,9 @@ void Delete(const DeleteOptions& options, Answer& answer) {
   const ReportStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
   char deleted = 0;
-  answer.result = store->ExcluiRelatorio(ToBstr(options.model.name).get(), options.demonstration ? 1 : 0, &deleted);
+  Conclude(store->ExcluiRelatorio(ToBstr(options.model.name).get(), options.demonstration ? 1 : 0, &deleted), answer);
   answer.data["deleted"] = deleted != 0;
-  if (answer.result != S_OK) {
-    const ModelFile file = ReportFileWritten(options.model);
-    answer.detail = answer.result == E_ACCESSDENIED ? ExplainUnwritten(file) : ExplainUnread(file);
-    if (answer.detail.empty() && answer.result == HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND)) {
-      answer.detail = "there is no model " + options.model.name;
-    }
-    return;
-  }
-  if (options.demonstration) TellRemembered(store, options.model.name, answer);
+  if (answer.result == S_OK && options.demonstration) TellRemembered(store, options.model.name, answer);
 }
 
 void TellDefault(BSTR name, Answer& answer) {
@@ -149,24 +126,17 @@ void TellDefault(BSTR name, Answer& answer) {
 
 void ShowDefault(const ReportStore& store, Answer& answer) {
   BSTR name = nullptr;
-  answer.result = store->GetRelatorioPadrao(&name);
+  Conclude(store->GetRelatorioPadrao(&name), answer);
   const OwnedBstr owner(name);
-  if (answer.result == S_OK) {
-    TellDefault(name, answer);
-  } else {
-    answer.detail = ExplainSharedFiles();
-  }
+  if (answer.result == S_OK) TellDefault(name, answer);
 }
 
 // The server answers the same when the record that it writes can never be found, because it holds only part of the
 // codes.
 void SetDefault(const ReportStore& store, const ModelOptions& options, Answer& answer) {
   const std::string& name = options.name;
-  answer.result = store->SetRelatorioPadrao(ToBstr(name).get());
-  if (answer.result != S_OK) {
-    answer.detail = FAILED(answer.result) ? ExplainSharedFiles() : ExplainUnread(ReportFileWritten(options));
-    return;
-  }
+  Conclude(store->SetRelatorioPadrao(ToBstr(name).get()), answer);
+  if (answer.result != S_OK) return;
   answer.data["default"] = name;
   if (text::FromUtf8(options.module + options.component).size() <= kestor::kMaxChave) return;
   BSTR found = nullptr;
@@ -182,12 +152,8 @@ void Default(const DefaultOptions& options, Answer& answer) {
   const ReportStore store(options.store.module, options.store.component);
   if (!IsOpen(store, answer)) return;
   if (options.clear) {
-    answer.result = store->SetRelatorioPadrao(nullptr);
-    if (answer.result == S_OK) {
-      answer.data["default"] = nullptr;
-    } else {
-      answer.detail = ExplainSharedFiles();
-    }
+    Conclude(store->SetRelatorioPadrao(nullptr), answer);
+    if (answer.result == S_OK) answer.data["default"] = nullptr;
   } else if (options.nameGiven->count() > 0) {
     SetDefault(store, {options.store, options.name}, answer);
   } else {

@@ -169,20 +169,20 @@ class Page {
     const HRESULT result = ResultOf(entry);
     if (result != S_OK) AppendColumn(kestor::ResultCode(result) + " " + kestor::Describe(result).name, &line);
     const std::string reason = Text(entry, "reason");
-    if (!reason.empty()) line += ": " + Printable(reason);
+    if (!reason.empty()) line += ": " + text::Printable(reason);
     return line + '\n';
   }
 
  private:
   static void AppendColumn(const std::string& text, std::string* line) {
-    if (!text.empty()) *line += "  " + Printable(text);
+    if (!text.empty()) *line += "  " + text::Printable(text);
   }
 
   static std::string LocalTime(const Json& entry) {
     const std::string text = Text(entry, "time");
     std::string_view fraction;
     std::optional<std::tm> utc = ReadTime(text, "%Y-%m-%dT%H:%M:%S", &fraction);
-    if (!utc) return Printable(text);
+    if (!utc) return text::Printable(text);
     const std::time_t time = timegm(&*utc);
     std::tm local{};
     char shown[sizeof "2026-11-26 14:30:12"];
@@ -255,7 +255,7 @@ void FollowEntries(journal::Reader& reader, const Selection& selection, Answer& 
       lines += answer.json ? entry->dump(-1, ' ', false, Json::error_handler_t::replace) + '\n' : page.Line(*entry);
     });
     for (; told < reader.Troubles().size(); ++told)
-      host::WriteAll(STDERR_FILENO, "kestorctl: " + Printable(reader.Troubles()[told]) + "\n");
+      host::WriteAll(STDERR_FILENO, "kestorctl: " + text::Printable(reader.Troubles()[told]) + "\n");
     error = host::WriteAll(STDOUT_FILENO, lines);
     if (error == 0 && !WaitForEntries()) error = EPIPE;
   }

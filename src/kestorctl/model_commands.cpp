@@ -1,10 +1,13 @@
 // The commands read and write: second-generation models, through the server.
+#include <algorithm>
 #include <limits>
 
 #include "commands.h"
 #include "common/nomes_arquivos.h"
 #include "content.h"
-#include "explanation.h"
+#include "failure.h"
+#include "marcacao/componente_marcacao.h"
+#include "model_names.h"
 #include "model_options.h"
 #include "platform/text/text.h"
 #include "stored_model.h"
@@ -31,6 +34,9 @@ constexpr const char* kWriteFooter =
 unless --no-overwrite is given. A dot in NAME begins the extension of its file: without ".RXL" there the model is neither
 listed nor read.
 
+It warns of a model that is neither listed nor read, that is hidden because a demonstration model of its name was
+deleted, or whose document bears another name than NAME.
+
 Examples:
   kestorctl write CT 01 Vendas vendas.xml
   kestorctl write CT 01 Vendas - --version 2 < vendas.xml
@@ -44,41 +50,66 @@ struct WriteReportOptions : WriteModelOptions {
   bool checkDemonstrations = false;
 };
 
+unsigned char* BytesOf(std::string& content) {
+  return reinterpret_cast<unsigned char*>(content.data());
+}
+
 void Read(const ReadOptions& options, Answer& answer) {
   const ReportStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
   const StoredModel model(store, options.model.name);
-  answer.result = model.Result();
-  if (answer.result != S_OK) {
-    answer.detail = ExplainUnread(ReportFileRead(options.model));
-    return;
-  }
+  Conclude(model.Result(), answer);
+  if (answer.result != S_OK) return;
 
   answer.data["version"] = model.Record().nVersao;
   HandOut(model.Content(), options.output, answer);
   if (!answer.json) answer.note = "version " + std::to_string(model.Record().nVersao);
 }
 
+// What a user should know of a model that has just been stored.
+std::string Warnings(const ReportStore& store, const std::string& name, USHORT version, std::string& content) {
+  std::vector<std::string> warnings;
+  const std::string ansi = text::FromUtf8(name);
+  const std::string file = kestor::CaminhoRelatorioGravado({}, ansi);
+  if (file != kestor::CaminhoRelatorioLido({}, ansi)) {
+    warnings.push_back("its file " + text::ToUtf8(file) + " is neither listed nor read");
+  }
+  std::vector<std::string> deleted;
+  DeletedNames(store, &deleted);
+  if (std::any_of(deleted.begin(), deleted.end(),
+                  [&](const std::string& one) { return text::EqualNoCase(text::FromUtf8(one), ansi); })) {
+    warnings.emplace_back("it is not listed: a demonstration model of that name was deleted");
+  }
+  const kestor::ComponenteMarcacao markup;
+  kestor::CDocRelatorio document;
+  if (document.CarregaConteudo({version, static_cast<LONG>(content.size()), BytesOf(content)}) &&
+      kestor::ChaveRelatorio(document.nome) != kestor::ChaveRelatorio(ansi)) {
+    warnings.push_back("its document bears another name, \"" + text::Printable(text::ToUtf8(document.nome)) +
+                       "\", under which renumber stores it");
+  }
+  std::string sentence;
+  for (const std::string& warning : warnings)
+    sentence += (sentence.empty() ? "the model is stored, but " : "; ") + warning;
+  return sentence;
+}
+
 void Write(const WriteReportOptions& options, Answer& answer) {
   const auto version =
       static_cast<USHORT>(NumberArgument("--version", options.version, std::numeric_limits<USHORT>::max()));
+  if (options.model.name.empty()) throw UsageError("NAME is empty: no client could list or show such a model");
   std::string content = TakeIn(options.input);
   const int flags = (options.keepExisting ? KESTOR_NaoSobreescrever : 0) |
                     (options.checkDemonstrations ? KESTOR_VerificarModelosDemoExcluidos : 0);
 
   const ReportStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
-  answer.result = store->Grava(ToBstr(options.model.name).get(), version, static_cast<unsigned char>(flags),
-                               static_cast<LONG>(content.size()), reinterpret_cast<unsigned char*>(content.data()));
-  const ModelFile file = ReportFileWritten(options.model);
-  if (FAILED(answer.result)) answer.detail = ExplainUnwritten(file);
+  Conclude(store->Grava(ToBstr(options.model.name).get(), version, static_cast<unsigned char>(flags),
+                        static_cast<LONG>(content.size()), BytesOf(content)),
+           answer);
   if (answer.result != S_OK) return;
   answer.data["version"] = version;
   answer.data["bytes"] = content.size();
-  if (file.path != ReportFileRead(options.model).path) {
-    answer.note = "the model is in the file " + text::ToUtf8(kestor::NomeDoArquivo(file.path)) +
-                  ", which is neither listed nor read";
-  }
+  answer.note = Warnings(store, options.model.name, version, content);
 }
 
 }  // namespace

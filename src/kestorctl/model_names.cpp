@@ -47,4 +47,11 @@ HRESULT ListModels(const LegacyStore& store, std::vector<std::string>* names) {
   return result;
 }
 
+HRESULT DeletedNames(const ReportStore& store, std::vector<std::string>* names) {
+  REG_ARRAY_RELATORIO2 list{};
+  const HRESULT result = store->GetNomeRelatoriosDemonstracaoExcluidos(&list);
+  *names = TakeNames(list);
+  return result;
+}
+
 }  // namespace kestorctl

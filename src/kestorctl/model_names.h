@@ -15,4 +15,7 @@ std::vector<std::string> TakeNames(const REG_ARRAY_RELATORIO2& list);
 HRESULT ListModels(const ReportStore& store, std::vector<std::string>* names);
 HRESULT ListModels(const LegacyStore& store, std::vector<std::string>* names);
 
+// The same of the deleted demonstration models.
+HRESULT DeletedNames(const ReportStore& store, std::vector<std::string>* names);
+
 }  // namespace kestorctl

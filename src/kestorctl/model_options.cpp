@@ -1,7 +1,6 @@
 #include "model_options.h"
 
 #include "commands.h"
-#include "common/nomes_arquivos.h"
 #include "content.h"
 #include "platform/text/text.h"
 
@@ -33,20 +32,25 @@ void AddWriteModelOptions(CLI::App* command, WriteModelOptions* options) {
   command->add_flag("--no-overwrite", options->keepExisting, "Leave a model of that name as it is");
 }
 
-ModelFile ReportFileRead(const ModelOptions& options) {
-  const std::string prefix = ReportsPrefix(Generation::second, options.module, options.component);
-  return {options.name, kestor::CaminhoRelatorioLido(prefix, text::FromUtf8(options.name))};
-}
-
-ModelFile ReportFileWritten(const ModelOptions& options) {
-  const std::string prefix = ReportsPrefix(Generation::second, options.module, options.component);
-  return {options.name, kestor::CaminhoRelatorioGravado(prefix, text::FromUtf8(options.name))};
+void Conclude(HRESULT result, Answer& answer) {
+  answer.result = result;
+  const std::string reason = ReasonOfLastCall();
+  if (result != S_OK) {
+    answer.detail = reason;
+  } else if (!reason.empty()) {
+    answer.note = reason;
+  }
 }
 
 bool IsOpen(const StoreSession& store, Answer& answer) {
   answer.result = store.Result();
   answer.detail = store.Detail();
   return SUCCEEDED(answer.result);
+}
+
+bool IsOpen(const ReportStore& store, Answer& answer) {
+  answer.migrated = store.Migration().Count(kestor::Destino::convertido);
+  return IsOpen(static_cast<const StoreSession&>(store), answer);
 }
 
 }  // namespace kestorctl

@@ -7,7 +7,6 @@
 #include <string>
 
 #include "answer.h"
-#include "explanation.h"
 #include "store_session.h"
 
 namespace kestorctl {
@@ -42,11 +41,12 @@ void AddReadOptions(CLI::App* command, ReadOptions* options);
 void AddWriteOptions(CLI::App* command, WriteOptions* options);
 void AddWriteModelOptions(CLI::App* command, WriteModelOptions* options);
 
-// The file of a second-generation model, as it is read and as it is written, deleted and made the default.
-ModelFile ReportFileRead(const ModelOptions& options);
-ModelFile ReportFileWritten(const ModelOptions& options);
+// Enters the result of a method of the server, with what the server says about it. To be called before any other
+// method.
+void Conclude(HRESULT result, Answer& answer);
 
-// Whether the store can be used; the answer tells why not.
+// Whether the store can be used; the answer tells why not, and how many models the opening has converted.
 bool IsOpen(const StoreSession& store, Answer& answer);
+bool IsOpen(const ReportStore& store, Answer& answer);
 
 }  // namespace kestorctl

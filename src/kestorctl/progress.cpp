@@ -2,43 +2,28 @@
 
 #include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
-#include <utility>
 
 namespace kestorctl {
 
-Progress::Progress(std::string what, std::size_t total, std::function<std::size_t()> done)
-    : what_(std::move(what)), total_(total), done_(std::move(done)) {
-  if (isatty(STDERR_FILENO) == 0) return;
-  try {
-    thread_ = std::thread([this] { Run(); });
-  } catch (...) {
-    // Nothing is shown.
-  }
-}
+namespace {
+
+constexpr std::chrono::milliseconds kPause(500);
+
+}  // namespace
+
+Progress::Progress(const char* what)
+    : what_(what), isTerminal_(isatty(STDERR_FILENO) != 0), next_(Clock::now() + kPause) {}
 
 Progress::~Progress() {
-  ended_ = true;
-  if (thread_.joinable()) thread_.join();
+  if (shown_) std::fputs("\r\x1B[K", stderr);
 }
 
-void Progress::Run() {
-  constexpr int kStepsALine = 10;  // of the pauses below: two lines a second
-  constexpr std::chrono::milliseconds kPause(50);
-  bool shown = false;
-  for (int step = 1; !ended_; ++step) {
-    std::this_thread::sleep_for(kPause);
-    if (step % kStepsALine != 0 || ended_) continue;
-    try {
-      std::fprintf(stderr, "\r%s: %zu of %zu", what_.c_str(), std::min(done_(), total_), total_);
-      shown = true;
-    } catch (...) {
-      break;
-    }
-  }
-  if (shown) std::fputs("\r\x1B[K", stderr);
+void Progress::Show(std::size_t done, std::size_t total) noexcept {
+  if (!isTerminal_ || Clock::now() < next_) return;
+  std::fprintf(stderr, "\r%s: %zu of %zu", what_, done, total);
+  next_ = Clock::now() + kPause;
+  shown_ = true;
 }
 
 }  // namespace kestorctl

@@ -1,33 +1,31 @@
 // How far a long call is, for the user who waits at a terminal.
 #pragma once
 
-#include <atomic>
+#include <chrono>
 #include <cstddef>
-#include <functional>
 #include <string>
-#include <thread>
 
 namespace kestorctl {
 
-// While the object lives, writes "WHAT: 120 of 10000" over and over into one line of standard error, from a moment on
-// in which the call has not been quick; nothing unless that is a terminal. `done` counts what is done, on a thread of
-// its own. The call matters and the showing does not: when the thread cannot start or `done` throws, the showing ends
-// and nothing else does.
+// Shows "WHAT: 120 of 10000" in one line of standard error, over and over; nothing unless that is a terminal. The line
+// is gone when the object is. Throws nothing: the call matters and the showing does not.
 class Progress {
  public:
-  Progress(std::string what, std::size_t total, std::function<std::size_t()> done);
+  explicit Progress(const char* what);
   ~Progress();
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
- private:
-  void Run();
+  // Shows this if it is time: not before the call has taken a moment, and then twice a second.
+  void Show(std::size_t done, std::size_t total) noexcept;
 
-  const std::string what_;
-  const std::size_t total_;
-  const std::function<std::size_t()> done_;
-  std::atomic<bool> ended_{false};
-  std::thread thread_;
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  const char* const what_;
+  const bool isTerminal_;
+  Clock::time_point next_;
+  bool shown_ = false;
 };
 
 }  // namespace kestorctl

@@ -1,24 +1,17 @@
 // The command renumber: field codes inside all report documents of a module and component.
 #include <algorithm>
-#include <chrono>
-#include <functional>
 #include <limits>
 #include <map>
 #include <set>
-#include <span>
+#include <sstream>
 
 #include "commands.h"
-#include "common/nomes_arquivos.h"
-#include "contract/results.h"
+#include "document_page.h"
 #include "explanation.h"
 #include "failure.h"
 #include "marcacao/componente_marcacao.h"
-#include "model_names.h"
+#include "marshal/marshal.h"
 #include "model_options.h"
-#include "platform/text/text.h"
-#include "progress.h"
-#include "stored_model.h"
-#include "text_table.h"
 
 namespace kestorctl {
 
@@ -28,31 +21,45 @@ constexpr const char* kFooter =
     R"(Replaces field codes in every second-generation model of the module and component, each once: with 150=160 160=170 a
 field 150 becomes 160, not 170. A renumbered column gets the title that the field catalogue has for its new code. Sort
 keys, totals and conditions on fields that the catalogue does not allow for them are removed, also where no code changes.
-Codes up to 99 are places of fixed columns and cannot be given. Without the field catalogue nothing is done; a new code
-that it lacks is taken, and told of.
+Codes up to 99 are places of fixed columns and cannot be given. Without the field catalogue nothing is done.
 
-It tells what became of the models that have such codes, or may have them:
+It tells what became of the models, as the server says; those in which nothing is to be changed are only listed with
+--json:
 
   renumbered: NAME             it has the new codes now
-  not changed: NAME: REASON    it is no report document, was in use, or bears another name than its own inside: what is
-                               renumbered is stored under that name
+  renumbered: NAME: stored as "OTHER", …
+                               what is renumbered is stored under the name that its document bears
+  not changed: NAME: REASON    such as one that is no report document or in use
+
+It begins with nothing, and says why, where a new code is no field of the catalogue, where an old code is given twice with
+different new ones, and where a model would be stored over another one, whose name its document bears. With --force it goes
+on; of an old code that is given twice the last pair counts. --dry-run changes nothing and tells what would become of each
+model: the lines of "show" that would go (-) and come (+).
 
 On a terminal it shows how many models are done. When the command is interrupted, the server goes on to the end.
 
-With --json: "renumbered", a list of names, and "skipped", a list of objects with "name" and "reason".
+With --json: "renumbered", a list of objects with "name" and, where there is one, "reason"; "skipped", the same;
+"unchanged", a list of names; with --dry-run also "changes" of each. When it begins with nothing, "refused" is a list of
+reasons.
 
-Example:
+Examples:
+  kestorctl renumber CT 01 150=160 151=161 --dry-run
   kestorctl renumber CT 01 150=160 151=161
 
-Exit status: 0 done, though models are not changed; 1 failure; 2 wrong usage. After a failure in the middle, such as a
-server that was ended, some models have the new codes: "show" tells which. Codes that others have been changed to would
-be changed again by a second run.)";
+Exit status: 0 done; 3 done, but for models that are not changed and have a reason; 1 failure, or begun with nothing;
+2 wrong usage. After a failure in the middle, such as a server that was ended, some models have the new codes: "kestorctl
+log" tells which. Codes that others have been changed to would be changed again by a second run.)";
+
+using kestor::Destino;
+using Json = nlohmann::ordered_json;
 
 constexpr std::uint16_t kLastFixedCode = 99;
 
 struct RenumberOptions {
   StoreOptions store;
   std::vector<std::string> pairs;
+  bool dryRun = false;
+  bool force = false;
 };
 
 std::uint16_t Code(const std::string& pair, const std::string& code) {
@@ -75,151 +82,159 @@ std::vector<REL_CODIGO_CAMPOS_ALTERADOS> ParsePairs(const std::vector<std::strin
   return pairs;
 }
 
-bool HasCodeToReplace(const kestor::CDocRelatorio& document, const std::vector<REL_CODIGO_CAMPOS_ALTERADOS>& pairs) {
+// Old codes that are given with several new ones.
+std::vector<std::string> Contradictions(const std::vector<REL_CODIGO_CAMPOS_ALTERADOS>& pairs) {
   std::map<std::uint16_t, std::uint16_t> newCodes;
-  for (const REL_CODIGO_CAMPOS_ALTERADOS pair : pairs)
-    newCodes[pair.nCodigoAntigo] = pair.nNovoCodigo;
-  const auto replaced = [&newCodes](const auto& record) {
-    const auto found = newCodes.find(record.codigo);
-    return found != newCodes.end() && found->second != record.codigo;
-  };
-  const auto& columns = document.camposEscolhidos.campos;
-  return std::any_of(columns.begin(), columns.end(), replaced) ||
-         std::any_of(document.ordenacao.campos.begin(), document.ordenacao.campos.end(), replaced) ||
-         std::any_of(document.ordenacao.totalizacoes.begin(), document.ordenacao.totalizacoes.end(), replaced) ||
-         std::any_of(document.filtro.condicoes.begin(), document.filtro.condicoes.end(), replaced);
+  std::set<std::uint16_t> told;
+  std::vector<std::string> reasons;
+  for (const REL_CODIGO_CAMPOS_ALTERADOS pair : pairs) {
+    const std::uint16_t oldCode = pair.nCodigoAntigo;
+    const auto [known, isNew] = newCodes.emplace(oldCode, std::uint16_t{pair.nNovoCodigo});
+    if (isNew || known->second == pair.nNovoCodigo || !told.insert(oldCode).second) continue;
+    reasons.push_back("the code " + std::to_string(oldCode) + " is given with different new ones");
+  }
+  return reasons;
 }
 
-// A model that has codes to replace, or may have some.
-struct Model {
-  std::string name;
-  std::size_t content = 0;  // a hash, from before
-  std::string reason;       // why it is not renumbered
-};
+// ---- What a rehearsal shows ----------------------------------------------------------------------------------------
 
-// The server tells of no model what became of it: they are looked at before and afterwards.
-class Models {
- public:
-  explicit Models(const StoreOptions& options) : store_(options.module, options.component) {}
+std::vector<std::string> PageLines(std::string_view content) {
+  kestor::CDocRelatorio document;
+  std::string bytes(content);
+  document.CarregaConteudo(
+      {kestor::kVersaoDocumento, static_cast<LONG>(bytes.size()), reinterpret_cast<unsigned char*>(bytes.data())});
+  std::vector<std::string> lines;
+  std::istringstream page(DocumentPage(document));
+  for (std::string line; std::getline(page, line);) {
+    // A title of another length moves whole columns.
+    std::string words;
+    std::istringstream parts(line);
+    for (std::string word; parts >> word;)
+      words += (words.empty() ? "" : " ") + word;
+    lines.push_back(words);
+  }
+  return lines;
+}
 
-  const ReportStore& Store() const { return store_; }
-  const std::vector<std::string>& Names() const { return names_; }
-
-  // A failure when the server does not answer.
-  HRESULT LookBefore(const std::vector<REL_CODIGO_CAMPOS_ALTERADOS>& pairs) {
-    const HRESULT listed = ListModels(store_, &names_);
-    names_.erase(std::unique(names_.begin(), names_.end()), names_.end());
-    if (FAILED(listed)) return listed;
-    for (const std::string& name : names_) {
-      const StoredModel stored(store_, name);
-      if (IsNoAnswer(stored.Result())) return stored.Result();
-      Model model{name, 0, {}};
-      kestor::CDocRelatorio document;
-      model.reason = stored.Result() == S_OK ? LoadDocument(stored.Record(), document) : "it could not be read";
-      if (model.reason.empty() && !HasCodeToReplace(document, pairs)) continue;
-      if (model.reason.empty()) {
-        model.content = Hash(stored);
-        model.reason = ReasonOfName(name, document);
-      }
-      models_.push_back(std::move(model));
+// The lines of the page that go and those that come.
+std::vector<std::string> Changes(std::string_view before, std::string_view after) {
+  std::vector<std::string> changes;
+  if (before == after) return changes;
+  const std::vector<std::string> old = PageLines(before);
+  const std::vector<std::string> now = PageLines(after);
+  const auto add = [&changes](const char* mark, const std::vector<std::string>& lines,
+                              const std::vector<std::string>& others) {
+    std::multiset<std::string> known(others.begin(), others.end());
+    for (const std::string& line : lines) {
+      const auto same = known.find(line);
+      if (same == known.end()) changes.push_back(mark + line);
+      if (same != known.end()) known.erase(same);
     }
-    return S_OK;
+  };
+  add("- ", old, now);
+  add("+ ", now, old);
+  return changes;
+}
+
+// ---- The command ---------------------------------------------------------------------------------------------------
+
+Json Object(const ModelNote& note, bool dryRun) {
+  Json object = {{"name", note.name}};
+  if (!note.reason.empty()) object["reason"] = note.reason;
+  if (dryRun) object["changes"] = note.changes;
+  return object;
+}
+
+void Tell(const CallNotes& notes, bool dryRun, Answer& answer) {
+  answer.data["renumbered"] = Json::array();
+  answer.data["skipped"] = Json::array();
+  answer.data["unchanged"] = Json::array();
+  for (const ModelNote& note : notes.All()) {
+    const bool changes = note.fate == Destino::renumerado || note.fate == Destino::substituiria;
+    const bool stays = note.fate == Destino::ignorado || (note.fate == Destino::inalterado && !note.reason.empty());
+    if (note.fate == Destino::inalterado && !stays) answer.data["unchanged"].push_back(note.name);
+    if (!changes && !stays) continue;
+    answer.data[changes ? "renumbered" : "skipped"].push_back(Object(note, dryRun));
+    answer.output += changes ? (dryRun ? "would be renumbered: " : "renumbered: ") : "not changed: ";
+    answer.output.append(note.name).append(note.reason.empty() ? "" : ": ").append(note.reason) += '\n';
+    for (const std::string& change : note.changes)
+      answer.output.append("  ").append(change) += '\n';
+    answer.incomplete = answer.incomplete || stays;
   }
+  if (notes.Incomplete()) answer.note = "memory was lacking for telling of all models; see kestorctl log";
+}
 
-  HRESULT LookAfterwards() {
-    for (Model& model : models_) {
-      if (!model.reason.empty()) continue;
-      const StoredModel stored(store_, model.name);
-      if (IsNoAnswer(stored.Result())) return stored.Result();
-      if (stored.Result() == S_OK && Hash(stored) == model.content) {
-        model.reason = "it could not be stored, as when it is in use";
-      }
-    }
-    return S_OK;
+// What speaks against it, as a rehearsal shows.
+std::vector<std::string> Objections(const CallNotes& notes) {
+  std::vector<std::string> reasons;
+  for (const ModelNote& note : notes.All()) {
+    if (note.fate == Destino::codigoSemCampo) reasons.push_back("the field catalogue has no field " + note.name);
+    if (note.fate == Destino::substituiria) reasons.push_back(note.name + " would be " + note.reason);
   }
+  return reasons;
+}
 
-  void Tell(Answer& answer) const {
-    answer.data["renumbered"] = nlohmann::ordered_json::array();
-    answer.data["skipped"] = nlohmann::ordered_json::array();
-    for (const Model& model : models_) {
-      if (model.reason.empty()) {
-        answer.data["renumbered"].push_back(model.name);
-        answer.output.append("renumbered: ").append(model.name) += '\n';
-      } else {
-        answer.data["skipped"].push_back({{"name", model.name}, {"reason", model.reason}});
-        answer.output.append("not changed: ").append(model.name).append(": ").append(model.reason) += '\n';
-      }
-    }
-  }
+// False, and the answer tells why, where the command must not begin.
+bool MayBegin(const RenumberOptions& options, std::vector<std::string> reasons, Answer& answer) {
+  if (options.force || reasons.empty()) return true;
+  answer.result = E_INVALIDARG;
+  answer.data["refused"] = reasons;
+  answer.error = "nothing is renumbered (--force goes on): ";
+  for (std::size_t i = 0; i < reasons.size(); ++i)
+    answer.error += (i == 0 ? "" : "; ") + reasons[i];
+  return false;
+}
 
- private:
-  static bool IsNoAnswer(HRESULT result) {
-    return FAILED(result) && result != kestor::ErrorForm(KESTOR_PROBLEMAS_AO_LER);
-  }
+HRESULT Rehearse(const StoreOptions& options, const std::vector<REL_CODIGO_CAMPOS_ALTERADOS>& pairs, CallNotes* notes) {
+  return marshal::RehearseRenumbering(ToBstr(options.module).get(), ToBstr(options.component).get(),
+                                      static_cast<LONG>(pairs.size()), pairs.data(), notes);
+}
 
-  static std::size_t Hash(const StoredModel& stored) { return std::hash<std::string_view>()(stored.Content()); }
+void DryRun(const RenumberOptions& options, const std::vector<REL_CODIGO_CAMPOS_ALTERADOS>& pairs, Answer& answer) {
+  CallNotes notes("looking", Changes);
+  answer.result = Rehearse(options.store, pairs, &notes);
+  Tell(notes, true, answer);
+  std::vector<std::string> reasons = Contradictions(pairs);
+  for (std::string& reason : Objections(notes))
+    reasons.push_back(std::move(reason));
+  if (reasons.empty() || FAILED(answer.result)) return;
+  answer.data["refused"] = reasons;
+  answer.note = "without --force nothing would be renumbered: ";
+  for (std::size_t i = 0; i < reasons.size(); ++i)
+    answer.note += (i == 0 ? "" : "; ") + reasons[i];
+}
 
-  static std::string ReasonOfName(const std::string& name, const kestor::CDocRelatorio& document) {
-    if (kestor::ChaveRelatorio(document.nome) == kestor::ChaveRelatorio(text::FromUtf8(name))) return {};
-    return "its document bears another name, \"" + Printable(text::ToUtf8(document.nome)) + "\"";
-  }
-
-  const ReportStore store_;
-  std::vector<std::string> names_;
-  std::vector<Model> models_;
-};
-
-// Without the catalogue the server changes no code, and does not say so. Nor does it say which new codes are no fields.
-bool HasCatalogue(const ReportStore& store, const StoreOptions& options,
-                  const std::vector<REL_CODIGO_CAMPOS_ALTERADOS>& pairs, Answer& answer) {
+// Without the catalogue the server changes no code.
+bool HasCatalogue(const ReportStore& store, Answer& answer) {
   REG_CAMPOS_DISPONIVEIS2* list = nullptr;
-  answer.result = store->GetCamposDisponiveis(&list);
+  Conclude(store->GetCamposDisponiveis(&list), answer);
   const TaskBlock<REG_CAMPOS_DISPONIVEIS2> owner(list);
   const TaskBlock<tagREG_CAMPOS_RELATORIO2> fields(list != nullptr ? list->pregCampos : nullptr);
-  if (answer.result != S_OK) answer.detail = ExplainCatalogue(Generation::second, options.module, options.component);
-  if (answer.result != S_OK) return false;
-  std::set<std::uint16_t> codes;
-  for (const tagREG_CAMPOS_RELATORIO2& field : std::span(fields.get(), list != nullptr ? list->nQtdeCampos : 0U))
-    codes.insert(field.nCodigo);
-  for (const REL_CODIGO_CAMPOS_ALTERADOS pair : pairs) {
-    if (!codes.insert(pair.nNovoCodigo).second) continue;
-    answer.note += answer.note.empty() ? "the field catalogue has no field " : ", ";
-    answer.note += std::to_string(pair.nNovoCodigo);
-  }
-  return true;
-}
-
-// Each model is a new file when it is done.
-HRESULT Convert(const StoreOptions& options, std::vector<REL_CODIGO_CAMPOS_ALTERADOS>& pairs,
-                const std::vector<std::string>& names, Answer& answer) {
-  std::vector<std::filesystem::path> files;
-  files.reserve(names.size());
-  for (const std::string& name : names)
-    files.push_back(HostPathOf(ReportFileRead({options, name}).path));
-  const auto started = std::filesystem::file_time_type::clock::now();
-  const Progress progress("renumbering", files.size(), [&] {
-    return static_cast<std::size_t>(std::count_if(files.begin(), files.end(), [&](const std::filesystem::path& file) {
-      std::error_code none;
-      return std::filesystem::last_write_time(file, none) >= started;
-    }));
-  });
-  const FieldConverter converter;
-  if (!IsOpen(converter, answer)) return answer.result;
-  const HRESULT result = converter->AlteraCodigoCampos(ToBstr(options.module).get(), ToBstr(options.component).get(),
-                                                       static_cast<LONG>(pairs.size()), pairs.data());
-  if (FAILED(result)) answer.detail = Explain(result, CLSID_ZNPL_RelConverte, options.module);
-  return result;
+  return answer.result == S_OK;
 }
 
 void Renumber(const RenumberOptions& options, Answer& answer) {
   std::vector<REL_CODIGO_CAMPOS_ALTERADOS> pairs = ParsePairs(options.pairs);
+  RequireHome();
   const kestor::ComponenteMarcacao markup;
-  Models models(options.store);
-  if (!IsOpen(models.Store(), answer) || !HasCatalogue(models.Store(), options.store, pairs, answer)) return;
-  answer.result = models.LookBefore(pairs);
-  if (answer.result == S_OK) answer.result = Convert(options.store, pairs, models.Names(), answer);
-  if (answer.result == S_OK) answer.result = models.LookAfterwards();
-  if (answer.result == S_OK) models.Tell(answer);
+  if (options.dryRun) return DryRun(options, pairs, answer);
+  if (!MayBegin(options, Contradictions(pairs), answer)) return;
+  const ReportStore store(options.store.module, options.store.component);
+  if (!IsOpen(store, answer) || !HasCatalogue(store, answer)) return;
+  CallNotes planned("looking");
+  answer.result = Rehearse(options.store, pairs, &planned);
+  if (FAILED(answer.result) || !MayBegin(options, Objections(planned), answer)) return;
+
+  const FieldConverter converter;
+  if (!IsOpen(converter, answer)) return;
+  CallNotes notes("renumbering");
+  {
+    const com::Following following(&notes);
+    Conclude(converter->AlteraCodigoCampos(ToBstr(options.store.module).get(), ToBstr(options.store.component).get(),
+                                           static_cast<LONG>(pairs.size()), pairs.data()),
+             answer);
+  }
+  Tell(notes, false, answer);
 }
 
 }  // namespace
@@ -228,6 +243,8 @@ void AddRenumber(CLI::App& program, Command* chosen) {
   const auto [command, options] =
       AddCommand(&program, chosen, {"renumber", "Renumber field codes in all report documents", kFooter}, Renumber);
   AddStoreOptions(command, &options->store);
+  command->add_flag("--dry-run", options->dryRun, "Tell what would become of each model, and do nothing");
+  command->add_flag("--force", options->force, "Go on where the command would begin with nothing");
   AddText(command, "PAIR", &options->pairs, "OLD=NEW: a field code and the one that replaces it");
 }
 

@@ -1,7 +1,6 @@
 // The command show: a report document for people, and whole for programs.
 #include "commands.h"
 #include "document_page.h"
-#include "explanation.h"
 #include "marcacao/componente_marcacao.h"
 #include "model_options.h"
 #include "stored_model.h"
@@ -33,11 +32,8 @@ void Show(const ModelOptions& options, Answer& answer) {
   const ReportStore store(options.module, options.component);
   if (!IsOpen(store, answer)) return;
   const StoredModel model(store, options.name);
-  answer.result = model.Result();
-  if (answer.result != S_OK) {
-    answer.detail = ExplainUnread(ReportFileRead(options));
-    return;
-  }
+  Conclude(model.Result(), answer);
+  if (answer.result != S_OK) return;
   answer.data["version"] = model.Record().nVersao;
   const kestor::ComponenteMarcacao markup;
   kestor::CDocRelatorio document;

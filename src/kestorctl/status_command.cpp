@@ -122,7 +122,7 @@ void TellServer(Answer& answer) {
     answer.data["server"] = {{"running", true}, {"full", true}};
   } else if (FAILED(result)) {
     answer.result = result;
-    answer.detail = Explain(result, CLSID_ZNPL_Relatorio2, {});
+    answer.detail = ExplainActivation(result, CLSID_ZNPL_Relatorio2);
   } else if (result != S_OK) {
     answer.output += "server   not running\n";
     answer.data["server"] = {{"running", false}};

@@ -2,6 +2,8 @@
 
 #include "common/texto_bstr.h"
 #include "explanation.h"
+#include "platform/com/error_info.h"
+#include "platform/com/long_calls.h"
 #include "platform/text/text.h"
 
 namespace kestorctl {
@@ -10,26 +12,36 @@ OwnedBstr ToBstr(const std::string& utf8) {
   return kestor::NovoBstr(text::Utf8ToUtf16(utf8));
 }
 
-void StoreSession::Open(REFCLSID clsid, REFIID iid, void** store, const std::string& module,
-                        const std::function<HRESULT()>& initialise) {
+std::string ReasonOfLastCall() {
+  ComPtr<IErrorInfo> information;
+  return GetErrorInfo(0, information.Out()) == S_OK ? com::DescriptionOf(*information) : std::string();
+}
+
+void StoreSession::Open(REFCLSID clsid, REFIID iid, void** store, const std::function<HRESULT()>& initialise) {
   RequireHome();
   result_ = CoCreateInstance(clsid, nullptr, CLSCTX_LOCAL_SERVER, iid, store);
-  if (SUCCEEDED(result_)) result_ = initialise();
-  if (FAILED(result_)) detail_ = Explain(result_, clsid, module);
+  if (FAILED(result_)) {
+    detail_ = ExplainActivation(result_, clsid);
+    return;
+  }
+  result_ = initialise();
+  detail_ = ReasonOfLastCall();
 }
 
 ReportStore::ReportStore(const std::string& module, const std::string& component) {
-  Open(CLSID_ZNPL_Relatorio2, IID_IZNPL_Relatorio2, store_.OutVoid(), module,
-       [&] { return store_->Inicializa(ToBstr(module).get(), ToBstr(component).get()); });
+  Open(CLSID_ZNPL_Relatorio2, IID_IZNPL_Relatorio2, store_.OutVoid(), [&] {
+    const com::Following following(&migration_);
+    return store_->Inicializa(ToBstr(module).get(), ToBstr(component).get());
+  });
 }
 
 LegacyStore::LegacyStore(const std::string& module, const std::string& component) {
-  Open(CLSID_ZNPL_Rel, IID_IZNPL_Rel, store_.OutVoid(), module,
+  Open(CLSID_ZNPL_Rel, IID_IZNPL_Rel, store_.OutVoid(),
        [&] { return store_->Inicializa(nullptr, ToBstr(module).get(), ToBstr(component).get()); });
 }
 
 FieldConverter::FieldConverter() {
-  Open(CLSID_ZNPL_RelConverte, IID_IZNPL_RelConverte, converter_.OutVoid(), {}, [] { return S_OK; });
+  Open(CLSID_ZNPL_RelConverte, IID_IZNPL_RelConverte, converter_.OutVoid(), [] { return S_OK; });
 }
 
 }  // namespace kestorctl

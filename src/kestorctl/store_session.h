@@ -4,12 +4,16 @@
 #include <functional>
 #include <string>
 
+#include "call_notes.h"
 #include "contract/interfaces.h"
 
 namespace kestorctl {
 
 // A text of the command line as a string of the component boundary.
 OwnedBstr ToBstr(const std::string& utf8);
+
+// Why this thread's last call on an object of the server ended as it did; UTF-8, empty when the server does not say.
+std::string ReasonOfLastCall();
 
 // What sessions with the stores of both generations have in common. The server is started when none runs, and has a
 // live object as long as the session lives.
@@ -21,7 +25,7 @@ class StoreSession {
   // Of making and initialising the store; its methods may be called only when this is no failure.
   HRESULT Result() const { return result_; }
 
-  // More about a failure than its meaning says; may be empty. UTF-8.
+  // More about the result than its meaning says; may be empty. UTF-8.
   const std::string& Detail() const { return detail_; }
 
  protected:
@@ -29,8 +33,7 @@ class StoreSession {
   ~StoreSession() = default;
 
   // Throws LocalFailure when there is no home.
-  void Open(REFCLSID clsid, REFIID iid, void** store, const std::string& module,
-            const std::function<HRESULT()>& initialise);
+  void Open(REFCLSID clsid, REFIID iid, void** store, const std::function<HRESULT()>& initialise);
 
  private:
   class Apartment {
@@ -46,14 +49,19 @@ class StoreSession {
   std::string detail_;
 };
 
-// A store of second-generation models for one module and component.
+// A store of second-generation models for one module and component. When it is opened, first-generation models of these
+// are converted.
 class ReportStore : public StoreSession {
  public:
   ReportStore(const std::string& module, const std::string& component);
 
   IZNPL_Relatorio2* operator->() const { return store_.Get(); }
 
+  // What became of the first-generation models.
+  const CallNotes& Migration() const { return migration_; }
+
  private:
+  CallNotes migration_{"migrating"};
   ComPtr<IZNPL_Relatorio2> store_;
 };
 

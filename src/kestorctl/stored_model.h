@@ -31,12 +31,8 @@ class StoredModel {
 
 // Fills the document. Empty, or why the model is no report document. Needs the markup component.
 inline std::string LoadDocument(const REG_RELATORIO2& model, kestor::CDocRelatorio& document) {
-  if (model.nVersao != kestor::kVersaoDocumento) {
-    return "a content of version " + std::to_string(model.nVersao) + " is no report document";
-  }
-  std::string place;
-  if (document.CarregaConteudo(model, &place)) return {};
-  return "its content is no report document" + (place.empty() ? place : ", " + place);
+  std::string reason;
+  return document.CarregaConteudo(model, &reason) ? std::string() : reason;
 }
 
 }  // namespace kestorctl

@@ -40,7 +40,7 @@ std::string TextTable(const std::vector<TableColumn>& columns, const std::vector
   std::vector<std::size_t> widths(columns.size());
   for (TableRow& line : lines) {
     for (std::size_t i = 0; i < columns.size(); ++i) {
-      line[i] = Printable(line[i]);
+      line[i] = text::Printable(line[i]);
       widths[i] = std::max(widths[i], std::min(kWidest, Characters(line[i])));
     }
   }
@@ -48,13 +48,6 @@ std::string TextTable(const std::vector<TableColumn>& columns, const std::vector
   for (const TableRow& line : lines)
     table += Line(columns, line, widths);
   return table;
-}
-
-std::string Printable(const std::string& utf8) {
-  std::u16string wide = text::Utf8ToUtf16(utf8);
-  std::replace_if(
-      wide.begin(), wide.end(), [](char16_t c) { return c < 0x20 || (c >= 0x7F && c < 0xA0); }, u' ');
-  return text::Utf16ToUtf8(wide);
 }
 
 }  // namespace kestorctl

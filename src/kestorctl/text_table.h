@@ -16,7 +16,4 @@ using TableRow = std::vector<std::string>;  // a text for each column
 // All rows under the heads, a line each; control characters show as blanks. UTF-8.
 std::string TextTable(const std::vector<TableColumn>& columns, const std::vector<TableRow>& rows);
 
-// A text in which no control character moves what follows.
-std::string Printable(const std::string& utf8);
-
 }  // namespace kestorctl

@@ -8,10 +8,12 @@
 
 #include "common/arquivos_modelo.h"
 #include "common/nomes_arquivos.h"
+#include "common/razao.h"
 #include "common/texto_bstr.h"
 #include "contract/campo_texto.h"
 #include "contract/results.h"
 #include "legacy/repositorio_rel.h"
+#include "platform/text/text.h"
 
 namespace kestor {
 
@@ -50,7 +52,7 @@ class ColunasPedidas {
  public:
   ColunasPedidas(const REG_ATUALIZACAO_RELATORIO* pedidas, std::size_t quantidade,
                  const tagREG_CAMPOS_RELATORIO* campos, std::size_t qdeCampos)
-      : pedidas_(pedidas), semCampo_(quantidade) {
+      : pedidas_(pedidas), quantidade_(quantidade), semCampo_(quantidade) {
     std::unordered_map<std::string_view, std::int32_t> codigos;
     for (std::size_t i = 0; i < qdeCampos; ++i) {
       const std::int32_t codigo = campos[i].iCod;  // the record is packed: no reference may be bound to its field
@@ -75,23 +77,43 @@ class ColunasPedidas {
     return true;
   }
 
+  // Why that one is not found.
+  std::string PorQueFalta(const Coluna& coluna) const {
+    if (semCampo_ < quantidade_) {
+      return "no field of the catalogue has the alias " +
+             text::Presentable(text::ToUtf8(TextoDoCampo(pedidas_[semCampo_].cNomeColuna)));
+    }
+    return "the model has a column with the code " + std::to_string(coluna.codigo) + ", which is not among those given";
+  }
+
  private:
   static constexpr std::int32_t kSemCampo = -1;
 
   const REG_ATUALIZACAO_RELATORIO* pedidas_;
+  std::size_t quantidade_;
   std::size_t semCampo_;
   std::unordered_map<std::int32_t, std::size_t> ordens_;
 };
 
-// Changes the content; false, and all is as it was, when the columns are not the caller's.
+bool Recusa(std::string razao) {
+  DizRazao(std::move(razao));
+  return false;
+}
+
+// Changes the content; false, and all is as it was, when the columns are not the caller's; it says which.
 bool AtualizaConteudo(const ColunasPedidas& pedidas, std::size_t quantidade, USHORT margemEsquerda,
                       USHORT margemSuperior, Bytes* conteudo) {
-  if (conteudo->size() < kColunas || conteudo->front() == kOutrosLayouts) return false;
+  if (conteudo->size() < kColunas) return Recusa("the model is too short to have columns");
+  if (conteudo->front() == kOutrosLayouts)
+    return Recusa("the model is of a later layout, whose columns are not updated");
   std::vector<Coluna> colunas;
   for (std::size_t p = kColunas; p + kBytesColuna <= conteudo->size(); p += kBytesColuna) {
     Coluna coluna = {Le<std::int32_t>(*conteudo, p), 0, 0};
     if (coluna.codigo == 0) break;
-    if (colunas.size() >= quantidade || !pedidas.Procura(&coluna)) return false;
+    if (colunas.size() >= quantidade) {
+      return Recusa("all columns of the model must be given, and it has more than " + std::to_string(quantidade));
+    }
+    if (!pedidas.Procura(&coluna)) return Recusa(pedidas.PorQueFalta(coluna));
     colunas.push_back(coluna);
   }
   std::stable_sort(colunas.begin(), colunas.end(), [](const Coluna& a, const Coluna& b) { return a.ordem < b.ordem; });
@@ -110,10 +132,21 @@ bool AtualizaConteudo(const ColunasPedidas& pedidas, std::size_t quantidade, USH
 
 HRESULT CRepositorioRel::AtualizaRelatorio(BSTR bsRelatorio, USHORT iMargemEsquerda, USHORT iMargemSuperior,
                                            USHORT iQdeColunas, REG_ATUALIZACAO_RELATORIO* pregAtualizacao) {
+  return servidor_.Executa(MudancaDe("AtualizaRelatorio"), bsRelatorio, [&] {
+    return AtualizaModelo(bsRelatorio, iMargemEsquerda, iMargemSuperior, iQdeColunas, pregAtualizacao);
+  });
+}
+
+HRESULT CRepositorioRel::AtualizaModelo(BSTR bsRelatorio, USHORT iMargemEsquerda, USHORT iMargemSuperior,
+                                        USHORT iQdeColunas, const REG_ATUALIZACAO_RELATORIO* pregAtualizacao) {
   if (iQdeColunas > 0 && pregAtualizacao == nullptr) return E_INVALIDARG;
   const std::string caminho = CaminhoRelAtualizado(Prefixo(), TextoDeBstr(bsRelatorio));
   CFile arquivo;
-  if (!arquivo.Open(caminho.c_str(), kAtualizacao)) return NoticeForm(KESTOR_ARQ_NAO_EXISTE);
+  CFileException falha;
+  if (!arquivo.Open(caminho.c_str(), kAtualizacao, &falha)) {
+    DizRazao("changed", falha);
+    return NoticeForm(KESTOR_ARQ_NAO_EXISTE);
+  }
   ConteudoLido modelo = LeConteudo(arquivo);
   if (!modelo.inteiro) return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
 
@@ -129,7 +162,8 @@ HRESULT CRepositorioRel::AtualizaRelatorio(BSTR bsRelatorio, USHORT iMargemEsque
     arquivo.Write(modelo.bytes.data(), static_cast<UINT>(modelo.bytes.size()));
     arquivo.Close();
     return S_OK;
-  } catch (const CFileException&) {
+  } catch (const CFileException& naGravacao) {
+    DizRazao("written", naGravacao);
     return ErrorForm(KESTOR_PROBLEMAS_AO_GRAVAR);
   }
 }

@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstring>
 
+#include "common/razao.h"
 #include "contract/campo_texto.h"
 #include "contract/results.h"
 #include "platform/text/text.h"
@@ -161,7 +162,11 @@ void PreencheTodos(const Bytes& conteudo, const char* nulo, Registro* registros,
 
 HRESULT CCatalogoCampos::Le(const std::string& caminho) {
   CFile arquivo;
-  if (!arquivo.Open(caminho.c_str(), kLeituraModelo)) return ErrorForm(KESTOR_ARQ_NAO_EXISTE);
+  CFileException falha;
+  if (!arquivo.Open(caminho.c_str(), kLeituraModelo, &falha)) {
+    DizRazao("read as field catalogue", falha);
+    return ErrorForm(KESTOR_ARQ_NAO_EXISTE);
+  }
   aberto_ = true;
   lido_ = LeConteudo(arquivo);
   const char* const inicio = lido_.bytes.data();

@@ -6,6 +6,7 @@
 
 #include "common/arquivos_modelo.h"
 #include "common/nomes_arquivos.h"
+#include "common/razao.h"
 #include "common/texto_bstr.h"
 #include "common/zn_arq_ex.h"
 #include "contract/results.h"
@@ -56,6 +57,12 @@ void RegravaNoLugar(CFile& arquivo, const std::vector<char>& novo) {
 }  // namespace
 
 HRESULT CRepositorioRel::GravaDadosExportacaoDoRelatorio(BSTR bsRelatorio, tagREG_RELEXPORTACAO regExportacao) {
+  Mudanca mudanca = MudancaDe("GravaDadosExportacaoDoRelatorio");
+  mudanca.bytes = kBytesExportacao + regExportacao.iQtdeItens * kBytesItem;
+  return servidor_.Executa(mudanca, bsRelatorio, [&] { return GravaExportacao(bsRelatorio, regExportacao); });
+}
+
+HRESULT CRepositorioRel::GravaExportacao(BSTR bsRelatorio, const tagREG_RELEXPORTACAO& regExportacao) const {
   if (regExportacao.iQtdeItens > 0 && regExportacao.pregItens == nullptr) return E_INVALIDARG;
   try {
     CFile arquivo;
@@ -66,7 +73,8 @@ HRESULT CRepositorioRel::GravaDadosExportacaoDoRelatorio(BSTR bsRelatorio, tagRE
     arquivo.Write(regExportacao.pregItens, regExportacao.iQtdeItens * kBytesItem);
     arquivo.Close();
     return S_OK;
-  } catch (const CFileException&) {
+  } catch (const CFileException& falha) {
+    DizRazao("written", falha);
     return ErrorForm(KESTOR_PROBLEMAS_AO_GRAVAR);
   }
 }
@@ -79,13 +87,18 @@ HRESULT CRepositorioRel::BuscaDadosExportacaoDoRelatorio(BSTR bsRelatorio, tagRE
     const std::string caminho = CaminhoExportacao(Prefixo(), TextoDeBstr(bsRelatorio));
     if (!arquivo.Open(caminho.c_str(), kLeituraModelo, &falha)) throw falha;
     auto registro = NewTaskBlock<tagREG_RELEXPORTACAO>(sizeof(tagREG_RELEXPORTACAO));
-    if (arquivo.Read(registro.get(), kBytesExportacao) != kBytesExportacao) return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
+    if (const UINT lidos = arquivo.Read(registro.get(), kBytesExportacao); lidos != kBytesExportacao) {
+      DizRazao("the file has " + std::to_string(lidos) + " bytes; export settings have at least " +
+               std::to_string(kBytesExportacao));
+      return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
+    }
     auto itens = LeBloco<tagREG_RELEXPORTACAO_ITEM>(arquivo, registro->iQtdeItens * kBytesItem);
     arquivo.Close();
     registro->pregItens = itens.release();
     *pregExportacao = registro.release();
     return S_OK;
-  } catch (const CFileException&) {
+  } catch (const CFileException& falha) {
+    DizRazao("read", falha);
     return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
   } catch (const std::bad_alloc&) {
     return E_OUTOFMEMORY;
@@ -93,6 +106,12 @@ HRESULT CRepositorioRel::BuscaDadosExportacaoDoRelatorio(BSTR bsRelatorio, tagRE
 }
 
 HRESULT CRepositorioRel::GravaFiltroRelatorio(BSTR bsRelatorio, tagFILTRO_RELATORIO* pregFiltro) {
+  Mudanca mudanca = MudancaDe("GravaFiltroRelatorio");
+  if (pregFiltro != nullptr) mudanca.bytes = sizeof(CabecalhoFiltro) + pregFiltro->nQtdCampos * kBytesEntrada;
+  return servidor_.Executa(mudanca, bsRelatorio, [&] { return GravaFiltro(bsRelatorio, pregFiltro); });
+}
+
+HRESULT CRepositorioRel::GravaFiltro(BSTR bsRelatorio, const tagFILTRO_RELATORIO* pregFiltro) const {
   if (pregFiltro == nullptr) return E_POINTER;
   const std::size_t bytesEntradas = std::size_t{pregFiltro->nQtdCampos} * kBytesEntrada;
   if (bytesEntradas > 0 && pregFiltro->pregValoresFiltro == nullptr) return E_INVALIDARG;
@@ -105,10 +124,14 @@ HRESULT CRepositorioRel::GravaFiltroRelatorio(BSTR bsRelatorio, tagFILTRO_RELATO
 
   CZNArqEx arquivo;
   const std::uint32_t numero = arquivo.Abre(CaminhoFiltro(Prefixo(), TextoDeBstr(bsRelatorio)), 'G', 1, true, true);
-  if (numero != CZNArqEx::semErro) return ServiceError(numero);
+  if (numero != CZNArqEx::semErro) {
+    DizRazao("written", arquivo, numero);
+    return ServiceError(numero);
+  }
   try {
     RegravaNoLugar(arquivo, conteudo);
-  } catch (const CFileException&) {
+  } catch (const CFileException& falha) {
+    DizRazao("written", falha);
     return ErrorForm(KESTOR_PROBLEMAS_AO_GRAVAR);
   }
   arquivo.Fecha();
@@ -119,7 +142,10 @@ HRESULT CRepositorioRel::LeFiltroRelatorio(BSTR bsRelatorio, tagFILTRO_RELATORIO
   if (ppregFiltro == nullptr) return E_POINTER;
   CZNArqEx arquivo;
   const std::uint32_t numero = arquivo.Abre(CaminhoFiltro(Prefixo(), TextoDeBstr(bsRelatorio)), 'L', 1, false, false);
-  if (numero != CZNArqEx::semErro) return ServiceError(numero);
+  if (numero != CZNArqEx::semErro) {
+    DizRazao("read", arquivo, numero);
+    return ServiceError(numero);
+  }
   try {
     CabecalhoFiltro cabecalho;
     arquivo.Read(&cabecalho, sizeof cabecalho);
@@ -128,7 +154,8 @@ HRESULT CRepositorioRel::LeFiltroRelatorio(BSTR bsRelatorio, tagFILTRO_RELATORIO
     registro->nQtdCampos = static_cast<std::uint16_t>(cabecalho.entradas);
     registro->pregValoresFiltro = LeBloco<tagCAMPO_FILTRO>(arquivo, registro->nQtdCampos * kBytesEntrada).release();
     *ppregFiltro = registro.release();
-  } catch (const CFileException&) {
+  } catch (const CFileException& falha) {
+    DizRazao("read", falha);
     return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
   } catch (const std::bad_alloc&) {
     return E_OUTOFMEMORY;

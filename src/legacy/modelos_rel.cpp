@@ -1,9 +1,11 @@
 // Model files: reading, writing, listing, deletion.
 
+#include <algorithm>
 #include <cstring>
 
 #include "common/arquivos_modelo.h"
 #include "common/nomes_arquivos.h"
+#include "common/razao.h"
 #include "common/texto_bstr.h"
 #include "contract/results.h"
 #include "legacy/repositorio_rel.h"
@@ -12,13 +14,17 @@ namespace kestor {
 
 namespace {
 
-// Passes over what cannot be opened, or deleted.
+// Passes over what cannot be opened, or deleted: it stays, and is told of.
 void ExcluiSeAbre(const std::string& caminho) {
-  if (!ArquivoExiste(caminho)) return;
+  CFileException falha;
   try {
-    CFile::Remove(caminho.c_str());
-  } catch (const CFileException&) {
-    // The file stays, as one that is in use does.
+    if (ArquivoExiste(caminho, &falha)) {
+      CFile::Remove(caminho.c_str());
+    } else if (falha.m_lOsError != ERROR_FILE_NOT_FOUND) {
+      DizRazao("deleted", falha);
+    }
+  } catch (const CFileException& naExclusao) {
+    DizRazao("deleted", naExclusao);
   }
 }
 
@@ -30,7 +36,11 @@ HRESULT CRepositorioRel::BuscaTamanhoRelatorio(BSTR bNomeArq, LONG* lQde) {
   const std::string caminho = CaminhoRelLido(Prefixo(), TextoDeBstr(bNomeArq));
   *lQde = 0;
   CFile arquivo;
-  if (!arquivo.Open(caminho.c_str(), kLeituraModelo)) return NoticeForm(KESTOR_ARQ_NAO_EXISTE);
+  CFileException falha;
+  if (!arquivo.Open(caminho.c_str(), kLeituraModelo, &falha)) {
+    DizRazao("read", falha);
+    return NoticeForm(KESTOR_ARQ_NAO_EXISTE);
+  }
   conteudoPendente_.reset();
   ConteudoLido lido = LeConteudo(arquivo);
   *lQde = lido.comprimento;
@@ -48,34 +58,46 @@ HRESULT CRepositorioRel::BuscaRelatorio(LONG lQde, unsigned char* pDados) {
 }
 
 HRESULT CRepositorioRel::GravaRelatorio(BSTR bNomeArq, LONG bSobreescrever, LONG lQde, unsigned char* pDados) {
-  if (lQde < 0 || (lQde > 0 && pDados == nullptr)) return E_INVALIDARG;
-  const UINT modos = bSobreescrever == 0 ? files::mustBeNew : 0;
-  const std::string_view conteudo(reinterpret_cast<const char*>(pDados), static_cast<std::size_t>(lQde));
-  switch (GravaModelo(CaminhoRelGravado(Prefixo(), TextoDeBstr(bNomeArq)), modos, {}, conteudo)) {
-    case Gravacao::feita:
-      return S_OK;
-    case Gravacao::jaExiste:
-      return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
-    case Gravacao::grandeDemais:
-      return E_INVALIDARG;
-    case Gravacao::naoAberta:
-      return ErrorForm(bSobreescrever == 0 ? KESTOR_PROBLEMAS_AO_CRIAR_ARQUIVO : KESTOR_PROBLEMAS_AO_GRAVAR);
-    case Gravacao::naoFeita:
-      break;
-  }
-  return ErrorForm(KESTOR_PROBLEMAS_AO_GRAVAR);
+  return GravaModeloRel("GravaRelatorio", bNomeArq, bSobreescrever != 0, lQde, pDados);
 }
 
 HRESULT CRepositorioRel::GravaRelatorioSemCallBack(BSTR bNomeArq, LONG bSobreescrever, LONG lQde,
                                                    unsigned char* pDados) {
-  return GravaRelatorio(bNomeArq, bSobreescrever, lQde, pDados);
+  return GravaModeloRel("GravaRelatorioSemCallBack", bNomeArq, bSobreescrever != 0, lQde, pDados);
+}
+
+HRESULT CRepositorioRel::GravaModeloRel(const char* metodo, BSTR nome, bool sobreescreve, LONG bytes,
+                                        const unsigned char* dados) {
+  Mudanca mudanca = MudancaDe(metodo);
+  mudanca.bytes = static_cast<std::size_t>(std::max<LONG>(bytes, 0));
+  return servidor_.Executa(mudanca, nome, [&]() -> HRESULT {
+    if (bytes < 0 || (bytes > 0 && dados == nullptr)) return E_INVALIDARG;
+    const UINT modos = sobreescreve ? 0 : files::mustBeNew;
+    const std::string_view conteudo(reinterpret_cast<const char*>(dados), static_cast<std::size_t>(bytes));
+    switch (GravaModelo(CaminhoRelGravado(Prefixo(), TextoDeBstr(nome)), modos, {}, conteudo)) {
+      case Gravacao::feita:
+        return S_OK;
+      case Gravacao::jaExiste:
+        return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
+      case Gravacao::grandeDemais:
+        return E_INVALIDARG;
+      case Gravacao::naoAberta:
+        return ErrorForm(sobreescreve ? KESTOR_PROBLEMAS_AO_GRAVAR : KESTOR_PROBLEMAS_AO_CRIAR_ARQUIVO);
+      case Gravacao::naoFeita:
+        break;
+    }
+    return ErrorForm(KESTOR_PROBLEMAS_AO_GRAVAR);
+  });
 }
 
 HRESULT CRepositorioRel::BuscaNomeRelatoriosExistentes(BSTR* bNomes) {
   if (bNomes == nullptr) return E_POINTER;
   if (!caminhoRelatorios_) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
   const std::vector<std::string> nomes = NomesDosModelos(MascaraRel(Prefixo()), modulo_.size() + componente_.size());
-  if (nomes.empty()) return NoticeForm(KESTOR_NENHUM_ARQUIVO_ENCONTRADO);
+  if (nomes.empty()) {
+    DizRazaoSePastaFalta(*caminhoRelatorios_);
+    return NoticeForm(KESTOR_NENHUM_ARQUIVO_ENCONTRADO);
+  }
   std::string texto = nomes.front();
   for (std::size_t i = 1; i < nomes.size(); ++i)
     texto += "|" + nomes[i];
@@ -84,10 +106,12 @@ HRESULT CRepositorioRel::BuscaNomeRelatoriosExistentes(BSTR* bNomes) {
 }
 
 HRESULT CRepositorioRel::ExcluiRelatorio(BSTR bNomeArq) {
-  if (!caminhoRelatorios_) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
-  for (const std::string& caminho : CaminhosRelExcluidos(Prefixo(), TextoDeBstr(bNomeArq)))
-    ExcluiSeAbre(caminho);
-  return S_OK;
+  return servidor_.Executa(MudancaDe("ExcluiRelatorio"), bNomeArq, [&]() -> HRESULT {
+    if (!caminhoRelatorios_) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
+    for (const std::string& caminho : CaminhosRelExcluidos(Prefixo(), TextoDeBstr(bNomeArq)))
+      ExcluiSeAbre(caminho);
+    return S_OK;
+  });
 }
 
 }  // namespace kestor

@@ -4,6 +4,7 @@
 
 #include "common/caminhos_instalacao.h"
 #include "common/nomes_arquivos.h"
+#include "common/razao.h"
 #include "common/texto_bstr.h"
 #include "contract/results.h"
 #include "legacy/catalogo_campos.h"
@@ -17,7 +18,8 @@ constexpr std::size_t kMaxCampos = kMaxConteudo / sizeof(tagREG_CAMPOS_RELATORIO
 
 }  // namespace
 
-CRepositorioRel::CRepositorioRel(IUnknown* externo, ContagemServidor& servidor) : ObjetoAgregavel(externo, servidor) {}
+CRepositorioRel::CRepositorioRel(IUnknown* externo, Servidor& servidor)
+    : ObjetoAgregavel(externo, servidor), servidor_(servidor) {}
 
 HRESULT CRepositorioRel::Inicializa(BSTR /*bNomeEmpresa*/, BSTR bModulo, BSTR bComponente) {
   conteudoPendente_.reset();
@@ -28,13 +30,21 @@ HRESULT CRepositorioRel::Inicializa(BSTR /*bNomeEmpresa*/, BSTR bModulo, BSTR bC
   const std::string modulo = TextoDeBstr(bModulo);
   std::string relatorios;
   std::string instalacao;
-  if (const auto falha = CCaminhosInstalacao::BuscaCaminhoRelatorios(relatorios)) return ServiceError(falha);
-  if (const auto falha = CCaminhosInstalacao::BuscaCaminhoModulo(modulo, instalacao)) return ServiceError(falha);
+  std::uint32_t falha = CCaminhosInstalacao::BuscaCaminhoRelatorios(relatorios);
+  if (falha == 0) falha = CCaminhosInstalacao::BuscaCaminhoModulo(modulo, instalacao);
+  if (falha != 0) {
+    DizRazao(CCaminhosInstalacao::PorQueFalta(modulo));
+    return ServiceError(falha);
+  }
   caminhoRelatorios_ = std::move(relatorios);
   caminhoModulo_ = std::move(instalacao);
   modulo_ = ModuloRel(modulo);
   componente_ = ComponenteRel(TextoDeBstr(bComponente));
   return S_OK;
+}
+
+Mudanca CRepositorioRel::MudancaDe(const char* metodo) const {
+  return {.classe = "ZNPL_Rel", .metodo = metodo, .modulo = modulo_, .componente = componente_};
 }
 
 // What the path of every file of the store begins with.

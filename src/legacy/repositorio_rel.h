@@ -23,7 +23,7 @@ namespace kestor {
 // thread.
 class CRepositorioRel final : public ObjetoAgregavel<IZNPL_Rel, IID_IZNPL_Rel> {
  public:
-  CRepositorioRel(IUnknown* externo, ContagemServidor& servidor);
+  CRepositorioRel(IUnknown* externo, Servidor& servidor);
 
   // 0x80043F59 when the registry does not name the reports folder, or the folder of the module; the store then has no
   // folders any more. Pending buffers are gone in any case.
@@ -82,8 +82,15 @@ class CRepositorioRel final : public ObjetoAgregavel<IZNPL_Rel, IID_IZNPL_Rel> {
  private:
   ~CRepositorioRel() override = default;
 
+  Mudanca MudancaDe(const char* metodo) const;
   std::string Prefixo() const;
+  HRESULT GravaModeloRel(const char* metodo, BSTR nome, bool sobreescreve, LONG bytes, const unsigned char* dados);
+  HRESULT GravaExportacao(BSTR bsRelatorio, const tagREG_RELEXPORTACAO& regExportacao) const;
+  HRESULT GravaFiltro(BSTR bsRelatorio, const tagFILTRO_RELATORIO* pregFiltro) const;
+  HRESULT AtualizaModelo(BSTR nome, USHORT margemEsquerda, USHORT margemSuperior, USHORT colunas,
+                         const REG_ATUALIZACAO_RELATORIO* pedidas);
 
+  Servidor& servidor_;
   std::string modulo_;
   std::string componente_;
   std::optional<std::string> caminhoRelatorios_;

@@ -11,6 +11,7 @@
 #include <array>
 #include <cstddef>
 
+#include "contract/interfaces.h"
 #include "platform/com/marshaler.h"
 
 namespace marshal {
@@ -24,5 +25,21 @@ std::array<com::Marshaler, 3> Marshalers();
 // Tells the runtime of this process how the three interfaces are carried. Clients and server call it once, at the
 // start.
 void RegisterInterfaces();
+
+// ---- Rehearsals: what a call would do ------------------------------------------------------------------------------
+
+// The server's half: each tells com::ServedClient what the call with these arguments would do.
+struct Rehearsals {
+  HRESULT (*migration)(BSTR module, BSTR component);
+  HRESULT (*renumbering)(BSTR module, BSTR component, LONG count, REL_CODIGO_CAMPOS_ALTERADOS* pairs);
+};
+
+void RegisterRehearsals(const Rehearsals& rehearsals);
+
+// The client's half; `receiver` gets the notes. Results as com::Rehearse; E_INVALIDARG when the arguments do not fit
+// into a frame.
+HRESULT RehearseMigration(BSTR module, BSTR component, channel::NoteReceiver* receiver);
+HRESULT RehearseRenumbering(BSTR module, BSTR component, LONG count, const REL_CODIGO_CAMPOS_ALTERADOS* pairs,
+                            channel::NoteReceiver* receiver);
 
 }  // namespace marshal

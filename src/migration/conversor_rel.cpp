@@ -1,6 +1,7 @@
 #include "migration/conversor_rel.h"
 
 #include <algorithm>
+#include <iterator>
 #include <new>
 #include <string_view>
 #include <unordered_map>
@@ -10,6 +11,7 @@
 #include "common/arquivos_modelo.h"
 #include "common/caminhos_instalacao.h"
 #include "common/nomes_arquivos.h"
+#include "common/razao.h"
 #include "common/texto_bstr.h"
 #include "common/zn_exception.h"
 #include "contract/results.h"
@@ -58,10 +60,11 @@ bool GeraDocumento(const CConteudoRel& conteudo, const std::string& nome, CMemSt
 }  // namespace
 
 CConversorRel::CConversorRel(IZNPL_Relatorio2& repositorio, std::string modulo, std::string componente,
-                             ContagemServidor& servidor, CriaLegado criaLegado)
-    : CConversorModelos(repositorio, std::move(modulo), std::move(componente)),
-      servidor_(servidor),
-      criaLegado_(criaLegado) {}
+                             Servidor& servidor, CriaLegado criaLegado, Modo modo)
+    : CConversorModelos(servidor, "ZNPL_Relatorio2", "Inicializa", repositorio, std::move(modulo),
+                        std::move(componente)),
+      criaLegado_(criaLegado),
+      modo_(modo) {}
 
 void CConversorRel::AdicionaNomeExistente(const std::string& nome) {
   existentes_.insert(text::Upper(nome));
@@ -81,8 +84,10 @@ HRESULT CConversorRel::Executa() {
   const std::string texto = TextoDeBstr(lista.get());
   const std::vector<std::string_view> nomes = Nomes(texto);
   AnotaGemeos(nomes);
+  Comeca(nomes.size());
   for (const std::string_view nome : nomes)
     ConverteModelo(nome);
+  if (!nomes.empty()) EsqueceRazao();  // of single models it says nothing of the call
   return S_OK;
 }
 
@@ -93,21 +98,26 @@ void CConversorRel::AnotaGemeos(const std::vector<std::string_view>& nomes) {
   std::unordered_set<std::string> vistos;
   for (const std::string_view nome : nomes) {
     std::string maiusculas = text::Upper(nome);
-    if (!vistos.insert(maiusculas).second) gemeos_.insert(std::move(maiusculas));
+    if (!vistos.insert(maiusculas).second) gemeos_.emplace(std::move(maiusculas), std::string());
   }
   if (gemeos_.empty()) return;
-  std::unordered_map<std::string, std::size_t> arquivos;
+  std::unordered_map<std::string, std::vector<std::string>> arquivos;
   for (const std::string& arquivo : ArquivosDaMascara(MascaraRel(prefixo_)))
-    ++arquivos[text::Upper(arquivo)];
+    arquivos[text::Upper(arquivo)].push_back(text::Presentable(text::ToUtf8(arquivo)));
   const std::string codigos = ModuloRel(Modulo()) + ComponenteRel(Componente());
-  std::erase_if(gemeos_, [&](const std::string& nome) {
-    const auto achado = arquivos.find(text::Upper(CaminhoRelGravado(codigos, nome)));
-    return achado != arquivos.end() && achado->second == 1;
-  });
+  for (auto gemeo = gemeos_.begin(); gemeo != gemeos_.end();) {
+    const auto achado = arquivos.find(text::Upper(CaminhoRelGravado(codigos, gemeo->first)));
+    const bool eUmSo = achado != arquivos.end() && achado->second.size() == 1;
+    if (achado != arquivos.end()) {
+      for (const std::string& arquivo : achado->second)
+        gemeo->second += (gemeo->second.empty() ? "" : " and ") + arquivo;
+    }
+    gemeo = eUmSo ? gemeos_.erase(gemeo) : std::next(gemeo);
+  }
 }
 
 HRESULT CConversorRel::CriaRepositorioRel() {
-  if (FAILED(criaLegado_(servidor_, IID_IZNPL_Rel, rel_.OutVoid()))) return E_OUTOFMEMORY;
+  if (FAILED(criaLegado_(ServidorDeste(), IID_IZNPL_Rel, rel_.OutVoid()))) return E_OUTOFMEMORY;
   const HRESULT inicio = rel_->Inicializa(nullptr, NovoBstr(Modulo()).get(), NovoBstr(Componente()).get());
   if (FAILED(inicio)) return inicio;
   std::string pasta;
@@ -117,29 +127,61 @@ HRESULT CConversorRel::CriaRepositorioRel() {
 }
 
 void CConversorRel::ConverteModelo(std::string_view listado) {
-  if (!rel_ || listado.size() > kMaximoNome) return;
+  if (!rel_) return;
+  Fim fim = {Destino::fica, {}};
   try {
-    const std::string nome(listado);
-    if (gemeos_.contains(text::Upper(nome))) return;
-    if (existentes_.contains(text::Upper(nome)) && HaDocumento(nome)) {
-      ExcluiRel(nome);
-    } else {
-      Converte(nome);
-    }
+    EsqueceRazao();
+    fim = Trata(std::string(listado));
   } catch (const ZN::CException&) {
     // One model too large for the memory must not hold up the others.
+    fim = {Destino::fica, "memory ran out"};
   } catch (const std::bad_alloc&) {
-    // As above.
+    fim = {Destino::fica, "memory ran out"};
   }
+  Relata(listado, fim.destino, std::move(fim.razao));
 }
 
-void CConversorRel::Converte(const std::string& nome) const {
+CConversorRel::Fim CConversorRel::Trata(const std::string& nome) const {
+  if (nome.size() > kMaximoNome) {
+    return {Destino::fica, "its name has more than " + std::to_string(kMaximoNome) + " characters"};
+  }
+  if (const auto gemeo = gemeos_.find(text::Upper(nome)); gemeo != gemeos_.end()) {
+    const std::string arquivos = gemeo->second.empty() ? "of that name" : gemeo->second;
+    return {Destino::fica, "the files " + arquivos + " differ in letter case alone: rename or remove one of them"};
+  }
+  const bool temDocumento = existentes_.contains(text::Upper(nome)) && HaDocumento(nome);
+  Fim fim = temDocumento ? Fim{Destino::descartado, {}} : Converte(nome);
+  if (fim.destino == Destino::fica) return fim;
+  ExcluiRel(nome);
+  fim.razao = RazaoDita();
+  // A document that was there before is no reason to count the model as gone.
+  if (temDocumento && !fim.razao.empty()) fim.destino = Destino::fica;
+  return fim;
+}
+
+CConversorRel::Fim CConversorRel::Converte(const std::string& nome) const {
+  const auto fica = [](const std::string& frase) {
+    std::string dita = RazaoDita();
+    return Fim{Destino::fica, dita.empty() ? frase : std::move(dita)};
+  };
   CConteudoRel conteudo;
   conteudo.DefineRepositorio(*rel_);
-  if (conteudo.Carrega(nome) != S_OK || !conteudo.Completo() || !ExportacaoInteira(nome, conteudo)) return;
-  if (conteudo.CarregaCatalogo() != S_OK) return;
+  if (const HRESULT leitura = conteudo.Carrega(nome); leitura != S_OK) return fica("it cannot be read");
+  EsqueceRazao();  // models without export settings are nothing unusual
+  if (!conteudo.Completo()) return fica("its content is empty, cut short, or of a version that is not known");
+  if (!ExportacaoInteira(nome, conteudo)) return fica("its export settings are cut short");
+  EsqueceRazao();
+  if (conteudo.CarregaCatalogo() != S_OK) return fica("the field catalogue cannot be read");
   CMemStream documento;
-  if (GeraDocumento(conteudo, nome, documento) && Armazena(nome, documento)) ExcluiRel(nome);
+  if (!GeraDocumento(conteudo, nome, documento)) return fica("its document cannot be made");
+  // What is there is not overwritten: it may be the document of another station, which has converted the model at the
+  // same moment.
+  const HRESULT gravacao = Grava(nome, KESTOR_NaoSobreescrever, documento);
+  if (gravacao == S_OK) return {Destino::convertido, {}};
+  const std::string arquivo = CaminhoRelatorioGravado(Modulo() + Componente(), nome);
+  return fica(gravacao == NoticeForm(KESTOR_ARQUIVO_JA_EXISTE)
+                  ? "there is a file " + text::Presentable(text::ToUtf8(arquivo)) + " already"
+                  : "its document cannot be stored");
 }
 
 // A listed name alone is no document yet: it is also that of a folder, of an empty file, or of one with a second dot.
@@ -167,14 +209,11 @@ bool CConversorRel::HaExportacao(const std::string& nome) const {
   return GetFileAttributesA(CaminhoExportacao(prefixo_, nome).c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
-// What is there is not overwritten: it may be the document of another station, which has converted the model at the
-// same moment.
-bool CConversorRel::Armazena(const std::string& nome, const CMemStream& documento) const {
-  return Repositorio().Grava(NovoBstr(nome).get(), kVersaoDocumento, KESTOR_NaoSobreescrever,
-                             static_cast<LONG>(documento.Size()), documento.Buffer()) == S_OK;
-}
-
+// What stays of the two files is said why.
 void CConversorRel::ExcluiRel(const std::string& nome) const {
+  EsqueceRazao();
+  if (modo_ == Modo::ensaio) return;
+  const Servidor::Silencio silencio(ServidorDeste());
   // The export settings go before the model: a server that is killed in between, or that meets another station in the
   // settings, leaves the model, which the next migration deletes. Settings without a model would stay for good.
   rel_->ExcluiRelatorio(NovoBstr(NomeDaExportacao(nome)).get());

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -15,16 +16,19 @@ namespace kestor {
 class CConteudoRel;
 
 // Makes a store of the first generation in this process; results as IClassFactory::CreateInstance gives them.
-using CriaLegado = HRESULT (*)(ContagemServidor& servidor, REFIID iid, void** object);
+using CriaLegado = HRESULT (*)(Servidor& servidor, REFIID iid, void** object);
 
 // Writes the first-generation models of a module and component as report documents, stores these and then deletes the
 // models. A model that has not been understood to its end, or whose document cannot be made or stored, stays as it is,
 // to be tried again another time. Made for one run.
 class CConversorRel final : public CConversorModelos {
  public:
+  // A rehearsal only tells what would become of the models.
+  enum class Modo { conversao, ensaio };
+
   // The documents go into `repositorio`, which is initialised for the module and component.
-  CConversorRel(IZNPL_Relatorio2& repositorio, std::string modulo, std::string componente, ContagemServidor& servidor,
-                CriaLegado criaLegado);
+  CConversorRel(IZNPL_Relatorio2& repositorio, std::string modulo, std::string componente, Servidor& servidor,
+                CriaLegado criaLegado, Modo modo = Modo::conversao);
 
   // Tells of a document that exists: a model of its name, whatever the letter case, is deleted and not converted.
   // Models whose own names differ in letter case alone are left as they are all the same.
@@ -38,21 +42,27 @@ class CConversorRel final : public CConversorModelos {
   void ConverteModelo(std::string_view nome) override;
 
  private:
+  // What became of a model, and why.
+  struct Fim {
+    Destino destino;
+    std::string razao;
+  };
+
   HRESULT CriaRepositorioRel();
   void AnotaGemeos(const std::vector<std::string_view>& nomes);
-  void Converte(const std::string& nome) const;
+  Fim Trata(const std::string& nome) const;
+  Fim Converte(const std::string& nome) const;
   bool HaDocumento(const std::string& nome) const;
   bool ExportacaoInteira(const std::string& nome, const CConteudoRel& conteudo) const;
   bool HaExportacao(const std::string& nome) const;
-  bool Armazena(const std::string& nome, const CMemStream& documento) const;
   void ExcluiRel(const std::string& nome) const;
 
-  ContagemServidor& servidor_;
   const CriaLegado criaLegado_;
+  const Modo modo_;
   ComPtr<IZNPL_Rel> rel_;
-  std::string prefixo_;                         // of the paths of the first generation's files
-  std::unordered_set<std::string> existentes_;  // upper case
-  std::unordered_set<std::string> gemeos_;      // names of files that differ in letter case alone, upper case
+  std::string prefixo_;                                  // of the paths of the first generation's files
+  std::unordered_set<std::string> existentes_;           // upper case
+  std::unordered_map<std::string, std::string> gemeos_;  // files that differ in letter case alone, by their name in it
 };
 
 }  // namespace kestor

@@ -18,6 +18,7 @@
 #include "migration/conversor_rel.h"
 #include "platform/home/home.h"
 #include "registration.h"
+#include "server/ensaio.h"
 #include "server/linha_comando.h"
 #include "server/modulo_servidor.h"
 #include "store/repositorio_rel2.h"
@@ -35,11 +36,11 @@ HRESULT CriaRel(CModuloServidor& modulo, IUnknown* outer, REFIID iid, void** obj
   return CRepositorioRel::Cria<CRepositorioRel>(outer, iid, object, modulo);
 }
 
-HRESULT CriaRepositorioRel(ContagemServidor& servidor, REFIID iid, void** object) {
+HRESULT CriaRepositorioRel(Servidor& servidor, REFIID iid, void** object) {
   return CRepositorioRel::Cria<CRepositorioRel>(nullptr, iid, object, servidor);
 }
 
-HRESULT MigraParaRepositorio(ContagemServidor& servidor, IZNPL_Relatorio2& repositorio, const std::string& modulo,
+HRESULT MigraParaRepositorio(Servidor& servidor, IZNPL_Relatorio2& repositorio, const std::string& modulo,
                              const std::string& componente, const std::vector<std::string>& existentes) {
   CConversorRel conversor(repositorio, modulo, componente, servidor, CriaRepositorioRel);
   for (const std::string& nome : existentes)
@@ -47,7 +48,7 @@ HRESULT MigraParaRepositorio(ContagemServidor& servidor, IZNPL_Relatorio2& repos
   return conversor.Executa();
 }
 
-HRESULT CriaRepositorioRel2(ContagemServidor& servidor, REFIID iid, void** object) {
+HRESULT CriaRepositorioRel2(Servidor& servidor, REFIID iid, void** object) {
   return CRepositorioRel2::Cria<CRepositorioRel2>(iid, object, servidor, MigraParaRepositorio);
 }
 
@@ -107,7 +108,8 @@ int ExecutaServidor() {
   CoInitializeSecurity(nullptr, -1, nullptr, nullptr, kAutenticacaoNenhuma, kPersonificacao, nullptr, 0, nullptr);
   HRESULT resultado = S_OK;
   {
-    CModuloServidor modulo(kClasses);
+    journal::Writer diario(platform::Home::Current());
+    CModuloServidor modulo(kClasses, kTempoOciosoMs, &diario);
     switch (ExaminaLinhaComando(linha)) {
       case Chamada::cancelamento:
         resultado = DesregistraServidor(platform::ExecutablePath());
@@ -121,6 +123,7 @@ int ExecutaServidor() {
           break;
         }
         marshal::RegisterInterfaces();
+        marshal::RegisterRehearsals({EnsaiaMigracao, EnsaiaRenumeracao});
         const ComponenteMarcacao marcacao;
         EntraNaPastaDeTrabalho();
         AtendeClientes(modulo);

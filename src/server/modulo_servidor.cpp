@@ -2,6 +2,7 @@
 
 #include "server/fabrica_classe.h"
 #include "server/monitor_encerramento.h"
+#include "server/relato.h"
 
 namespace kestor {
 
@@ -12,8 +13,8 @@ struct MonitorDispensado {};
 
 }  // namespace
 
-CModuloServidor::CModuloServidor(std::span<const LinhaClasse> classes, DWORD tempoOciosoMs)
-    : threadPrincipal_(GetCurrentThreadId()), tempoOciosoMs_(tempoOciosoMs) {
+CModuloServidor::CModuloServidor(std::span<const LinhaClasse> classes, DWORD tempoOciosoMs, journal::Writer* diario)
+    : threadPrincipal_(GetCurrentThreadId()), tempoOciosoMs_(tempoOciosoMs), diario_(diario) {
   for (const LinhaClasse& linha : classes)
     classes_.push_back({linha});
 }
@@ -33,6 +34,11 @@ LONG CModuloServidor::Destrava() {
     SetEvent(eventoEncerramento_);
   }
   return restantes;
+}
+
+void CModuloServidor::Anota(const Mudanca& mudanca) {
+  if (diario_ != nullptr) RelataAoDiario(mudanca, *diario_);
+  RelataAoCliente(mudanca, false);
 }
 
 bool CModuloServidor::IniciaMonitor() {

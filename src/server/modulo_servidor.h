@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "common/objeto_contado.h"
+#include "journal/journal.h"
 #include "platform/com/com.h"
 
 namespace kestor {
@@ -26,10 +27,11 @@ struct LinhaClasse {
 };
 
 // One instance per process; used on the main thread but for what says otherwise.
-class CModuloServidor final : public ContagemServidor {
+class CModuloServidor final : public Servidor {
  public:
-  // Made on the main thread, to which the shutdown monitor posts the quit message.
-  explicit CModuloServidor(std::span<const LinhaClasse> classes, DWORD tempoOciosoMs = kTempoOciosoMs);
+  // Made on the main thread, to which the shutdown monitor posts the quit message. `diario` (null: none) is not owned.
+  explicit CModuloServidor(std::span<const LinhaClasse> classes, DWORD tempoOciosoMs = kTempoOciosoMs,
+                           journal::Writer* diario = nullptr);
   ~CModuloServidor();
   CModuloServidor(const CModuloServidor&) = delete;
   CModuloServidor& operator=(const CModuloServidor&) = delete;
@@ -55,6 +57,9 @@ class CModuloServidor final : public ContagemServidor {
     DWORD cookie = 0;
   };
 
+  // Tells the journal and the client of a change.
+  void Anota(const Mudanca& mudanca) override;
+
   static DWORD ExecutaMonitor(void* modulo);
   void EncerraMonitor();
 
@@ -63,6 +68,7 @@ class CModuloServidor final : public ContagemServidor {
   std::atomic<bool> dispensaMonitor_{false};
   const DWORD threadPrincipal_;
   const DWORD tempoOciosoMs_;
+  journal::Writer* const diario_;
   HANDLE eventoEncerramento_ = nullptr;
   HANDLE monitor_ = nullptr;
   std::vector<ClassePublicada> classes_;

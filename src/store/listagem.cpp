@@ -9,6 +9,7 @@
 
 #include "common/arquivos_modelo.h"
 #include "common/nomes_arquivos.h"
+#include "common/razao.h"
 #include "common/texto_bstr.h"
 #include "contract/campo_texto.h"
 #include "contract/results.h"
@@ -40,7 +41,7 @@ void Entrega(const Nomes& nomes, REG_ARRAY_RELATORIO2* lista) {
 }
 
 HRESULT ExcluiArquivo(const std::string& caminho) {
-  return ResultadoDe([&caminho] {
+  return ResultadoDe("deleted", [&caminho] {
     CFile arquivo;
     CFileException falha;
     if (!arquivo.Open(caminho.c_str(), kLeituraModelo, &falha)) throw falha;
@@ -66,7 +67,10 @@ HRESULT CRepositorioRel2::GetNomeRelatorios(REG_ARRAY_RELATORIO2** ppregRelatori
 
 HRESULT CRepositorioRel2::ListaModelos(REG_ARRAY_RELATORIO2** ppregRelatorios) {
   Nomes nomes = NomesDosModelos(MascaraRelatorio(Prefixo()), chaveModulo_.size());
-  if (nomes.empty()) return S_OK;
+  if (nomes.empty()) {
+    DizRazaoSePastaFalta(caminhoRelatorios_);
+    return S_OK;
+  }
   RetiraExcluidos(nomes);
 
   auto lista = NewTaskBlock<REG_ARRAY_RELATORIO2>(sizeof(REG_ARRAY_RELATORIO2));
@@ -88,6 +92,10 @@ void CRepositorioRel2::RetiraExcluidos(std::vector<std::string>& nomes) {
 }
 
 HRESULT CRepositorioRel2::ExcluiRelatorio(BSTR nome, char bModeloDemo, char* result) {
+  return servidor_.Executa(MudancaDe("ExcluiRelatorio"), nome, [&] { return ExcluiModelo(nome, bModeloDemo, result); });
+}
+
+HRESULT CRepositorioRel2::ExcluiModelo(BSTR nome, char bModeloDemo, char* result) {
   if (result == nullptr) return E_POINTER;
   *result = 0;
   if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
@@ -125,7 +133,9 @@ HRESULT CRepositorioRel2::RegistraModeloDemoExcluido(const std::string& nome) {
   std::uint32_t numero = AbreParaGravar(arquivo, arquivoExcluidos_);
   if (numero == CZNArqEx::semErro) numero = GravaNome(arquivo, registro, kNoFim);
   if (numero == CZNArqEx::semErro) numero = arquivo.Fecha();
-  return numero == CZNArqEx::semErro ? S_OK : ServiceError(numero);
+  if (numero == CZNArqEx::semErro) return S_OK;
+  DizRazao("written", arquivo, numero);
+  return ServiceError(numero);
 }
 
 HRESULT CRepositorioRel2::GetNomeRelatoriosDemonstracaoExcluidos(REG_ARRAY_RELATORIO2* pregRelatorios) {
@@ -134,9 +144,9 @@ HRESULT CRepositorioRel2::GetNomeRelatoriosDemonstracaoExcluidos(REG_ARRAY_RELAT
   if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
 
   Nomes nomes;
-  const HRESULT resultado = ResultadoDe([&] {
+  const HRESULT resultado = ResultadoDe("read", [&] {
     Nomes lidos;
-    PercorreRegistros(arquivoExcluidos_, [&](std::uint32_t, const RegistroNome& registro) {
+    PercorreRegistros(arquivoExcluidos_, modo_ == Modo::ensaio, [&](std::uint32_t, const RegistroNome& registro) {
       if (registro.EDe(chaveModulo_)) lidos.emplace_back(registro.Nome());
       return lidos.size() < kMaxNomes;
     });

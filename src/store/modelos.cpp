@@ -1,10 +1,12 @@
 // Reading and writing model files.
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 
 #include "common/arquivos_modelo.h"
 #include "common/nomes_arquivos.h"
+#include "common/razao.h"
 #include "common/texto_bstr.h"
 #include "contract/results.h"
 #include "platform/text/text.h"
@@ -25,10 +27,16 @@ HRESULT CRepositorioRel2::Le(BSTR bsRelatorio, REG_RELATORIO2** ppregRelatorio) 
 
   const std::string caminho = CaminhoRelatorioLido(Prefixo(), TextoDeBstr(bsRelatorio));
   CFile arquivo;
-  if (!arquivo.Open(caminho.c_str(), kLeituraModelo)) return NoticeForm(KESTOR_ARQ_NAO_EXISTE);
+  CFileException falha;
+  if (!arquivo.Open(caminho.c_str(), kLeituraModelo, &falha)) {
+    DizRazao("read", falha);
+    return NoticeForm(KESTOR_ARQ_NAO_EXISTE);
+  }
   try {
     const ULONGLONG tamanho = arquivo.GetLength();
     if (tamanho < kBytesVersao || tamanho - kBytesVersao > kMaxConteudo) {
+      DizRazao("the file has " + std::to_string(tamanho) + " bytes; a model has from " + std::to_string(kBytesVersao) +
+               " to " + std::to_string(kBytesVersao + kMaxConteudo));
       return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
     }
     const auto bytes = static_cast<UINT>(tamanho);
@@ -37,7 +45,10 @@ HRESULT CRepositorioRel2::Le(BSTR bsRelatorio, REG_RELATORIO2** ppregRelatorio) 
 
     // One reading into the client's own block, and the content moved up over the version: a second reading from an odd
     // place costs several times the move.
-    if (arquivo.Read(conteudo.get(), bytes) != bytes) return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
+    if (arquivo.Read(conteudo.get(), bytes) != bytes) {
+      DizRazao("another program has cut the file while it was read");
+      return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
+    }
     arquivo.Close();
     std::memcpy(&registro->nVersao, conteudo.get(), kBytesVersao);
     std::memmove(conteudo.get(), conteudo.get() + kBytesVersao, bytes - kBytesVersao);
@@ -45,7 +56,8 @@ HRESULT CRepositorioRel2::Le(BSTR bsRelatorio, REG_RELATORIO2** ppregRelatorio) 
     registro->lpRelatorio = conteudo.release();
     *ppregRelatorio = registro.release();
     return S_OK;
-  } catch (const CFileException&) {
+  } catch (const CFileException& naLeitura) {
+    DizRazao("read", naLeitura);
     return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
   } catch (const std::bad_alloc&) {
     return E_OUTOFMEMORY;
@@ -65,6 +77,14 @@ bool CRepositorioRel2::DemonstracaoExcluida(const std::string& nome) {
 
 HRESULT CRepositorioRel2::Grava(BSTR bsRelatorio, USHORT nVersao, unsigned char flagGravacao, LONG nTamanho,
                                 unsigned char* lpRelatorio) {
+  Mudanca mudanca = MudancaDe("Grava");
+  mudanca.bytes = static_cast<std::size_t>(std::max<LONG>(nTamanho, 0));
+  return servidor_.Executa(mudanca, bsRelatorio,
+                           [&] { return GravaModelo2(bsRelatorio, nVersao, flagGravacao, nTamanho, lpRelatorio); });
+}
+
+HRESULT CRepositorioRel2::GravaModelo2(BSTR bsRelatorio, USHORT nVersao, unsigned char flagGravacao, LONG nTamanho,
+                                       unsigned char* lpRelatorio) {
   if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
   if (nTamanho < 0) return E_INVALIDARG;
   if (nTamanho > 0 && lpRelatorio == nullptr) return E_POINTER;
@@ -75,6 +95,10 @@ HRESULT CRepositorioRel2::Grava(BSTR bsRelatorio, USHORT nVersao, unsigned char 
   if ((flagGravacao & KESTOR_VerificarModelosDemoExcluidos) != 0) {
     if (deveSerNovo && ArquivoExiste(caminho)) return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
     if (DemonstracaoExcluida(nome)) return NoticeForm(KESTOR_MODELO_DEMO_COM_MESMO_NOME_EXCLUIDO);
+  }
+  if (modo_ == Modo::ensaio) {
+    const bool existe = GetFileAttributesA(caminho.c_str()) != INVALID_FILE_ATTRIBUTES;
+    return deveSerNovo && existe ? NoticeForm(KESTOR_ARQUIVO_JA_EXISTE) : S_OK;
   }
   // Content and letter case of the name change together or not at all: a client that is told of a failure finds the old
   // model under its old name.

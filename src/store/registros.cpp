@@ -26,17 +26,20 @@ std::string_view RegistroNome::Nome() const {
   return TextoDoCampo(nome).substr(0, sizeof nome - 1);
 }
 
-void PercorreRegistros(const std::string& caminho,
+void PercorreRegistros(const std::string& caminho, bool soLeitura,
                        const std::function<bool(std::uint32_t, const RegistroNome&)>& visita) {
   CFile arquivo;
   CFileException falha;
   if (caminho.size() > kMaxCaminho) throw CFileException::FromOsError(ERROR_FILENAME_EXCED_RANGE, caminho);
-  constexpr UINT kModo =
-      CFile::modeReadWrite | CFile::modeCreate | CFile::modeNoTruncate | CFile::shareExclusive | files::noLink;
-  if (!arquivo.Open(caminho.c_str(), kModo, &falha)) throw falha;
+  constexpr UINT kModo = CFile::shareExclusive | files::noLink;
+  constexpr UINT kFeitura = CFile::modeReadWrite | CFile::modeCreate | CFile::modeNoTruncate;
+  if (!arquivo.Open(caminho.c_str(), kModo | (soLeitura ? UINT{CFile::modeRead} : kFeitura), &falha)) {
+    if (soLeitura && falha.m_cause == CFileException::fileNotFound) return;
+    throw falha;
+  }
   const ULONGLONG comprimento = arquivo.GetLength();
   if (comprimento > kMaxArquivoRegistros) throw CFileException::FromOsError(ERROR_BAD_FORMAT, caminho);
-  if (comprimento == 0) {
+  if (comprimento == 0 && !soLeitura) {
     const RegistroNome primeiro;
     arquivo.Write(&primeiro, kTamanho);
   }

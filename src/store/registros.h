@@ -28,8 +28,8 @@ static_assert(sizeof(RegistroNome) == 264);
 
 // Shows the records from number 1 on, in order, until `visita` answers false. The file is open for this process alone
 // meanwhile, and is made with its first record when it is missing. Throws CFileException; a file of more than
-// kMaxArquivoRegistros bytes is an invalid one.
-void PercorreRegistros(const std::string& caminho,
+// kMaxArquivoRegistros bytes is an invalid one. `soLeitura`: a missing file is not made and counts as an empty one.
+void PercorreRegistros(const std::string& caminho, bool soLeitura,
                        const std::function<bool(std::uint32_t numero, const RegistroNome& registro)>& visita);
 
 // Opens a record file for writing and makes it, with its first record, when it is missing. Returns a number of

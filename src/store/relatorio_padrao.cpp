@@ -30,19 +30,22 @@ HRESULT CRepositorioRel2::GetRelatorioPadrao(BSTR* bsRelatorio) {
   if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
   *bsRelatorio = nullptr;
 
-  return ResultadoDe([&] {
+  return ResultadoDe("read", [&] {
     if (registroPadrao_ > 0) {
       RegistroNome registro;
       CZNArqEx arquivo;
       const std::uint32_t numero =
           arquivo.LeRegistroArquivo(arquivoPadrao_, registroPadrao_, &registro, sizeof registro);
-      if (numero != CZNArqEx::semErro) return ServiceError(numero);
+      if (numero != CZNArqEx::semErro) {
+        DizRazao("read", arquivo, numero);
+        return ServiceError(numero);
+      }
       if (arquivo.LeuInteiro(registroPadrao_) && registro.EDe(chaveModulo_)) {
         return EntregaNome(registro.Nome(), bsRelatorio);
       }
     }
     std::string nome;
-    PercorreRegistros(arquivoPadrao_, [&](std::uint32_t numero, const RegistroNome& registro) {
+    PercorreRegistros(arquivoPadrao_, modo_ == Modo::ensaio, [&](std::uint32_t numero, const RegistroNome& registro) {
       if (!registro.EDe(chaveModulo_)) return true;
       registroPadrao_ = numero;
       nome = registro.Nome();
@@ -53,9 +56,17 @@ HRESULT CRepositorioRel2::GetRelatorioPadrao(BSTR* bsRelatorio) {
 }
 
 HRESULT CRepositorioRel2::SetRelatorioPadrao(BSTR bsRelatorio) {
+  return servidor_.Executa(MudancaDe("SetRelatorioPadrao"), bsRelatorio, [&] { return GravaPadrao(bsRelatorio); });
+}
+
+HRESULT CRepositorioRel2::GravaPadrao(BSTR bsRelatorio) {
   if (!Inicializado()) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
   const std::string nome = TextoDeBstr(bsRelatorio);
-  if (bsRelatorio != nullptr && !ArquivoExiste(CaminhoRelatorioGravado(Prefixo(), nome))) return S_FALSE;
+  CFileException falha;
+  if (bsRelatorio != nullptr && !ArquivoExiste(CaminhoRelatorioGravado(Prefixo(), nome), &falha)) {
+    DizRazao("made the default report", falha);
+    return S_FALSE;
+  }
 
   const RegistroNome registro(chaveModulo_, nome);
   CZNArqEx arquivo;
@@ -63,7 +74,9 @@ HRESULT CRepositorioRel2::SetRelatorioPadrao(BSTR bsRelatorio) {
   if (numero == CZNArqEx::semErro) numero = ProcuraRegistroPadrao(arquivo);
   if (numero == CZNArqEx::semErro) numero = GravaNome(arquivo, registro, registroPadrao_);
   if (numero == CZNArqEx::semErro) numero = arquivo.Fecha();
-  return numero == CZNArqEx::semErro ? S_OK : ServiceError(numero);
+  if (numero == CZNArqEx::semErro) return S_OK;
+  DizRazao("written", arquivo, numero);
+  return ServiceError(numero);
 }
 
 // Makes registroPadrao_ the number of this key's record, 0 when there is none; a number of CZNArqEx. The remembered

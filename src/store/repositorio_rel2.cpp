@@ -4,19 +4,24 @@
 
 #include "common/caminhos_instalacao.h"
 #include "common/nomes_arquivos.h"
+#include "common/razao.h"
 #include "common/texto_bstr.h"
 #include "contract/results.h"
 #include "platform/files/files.h"
 
 namespace kestor {
 
-CRepositorioRel2::CRepositorioRel2(ContagemServidor& servidor, MigraModelos migra)
-    : ObjetoContado(servidor), servidor_(servidor), migra_(migra) {}
+CRepositorioRel2::CRepositorioRel2(Servidor& servidor, MigraModelos migra, Modo modo)
+    : ObjetoContado(servidor), servidor_(servidor), migra_(migra), modo_(modo) {}
 
 HRESULT CRepositorioRel2::Inicializa(BSTR bsModulo, BSTR bsComponente) {
   const std::string modulo = TextoDeBstr(bsModulo);
-  if (const auto falha = CCaminhosInstalacao::BuscaCaminhoRelatorios(caminhoRelatorios_)) return ServiceError(falha);
-  if (const auto falha = CCaminhosInstalacao::BuscaCaminhoModulo(modulo, caminhoModulo_)) return ServiceError(falha);
+  std::uint32_t falha = CCaminhosInstalacao::BuscaCaminhoRelatorios(caminhoRelatorios_);
+  if (falha == 0) falha = CCaminhosInstalacao::BuscaCaminhoModulo(modulo, caminhoModulo_);
+  if (falha != 0) {
+    DizRazao(CCaminhosInstalacao::PorQueFalta(modulo));
+    return ServiceError(falha);
+  }
   modulo_ = modulo;
   componente_ = TextoDeBstr(bsComponente);
   const std::string chave = modulo_ + componente_;
@@ -32,16 +37,15 @@ HRESULT CRepositorioRel2::Migra() {
   // Both generations lie in one folder, and mostly nothing is to be migrated.
   const files::OneReading leitura;
   try {
-    return migra_(servidor_, *this, modulo_, componente_, NomesExistentes());
+    return migra_(servidor_, *this, modulo_, componente_, NomesDosModelos(*this));
   } catch (const std::bad_alloc&) {
     return E_OUTOFMEMORY;
   }
 }
 
-// None when they cannot be listed.
-std::vector<std::string> CRepositorioRel2::NomesExistentes() {
+std::vector<std::string> NomesDosModelos(IZNPL_Relatorio2& repositorio) {
   REG_ARRAY_RELATORIO2* recebida = nullptr;
-  if (FAILED(GetNomeRelatorios(&recebida)) || recebida == nullptr) return {};
+  if (FAILED(repositorio.GetNomeRelatorios(&recebida)) || recebida == nullptr) return {};
   const TaskBlock<REG_ARRAY_RELATORIO2> lista(recebida);
   const TaskBlock<tagREG_NOME_RELATORIO2> entradas(lista->pregRelatorios);
   std::vector<std::string> nomes;
@@ -53,6 +57,10 @@ std::vector<std::string> CRepositorioRel2::NomesExistentes() {
 // What the path of every model of the store begins with.
 std::string CRepositorioRel2::Prefixo() const {
   return caminhoRelatorios_ + chaveModulo_;
+}
+
+Mudanca CRepositorioRel2::MudancaDe(const char* metodo) const {
+  return {.classe = "ZNPL_Relatorio2", .metodo = metodo, .modulo = modulo_, .componente = componente_};
 }
 
 bool CRepositorioRel2::Inicializado() const {

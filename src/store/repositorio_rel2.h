@@ -14,8 +14,11 @@ class CZNArqEx;
 
 // Moves first-generation models of a module and component into the store, which has been initialised for them.
 // `existentes`: names of the models that the store has. May throw std::bad_alloc.
-using MigraModelos = HRESULT (*)(ContagemServidor& servidor, IZNPL_Relatorio2& repositorio, const std::string& modulo,
+using MigraModelos = HRESULT (*)(Servidor& servidor, IZNPL_Relatorio2& repositorio, const std::string& modulo,
                                  const std::string& componente, const std::vector<std::string>& existentes);
+
+// The names of the models that a store lists; none when they cannot be listed. Throws std::bad_alloc.
+std::vector<std::string> NomesDosModelos(IZNPL_Relatorio2& repositorio);
 
 // The object of the class ZNPL_Relatorio2: the models of one application module and component, which the client
 // names with Inicializa. It keeps texts only; every call opens, uses and closes its files. All calls come on the
@@ -26,8 +29,11 @@ using MigraModelos = HRESULT (*)(ContagemServidor& servidor, IZNPL_Relatorio2& r
 // touches no file.
 class CRepositorioRel2 final : public ObjetoContado<IZNPL_Relatorio2, IID_IZNPL_Relatorio2> {
  public:
+  // In a rehearsal nothing is written: no record file is made, and Grava only answers as it would.
+  enum class Modo { normal, ensaio };
+
   // `migra`: what Inicializa calls; null for a store that leaves the first generation alone.
-  explicit CRepositorioRel2(ContagemServidor& servidor, MigraModelos migra = nullptr);
+  explicit CRepositorioRel2(Servidor& servidor, MigraModelos migra = nullptr, Modo modo = Modo::normal);
 
   // 0x80043F59 when the registry does not name the reports folder, or the folder of the module. Otherwise the store is
   // initialised, and the result is that of the migration, which is run each time; E_OUTOFMEMORY.
@@ -73,8 +79,12 @@ class CRepositorioRel2 final : public ObjetoContado<IZNPL_Relatorio2, IID_IZNPL_
   ~CRepositorioRel2() override = default;
 
   bool Inicializado() const;
+  Mudanca MudancaDe(const char* metodo) const;
+  HRESULT GravaModelo2(BSTR bsRelatorio, USHORT nVersao, unsigned char flagGravacao, LONG nTamanho,
+                       unsigned char* lpRelatorio);
+  HRESULT ExcluiModelo(BSTR nome, char bModeloDemo, char* result);
+  HRESULT GravaPadrao(BSTR bsRelatorio);
   HRESULT Migra();
-  std::vector<std::string> NomesExistentes();
   std::string Prefixo() const;
   bool DemonstracaoExcluida(const std::string& nome);
   HRESULT ListaModelos(REG_ARRAY_RELATORIO2** ppregRelatorios);
@@ -83,8 +93,9 @@ class CRepositorioRel2 final : public ObjetoContado<IZNPL_Relatorio2, IID_IZNPL_
   void EsquecePadrao(BSTR nome);
   std::uint32_t ProcuraRegistroPadrao(CZNArqEx& arquivo);
 
-  ContagemServidor& servidor_;
+  Servidor& servidor_;
   const MigraModelos migra_;
+  const Modo modo_;
 
   std::string caminhoRelatorios_;
   std::string caminhoModulo_;

@@ -3,18 +3,27 @@
 
 #include <exception>
 
+#include "common/nomes_arquivos.h"
+#include "common/razao.h"
 #include "contract/results.h"
 #include "platform/files/files.h"
+#include "platform/text/text.h"
 
 namespace kestor {
 
-// The result of `operacao`; of a file operation that fails in it, the file error's. A failure without an error number
-// of the system is none.
+// The result of `operacao`; of a file operation that fails in it, the file error's, and the reason: the file cannot be
+// `feito`. A failure without an error number of the system is none.
 template <typename Operacao>
-HRESULT ResultadoDe(const Operacao& operacao) {
+HRESULT ResultadoDe(const char* feito, const Operacao& operacao) {
   try {
     return operacao();
   } catch (const CFileException& falha) {
+    if (falha.m_lOsError == static_cast<LONG>(ERROR_BAD_FORMAT)) {
+      DizRazao(text::Presentable(text::ToUtf8(NomeDoArquivo(falha.m_strFileName))) + " cannot be " + feito +
+               ": a file of records has at most " + std::to_string(kMaxArquivoRegistros) + " bytes");
+    } else {
+      DizRazao(feito, falha);
+    }
     return HRESULT_FROM_WIN32(static_cast<DWORD>(falha.m_lOsError));
   } catch (const std::exception&) {
     return rpc::kServerFault;

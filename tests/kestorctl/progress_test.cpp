@@ -1,41 +1,47 @@
-// What a call shows on a terminal while it runs. Counting never fails in the finished program.
+// What a call shows on a terminal while it runs.
 #include "progress.h"
 
 #include <pty.h>
 #include <unistd.h>
 
 #include <array>
-#include <atomic>
+#include <chrono>
 #include <gtest/gtest.h>
-#include <new>
 #include <string>
 
 #include "support/support.h"
 
 namespace {
 
-TEST(Progress, ShowsHowFarTheCallIsUntilThatCannotBeTold) {
+// What is shown when a call tells of `steps` steps, each as soon as that is due.
+std::string Shown(std::size_t steps) {
   int terminal = -1;
   int end = -1;
-  ASSERT_EQ(openpty(&terminal, &end, nullptr, nullptr, nullptr), 0);
-  support::Child call([end] {
+  EXPECT_EQ(openpty(&terminal, &end, nullptr, nullptr, nullptr), 0);
+  support::Child call([=] {
     if (dup2(end, STDERR_FILENO) < 0) return 1;
-    std::atomic<int> asked = 0;
-    const kestorctl::Progress progress("counting", 2, [&asked]() -> std::size_t {
-      if (++asked == 1) return 1;
-      throw std::bad_alloc();
-    });
-    return support::WaitUntil([&asked] { return asked == 2; }) ? 0 : 2;
+    kestorctl::Progress progress("counting");
+    for (std::size_t step = 1; step <= steps; ++step) {
+      const auto due = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
+      support::WaitUntil([due] { return std::chrono::steady_clock::now() >= due; });
+      progress.Show(step, steps);
+    }
+    return 0;
   });
-  ASSERT_EQ(call.Wait(), 0);
+  EXPECT_EQ(call.Wait(), 0);
   close(end);
   // A terminal hands over what was written in pieces, and answers EIO once all of it is read and nobody holds its end.
   std::string shown;
   std::array<char, 100> piece{};
-  for (ssize_t size = 0; (size = read(terminal, piece.data(), piece.size())) > 0;) {
+  for (ssize_t size = 0; (size = read(terminal, piece.data(), piece.size())) > 0;)
     shown.append(piece.data(), static_cast<std::size_t>(size));
-  }
-  EXPECT_EQ(shown, "\rcounting: 1 of 2\r\x1B[K");
+  close(terminal);
+  return shown;
+}
+
+TEST(Progress, ShowsHowFarALongCallIs) {
+  EXPECT_EQ(Shown(2), "\rcounting: 1 of 2\rcounting: 2 of 2\r\x1B[K");
+  EXPECT_EQ(Shown(0), "");
 }
 
 }  // namespace

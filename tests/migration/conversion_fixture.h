@@ -145,11 +145,11 @@ class LegacyContent {
 
 // ---- Stores ---------------------------------------------------------------------------------------------------------
 
-inline HRESULT MakeRel(kestor::ContagemServidor& server, REFIID iid, void** object) {
+inline HRESULT MakeRel(kestor::Servidor& server, REFIID iid, void** object) {
   return kestor::CRepositorioRel::Cria<kestor::CRepositorioRel>(nullptr, iid, object, server);
 }
 
-inline HRESULT Migrate(kestor::ContagemServidor& server, IZNPL_Relatorio2& store, const std::string& module,
+inline HRESULT Migrate(kestor::Servidor& server, IZNPL_Relatorio2& store, const std::string& module,
                        const std::string& component, const std::vector<std::string>& existing) {
   kestor::CConversorRel converter(store, module, component, server, MakeRel);
   for (const std::string& name : existing)
@@ -157,7 +157,7 @@ inline HRESULT Migrate(kestor::ContagemServidor& server, IZNPL_Relatorio2& store
   return converter.Executa();
 }
 
-inline HRESULT MakeMigratingStore(kestor::ContagemServidor& server, REFIID iid, void** object) {
+inline HRESULT MakeMigratingStore(kestor::Servidor& server, REFIID iid, void** object) {
   return kestor::CRepositorioRel2::Cria<kestor::CRepositorioRel2>(iid, object, server, Migrate);
 }
 

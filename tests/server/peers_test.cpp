@@ -77,13 +77,28 @@ class HostilePeer {
     std::string script = channel_test::Opening(OneIn(10) ? &kClasses.at(Below(3)).second : &asked);
     if (asked == IID_IZNPL_Relatorio2 && !OneIn(4)) script = Storing(u"99", u"Hostil", "hostile");
     if (OneIn(8)) script = Frame(FrameType::status, 0, "") + script;
+    if (OneIn(4)) script.insert(OneIn(8) ? 0 : channel_test::kHello.size(), Rehearsal());
     if (OneIn(8)) Spoil(&script);
     for (std::size_t i = Below(6); i > 0; --i) {
       std::string frame = Request(asked);
       if (OneIn(2)) Spoil(&frame);
+      if (OneIn(3)) script += Frame(FrameType::follow, 0, "");
       script += frame;
+      if (OneIn(3)) script += Frame(FrameType::reason, 0, "");
     }
     return script;
+  }
+
+  // Of a migration or, where the class has it, a renumbering.
+  std::string Rehearsal() {
+    const std::string arguments =
+        OneIn(2) ? "tt" : payloads::MethodOf(IID_IZNPL_RelConverte, "AlteraCodigoCampos").request;
+    std::string frame = Frame(FrameType::rehearse, 0,
+                              payloads::Payload(arguments, {.texts = {Bytes(u"CT"), Bytes(u"99")},
+                                                            .count = static_cast<LONG>(Below(5)),
+                                                            .hasArray = !OneIn(4)}));
+    if (OneIn(2)) Spoil(&frame);
+    return Frame(FrameType::follow, 0, "") + frame;
   }
 
   // A request as a well-behaved client could make it, seldom of another interface.

@@ -9,11 +9,11 @@
 #include "support/installation.h"
 
 // Makes a report store the way its class object does.
-inline HRESULT CreateStore(kestor::ContagemServidor& counter, REFIID iid, void** object) {
+inline HRESULT CreateStore(kestor::Servidor& counter, REFIID iid, void** object) {
   return kestor::CRepositorioRel2::Cria<kestor::CRepositorioRel2>(iid, object, counter);
 }
 
-struct Counter final : kestor::ContagemServidor {
+struct Counter final : kestor::Servidor {
   LONG Trava() override { return ++count; }
   LONG Destrava() override { return --count; }
   LONG count = 0;

@@ -12,7 +12,6 @@
 #include "platform/com/long_calls.h"
 #include "platform/home/home.h"
 #include "platform/host/system.h"
-#include "platform/text/text.h"
 
 namespace {
 
@@ -42,12 +41,7 @@ class StubSession final : public channel::Session {
   }
 
   // The sentence is made only now, for the client that asks.
-  std::string Reason() override {
-    BSTR description = nullptr;
-    if (!reason_ || FAILED(reason_->GetDescription(&description)) || description == nullptr) return {};
-    const OwnedBstr owner(description);
-    return text::Utf16ToUtf8({description, SysStringLen(description)});
-  }
+  std::string Reason() override { return reason_ ? com::DescriptionOf(*reason_) : std::string(); }
 
  private:
   std::unique_ptr<com::CallStub> stub_;

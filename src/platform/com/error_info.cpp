@@ -74,6 +74,13 @@ void RememberCall(const std::shared_ptr<Line>& line) {
   lastCall = line->calls;
 }
 
+std::string DescriptionOf(IErrorInfo& information) {
+  BSTR description = nullptr;
+  if (FAILED(information.GetDescription(&description)) || description == nullptr) return {};
+  const OwnedBstr owner(description);
+  return text::Utf16ToUtf8({description, SysStringLen(description)});
+}
+
 ComPtr<IErrorInfo> TakeOwnErrorInfo() {
   return std::move(own);
 }

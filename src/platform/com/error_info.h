@@ -20,6 +20,9 @@ class ErrorInfo : public CountedObject<IErrorInfo, IID_IErrorInfo> {
   virtual std::string Sentence() const = 0;
 };
 
+// The sentence of any error information; empty when it has none.
+std::string DescriptionOf(IErrorInfo& information);
+
 // What was set for the calling thread in this process, and nothing of another process.
 ComPtr<IErrorInfo> TakeOwnErrorInfo();
 

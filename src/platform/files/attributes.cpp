@@ -2,6 +2,7 @@
 
 #include "files.h"
 #include "lookup.h"
+#include "platform/kernel/host_error.h"
 
 namespace {
 
@@ -24,6 +25,14 @@ DWORD GetFileAttributesA(const char* path) {
   if (S_ISDIR(status.st_mode)) return FILE_ATTRIBUTE_DIRECTORY;
   if (translated.meansFolder) return INVALID_FILE_ATTRIBUTES;
   return host::IsReadOnly(status) ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_NORMAL;
+}
+
+DWORD files::FolderError(const char* path) {
+  PathName translated;
+  if (const DWORD error = TranslatePath(TextOf(path), &translated); error != ERROR_SUCCESS) return error;
+  host::Descriptor folder;
+  const int error = host::OpenFolder(AT_FDCWD, SpellAsOnDisk(translated), &folder);
+  return error == ENOENT || error == ENOTDIR ? DWORD{ERROR_PATH_NOT_FOUND} : platform::OsError(error);
 }
 
 DWORD files::HostPath(const char* path, std::string* host) {

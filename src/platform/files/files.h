@@ -211,6 +211,7 @@ std::intptr_t _findfirst(const char* pattern, _finddata_t* found);
 int _findnext(std::intptr_t handle, _finddata_t* found);  // 0, or -1 when there is no further match
 int _findclose(std::intptr_t handle);                     // 0
 
+
 // ---- Paths, for those who must hand a file to the host system -------------------------------------------------------
 
 namespace files {
@@ -227,6 +228,9 @@ DWORD HostPath(const char* path, std::string* host);
 // which runs as joao, may not read it; maria or root can change that". Never empty. From any thread. Throws
 // std::bad_alloc.
 std::string Explain(const std::string& path, DWORD osError);
+
+// 0 when the names in a folder can be read now, or the platform's error number.
+DWORD FolderError(const char* path);
 
 // The drive or share with which a path starts ("D:", "\\HOST\SHARE") and where the home maps it: a folder, or a link to
 // one, that need not exist. False for a path that starts with neither.

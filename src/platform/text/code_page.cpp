@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstring>
@@ -188,6 +189,16 @@ std::u16string Utf8ToUtf16(std::string_view utf8) {
     utf8.remove_prefix(next.length == 0 ? 1 : next.length);
   }
   return wide;
+}
+
+std::string Printable(std::string_view utf8) {
+  const auto moves = [](char16_t c) {
+    return c < 0x20 || (c >= 0x7F && c < 0xA0) || c == 0x200E || c == 0x200F || (c >= 0x2028 && c <= 0x202E) ||
+           (c >= 0x2066 && c <= 0x2069);
+  };
+  std::u16string wide = Utf8ToUtf16(utf8);
+  std::replace_if(wide.begin(), wide.end(), moves, u' ');
+  return Utf16ToUtf8(wide);
 }
 
 bool IsValidUtf8(std::string_view utf8) {

@@ -38,6 +38,10 @@ bool IsValidUtf8(std::string_view utf8);
 // the end are there. Malformed bytes become U+FFFD.
 std::string Presentable(std::string_view utf8);
 
+// UTF-8 in which no character moves, hides or turns around what follows: a blank in the place of each control character
+// and of each mark that ends a line or sets a direction of writing.
+std::string Printable(std::string_view utf8);
+
 // ---- Letter case ---------------------------------------------------------------------------------------------------
 // Over the whole code page: the accented letters, Š Œ Ž Ÿ and their small forms are letters; ƒ ß µ have one case only.
 

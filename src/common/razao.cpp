@@ -1,0 +1,94 @@
+#include "common/razao.h"
+
+#include <exception>
+#include <new>
+#include <utility>
+
+#include "common/nomes_arquivos.h"
+#include "platform/com/error_info.h"
+#include "platform/text/text.h"
+
+namespace kestor {
+
+namespace {
+
+class RazaoFrase final : public com::ErrorInfo {
+ public:
+  explicit RazaoFrase(std::string frase) : frase_(std::move(frase)) {}
+  std::string Sentence() const override { return frase_; }
+
+ private:
+  const std::string frase_;
+};
+
+class RazaoArquivo final : public com::ErrorInfo {
+ public:
+  RazaoArquivo(const char* operacao, const CFileException& falha) : operacao_(operacao), falha_(falha) {}
+
+  std::string Sentence() const override {
+    const auto numero = static_cast<DWORD>(falha_.m_lOsError);
+    const std::string nome = text::Presentable(text::ToUtf8(NomeDoArquivo(falha_.m_strFileName)));
+    return (nome.empty() ? "a file" : nome) + " cannot be " + operacao_ + ": " +
+           files::Explain(falha_.m_strFileName, numero) + " (error " + std::to_string(numero) + ")";
+  }
+
+ private:
+  const char* const operacao_;
+  const CFileException falha_;
+};
+
+class RazaoPasta final : public com::ErrorInfo {
+ public:
+  explicit RazaoPasta(std::string pasta) : pasta_(std::move(pasta)) {}
+
+  std::string Sentence() const override {
+    const DWORD falha = files::FolderError(pasta_.c_str());
+    return falha == ERROR_SUCCESS ? std::string() : files::Explain(pasta_, falha);
+  }
+
+ private:
+  const std::string pasta_;
+};
+
+template <typename Razao, typename... Argumentos>
+void Diz(Argumentos&&... argumentos) noexcept {
+  try {
+    ComPtr<IErrorInfo> razao;
+    com::CreateObject([&]() -> IUnknown& { return *new Razao(std::forward<Argumentos>(argumentos)...); },
+                      IID_IErrorInfo, razao.OutVoid());
+    SetErrorInfo(0, razao.Get());
+  } catch (const std::exception&) {
+    // Then without a reason.
+  }
+}
+
+}  // namespace
+
+void DizRazao(std::string frase) noexcept {
+  Diz<RazaoFrase>(std::move(frase));
+}
+
+void DizRazao(const char* operacao, const CFileException& falha) noexcept {
+  Diz<RazaoArquivo>(operacao, falha);
+}
+
+void DizRazaoSePastaFalta(const std::string& pasta) noexcept {
+  Diz<RazaoPasta>(pasta);
+}
+
+std::string RazaoDita() noexcept {
+  const ComPtr<IErrorInfo> dita = com::TakeOwnErrorInfo();
+  if (!dita) return {};
+  SetErrorInfo(0, dita.Get());
+  try {
+    return com::DescriptionOf(*dita);
+  } catch (const std::exception&) {
+    return {};
+  }
+}
+
+void EsqueceRazao() noexcept {
+  SetErrorInfo(0, nullptr);
+}
+
+}  // namespace kestor

@@ -1,0 +1,25 @@
+// Why a method answers as it does, in a sentence for people: the error information of the thread. English, UTF-8. It
+// costs a method nothing that has nothing to say, and one that fails no more than a copy of what it knows: the sentence
+// is made when somebody asks for it. The last one of a call counts. Nothing here throws; without memory there is no
+// sentence.
+#pragma once
+
+#include <string>
+
+#include "platform/files/files.h"
+
+namespace kestor {
+
+void DizRazao(std::string frase) noexcept;
+
+// A file operation has failed: "PATH cannot be OPERACAO: REASON (error NUMBER)", such as "written". A constant text.
+void DizRazao(const char* operacao, const CFileException& falha) noexcept;
+
+// Nothing was found in a folder; a reason where that is because the folder is missing or cannot be read.
+void DizRazaoSePastaFalta(const std::string& pasta) noexcept;
+
+// What has been said since the runtime, or EsqueceRazao, has cleared it; empty when nothing has.
+std::string RazaoDita() noexcept;
+void EsqueceRazao() noexcept;
+
+}  // namespace kestor

@@ -1,0 +1,33 @@
+#include "common/servidor.h"
+
+#include <exception>
+#include <utility>
+
+#include "common/razao.h"
+#include "common/texto_bstr.h"
+
+namespace kestor {
+
+void Servidor::Relata(Mudanca mudanca) noexcept {
+  if (silencios_ != 0) return;
+  try {
+    if (mudanca.razao.empty()) mudanca.razao = RazaoDita();
+    Anota(mudanca);
+  } catch (const std::exception&) {
+    // What has been done is done, told or not.
+  }
+}
+
+void Servidor::RelataModelo(const Mudanca& mudanca, BSTR nome) noexcept {
+  if (silencios_ != 0) return;
+  try {
+    const std::string modelo = TextoDeBstr(nome);
+    Mudanca propria = mudanca;
+    propria.modelo = modelo;
+    Relata(std::move(propria));
+  } catch (const std::exception&) {
+    // As above.
+  }
+}
+
+}  // namespace kestor
