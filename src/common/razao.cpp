@@ -25,14 +25,17 @@ class RazaoArquivo final : public com::ErrorInfo {
  public:
   RazaoArquivo(const char* operacao, const CFileException& falha) : operacao_(operacao), falha_(falha) {}
 
-  std::string Sentence() const override {
+  std::string Sentence() const override { return Frase(files::Care::thorough); }
+  std::string BriefSentence() const override { return Frase(files::Care::brief); }
+
+ private:
+  std::string Frase(files::Care cuidado) const {
     const auto numero = static_cast<DWORD>(falha_.m_lOsError);
     const std::string nome = text::Presentable(text::ToUtf8(NomeDoArquivo(falha_.m_strFileName)));
     return (nome.empty() ? "a file" : nome) + " cannot be " + operacao_ + ": " +
-           files::Explain(falha_.m_strFileName, numero) + " (error " + std::to_string(numero) + ")";
+           files::Explain(falha_.m_strFileName, numero, cuidado) + " (error " + std::to_string(numero) + ")";
   }
 
- private:
   const char* const operacao_;
   const CFileException falha_;
 };
@@ -81,7 +84,7 @@ std::string RazaoDita() noexcept {
   if (!dita) return {};
   SetErrorInfo(0, dita.Get());
   try {
-    return com::DescriptionOf(*dita);
+    return com::BriefDescriptionOf(*dita);
   } catch (const std::exception&) {
     return {};
   }

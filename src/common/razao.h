@@ -18,7 +18,8 @@ void DizRazao(const char* operacao, const CFileException& falha) noexcept;
 // Nothing was found in a folder; a reason where that is because the folder is missing or cannot be read.
 void DizRazaoSePastaFalta(const std::string& pasta) noexcept;
 
-// What has been said since the runtime, or EsqueceRazao, has cleared it; empty when nothing has.
+// What has been said since the runtime, or EsqueceRazao, has cleared it, as far as that is found out quickly: the server
+// does not keep others waiting for it. Empty when nothing has.
 std::string RazaoDita() noexcept;
 void EsqueceRazao() noexcept;
 

@@ -81,6 +81,11 @@ std::string DescriptionOf(IErrorInfo& information) {
   return text::Utf16ToUtf8({description, SysStringLen(description)});
 }
 
+std::string BriefDescriptionOf(IErrorInfo& information) {
+  const auto* own = dynamic_cast<const ErrorInfo*>(&information);
+  return own != nullptr ? own->BriefSentence() : DescriptionOf(information);
+}
+
 ComPtr<IErrorInfo> TakeOwnErrorInfo() {
   return std::move(own);
 }

@@ -18,10 +18,16 @@ class ErrorInfo : public CountedObject<IErrorInfo, IID_IErrorInfo> {
 
   // UTF-8. Made when somebody asks for it; a call that fails costs no more until then. Throws std::bad_alloc.
   virtual std::string Sentence() const = 0;
+
+  // The same without what takes long to find out.
+  virtual std::string BriefSentence() const { return Sentence(); }
 };
 
 // The sentence of any error information; empty when it has none.
 std::string DescriptionOf(IErrorInfo& information);
+
+// The same, brief where it is an ErrorInfo.
+std::string BriefDescriptionOf(IErrorInfo& information);
 
 // What was set for the calling thread in this process, and nothing of another process.
 ComPtr<IErrorInfo> TakeOwnErrorInfo();

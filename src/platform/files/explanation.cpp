@@ -349,7 +349,8 @@ bool StepInto(std::string name, Place* place) {
   return true;
 }
 
-Place Look(std::string_view text, const PathName& path) {
+// `spelled`: the name is that of the file, or there is none in any letter case.
+Place Look(std::string_view text, const PathName& path, bool spelled) {
   Place place;
   place.folder = path.base > 0 ? path.path.substr(0, path.base) : ".";
   std::string rest = path.HasName() ? path.path.substr(path.base) : std::string();
@@ -360,7 +361,7 @@ Place Look(std::string_view text, const PathName& path) {
     entered = StepInto(rest.substr(0, end), &place);
     rest.erase(0, end + 1);
   }
-  if (entered && !rest.empty()) Spell(place.folder, &rest);
+  if (entered && !rest.empty() && !spelled) Spell(place.folder, &rest);
   place.name = rest;
   place.path = rest.empty() ? place.folder : Below(place.folder, rest);
   if (!entered) return place;
@@ -507,7 +508,8 @@ std::string WhyWriteProtected(const Place& place) {
   return "the disk of " + Presentable(folder) + " is mounted read-only";
 }
 
-std::string WhyInUse(const Place& place) {
+std::string WhyInUse(const Place& place, Care care) {
+  if (care == Care::brief) return {};
   std::string holder = HolderOf(place.Target());
   const std::string hidden = HiddenPath(place);
   if (holder.empty() && !hidden.empty()) holder = HolderOf(hidden);
@@ -567,7 +569,7 @@ std::string WhyNoName(const Place& place) {
   return LinkTo(place.path) + ", which has a character that code page 1252 lacks";
 }
 
-std::string Why(DWORD osError, const Place& place, const PathName& path) {
+std::string Why(DWORD osError, const Place& place, const PathName& path, Care care) {
   switch (osError) {
     case ERROR_FILE_NOT_FOUND:
       return WhyMissing(place);
@@ -580,7 +582,7 @@ std::string Why(DWORD osError, const Place& place, const PathName& path) {
     case ERROR_WRITE_PROTECT:
       return WhyWriteProtected(place);
     case ERROR_SHARING_VIOLATION:
-      return WhyInUse(place);
+      return WhyInUse(place, care);
     case ERROR_HANDLE_DISK_FULL:
     case ERROR_DISK_FULL:
       return WhyFull(place);
@@ -597,7 +599,7 @@ std::string Why(DWORD osError, const Place& place, const PathName& path) {
 
 }  // namespace
 
-std::string Explain(const std::string& path, DWORD osError) {
+std::string Explain(const std::string& path, DWORD osError, Care care) {
   const std::string_view text = path.c_str();
   PathName name;
   std::string_view refused;
@@ -605,8 +607,9 @@ std::string Explain(const std::string& path, DWORD osError) {
   if (error != ERROR_SUCCESS) {
     return error == osError ? WhyRefused(error, text, refused) : Meaning(osError, FromDesktop(text));
   }
-  const Place place = Look(text, name);
-  std::string reason = Why(osError, place, name);
+  // What is missing has been looked for in every letter case; at most a link that leads nowhere has the name.
+  const Place place = Look(text, name, care == Care::brief && osError == ERROR_FILE_NOT_FOUND);
+  std::string reason = Why(osError, place, name, care);
   return reason.empty() ? Meaning(osError, Presentable(place.path)) : reason;
 }
 

@@ -211,7 +211,6 @@ std::intptr_t _findfirst(const char* pattern, _finddata_t* found);
 int _findnext(std::intptr_t handle, _finddata_t* found);  // 0, or -1 when there is no further match
 int _findclose(std::intptr_t handle);                     // 0
 
-
 // ---- Paths, for those who must hand a file to the host system -------------------------------------------------------
 
 namespace files {
@@ -226,8 +225,10 @@ DWORD HostPath(const char* path, std::string* host);
 // nothing there. Where nothing that it sees leads to the number, it says what the number means and no more. UTF-8, a
 // clause without a full stop, such as "/srv/reports/CT01Vendas.RXL belongs to maria with mode 0600, and the server,
 // which runs as joao, may not read it; maria or root can change that". Never empty. From any thread. Throws
-// std::bad_alloc.
-std::string Explain(const std::string& path, DWORD osError);
+// std::bad_alloc. `care`: a thorough explanation also looks through the open files of all processes for the one that has
+// the file in use, and through the folder for a link that leads nowhere, which takes some hundredths of a second.
+enum class Care { brief, thorough };
+std::string Explain(const std::string& path, DWORD osError, Care care = Care::thorough);
 
 // 0 when the names in a folder can be read now, or the platform's error number.
 DWORD FolderError(const char* path);
