@@ -151,7 +151,7 @@ void CConversorCodigos::Converte(std::string_view nome) {
 
   const std::string gravado = ChaveRelatorio(documento.nome);
   const bool deOutro = gravado != lido;
-  const bool substitui = deOutro && ModeloLido(Repositorio(), documento.nome);
+  const bool substitui = deOutro && (gravados_.contains(gravado) || ModeloLido(Repositorio(), documento.nome));
   const bool anotado = deOutro && gravados_.insert(gravado).second;
   const auto falhou = [&](std::string razao) {
     if (anotado) gravados_.erase(gravado);

@@ -141,13 +141,17 @@ void CConversorRel::ConverteModelo(std::string_view listado) {
   Relata(listado, fim.destino, std::move(fim.razao));
 }
 
-CConversorRel::Fim CConversorRel::Trata(const std::string& nome) const {
+CConversorRel::Fim CConversorRel::Trata(const std::string& nome) {
   if (nome.size() > kMaximoNome) {
     return {Destino::fica, "its name has more than " + std::to_string(kMaximoNome) + " characters"};
   }
   if (const auto gemeo = gemeos_.find(text::Upper(nome)); gemeo != gemeos_.end()) {
     const std::string arquivos = gemeo->second.empty() ? "of that name" : gemeo->second;
     return {Destino::fica, "the files " + arquivos + " differ in letter case alone: rename or remove one of them"};
+  }
+  const bool tratado = !tratados_.insert(text::Upper(nome)).second;
+  if (tratado || GetFileAttributesA(CaminhoRelGravado(prefixo_, nome).c_str()) == INVALID_FILE_ATTRIBUTES) {
+    return {Destino::fica, "its file has more in its name than \"" + text::Presentable(text::ToUtf8(nome)) + "\""};
   }
   const bool temDocumento = existentes_.contains(text::Upper(nome)) && HaDocumento(nome);
   Fim fim = temDocumento ? Fim{Destino::descartado, {}} : Converte(nome);

@@ -50,7 +50,7 @@ class CConversorRel final : public CConversorModelos {
 
   HRESULT CriaRepositorioRel();
   void AnotaGemeos(const std::vector<std::string_view>& nomes);
-  Fim Trata(const std::string& nome) const;
+  Fim Trata(const std::string& nome);
   Fim Converte(const std::string& nome) const;
   bool HaDocumento(const std::string& nome) const;
   bool ExportacaoInteira(const std::string& nome, const CConteudoRel& conteudo) const;
@@ -62,6 +62,7 @@ class CConversorRel final : public CConversorModelos {
   ComPtr<IZNPL_Rel> rel_;
   std::string prefixo_;                                  // of the paths of the first generation's files
   std::unordered_set<std::string> existentes_;           // upper case
+  std::unordered_set<std::string> tratados_;             // whose turn has been, upper case
   std::unordered_map<std::string, std::string> gemeos_;  // files that differ in letter case alone, by their name in it
 };
 

@@ -49,24 +49,27 @@ HRESULT ComRepositorio(BSTR modulo, BSTR componente, const Ensaio& ensaio) {
   }
 }
 
+HRESULT Migra(Servidor& servidor, IZNPL_Relatorio2& repositorio, const std::string& modulo,
+              const std::string& componente) {
+  CConversorRel conversor(repositorio, modulo, componente, servidor, CriaLegadoDeEnsaio, CConversorRel::Modo::ensaio);
+  for (const std::string& nome : NomesDosModelos(repositorio))
+    conversor.AdicionaNomeExistente(nome);
+  return conversor.Executa();
+}
+
 }  // namespace
 
 HRESULT EnsaiaMigracao(BSTR modulo, BSTR componente) {
-  return ComRepositorio(modulo, componente,
-                        [](Servidor& servidor, IZNPL_Relatorio2& repositorio, const std::string& nomeModulo,
-                           const std::string& nomeComponente) {
-                          CConversorRel conversor(repositorio, nomeModulo, nomeComponente, servidor, CriaLegadoDeEnsaio,
-                                                  CConversorRel::Modo::ensaio);
-                          for (const std::string& nome : NomesDosModelos(repositorio))
-                            conversor.AdicionaNomeExistente(nome);
-                          return conversor.Executa();
-                        });
+  return ComRepositorio(modulo, componente, Migra);
 }
 
 HRESULT EnsaiaRenumeracao(BSTR modulo, BSTR componente, LONG quantidade, REL_CODIGO_CAMPOS_ALTERADOS* pares) {
   return ComRepositorio(modulo, componente,
                         [=](Servidor& servidor, IZNPL_Relatorio2& repositorio, const std::string& nomeModulo,
                             const std::string& nomeComponente) {
+                          // The call initialises a store, which migrates.
+                          const HRESULT migracao = Migra(servidor, repositorio, nomeModulo, nomeComponente);
+                          if (FAILED(migracao)) return migracao;
                           CConversorCodigos conversor(servidor, repositorio, nomeModulo, nomeComponente, quantidade,
                                                       pares);
                           conversor.RelataCodigosSemCampo();

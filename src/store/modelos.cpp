@@ -75,6 +75,16 @@ bool CRepositorioRel2::DemonstracaoExcluida(const std::string& nome) {
   return false;
 }
 
+// What Grava would answer, as far as can be seen without writing.
+HRESULT CRepositorioRel2::EnsaiaGravacao(const std::string& caminho, bool deveSerNovo) {
+  const bool existe = GetFileAttributesA(caminho.c_str()) != INVALID_FILE_ATTRIBUTES;
+  if (deveSerNovo && ArquivoExiste(caminho)) return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
+  const DWORD falha = deveSerNovo && existe ? DWORD{ERROR_FILE_EXISTS} : files::ReplacementError(caminho.c_str());
+  if (falha == ERROR_SUCCESS) return S_OK;
+  DizRazao("written", CFileException::FromOsError(falha, caminho));
+  return ErrorForm(KESTOR_PROBLEMAS_AO_GRAVAR);
+}
+
 HRESULT CRepositorioRel2::Grava(BSTR bsRelatorio, USHORT nVersao, unsigned char flagGravacao, LONG nTamanho,
                                 unsigned char* lpRelatorio) {
   Mudanca mudanca = MudancaDe("Grava");
@@ -96,10 +106,7 @@ HRESULT CRepositorioRel2::GravaModelo2(BSTR bsRelatorio, USHORT nVersao, unsigne
     if (deveSerNovo && ArquivoExiste(caminho)) return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
     if (DemonstracaoExcluida(nome)) return NoticeForm(KESTOR_MODELO_DEMO_COM_MESMO_NOME_EXCLUIDO);
   }
-  if (modo_ == Modo::ensaio) {
-    const bool existe = GetFileAttributesA(caminho.c_str()) != INVALID_FILE_ATTRIBUTES;
-    return deveSerNovo && existe ? NoticeForm(KESTOR_ARQUIVO_JA_EXISTE) : S_OK;
-  }
+  if (modo_ == Modo::ensaio) return EnsaiaGravacao(caminho, deveSerNovo);
   // Content and letter case of the name change together or not at all: a client that is told of a failure finds the old
   // model under its old name.
   const UINT modos = files::nameAsGiven | (deveSerNovo ? files::mustBeNew : 0);

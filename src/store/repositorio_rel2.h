@@ -82,6 +82,7 @@ class CRepositorioRel2 final : public ObjetoContado<IZNPL_Relatorio2, IID_IZNPL_
   Mudanca MudancaDe(const char* metodo) const;
   HRESULT GravaModelo2(BSTR bsRelatorio, USHORT nVersao, unsigned char flagGravacao, LONG nTamanho,
                        unsigned char* lpRelatorio);
+  static HRESULT EnsaiaGravacao(const std::string& caminho, bool deveSerNovo);
   HRESULT ExcluiModelo(BSTR nome, char bModeloDemo, char* result);
   HRESULT GravaPadrao(BSTR bsRelatorio);
   HRESULT Migra();

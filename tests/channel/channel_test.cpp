@@ -17,13 +17,14 @@ using channel::Connection;
 
 constexpr std::array<char, 16> kAnyInterface{};
 
-// Slot 3 echoes its argument bytes; slot 4 answers with as many bytes as it is told to; slot 6 tells as many notes as
-// it is told to; others run out of memory.
+// Slot 3 echoes its argument bytes; slot 4 answers with as many bytes as it is told to; slots 6 and 7 tell as many
+// notes as they are told to, slot 7 of a megabyte each; others run out of memory.
 class EchoSession final : public channel::Session {
  public:
   HRESULT Call(channel::Caller& caller, std::uint16_t slot, channel::Decoder& arguments,
                channel::Encoder& out) override {
-    if (slot != 3 && slot != 4 && slot != 6) throw std::bad_alloc();
+    static const std::string megabyte(1 << 20, 'm');
+    if (slot != 3 && slot != 4 && slot != 6 && slot != 7) throw std::bad_alloc();
     EXPECT_EQ(caller.Process(), getpid());
     EXPECT_EQ(caller.User(), geteuid());
     const auto count = slot == 3 ? static_cast<std::uint32_t>(arguments.Left()) : arguments.U32();
@@ -31,6 +32,8 @@ class EchoSession final : public channel::Session {
     if (slot == 4) std::memset(out.Space(count), 'x', count);
     for (std::uint32_t i = 1; slot == 6 && i <= count; ++i)
       caller.Tell({2, i, count, "name", "why", {}, {}});
+    for (std::uint32_t i = 1; slot == 7 && i <= count; ++i)
+      caller.Tell({2, i, count, "", "", megabyte, {}});
     reason_ = slot == 4 ? std::string(count, 'y') : "slot " + std::to_string(slot);
     return 1;
   }
@@ -106,7 +109,12 @@ Connection::Outcome AskStatus(const std::string& said, uid_t user = geteuid(), F
   auto asked = std::async(std::launch::async, [&path, opening] {
     std::unique_ptr<Connection> connection;
     channel::Decoder answer;
-    return Connection::Open(path, geteuid(), {opening, nullptr, 0}, 30, &connection, &answer);
+    struct Receiver final : channel::NoteReceiver {
+      void Receive(const channel::Note& /*note*/) override {}
+    } receiver;
+    return Connection::Open(path, geteuid(),
+                            {opening, nullptr, 0, opening == FrameType::rehearse ? &receiver : nullptr}, 30,
+                            &connection, &answer);
   });
   const RawPeer client(platform::Descriptor(accept(listening.Number(), nullptr, nullptr)));
   client.Send(said);
@@ -135,6 +143,7 @@ TEST_F(ServerTest, CallsOfAllSizesComeBackWhole) {
   EXPECT_EQ(Call(*ordinary_, 5, "").first, E_OUTOFMEMORY);
   EXPECT_EQ(Call(*ordinary_, 4, Number(channel::kMaxPayloadBytes, 4)).first, E_OUTOFMEMORY) << "no frame carries it";
   EXPECT_EQ(Call(*ordinary_, 3, std::string(channel::kMaxPayloadBytes + 1, 'x')).first, E_INVALIDARG);
+  EXPECT_EQ(ordinary_->AskReason(), "") << "of a call that the server has not seen";
   EXPECT_TRUE(Echoes(*ordinary_, "and goes on"));
 }
 
@@ -230,6 +239,30 @@ TEST_F(ServerTest, HoarderGoesAndOthersStay) {
   EXPECT_TRUE(Echoes(*Open(), "let in"));
 }
 
+// What is told to a peer that does not read waits for it up to a limit, and holds up nothing.
+TEST_F(ServerTest, NotesThatNobodyReadsAreLimited) {
+  const RawPeer deaf(path_);
+  constexpr std::uint32_t kMegabytes = 300;
+  deaf.Send(kOpening + kFollow + Frame(FrameType::call, 7, Number(kMegabytes, 4)));
+  EXPECT_TRUE(support::WaitUntil([&] { return !deaf.Send(kFollow); })) << "cut off";
+  EXPECT_TRUE(Echoes(*ordinary_, "the others are served"));
+  std::size_t received = 0;
+  for (std::string some; !(some = deaf.Receive(1 << 20)).empty();)
+    received += some.size();
+  EXPECT_LT(received, std::size_t{2} << 20) << "what the socket held, and no answer after half a frame";
+}
+
+TEST(Notes, ContentsThatNoFrameCarriesAreLeftOut) {
+  channel::Encoder frames;
+  AppendNote({4, 1, 1, "name", "why", "before", {"", channel::kMaxPayloadBytes}}, &frames);
+  channel::Decoder payload(frames.Frames().Data() + channel::kHeadBytes, frames.Frames().Size() - channel::kHeadBytes);
+  channel::Note note{};
+  EXPECT_TRUE(channel::TakeNote(payload, &note));
+  EXPECT_EQ(note.reason, "why");
+  EXPECT_EQ(note.before, "");
+  EXPECT_EQ(note.after, "");
+}
+
 TEST_F(ServerTest, WithdrawalFreesWaitingClients) {
   const RawPeer waiting(path_);
   waiting.Send(kHello);
@@ -275,6 +308,9 @@ TEST(Client, MisbehavingServers) {
   for (const auto& [said, outcome] : cases)
     EXPECT_EQ(AskStatus(said), outcome) << testing::PrintToString(said);
   EXPECT_EQ(AskStatus(kOldHello, geteuid(), FrameType::rehearse), Outcome::otherVersion) << "nothing is sent to it";
+  const std::string told = kHello + Notes(1);
+  EXPECT_EQ(AskStatus(kHello, geteuid(), FrameType::rehearse), Outcome::nobody);
+  EXPECT_EQ(AskStatus(told, geteuid(), FrameType::rehearse), Outcome::lost) << "it must not be told once more";
 }
 
 // What a client makes of the answer to a call that it follows, and of the answer to its asking why.

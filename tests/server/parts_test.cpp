@@ -1,10 +1,14 @@
 // What the server process is made of: its command line, its class objects, and what decides when it ends.
 #include <gmock/gmock.h>
+#include <map>
 
 #include "contract/interfaces.h"
 #include "server/fabrica_classe.h"
 #include "server/linha_comando.h"
 #include "server/monitor_encerramento.h"
+#include "store/repositorio_rel2.h"
+#include "support/installation.h"
+#include "support/system_calls.h"
 
 namespace {
 
@@ -35,6 +39,32 @@ TEST(ClassObject, ChecksBeforeTheClassIsAskedAndCountsLocks) {
     factory->LockServer(locks);
     EXPECT_EQ(module.Travas(), locks);
   }
+}
+
+// By name, what the system is called for while a store of a module with that journal overwrites a model.
+std::map<std::string, int> CallsOfGrava(journal::Writer* journal) {
+  kestor::CModuloServidor module({}, 0, journal);
+  ComPtr<IZNPL_Relatorio2> store;
+  EXPECT_EQ(kestor::CRepositorioRel2::Cria<kestor::CRepositorioRel2>(IID_IZNPL_Relatorio2, store.OutVoid(), module),
+            S_OK);
+  EXPECT_EQ(store->Inicializa(support::Text(u"CT"), support::Text(u"01")), S_OK);
+  EXPECT_EQ(support::WriteModel(*store, u"Modelo", "the first call opens the journal"), S_OK);
+  std::map<std::string, int> calls;
+  const support::SystemCalls seen([&calls](const host::SystemCall& call) {
+    ++calls[call.name];
+    return host::Fate{};
+  });
+  EXPECT_EQ(support::WriteModel(*store, u"Modelo", "content"), S_OK);
+  return calls;
+}
+
+TEST(Journal, CostsAGravaOneWriteAndNoFlush) {
+  const support::Installation installation;
+  std::map<std::string, int> expected = CallsOfGrava(nullptr);
+  ++expected["write"];
+  ++expected["statx"];  // whether the journal is still the file of its name
+  journal::Writer journal(platform::Home::Current());
+  EXPECT_EQ(CallsOfGrava(&journal), expected);
 }
 
 TEST(ShutdownMonitor, WhatHappensMeanwhileStartsTheWaitAnew) {

@@ -4,9 +4,12 @@
 
 #include <atomic>
 #include <deque>
+#include <gmock/gmock.h>
+#include <thread>
 
 #include "channel/server_thread.h"
 #include "marshal/marshal.h"
+#include "platform/com/error_info.h"
 #include "server/entrada.h"
 #include "store/repositorio_rel2.h"
 #include "support/elsewhere.h"
@@ -63,6 +66,48 @@ TEST_F(RunningServer, IdleConnectionsHoldUpNoClient) {
   EXPECT_TRUE(OpenStore());
   crowd.Kill();
   EXPECT_TRUE(WaitUntil([&] { return descriptors() < 50; }));
+}
+
+// What the error information of this thread says.
+std::string Why() {
+  ComPtr<IErrorInfo> information;
+  return GetErrorInfo(0, information.Out()) == S_OK ? com::DescriptionOf(*information) : std::string();
+}
+
+TEST_F(RunningServer, SaysWhyOfTheLastCallToItsThreadOnce) {
+  ComPtr<IZNPL_Relatorio2> other = OpenStore();
+  ASSERT_TRUE(other);
+  const auto fails = [](IZNPL_Relatorio2& store) { EXPECT_EQ(ReadModel(store, u"None"), kNoModel); };
+  const auto onAnotherThread = [](const auto& operation) { std::thread(operation).join(); };
+  fails(*store_);
+  onAnotherThread([&] {
+    EXPECT_EQ(Why(), "") << "it has made no call";
+    fails(*other);
+  });
+  EXPECT_THAT(Why(), testing::StartsWith("CT01None.RXL cannot be read: "));
+  EXPECT_EQ(Why(), "") << "taken";
+
+  const auto lost = [&](const char* how, const auto& operation) {
+    fails(*store_);
+    operation();
+    EXPECT_EQ(Why(), "") << how;
+  };
+  lost("a call that succeeds", [&] { EXPECT_EQ(support::WriteModel(*other, u"Model", "m"), S_OK); });
+  lost("a call on the object by another thread", [&] { onAnotherThread([&] { fails(*store_); }); });
+  lost("a creation that fails", [] {
+    ComPtr<IUnknown> none;
+    EXPECT_EQ(CoCreateInstance(CLSID_ZNPL_Relatorio2, nullptr, CLSCTX_LOCAL_SERVER, IID_IZNPL_Rel, none.OutVoid()),
+              E_NOINTERFACE);
+  });
+  lost("a call that no frame can carry", [&] {
+    std::string huge(channel::kMaxPayloadBytes, 'x');
+    EXPECT_EQ(support::WriteModel(*store_, u"Model", std::move(huge)), E_INVALIDARG);
+  });
+  fails(*other);
+  other.Reset();
+  EXPECT_EQ(Why(), "") << "its object is gone";
+  fails(*store_);
+  EXPECT_NE(Why(), "");
 }
 
 TEST_F(RunningServer, ClientsAreToldOfItsDeath) {

@@ -158,7 +158,7 @@ struct Note {
   std::string_view after;
 };
 
-// Throws std::bad_alloc.
+// Where the two contents are too long for a frame, both are left out. Throws std::bad_alloc.
 void AppendNote(const Note& note, Encoder* frames);
 
 // False when the payload is no Note. The texts lie in the payload.
@@ -185,7 +185,7 @@ class Connection {
     ok,
     nobody,       // no server listens there, or it went away before it answered the opening
     busy,         // a server listens, but gave no answer in the time that there was
-    lost,         // the server went away in an exchange
+    lost,         // the server went away in an exchange, or in a rehearsal of which it had told something
     full,         // the server has as many connections as it can have
     denied,       // the socket is another user's
     otherVersion  // the peer speaks another version of the protocol
@@ -214,7 +214,7 @@ class Connection {
   Encoder& BeginCall(std::uint16_t slot, NoteReceiver* receiver = nullptr);
 
   // Sends the request and waits for its result: the method's, with `*out` at the out-arguments after it (valid until
-  // the next BeginCall), or one of the transport's own.
+  // the next BeginCall or AskReason), or one of the transport's own.
   HRESULT Exchange(Decoder* out);
 
   // Why the last call ended as it did: UTF-8, empty when the server has nothing to say or does not know of reasons.
@@ -231,6 +231,8 @@ class Connection {
 
   const platform::Descriptor descriptor_;
   bool broken_ = false;
+  bool hasNotes_ = false;             // some came
+  bool hasResult_ = false;            // the server has answered the last call
   bool knowsReasons_ = false;         // the server
   NoteReceiver* receiver_ = nullptr;  // of the call that is being made
   Encoder request_;
@@ -246,7 +248,8 @@ class Caller {
   virtual uid_t User() const = 0;
   virtual pid_t Process() const = 0;
 
-  // Tells the peer at once, without waiting for it, if it follows the call. Throws nothing.
+  // Tells the peer at once, without waiting for it, if it follows the call. A peer that lets too much of it pile up
+  // loses its connection. Throws nothing.
   virtual void Tell(const Note& note) = 0;
 
  protected:
@@ -339,6 +342,8 @@ class Server final : public platform::MessageSource {
   void ServeCall(Peer& peer, std::uint16_t slot, Decoder arguments);
   void ServeReason(Peer& peer);
   void Tell(Peer& peer, const Note& note);
+  static bool SendNow(const Peer& peer, const std::byte* bytes, std::size_t count, std::size_t* sent);
+  static bool SendWaiting(Peer& peer);
   void Refuse(Peer& peer, HRESULT result, std::string_view reason);
   void Answer(Peer& peer);
   void Flush(Peer& peer);

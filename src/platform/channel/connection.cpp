@@ -88,7 +88,7 @@ Connection::Outcome Connection::Open(const std::string& socketPath, uid_t user, 
       own.AppendOpening(opening);
       own.Send(own.request_.Frames());
     }
-    if (!own.ReceiveAnswer(opening.receiver, &head, answer)) return silence();
+    if (!own.ReceiveAnswer(opening.receiver, &head, answer)) return own.hasNotes_ ? Outcome::lost : silence();
   }
   if (head.type == FrameType::refusal) {
     const auto result = static_cast<HRESULT>(answer->U32());
@@ -122,6 +122,7 @@ Encoder& Connection::BeginCall(std::uint16_t slot, NoteReceiver* receiver) {
 
 HRESULT Connection::Exchange(Decoder* out) {
   *out = Decoder();
+  hasResult_ = false;
   if (request_.PayloadBytes() > kMaxPayloadBytes) return E_INVALIDARG;
   request_.EndFrame();
   if (broken_ || !Send(request_.Frames())) {
@@ -144,11 +145,12 @@ HRESULT Connection::Exchange(Decoder* out) {
     broken_ = true;
     return out->Ok() && FAILED(result) ? result : rpc::kCallFailed;
   }
-  return out->Ok() ? result : rpc::kBadStubData;
+  hasResult_ = out->Ok();
+  return hasResult_ ? result : rpc::kBadStubData;
 }
 
 std::string Connection::AskReason() {
-  if (broken_ || !knowsReasons_) return {};
+  if (broken_ || !hasResult_ || !knowsReasons_) return {};
   request_.Clear();
   AppendEmptyFrame(FrameType::reason, &request_);
   StartReceiving();
@@ -176,6 +178,7 @@ bool Connection::ReceiveAnswer(NoteReceiver* receiver, FrameHead* head, Decoder*
       errno = EPROTO;
       return false;
     }
+    hasNotes_ = true;
     receiver->Receive(note);
     // Notes of a long call do not pile up.
     received_.DropFront(consumed_);

@@ -154,8 +154,10 @@ void AppendNote(const Note& note, Encoder* frames) {
   frames->U32(note.total);
   AppendText(note.name, frames);
   AppendText(note.reason, frames);
-  AppendText(note.before, frames);
-  frames->Bytes(note.after.data(), note.after.size());
+  const bool fits =
+      frames->PayloadBytes() + sizeof(std::uint32_t) + note.before.size() + note.after.size() <= kMaxPayloadBytes;
+  AppendText(fits ? note.before : std::string_view(), frames);
+  if (fits) frames->Bytes(note.after.data(), note.after.size());
   frames->EndFrame();
 }
 

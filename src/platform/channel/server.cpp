@@ -36,6 +36,10 @@ constexpr int kRetryMilliseconds = 100;
 constexpr LPARAM kInReceived = 0;
 constexpr LPARAM kInPeer = 1;
 
+// The bytes of notes that may wait for one peer. They count only after the call, when peers are held to kHeldBytes: a
+// peer must not go while its call is served.
+constexpr std::size_t kWaitingNoteBytes = 256u << 20;
+
 // How often the names of the sockets are looked at.
 constexpr int kNamesMilliseconds = 2000;
 
@@ -77,6 +81,14 @@ ucred CredentialsOf(int descriptor) {
   ucred credentials{};
   PeerCredentials(descriptor, &credentials);
   return credentials;
+}
+
+// How many bytes of a text fit into `most`, with no half of a character at the end.
+std::size_t LengthOfWholeCharacters(std::string_view utf8, std::size_t most) {
+  if (utf8.size() <= most) return utf8.size();
+  while (most != 0 && (static_cast<unsigned char>(utf8[most]) & 0xC0u) == 0x80)
+    --most;
+  return most;
 }
 
 // Room for the next reading that grows with what has arrived, but not far beyond the frame that is promised.
@@ -422,8 +434,10 @@ void Server::SkipCall(Peer& peer) {
   if (peer.toSkip == 0) TellLackOfMemory(peer, peer.skipped);
 }
 
-// The answer that takes no memory.
+// The answer that takes no memory. It is that of a call: nobody follows it any more, and nothing is to be said of it.
 void Server::TellLackOfMemory(Peer& peer, std::uint16_t slot) {
+  peer.follows = false;
+  peer.hasReason = false;
   std::array<std::byte, kHeadBytes + sizeof(std::uint32_t)> frame{};
   WriteHead({sizeof(std::uint32_t), FrameType::result, slot}, frame.data());
   constexpr auto kResult = static_cast<std::uint32_t>(E_OUTOFMEMORY);
@@ -577,30 +591,62 @@ void Server::ServeCall(Peer& peer, std::uint16_t slot, Decoder arguments) {
 }
 
 void Server::ServeReason(Peer& peer) {
-  const std::string reason = peer.hasReason ? peer.session->Reason() : std::string();
+  std::string reason;
+  if (peer.hasReason) {
+    ResultOf([&] {
+      reason = peer.session->Reason();
+      return S_OK;
+    });
+  }
   answer_.BeginFrame(FrameType::reason);
-  answer_.Bytes(reason.data(), std::min(reason.size(), kMaxReasonBytes));
+  answer_.Bytes(reason.data(), LengthOfWholeCharacters(reason, kMaxReasonBytes));
   answer_.EndFrame();
 }
 
-// While a call is served, nothing else waits to be sent to its peer: what the socket does not take now is the beginning
-// of what the answer is appended to.
+// While a call is served, nothing but its notes waits to be sent to its peer: what the socket does not take now goes in
+// front of the next one, or of the answer.
 void Server::Tell(Peer& peer, const Note& note) {
   try {
     note_.Clear();
     AppendNote(note, &note_);
     const Buffer& frame = note_.Frames();
     std::size_t sent = 0;
-    if (peer.output.Size() == 0) {
-      const ssize_t taken = send(peer.descriptor.Number(), frame.Data(), frame.Size(), MSG_NOSIGNAL);
-      if (taken > 0) sent = static_cast<std::size_t>(taken);
+    bool isThere = SendWaiting(peer);
+    if (isThere && peer.output.Size() == 0) isThere = SendNow(peer, frame.Data(), frame.Size(), &sent);
+    if (isThere && peer.output.Size() - peer.sent + frame.Size() - sent <= kWaitingNoteBytes) {
+      if (peer.sent > peer.output.Size() / 2) peer.output.DropFront(std::exchange(peer.sent, 0));
+      peer.output.Append(frame.Data() + sent, frame.Size() - sent);
+      return;
     }
-    peer.output.Append(frame.Data() + sent, frame.Size() - sent);
   } catch (const std::bad_alloc&) {
-    // A frame may be there in part: the peer must not take the answer for the rest of it.
-    shutdown(peer.descriptor.Number(), SHUT_RDWR);
-    peer.follows = false;
+    // As when too much waits.
   }
+  // A frame may be there in part: the peer must not take the answer for the rest of it.
+  shutdown(peer.descriptor.Number(), SHUT_RDWR);
+  peer.output.Release();
+  peer.sent = 0;
+  peer.follows = false;
+}
+
+// Sends what the socket takes at once. False when the peer is gone.
+bool Server::SendNow(const Peer& peer, const std::byte* bytes, std::size_t count, std::size_t* sent) {
+  const ssize_t taken = send(peer.descriptor.Number(), bytes, count, MSG_NOSIGNAL);
+  *sent = taken < 0 ? 0 : static_cast<std::size_t>(taken);
+  return taken >= 0 || errno == EAGAIN || errno == EINTR;
+}
+
+// Sends of the waiting output what the socket takes at once. False when the peer is gone.
+bool Server::SendWaiting(Peer& peer) {
+  const std::size_t left = peer.output.Size() - peer.sent;
+  if (left == 0) return true;
+  std::size_t sent = 0;
+  if (!SendNow(peer, peer.output.Data() + peer.sent, left, &sent)) return false;
+  peer.sent += sent;
+  if (sent == left) {
+    peer.output.Release();
+    peer.sent = 0;
+  }
+  return true;
 }
 
 void Server::Refuse(Peer& peer, HRESULT result, std::string_view reason) {
@@ -617,40 +663,32 @@ void Server::Answer(Peer& peer) {
     if (Hold(peer)) WatchFor(peer.descriptor.Number(), EPOLLOUT, peer.key);
     return;
   }
-  ssize_t sent = send(peer.descriptor.Number(), frames.Data(), frames.Size(), MSG_NOSIGNAL);
-  if (sent < 0) {
-    if (errno != EAGAIN && errno != EINTR) {
-      Drop(peer.key);
-      return;
-    }
-    sent = 0;
+  std::size_t sent = 0;
+  if (!SendNow(peer, frames.Data(), frames.Size(), &sent)) {
+    Drop(peer.key);
+    return;
   }
-  if (static_cast<std::size_t>(sent) == frames.Size()) {
+  if (sent == frames.Size()) {
     if (peer.leaving) Drop(peer.key);
     return;
   }
   // Handed over as it is: copying would take memory, and the call is done.
   peer.output = std::move(frames);
-  peer.sent = static_cast<std::size_t>(sent);
+  peer.sent = sent;
   if (!Hold(peer)) return;
   WatchFor(peer.descriptor.Number(), EPOLLOUT, peer.key);
 }
 
 void Server::Flush(Peer& peer) {
-  const ssize_t sent =
-      send(peer.descriptor.Number(), peer.output.Data() + peer.sent, peer.output.Size() - peer.sent, MSG_NOSIGNAL);
-  if (sent < 0) {
-    if (errno != EAGAIN && errno != EINTR) Drop(peer.key);
+  if (!SendWaiting(peer)) {
+    Drop(peer.key);
     return;
   }
-  peer.sent += static_cast<std::size_t>(sent);
-  if (peer.sent < peer.output.Size()) return;
+  if (peer.output.Size() != 0) return;
   if (peer.leaving) {
     Drop(peer.key);
     return;
   }
-  peer.output.Release();
-  peer.sent = 0;
   WatchFor(peer.descriptor.Number(), EPOLLIN, peer.key);
   QueueNextFrame(peer);
 }

@@ -169,6 +169,7 @@ HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID 
   *object = nullptr;
   if (const ComPtr<IClassFactory> own = com::FindClassObject(clsid)) return own->CreateInstance(outer, iid, object);
   if ((context & CLSCTX_LOCAL_SERVER) == 0) return REGDB_E_CLASSNOTREG;
+  com::ForgetCall();
   if (outer != nullptr) return CLASS_E_NOAGGREGATION;
   com::Marshaler marshaler{};
   if (!com::FindMarshaler(iid, &marshaler)) return E_NOINTERFACE;
@@ -184,6 +185,7 @@ HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID 
 }
 
 HRESULT com::Rehearse(REFCLSID clsid, const void* arguments, std::size_t bytes, channel::NoteReceiver* receiver) {
+  com::ForgetCall();
   try {
     std::unique_ptr<Connection> connection;
     return Activation(clsid, {channel::FrameType::rehearse, arguments, bytes, receiver}).Run(&connection);

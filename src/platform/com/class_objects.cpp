@@ -18,9 +18,13 @@ namespace {
 // The client whose call the calling thread serves.
 thread_local channel::Caller* servedClient = nullptr;
 
+// Serves one call, of which nothing has been said yet.
 class Serving {
  public:
-  explicit Serving(channel::Caller& caller) { servedClient = &caller; }
+  explicit Serving(channel::Caller& caller) {
+    servedClient = &caller;
+    SetErrorInfo(0, nullptr);
+  }
   ~Serving() { servedClient = nullptr; }
   Serving(const Serving&) = delete;
   Serving& operator=(const Serving&) = delete;
@@ -34,7 +38,6 @@ class StubSession final : public channel::Session {
   HRESULT Call(channel::Caller& caller, std::uint16_t slot, channel::Decoder& arguments,
                channel::Encoder& out) override {
     const Serving serving(caller);
-    SetErrorInfo(0, nullptr);
     const HRESULT result = stub_->Invoke(slot, arguments, out);
     reason_ = com::TakeOwnErrorInfo();
     return result;

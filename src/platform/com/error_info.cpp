@@ -68,8 +68,12 @@ HRESULT ErrorInfo::GetHelpContext(DWORD* context) {
   return S_OK;
 }
 
-void RememberCall(const std::shared_ptr<Line>& line) {
+void ForgetCall() {
   own.Reset();
+  lastLine.reset();
+}
+
+void RememberCall(const std::shared_ptr<Line>& line) {
   lastLine = line;
   lastCall = line->calls;
 }

@@ -31,6 +31,9 @@ struct Line {
 // From now on GetErrorInfo of the calling thread is that of the line's last call, which the caller holds.
 void RememberCall(const std::shared_ptr<Line>& line);
 
+// A call begins of which nothing is known yet: GetErrorInfo of the calling thread must not give that of an earlier one.
+void ForgetCall();
+
 // The client's half of one object in another process. A proxy owns it; when it goes, the object is released.
 class RemoteObject {
  public:
@@ -42,7 +45,9 @@ class RemoteObject {
   class Call {
    public:
     Call(RemoteObject& object, std::uint16_t slot)
-        : line_(object.line_), hold_(line_->mutex), in_(line_->connection->BeginCall(slot, Follower())) {}
+        : line_(object.line_), hold_(line_->mutex), in_(line_->connection->BeginCall(slot, Follower())) {
+      ForgetCall();
+    }
 
     channel::Encoder& In() { return in_; }
     HRESULT Send() {

@@ -35,6 +35,18 @@ DWORD files::FolderError(const char* path) {
   return error == ENOENT || error == ENOTDIR ? DWORD{ERROR_PATH_NOT_FOUND} : platform::OsError(error);
 }
 
+DWORD files::ReplacementError(const char* path) {
+  PathName translated;
+  if (const DWORD error = TranslatePath(TextOf(path), &translated); error != ERROR_SUCCESS) return error;
+  const std::string host = SpellAsOnDisk(translated);
+  const int error = host::MayUse(host.substr(0, host.rfind('/') + 1), W_OK | X_OK);
+  if (error == ENOENT || error == ENOTDIR) return ERROR_PATH_NOT_FOUND;
+  if (error != 0) return platform::OsError(error);
+  struct stat status = {};
+  const bool isThere = StatusOf(translated, &status) == ERROR_SUCCESS;
+  return isThere && (S_ISDIR(status.st_mode) || host::IsReadOnly(status)) ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
+}
+
 DWORD files::HostPath(const char* path, std::string* host) {
   PathName translated;
   if (const DWORD error = TranslatePath(TextOf(path), &translated); error != ERROR_SUCCESS) return error;

@@ -233,6 +233,10 @@ std::string Explain(const std::string& path, DWORD osError, Care care = Care::th
 // 0 when the names in a folder can be read now, or the platform's error number.
 DWORD FolderError(const char* path);
 
+// What rights and names say of making a file of that path, or of replacing it, now: 0, or the platform's error number
+// with which it would fail. It may fail for other reasons all the same, such as a full disk. Changes nothing.
+DWORD ReplacementError(const char* path);
+
 // The drive or share with which a path starts ("D:", "\\HOST\SHARE") and where the home maps it: a folder, or a link to
 // one, that need not exist. False for a path that starts with neither.
 bool MappingOf(std::string_view path, std::string* name, std::string* folder);
