@@ -165,8 +165,8 @@ CConversorRel::Fim CConversorRel::Trata(const std::string& nome) {
 
 CConversorRel::Fim CConversorRel::Converte(const std::string& nome) const {
   const auto fica = [](const std::string& frase) {
-    std::string dita = RazaoDita();
-    return Fim{Destino::fica, dita.empty() ? frase : std::move(dita)};
+    const std::string dita = RazaoDita();
+    return Fim{Destino::fica, dita.empty() ? frase : dita};
   };
   CConteudoRel conteudo;
   conteudo.DefineRepositorio(*rel_);
