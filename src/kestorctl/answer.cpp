@@ -72,10 +72,19 @@ int Answer::Status() const {
   return result == S_OK && !incomplete ? kDone : kNotice;
 }
 
+void Answer::AddNote(const std::string& sentence) {
+  if (!note.empty() && !sentence.empty()) note += "; ";
+  note += sentence;
+}
+
 void TellNames(const std::vector<std::string>& names, Answer& answer) {
   answer.data["names"] = names;
   for (const std::string& name : names)
     answer.output += name + '\n';
+}
+
+void TellSoFar(Answer& answer) {
+  if (!answer.json && host::WriteAll(STDOUT_FILENO, answer.output) == 0) answer.output.clear();
 }
 
 int Deliver(const Answer& answer) {

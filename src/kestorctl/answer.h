@@ -28,10 +28,14 @@ struct Answer {
   nlohmann::ordered_json data = nlohmann::ordered_json::object();  // the members of the document besides the result
 
   int Status() const;
+  void AddNote(const std::string& sentence);  // empty: none
 };
 
 // Names of models: one a line, and "names".
 void TellNames(const std::vector<std::string>& names, Answer& answer);
+
+// Writes what `output` holds by now, for a command that goes on for long. Deliver tells it when that fails.
+void TellSoFar(Answer& answer);
 
 // Writes standard output, then the lines for standard error. The process's exit status: that of the answer, or kFailed
 // when standard output does not take it whole.

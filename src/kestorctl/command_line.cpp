@@ -37,6 +37,7 @@ With --json standard output is one document, also when the command fails:
   "name", "meaning"   what the server's result is called and means, "detail" what else is known, unless it is 0
   "error"             what failed before the server was asked (result 0x80070057 for wrong usage)
   "note"              what else there is to know, also when all is done
+  "migrated"          how many first-generation models became report documents on the way, unless none did
 and beside them what the command tells; see the help of each command.)";
 
 struct Globals {

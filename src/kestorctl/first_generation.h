@@ -7,23 +7,19 @@
 
 namespace kestorctl {
 
-// A module and a component; UTF-8.
+// A module and a component with a field catalogue. UTF-8, but for `codes`.
 struct CodePair {
   std::string module;
   std::string component;
-  std::size_t models = 0;  // of the first generation, by the names of their files
+  std::string codes;       // what the names of its first-generation files begin with; capitals, code page 1252
+  bool ambiguous = false;  // another one has the same `codes`
+  std::size_t models = 0;  // first-generation files that are its own, or also those of others with these `codes`
 };
 
 struct FirstGeneration {
-  // Those with a field catalogue in the folder of their module, longer component codes first. A model counts for the
-  // first of them that fits.
-  std::vector<CodePair> pairs;
-
-  // Those of them that the first generation cannot tell apart; they are not among `pairs`.
-  std::vector<CodePair> ambiguous;
-
-  // Files of models that fit none of either.
-  std::vector<std::string> unassigned;
+  std::vector<CodePair> pairs;          // longer component codes first; a file is that of the first one that fits
+  std::vector<std::string> unassigned;  // files that fit none
+  std::vector<std::string> unread;      // why the catalogues of a module are not known, a sentence each
 };
 
 // Looks at the names in the folders that the registry names. Throws LocalFailure when it names no reports folder, or

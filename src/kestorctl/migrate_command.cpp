@@ -1,6 +1,5 @@
 // The command migrate: makes report documents of first-generation models.
 #include <algorithm>
-#include <map>
 #include <vector>
 
 #include "commands.h"
@@ -9,6 +8,7 @@
 #include "first_generation.h"
 #include "marshal/marshal.h"
 #include "model_options.h"
+#include "platform/text/text.h"
 
 namespace kestorctl {
 
@@ -18,42 +18,48 @@ constexpr const char* kFooter =
     R"(Has the server make report documents of the first-generation models of the module and component, which are then deleted;
 and tells what became of each, as the server says:
 
-  converted: NAME        it is a report document now
-  dropped: NAME          it was one before, which stays as it was; the first-generation model is deleted
-  stays: NAME: REASON    what the server has not understood to its end it leaves as it is
+  converted: NAME          it is a report document now
+  converted: NAME: REASON  the same, but the first-generation model could not be deleted
+  dropped: NAME            it was one before, which stays as it was; the first-generation model is deleted
+  stays: NAME: REASON      what the server has not understood to its end it leaves as it is
 
 Any command for the second generation migrates as well. On a terminal it shows how many models are done. When the command
-is interrupted, the server goes on to the end.
+is interrupted, the server goes on to the end; "kestorctl log" tells what became of the models.
 
 Without MODULE and COMPONENT it goes over all of them that have a field catalogue in the folder of a module, the longer
-component codes first, and tells of each how many models it has before it begins. Where the first generation cannot tell
-two of them apart, because it keeps 2 and 3 characters of the codes, both are left out: name the one that is meant. It
-lists first-generation models that belong to none.
+component codes first. It begins with a summary, and lists the first-generation files that belong to none. It passes over
+components that the first generation cannot tell apart, because it keeps 2 and 3 characters of the codes: name the one that
+is meant. It also passes over a component that would take, as its own, models that stay with a longer code.
 
 --dry-run tells what would become of each model and does nothing of it.
 
-With --json: "converted" and "dropped", lists of names, and "stayed", a list of objects with "name" and "reason"; without
-MODULE and COMPONENT "migrations", a list of these with "module" and "component", "ambiguous", a list of such pairs, and
-"unassigned", a list of files.
+With --json: "converted" and "dropped", lists of names, and "stayed", a list of objects with "name" and "reason", of all
+models that are still there; null where a server older than this program does not tell. Without MODULE and COMPONENT
+"migrations", a list of these with "module" and "component"; "passedOver", a list of objects with "module", "component",
+"models" and "reason"; "unassigned", a list of files; and "unread", a list of module folders that could not be looked at.
 
 Examples:
   kestorctl migrate CT 01 --dry-run
   kestorctl migrate CT 01
   kestorctl --json migrate > migrated.json
 
-Exit status: 0 done; 3 models stay; 1 failure; 2 wrong usage.)";
+Exit status: 0 done; 3 models stay or are passed over, or what became of them is not known; 1 failure; 2 wrong usage.)";
 
 using kestor::Destino;
 using Json = nlohmann::ordered_json;
 
 struct MigrateOptions {
-  std::string module;
-  std::string component;
+  StoreOptions store;
   bool dryRun = false;
 };
 
-// Adds what became of the models to the answer, and to `data` for programs.
-void Tell(const CallNotes& notes, bool dryRun, Answer& answer, Json& data) {
+struct Outcome {
+  std::vector<ModelNote> notes;
+  bool known = true;  // the notes tell of every model
+};
+
+// Adds what became of the models to the answer, and to `data` for programs. Returns how many are still there.
+std::size_t Tell(const Outcome& outcome, bool dryRun, Answer& answer, Json& data) {
   struct Row {
     Destino fate;
     const char* member;
@@ -64,70 +70,125 @@ void Tell(const CallNotes& notes, bool dryRun, Answer& answer, Json& data) {
                            {Destino::descartado, "dropped", "dropped: ", "would be dropped: "},
                            {Destino::fica, "stayed", "stays: ", "would stay: "}};
   for (const Row& row : kRows)
-    data[row.member] = Json::array();
-  for (const ModelNote& note : notes.All()) {
+    data[row.member] = outcome.known || !outcome.notes.empty() ? Json::array() : Json();
+  for (const ModelNote& note : outcome.notes) {
     for (const Row& row : kRows) {
       if (note.fate != row.fate) continue;
-      if (note.fate == Destino::fica) {
-        data[row.member].push_back({{"name", note.name}, {"reason", note.reason}});
-      } else {
-        data[row.member].push_back(note.name);
-      }
+      if (note.fate != Destino::fica) data[row.member].push_back(note.name);
       answer.output.append(dryRun ? row.planned : row.done).append(note.name);
       answer.output.append(note.reason.empty() ? "" : ": ").append(note.reason) += '\n';
-      // One that is converted has a reason when it could not be deleted.
-      if (!note.reason.empty()) answer.incomplete = true;
     }
+    // One that is converted has a reason when it could not be deleted.
+    if (!note.reason.empty()) data["stayed"].push_back({{"name", note.name}, {"reason", note.reason}});
+  }
+  if (!data["stayed"].empty()) answer.incomplete = true;
+  return data["stayed"].size();
+}
+
+// Migrates a pair, or looks at what would become of it. The answer has the result.
+Outcome Run(const StoreOptions& pair, bool dryRun, Answer& answer) {
+  const auto taken = [&answer](const CallNotes& notes) {
+    const bool known = FAILED(answer.result) || TellsAll(notes, answer);
+    if (!answer.note.empty()) answer.incomplete = true;  // such as of a folder that cannot be read
+    return Outcome{notes.All(), known};
+  };
+  if (dryRun) {
+    CallNotes notes("looking");
+    const auto rehearsal = [&] {
+      return marshal::RehearseMigration(ToBstr(pair.module).get(), ToBstr(pair.component).get(), &notes);
+    };
+    Rehearse(pair, rehearsal, answer);
+    return taken(notes);
+  }
+  const ReportStore store(pair.module, pair.component);
+  if (IsOpen(static_cast<const StoreSession&>(store), answer)) answer.AddNote(store.Detail());
+  return taken(store.Migration());
+}
+
+std::string Models(std::size_t count) {
+  return std::to_string(count) + (count == 1 ? " first-generation model" : " first-generation models");
+}
+
+std::string Words(const CodePair& pair) {
+  return pair.module + " " + pair.component;
+}
+
+void PassOver(const CodePair& pair, const std::string& reason, Answer& answer) {
+  answer.output += "passed over: " + Words(pair) + ", " + Models(pair.models) + ": " + reason + "\n";
+  answer.data["passedOver"].push_back(
+      {{"module", pair.module}, {"component", pair.component}, {"models", pair.models}, {"reason", reason}});
+  if (pair.models != 0) answer.incomplete = true;
+}
+
+void Summarise(const FirstGeneration& all, Answer& answer) {
+  for (const char* member : {"migrations", "passedOver", "unassigned", "unread"})
+    answer.data[member] = Json::array();
+  for (const CodePair& pair : all.pairs) {
+    if (!pair.ambiguous) answer.output += Words(pair) + ": " + Models(pair.models) + "\n";
+  }
+  for (const CodePair& pair : all.pairs) {
+    if (!pair.ambiguous) continue;
+    std::string others;
+    for (const CodePair& other : all.pairs) {
+      if (&other != &pair && other.codes == pair.codes) others += (others.empty() ? "" : ", ") + Words(other);
+    }
+    PassOver(pair, "its models may be those of " + others + "; name the one that is meant", answer);
+  }
+  for (const std::string& file : all.unassigned) {
+    answer.data["unassigned"].push_back(file);
+    answer.output += "left alone: " + text::Presentable(file) + ": no field catalogue of a module fits it\n";
+  }
+  for (const std::string& reason : all.unread) {
+    answer.data["unread"].push_back(reason);
+    answer.output += "not looked at: " + reason + "\n";
+    answer.incomplete = true;
   }
 }
 
-void MigratePair(const std::string& module, const std::string& component, bool dryRun, Answer& answer, Json& data) {
-  RequireHome();
-  if (dryRun) {
-    CallNotes notes("looking");
-    answer.result = marshal::RehearseMigration(ToBstr(module).get(), ToBstr(component).get(), &notes);
-    Tell(notes, dryRun, answer, data);
-    return;
+// Those whose models are, by their file names, also models of the pair.
+std::vector<const CodePair*> LongerOnes(const CodePair& pair, const FirstGeneration& all) {
+  std::vector<const CodePair*> longer;
+  for (const CodePair& other : all.pairs) {
+    if (other.codes != pair.codes && other.codes.starts_with(pair.codes)) longer.push_back(&other);
   }
-  const ReportStore store(module, component);
-  if (IsOpen(static_cast<const StoreSession&>(store), answer)) answer.note = store.Detail();
-  Tell(store.Migration(), dryRun, answer, data);
+  return longer;
 }
 
 void MigrateAll(bool dryRun, Answer& answer) {
   RequireHome();
-  const FirstGeneration all = FindFirstGeneration();
-  answer.data["migrations"] = Json::array();
-  for (const CodePair& pair : all.pairs) {
-    answer.output += pair.module + " " + pair.component + ": " + std::to_string(pair.models) +
-                     (pair.models == 1 ? " first-generation model\n" : " first-generation models\n");
-  }
-  answer.data["ambiguous"] = Json::array();
-  for (const CodePair& pair : all.ambiguous) {
-    answer.data["ambiguous"].push_back({{"module", pair.module}, {"component", pair.component}});
-    answer.output += "not migrated: " + pair.module + " " + pair.component +
-                     ": another component has the same first three characters; name the one that is meant\n";
-  }
-  answer.data["unassigned"] = all.unassigned;
-  for (const std::string& file : all.unassigned)
-    answer.output += "left alone: " + file + ": no field catalogue of a module fits it\n";
-  for (const CodePair& pair : all.pairs) {
-    if (pair.models == 0) continue;
+  FirstGeneration all = FindFirstGeneration();
+  Summarise(all, answer);
+  for (CodePair& pair : all.pairs) {
+    if (pair.ambiguous || pair.models == 0) continue;
+    TellSoFar(answer);
+    const std::vector<const CodePair*> longer = LongerOnes(pair, all);
+    const auto holds = std::find_if(longer.begin(), longer.end(), [](const CodePair* one) { return one->models != 0; });
+    if (holds != longer.end()) {
+      PassOver(pair, "it would take the models of " + Words(**holds) + ", which stay, for its own", answer);
+      continue;
+    }
+    answer.output += Words(pair) + "\n";
+    Outcome outcome = Run({pair.module, pair.component}, dryRun, answer);
+    // After a dry run the models of the longer ones are still there.
+    std::erase_if(outcome.notes, [&](const ModelNote& note) {
+      const std::string file = pair.codes + text::Upper(text::FromUtf8(note.name));
+      return std::any_of(longer.begin(), longer.end(),
+                         [&](const CodePair* one) { return file.starts_with(one->codes); });
+    });
     Json data = {{"module", pair.module}, {"component", pair.component}};
-    answer.output += pair.module + " " + pair.component + "\n";
-    MigratePair(pair.module, pair.component, dryRun, answer, data);
+    const std::size_t left = Tell(outcome, dryRun, answer, data);
+    if (outcome.known) pair.models = left;
     answer.data["migrations"].push_back(data);
-    if (FAILED(answer.result)) return;
+    if (!FAILED(answer.result)) continue;
+    answer.AddNote("the failure is that of " + Words(pair) + "; what follows it is not migrated");
+    return;
   }
 }
 
 void Migrate(const MigrateOptions& options, Answer& answer) {
-  if (options.module.empty() != options.component.empty()) throw UsageError("COMPONENT is required");
-  if (options.module.empty()) {
-    MigrateAll(options.dryRun, answer);
-  } else {
-    MigratePair(options.module, options.component, options.dryRun, answer, answer.data);
-  }
+  if (options.store.module.empty()) return MigrateAll(options.dryRun, answer);
+  if (options.store.component.empty()) throw UsageError("COMPONENT is required");
+  Tell(Run(options.store, options.dryRun, answer), options.dryRun, answer, answer.data);
 }
 
 }  // namespace
@@ -135,8 +196,9 @@ void Migrate(const MigrateOptions& options, Answer& answer) {
 void AddMigrate(CLI::App& program, Command* chosen) {
   const auto [command, options] =
       AddCommand(&program, chosen, {"migrate", "Make report documents of first-generation models", kFooter}, Migrate);
-  AddText(command, "MODULE", &options->module, "Module code, such as CT")->required(false);
-  AddText(command, "COMPONENT", &options->component, "Component code, such as 01")->required(false);
+  AddStoreOptions(command, &options->store);
+  for (const char* code : {"MODULE", "COMPONENT"})
+    command->get_option(code)->required(false);
   command->add_flag("--dry-run", options->dryRun, "Tell what would become of each model, and do nothing");
 }
 

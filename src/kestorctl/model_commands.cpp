@@ -34,8 +34,10 @@ constexpr const char* kWriteFooter =
 unless --no-overwrite is given. A dot in NAME begins the extension of its file: without ".RXL" there the model is neither
 listed nor read.
 
-It warns of a model that is neither listed nor read, that is hidden because a demonstration model of its name was
-deleted, or whose document bears another name than NAME.
+It warns of a model that is neither listed nor read, that is listed under another name, that is hidden because a
+demonstration model of its name was deleted, or whose document bears another name than NAME.
+
+With --json: "version" and "bytes", and in "note" the warnings.
 
 Examples:
   kestorctl write CT 01 Vendas vendas.xml
@@ -71,20 +73,23 @@ std::string Warnings(const ReportStore& store, const std::string& name, USHORT v
   std::vector<std::string> warnings;
   const std::string ansi = text::FromUtf8(name);
   const std::string file = kestor::CaminhoRelatorioGravado({}, ansi);
+  const std::string listed(kestor::NomeDoModelo(file, 0));
   if (file != kestor::CaminhoRelatorioLido({}, ansi)) {
-    warnings.push_back("its file " + text::ToUtf8(file) + " is neither listed nor read");
+    warnings.push_back("its file " + text::Presentable(text::ToUtf8(file)) + " is neither listed nor read");
+  } else if (kestor::ChaveRelatorio(listed) != kestor::ChaveRelatorio(ansi)) {
+    warnings.push_back("it is listed as \"" + text::Presentable(text::ToUtf8(listed)) + "\", which reads another file");
   }
   std::vector<std::string> deleted;
   DeletedNames(store, &deleted);
   if (std::any_of(deleted.begin(), deleted.end(),
-                  [&](const std::string& one) { return text::EqualNoCase(text::FromUtf8(one), ansi); })) {
+                  [&](const std::string& one) { return text::EqualNoCase(text::FromUtf8(one), listed); })) {
     warnings.emplace_back("it is not listed: a demonstration model of that name was deleted");
   }
   const kestor::ComponenteMarcacao markup;
   kestor::CDocRelatorio document;
   if (document.CarregaConteudo({version, static_cast<LONG>(content.size()), BytesOf(content)}) &&
       kestor::ChaveRelatorio(document.nome) != kestor::ChaveRelatorio(ansi)) {
-    warnings.push_back("its document bears another name, \"" + text::Printable(text::ToUtf8(document.nome)) +
+    warnings.push_back("its document bears another name, \"" + text::Presentable(text::ToUtf8(document.nome)) +
                        "\", under which renumber stores it");
   }
   std::string sentence;
@@ -109,7 +114,7 @@ void Write(const WriteReportOptions& options, Answer& answer) {
   if (answer.result != S_OK) return;
   answer.data["version"] = version;
   answer.data["bytes"] = content.size();
-  answer.note = Warnings(store, options.model.name, version, content);
+  answer.AddNote(Warnings(store, options.model.name, version, content));
 }
 
 }  // namespace

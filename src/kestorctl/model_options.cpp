@@ -2,6 +2,7 @@
 
 #include "commands.h"
 #include "content.h"
+#include "model_names.h"
 #include "platform/text/text.h"
 
 namespace kestorctl {
@@ -37,8 +38,8 @@ void Conclude(HRESULT result, Answer& answer) {
   const std::string reason = ReasonOfLastCall();
   if (result != S_OK) {
     answer.detail = reason;
-  } else if (!reason.empty()) {
-    answer.note = reason;
+  } else {
+    answer.AddNote(reason);
   }
 }
 
@@ -51,6 +52,25 @@ bool IsOpen(const StoreSession& store, Answer& answer) {
 bool IsOpen(const ReportStore& store, Answer& answer) {
   answer.migrated = store.Migration().Count(kestor::Destino::convertido);
   return IsOpen(static_cast<const StoreSession&>(store), answer);
+}
+
+void Rehearse(const StoreOptions& store, const std::function<HRESULT()>& rehearsal, Answer& answer) {
+  // A rehearsal that is refused says no reason. A store of the first generation, which changes nothing, is refused for
+  // the same ones, and tells of a folder that cannot be read.
+  const LegacyStore sameCodes(store.module, store.component);
+  if (!IsOpen(sameCodes, answer)) return;
+  std::vector<std::string> names;
+  ListModels(sameCodes, &names);
+  answer.AddNote(ReasonOfLastCall());
+  answer.result = rehearsal();
+  answer.detail = answer.result == rpc::kVersionMismatch ? kOlderServer : "";
+}
+
+bool TellsAll(const CallNotes& notes, Answer& answer) {
+  if (notes.Incomplete()) answer.AddNote("memory was lacking for telling of all models; see kestorctl log");
+  if (!notes.All().empty() || notes.Incomplete() || !ServerIsOlder()) return !notes.Incomplete();
+  answer.AddNote(kOlderServer);
+  return false;
 }
 
 }  // namespace kestorctl

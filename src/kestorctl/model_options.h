@@ -4,6 +4,7 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <functional>
 #include <string>
 
 #include "answer.h"
@@ -48,5 +49,11 @@ void Conclude(HRESULT result, Answer& answer);
 // Whether the store can be used; the answer tells why not, and how many models the opening has converted.
 bool IsOpen(const StoreSession& store, Answer& answer);
 bool IsOpen(const ReportStore& store, Answer& answer);
+
+// Has the server tell what a call for this module and component would do, and enters the result.
+void Rehearse(const StoreOptions& store, const std::function<HRESULT()>& rehearsal, Answer& answer);
+
+// Whether the notes tell of every model; the answer says when they do not.
+bool TellsAll(const CallNotes& notes, Answer& answer);
 
 }  // namespace kestorctl

@@ -23,7 +23,7 @@ field 150 becomes 160, not 170. A renumbered column gets the title that the fiel
 keys, totals and conditions on fields that the catalogue does not allow for them are removed, also where no code changes.
 Codes up to 99 are places of fixed columns and cannot be given. Without the field catalogue nothing is done.
 
-It tells what became of the models, as the server says; those in which nothing is to be changed are only listed with
+First-generation models are migrated first. It tells what became of the models, as the server says; those in which nothing is to be changed are only listed with
 --json:
 
   renumbered: NAME             it has the new codes now
@@ -32,26 +32,29 @@ It tells what became of the models, as the server says; those in which nothing i
   not changed: NAME: REASON    such as one that is no report document or in use
 
 It begins with nothing, and says why, where a new code is no field of the catalogue, where an old code is given twice with
-different new ones, and where a model would be stored over another one, whose name its document bears. With --force it goes
-on; of an old code that is given twice the last pair counts. --dry-run changes nothing and tells what would become of each
-model: the lines of "show" that would go (-) and come (+).
+different new ones, where a model would be stored over another one, whose name its document bears, and where a server older
+than this program cannot tell. With --force it goes on; of an old code that is given twice the last pair counts. --dry-run
+changes nothing and tells what would become of each model: the lines of "show" that would go (-) and come (+). It leaves out
+first-generation models, and says so.
 
 On a terminal it shows how many models are done. When the command is interrupted, the server goes on to the end.
 
-With --json: "renumbered", a list of objects with "name" and, where there is one, "reason"; "skipped", the same;
-"unchanged", a list of names; with --dry-run also "changes" of each. When it begins with nothing, "refused" is a list of
-reasons.
+With --json: "renumbered" and "skipped", lists of objects with "name", "reason" (null where there is none) and, with
+--dry-run, "changes"; "unchanged", a list of names; "refused", a list of reasons to begin with nothing. The first three are
+null where a server older than this program does not tell.
 
 Examples:
   kestorctl renumber CT 01 150=160 151=161 --dry-run
   kestorctl renumber CT 01 150=160 151=161
 
-Exit status: 0 done; 3 done, but for models that are not changed and have a reason; 1 failure, or begun with nothing;
-2 wrong usage. After a failure in the middle, such as a server that was ended, some models have the new codes: "kestorctl
+Exit status: 0 done; 3 done, but for models that are not changed and have a reason, or what became of them is not known;
+1 failure, or begun with nothing; 2 wrong usage. After a failure in the middle, such as a server that was ended, some models have the new codes: "kestorctl
 log" tells which. Codes that others have been changed to would be changed again by a second run.)";
 
 using kestor::Destino;
 using Json = nlohmann::ordered_json;
+
+using Pairs = std::vector<REL_CODIGO_CAMPOS_ALTERADOS>;
 
 constexpr std::uint16_t kLastFixedCode = 99;
 
@@ -66,8 +69,8 @@ std::uint16_t Code(const std::string& pair, const std::string& code) {
   return static_cast<std::uint16_t>(NumberArgument(pair, code, std::numeric_limits<std::uint16_t>::max()));
 }
 
-std::vector<REL_CODIGO_CAMPOS_ALTERADOS> ParsePairs(const std::vector<std::string>& arguments) {
-  std::vector<REL_CODIGO_CAMPOS_ALTERADOS> pairs;
+Pairs ParsePairs(const std::vector<std::string>& arguments) {
+  Pairs pairs;
   pairs.reserve(arguments.size());
   for (const std::string& pair : arguments) {
     const std::size_t equals = pair.find('=');
@@ -83,7 +86,7 @@ std::vector<REL_CODIGO_CAMPOS_ALTERADOS> ParsePairs(const std::vector<std::strin
 }
 
 // Old codes that are given with several new ones.
-std::vector<std::string> Contradictions(const std::vector<REL_CODIGO_CAMPOS_ALTERADOS>& pairs) {
+std::vector<std::string> Contradictions(const Pairs& pairs) {
   std::map<std::uint16_t, std::uint16_t> newCodes;
   std::set<std::uint16_t> told;
   std::vector<std::string> reasons;
@@ -138,17 +141,15 @@ std::vector<std::string> Changes(std::string_view before, std::string_view after
 
 // ---- The command ---------------------------------------------------------------------------------------------------
 
+constexpr const char* kMembers[] = {"renumbered", "skipped", "unchanged", "refused"};
+
 Json Object(const ModelNote& note, bool dryRun) {
-  Json object = {{"name", note.name}};
-  if (!note.reason.empty()) object["reason"] = note.reason;
+  Json object = {{"name", note.name}, {"reason", note.reason.empty() ? Json() : Json(note.reason)}};
   if (dryRun) object["changes"] = note.changes;
   return object;
 }
 
 void Tell(const CallNotes& notes, bool dryRun, Answer& answer) {
-  answer.data["renumbered"] = Json::array();
-  answer.data["skipped"] = Json::array();
-  answer.data["unchanged"] = Json::array();
   for (const ModelNote& note : notes.All()) {
     const bool changes = note.fate == Destino::renumerado || note.fate == Destino::substituiria;
     const bool stays = note.fate == Destino::ignorado || (note.fate == Destino::inalterado && !note.reason.empty());
@@ -161,7 +162,11 @@ void Tell(const CallNotes& notes, bool dryRun, Answer& answer) {
       answer.output.append("  ").append(change) += '\n';
     answer.incomplete = answer.incomplete || stays;
   }
-  if (notes.Incomplete()) answer.note = "memory was lacking for telling of all models; see kestorctl log";
+  if (FAILED(answer.result) || TellsAll(notes, answer)) return;
+  answer.incomplete = true;
+  if (!notes.All().empty()) return;
+  for (const char* member : {"renumbered", "skipped", "unchanged"})
+    answer.data[member] = nullptr;
 }
 
 // What speaks against it, as a rehearsal shows.
@@ -174,34 +179,52 @@ std::vector<std::string> Objections(const CallNotes& notes) {
   return reasons;
 }
 
+std::string Sentence(const char* start, const std::vector<std::string>& reasons) {
+  std::string sentence = start;
+  for (std::size_t i = 0; i < reasons.size(); ++i)
+    sentence += (i == 0 ? "" : "; ") + reasons[i];
+  return sentence;
+}
+
 // False, and the answer tells why, where the command must not begin.
-bool MayBegin(const RenumberOptions& options, std::vector<std::string> reasons, Answer& answer) {
+bool MayBegin(const RenumberOptions& options, const std::vector<std::string>& reasons, Answer& answer) {
   if (options.force || reasons.empty()) return true;
   answer.result = E_INVALIDARG;
   answer.data["refused"] = reasons;
-  answer.error = "nothing is renumbered (--force goes on): ";
-  for (std::size_t i = 0; i < reasons.size(); ++i)
-    answer.error += (i == 0 ? "" : "; ") + reasons[i];
+  answer.error = Sentence("nothing is renumbered (--force goes on): ", reasons);
   return false;
 }
 
-HRESULT Rehearse(const StoreOptions& options, const std::vector<REL_CODIGO_CAMPOS_ALTERADOS>& pairs, CallNotes* notes) {
-  return marshal::RehearseRenumbering(ToBstr(options.module).get(), ToBstr(options.component).get(),
+HRESULT RehearseRenumbering(const StoreOptions& store, const Pairs& pairs, CallNotes* notes) {
+  return marshal::RehearseRenumbering(ToBstr(store.module).get(), ToBstr(store.component).get(),
                                       static_cast<LONG>(pairs.size()), pairs.data(), notes);
 }
 
-void DryRun(const RenumberOptions& options, const std::vector<REL_CODIGO_CAMPOS_ALTERADOS>& pairs, Answer& answer) {
+// A dry run does not make documents of them.
+void TellFirstGeneration(const StoreOptions& store, Answer& answer) {
+  CallNotes notes("looking");
+  marshal::RehearseMigration(ToBstr(store.module).get(), ToBstr(store.component).get(), &notes);
+  const std::size_t count = notes.Count(Destino::convertido);
+  if (count == 0) return;
+  answer.AddNote((count == 1 ? "1 first-generation model, which would become a report document first, is"
+                             : std::to_string(count) +
+                                   " first-generation models, which would become report documents first, are") +
+                 std::string(" left out"));
+}
+
+void DryRun(const RenumberOptions& options, const Pairs& pairs, Answer& answer) {
   CallNotes notes("looking", Changes);
-  answer.result = Rehearse(options.store, pairs, &notes);
+  Rehearse(
+      options.store, [&] { return RehearseRenumbering(options.store, pairs, &notes); }, answer);
+  if (FAILED(answer.result)) return;
   Tell(notes, true, answer);
+  TellFirstGeneration(options.store, answer);
   std::vector<std::string> reasons = Contradictions(pairs);
   for (std::string& reason : Objections(notes))
     reasons.push_back(std::move(reason));
-  if (reasons.empty() || FAILED(answer.result)) return;
+  if (reasons.empty()) return;
   answer.data["refused"] = reasons;
-  answer.note = "without --force nothing would be renumbered: ";
-  for (std::size_t i = 0; i < reasons.size(); ++i)
-    answer.note += (i == 0 ? "" : "; ") + reasons[i];
+  answer.AddNote(Sentence("without --force nothing would be renumbered: ", reasons));
 }
 
 // Without the catalogue the server changes no code.
@@ -214,16 +237,23 @@ bool HasCatalogue(const ReportStore& store, Answer& answer) {
 }
 
 void Renumber(const RenumberOptions& options, Answer& answer) {
-  std::vector<REL_CODIGO_CAMPOS_ALTERADOS> pairs = ParsePairs(options.pairs);
-  RequireHome();
+  Pairs pairs = ParsePairs(options.pairs);
+  for (const char* member : kMembers)
+    answer.data[member] = Json::array();
   const kestor::ComponenteMarcacao markup;
   if (options.dryRun) return DryRun(options, pairs, answer);
   if (!MayBegin(options, Contradictions(pairs), answer)) return;
   const ReportStore store(options.store.module, options.store.component);
   if (!IsOpen(store, answer) || !HasCatalogue(store, answer)) return;
   CallNotes planned("looking");
-  answer.result = Rehearse(options.store, pairs, &planned);
-  if (FAILED(answer.result) || !MayBegin(options, Objections(planned), answer)) return;
+  answer.result = RehearseRenumbering(options.store, pairs, &planned);
+  std::vector<std::string> objections = Objections(planned);
+  if (answer.result == rpc::kVersionMismatch) {
+    objections = {"the server that runs is older than this program and cannot tell what it would be"};
+  } else if (FAILED(answer.result)) {
+    return;
+  }
+  if (!MayBegin(options, objections, answer)) return;
 
   const FieldConverter converter;
   if (!IsOpen(converter, answer)) return;

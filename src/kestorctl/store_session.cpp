@@ -17,6 +17,10 @@ std::string ReasonOfLastCall() {
   return GetErrorInfo(0, information.Out()) == S_OK ? com::DescriptionOf(*information) : std::string();
 }
 
+bool ServerIsOlder() {
+  return com::Rehearse(CLSID_ZNPL_Rel, nullptr, 0, nullptr) == rpc::kVersionMismatch;
+}
+
 void StoreSession::Open(REFCLSID clsid, REFIID iid, void** store, const std::function<HRESULT()>& initialise) {
   RequireHome();
   result_ = CoCreateInstance(clsid, nullptr, CLSCTX_LOCAL_SERVER, iid, store);

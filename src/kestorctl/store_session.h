@@ -15,6 +15,11 @@ OwnedBstr ToBstr(const std::string& utf8);
 // Why this thread's last call on an object of the server ended as it did; UTF-8, empty when the server does not say.
 std::string ReasonOfLastCall();
 
+// Whether the server that runs is one that tells nothing of the models of a call, and rehearses none.
+bool ServerIsOlder();
+inline constexpr const char* kOlderServer =
+    "the server that runs is older than this program and does not say what becomes of each model";
+
 // What sessions with the stores of both generations have in common. The server is started when none runs, and has a
 // live object as long as the session lives.
 class StoreSession {
