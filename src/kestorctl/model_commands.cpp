@@ -109,7 +109,8 @@ void Write(const WriteReportOptions& options, Answer& answer) {
   if (answer.result != S_OK) return;
   answer.data["version"] = version;
   answer.data["bytes"] = content.size();
-  answer.note = Warnings(store, options.model.name, version, content);
+  const std::string warnings = Warnings(store, options.model.name, version, content);
+  if (!warnings.empty()) answer.note = warnings;
 }
 
 }  // namespace

@@ -164,6 +164,7 @@ CConversorRel::Fim CConversorRel::Converte(const std::string& nome) const {
     std::string dita = RazaoDita();
     return Fim{Destino::fica, dita.empty() ? frase : std::move(dita)};
   };
+  EsqueceRazao();  // why a listed document is none
   CConteudoRel conteudo;
   conteudo.DefineRepositorio(*rel_);
   if (const HRESULT leitura = conteudo.Carrega(nome); leitura != S_OK) return fica("it cannot be read");
