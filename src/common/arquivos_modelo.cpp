@@ -30,21 +30,22 @@ bool ArquivoExiste(const std::string& caminho, CFileException* falha) {
   return arquivo.Open(caminho.c_str(), kLeituraModelo, falha) != FALSE;
 }
 
-ConteudoLido LeConteudo(CFile& arquivo) {
+ConteudoLido LeConteudo(CFile& arquivo, const std::string& caminho) {
   ConteudoLido lido;
   try {
     const ULONGLONG comprimento = arquivo.GetLength();
     lido.comprimento = static_cast<LONG>(std::min<ULONGLONG>(comprimento, std::numeric_limits<LONG>::max()));
     if (comprimento > kMaxConteudo) {
-      DizRazao("the file has " + std::to_string(comprimento) + " bytes, more than the " + std::to_string(kMaxConteudo) +
-               " that a call carries");
+      DizRazao("read", caminho,
+               "it has " + std::to_string(comprimento) + " bytes, more than the " + std::to_string(kMaxConteudo) +
+                   " that a call carries");
       return lido;
     }
     lido.bytes.resize(static_cast<std::size_t>(comprimento));
     const UINT lidos = arquivo.Read(lido.bytes.data(), static_cast<UINT>(comprimento));
     std::fill(lido.bytes.begin() + lidos, lido.bytes.end(), '\0');
     lido.inteiro = lidos == comprimento;
-    if (!lido.inteiro) DizRazao("another program has cut the file while it was read");
+    if (!lido.inteiro) DizRazao("read", caminho, "another program has cut it meanwhile");
   } catch (const CFileException& falha) {
     DizRazao("read", falha);
     std::fill(lido.bytes.begin(), lido.bytes.end(), '\0');

@@ -44,8 +44,8 @@ struct ConteudoLido {
   Bytes bytes;           // as many, zeros after those that came; none of a file above kMaxConteudo
 };
 
-// Reads an open file from its start. Says why when that is not all of it.
-ConteudoLido LeConteudo(CFile& arquivo);
+// Reads an open file, that of the path, from its start. Says why when that is not all of it.
+ConteudoLido LeConteudo(CFile& arquivo, const std::string& caminho);
 
 enum class Gravacao {
   feita,

@@ -21,6 +21,12 @@ class RazaoFrase final : public com::ErrorInfo {
   const std::string frase_;
 };
 
+// "NAME cannot be OPERACAO: "
+std::string Inicio(const char* operacao, const std::string& caminho) {
+  const std::string nome = text::Presentable(text::ToUtf8(NomeDoArquivo(caminho)));
+  return (nome.empty() ? "a file" : nome) + " cannot be " + operacao + ": ";
+}
+
 class RazaoArquivo final : public com::ErrorInfo {
  public:
   RazaoArquivo(const char* operacao, const CFileException& falha) : operacao_(operacao), falha_(falha) {}
@@ -31,9 +37,8 @@ class RazaoArquivo final : public com::ErrorInfo {
  private:
   std::string Frase(files::Care cuidado) const {
     const auto numero = static_cast<DWORD>(falha_.m_lOsError);
-    const std::string nome = text::Presentable(text::ToUtf8(NomeDoArquivo(falha_.m_strFileName)));
-    return (nome.empty() ? "a file" : nome) + " cannot be " + operacao_ + ": " +
-           files::Explain(falha_.m_strFileName, numero, cuidado) + " (error " + std::to_string(numero) + ")";
+    return Inicio(operacao_, falha_.m_strFileName) + files::Explain(falha_.m_strFileName, numero, cuidado) +
+           " (error " + std::to_string(numero) + ")";
   }
 
   const char* const operacao_;
@@ -73,6 +78,24 @@ void DizRazao(std::string frase) noexcept {
 
 void DizRazao(const char* operacao, const CFileException& falha) noexcept {
   Diz<RazaoArquivo>(operacao, falha);
+}
+
+void DizRazao(const char* operacao, const std::string& caminho, const std::string& porque) noexcept {
+  try {
+    DizRazao(Inicio(operacao, caminho) + porque);
+  } catch (const std::exception&) {
+    // Then without a reason.
+  }
+}
+
+void JuntaRazao(const std::string& antes) noexcept {
+  if (antes.empty()) return;
+  try {
+    const std::string desde = RazaoDita();
+    DizRazao(desde.empty() ? antes : antes + "; " + desde);
+  } catch (const std::exception&) {
+    // Then with what has been said since.
+  }
 }
 
 void DizRazaoSePastaFalta(const std::string& pasta) noexcept {

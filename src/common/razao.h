@@ -15,6 +15,12 @@ void DizRazao(std::string frase) noexcept;
 // A file operation has failed: "PATH cannot be OPERACAO: REASON (error NUMBER)", such as "written". A constant text.
 void DizRazao(const char* operacao, const CFileException& falha) noexcept;
 
+// A file has not what an operation needs: "NAME cannot be OPERACAO: PORQUE".
+void DizRazao(const char* operacao, const std::string& caminho, const std::string& porque) noexcept;
+
+// What had been said before goes in front of what has been said since, where several steps of a call are independent.
+void JuntaRazao(const std::string& antes) noexcept;
+
 // Nothing was found in a folder; a reason where that is because the folder is missing or cannot be read.
 void DizRazaoSePastaFalta(const std::string& pasta) noexcept;
 

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "platform/com/com.h"
 
@@ -56,11 +57,15 @@ class Servidor {
   void Relata(Mudanca mudanca) noexcept;
 
   // Runs a method that changes the model `nome`, or refuses to, and tells of it. The method's result; E_OUTOFMEMORY
-  // when it throws std::bad_alloc.
+  // when it throws std::bad_alloc. A method that takes the Mudanca tells more of it.
   template <typename Metodo>
   HRESULT Executa(Mudanca mudanca, BSTR nome, const Metodo& metodo) {
     try {
-      mudanca.resultado = metodo();
+      if constexpr (std::is_invocable_v<const Metodo&, Mudanca&>) {
+        mudanca.resultado = metodo(mudanca);
+      } else {
+        mudanca.resultado = metodo();
+      }
     } catch (const std::bad_alloc&) {
       mudanca.resultado = E_OUTOFMEMORY;
     }

@@ -110,12 +110,6 @@ bool RegistraTexto(std::string_view arquivo) {
                             kEsperaRegistry) == 0;
 }
 
-// Records only the beginning of the name: the registry is no place for what a client makes up.
-std::uint32_t RecusaCaminho(std::string_view caminho) {
-  RegistraTexto(NomeDoArquivo(caminho).substr(0, kMaxCaminho));
-  return CZNArqEx::caminhoInvalido;
-}
-
 }  // namespace
 
 // The causes for which an operation that is tried again gives up at once, and those that have a number of their own
@@ -155,7 +149,7 @@ CZNArqEx::~CZNArqEx() {
 std::uint32_t CZNArqEx::Abre(std::string nomeArquivo, char modo, std::uint32_t tamanhoRegistro, bool criaSeNaoExiste,
                              bool reabre) {
   if (tamanhoRegistro == 0 || tamanhoRegistro > kMaxCache) return SemFalha(argumentoInvalido);
-  if (nomeArquivo.size() > kMaxCaminho && ModoArquivo(modo)) return SemFalha(RecusaCaminho(nomeArquivo));
+  if (nomeArquivo.size() > kMaxCaminho && ModoArquivo(modo)) return RecusaCaminho(nomeArquivo);
   const bool semCache = cache_ == nullptr || nomeArquivo != nome_;
   Nomeia(std::move(nomeArquivo), modo, tamanhoRegistro, criaSeNaoExiste);
   return reabre || semCache ? AbreNomeado() : std::uint32_t{semErro};
@@ -215,6 +209,13 @@ std::uint32_t CZNArqEx::FalhaTentativa(const Causas& causas, int tentativa) {
 std::uint32_t CZNArqEx::SemFalha(std::uint32_t numero) {
   falha_ = {};
   return numero;
+}
+
+// Records only the beginning of the name: the registry is no place for what a client makes up.
+std::uint32_t CZNArqEx::RecusaCaminho(const std::string& caminho) {
+  RegistraTexto(NomeDoArquivo(caminho).substr(0, kMaxCaminho));
+  falha_ = {CFileException::none, 0, caminho};
+  return caminhoInvalido;
 }
 
 std::uint32_t CZNArqEx::Fecha() {
@@ -370,7 +371,7 @@ std::uint32_t CZNArqEx::CriaFaltante(UINT modoArquivo) {
 
 std::uint32_t CZNArqEx::CriaPeloControle(const std::string& nomeArquivo, char modo, std::uint32_t tamanhoRegistro,
                                          Existente existente) {
-  if (nomeArquivo.size() > kMaxCaminho) return SemFalha(RecusaCaminho(nomeArquivo));
+  if (nomeArquivo.size() > kMaxCaminho) return RecusaCaminho(nomeArquivo);
   const std::string nome = text::Upper(NomeDoArquivo(nomeArquivo));
   if (nome.empty()) return SemFalha(alemDoFim);
   const std::string_view pasta = PastaDoCaminho(nomeArquivo);
@@ -494,19 +495,19 @@ std::uint32_t CZNArqEx::LimpaErro() {
 void DizRazao(const char* operacao, const CZNArqEx& arquivo, std::uint32_t numero) noexcept {
   const CFileException& falha = arquivo.Falha();
   try {
-    const std::string nome = text::Presentable(text::ToUtf8(NomeDoArquivo(arquivo.Nome())));
-    const std::string inicio = nome + " cannot be " + operacao + ": ";
     if (numero == CZNArqEx::naoEncontrado && operacao == std::string_view("written")) {
-      DizRazao(inicio + "it was made once and is gone; a file of no bytes put in its place can be written again");
+      DizRazao(operacao, arquivo.Nome(),
+               "it was made once and is gone; a file of no bytes put in its place can be written again");
+    } else if (numero == CZNArqEx::arquivoInvalido && falha.m_cause != CFileException::invalidFile) {
+      DizRazao(operacao, arquivo.Nome(), "it has its largest size, " + std::to_string(kMaxArquivoRegistros) + " bytes");
     } else if (falha.m_cause != CFileException::none) {
       DizRazao(operacao, falha);
-    } else if (numero == CZNArqEx::arquivoInvalido) {
-      DizRazao(inicio + "it, or the control file of its folder, has its largest size, " +
-               std::to_string(kMaxArquivoRegistros) + " bytes");
     } else if (numero == CZNArqEx::caminhoInvalido) {
-      DizRazao(inicio + "its path has more than " + std::to_string(kMaxCaminho) + " characters");
+      DizRazao(operacao, falha.m_strFileName, "its path has more than " + std::to_string(kMaxCaminho) + " characters");
+    } else if (numero == CZNArqEx::alemDoFim) {
+      DizRazao(operacao, arquivo.Nome(), "it ends before the record that was looked for");
     } else {
-      DizRazao(inicio + "the operation ended with " + std::to_string(numero));
+      DizRazao(operacao, arquivo.Nome(), "the operation ended with " + std::to_string(numero));
     }
   } catch (const std::exception&) {
     // Then without a reason.

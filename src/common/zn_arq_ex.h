@@ -103,7 +103,8 @@ class CZNArqEx : public CFile {
 
   // The failure of the file class from which the last number that was not 0 comes, of whichever file it was, the
   // control file too. Its cause is `none` where the number comes from elsewhere (alemDoFim, argumentoInvalido, a
-  // control file that has the name already …). RegistraErro and LimpaErro leave it as it is.
+  // control file that has the name already …); of a path that is too long it has the path. RegistraErro and LimpaErro
+  // leave it as it is.
   const CFileException& Falha() const { return falha_; }
 
   // The path of the file that was named last.
@@ -135,6 +136,7 @@ class CZNArqEx : public CFile {
   std::uint32_t GravaComTentativas(const void* origem, std::uint32_t tamanho, UINT referencia, LONGLONG& posicao);
   std::uint32_t FalhaTentativa(const Causas& causas, int tentativa);
   std::uint32_t SemFalha(std::uint32_t numero);
+  std::uint32_t RecusaCaminho(const std::string& caminho);
   std::uint32_t EncheCache(std::uint64_t posicao);
   bool EstaNoCache(std::uint64_t posicao) const;
 

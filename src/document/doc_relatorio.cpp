@@ -12,6 +12,8 @@ namespace kestor {
 
 namespace {
 
+constexpr const char* kSemMemoria = "memory ran out";
+
 // The code of a fixed column is its place among the fixed columns.
 void NumeraColunasFixas(std::vector<CampoEscolhido>& campos) {
   std::uint16_t lugar = 0;
@@ -96,7 +98,8 @@ void CDocRelatorio::Reinicia() {
 
 bool CDocRelatorio::CarregaConteudo(const REG_RELATORIO2& conteudo, std::string* motivo) {
   if (conteudo.nVersao != kVersaoDocumento || conteudo.nQtdeBytes < 0) {
-    if (motivo != nullptr) *motivo = "a content of version " + std::to_string(conteudo.nVersao) + " is no report document";
+    if (motivo != nullptr)
+      *motivo = "a content of version " + std::to_string(conteudo.nVersao) + " is no report document";
     return false;
   }
   HRESULT resultado = E_FAIL;
@@ -107,7 +110,9 @@ bool CDocRelatorio::CarregaConteudo(const REG_RELATORIO2& conteudo, std::string*
     resultado = Analisa(bytes, tratador);
     if (FAILED(resultado) && motivo != nullptr) *motivo = "its content is no report document" + Lugar(tratador.Erro());
   } catch (const ZN::CException&) {
+    if (motivo != nullptr) *motivo = kSemMemoria;
   } catch (const std::bad_alloc&) {
+    if (motivo != nullptr) *motivo = kSemMemoria;
   }
   NumeraColunasFixas(camposEscolhidos.campos);  // also of what was read before a failure
   return SUCCEEDED(resultado);

@@ -12,18 +12,18 @@ CRelConverte::CRelConverte(Servidor& servidor, CriaRepositorio criaRepositorio)
 
 HRESULT CRelConverte::AlteraCodigoCampos(BSTR modulo, BSTR componente, LONG nQtdeCampos,
                                          REL_CODIGO_CAMPOS_ALTERADOS* aCodigoAlterados) {
-  if (nQtdeCampos > 0 && aCodigoAlterados == nullptr) return E_INVALIDARG;
   try {
     const std::string nomeModulo = TextoDeBstr(modulo);
     const std::string nomeComponente = TextoDeBstr(componente);
-    ComPtr<IZNPL_Relatorio2> repositorio;
-    HRESULT resultado = criaRepositorio_(servidor_, IID_IZNPL_Relatorio2, repositorio.OutVoid());
-    if (FAILED(resultado)) return E_OUTOFMEMORY;
-    resultado = repositorio->Inicializa(modulo, componente);
-    if (SUCCEEDED(resultado)) {
-      CConversorCodigos conversor(servidor_, *repositorio, nomeModulo, nomeComponente, nQtdeCampos, aCodigoAlterados);
-      resultado = conversor.Executa();
-    }
+    const HRESULT resultado = [&]() -> HRESULT {
+      if (nQtdeCampos > 0 && aCodigoAlterados == nullptr) return E_INVALIDARG;
+      ComPtr<IZNPL_Relatorio2> repositorio;
+      if (FAILED(criaRepositorio_(servidor_, IID_IZNPL_Relatorio2, repositorio.OutVoid()))) return E_OUTOFMEMORY;
+      const HRESULT inicio = repositorio->Inicializa(modulo, componente);
+      if (FAILED(inicio)) return inicio;
+      return CConversorCodigos(servidor_, *repositorio, nomeModulo, nomeComponente, nQtdeCampos, aCodigoAlterados)
+          .Executa();
+    }();
     // What became of each model has been told.
     if (FAILED(resultado)) {
       servidor_.Relata({.classe = "ZNPL_RelConverte",

@@ -85,10 +85,11 @@ void Deleted(const StoreOptions& options, Answer& answer) {
   if (answer.result == S_OK) TellNames(names, answer);
 }
 
-// The server deletes a demonstration model also when it cannot remember its name, and does not tell.
+// The server deletes a demonstration model also when it cannot remember its name: only what it notes tells of that.
 void TellRemembered(const ReportStore& store, const std::string& name, Answer& answer) {
   constexpr int kAttempts = 20;
   constexpr DWORD kPauseMilliseconds = 20;
+  const std::string why = answer.note.empty() ? std::string() : " (" + answer.note + ")";
   std::vector<std::string> names;
   HRESULT result = DeletedNames(store, &names);
   for (int i = 1; i < kAttempts && result == HRESULT_FROM_WIN32(ERROR_SHARING_VIOLATION); ++i) {
@@ -97,12 +98,12 @@ void TellRemembered(const ReportStore& store, const std::string& name, Answer& a
   }
   if (result != S_OK) {
     answer.data["remembered"] = nullptr;
-    answer.note = "the model is deleted; whether its name is remembered cannot be seen";
+    answer.note = "the model is deleted; whether its name is remembered cannot be seen" + why;
     return;
   }
   const bool remembered = std::find(names.begin(), names.end(), name) != names.end();
   answer.data["remembered"] = remembered;
-  if (!remembered) answer.note = "the model is deleted, but its name could not be remembered";
+  if (!remembered) answer.note = "the model is deleted, but its name could not be remembered" + why;
 }
 
 void Delete(const DeleteOptions& options, Answer& answer) {

@@ -147,7 +147,7 @@ HRESULT CRepositorioRel::AtualizaModelo(BSTR bsRelatorio, USHORT iMargemEsquerda
     DizRazao("changed", falha);
     return NoticeForm(KESTOR_ARQ_NAO_EXISTE);
   }
-  ConteudoLido modelo = LeConteudo(arquivo);
+  ConteudoLido modelo = LeConteudo(arquivo, caminho);
   if (!modelo.inteiro) return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
 
   LONG qdeCampos = 0;

@@ -168,7 +168,7 @@ HRESULT CCatalogoCampos::Le(const std::string& caminho) {
     return ErrorForm(KESTOR_ARQ_NAO_EXISTE);
   }
   aberto_ = true;
-  lido_ = LeConteudo(arquivo);
+  lido_ = LeConteudo(arquivo, caminho);
   const char* const inicio = lido_.bytes.data();
   Contagem contagem = Conta(inicio, inicio + lido_.bytes.size());
   if (contagem.temNulo) {

@@ -88,8 +88,9 @@ HRESULT CRepositorioRel::BuscaDadosExportacaoDoRelatorio(BSTR bsRelatorio, tagRE
     if (!arquivo.Open(caminho.c_str(), kLeituraModelo, &falha)) throw falha;
     auto registro = NewTaskBlock<tagREG_RELEXPORTACAO>(sizeof(tagREG_RELEXPORTACAO));
     if (const UINT lidos = arquivo.Read(registro.get(), kBytesExportacao); lidos != kBytesExportacao) {
-      DizRazao("the file has " + std::to_string(lidos) + " bytes; export settings have at least " +
-               std::to_string(kBytesExportacao));
+      DizRazao("read", caminho,
+               "export settings have at least " + std::to_string(kBytesExportacao) + " bytes, and it has " +
+                   std::to_string(lidos));
       return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
     }
     auto itens = LeBloco<tagREG_RELEXPORTACAO_ITEM>(arquivo, registro->iQtdeItens * kBytesItem);

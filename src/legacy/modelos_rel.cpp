@@ -14,18 +14,22 @@ namespace kestor {
 
 namespace {
 
-// Passes over what cannot be opened, or deleted: it stays, and is told of.
-void ExcluiSeAbre(const std::string& caminho) {
+// Passes over what cannot be opened, or deleted: it stays, and is told of besides what was said before.
+Destino ExcluiSeAbre(const std::string& caminho) {
   CFileException falha;
   try {
     if (ArquivoExiste(caminho, &falha)) {
       CFile::Remove(caminho.c_str());
-    } else if (falha.m_lOsError != ERROR_FILE_NOT_FOUND) {
-      DizRazao("deleted", falha);
+      return Destino::nenhum;
     }
+    if (falha.m_lOsError == ERROR_FILE_NOT_FOUND) return Destino::inalterado;
   } catch (const CFileException& naExclusao) {
-    DizRazao("deleted", naExclusao);
+    falha = naExclusao;
   }
+  const std::string antes = RazaoDita();
+  DizRazao("deleted", falha);
+  JuntaRazao(antes);
+  return Destino::fica;
 }
 
 }  // namespace
@@ -42,7 +46,7 @@ HRESULT CRepositorioRel::BuscaTamanhoRelatorio(BSTR bNomeArq, LONG* lQde) {
     return NoticeForm(KESTOR_ARQ_NAO_EXISTE);
   }
   conteudoPendente_.reset();
-  ConteudoLido lido = LeConteudo(arquivo);
+  ConteudoLido lido = LeConteudo(arquivo, caminho);
   *lQde = lido.comprimento;
   conteudoPendente_ = std::move(lido.bytes);
   return lido.inteiro ? S_OK : ErrorForm(KESTOR_PROBLEMAS_AO_LER);
@@ -106,10 +110,17 @@ HRESULT CRepositorioRel::BuscaNomeRelatoriosExistentes(BSTR* bNomes) {
 }
 
 HRESULT CRepositorioRel::ExcluiRelatorio(BSTR bNomeArq) {
-  return servidor_.Executa(MudancaDe("ExcluiRelatorio"), bNomeArq, [&]() -> HRESULT {
+  return servidor_.Executa(MudancaDe("ExcluiRelatorio"), bNomeArq, [&](Mudanca& mudanca) -> HRESULT {
     if (!caminhoRelatorios_) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
-    for (const std::string& caminho : CaminhosRelExcluidos(Prefixo(), TextoDeBstr(bNomeArq)))
-      ExcluiSeAbre(caminho);
+    // The result is the same when nothing is there, or when it stays.
+    bool ficou = false;
+    bool excluiu = false;
+    for (const std::string& caminho : CaminhosRelExcluidos(Prefixo(), TextoDeBstr(bNomeArq))) {
+      const Destino destino = ExcluiSeAbre(caminho);
+      ficou = ficou || destino == Destino::fica;
+      excluiu = excluiu || destino == Destino::nenhum;
+    }
+    if (ficou || !excluiu) mudanca.destino = ficou ? Destino::fica : Destino::inalterado;
     return S_OK;
   });
 }

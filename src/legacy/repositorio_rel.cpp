@@ -67,7 +67,10 @@ HRESULT CRepositorioRel::BuscaQdeCamposArquivo(LONG* lQde) {
   }
   camposPendentes_.reset();
   const std::size_t quantidade = catalogo.Quantidade(kMaxCampos + 1);
-  if (quantidade > kMaxCampos) return E_OUTOFMEMORY;
+  if (quantidade > kMaxCampos) {
+    DizRazao("the field catalogue has more than the " + std::to_string(kMaxCampos) + " lines that a call carries");
+    return E_OUTOFMEMORY;
+  }
   camposPendentes_ = std::make_unique_for_overwrite<tagREG_CAMPOS_RELATORIO[]>(quantidade);
   catalogo.Preenche(camposPendentes_.get(), quantidade);
   qdeCamposPendentes_ = static_cast<LONG>(quantidade);

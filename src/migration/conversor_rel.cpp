@@ -168,6 +168,7 @@ CConversorRel::Fim CConversorRel::Converte(const std::string& nome) const {
     const std::string dita = RazaoDita();
     return Fim{Destino::fica, dita.empty() ? frase : dita};
   };
+  EsqueceRazao();  // why a listed document is none
   CConteudoRel conteudo;
   conteudo.DefineRepositorio(*rel_);
   if (const HRESULT leitura = conteudo.Carrega(nome); leitura != S_OK) return fica("it cannot be read");

@@ -113,7 +113,12 @@ HRESULT CRepositorioRel2::ExcluiModelo(BSTR nome, char bModeloDemo, char* result
     }
   };
   if (bModeloDemo != 0) tenta([&] { RegistraModeloDemoExcluido(texto); });
-  tenta([&] { EsquecePadrao(nome); });
+  tenta([&] {
+    const std::string antes = RazaoDita();
+    EsqueceRazao();
+    EsquecePadrao(nome);
+    JuntaRazao(antes);
+  });
   return S_OK;
 }
 

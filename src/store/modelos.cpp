@@ -35,8 +35,11 @@ HRESULT CRepositorioRel2::Le(BSTR bsRelatorio, REG_RELATORIO2** ppregRelatorio) 
   try {
     const ULONGLONG tamanho = arquivo.GetLength();
     if (tamanho < kBytesVersao || tamanho - kBytesVersao > kMaxConteudo) {
-      DizRazao("the file has " + std::to_string(tamanho) + " bytes; a model has from " + std::to_string(kBytesVersao) +
-               " to " + std::to_string(kBytesVersao + kMaxConteudo));
+      const char* const limite = tamanho < kBytesVersao ? "at least " : "at most ";
+      DizRazao("read", caminho,
+               std::string("a model has ") + limite +
+                   std::to_string(kBytesVersao + (tamanho < kBytesVersao ? 0 : kMaxConteudo)) + " bytes, and it has " +
+                   std::to_string(tamanho));
       return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
     }
     const auto bytes = static_cast<UINT>(tamanho);
@@ -46,7 +49,7 @@ HRESULT CRepositorioRel2::Le(BSTR bsRelatorio, REG_RELATORIO2** ppregRelatorio) 
     // One reading into the client's own block, and the content moved up over the version: a second reading from an odd
     // place costs several times the move.
     if (arquivo.Read(conteudo.get(), bytes) != bytes) {
-      DizRazao("another program has cut the file while it was read");
+      DizRazao("read", caminho, "another program has cut it meanwhile");
       return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
     }
     arquivo.Close();
@@ -115,10 +118,13 @@ HRESULT CRepositorioRel2::GravaModelo2(BSTR bsRelatorio, USHORT nVersao, unsigne
   switch (GravaModelo(caminho, modos, versao, conteudo)) {
     case Gravacao::feita:
       return S_OK;
-    case Gravacao::jaExiste:
-      return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
     case Gravacao::grandeDemais:
-      return deveSerNovo && ArquivoExiste(caminho) ? NoticeForm(KESTOR_ARQUIVO_JA_EXISTE) : E_INVALIDARG;
+      if (!deveSerNovo || !ArquivoExiste(caminho)) return E_INVALIDARG;
+      [[fallthrough]];
+    case Gravacao::jaExiste:
+      // What has been said is about the size, or the list of deleted models.
+      EsqueceRazao();
+      return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
     default:
       return ErrorForm(KESTOR_PROBLEMAS_AO_GRAVAR);
   }

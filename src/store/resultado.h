@@ -7,7 +7,6 @@
 #include "common/razao.h"
 #include "contract/results.h"
 #include "platform/files/files.h"
-#include "platform/text/text.h"
 
 namespace kestor {
 
@@ -19,8 +18,8 @@ HRESULT ResultadoDe(const char* feito, const Operacao& operacao) {
     return operacao();
   } catch (const CFileException& falha) {
     if (falha.m_lOsError == static_cast<LONG>(ERROR_BAD_FORMAT)) {
-      DizRazao(text::Presentable(text::ToUtf8(NomeDoArquivo(falha.m_strFileName))) + " cannot be " + feito +
-               ": a file of records has at most " + std::to_string(kMaxArquivoRegistros) + " bytes");
+      DizRazao(feito, falha.m_strFileName,
+               "a file of records has at most " + std::to_string(kMaxArquivoRegistros) + " bytes");
     } else {
       DizRazao(feito, falha);
     }

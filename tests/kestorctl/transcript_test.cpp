@@ -11,8 +11,9 @@
 //
 // What a command prints must be there in full. Blank lines at the end do not count; text after the last line end gets
 // the mark "(no line end)". In a line of the transcript "..." stands for any text, $PWD for the folder, $KESTOR for the
-// server's executable. The commands have these two as variables, and $EXAMPLES for the folder of the examples.
-// After a line "Only where: COMMAND" a transcript ends where that command fails.
+// server's executable. The commands have these two as variables, $EXAMPLES for the folder of the examples, and $HOLD
+// for a program that holds a file while it runs a command (hold.cpp). After a line "Only where: COMMAND" a transcript
+// ends where that command fails.
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -79,6 +80,7 @@ class Transcript : public testing::TestWithParam<std::string> {
     setenv("LC_ALL", "C", 1);
     setenv("KESTOR", KESTOR_EXECUTABLE, 1);
     setenv("EXAMPLES", KESTOR_EXAMPLES, 1);
+    setenv("HOLD", KESTOR_HOLD, 1);
     setenv("KESTOR_HOME", (Session() / "home").c_str(), 1);
     setenv("XDG_RUNTIME_DIR", mkdtemp(run_.data()), 1);
     unsetenv("KESTOR_SERVER");

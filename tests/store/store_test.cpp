@@ -2,6 +2,7 @@
 // remembers. The files themselves are shown by the transcripts of kestorctl.
 #include <cerrno>
 
+#include "common/razao.h"
 #include "platform/files/files.h"
 #include "store_fixture.h"
 #include "support/system_calls.h"
@@ -80,6 +81,9 @@ TEST_F(ReportStore, WhatCannotBeWrittenOrReadLeavesTheModelAlone) {
   unsigned char byte = 0;  // more of them than Le would give back are not even looked at
   EXPECT_EQ(store_->Grava(Text(u"A"), 1, 0, -1, nullptr), E_INVALIDARG);
   EXPECT_EQ(store_->Grava(Text(u"A"), 1, 0, 134'213'633, &byte), E_INVALIDARG);
+  EXPECT_NE(kestor::RazaoDita(), "");
+  EXPECT_EQ(store_->Grava(Text(u"A"), 1, kMustBeNew, 134'213'633, &byte), 0x00040004);
+  EXPECT_EQ(kestor::RazaoDita(), "") << "its size is not why";
   EXPECT_EQ(store_->Grava(Text(u"A"), 1, 0, 1, nullptr), E_POINTER);
   {
     // A model that another station holds: not there for a reader, not writable, and not existing for the check.

@@ -288,6 +288,15 @@ std::string WhyDead(const std::string& link, int error) {
   return LinkTo(link) + (error == ELOOP ? ", which leads back to itself" : ", where there is nothing");
 }
 
+// A folder by its path without symbolic links, for people who are to change it; as it is where that cannot be had.
+std::string RealFolder(const std::string& folder) {
+  host::Descriptor in;
+  std::string real;
+  const bool isReal =
+      host::Open(AT_FDCWD, folder, O_PATH | O_DIRECTORY, &in) == 0 && host::RealPath(in, ".", &real) == 0;
+  return isReal ? real : folder;
+}
+
 // Sets the place's obstacle if a path is not a folder that can be entered.
 bool Enter(const std::string& folder, Place* place) {
   struct stat status = {};
@@ -295,7 +304,7 @@ bool Enter(const std::string& folder, Place* place) {
   if (error == 0 && S_ISDIR(status.st_mode)) {
     if (host::MayUse(folder, X_OK) != EACCES) return true;
     place->error = ERROR_ACCESS_DENIED;
-    place->obstacle = Rights(folder, status, X_OK);
+    place->obstacle = Rights(RealFolder(folder), status, X_OK);
     return false;
   }
   place->error = error == EACCES ? ERROR_ACCESS_DENIED : ERROR_PATH_NOT_FOUND;
@@ -324,15 +333,6 @@ bool EnterBase(std::string_view text, const std::string& base, Place* place) {
                       Presentable(base);
   }
   return false;
-}
-
-// A folder by its path without symbolic links, for people who are to change it; as it is where that cannot be had.
-std::string RealFolder(const std::string& folder) {
-  host::Descriptor in;
-  std::string real;
-  const bool isReal =
-      host::Open(AT_FDCWD, folder, O_PATH | O_DIRECTORY, &in) == 0 && host::RealPath(in, ".", &real) == 0;
-  return isReal ? real : folder;
 }
 
 // Goes into a folder of the place's folder. False when it cannot.
@@ -543,7 +543,9 @@ std::string WhyFull(const Place& place) {
 std::string WhyTaken(const Place& place) {
   if (!place.obstacle.empty()) return {};
   if (place.isLink && place.fileError == ENOENT) return WhyDead(place.path, ENOENT) + ", but has the name";
-  return place.Exists() ? Presentable(place.path) + " exists already" : std::string();
+  if (!place.Exists()) return {};
+  const bool isFile = S_ISREG(place.file.st_mode);
+  return Presentable(place.path) + " exists already" + (isFile ? "" : std::string(" and is ") + Kind(place.file));
 }
 
 std::string WhyTooLong(const Place& place, const PathName& path) {
