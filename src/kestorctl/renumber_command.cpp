@@ -23,8 +23,8 @@ field 150 becomes 160, not 170. A renumbered column gets the title that the fiel
 keys, totals and conditions on fields that the catalogue does not allow for them are removed, also where no code changes.
 Codes up to 99 are places of fixed columns and cannot be given. Without the field catalogue nothing is done.
 
-First-generation models are migrated first. It tells what became of the models, as the server says; those in which nothing is to be changed are only listed with
---json:
+First-generation models are migrated first. It tells what became of the models, as the server says; those in which
+nothing is to be changed are only listed with --json:
 
   renumbered: NAME             it has the new codes now
   renumbered: NAME: stored as "OTHER", …
@@ -48,8 +48,9 @@ Examples:
   kestorctl renumber CT 01 150=160 151=161
 
 Exit status: 0 done; 3 done, but for models that are not changed and have a reason, or what became of them is not known;
-1 failure, or begun with nothing; 2 wrong usage. After a failure in the middle, such as a server that was ended, some models have the new codes: "kestorctl
-log" tells which. Codes that others have been changed to would be changed again by a second run.)";
+1 failure, or begun with nothing; 2 wrong usage. After a failure in the middle, such as a server that was ended, some
+models have the new codes: "kestorctl log" tells which. Codes that others have been changed to would be changed again by
+a second run.)";
 
 using kestor::Destino;
 using Json = nlohmann::ordered_json;
