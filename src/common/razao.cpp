@@ -29,20 +29,21 @@ std::string Inicio(const char* operacao, const std::string& caminho) {
 
 class RazaoArquivo final : public com::ErrorInfo {
  public:
-  RazaoArquivo(const char* operacao, const CFileException& falha) : operacao_(operacao), falha_(falha) {}
+  RazaoArquivo(const char* operacao, const CFileException& falha)
+      : operacao_(operacao), numero_(static_cast<DWORD>(falha.m_lOsError)), caminho_(falha.m_strFileName) {}
 
   std::string Sentence() const override { return Frase(files::Care::thorough); }
   std::string BriefSentence() const override { return Frase(files::Care::brief); }
 
  private:
   std::string Frase(files::Care cuidado) const {
-    const auto numero = static_cast<DWORD>(falha_.m_lOsError);
-    return Inicio(operacao_, falha_.m_strFileName) + files::Explain(falha_.m_strFileName, numero, cuidado) +
-           " (error " + std::to_string(numero) + ")";
+    return Inicio(operacao_, caminho_) + files::Explain(caminho_, numero_, cuidado) + " (error " +
+           std::to_string(numero_) + ")";
   }
 
   const char* const operacao_;
-  const CFileException falha_;
+  const DWORD numero_;
+  const std::string caminho_;
 };
 
 class RazaoPasta final : public com::ErrorInfo {

@@ -24,8 +24,8 @@ void JuntaRazao(const std::string& antes) noexcept;
 // Nothing was found in a folder; a reason where that is because the folder is missing or cannot be read.
 void DizRazaoSePastaFalta(const std::string& pasta) noexcept;
 
-// What has been said since the runtime, or EsqueceRazao, has cleared it, as far as that is found out quickly: the server
-// does not keep others waiting for it. Empty when nothing has.
+// What has been said since the runtime, or EsqueceRazao, has cleared it, as far as that is found out quickly: the
+// server does not keep others waiting for it. Empty when nothing has.
 std::string RazaoDita() noexcept;
 void EsqueceRazao() noexcept;
 

@@ -225,8 +225,8 @@ DWORD HostPath(const char* path, std::string* host);
 // nothing there. Where nothing that it sees leads to the number, it says what the number means and no more. UTF-8, a
 // clause without a full stop, such as "/srv/reports/CT01Vendas.RXL belongs to maria with mode 0600, and the server,
 // which runs as joao, may not read it; maria or root can change that". Never empty. From any thread. Throws
-// std::bad_alloc. `care`: a thorough explanation also looks through the open files of all processes for the one that has
-// the file in use, and through the folder for a link that leads nowhere, which takes some hundredths of a second.
+// std::bad_alloc. `care`: a thorough explanation also looks through the open files of all processes for the one that
+// has the file in use, and through the folder for a link that leads nowhere, which takes some hundredths of a second.
 enum class Care { brief, thorough };
 std::string Explain(const std::string& path, DWORD osError, Care care = Care::thorough);
 
