@@ -1,5 +1,8 @@
 #include "server/modulo_servidor.h"
 
+#include <string_view>
+#include <utility>
+
 #include "server/fabrica_classe.h"
 #include "server/monitor_encerramento.h"
 #include "server/relato.h"
@@ -37,8 +40,21 @@ LONG CModuloServidor::Destrava() {
 }
 
 void CModuloServidor::Anota(const Mudanca& mudanca) {
-  if (diario_ != nullptr) RelataAoDiario(mudanca, *diario_);
   RelataAoCliente(mudanca, false);
+  if (diario_ != nullptr && ENovidade(mudanca)) RelataAoDiario(mudanca, *diario_);
+}
+
+// Every initialisation finds the models that stay again. Entered each time, they would drive all else out of the
+// journal.
+bool CModuloServidor::ENovidade(const Mudanca& mudanca) {
+  constexpr std::size_t kLembradas = 10000;
+  if (mudanca.destino != Destino::fica || mudanca.resultado != S_OK || mudanca.total == 0) return true;
+  if (ficaram_.size() >= kLembradas) ficaram_.clear();
+  std::string chave;
+  for (const std::string_view parte :
+       {mudanca.modulo, mudanca.componente, mudanca.modelo, std::string_view(mudanca.razao)})
+    chave.append(parte) += '\0';
+  return ficaram_.insert(std::move(chave)).second;
 }
 
 bool CModuloServidor::IniciaMonitor() {

@@ -3,6 +3,8 @@
 
 #include <atomic>
 #include <span>
+#include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "common/objeto_contado.h"
@@ -57,8 +59,9 @@ class CModuloServidor final : public Servidor {
     DWORD cookie = 0;
   };
 
-  // Tells the journal and the client of a change.
+  // Tells the client and the journal of a change.
   void Anota(const Mudanca& mudanca) override;
+  bool ENovidade(const Mudanca& mudanca);
 
   static DWORD ExecutaMonitor(void* modulo);
   void EncerraMonitor();
@@ -69,6 +72,7 @@ class CModuloServidor final : public Servidor {
   const DWORD threadPrincipal_;
   const DWORD tempoOciosoMs_;
   journal::Writer* const diario_;
+  std::unordered_set<std::string> ficaram_;  // models that stay, and why, as the journal has them
   HANDLE eventoEncerramento_ = nullptr;
   HANDLE monitor_ = nullptr;
   std::vector<ClassePublicada> classes_;

@@ -1,4 +1,5 @@
 // What the server process is made of: its command line, its class objects, and what decides when it ends.
+#include <algorithm>
 #include <gmock/gmock.h>
 #include <map>
 
@@ -65,6 +66,24 @@ TEST(Journal, CostsAGravaOneWriteAndNoFlush) {
   ++expected["statx"];  // whether the journal is still the file of its name
   journal::Writer journal(platform::Home::Current());
   EXPECT_EQ(CallsOfGrava(&journal), expected);
+}
+
+// A folder has models that no initialisation can convert, and each client initialises.
+TEST(Journal, ModelsThatStayAreEnteredOnceForEachReason) {
+  const support::Installation installation;
+  journal::Writer journal(platform::Home::Current());
+  kestor::CModuloServidor module({}, 0, &journal);
+  const auto tell = [&module](kestor::Destino fate, const char* model, const char* reason) {
+    module.Relata({.modulo = "CT", .modelo = model, .razao = reason, .destino = fate, .feitos = 1, .total = 1});
+  };
+  for (int i = 0; i < 3; ++i) {
+    tell(kestor::Destino::fica, "A", "in use");
+    tell(kestor::Destino::fica, "A", "cut");
+    tell(kestor::Destino::fica, "B", "cut");
+    tell(kestor::Destino::renumerado, "A", "");
+  }
+  const std::string lines = support::ReadFile(platform::Home::Current().Folder() / "journal.jsonl");
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 3 + 3) << lines;
 }
 
 TEST(ShutdownMonitor, WhatHappensMeanwhileStartsTheWaitAnew) {
