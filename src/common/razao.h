@@ -12,7 +12,8 @@ namespace kestor {
 
 void DizRazao(std::string frase) noexcept;
 
-// A file operation has failed: "PATH cannot be OPERACAO: REASON (error NUMBER)", such as "written". A constant text.
+// A file operation has failed: "NAME cannot be OPERACAO: REASON (error NUMBER)". `operacao`: such as "written", a
+// constant.
 void DizRazao(const char* operacao, const CFileException& falha) noexcept;
 
 // A file has not what an operation needs: "NAME cannot be OPERACAO: PORQUE".

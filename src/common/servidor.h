@@ -18,9 +18,9 @@ enum class Destino : std::uint16_t {
   nenhum = 0,         // the call is about one model
   convertido = 1,     // migration: its document is stored
   descartado = 2,     // migration: it had a document already and is deleted
-  fica = 3,           // migration: stays as it is
+  fica = 3,           // migration, and deletion of the first generation: stays as it is
   renumerado = 4,     // renumbering
-  inalterado = 5,     // renumbering: nothing in it is to be renumbered
+  inalterado = 5,     // renumbering: nothing in it is to be renumbered; deletion: nothing is there
   ignorado = 6,       // renumbering: passed over
   substituiria = 7,   // rehearsed renumbering: would be stored over another model
   codigoSemCampo = 8  // rehearsed renumbering: a new code, in the place of the name, that no field has
