@@ -51,9 +51,9 @@ std::uint32_t CCaminhosInstalacao::BuscaCaminhoRelatorios(std::string& caminho) 
   return LePasta(kChaveBase, "Relatorios", caminho);
 }
 
-std::uint32_t CCaminhosInstalacao::BuscaCaminhoModulo(std::string modulo, std::string& caminho) {
-  caminho.clear();
+std::uint32_t CCaminhosInstalacao::BuscaCaminhoModulo(const std::string& modulo, std::string& caminho) {
   const ModuloFamilia* familia = BuscaModulo(modulo);
+  caminho.clear();
   if (familia == nullptr) return kFalhaRegistry;
   return LePasta(kChaveBase + std::string(familia->subchave), "Path", caminho);
 }

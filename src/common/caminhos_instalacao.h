@@ -34,7 +34,7 @@ class CCaminhosInstalacao {
 
   // The installation folder of the application with the code `modulo` (letter case aside): value "Path" of its key. On
   // failure `caminho` is empty.
-  static std::uint32_t BuscaCaminhoModulo(std::string modulo, std::string& caminho);
+  static std::uint32_t BuscaCaminhoModulo(const std::string& modulo, std::string& caminho);
 
   // Why the two lookups do not succeed for a module, and what to do, for people: English, UTF-8. Throws std::bad_alloc.
   static std::string PorQueFalta(const std::string& modulo);
