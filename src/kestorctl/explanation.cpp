@@ -20,7 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-using kestor::CCaminhosInstalacao;
 using kestor::ModuloFamilia;
 
 std::string ExplainFailedStart(REFCLSID clsid) {
