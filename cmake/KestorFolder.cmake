@@ -20,6 +20,17 @@ else()
 endif()
 target_link_options(kestor_settings INTERFACE -Wl,-z,relro -Wl,-z,now)
 
+# Most of a compilation is the standard library's headers. The presets for the sanitizers read them once; the other builds
+# do without, so that a file that forgets an include does not compile.
+if(KESTOR_PRECOMPILED_HEADERS)
+  file(WRITE ${PROJECT_BINARY_DIR}/precompiled.cpp "")
+  add_library(kestor_precompiled OBJECT ${PROJECT_BINARY_DIR}/precompiled.cpp)
+  target_link_libraries(kestor_precompiled PRIVATE kestor_settings)
+  target_precompile_headers(kestor_precompiled PRIVATE
+    <algorithm> <array> <atomic> <chrono> <filesystem> <functional> <map> <memory> <optional> <string> <string_view>
+    <vector>)
+endif()
+
 # kestor_folder(TARGET PUBLIC headers… SOURCES sources… [LINKS targets…] [PRIVATE_LINKS targets…])
 #
 # One folder of src/ as one static library. Only the headers named PUBLIC can be included from elsewhere, and only
@@ -38,6 +49,9 @@ function(kestor_folder target)
     add_library(${target} STATIC ${ARG_SOURCES})
     target_include_directories(${target} PUBLIC ${root})
     target_link_libraries(${target} PUBLIC ${ARG_LINKS} PRIVATE ${ARG_PRIVATE_LINKS} kestor_settings)
+    if(KESTOR_PRECOMPILED_HEADERS)
+      target_precompile_headers(${target} REUSE_FROM kestor_precompiled)
+    endif()
   else()
     add_library(${target} INTERFACE)
     target_include_directories(${target} INTERFACE ${root})

@@ -103,14 +103,14 @@ run 0 cmp "$examples/contabil/Balancete.filtro" filtro.back
 step "They become report documents; one that was cut short stays, to be looked at."
 head -c 200 "$examples/contabil/Razao.REL" > cut.rel
 run 0 kestorctl legacy write CT 01 Cortado cut.rel
-run 0 kestorctl migrate CT 01
+run 3 kestorctl migrate CT 01
 run 0 kestorctl legacy list CT 01
 [ "$(kestorctl legacy list CT 01)" = Cortado ] || fail "other models than the damaged one are left"
 run 0 kestorctl list CT 01
 
 step "What a report document says, and a field of it renumbered."
 run 0 kestorctl show CT 01 Balancete
-run 0 kestorctl renumber CT 01 302=301
+run 3 kestorctl renumber CT 01 302=301
 kestorctl show CT 01 Balancete | grep -q '^ 301  SaldoMes ' || fail "the field has not been renumbered"
 last_client=$SECONDS
 
