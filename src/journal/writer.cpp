@@ -19,14 +19,6 @@ constexpr DWORD kMostOlder = 99;
 constexpr std::chrono::seconds kSettingsAge{1};
 constexpr std::chrono::milliseconds kRotationPause{100};
 
-DWORD ReadNumber(const registry::OwnedKey& key, const char* name, DWORD least, DWORD most, DWORD otherwise) {
-  DWORD type = REG_NONE;
-  DWORD number = 0;
-  DWORD size = sizeof number;
-  if (RegQueryValueExA(key.Get(), name, nullptr, &type, reinterpret_cast<BYTE*>(&number), &size) != 0) return otherwise;
-  return type == REG_DWORD && size == sizeof number && number >= least && number <= most ? number : otherwise;
-}
-
 // The lines lead to their process by themselves.
 void WriteToSystemLog(std::string_view line) {
   openlog("kestor", 0, LOG_USER);
@@ -46,9 +38,10 @@ Settings ReadSettings() {
   Settings settings;
   registry::OwnedKey key;
   if (RegOpenKeyA(HKEY_LOCAL_MACHINE, kKey, key.Out()) != 0) return settings;
-  settings.bytes = ReadNumber(key, "DiarioBytes", kFewestBytes, ~DWORD{0}, static_cast<DWORD>(settings.bytes));
-  settings.older = ReadNumber(key, "DiarioArquivos", 0, kMostOlder, settings.older);
-  settings.systemLog = ReadNumber(key, "DiarioSyslog", 0, 1, 0) != 0;
+  settings.bytes =
+      registry::ReadNumber(key.Get(), "DiarioBytes", kFewestBytes, ~DWORD{0}, static_cast<DWORD>(settings.bytes));
+  settings.older = registry::ReadNumber(key.Get(), "DiarioArquivos", 0, kMostOlder, settings.older);
+  settings.systemLog = registry::ReadNumber(key.Get(), "DiarioSyslog", 0, 1, 0) != 0;
   return settings;
 }
 

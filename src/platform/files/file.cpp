@@ -4,9 +4,11 @@
 #include <optional>
 
 #include "files.h"
+#include "keeping.h"
 #include "machines.h"
 #include "opening.h"
 #include "platform/kernel/host_error.h"
+#include "platform/text/text.h"
 #include "replacement.h"
 
 using files::Denial;
@@ -31,6 +33,11 @@ struct CFile::OpenFile {
   void Check(int hostError) const {
     if (hostError != 0) Fail(platform::OsError(hostError));
   }
+
+  std::string PlainName() const { return text::ToUtf8(name.substr(name.find_last_of("\\/:") + 1)); }
+
+  // Whether the next writing is the first one into a content that was there and can be read.
+  bool IsFirstInPlace() const { return replacement == nullptr && !createdIn && !written && reads; }
 
   void PrepareToWrite();
   DWORD Finish();
@@ -98,6 +105,8 @@ BOOL CFile::Open(const char* path, UINT flags, CFileException* error) {
       open->written = mode->create;
     } else if (mode->create) {
       code = files::OpenOrCreate(translated, *mode, &open->own, &open->createdIn);
+      if (files::Keeper* const keeper = files::Keeping::Current(); keeper != nullptr && open->createdIn)
+        keeper->SeeNew(open->PlainName(), open->own);
       open->written = mode->truncate;
     } else {
       code = files::OpenExisting(translated, *mode, &open->own, &open->lengthAtOpening);
@@ -199,6 +208,9 @@ void CFile::OpenFile::PrepareToWrite() {
   if (!writes) Fail(ERROR_ACCESS_DENIED);
   writeError = replacement != nullptr ? replacement->PrepareToWrite() : DWORD{ERROR_SUCCESS};
   if (writeError != ERROR_SUCCESS) Fail(writeError);
+  if (files::Keeper* const keeper = files::Keeping::Current(); keeper != nullptr && IsFirstInPlace()) {
+    keeper->Keep({.way = files::LeavingFile::Way::rewritten, .name = PlainName(), .file = own});
+  }
   written = true;
 }
 

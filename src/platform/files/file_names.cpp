@@ -3,6 +3,7 @@
 
 #include "files.h"
 #include "folder_index.h"
+#include "keeping.h"
 #include "lookup.h"
 #include "opening.h"
 #include "platform/kernel/host_error.h"
@@ -30,7 +31,18 @@ DWORD RemoveFile(std::string_view text) {
   host::Descriptor file;
   if (const DWORD error = OpenLocated(path, kExclusiveReading, &location, &file); error != ERROR_SUCCESS) return error;
   if (host::IsReadOnly(location.status)) return ERROR_ACCESS_DENIED;
-  if (const int error = host::Unlink(location.folder, location.name); error != 0) return platform::OsError(error);
+  Keeper* const keeper = Keeping::Current();
+  if (keeper != nullptr) {
+    keeper->Keep({.way = LeavingFile::Way::removed,
+                  .name = location.name,
+                  .file = file,
+                  .folder = &location.folder,
+                  .entry = location.name});
+  }
+  if (const int error = host::Unlink(location.folder, location.name); error != 0) {
+    if (keeper != nullptr) keeper->Drop();
+    return platform::OsError(error);
+  }
   FolderIndexes::OfProcess().CatchUp();
   return FlushRemoval(std::move(location.folder));
 }

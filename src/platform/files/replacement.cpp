@@ -1,9 +1,9 @@
 #include "replacement.h"
 
 #include <utility>
-#include <vector>
 
 #include "folder_index.h"
+#include "keeping.h"
 #include "platform/host/whole_file.h"
 #include "platform/kernel/host_error.h"
 
@@ -25,6 +25,7 @@ DWORD Replacement::Begin(const PathName& path, Manner manner) {
 // The old file is locked before the hidden one, always: of two that begin at the same time one is refused at the first.
 // A name that is not there is looked for again once it is reserved: till then a quick look will do the first time.
 DWORD Replacement::TryBegin(const PathName& path, bool isFirstAttempt) {
+  linkName_.clear();
   newSpelling_.clear();
   DWORD error = OpenFolderOf(path, &location_.folder);
   if (error != ERROR_SUCCESS) return error;
@@ -70,7 +71,7 @@ DWORD Replacement::RefuseTakenName() {
 DWORD Replacement::PrepareToWrite() {
   if (reservation_.File()) return ERROR_SUCCESS;
   DWORD error = Reserve();
-  if (error == ERROR_SUCCESS) error = TakeOverContent();
+  if (error == ERROR_SUCCESS) error = platform::OsError(host::CopyContent(old_, File()));
   if (error != ERROR_SUCCESS) reservation_.Cancel();
   return error;
 }
@@ -84,26 +85,10 @@ DWORD Replacement::FollowLink() {
   std::string real;
   if (const int error = host::RealPath(location_.folder, location_.name, &real); error != 0)
     return platform::OsError(error);
+  linkName_ = location_.name;
   const std::size_t separator = real.rfind('/');
   location_.name = real.substr(separator + 1);
   return platform::OsError(host::OpenFolder(AT_FDCWD, real.substr(0, separator + 1), &location_.folder));
-}
-
-DWORD Replacement::TakeOverContent() {
-  std::vector<char> block(std::size_t{64} << 10);
-  for (off_t position = 0;;) {
-    std::size_t read = 0;
-    if (const int error = host::ReadAt(old_, block.data(), block.size(), position, &read); error != 0)
-      return platform::OsError(error);
-    if (read == 0) return ERROR_SUCCESS;
-    for (std::size_t done = 0; done < read;) {
-      std::size_t written = 0;
-      const int error = host::WriteAt(File(), block.data() + done, read - done, position, &written);
-      if (error != 0) return platform::OsError(error);
-      done += written;
-      position += static_cast<off_t>(written);
-    }
-  }
 }
 
 DWORD Replacement::TakeName() {
@@ -123,9 +108,25 @@ DWORD Replacement::TakeName() {
   return error;
 }
 
+DWORD Replacement::KeepAndTakeName() {
+  Keeper* const keeper = Keeping::Current();
+  if (keeper == nullptr) return TakeName();
+  if (old_) {
+    keeper->Keep({.name = linkName_.empty() ? location_.name : linkName_,
+                  .file = old_,
+                  .folder = &location_.folder,
+                  .entry = location_.name,
+                  .successor = &File()});
+  }
+  const DWORD error = TakeName();
+  if (error != ERROR_SUCCESS && old_) keeper->Drop();
+  if (error == ERROR_SUCCESS && !old_) keeper->SeeNew(location_.name, File());
+  return error;
+}
+
 DWORD Replacement::Commit() {
   DWORD error = platform::OsError(host::Sync(File()));
-  if (error == ERROR_SUCCESS) error = TakeName();
+  if (error == ERROR_SUCCESS) error = KeepAndTakeName();
   if (error == ERROR_SUCCESS) error = platform::OsError(host::Sync(location_.folder));
   reservation_.Cancel();
   old_.Close();

@@ -40,12 +40,13 @@ class Replacement {
   DWORD TryBegin(const PathName& path, bool isFirstAttempt);
   DWORD Reserve();
   DWORD FollowLink();
-  DWORD TakeOverContent();
   DWORD RefuseTakenName();
+  DWORD KeepAndTakeName();
   DWORD TakeName();
 
   Manner manner_;
   Location location_;
+  std::string linkName_;     // of the symbolic link that led to the old file
   std::string newSpelling_;  // of the old file's name, where it is to change
   host::Descriptor old_;
   Reservation reservation_;  // refers to the location's folder

@@ -159,13 +159,20 @@ int RenameToFreeName(const Descriptor& oldFolder, const std::string& oldName, co
   const int error = RenameUnlessTaken(oldFolder, oldName, newFolder, newName);
   if (!IsUnknownKind(error)) return error;
   // A link refuses a name that is taken just as well.
-  const int linkError =
-      Repeat({"linkat", oldFolder.Number(), oldName.c_str(), newFolder.Number(), newName.c_str()},
-             [&] { return linkat(oldFolder.Number(), oldName.c_str(), newFolder.Number(), newName.c_str(), 0); });
-  if (linkError != 0) return linkError;
+  if (const int linkError = Link(oldFolder, oldName, newFolder, newName); linkError != 0) return linkError;
   // A network file system that asks a second time finds that the name is gone.
   const int unlinkError = Unlink(oldFolder, oldName);
   return unlinkError == ENOENT ? 0 : unlinkError;
+}
+
+int Link(const Descriptor& folder, const std::string& name, const Descriptor& newFolder, const std::string& newName) {
+  return Repeat({"linkat", folder.Number(), name.c_str(), newFolder.Number(), newName.c_str()},
+                [&] { return linkat(folder.Number(), name.c_str(), newFolder.Number(), newName.c_str(), 0); });
+}
+
+int MakeFolder(const Descriptor& folder, const std::string& name) {
+  return Repeat({"mkdirat", folder.Number(), name.c_str()},
+                [&] { return mkdirat(folder.Number(), name.c_str(), 0777); });
 }
 
 int ChangeSpelling(const Descriptor& folder, const std::string& oldName, const std::string& newName) {

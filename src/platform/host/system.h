@@ -41,6 +41,8 @@ int Rename(const Descriptor& oldFolder, const std::string& oldName, const Descri
 // name, which is reported.
 int RenameToFreeName(const Descriptor& oldFolder, const std::string& oldName, const Descriptor& newFolder,
                      const std::string& newName);
+// Gives a file a second name; EEXIST when that is taken.
+int Link(const Descriptor& folder, const std::string& name, const Descriptor& newFolder, const std::string& newName);
 // Changes the letter case of a name. The new spelling must be reserved: at no instant has the file both.
 int ChangeSpelling(const Descriptor& folder, const std::string& oldName, const std::string& newName);
 
@@ -107,6 +109,8 @@ int SetLock(const Descriptor& file, short type, LockRange range);  // F_RDLCK, F
 int FindForeignLock(const Descriptor& file, LockRange range, off_t* start);
 
 // ---- Folders -------------------------------------------------------------------------------------------------------
+
+int MakeFolder(const Descriptor& folder, const std::string& name);  // for everybody, as far as the umask lets it
 
 // Calls `visit` for each name in the folder but "." and "..", with its type (DT_REG, …, DT_UNKNOWN).
 int ReadNames(const Descriptor& folder, const std::function<void(const char* name, unsigned char type)>& visit);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <new>
+#include <vector>
 
 #include "access_list.h"
 #include "platform/host/system.h"
@@ -75,6 +76,23 @@ int TakeOverRights(const Descriptor& file, const struct stat& old) {
   const mode_t kept = TakeOverGroup(file, own, old) ? kPermissions : kPermissions & ~kGroupPermissions;
   if ((own.st_mode & kPermissions) == (old.st_mode & kept)) return 0;
   return ChangeMode(file, old.st_mode & kept);
+}
+
+int CopyContent(const Descriptor& from, const Descriptor& to) try {
+  std::vector<char> block(std::size_t{64} << 10);
+  for (off_t position = 0;;) {
+    std::size_t read = 0;
+    int error = ReadAt(from, block.data(), block.size(), position, &read);
+    if (error != 0 || read == 0) return error;
+    for (std::size_t done = 0; done < read;) {
+      std::size_t written = 0;
+      if (error = WriteAt(to, block.data() + done, read - done, position, &written); error != 0) return error;
+      done += written;
+      position += static_cast<off_t>(written);
+    }
+  }
+} catch (const std::bad_alloc&) {
+  return ENOMEM;
 }
 
 int TakeFolderRights(const Descriptor& file, const Descriptor& folder) try {

@@ -19,6 +19,9 @@ int ReadAll(int descriptor, std::size_t most, std::string* bytes);
 // Writes all of the bytes where the descriptor stands.
 int WriteAll(int descriptor, std::string_view bytes);
 
+// Writes the content of a file into another one, which is empty, wherever the two descriptors stand.
+int CopyContent(const platform::Descriptor& from, const platform::Descriptor& to);
+
 // Gives a file the owner and the group of another one, as far as the system allows it. False when it keeps its own
 // group.
 bool TakeOverOwners(const platform::Descriptor& file, const struct stat& other);

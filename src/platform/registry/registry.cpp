@@ -276,6 +276,14 @@ LONG RegEnumKeyA(HKEY key, DWORD index, std::string* name) {
 
 namespace registry {
 
+DWORD ReadNumber(HKEY key, const char* value, DWORD least, DWORD most, DWORD otherwise) {
+  DWORD type = REG_NONE;
+  DWORD number = 0;
+  DWORD size = sizeof number;
+  if (RegQueryValueExA(key, value, nullptr, &type, reinterpret_cast<BYTE*>(&number), &size) != 0) return otherwise;
+  return type == REG_DWORD && size == sizeof number && number >= least && number <= most ? number : otherwise;
+}
+
 LONG SetTexts(HKEY parent, const char* path, std::initializer_list<NamedText> texts,
               std::chrono::milliseconds patience) {
   return Guarded([&]() -> LONG {

@@ -85,6 +85,9 @@ class OwnedKey {
   HKEY key_ = nullptr;
 };
 
+// The number that a value of an open key holds, if it is a REG_DWORD from `least` to `most`; else `otherwise`.
+DWORD ReadNumber(HKEY key, const char* value, DWORD least, DWORD most, DWORD otherwise);
+
 // A registry file, or a text to import, that does not read as one.
 class FormatError : public std::runtime_error {
  public:
