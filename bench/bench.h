@@ -39,6 +39,10 @@ ComPtr<IZNPL_Relatorio2> StoreInProcess();
 // The same with a journal in that home, as the server has it.
 ComPtr<IZNPL_Relatorio2> StoreWithJournal();
 
+// The same with a server that keeps a history, on the file system of the reports folder. Of the full installation it
+// has ten times as many versions as there are other files.
+ComPtr<IZNPL_Relatorio2> StoreWithHistory();
+
 // The same of the first generation.
 ComPtr<IZNPL_Rel> FirstStoreInProcess();
 

@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "bench.h"
+#include "history/history.h"
 #include "legacy/repositorio_rel.h"
 #include "platform/home/home.h"
 #include "server/relato.h"
@@ -32,6 +33,37 @@ class WithJournal final : public kestor::Servidor {
   journal::Writer journal_;
 };
 
+class WithHistory final : public kestor::Servidor {
+ public:
+  LONG Trava() override { return 0; }
+  LONG Destrava() override { return 0; }
+
+ private:
+  files::Keeper* IniciaGuarda(const kestor::Mudanca& operation) noexcept override {
+    if (!keeper_.IsWanted()) return nullptr;
+    keeper_.Begin({.method = operation.metodo,
+                   .module = std::string(operation.modulo),
+                   .component = std::string(operation.componente)});
+    return &keeper_;
+  }
+
+  history::Keeper keeper_;
+};
+
+// As many versions as the limit lets a model have, of as many models as are needed.
+void MakeVersions(const std::filesystem::path& history, int versions) {
+  constexpr int kOfModel = 50;
+  history::Version version;
+  version.method = "Grava";
+  version.extension = ".RXL";
+  for (int i = 0; i < versions; ++i) {
+    const std::filesystem::path model = history / "FS" / "02" / ("Modelo " + std::to_string(i / kOfModel));
+    if (i % kOfModel == 0) std::filesystem::create_directories(model);
+    version.time = std::chrono::time_point_cast<std::chrono::microseconds>(history::Clock::now());
+    std::ofstream(model / history::NameOf(version));
+  }
+}
+
 ComPtr<IZNPL_Relatorio2> StoreOf(kestor::Servidor& server) {
   ComPtr<IZNPL_Relatorio2> store;
   kestor::CRepositorioRel2::Cria<kestor::CRepositorioRel2>(IID_IZNPL_Relatorio2, store.OutVoid(), server);
@@ -42,6 +74,10 @@ ComPtr<IZNPL_Relatorio2> StoreOf(kestor::Servidor& server) {
 const support::Installation& MadeOnce(std::unique_ptr<support::Installation>& installation, int files) {
   if (installation) return *installation;
   installation = std::make_unique<support::Installation>();
+  const std::filesystem::path history = installation->Home().Home() / "history";
+  std::filesystem::create_directory(history);
+  support::SetRegistryText("SOFTWARE\\Norvela", "Historico", history.string());
+  MakeVersions(history, 10 * files);
   support::WriteFile(installation->Reports() / "CT01Vendas.RXL", std::string(bench::kModelBytes + 2, 'x'));
   for (int i = 0; i < files; ++i) {
     std::ofstream(installation->Reports() / ("FS02Outro modelo " + std::to_string(i) + ".RXL"));
@@ -95,6 +131,11 @@ ComPtr<IZNPL_Relatorio2> StoreInProcess() {
 
 ComPtr<IZNPL_Relatorio2> StoreWithJournal() {
   static WithJournal server;
+  return StoreOf(server);
+}
+
+ComPtr<IZNPL_Relatorio2> StoreWithHistory() {
+  static WithHistory server;
   return StoreOf(server);
 }
 

@@ -82,10 +82,18 @@ void GravaWithJournal(benchmark::State& state) {
   WriteInProcess(state, Empty(), false, bench::StoreWithJournal);
 }
 BENCHMARK(GravaWithJournal)->UseRealTime();
+void GravaWithHistory(benchmark::State& state) {
+  WriteInProcess(state, Empty(), false, bench::StoreWithHistory);
+}
+BENCHMARK(GravaWithHistory)->UseRealTime();
 void GravaFull(benchmark::State& state) {
   WriteInProcess(state, Full(), false);
 }
 BENCHMARK(GravaFull)->UseRealTime();
+void GravaFullWithHistory(benchmark::State& state) {
+  WriteInProcess(state, Full(), false, bench::StoreWithHistory);
+}
+BENCHMARK(GravaFullWithHistory)->UseRealTime();
 void GravaNew(benchmark::State& state) {
   WriteInProcess(state, Empty(), true);
 }
@@ -118,6 +126,8 @@ std::vector<bench::Figure> bench::StoreFigures() {
       {"Le of 20 kB in process / open, fstat, read, close", "Le", "BareRead", 1.8},
       {"Grava of 20 kB / create, write, fsync, rename, fsync of the folder", "Grava", "BareWrite", 1.15},
       {"Grava of 20 kB with a journal / without", "GravaWithJournal", "Grava", 1.1},
+      {"Grava of 20 kB with a history / without", "GravaWithHistory", "Grava", 1.15},
+      {"the same with 1,000,000 versions and 100,000 other files", "GravaFullWithHistory", "GravaFull", 1.15},
       {"Le in process, 100,000 other files / no other files", "LeFull", "Le", 1.2},
       {"Grava, 100,000 other files / no other files", "GravaFull", "Grava", 1.2},
       {"Grava of new names, 100,000 other files / no other files", "GravaNewFull", "GravaNew", 1.2},

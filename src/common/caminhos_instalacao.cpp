@@ -22,12 +22,15 @@ constexpr std::array<ModuloFamilia, 21> kModulos = {{
     {"OR", "Orcamento", 19, 2004},    {"AB", "AtivoFixo", 20, 2004},     {"GE", "Gerencial", 21, 2004},
 }};
 
-std::uint32_t LePasta(const std::string& chave, const char* valor, std::string& caminho) {
+// As it stands there.
+bool LeCaminho(const std::string& chave, const char* valor, std::string& caminho) {
   registry::OwnedKey aberta;
+  return RegOpenKeyA(HKEY_LOCAL_MACHINE, chave.c_str(), aberta.Out()) == 0 && LeTexto(aberta.Get(), valor, &caminho);
+}
+
+std::uint32_t LePasta(const std::string& chave, const char* valor, std::string& caminho) {
   std::string pasta;
-  if (RegOpenKeyA(HKEY_LOCAL_MACHINE, chave.c_str(), aberta.Out()) != 0 || !LeTexto(aberta.Get(), valor, &pasta)) {
-    return CCaminhosInstalacao::kFalhaRegistry;
-  }
+  if (!LeCaminho(chave, valor, pasta)) return CCaminhosInstalacao::kFalhaRegistry;
   if (!pasta.empty() && pasta.back() != '\\') pasta += '\\';
   caminho = std::move(pasta);
   return 0;
@@ -49,6 +52,11 @@ std::span<const ModuloFamilia> ModulosDaFamilia() {
 
 std::uint32_t CCaminhosInstalacao::BuscaCaminhoRelatorios(std::string& caminho) {
   return LePasta(kChaveBase, "Relatorios", caminho);
+}
+
+std::string CCaminhosInstalacao::BuscaCaminhoHistorico() {
+  std::string caminho;
+  return LeCaminho(kChaveBase, "Historico", caminho) ? text::ToUtf8(caminho) : std::string();
 }
 
 std::uint32_t CCaminhosInstalacao::BuscaCaminhoModulo(const std::string& modulo, std::string& caminho) {

@@ -32,6 +32,9 @@ class CCaminhosInstalacao {
   // it was.
   static std::uint32_t BuscaCaminhoRelatorios(std::string& caminho);
 
+  // The history folder, a path of the host system: value "Historico" of the base key. Empty where nothing is kept.
+  static std::string BuscaCaminhoHistorico();
+
   // The installation folder of the application with the code `modulo` (letter case aside): value "Path" of its key. On
   // failure `caminho` is empty.
   static std::uint32_t BuscaCaminhoModulo(const std::string& modulo, std::string& caminho);

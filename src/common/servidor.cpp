@@ -12,6 +12,8 @@ void Servidor::Relata(Mudanca mudanca) noexcept {
   if (silencios_ != 0) return;
   try {
     if (mudanca.razao.empty()) mudanca.razao = RazaoDita();
+    mudanca.falta = FaltaDaGuarda();
+    if (falta_.empty()) falta_ = mudanca.falta;
     Anota(mudanca);
   } catch (const std::exception&) {
     // What has been done is done, told or not.
@@ -28,6 +30,13 @@ void Servidor::RelataModelo(const Mudanca& mudanca, BSTR nome) noexcept {
   } catch (const std::exception&) {
     // As above.
   }
+}
+
+void Servidor::DizFaltaDaGuarda() noexcept {
+  if (falta_.empty()) return;
+  const std::string antes = RazaoDita();
+  DizRazao(std::exchange(falta_, {}));
+  JuntaRazao(antes);
 }
 
 }  // namespace kestor

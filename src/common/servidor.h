@@ -10,6 +10,7 @@
 #include <type_traits>
 
 #include "platform/com/com.h"
+#include "platform/files/keeping.h"
 
 namespace kestor {
 
@@ -35,6 +36,7 @@ struct Mudanca {
   std::string_view modelo = {};
   HRESULT resultado = S_OK;
   std::string razao = {};
+  std::string falta = {};                 // why the history lacks what was there before
   std::optional<std::size_t> bytes = {};  // of the content that was to be written
 
   // Of one model among many: how many the call is done with, this one included, and its content before and after.
@@ -56,10 +58,29 @@ class Servidor {
   // lives. Throws nothing: what is told changes no result.
   void Relata(Mudanca mudanca) noexcept;
 
+  // While one lives, what the thread replaces or removes is kept, where the server keeps anything. What could not be
+  // kept is said (razao.h) at its end. One within another does nothing.
+  class Guarda {
+   public:
+    Guarda(Servidor& servidor, const Mudanca& mudanca)
+        : servidor_(servidor),
+          guarda_(files::Keeping::Current() == nullptr ? servidor.IniciaGuarda(mudanca) : nullptr) {}
+    ~Guarda() {
+      if (guarda_.IsOutermost()) servidor_.DizFaltaDaGuarda();
+    }
+    Guarda(const Guarda&) = delete;
+    Guarda& operator=(const Guarda&) = delete;
+
+   private:
+    Servidor& servidor_;
+    const files::Keeping guarda_;
+  };
+
   // Runs a method that changes the model `nome`, or refuses to, and tells of it. The method's result; E_OUTOFMEMORY
   // when it throws std::bad_alloc. A method that takes the Mudanca tells more of it.
   template <typename Metodo>
   HRESULT Executa(Mudanca mudanca, BSTR nome, const Metodo& metodo) {
+    const Guarda guarda(*this, mudanca);
     try {
       if constexpr (std::is_invocable_v<const Metodo&, Mudanca&>) {
         mudanca.resultado = metodo(mudanca);
@@ -91,9 +112,16 @@ class Servidor {
 
  private:
   void RelataModelo(const Mudanca& mudanca, BSTR nome) noexcept;
+  void DizFaltaDaGuarda() noexcept;
   virtual void Anota(const Mudanca& /*mudanca*/) {}
 
+  // What keeps the files that an operation changes; null: nothing does.
+  virtual files::Keeper* IniciaGuarda(const Mudanca& /*operacao*/) noexcept { return nullptr; }
+  // Why some could not be kept since this was asked last, for people; empty when all were.
+  virtual std::string FaltaDaGuarda() { return {}; }
+
   int silencios_ = 0;
+  std::string falta_;  // the first thing in this operation that could not be kept
 };
 
 }  // namespace kestor

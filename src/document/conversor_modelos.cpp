@@ -22,7 +22,12 @@ CConversorModelos::CConversorModelos(Servidor& servidor, const char* classe, con
   *repositorio_.Out() = &repositorio;
 }
 
+Mudanca CConversorModelos::Chamada() const {
+  return {.classe = classe_, .metodo = metodo_, .modulo = modulo_, .componente = componente_};
+}
+
 HRESULT CConversorModelos::Executa() {
+  const Servidor::Guarda guarda(servidor_, Chamada());
   REG_ARRAY_RELATORIO2* recebida = nullptr;
   const HRESULT resultado = repositorio_->GetNomeRelatorios(&recebida);
   if (FAILED(resultado) || recebida == nullptr) return resultado;
@@ -59,18 +64,16 @@ void CConversorModelos::Relata(std::string_view nome, Destino destino, std::stri
                                std::string_view depois, bool substitui) noexcept {
   ++feitos_;
   EsqueceRazao();
-  servidor_.Relata({.classe = classe_,
-                    .metodo = metodo_,
-                    .modulo = modulo_,
-                    .componente = componente_,
-                    .modelo = nome,
-                    .razao = std::move(razao),
-                    .destino = destino,
-                    .feitos = feitos_,
-                    .total = total_,
-                    .antes = antes,
-                    .depois = depois,
-                    .substitui = substitui});
+  Mudanca mudanca = Chamada();
+  mudanca.modelo = nome;
+  mudanca.razao = std::move(razao);
+  mudanca.destino = destino;
+  mudanca.feitos = feitos_;
+  mudanca.total = total_;
+  mudanca.antes = antes;
+  mudanca.depois = depois;
+  mudanca.substitui = substitui;
+  servidor_.Relata(std::move(mudanca));
 }
 
 }  // namespace kestor

@@ -37,6 +37,9 @@ class CConversorModelos {
   // Stores a document, over one of that name unless it must be new. The server is not told of the store's own call.
   HRESULT Grava(const std::string& nome, KESTOR_FlagGravacao flag, const CMemStream& documento) const;
 
+  // What the server is told of the call as a whole.
+  Mudanca Chamada() const;
+
   // There are so many models to convert.
   void Comeca(std::size_t total);
 

@@ -71,6 +71,7 @@ void CConversorRel::AdicionaNomeExistente(const std::string& nome) {
 }
 
 HRESULT CConversorRel::Executa() {
+  const Servidor::Guarda guarda(ServidorDeste(), Chamada());
   const HRESULT inicio = CriaRepositorioRel();
   if (FAILED(inicio)) return inicio;
   BSTR recebidos = nullptr;

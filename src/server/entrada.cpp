@@ -109,7 +109,8 @@ int ExecutaServidor() {
   HRESULT resultado = S_OK;
   {
     journal::Writer diario(platform::Home::Current());
-    CModuloServidor modulo(kClasses, kTempoOciosoMs, &diario);
+    history::Keeper historico;
+    CModuloServidor modulo(kClasses, kTempoOciosoMs, &diario, &historico);
     switch (ExaminaLinhaComando(linha)) {
       case Chamada::cancelamento:
         resultado = DesregistraServidor(platform::ExecutablePath());

@@ -1,5 +1,6 @@
 #include "server/modulo_servidor.h"
 
+#include <exception>
 #include <string_view>
 #include <utility>
 
@@ -16,8 +17,9 @@ struct MonitorDispensado {};
 
 }  // namespace
 
-CModuloServidor::CModuloServidor(std::span<const LinhaClasse> classes, DWORD tempoOciosoMs, journal::Writer* diario)
-    : threadPrincipal_(GetCurrentThreadId()), tempoOciosoMs_(tempoOciosoMs), diario_(diario) {
+CModuloServidor::CModuloServidor(std::span<const LinhaClasse> classes, DWORD tempoOciosoMs, journal::Writer* diario,
+                                 history::Keeper* historico)
+    : threadPrincipal_(GetCurrentThreadId()), tempoOciosoMs_(tempoOciosoMs), diario_(diario), historico_(historico) {
   for (const LinhaClasse& linha : classes)
     classes_.push_back({linha});
 }
@@ -42,6 +44,25 @@ LONG CModuloServidor::Destrava() {
 void CModuloServidor::Anota(const Mudanca& mudanca) {
   RelataAoCliente(mudanca, false);
   if (diario_ != nullptr && ENovidade(mudanca)) RelataAoDiario(mudanca, *diario_);
+}
+
+files::Keeper* CModuloServidor::IniciaGuarda(const Mudanca& operacao) noexcept {
+  if (historico_ == nullptr) return nullptr;
+  try {
+    if (!historico_->IsWanted()) return nullptr;
+    historico_->Begin({.user = UsuarioDoCliente(),
+                       .method = operacao.metodo,
+                       .module = std::string(operacao.modulo),
+                       .component = std::string(operacao.componente),
+                       .ofFirstGeneration = std::string_view(operacao.classe) == "ZNPL_Rel"});
+    return historico_;
+  } catch (const std::exception&) {
+    return nullptr;  // without memory the operation comes to nothing either
+  }
+}
+
+std::string CModuloServidor::FaltaDaGuarda() {
+  return historico_ != nullptr ? historico_->TakeTrouble() : std::string();
 }
 
 // Every initialisation finds the models that stay again. Entered each time, they would drive all else out of the

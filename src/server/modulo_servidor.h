@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "common/objeto_contado.h"
+#include "history/history.h"
 #include "journal/journal.h"
 #include "platform/com/com.h"
 
@@ -31,9 +32,10 @@ struct LinhaClasse {
 // One instance per process; used on the main thread but for what says otherwise.
 class CModuloServidor final : public Servidor {
  public:
-  // Made on the main thread, to which the shutdown monitor posts the quit message. `diario` (null: none) is not owned.
+  // Made on the main thread, to which the shutdown monitor posts the quit message. `diario` and `historico` (null:
+  // none) are not owned.
   explicit CModuloServidor(std::span<const LinhaClasse> classes, DWORD tempoOciosoMs = kTempoOciosoMs,
-                           journal::Writer* diario = nullptr);
+                           journal::Writer* diario = nullptr, history::Keeper* historico = nullptr);
   ~CModuloServidor();
   CModuloServidor(const CModuloServidor&) = delete;
   CModuloServidor& operator=(const CModuloServidor&) = delete;
@@ -61,6 +63,8 @@ class CModuloServidor final : public Servidor {
 
   // Tells the client and the journal of a change.
   void Anota(const Mudanca& mudanca) override;
+  files::Keeper* IniciaGuarda(const Mudanca& operacao) noexcept override;
+  std::string FaltaDaGuarda() override;
   bool ENovidade(const Mudanca& mudanca);
 
   static DWORD ExecutaMonitor(void* modulo);
@@ -72,6 +76,7 @@ class CModuloServidor final : public Servidor {
   const DWORD threadPrincipal_;
   const DWORD tempoOciosoMs_;
   journal::Writer* const diario_;
+  history::Keeper* const historico_;
   std::unordered_set<std::string> ficaram_;  // models that stay, and why, as the journal has them
   HANDLE eventoEncerramento_ = nullptr;
   HANDLE monitor_ = nullptr;

@@ -51,13 +51,20 @@ void RelataAoCliente(const Mudanca& mudanca, bool comConteudo) {
   cliente->Tell(nota);
 }
 
+uid_t UsuarioDoCliente() {
+  const channel::Caller* cliente = com::ServedClient();
+  return cliente != nullptr ? cliente->User() : geteuid();
+}
+
 void RelataAoDiario(const Mudanca& mudanca, journal::Writer& diario) {
   const channel::Caller* cliente = com::ServedClient();
   const std::string modulo = text::ToUtf8(mudanca.modulo);
   const std::string componente = text::ToUtf8(mudanca.componente);
   const std::string modelo = text::ToUtf8(mudanca.modelo);
+  const std::string razao =
+      mudanca.razao + (mudanca.razao.empty() || mudanca.falta.empty() ? "" : "; ") + mudanca.falta;
   diario.Append({.time = std::chrono::system_clock::now(),
-                 .user = cliente != nullptr ? cliente->User() : geteuid(),
+                 .user = UsuarioDoCliente(),
                  .process = cliente != nullptr ? cliente->Process() : getpid(),
                  .className = mudanca.classe,
                  .method = mudanca.metodo,
@@ -67,7 +74,7 @@ void RelataAoDiario(const Mudanca& mudanca, journal::Writer& diario) {
                  .outcome = PalavraDe(mudanca.destino),
                  .result = mudanca.resultado,
                  .bytes = mudanca.bytes,
-                 .reason = mudanca.razao});
+                 .reason = razao});
 }
 
 }  // namespace kestor

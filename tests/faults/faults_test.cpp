@@ -63,6 +63,7 @@ class FaultsTest : public Station {
     Renew(operation);
     where_ = std::string(operation.name) + ": ";
     ExpectFlushed(faults::Run({}, [&] { answer_ = operation.call(*this); }));
+    ExpectKept();
     for (const auto& [key, content] : Seen())
       contents_[key].after = content;
     secondAnswer_ = operation.call(*this);
@@ -131,6 +132,7 @@ class FaultsTest : public Station {
 
   void Judge(const Operation& operation, const faults::Strike& strike, const Attack& attack, const std::string& answer,
              State seen) {
+    if (attack.kills) ExpectKept();
     const bool done = answer == answer_;
     const bool failed = BeginsWithOneOf(answer, operation.failures) ||
                         (attack.allocation != 0 && answer.starts_with(kestor::ResultCode(E_OUTOFMEMORY)));
@@ -154,6 +156,12 @@ class FaultsTest : public Station {
       if (done && !isNew && strike.call != operation.unnoticed) Lost(key + " is old: ", now);
       if (!done && !isOld && flushed && !(inPlace && key == "ZNRELPAD.DAT")) Lost(key + " is new: ", now);
     }
+  }
+
+  void ExpectKept() {
+    if (!KeepsHistory()) return;
+    for (const std::string& name : LostVersions())
+      Lost("the history lacks what " + name + " held");
   }
 
   // What was told as done must outlive the machine.
@@ -226,6 +234,12 @@ TEST_F(FaultsTest, ProcessIsKilled) {
 // There a new file has its name and the hidden one for a moment.
 TEST_F(FaultsTest, FileSystemCannotRenameWithoutReplacing) {
   StrikeAll(&Attack::call, {{.kills = true, .refusesRenaming = true}, {.error = EIO, .refusesRenaming = true}}, 1);
+}
+
+// A history that cannot be kept is no failure of the operation; a version is there before its model has changed.
+TEST_F(FaultsTest, HistoryIsKept) {
+  KeepHistory();
+  StrikeAll(&Attack::call, {{.kills = true}, {.error = EIO}}, 3);
 }
 
 TEST_F(FaultsTest, MemoryRunsOut) {

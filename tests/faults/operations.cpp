@@ -1,5 +1,6 @@
 #include "operations.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <numeric>
@@ -98,7 +99,38 @@ void Station::Renew(const Operation& operation) {
   for (const auto& [name, bytes] : files_)
     Put(name, bytes);
   if (operation.prepare) operation.prepare(*this);
+  before_.clear();
+  for (const std::string& name : support::Names(Reports()))
+    before_[name] = support::ReadFile(Reports() / name);
+  fs::remove_all(History());
+  fs::create_directory(History());
   Reconnect();
+}
+
+void Station::KeepHistory() {
+  support::SetRegistryText("SOFTWARE\\Norvela", "Historico", History().string());
+  counter_.guard = [this](const kestor::Mudanca& operation) -> files::Keeper* {
+    if (!keeper_.IsWanted()) return nullptr;
+    keeper_.Begin({.method = operation.metodo,
+                   .module = std::string(operation.modulo),
+                   .component = std::string(operation.componente),
+                   .ofFirstGeneration = std::string_view(operation.classe) == "ZNPL_Rel"});
+    return &keeper_;
+  };
+}
+
+std::vector<std::string> Station::LostVersions() const {
+  std::vector<std::string> kept;
+  for (const history::Version& version : history::FindVersions(History(), "CT", "01", nullptr))
+    kept.push_back(support::ReadFile(version.file));
+  std::vector<std::string> lost;
+  for (const auto& [name, bytes] : before_) {
+    if (name.starts_with("CT01") && !(fs::exists(Reports() / name) && support::ReadFile(Reports() / name) == bytes) &&
+        std::find(kept.begin(), kept.end(), bytes) == kept.end()) {
+      lost.push_back(name);
+    }
+  }
+  return lost;
 }
 
 void Station::Reconnect() {

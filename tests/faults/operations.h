@@ -2,6 +2,7 @@
 #pragma once
 
 #include "../migration/conversion_fixture.h"
+#include "history/history.h"
 
 // Everything that a client can find in the reports folder: for each visible file (its name in upper case) what is read
 // from it through a store, and what the stores list. A key that is missing counts as empty.
@@ -19,6 +20,14 @@ class Station : public ConversionTest {
   // New objects, as a client has them after its server was killed.
   void Reconnect();
 
+  // From now on the objects keep what they change in a history, which Renew empties.
+  void KeepHistory();
+  bool KeepsHistory() const { return bool{counter_.guard}; }
+
+  // The models' files that are not what they were before the operation, and of which the history has no version that
+  // is.
+  std::vector<std::string> LostVersions() const;
+
   // Read through objects that are made for it. Nothing that is missing is made by looking at it.
   State Seen();
 
@@ -30,7 +39,11 @@ class Station : public ConversionTest {
   void Put(const std::string& file, const std::string& bytes) const { support::WriteFile(Reports() / file, bytes); }
   static std::string Content(const std::string& file, IZNPL_Relatorio2& store, IZNPL_Rel& rel);
 
+  std::filesystem::path History() const { return Reports().string() + ".history"; }
+
   State files_;
+  State before_;  // the bytes of all files, as they are before the operation
+  history::Keeper keeper_;
   ComPtr<IZNPL_Relatorio2> store_;      // leaves the first generation alone
   ComPtr<IZNPL_Relatorio2> migrating_;  // not initialised
   ComPtr<IZNPL_RelConverte> converter_;

@@ -17,6 +17,11 @@ struct Counter final : kestor::Servidor {
   LONG Trava() override { return ++count; }
   LONG Destrava() override { return --count; }
   LONG count = 0;
+  files::Keeper* IniciaGuarda(const kestor::Mudanca& operation) noexcept override {
+    return guard ? guard(operation) : nullptr;
+  }
+
+  std::function<files::Keeper*(const kestor::Mudanca&)> guard;
 };
 
 // The names of a list, which is freed, with a comma after each, in UTF-8.

@@ -1,0 +1,44 @@
+// The folders of the history.
+#pragma once
+
+#include <functional>
+
+#include "history.h"
+#include "platform/host/descriptor.h"
+
+namespace history {
+
+using platform::Descriptor;
+
+// What is written under a name that starts so is no version yet.
+inline constexpr std::string_view kUnfinished = ".kestor-";
+
+// The folder of a model whose name is empty. No name of a model has a dot.
+inline constexpr std::string_view kNameless = ".nameless";
+
+// Codes as the history writes them: code page 1252 or UTF-8 in, UTF-8 out.
+std::string FolderName(std::string_view code);
+
+std::filesystem::path FolderOfPair(const std::filesystem::path& folder, const std::string& module,
+                                   const std::string& component);
+
+// Whether a text can be the name of a folder.
+bool IsFolderName(std::string_view name);
+
+// Opens a folder within another one, which must be none behind a symbolic link.
+int OpenInner(const Descriptor& folder, const std::string& name, Descriptor* opened);
+
+// Calls `visit` for the folder of each model that the history has versions of.
+void VisitModels(const std::filesystem::path& folder, const std::string& module, const std::string& component,
+                 std::string* trouble, const std::function<void(const Descriptor&, const std::string& model)>& visit);
+
+// Calls `visit` for each name of a version, and `leftover` for each of what is unfinished.
+void VisitVersions(const Descriptor& models,
+                   const std::function<void(const Version& version, const std::string& name)>& visit,
+                   const std::function<void(const std::string& name)>& leftover = {});
+
+// Removes what is over the limits in the folder of a model. How many versions that were; `*error` (unless null) is the
+// first errno value of a removal that failed.
+std::size_t PruneModel(const Descriptor& models, const Settings& settings, int* error);
+
+}  // namespace history

@@ -1,0 +1,140 @@
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstring>
+#include <ctime>
+
+#include "folders.h"
+#include "history.h"
+#include "platform/host/system.h"
+#include "platform/text/text.h"
+
+namespace history {
+namespace {
+
+constexpr std::string_view kGone = "gone";
+constexpr std::string_view kInPlace = "inplace";
+constexpr char kSeparator = '-';
+constexpr char kSizeAndTime = 'x';
+constexpr std::size_t kFields = 5;
+
+template <typename Number>
+std::string Digits(Number number, int base = 10) {
+  std::array<char, 32> digits{};
+  return {digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number, base).ptr};
+}
+
+// A number, all of the text, that is written as Digits writes it.
+template <typename Number>
+bool ReadNumber(std::string_view text, Number* number, int base = 10) {
+  const char* const end = text.data() + text.size();
+  const auto read = std::from_chars(text.data(), end, *number, base);
+  return read.ec == std::errc() && read.ptr == end && Digits(*number, base) == text;
+}
+
+std::string TextOf(Time time) {
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
+  const std::time_t whole = Clock::to_time_t(seconds);
+  std::tm parts{};
+  gmtime_r(&whole, &parts);
+  std::array<char, 64> text{};
+  const std::size_t length = std::strftime(text.data(), text.size(), "%Y%m%dT%H%M%S", &parts);
+  const std::string fraction = Digits((time - seconds).count());
+  return std::string(text.data(), length) + std::string(6 - std::min<std::size_t>(6, fraction.size()), '0') + fraction +
+         'Z';
+}
+
+bool ReadTime(std::string_view text, Time* time) {
+  constexpr std::string_view kPattern = "00000000T000000000000Z";
+  if (text.size() != kPattern.size()) return false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool isDigit = text[i] >= '0' && text[i] <= '9';
+    if (kPattern[i] == '0' ? !isDigit : text[i] != kPattern[i]) return false;
+  }
+  const auto number = [&](std::size_t at, std::size_t length) {
+    int value = 0;
+    std::from_chars(text.data() + at, text.data() + at + length, value);
+    return value;
+  };
+  std::tm parts{};
+  parts.tm_year = number(0, 4) - 1900;
+  parts.tm_mon = number(4, 2) - 1;
+  parts.tm_mday = number(6, 2);
+  parts.tm_hour = number(9, 2);
+  parts.tm_min = number(11, 2);
+  parts.tm_sec = number(13, 2);
+  const Time seconds = std::chrono::time_point_cast<std::chrono::microseconds>(Clock::from_time_t(timegm(&parts)));
+  *time = seconds + std::chrono::microseconds(number(15, 6));
+  return TextOf(*time) == text;  // not the 31st of February
+}
+
+bool ReadAfter(std::string_view text, Version* version) {
+  if (text == kGone || text == kInPlace) {
+    version->after = text == kGone ? After::gone : After::overwritten;
+    return true;
+  }
+  const std::size_t between = text.find(kSizeAndTime);
+  version->after = After::replaced;
+  return between != text.npos && ReadNumber(text.substr(0, between), &version->sizeAfter, 16) &&
+         ReadNumber(text.substr(between + 1), &version->timeAfter, 16);
+}
+
+std::string TextOfAfter(const Version& version) {
+  if (version.after == After::gone) return std::string(kGone);
+  if (version.after == After::overwritten) return std::string(kInPlace);
+  return Digits(version.sizeAfter, 16) + kSizeAndTime + Digits(version.timeAfter, 16);
+}
+
+}  // namespace
+
+std::string NameOf(const Version& version) {
+  std::string name = TextOf(version.time);
+  for (const std::string& field : {Digits(version.process), Digits(version.user), version.method, TextOfAfter(version)})
+    (name += kSeparator) += field;
+  return name + version.extension;
+}
+
+std::optional<Version> ParseName(std::string_view name) {
+  const std::size_t dot = std::min(name.find('.'), name.size());
+  Version version;
+  version.extension = name.substr(dot);
+  std::array<std::string_view, kFields> fields;
+  std::string_view rest = name.substr(0, dot);
+  for (std::string_view& field : fields) {
+    const std::size_t length = &field == &fields.back() ? rest.size() : std::min(rest.find(kSeparator), rest.size());
+    field = rest.substr(0, length);
+    rest.remove_prefix(std::min(length + 1, rest.size()));
+  }
+  version.method = fields[3];
+  const bool isOne = ReadTime(fields[0], &version.time) && ReadNumber(fields[1], &version.process) &&
+                     ReadNumber(fields[2], &version.user) && !version.method.empty() && ReadAfter(fields[4], &version);
+  if (!isOne) return std::nullopt;
+  return version;
+}
+
+// ---- Finding -------------------------------------------------------------------------------------------------------
+
+std::vector<Version> FindVersions(const std::filesystem::path& folder, const std::string& module,
+                                  const std::string& component, std::string* trouble) {
+  std::vector<Version> found;
+  VisitModels(folder, module, component, trouble, [&](const Descriptor& models, const std::string& model) {
+    const std::filesystem::path place = FolderOfPair(folder, module, component) / model;
+    VisitVersions(models, [&](const Version& parsed, const std::string& name) {
+      struct stat status = {};
+      if (host::StatLink(models.Number(), name, &status) != 0 || !S_ISREG(status.st_mode)) return;
+      Version version = parsed;
+      if (model != kNameless) version.model = model;
+      version.file = place / name;
+      version.size = static_cast<std::uint64_t>(status.st_size);
+      found.push_back(std::move(version));
+    });
+  });
+  std::stable_sort(found.begin(), found.end(), [](const Version& a, const Version& b) {
+    return std::tie(a.time, a.process, a.model, a.extension) < std::tie(b.time, b.process, b.model, b.extension);
+  });
+  return found;
+}
+
+}  // namespace history
