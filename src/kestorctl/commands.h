@@ -26,6 +26,9 @@ void AddFields(CLI::App& program, Command* chosen);
 void AddShow(CLI::App& program, Command* chosen);
 void AddRenumber(CLI::App& program, Command* chosen);
 void AddMigrate(CLI::App& program, Command* chosen);
+void AddHistory(CLI::App& program, Command* chosen);
+void AddRestore(CLI::App& program, Command* chosen);
+void AddDiff(CLI::App& program, Command* chosen);
 void AddLegacy(CLI::App& program, Command* chosen);
 
 // What a command, or a group of them, is called; what it is for; and the text below its help.

@@ -138,20 +138,6 @@ tagREG_RELEXPORTACAO Header(const std::string& file, const std::string& content)
   return settings;
 }
 
-void PutExport(const WriteOptions& options, Answer& answer) {
-  const std::string content = TakeIn(options.input);
-  tagREG_RELEXPORTACAO settings = Header(options.input, content);
-  auto items = Records<tagREG_RELEXPORTACAO_ITEM>(std::string_view(content).substr(kHeaderBytes));
-  settings.pregItens = items.data();
-
-  const LegacyStore store(options.model.module, options.model.component);
-  if (!IsOpen(store, answer)) return;
-  Conclude(store->GravaDadosExportacaoDoRelatorio(ToBstr(options.model.name).get(), settings), answer);
-  if (answer.result != S_OK) return;
-  answer.data["items"] = items.size();
-  answer.data["bytes"] = content.size();
-}
-
 void RequireFilter(const std::string& file, std::size_t size) {
   constexpr std::size_t kMostEntries = std::numeric_limits<USHORT>::max();
   const std::size_t whole = size / kEntryBytes * kEntryBytes;
@@ -167,18 +153,25 @@ void RequireFilter(const std::string& file, std::size_t size) {
   }
 }
 
-void PutFilter(const WriteOptions& options, Answer& answer) {
+// Writes what the file holds; `items` is what its items are called.
+template <typename Companion>
+void Put(const WriteOptions& options, const char* items, Answer& answer) {
   const std::string content = TakeIn(options.input);
-  RequireFilter(options.input, content.size());
-  auto entries = Records<tagCAMPO_FILTRO>(content);
-  tagFILTRO_RELATORIO filter = {static_cast<USHORT>(entries.size()), entries.data()};
-
+  Companion companion(options.input, content);
   const LegacyStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
-  Conclude(store->GravaFiltroRelatorio(ToBstr(options.model.name).get(), &filter), answer);
+  Conclude(companion.Store(store, options.model.name), answer);
   if (answer.result != S_OK) return;
-  answer.data["entries"] = entries.size();
+  answer.data[items] = companion.Count();
   answer.data["bytes"] = content.size();
+}
+
+void PutExport(const WriteOptions& options, Answer& answer) {
+  Put<ExportSettings>(options, "items", answer);
+}
+
+void PutFilter(const WriteOptions& options, Answer& answer) {
+  Put<Filter>(options, "entries", answer);
 }
 
 // One kind of file beside a model.
@@ -204,6 +197,26 @@ constexpr Companion kCompanions[] = {
 };
 
 }  // namespace
+
+ExportSettings::ExportSettings(const std::string& file, const std::string& content)
+    : settings_(Header(file, content)),
+      items_(Records<tagREG_RELEXPORTACAO_ITEM>(std::string_view(content).substr(kHeaderBytes))) {
+  settings_.pregItens = items_.data();
+}
+
+HRESULT ExportSettings::Store(const LegacyStore& store, const std::string& model) const {
+  return store->GravaDadosExportacaoDoRelatorio(ToBstr(model).get(), settings_);
+}
+
+Filter::Filter(const std::string& file, const std::string& content) {
+  RequireFilter(file, content.size());
+  entries_ = Records<tagCAMPO_FILTRO>(content);
+}
+
+HRESULT Filter::Store(const LegacyStore& store, const std::string& model) {
+  tagFILTRO_RELATORIO filter = {static_cast<USHORT>(entries_.size()), entries_.data()};
+  return store->GravaFiltroRelatorio(ToBstr(model).get(), &filter);
+}
 
 void AddCompanions(CLI::App* legacy, Command* chosen) {
   for (const Companion& companion : kCompanions) {

@@ -1,6 +1,7 @@
 #include "host_files.h"
 
 #include <fcntl.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -97,6 +98,11 @@ void WriteOutput(const fs::path& file, std::string_view bytes) {
 
 bool MayWriteInto(const fs::path& folder) {
   return fs::is_directory(folder) && faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
+}
+
+std::string UserName(uid_t user) {
+  const passwd* const entry = getpwuid(user);
+  return entry != nullptr ? entry->pw_name : std::to_string(user);
 }
 
 }  // namespace kestorctl

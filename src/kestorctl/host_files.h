@@ -1,6 +1,8 @@
 // Files of this system that a command reads and writes for its caller.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <filesystem>
 #include <string>
@@ -18,5 +20,8 @@ void WriteOutput(const std::filesystem::path& file, std::string_view bytes);
 
 // Whether this process may make entries in the folder. False when there is no such folder.
 bool MayWriteInto(const std::filesystem::path& folder);
+
+// What a user of this system is called; the number of one who has no name.
+std::string UserName(uid_t user);
 
 }  // namespace kestorctl

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "commands.h"
 #include "model_options.h"
@@ -11,5 +12,32 @@ namespace kestorctl {
 
 // The commands for the files beside a model, below the group of the others.
 void AddCompanions(CLI::App* legacy, Command* chosen);
+
+// The files beside a model, from contents in the form of these commands. A content of the wrong size is a LocalFailure
+// that names `file`.
+class ExportSettings {
+ public:
+  ExportSettings(const std::string& file, const std::string& content);
+  ExportSettings(const ExportSettings&) = delete;
+  ExportSettings& operator=(const ExportSettings&) = delete;
+
+  std::size_t Count() const { return items_.size(); }
+  HRESULT Store(const LegacyStore& store, const std::string& model) const;
+
+ private:
+  tagREG_RELEXPORTACAO settings_;
+  std::vector<tagREG_RELEXPORTACAO_ITEM> items_;
+};
+
+class Filter {
+ public:
+  Filter(const std::string& file, const std::string& content);
+
+  std::size_t Count() const { return entries_.size(); }
+  HRESULT Store(const LegacyStore& store, const std::string& model);
+
+ private:
+  std::vector<tagCAMPO_FILTRO> entries_;
+};
 
 }  // namespace kestorctl

@@ -1,6 +1,5 @@
 // The command log: what the journal of the home says.
 #include <poll.h>
-#include <pwd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,11 +16,13 @@
 #include "contract/results.h"
 #include "explanation.h"
 #include "failure.h"
+#include "host_files.h"
 #include "journal/journal.h"
 #include "platform/home/home.h"
 #include "platform/host/whole_file.h"
 #include "platform/text/text.h"
 #include "text_table.h"
+#include "times.h"
 
 namespace kestorctl {
 
@@ -59,44 +60,10 @@ struct LogOptions {
 
 // ---- Times ---------------------------------------------------------------------------------------------------------
 
-std::optional<std::tm> ReadTime(const std::string& text, const char* format, std::string_view* rest) {
-  std::tm read{};
-  const char* const end = strptime(text.c_str(), format, &read);
-  if (end == nullptr) return std::nullopt;
-  *rest = std::string_view(text).substr(static_cast<std::size_t>(end - text.c_str()));
-  return read;
-}
-
-// "30m", "12h", "7d" in seconds.
-std::optional<std::time_t> ReadSpan(std::string_view text) {
-  static const std::map<std::string_view, std::time_t> kUnits = {{"m", 60}, {"h", 60 * 60}, {"d", 24 * 60 * 60}};
-  std::uint32_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  const auto unit = kUnits.find(text.substr(static_cast<std::size_t>(end - text.data())));
-  if (error != std::errc() || unit == kUnits.end()) return std::nullopt;
-  return number * unit->second;
-}
-
-std::optional<std::time_t> ReadLocalTime(const std::string& text) {
-  constexpr std::size_t kYear = 4;
-  if (text.find('-') != kYear) return std::nullopt;
-  for (const char* const format : {"%Y-%m-%d %H:%M:%S", "%Y-%m-%d %H:%M", "%Y-%m-%d"}) {
-    std::string_view rest;
-    std::optional<std::tm> read = ReadTime(text, format, &rest);
-    if (!read || !rest.empty()) continue;
-    const int day = read->tm_mday;
-    read->tm_isdst = -1;
-    const std::time_t time = std::mktime(&*read);
-    if (read->tm_mday == day) return time;
-  }
-  return std::nullopt;
-}
-
 // From when on entries count: a text that compares with their times.
 std::string Since(const LogOptions& options) {
   if (!options.since) return {};
-  std::optional<std::time_t> time = ReadLocalTime(*options.since);
-  if (const auto span = ReadSpan(*options.since)) time = std::max<std::time_t>(std::time(nullptr) - *span, 0);
+  const std::optional<std::time_t> time = ReadPastTime(*options.since);
   if (!time) {
     throw UsageError("--since: " + *options.since +
                      " is neither a time such as \"2026-11-26 14:30\" nor one ago such as 12h");
@@ -204,10 +171,7 @@ class Page {
     const auto member = entry.find("user");
     if (member == entry.end() || !member->is_number_unsigned()) return {};
     std::string& name = names_[member->get<uid_t>()];
-    if (name.empty()) {
-      const passwd* const user = getpwuid(member->get<uid_t>());
-      name = user != nullptr ? user->pw_name : member->dump();
-    }
+    if (name.empty()) name = UserName(member->get<uid_t>());
     widest_ = std::max(widest_, name.size());
     return name + std::string(widest_ - name.size(), ' ');
   }

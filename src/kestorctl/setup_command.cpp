@@ -12,6 +12,7 @@
 #include "explanation.h"
 #include "failure.h"
 #include "folder_plan.h"
+#include "history_folder.h"
 #include "host_files.h"
 #include "installed_folders.h"
 #include "mappings.h"
@@ -52,9 +53,13 @@ With --shared the members of the group GROUP (a name or a number) work in the re
 the group's, which may write in it, new files are the group's as well (setgid), and so are those of its members that are
 there. The owner of the folder can do that if it is a member, and root; --reports must name the folder.
 
+The server keeps what it replaces or removes in a folder for the history, so that "kestorctl restore" and "kestorctl undo"
+bring it back: in NAME.history beside the reports folder NAME, unless --history names another folder, of this system and
+not within the reports folder. With --no-history it keeps nothing from now on; what it has kept stays where it is.
+
 With --json: "home", "madeHome", "drives" (those that were entered), "reports" and "modules" (with --import or without
 --reports as the command status tells them), "shared" {"group", "changed", "left"} (the numbers of files; null without
---shared), "server".
+--shared), "history" {"folder", "madeFolder"} (null when none is kept), "server".
 
 Examples:
   kestorctl setup --reports /srv/kestor/relatorios --module CT=/srv/kestor/contabil
@@ -70,6 +75,7 @@ struct SetupOptions {
   std::optional<std::string> group;  // none: the folder is not to be shared
   std::string import;                // empty: nothing is imported
   std::vector<std::string> drives;   // D=DIR or \\HOST\SHARE=DIR
+  HistoryWish history;
 };
 
 // A folder that the caller wants to be named by the registry.
@@ -224,6 +230,14 @@ void TellHome(const fs::path& home, bool madeHome, Answer& answer) {
   answer.data["drives"] = nlohmann::ordered_json::array();
 }
 
+// That the registry names; empty where it leads nowhere.
+fs::path ReportsFolder() {
+  std::string path;
+  if (CCaminhosInstalacao::BuscaCaminhoRelatorios(path) != 0) return {};
+  const Place place = PlaceOf(path);
+  return place.exists ? place.folder : fs::path();
+}
+
 void SetUp(const SetupOptions& options, Answer& answer) {
   const std::vector<Wish> wishes = ParseWishes(options);
   const std::vector<Mapping> mappings = ParseMappings(options);
@@ -239,11 +253,14 @@ void SetUp(const SetupOptions& options, Answer& answer) {
     RequireEnterable(mapping);
   // What the new drives and the import lead to is seen once they are there.
   const bool isAlone = mappings.empty() && options.import.empty();
+  fs::path reports;
   if (isAlone) {
     FolderPlan attempt;
     const std::vector<Entry> attempted = PlanEntries(wishes, &attempt);
+    reports = attempted.front().place.folder;
     if (shared) shared->RequirePossible(attempted.front().place.folder);
   }
+  RequirePossible(options.history, reports);
   const fs::path server = FindServer();
   const bool madeHome = !fs::exists(home.Folder());
 
@@ -267,6 +284,7 @@ void SetUp(const SetupOptions& options, Answer& answer) {
   } else {
     TellInstalledFolders(answer);
   }
+  EnterHistory(options.history, ReportsFolder(), shared ? &*shared : nullptr, answer);
   RegisterServer(server);
   answer.data["shared"] = nullptr;
   if (shared) TellSharing(*shared, shared->Share(entries.front().place.folder), answer);
@@ -285,6 +303,8 @@ void AddSetup(CLI::App& program, Command* chosen) {
       ->allow_extra_args(false);
   command->add_option("--shared", options->group, "The group whose members share the reports folder")
       ->type_name("GROUP");
+  command->add_option("--history", options->history.folder, "The folder of the history")->type_name("DIR");
+  command->add_flag("--no-history", options->history.none, "Keep no history");
   command->add_option("--import", options->import, "An export of the old machine's registry")->type_name("FILE");
   command->add_option("--drive", options->drives, "Where a drive or share of the desktop lies; may be repeated")
       ->type_name("D=DIR")

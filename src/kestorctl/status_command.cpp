@@ -14,6 +14,7 @@
 #include "contract/interfaces.h"
 #include "explanation.h"
 #include "failure.h"
+#include "history_folder.h"
 #include "installed_folders.h"
 #include "journal/journal.h"
 #include "platform/home/home.h"
@@ -139,6 +140,7 @@ void TellStatus(const NoOptions&, Answer& answer) {
   TellJournal(answer);
   registry::Check();
   TellInstalledFolders(answer);
+  TellHistory(answer);
   TellClasses(answer);
   TellServer(answer);
 }

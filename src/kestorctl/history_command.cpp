@@ -1,0 +1,139 @@
+// The commands history: what the server has kept of the models that it changed.
+#include "commands.h"
+#include "content.h"
+#include "failure.h"
+#include "host_files.h"
+#include "kept_versions.h"
+#include "platform/text/text.h"
+#include "text_table.h"
+
+namespace kestorctl {
+
+namespace {
+
+using history::Version;
+
+constexpr const char* kFooter =
+    R"(Tells the versions that the history keeps of the models of a module and component, or of the model NAME alone, the oldest
+first. A version is what was there before the server replaced, removed or overwrote it: when that was (UTC), who did it,
+what was done, which file it was, its bytes, and the version number of a document.
+
+The home keeps a history where "kestorctl setup" has entered a folder for it. Versions lie there as whole files.
+
+With --json: "versions", each with "when", "user", "what" (overwritten, deleted, updated, renumbered, migrated), "model",
+"kind" (document, first generation, export settings, filter), "bytes", "version" and "file".
+
+Examples:
+  kestorctl history CT 01
+  kestorctl history CT 01 "Vendas por mês"
+  kestorctl history read CT 01 Vendas --at 2026-11-26T22:15:44.168702Z -o vendas.old
+  kestorctl history prune CT 01
+
+Exit status: 0 told, though there be none; 3 not all of it can be read; 1 failure, such as no history; 2 wrong usage.)";
+
+constexpr const char* kReadFooter =
+    R"(Writes a version of a model to FILE, which is written whole or not at all, or to standard output, as "kestorctl read"
+writes the content of a model; without a document, that of the first-generation model. The model is left as it is.
+
+WHEN is a time that "kestorctl history" tells, or a local time such as "2026-11-26 14:30", or a time ago such as 12h: the
+model is read as it was then. Without --at it is read as it was before its last change.
+
+With --json: "when", "kind", "bytes", and the content as "kestorctl read" tells it.
+
+Exit status: 0 read; 1 failure, such as no such version; 2 wrong usage.)";
+
+constexpr const char* kPruneFooter =
+    R"(Removes the versions that are over the limits: of each model the server keeps the last 50 versions, and none for more
+than 400 days. Other limits are the numbers HistoricoVersoes and HistoricoDias of the registry key
+HKLM\SOFTWARE\Norvela\KESTOR; 0 is no limit. The server does the same for a model whenever it keeps a version of it.
+
+With --json: "removed", a number.
+
+Exit status: 0 done; 3 not all could be removed; 1 failure, such as no history; 2 wrong usage.)";
+
+struct HistoryOptions {
+  StoreOptions store;
+  std::string name;
+};
+
+struct ReadVersionOptions : ReadOptions {
+  std::optional<std::string> when;
+};
+
+void List(const HistoryOptions& options, Answer& answer) {
+  if (options.store.module.empty() || options.store.component.empty())
+    throw UsageError("MODULE and COMPONENT are required");
+  const Versions versions = FindVersions(options.store, options.name, answer);
+  std::vector<TableRow> rows;
+  answer.data["versions"] = nlohmann::ordered_json::array();
+  for (const Version& version : versions) {
+    const std::optional<USHORT> number = DocumentVersion(version);
+    const std::string kind = WordOf(KindOf(version));
+    rows.push_back({WhenOf(version), UserName(version.user), WhatOf(version), text::Presentable(StoreName(version)),
+                    kind, std::to_string(version.size), number ? std::to_string(*number) : ""});
+    answer.data["versions"].push_back({{"when", WhenOf(version)},
+                                       {"user", UserName(version.user)},
+                                       {"what", WhatOf(version)},
+                                       {"model", StoreName(version)},
+                                       {"kind", kind},
+                                       {"bytes", version.size},
+                                       {"version", number ? nlohmann::ordered_json(*number) : nullptr},
+                                       {"file", version.file.string()}});
+  }
+  if (rows.empty()) return;
+  answer.output =
+      TextTable({{"WHEN"}, {"WHO"}, {"WHAT"}, {"MODEL"}, {"KIND"}, {"BYTES", true}, {"VERSION", true}}, rows);
+}
+
+void Read(const ReadVersionOptions& options, Answer& answer) {
+  Versions all = FindVersions(options.model, options.model.name, answer);
+  std::erase_if(all, [](const Version& one) { return KindOf(one) > Kind::firstGeneration; });
+  const Versions versions = VersionsAt(all, options.model.name, options.when);
+  const Version* chosen = &versions.front();
+  for (const Version& version : versions) {
+    if (KindOf(version) < KindOf(*chosen)) chosen = &version;
+  }
+  std::string content = Content(*chosen);
+  const std::optional<USHORT> number = DocumentVersion(*chosen);
+  if (number) content.erase(0, sizeof *number);
+  answer.data["when"] = WhenOf(*chosen);
+  answer.data["kind"] = WordOf(KindOf(*chosen));
+  HandOut(content, options.output, answer);
+  if (!answer.json) {
+    answer.AddNote(WordOf(KindOf(*chosen)) + " of before " + WhenOf(*chosen) +
+                   (number ? ", version " + std::to_string(*number) : ""));
+  }
+}
+
+void Prune(const StoreOptions& options, Answer& answer) {
+  std::string trouble;
+  const std::size_t removed =
+      history::Prune(RequireHistory(), text::FromUtf8(options.module), text::FromUtf8(options.component), &trouble);
+  answer.data["removed"] = removed;
+  answer.output = "removed: " + std::to_string(removed) + (removed == 1 ? " version\n" : " versions\n");
+  answer.AddNote(trouble);
+  answer.incomplete = !trouble.empty();
+}
+
+}  // namespace
+
+void AddHistory(CLI::App& program, Command* chosen) {
+  const auto [command, options] =
+      AddCommand(&program, chosen, {"history", "Tell the versions that were kept of models", kFooter}, List);
+  AddStoreOptions(command, &options->store);
+  for (const char* code : {"MODULE", "COMPONENT"})
+    command->get_option(code)->required(false);
+  AddText(command, "NAME", &options->name, "Name of the model")->required(false);
+  const auto read = AddCommand(command, chosen, {"read", "Read a version of a model", kReadFooter}, Read);
+  AddReadOptions(read.command, read.options);
+  read.command->add_option("--at", read.options->when, "When it was so")->type_name("WHEN")->check(CheckUtf8);
+  const auto prune =
+      AddCommand(command, chosen, {"prune", "Remove versions that are over the limits", kPruneFooter}, Prune);
+  AddStoreOptions(prune.command, prune.options);
+  // The library runs a command's own callback after those of its subcommands.
+  command->callback([chosen, command = command, options = options] {
+    if (command->get_subcommands().empty()) *chosen = [options](Answer& answer) { List(*options, answer); };
+  });
+}
+
+}  // namespace kestorctl

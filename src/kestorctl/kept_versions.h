@@ -1,0 +1,71 @@
+// The versions that the history keeps, as the commands name, tell and store them.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "history/history.h"
+#include "legacy_commands.h"
+#include "model_options.h"
+
+namespace kestorctl {
+
+using Versions = std::vector<history::Version>;
+
+// The history's folder and limits. Throws LocalFailure where the home has no history.
+history::Settings RequireHistory();
+
+// All versions of a module and component, or of one model (empty: of all), the oldest operation first. What could not
+// be read is noted in the answer, which then tells not all.
+Versions FindVersions(const StoreOptions& store, const std::string& name, Answer& answer);
+
+// Of the versions of one model what it was at `when`: of each of its files the first that was kept then or later. What
+// it was before its last change when no time is given. Throws LocalFailure where there is none, UsageError for what is
+// no time.
+Versions VersionsAt(const Versions& all, const std::string& name, const std::optional<std::string>& when);
+
+// When the operation began, such as 2026-11-26T22:15:44.168702Z.
+std::string WhenOf(const history::Version& version);
+
+// What the operation was, and what the file is, in words.
+std::string WhatOf(const history::Version& version);
+enum class Kind { document, firstGeneration, exportSettings, filter };
+Kind KindOf(const history::Version& version);
+std::string WordOf(Kind kind);
+
+// The name by which the stores know the version's model.
+std::string StoreName(const history::Version& version);
+
+// The whole version. Throws LocalFailure.
+std::string Content(const history::Version& version);
+
+// The version number with which a document's file begins; none where it is too short for one.
+std::optional<USHORT> DocumentVersion(const history::Version& version);
+
+// The stores through which versions go back; each is opened when it is first needed.
+class Stores {
+ public:
+  explicit Stores(const StoreOptions& store) : store_(store) {}
+
+  // Stores the version's content in the place of what is there. False when it is not stored; the answer has the result.
+  bool Store(const history::Version& version, Answer& answer);
+  // Deletes a document.
+  bool Delete(const std::string& document, Answer& answer);
+
+  // The store of documents; null, and the answer tells why, when it cannot be opened.
+  ReportStore* Documents(Answer& answer);
+
+ private:
+  LegacyStore* FirstGeneration(Answer& answer);
+  bool Conclude(HRESULT result, Answer& answer) const;
+
+  const StoreOptions store_;
+  std::optional<ReportStore> documents_;
+  std::optional<LegacyStore> firstGeneration_;
+};
+
+// Adds what a user should know of a document that has come back and is hidden.
+void NoteHidden(Stores& stores, const std::string& name, Answer& answer);
+
+}  // namespace kestorctl
