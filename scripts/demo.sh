@@ -112,6 +112,12 @@ step "What a report document says, and a field of it renumbered."
 run 0 kestorctl show CT 01 Balancete
 run 3 kestorctl renumber CT 01 302=301
 kestorctl show CT 01 Balancete | grep -q '^ 301  SaldoMes ' || fail "the field has not been renumbered"
+
+step "What the last change has changed; it is taken back, and the model is what it was, byte for byte."
+run 3 kestorctl diff CT 01 Balancete
+run 0 kestorctl undo CT 01
+kestorctl show CT 01 Balancete | grep -q '^ 302  SaldoAnterior ' || fail "the renumbering has not been taken back"
+run 0 kestorctl history CT 01 Balancete
 last_client=$SECONDS
 
 step "On the disk: two bytes of version, low byte first, then the content."
