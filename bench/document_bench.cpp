@@ -18,7 +18,6 @@ using namespace kestor;
 
 constexpr int kColumns = 60;
 constexpr int kManyColumns = 1000 * kColumns;
-constexpr int kModels = 1000;
 
 // A document as applications make them: `columns` columns, and sort keys, totals and conditions in proportion.
 void Fill(CDocRelatorio& document, int columns) {
