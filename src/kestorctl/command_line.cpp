@@ -17,9 +17,9 @@ namespace kestorctl {
 
 namespace {
 
-constexpr void (*kGroups[])(CLI::App&, Command*) = {AddSetup,   AddStatus,  AddLog,  AddRegistry, AddListing,
-                                                    AddModels,  AddFields,  AddShow, AddRenumber, AddMigrate,
-                                                    AddHistory, AddRestore, AddDiff, AddLegacy};
+constexpr void (*kGroups[])(CLI::App&, Command*) = {AddSetup,   AddStatus,  AddLog,     AddRegistry, AddListing,
+                                                    AddModels,  AddCopy,    AddFields,  AddShow,     AddRenumber,
+                                                    AddMigrate, AddHistory, AddRestore, AddDiff,     AddLegacy};
 
 constexpr const char* kProgramFooter =
     R"(What belongs to one installation lies below its home: the folder of --home, else $KESTOR_HOME, else

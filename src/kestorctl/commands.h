@@ -21,6 +21,7 @@ void AddStatus(CLI::App& program, Command* chosen);
 void AddLog(CLI::App& program, Command* chosen);
 void AddRegistry(CLI::App& program, Command* chosen);
 void AddModels(CLI::App& program, Command* chosen);
+void AddCopy(CLI::App& program, Command* chosen);
 void AddListing(CLI::App& program, Command* chosen);
 void AddFields(CLI::App& program, Command* chosen);
 void AddShow(CLI::App& program, Command* chosen);

@@ -1,15 +1,10 @@
 // The commands read and write: second-generation models, through the server.
-#include <algorithm>
 #include <limits>
 
 #include "commands.h"
-#include "common/nomes_arquivos.h"
 #include "content.h"
 #include "failure.h"
-#include "marcacao/componente_marcacao.h"
-#include "model_names.h"
 #include "model_options.h"
-#include "platform/text/text.h"
 #include "stored_model.h"
 
 namespace kestorctl {
@@ -52,10 +47,6 @@ struct WriteReportOptions : WriteModelOptions {
   bool checkDemonstrations = false;
 };
 
-unsigned char* BytesOf(std::string& content) {
-  return reinterpret_cast<unsigned char*>(content.data());
-}
-
 void Read(const ReadOptions& options, Answer& answer) {
   const ReportStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
@@ -66,36 +57,6 @@ void Read(const ReadOptions& options, Answer& answer) {
   answer.data["version"] = model.Record().nVersao;
   HandOut(model.Content(), options.output, answer);
   if (!answer.json) answer.note = "version " + std::to_string(model.Record().nVersao);
-}
-
-// What a user should know of a model that has just been stored.
-std::string Warnings(const ReportStore& store, const std::string& name, USHORT version, std::string& content) {
-  std::vector<std::string> warnings;
-  const std::string ansi = text::FromUtf8(name);
-  const std::string file = kestor::CaminhoRelatorioGravado({}, ansi);
-  const std::string listed(kestor::NomeDoModelo(file, 0));
-  if (file != kestor::CaminhoRelatorioLido({}, ansi)) {
-    warnings.push_back("its file " + text::Presentable(text::ToUtf8(file)) + " is neither listed nor read");
-  } else if (kestor::ChaveRelatorio(listed) != kestor::ChaveRelatorio(ansi)) {
-    warnings.push_back("it is listed as \"" + text::Presentable(text::ToUtf8(listed)) + "\", which reads another file");
-  }
-  std::vector<std::string> deleted;
-  DeletedNames(store, &deleted);
-  if (std::any_of(deleted.begin(), deleted.end(),
-                  [&](const std::string& one) { return text::EqualNoCase(text::FromUtf8(one), listed); })) {
-    warnings.emplace_back("it is not listed: a demonstration model of that name was deleted");
-  }
-  const kestor::ComponenteMarcacao markup;
-  kestor::CDocRelatorio document;
-  if (document.CarregaConteudo({version, static_cast<LONG>(content.size()), BytesOf(content)}) &&
-      kestor::ChaveRelatorio(document.nome) != kestor::ChaveRelatorio(ansi)) {
-    warnings.push_back("its document bears another name, \"" + text::Presentable(text::ToUtf8(document.nome)) +
-                       "\", under which renumber stores it");
-  }
-  std::string sentence;
-  for (const std::string& warning : warnings)
-    sentence += (sentence.empty() ? "the model is stored, but " : "; ") + warning;
-  return sentence;
 }
 
 void Write(const WriteReportOptions& options, Answer& answer) {

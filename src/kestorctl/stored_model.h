@@ -29,6 +29,12 @@ class StoredModel {
   const TaskBlock<std::uint8_t> content_;
 };
 
+// A content as the interfaces take it.
+unsigned char* BytesOf(std::string& content);
+
+// What a user should know of a model that has just been stored; empty: nothing.
+std::string Warnings(const ReportStore& store, const std::string& name, USHORT version, std::string& content);
+
 // Fills the document. Empty, or why the model is no report document. Needs the markup component.
 inline std::string LoadDocument(const REG_RELATORIO2& model, kestor::CDocRelatorio& document) {
   std::string reason;

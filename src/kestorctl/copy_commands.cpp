@@ -1,0 +1,237 @@
+// The commands copy, rename and move: a report model under another name, in another component, in another home.
+#include "commands.h"
+#include "common/nomes_arquivos.h"
+#include "explanation.h"
+#include "failure.h"
+#include "marcacao/componente_marcacao.h"
+#include "model_options.h"
+#include "platform/home/home.h"
+#include "platform/text/text.h"
+#include "stored_model.h"
+
+namespace kestorctl {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kCopyFooter =
+    R"(Stores a report model a second time: under the name NEW, for the module and component of --to, or in the home of --to-home.
+A document that bears the model's name is written anew with the new one. A model that is there already is replaced only with --force.
+
+With --json: "model", the new name, and in "note" what is to be known of it, as for "kestorctl write".
+
+Examples:
+  kestorctl copy CT 01 Vendas "Vendas por mês"
+  kestorctl copy CT 01 Vendas --to CT 02
+  kestorctl copy CT 01 Vendas --to-home /srv/test/home
+
+Exit status: 0 copied; 3 nothing is copied, because there is no such model (0x00040001) or one of the new name is there
+already (0x00040004); 1 failure; 2 wrong usage.)";
+
+constexpr const char* kRenameFooter =
+    R"(Gives a report model another name, of which the letter case alone may differ. A document that bears the old name bears
+the new one then, and a default report stays the default report. A model of the new name is replaced only with --force.
+
+With --json: "model", the new name, and in "note" what is to be known of it, as for "kestorctl write".
+
+Examples:
+  kestorctl rename CT 01 Vendas "Vendas por mês"
+  kestorctl rename CT 01 vendas Vendas
+
+Exit status: 0 renamed; 3 nothing is done, because there is no such model (0x00040001) or one of the new name is there
+already (0x00040004); 1 failure; 2 wrong usage.)";
+
+constexpr const char* kMoveFooter =
+    R"(Stores a report model for the module and component of --to, or in the home of --to-home, and deletes it where it was. It
+may get the name NEW as well. It is no longer the default report. A model that is there already is replaced only with
+--force.
+
+With --json: "model", its name, and in "note" what is to be known of it, as for "kestorctl write".
+
+Examples:
+  kestorctl move CT 01 Vendas --to CT 02
+  kestorctl move CT 01 Vendas "Vendas 2026" --to-home /srv/new/home
+
+Exit status: 0 moved; 3 nothing is done, because there is no such model (0x00040001) or one of the new name is there already
+(0x00040004); 1 failure; 2 wrong usage.)";
+
+struct CopyOptions : ModelOptions {
+  std::string newName;          // empty: the same
+  std::vector<std::string> to;  // module and component; empty: the same
+  std::string home;             // empty: the same
+  bool force = false;
+};
+
+struct Copied {
+  std::string content;
+  USHORT version = 0;
+  bool isDefault = false;
+};
+
+// Where a model is, and what it is called there.
+struct Place {
+  fs::path home;
+  ModelOptions model;
+};
+
+bool IsSameFile(const Place& a, const Place& b) {
+  std::error_code error;
+  const auto same = [](const std::string& one, const std::string& other) {
+    return text::EqualNoCase(text::FromUtf8(one), text::FromUtf8(other));
+  };
+  return fs::equivalent(a.home, b.home, error) && same(a.model.module, b.model.module) &&
+         same(a.model.component, b.model.component) &&
+         kestor::ChaveRelatorio(text::FromUtf8(a.model.name)) == kestor::ChaveRelatorio(text::FromUtf8(b.model.name));
+}
+
+Place SourceOf(const CopyOptions& options) {
+  return {platform::Home::Current().Folder(), options};
+}
+
+Place TargetOf(const CopyOptions& options) {
+  Place target = SourceOf(options);
+  if (!options.home.empty()) target.home = fs::absolute(options.home);
+  if (!options.to.empty()) {
+    target.model.module = options.to[0];
+    target.model.component = options.to[1];
+  }
+  if (!options.newName.empty()) target.model.name = options.newName;
+  return target;
+}
+
+void Enter(const Place& place) {
+  if (platform::Home::Current().Folder() != place.home) platform::Home::Use(place.home);
+  RequireHome();
+}
+
+bool Read(const Place& place, Copied* copied, Answer& answer) {
+  Enter(place);
+  const ReportStore store(place.model.module, place.model.component);
+  if (!IsOpen(store, answer)) return false;
+  const StoredModel model(store, place.model.name);
+  Conclude(model.Result(), answer);
+  if (answer.result != S_OK) return false;
+  copied->content = model.Content();
+  copied->version = model.Record().nVersao;
+  BSTR name = nullptr;
+  const HRESULT result = store->GetRelatorioPadrao(&name);
+  const OwnedBstr owner(name);
+  copied->isDefault = result == S_OK && name != nullptr &&
+                      kestor::ChaveRelatorio(text::FromUtf16({name, SysStringLen(name)})) ==
+                          kestor::ChaveRelatorio(text::FromUtf8(place.model.name));
+  return true;
+}
+
+// A document that bears the model's name bears the new one; every other content stays as it is.
+void Rename(const Place& from, const Place& to, Copied* copied) {
+  const kestor::ComponenteMarcacao markup;
+  kestor::CDocRelatorio document;
+  const std::string oldName = text::FromUtf8(from.model.name);
+  const std::string newName(
+      kestor::NomeDoModelo(kestor::CaminhoRelatorioGravado({}, text::FromUtf8(to.model.name)), 0));
+  const bool isDocument =
+      document.CarregaConteudo({copied->version, static_cast<LONG>(copied->content.size()), BytesOf(copied->content)});
+  if (!isDocument || document.nome == newName ||
+      kestor::ChaveRelatorio(document.nome) != kestor::ChaveRelatorio(oldName)) {
+    return;
+  }
+  document.nome = newName;
+  const std::unique_ptr<kestor::CMemStream> content = document.GeraConteudo();
+  if (!content || content->Size() == 0) throw LocalFailure("the document cannot be given the new name");
+  copied->version = kestor::kVersaoDocumento;
+  copied->content.assign(reinterpret_cast<const char*>(content->Buffer()), content->Size());
+}
+
+bool Write(const Place& place, Copied& copied, bool mayReplace, Answer& answer) {
+  Enter(place);
+  const ReportStore store(place.model.module, place.model.component);
+  if (!IsOpen(store, answer)) return false;
+  Conclude(store->Grava(ToBstr(place.model.name).get(), copied.version,
+                        static_cast<unsigned char>(mayReplace ? 0 : KESTOR_NaoSobreescrever),
+                        static_cast<LONG>(copied.content.size()), BytesOf(copied.content)),
+           answer);
+  if (answer.result != S_OK) return false;
+  answer.data["model"] = place.model.name;
+  answer.AddNote(Warnings(store, place.model.name, copied.version, copied.content));
+  return true;
+}
+
+// Makes the model the default report; none with an empty name.
+bool SetDefault(const ReportStore& store, const std::string& name, Answer& answer) {
+  Conclude(store->SetRelatorioPadrao(name.empty() ? nullptr : ToBstr(name).get()), answer);
+  return answer.result == S_OK;
+}
+
+void Respell(const Place& place, Answer& answer) {
+  const ReportStore store(place.model.module, place.model.component);
+  if (IsOpen(store, answer)) SetDefault(store, place.model.name, answer);
+}
+
+// Deletes what has been stored elsewhere. A default report is `newDefault` from then on; the deletion finds it only
+// when it is spelled the same.
+void Remove(const Place& place, bool isDefault, const std::string& newDefault, Answer& answer) {
+  Enter(place);
+  const ReportStore store(place.model.module, place.model.component);
+  if (!IsOpen(store, answer) || (isDefault && !SetDefault(store, newDefault, answer))) return;
+  char deleted = 0;
+  Conclude(store->ExcluiRelatorio(ToBstr(place.model.name).get(), 0, &deleted), answer);
+  if (answer.result != S_OK || deleted == 0)
+    answer.AddNote("the model is stored where it is to be, but it is still where it was as well");
+}
+
+void Copy(const CopyOptions& options, Answer& answer) {
+  const Place from = SourceOf(options);
+  const Place to = TargetOf(options);
+  if (IsSameFile(from, to)) throw UsageError("a new name, --to or --to-home is needed: a model is no copy of itself");
+  Copied copied;
+  if (!Read(from, &copied, answer)) return;
+  Rename(from, to, &copied);
+  Write(to, copied, options.force, answer);
+}
+
+void Move(const CopyOptions& options, Answer& answer) {
+  const Place from = SourceOf(options);
+  const Place to = TargetOf(options);
+  const bool isSame = IsSameFile(from, to);
+  if (isSame && from.model.name == to.model.name) throw UsageError("the model has that name and place already");
+  Copied copied;
+  if (!Read(from, &copied, answer)) return;
+  Rename(from, to, &copied);
+  if (!Write(to, copied, options.force || isSame, answer)) return;
+  const bool isRenamed = options.to.empty() && options.home.empty();
+  if (!isSame) {
+    Remove(from, copied.isDefault, isRenamed ? to.model.name : std::string(), answer);
+  } else if (copied.isDefault) {
+    Respell(to, answer);
+  }
+}
+
+void AddPlaceOptions(CLI::App* command, CopyOptions* options) {
+  command->add_option("--to", options->to, "Module and component")
+      ->type_name("MODULE COMPONENT")
+      ->expected(2)
+      ->check(CheckUtf8);
+  command->add_option("--to-home", options->home, "Another home")->type_name("DIR");
+}
+
+void AddForce(CLI::App* command, CopyOptions* options) {
+  command->add_flag("--force", options->force, "Replace a model that is there already");
+}
+
+}  // namespace
+
+void AddCopy(CLI::App& program, Command* chosen) {
+  const auto copy = AddCommand(&program, chosen, {"copy", "Store a report model a second time", kCopyFooter}, Copy);
+  const auto rename = AddCommand(&program, chosen, {"rename", "Give a report model another name", kRenameFooter}, Move);
+  const auto move = AddCommand(&program, chosen, {"move", "Move a report model elsewhere", kMoveFooter}, Move);
+  for (const auto& [command, options] : {copy, rename, move}) {
+    const bool isRename = command == rename.command;
+    AddModelOptions(command, options);
+    AddText(command, "NEW", &options->newName, "The new name")->required(isRename);
+    if (!isRename) AddPlaceOptions(command, options);
+    AddForce(command, options);
+  }
+}
+
+}  // namespace kestorctl
