@@ -66,7 +66,9 @@ class Servidor {
         : servidor_(servidor),
           guarda_(files::Keeping::Current() == nullptr ? servidor.IniciaGuarda(mudanca) : nullptr) {}
     ~Guarda() {
-      if (guarda_.IsOutermost()) servidor_.DizFaltaDaGuarda();
+      if (!guarda_.IsOutermost()) return;
+      servidor_.DizFaltaDaGuarda();
+      servidor_.TerminaGuarda();
     }
     Guarda(const Guarda&) = delete;
     Guarda& operator=(const Guarda&) = delete;
@@ -117,6 +119,7 @@ class Servidor {
 
   // What keeps the files that an operation changes; null: nothing does.
   virtual files::Keeper* IniciaGuarda(const Mudanca& /*operacao*/) noexcept { return nullptr; }
+  virtual void TerminaGuarda() noexcept {}
   // Why some could not be kept since this was asked last, for people; empty when all were.
   virtual std::string FaltaDaGuarda() { return {}; }
 

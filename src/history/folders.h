@@ -28,17 +28,27 @@ bool IsFolderName(std::string_view name);
 // Opens a folder within another one, which must be none behind a symbolic link.
 int OpenInner(const Descriptor& folder, const std::string& name, Descriptor* opened);
 
-// Calls `visit` for the folder of each model that the history has versions of.
+// Opens the folder of a module and component. Returns 0 or an errno value.
+int OpenPair(const std::filesystem::path& folder, const std::string& module, const std::string& component,
+             Descriptor* pair);
+
+// Calls `visit` for the folder of each model that the history has versions of, or for `only` that one.
 void VisitModels(const std::filesystem::path& folder, const std::string& module, const std::string& component,
-                 std::string* trouble, const std::function<void(const Descriptor&, const std::string& model)>& visit);
+                 const std::string& only, std::string* trouble,
+                 const std::function<void(const Descriptor&, const std::string& model)>& visit);
+
+// The name of the note that an operation is taken back.
+std::string UndoneName(const Version& operation);
+inline constexpr std::string_view kUndone = ".undone-";
 
 // Calls `visit` for each name of a version, and `leftover` for each of what is unfinished.
 void VisitVersions(const Descriptor& models,
                    const std::function<void(const Version& version, const std::string& name)>& visit,
                    const std::function<void(const std::string& name)>& leftover = {});
 
-// Removes what is over the limits in the folder of a model. How many versions that were; `*error` (unless null) is the
-// first errno value of a removal that failed.
-std::size_t PruneModel(const Descriptor& models, const Settings& settings, int* error);
+// Removes what is over the limits in the folder of a model: operations count, and those of `running` (null: none) stay.
+// With a running one no more than a few versions go, so that it does not take long. How many those were; `*error`
+// (unless null) is the first errno value of a removal that failed.
+std::size_t PruneModel(const Descriptor& models, const Settings& settings, const Version* running, int* error);
 
 }  // namespace history

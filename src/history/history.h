@@ -3,19 +3,20 @@
 //
 //   FOLDER/MODULE/COMPONENT/NAME/VERSION
 //
-// MODULE and COMPONENT are the codes in upper case, NAME is the model's as its file spelled it, and .nameless where
-// that is empty. A VERSION is called
-//   TIME-PROCESS-USER-METHOD-AFTER.EXTENSION     such as
-//   20261126T221530123456Z-4711-1000-Grava-3a0x18b2f0c41d2e6f00.RXL
-// TIME        when the operation began, in UTC down to microseconds; with PROCESS, the server's, it tells operations
-// apart USER        the number of the client's user METHOD      the method that the client called; Inicializa means a
-// migration AFTER       what took the file's place: its size and its modification time in nanoseconds, in hexadecimal,
-// "gone" when
-//             nothing did, "inplace" where the file itself was overwritten
-// EXTENSION   the rest of the file's name, from its first dot on; nothing where it has none
+// MODULE and COMPONENT are the codes in upper case. NAME is the model's as the file was called that was changed, and
+// .nameless where that is empty. A VERSION is TIME-PROCESS-USER-METHOD-AFTER and the rest of the file's name, from its
+// first dot on, such as 20261126T221530123456Z-4711-1000-Grava-3a0x18b2f0c41d2e6f00.RXL:
 //
-// A file that is replaced or removed gets the version as a second name, where the file system gives it one; otherwise
-// it is copied, and the copy is flushed. A version has its name only when it is complete. Texts are UTF-8.
+//   TIME     when the operation began: UTC, to the microsecond. With PROCESS, the server's, it tells operations apart
+//   USER     the number of the client's user
+//   METHOD   the method that the client called; Inicializa is a migration
+//   AFTER    what took the file's place: its size, x, and its modification time in nanoseconds, both in hexadecimal;
+//            "gone" when nothing did; "inplace" where the file itself was overwritten; "new", and then as the first,
+//            where no document was before: such a version is empty
+//
+// An operation keeps what it finds of a file, and not what it makes of it in between. A file that is replaced or
+// removed gets the version as a second name, where the file system gives it one; otherwise it is copied, and the copy
+// and its folders are flushed. A version has its name only when it is complete. Texts are UTF-8.
 #pragma once
 
 #include <sys/types.h>
@@ -26,6 +27,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -47,7 +49,7 @@ Settings ReadSettings();
 
 // ---- Versions ------------------------------------------------------------------------------------------------------
 
-enum class After { replaced, gone, overwritten };
+enum class After { replaced, gone, overwritten, made };
 
 // A version of one file of a model.
 struct Version {
@@ -64,6 +66,7 @@ struct Version {
   std::string model = {};
   std::filesystem::path file = {};
   std::uint64_t size = 0;
+  std::int64_t written = 0;  // when its content was, in nanoseconds since 1970
 
   bool IsOfOperation(const Version& other) const { return time == other.time && process == other.process; }
 };
@@ -71,15 +74,29 @@ struct Version {
 std::string NameOf(const Version& version);
 std::optional<Version> ParseName(std::string_view name);
 
-// The versions of a module and component, the oldest operation first. Files of other names, folders that cannot be read
-// and links are passed over: `*trouble` is then what is missing, for people.
+// The versions of a module and component, the oldest operation first; of those of one folder NAME where `model` says
+// so. Files of other names, folders that cannot be read and links are passed over: `*trouble` (unless null) is then
+// what is missing, for people. The codes are in code page 1252.
 std::vector<Version> FindVersions(const std::filesystem::path& folder, const std::string& module,
-                                  const std::string& component, std::string* trouble);
+                                  const std::string& component, std::string* trouble, const std::string& model = {});
 
-// Removes what is over the limits, and what killed servers have left. How many versions that were. Adds to `*trouble`
-// what could not be removed.
+// Notes that an operation is taken back, or that it has served to take another one back: an empty file
+// .undone-TIME-PROCESS in the folder of the module and component. Returns 0 or an errno value.
+int NoteUndone(const std::filesystem::path& folder, const std::string& module, const std::string& component,
+               const Version& operation);
+
+// Leaves out the operations that are noted so.
+void RemoveUndone(const std::filesystem::path& folder, const std::string& module, const std::string& component,
+                  std::vector<Version>* versions);
+
+// Removes what is over the limits, what killed servers have left, and folders that are empty then; of all modules and
+// components where `module` is empty, of all components where `component` is. How many versions that were. Adds to
+// `*trouble` what could not be removed.
 std::size_t Prune(const Settings& settings, const std::string& module, const std::string& component,
                   std::string* trouble);
+
+// The time of a file's last change, in nanoseconds since 1970.
+std::int64_t Nanoseconds(const struct timespec& time);
 
 // ---- Keeping -------------------------------------------------------------------------------------------------------
 
@@ -99,34 +116,29 @@ class Keeper final : public files::Keeper {
   bool IsWanted();
 
   void Begin(Operation operation);
+  void End() noexcept { keptIn_ = {}; }
 
   void Keep(const files::LeavingFile& leaving) noexcept override;
   void Drop() noexcept override;
-  void SeeNew(const std::string& name, const platform::Descriptor& file) noexcept override;
+  void SeeNew(const std::string& name, const platform::Descriptor& file, bool isComplete) noexcept override;
 
   // Why versions were not kept since this was asked last, for people; empty when all were.
   std::string TakeTrouble() { return std::exchange(trouble_, {}); }
 
  private:
   struct Place;
-  // A file that the operation has made.
-  struct Made {
-    std::string name;
-    ino_t number = 0;
-    std::uint64_t size = 0;
-    std::int64_t time = 0;
-  };
+  struct Descriptors;
 
   void TryKeep(const files::LeavingFile& leaving);
   bool FindPlace(const std::string& file, Place* place);
-  std::string DocumentOf(const std::string& model) const;
-  Version VersionOf(const files::LeavingFile& leaving, const Place& place) const;
+  Version VersionOf(const Place& place, After after) const;
+  int OpenFolders(const Place& place, Descriptors* folders);
   void Miss(const std::string& file, const std::string& reason);
 
   Settings settings_;
   Operation operation_;
   Time begun_{};
-  Made made_;  // the last one
+  std::unordered_set<std::string> seen_;  // files that the operation has changed or made, in upper case
   std::string trouble_;
   platform::Descriptor keptIn_;  // the folder of the version that was kept last
   std::string kept_;             // empty: there is none to drop

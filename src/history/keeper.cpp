@@ -15,10 +15,6 @@
 namespace history {
 namespace {
 
-std::int64_t Nanoseconds(const struct timespec& time) {
-  return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
-}
-
 // A folder of the history has the rights of the one that it lies in: whoever may work there may work here.
 int OpenOrMakeFolder(const Descriptor& folder, const std::string& name, Descriptor* opened) {
   int error = OpenInner(folder, name, opened);
@@ -30,7 +26,8 @@ int OpenOrMakeFolder(const Descriptor& folder, const std::string& name, Descript
   struct stat outer = {};
   if (error != 0 || !isNew || host::Stat(folder, &outer) != 0) return error;
   host::TakeOverOwners(*opened, outer);
-  host::ChangeMode(*opened, outer.st_mode & 07777);
+  // Not the sticky bit: a version belongs to whoever owned the file, and others must be able to take it back.
+  host::ChangeMode(*opened, outer.st_mode & (07777 & ~S_ISVTX));
   return 0;
 }
 
@@ -49,20 +46,25 @@ int Copy(const Descriptor& from, const Descriptor& folder, const std::string& na
   return error;
 }
 
-// False also where the name has come to lead to another file.
-bool IsLinked(const files::LeavingFile& leaving, const Descriptor& folder, const std::string& name, int* error) {
-  if (leaving.folder == nullptr) return false;
-  *error = host::Link(*leaving.folder, leaving.entry, folder, name);
-  if (*error == EEXIST) return true;
-  if (*error != 0) return false;
+// What a file system says that gives a file no second name there.
+bool GivesNoLink(int error) {
+  return error == EXDEV || error == EPERM || error == EMLINK || error == EOPNOTSUPP || error == ENOSYS;
+}
+
+// 0; an error for which a copy may do; or another errno value. A name that has come to lead to another file counts as
+// one that gives no link.
+int Link(const files::LeavingFile& leaving, const Descriptor& folder, const std::string& name) {
+  if (leaving.folder == nullptr) return EXDEV;
+  const int error = host::Link(*leaving.folder, leaving.entry, folder, name);
+  if (error != 0) return error;
   struct stat kept = {};
   struct stat leaves = {};
   if (host::StatLink(folder.Number(), name, &kept) == 0 && host::Stat(leaving.file, &leaves) == 0 &&
       host::SameFile(kept, leaves)) {
-    return true;
+    return 0;
   }
   host::Unlink(folder, name);
-  return false;
+  return EXDEV;
 }
 
 bool IsSharedFile(const std::string& name) {
@@ -71,6 +73,10 @@ bool IsSharedFile(const std::string& name) {
     if (text::EqualNoCase(name, shared)) return true;
   }
   return false;
+}
+
+std::string KeyOf(const std::string& file) {
+  return text::Upper(text::FromUtf8(file));
 }
 
 bool IsOfFirstGeneration(const std::string& name) {
@@ -82,6 +88,12 @@ bool IsOfFirstGeneration(const std::string& name) {
 }
 
 }  // namespace
+
+struct Keeper::Descriptors {
+  Descriptor root;
+  Descriptor module;
+  Descriptor pair;
+};
 
 struct Keeper::Place {
   std::string module;
@@ -100,7 +112,7 @@ void Keeper::Begin(Operation operation) {
   begun_ = std::max(now, begun_ + std::chrono::microseconds(1));
   operation_ = std::move(operation);
   trouble_.clear();
-  made_ = {};
+  seen_.clear();
 }
 
 void Keeper::Keep(const files::LeavingFile& leaving) noexcept {
@@ -117,13 +129,27 @@ void Keeper::Drop() noexcept {
   kept_.clear();
 }
 
-void Keeper::SeeNew(const std::string& name, const Descriptor& file) noexcept {
-  struct stat status = {};
-  if (host::StatNow(file, &status) != 0) return;
+void Keeper::SeeNew(const std::string& name, const Descriptor& file, bool isComplete) noexcept {
   try {
-    made_ = {name, status.st_ino, static_cast<std::uint64_t>(status.st_size), Nanoseconds(status.st_mtim)};
+    const bool isDocument = !operation_.ofFirstGeneration && !IsOfFirstGeneration(name);
+    struct stat status = {};
+    Place place;
+    if (!seen_.insert(KeyOf(name)).second || !isComplete || !isDocument || !FindPlace(name, &place) ||
+        host::StatNow(file, &status) != 0) {
+      return;
+    }
+    Version version = VersionOf(place, After::made);
+    version.sizeAfter = static_cast<std::uint64_t>(status.st_size);
+    version.timeAfter = Nanoseconds(status.st_mtim);
+    Descriptors folders;
+    Descriptor marker;
+    int error = OpenFolders(place, &folders);
+    const int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
+    if (error == 0) error = host::Open(keptIn_.Number(), NameOf(version), flags, &marker, 0666);
+    if (error == 0) error = host::TakeFolderRights(marker, keptIn_);
+    if (error != 0) Miss(name, std::strerror(error));
   } catch (const std::exception&) {
-    made_ = {};
+    // Then nothing tells that it is new.
   }
 }
 
@@ -145,59 +171,57 @@ bool Keeper::FindPlace(const std::string& file, Place* place) {
   return false;
 }
 
-// The file that a migration makes of a model.
-std::string Keeper::DocumentOf(const std::string& model) const {
-  return kestor::CaminhoRelatorioGravado(operation_.module + operation_.component, text::FromUtf8(model));
-}
-
-Version Keeper::VersionOf(const files::LeavingFile& leaving, const Place& place) const {
-  using Way = files::LeavingFile::Way;
+Version Keeper::VersionOf(const Place& place, After after) const {
   Version version;
   version.time = begun_;
   version.process = getpid();
   version.user = operation_.user;
   version.method = operation_.method;
+  version.after = after;
   version.extension = place.extension;
-  version.after = leaving.way == Way::removed ? After::gone : After::overwritten;
+  return version;
+}
+
+// `keptIn_` is then the folder of the model.
+int Keeper::OpenFolders(const Place& place, Descriptors* folders) {
+  if (!settings_.folder.is_absolute()) return ENOTDIR;
+  int error = host::OpenFolder(AT_FDCWD, settings_.folder, &folders->root);
+  if (error == 0) error = OpenOrMakeFolder(folders->root, place.module, &folders->module);
+  if (error == 0) error = OpenOrMakeFolder(folders->module, place.component, &folders->pair);
+  if (error == 0) error = OpenOrMakeFolder(folders->pair, place.model, &keptIn_);
+  return error;
+}
+
+void Keeper::TryKeep(const files::LeavingFile& leaving) {
+  using Way = files::LeavingFile::Way;
+  Place place;
+  if (!seen_.insert(KeyOf(leaving.name)).second || !FindPlace(leaving.name, &place)) return;
+  Version version = VersionOf(place, leaving.way == Way::removed ? After::gone : After::overwritten);
   struct stat successor = {};
   if (leaving.successor != nullptr && host::StatNow(*leaving.successor, &successor) == 0) {
     version.after = After::replaced;
     version.sizeAfter = static_cast<std::uint64_t>(successor.st_size);
     version.timeAfter = Nanoseconds(successor.st_mtim);
-  } else if (leaving.way == Way::removed && text::EqualNoCase(text::FromUtf8(made_.name), DocumentOf(place.model))) {
-    version.after = After::replaced;
-    version.sizeAfter = made_.size;
-    version.timeAfter = made_.time;
   }
-  return version;
-}
-
-void Keeper::TryKeep(const files::LeavingFile& leaving) {
-  struct stat status = {};
-  const bool isOwn = leaving.way == files::LeavingFile::Way::rewritten && host::Stat(leaving.file, &status) == 0 &&
-                     status.st_ino == made_.number;
-  Place place;
-  if (isOwn || !FindPlace(leaving.name, &place)) return;
-  const std::string name = NameOf(VersionOf(leaving, place));
-
-  Descriptor root;
-  Descriptor ofModule;
-  Descriptor ofPair;
-  int error = host::OpenFolder(AT_FDCWD, settings_.folder, &root);
-  if (error == 0) error = OpenOrMakeFolder(root, place.module, &ofModule);
-  if (error == 0) error = OpenOrMakeFolder(ofModule, place.component, &ofPair);
-  if (error == 0) error = OpenOrMakeFolder(ofPair, place.model, &keptIn_);
-  if (error == 0 && !IsLinked(leaving, keptIn_, name, &error)) error = Copy(leaving.file, keptIn_, name);
-  // What the operation had found is kept already, and counts: what it has made itself meanwhile is no version.
-  if (error == EEXIST) return;
-  if (error != 0) return Miss(leaving.name, settings_.folder.string() + ": " + std::strerror(error));
+  const std::string name = NameOf(version);
+  Descriptors folders;
+  int error = OpenFolders(place, &folders);
+  if (error == 0) error = Link(leaving, keptIn_, name);
+  if (GivesNoLink(error)) {
+    error = Copy(leaving.file, keptIn_, name);
+    // A link comes to the disk with the change itself, a copy must be there before.
+    for (const Descriptor* folder : {&keptIn_, &folders.pair, &folders.module, &folders.root})
+      if (error == 0) error = host::Sync(*folder);
+  }
+  if (error != 0) return Miss(leaving.name, std::strerror(error));
   kept_ = name;
-  if (settings_.versions != 0 || settings_.days != 0) PruneModel(keptIn_, settings_, nullptr);
+  PruneModel(keptIn_, settings_, &version, nullptr);
 }
 
 void Keeper::Miss(const std::string& file, const std::string& reason) {
   if (!trouble_.empty()) return;
-  trouble_ = "what " + text::Presentable(file) + " held is not in the history: " + reason;
+  trouble_ =
+      "what " + text::Presentable(file) + " held is not in the history: " + settings_.folder.string() + ": " + reason;
 }
 
 }  // namespace history

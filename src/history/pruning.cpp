@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <tuple>
 
 #include "folders.h"
 #include "platform/host/system.h"
@@ -14,10 +15,13 @@ namespace {
 // A copy that is still being made is younger.
 constexpr std::chrono::hours kLeftoverAge{24};
 
-bool IsOld(const Descriptor& folder, const std::string& name) {
+constexpr unsigned kMostDays = 100'000;  // a longer time is one for ever
+constexpr std::size_t kMostAtOnce = 16;  // versions that go when one is kept
+
+bool IsOlder(const Descriptor& folder, const std::string& name, std::chrono::hours age) {
   struct stat status = {};
   if (host::StatLinkWithTimes(folder.Number(), name, &status) != 0) return false;
-  return Clock::from_time_t(status.st_mtime) < Clock::now() - kLeftoverAge;
+  return Clock::from_time_t(status.st_mtime) < Clock::now() - age;
 }
 
 void Say(std::string* trouble, const std::filesystem::path& place, int error) {
@@ -44,23 +48,35 @@ int OpenInner(const Descriptor& folder, const std::string& name, Descriptor* ope
   return host::Open(folder.Number(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW, opened);
 }
 
+int OpenPair(const std::filesystem::path& folder, const std::string& module, const std::string& component,
+             Descriptor* pair) {
+  if (!IsFolderName(FolderName(module)) || !IsFolderName(FolderName(component))) return ENOENT;
+  Descriptor root;
+  Descriptor ofModule;
+  int error = host::OpenFolder(AT_FDCWD, folder, &root);
+  if (error == 0) error = OpenInner(root, FolderName(module), &ofModule);
+  return error == 0 ? OpenInner(ofModule, FolderName(component), pair) : error;
+}
+
 void VisitModels(const std::filesystem::path& folder, const std::string& module, const std::string& component,
-                 std::string* trouble, const std::function<void(const Descriptor&, const std::string& model)>& visit) {
+                 const std::string& only, std::string* trouble,
+                 const std::function<void(const Descriptor&, const std::string& model)>& visit) {
   const std::filesystem::path place = FolderOfPair(folder, module, component);
   Descriptor root;
-  int error = host::OpenFolder(AT_FDCWD, folder, &root);
-  if (error != 0) {
+  if (const int error = host::OpenFolder(AT_FDCWD, folder, &root); error != 0) {
     if (trouble != nullptr) *trouble = folder.string() + ": " + std::strerror(error);
     return;
   }
-  if (!IsFolderName(FolderName(module)) || !IsFolderName(FolderName(component))) return;
-  Descriptor ofModule;
   Descriptor ofPair;
-  error = OpenInner(root, FolderName(module), &ofModule);
-  if (error == 0) error = OpenInner(ofModule, FolderName(component), &ofPair);
+  int error = OpenPair(folder, module, component, &ofPair);
   std::vector<std::string> models;
-  if (error == 0) error = host::ReadNames(ofPair, [&](const char* name, unsigned char) { models.emplace_back(name); });
+  if (!only.empty()) {
+    models.push_back(only);
+  } else if (error == 0) {
+    error = host::ReadNames(ofPair, [&](const char* name, unsigned char) { models.emplace_back(name); });
+  }
   Say(trouble, place, error);
+  if (error != 0) return;
   std::sort(models.begin(), models.end());
   for (const std::string& model : models) {
     Descriptor versions;
@@ -82,23 +98,32 @@ void VisitVersions(const Descriptor& models,
   });
 }
 
-std::size_t PruneModel(const Descriptor& models, const Settings& settings, int* error) {
-  std::vector<std::pair<Time, std::string>> versions;
+std::size_t PruneModel(const Descriptor& models, const Settings& settings, const Version* running, int* error) {
+  if (running != nullptr && settings.versions == 0 && settings.days == 0) return 0;
+  std::vector<std::pair<Version, std::string>> versions;
   std::vector<std::string> doomed;
   VisitVersions(
-      models, [&](const Version& version, const std::string& name) { versions.emplace_back(version.time, name); },
+      models, [&](const Version& version, const std::string& name) { versions.emplace_back(version, name); },
       [&](const std::string& name) {
-        if (IsOld(models, name)) doomed.push_back(name);
+        if (IsOlder(models, name, kLeftoverAge)) doomed.push_back(name);
       });
   const std::size_t leftovers = doomed.size();
-  std::sort(versions.begin(), versions.end());
+  // The latest operation first.
+  std::sort(versions.begin(), versions.end(), [](const auto& a, const auto& b) {
+    return std::tie(a.first.time, a.first.process) > std::tie(b.first.time, b.first.process);
+  });
   const Time oldest = std::chrono::time_point_cast<std::chrono::microseconds>(Clock::now()) -
-                      std::chrono::hours(24) * std::int64_t{settings.days};
+                      std::chrono::hours(24) * std::int64_t{std::min(settings.days, kMostDays)};
+  std::size_t operations = 0;
   for (std::size_t i = 0; i < versions.size(); ++i) {
-    const bool isTooMany = settings.versions != 0 && versions.size() - i > settings.versions;
-    const bool isTooOld = settings.days != 0 && versions[i].first < oldest;
-    if (isTooMany || isTooOld) doomed.push_back(versions[i].second);
+    const Version& version = versions[i].first;
+    if (i == 0 || !version.IsOfOperation(versions[i - 1].first)) ++operations;
+    const bool isTooMany = settings.versions != 0 && operations > settings.versions;
+    const bool isTooOld = settings.days != 0 && version.time < oldest;
+    const bool isRunning = running != nullptr && version.IsOfOperation(*running);
+    if ((isTooMany || isTooOld) && !isRunning) doomed.push_back(versions[i].second);
   }
+  if (running != nullptr) doomed.resize(std::min(doomed.size(), kMostAtOnce));
   std::size_t removed = 0;
   for (std::size_t i = 0; i < doomed.size(); ++i) {
     const int failure = host::Unlink(models, doomed[i]);
@@ -108,14 +133,52 @@ std::size_t PruneModel(const Descriptor& models, const Settings& settings, int* 
   return removed;
 }
 
+namespace {
+
+// The names of the folders in a folder; one alone where it is given.
+std::vector<std::string> FoldersIn(const std::filesystem::path& folder, const std::string& only) {
+  std::vector<std::string> names;
+  if (!only.empty()) return {FolderName(only)};
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
+    if (entry.is_directory(error) && !entry.is_symlink(error)) names.push_back(entry.path().filename().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// A note is of no more use than the versions that it is about.
+void RemoveOldNotes(const Settings& settings, const std::string& module, const std::string& component) {
+  Descriptor pair;
+  if (settings.days == 0 || OpenPair(settings.folder, module, component, &pair) != 0) return;
+  std::vector<std::string> old;
+  host::ReadNames(pair, [&](const char* name, unsigned char) {
+    const auto age = std::chrono::hours(24) * std::int64_t{std::min(settings.days, kMostDays)};
+    if (std::string_view(name).starts_with(kUndone) && IsOlder(pair, name, age)) old.emplace_back(name);
+  });
+  for (const std::string& name : old)
+    host::Unlink(pair, name);
+}
+
+}  // namespace
+
 std::size_t Prune(const Settings& settings, const std::string& module, const std::string& component,
                   std::string* trouble) {
   std::size_t removed = 0;
-  VisitModels(settings.folder, module, component, trouble, [&](const Descriptor& models, const std::string& model) {
-    int error = 0;
-    removed += PruneModel(models, settings, &error);
-    Say(trouble, FolderOfPair(settings.folder, module, component) / model, error);
-  });
+  for (const std::string& ofModule : FoldersIn(settings.folder, module)) {
+    for (const std::string& ofPair : FoldersIn(settings.folder / ofModule, component)) {
+      const std::filesystem::path pair = settings.folder / ofModule / ofPair;
+      VisitModels(settings.folder, text::FromUtf8(ofModule), text::FromUtf8(ofPair), {}, trouble,
+                  [&](const Descriptor& models, const std::string& model) {
+                    int error = 0;
+                    removed += PruneModel(models, settings, nullptr, &error);
+                    Say(trouble, pair / model, error);
+                    std::error_code notEmpty;
+                    std::filesystem::remove(pair / model, notEmpty);
+                  });
+      RemoveOldNotes(settings, text::FromUtf8(ofModule), text::FromUtf8(ofPair));
+    }
+  }
   return removed;
 }
 

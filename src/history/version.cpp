@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -5,10 +6,13 @@
 #include <charconv>
 #include <cstring>
 #include <ctime>
+#include <set>
+#include <tuple>
 
 #include "folders.h"
 #include "history.h"
 #include "platform/host/system.h"
+#include "platform/host/whole_file.h"
 #include "platform/text/text.h"
 
 namespace history {
@@ -16,6 +20,7 @@ namespace {
 
 constexpr std::string_view kGone = "gone";
 constexpr std::string_view kInPlace = "inplace";
+constexpr std::string_view kNew = "new";
 constexpr char kSeparator = '-';
 constexpr char kSizeAndTime = 'x';
 constexpr std::size_t kFields = 5;
@@ -75,8 +80,9 @@ bool ReadAfter(std::string_view text, Version* version) {
     version->after = text == kGone ? After::gone : After::overwritten;
     return true;
   }
+  version->after = text.starts_with(kNew) ? After::made : After::replaced;
+  if (version->after == After::made) text.remove_prefix(kNew.size());
   const std::size_t between = text.find(kSizeAndTime);
-  version->after = After::replaced;
   return between != text.npos && ReadNumber(text.substr(0, between), &version->sizeAfter, 16) &&
          ReadNumber(text.substr(between + 1), &version->timeAfter, 16);
 }
@@ -84,7 +90,8 @@ bool ReadAfter(std::string_view text, Version* version) {
 std::string TextOfAfter(const Version& version) {
   if (version.after == After::gone) return std::string(kGone);
   if (version.after == After::overwritten) return std::string(kInPlace);
-  return Digits(version.sizeAfter, 16) + kSizeAndTime + Digits(version.timeAfter, 16);
+  return (version.after == After::made ? std::string(kNew) : std::string()) + Digits(version.sizeAfter, 16) +
+         kSizeAndTime + Digits(version.timeAfter, 16);
 }
 
 }  // namespace
@@ -114,20 +121,25 @@ std::optional<Version> ParseName(std::string_view name) {
   return version;
 }
 
+std::int64_t Nanoseconds(const struct timespec& time) {
+  return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+}
+
 // ---- Finding -------------------------------------------------------------------------------------------------------
 
 std::vector<Version> FindVersions(const std::filesystem::path& folder, const std::string& module,
-                                  const std::string& component, std::string* trouble) {
+                                  const std::string& component, std::string* trouble, const std::string& only) {
   std::vector<Version> found;
-  VisitModels(folder, module, component, trouble, [&](const Descriptor& models, const std::string& model) {
+  VisitModels(folder, module, component, only, trouble, [&](const Descriptor& models, const std::string& model) {
     const std::filesystem::path place = FolderOfPair(folder, module, component) / model;
     VisitVersions(models, [&](const Version& parsed, const std::string& name) {
       struct stat status = {};
-      if (host::StatLink(models.Number(), name, &status) != 0 || !S_ISREG(status.st_mode)) return;
+      if (host::StatLinkWithTimes(models.Number(), name, &status) != 0 || !S_ISREG(status.st_mode)) return;
       Version version = parsed;
       if (model != kNameless) version.model = model;
       version.file = place / name;
       version.size = static_cast<std::uint64_t>(status.st_size);
+      version.written = Nanoseconds(status.st_mtim);
       found.push_back(std::move(version));
     });
   });
@@ -135,6 +147,33 @@ std::vector<Version> FindVersions(const std::filesystem::path& folder, const std
     return std::tie(a.time, a.process, a.model, a.extension) < std::tie(b.time, b.process, b.model, b.extension);
   });
   return found;
+}
+
+// ---- Operations that are taken back --------------------------------------------------------------------------------
+
+std::string UndoneName(const Version& operation) {
+  return std::string(kUndone) + TextOf(operation.time) + kSeparator + Digits(operation.process);
+}
+
+int NoteUndone(const std::filesystem::path& folder, const std::string& module, const std::string& component,
+               const Version& operation) {
+  Descriptor pair;
+  Descriptor note;
+  int error = OpenPair(folder, module, component, &pair);
+  const int flags = O_WRONLY | O_CREAT | O_NOFOLLOW;
+  if (error == 0) error = host::Open(pair.Number(), UndoneName(operation), flags, &note, 0666);
+  return error == 0 ? host::TakeFolderRights(note, pair) : error;
+}
+
+void RemoveUndone(const std::filesystem::path& folder, const std::string& module, const std::string& component,
+                  std::vector<Version>* versions) {
+  Descriptor pair;
+  std::set<std::string> undone;
+  if (OpenPair(folder, module, component, &pair) != 0) return;
+  host::ReadNames(pair, [&](const char* name, unsigned char) {
+    if (std::string_view(name).starts_with(kUndone)) undone.insert(name);
+  });
+  std::erase_if(*versions, [&](const Version& one) { return undone.contains(UndoneName(one)); });
 }
 
 }  // namespace history

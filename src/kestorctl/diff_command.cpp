@@ -57,7 +57,7 @@ std::optional<Lines> Stored(const DiffOptions& options, const std::string& name,
 }
 
 Lines Kept(const DiffOptions& options, Answer& answer) {
-  Versions all = FindVersions(options, options.name, answer);
+  Versions all = FindVersions(static_cast<const ModelOptions&>(options), answer);
   std::erase_if(all, [](const history::Version& one) { return KindOf(one) != Kind::document; });
   const history::Version version = VersionsAt(all, options.name, options.when).front();
   std::string content = Content(version);

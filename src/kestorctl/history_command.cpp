@@ -18,16 +18,19 @@ constexpr const char* kFooter =
 first. A version is what was there before the server replaced, removed or overwrote it: when that was (UTC), who did it,
 what was done, which file it was, its bytes, and the version number of a document.
 
+Of a document that is new there is a version without content, so that it can be taken back.
+
 The home keeps a history where "kestorctl setup" has entered a folder for it. Versions lie there as whole files.
 
-With --json: "versions", each with "when", "user", "what" (overwritten, deleted, updated, renumbered, migrated), "model",
+With --json: "versions", each with "when", "user", "what" (made, overwritten, deleted,
+updated, renumbered, migrated), "model",
 "kind" (document, first generation, export settings, filter), "bytes", "version" and "file".
 
 Examples:
   kestorctl history CT 01
   kestorctl history CT 01 "Vendas por mês"
   kestorctl history read CT 01 Vendas --at 2026-11-26T22:15:44.168702Z -o vendas.old
-  kestorctl history prune CT 01
+  kestorctl history prune
 
 Exit status: 0 told, though there be none; 3 not all of it can be read; 1 failure, such as no history; 2 wrong usage.)";
 
@@ -43,17 +46,17 @@ With --json: "when", "kind", "bytes", and the content as "kestorctl read" tells 
 Exit status: 0 read; 1 failure, such as no such version; 2 wrong usage.)";
 
 constexpr const char* kPruneFooter =
-    R"(Removes the versions that are over the limits: of each model the server keeps the last 50 versions, and none for more
-than 400 days. Other limits are the numbers HistoricoVersoes and HistoricoDias of the registry key
+    R"(Removes the versions that are over the limits, of all models or of those of a module, or of a module and component: of
+each model the server keeps what the last 50 operations have changed, and nothing for more than 400 days. Other limits are
+the numbers HistoricoVersoes and HistoricoDias of the registry key
 HKLM\SOFTWARE\Norvela\KESTOR; 0 is no limit. The server does the same for a model whenever it keeps a version of it.
 
 With --json: "removed", a number.
 
 Exit status: 0 done; 3 not all could be removed; 1 failure, such as no history; 2 wrong usage.)";
 
-struct HistoryOptions {
-  StoreOptions store;
-  std::string name;
+struct HistoryOptions : ModelOptions {
+  CLI::Option* nameGiven = nullptr;
 };
 
 struct ReadVersionOptions : ReadOptions {
@@ -61,9 +64,10 @@ struct ReadVersionOptions : ReadOptions {
 };
 
 void List(const HistoryOptions& options, Answer& answer) {
-  if (options.store.module.empty() || options.store.component.empty())
-    throw UsageError("MODULE and COMPONENT are required");
-  const Versions versions = FindVersions(options.store, options.name, answer);
+  if (options.module.empty() || options.component.empty()) throw UsageError("MODULE and COMPONENT are required");
+  const Versions versions = options.nameGiven->count() > 0
+                                ? FindVersions(static_cast<const ModelOptions&>(options), answer)
+                                : FindVersions(static_cast<const StoreOptions&>(options), answer);
   std::vector<TableRow> rows;
   answer.data["versions"] = nlohmann::ordered_json::array();
   for (const Version& version : versions) {
@@ -86,7 +90,7 @@ void List(const HistoryOptions& options, Answer& answer) {
 }
 
 void Read(const ReadVersionOptions& options, Answer& answer) {
-  Versions all = FindVersions(options.model, options.model.name, answer);
+  Versions all = FindVersions(options.model, answer);
   std::erase_if(all, [](const Version& one) { return KindOf(one) > Kind::firstGeneration; });
   const Versions versions = VersionsAt(all, options.model.name, options.when);
   const Version* chosen = &versions.front();
@@ -120,16 +124,18 @@ void Prune(const StoreOptions& options, Answer& answer) {
 void AddHistory(CLI::App& program, Command* chosen) {
   const auto [command, options] =
       AddCommand(&program, chosen, {"history", "Tell the versions that were kept of models", kFooter}, List);
-  AddStoreOptions(command, &options->store);
+  AddStoreOptions(command, options);
   for (const char* code : {"MODULE", "COMPONENT"})
     command->get_option(code)->required(false);
-  AddText(command, "NAME", &options->name, "Name of the model")->required(false);
+  options->nameGiven = AddText(command, "NAME", &options->name, "Name of the model")->required(false);
   const auto read = AddCommand(command, chosen, {"read", "Read a version of a model", kReadFooter}, Read);
   AddReadOptions(read.command, read.options);
   read.command->add_option("--at", read.options->when, "When it was so")->type_name("WHEN")->check(CheckUtf8);
   const auto prune =
       AddCommand(command, chosen, {"prune", "Remove versions that are over the limits", kPruneFooter}, Prune);
   AddStoreOptions(prune.command, prune.options);
+  for (const char* code : {"MODULE", "COMPONENT"})
+    prune.command->get_option(code)->required(false);
   // The library runs a command's own callback after those of its subcommands.
   command->callback([chosen, command = command, options = options] {
     if (command->get_subcommands().empty()) *chosen = [options](Answer& answer) { List(*options, answer); };

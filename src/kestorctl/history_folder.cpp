@@ -36,8 +36,10 @@ bool LiesWithin(const fs::path& inner, const fs::path& outer) {
 }
 
 void RequireApart(const fs::path& folder, const fs::path& reports) {
-  if (LiesWithin(folder, fs::weakly_canonical(reports)))
+  const fs::path place = fs::weakly_canonical(reports);
+  if (LiesWithin(folder, place))
     throw LocalFailure(folder.string() + " lies in the reports folder, which holds nothing but reports");
+  if (LiesWithin(place, folder)) throw LocalFailure("the reports folder lies in " + folder.string());
 }
 
 // Whoever may work in the reports folder may keep versions.
@@ -51,7 +53,7 @@ void Make(const fs::path& folder, const fs::path& reports) {
   struct stat status = {};
   if (host::OpenFolder(AT_FDCWD, folder, &made) != 0 || host::Stat(AT_FDCWD, reports, &status) != 0) return;
   host::TakeOverOwners(made, status);
-  host::ChangeMode(made, status.st_mode & 07777);
+  host::ChangeMode(made, status.st_mode & (07777 & ~S_ISVTX));
 }
 
 void Enter(const fs::path& folder, const fs::path& reports, const SharedFolder* shared, Answer& answer) {
@@ -62,7 +64,12 @@ void Enter(const fs::path& folder, const fs::path& reports, const SharedFolder* 
   RequireMakeable(folder);
   const bool exists = fs::is_directory(folder);
   Make(folder, reports);
-  if (shared != nullptr) shared->Share(folder);
+  if (shared != nullptr) {
+    shared->Share(folder);
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
+      if (entry.is_directory() && !entry.is_symlink()) shared->Share(entry.path());
+    }
+  }
   SetText(Key(), kValue, ansi);
   answer.output += "history  " + folder.string() + (exists ? "\n" : " (made)\n");
   answer.data["history"] = {{"folder", folder.string()}, {"madeFolder", !exists}};
@@ -82,11 +89,11 @@ void EnterHistory(const HistoryWish& wish, const fs::path& reports, const Shared
   answer.data["history"] = nullptr;
   const std::string entered = CCaminhosInstalacao::BuscaCaminhoHistorico();
   if (wish.none) {
-    DeleteValue(Key(), kValue);
+    SetText(Key(), kValue, {});  // an empty one, so that the next setup does not enter a folder
     answer.output += "history  none is kept\n";
   } else if (wish.folder) {
     Enter(Canonical(*wish.folder), reports, shared, answer);
-  } else if (!reports.empty()) {
+  } else if (!reports.empty() && !(entered.empty() && ReadValue(Key(), kValue))) {
     try {
       Enter(entered.empty() ? fs::path(fs::weakly_canonical(reports).string() + ".history") : fs::path(entered),
             reports, shared, answer);
@@ -102,7 +109,10 @@ void TellHistory(Answer& answer) {
   if (folder.empty()) return;
   std::error_code error;
   const bool exists = fs::is_directory(folder, error);
-  answer.output += "history  " + folder.string() + (exists ? "\n" : " (does not exist: nothing is kept)\n");
+  const std::string trouble = !folder.is_absolute() ? " (is no path from the root: nothing is kept)"
+                              : !exists             ? " (does not exist: nothing is kept)"
+                                                    : "";
+  answer.output += "history  " + folder.string() + trouble + "\n";
   answer.data["history"] = {{"folder", folder.string()}, {"exists", exists}};
 }
 

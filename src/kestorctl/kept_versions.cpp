@@ -1,9 +1,9 @@
 #include "kept_versions.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 
 #include "common/nomes_arquivos.h"
 #include "explanation.h"
@@ -11,6 +11,7 @@
 #include "host_files.h"
 #include "model_names.h"
 #include "platform/text/text.h"
+#include "stored_model.h"
 #include "times.h"
 
 namespace kestorctl {
@@ -23,23 +24,44 @@ using history::Version;
 constexpr std::size_t kVersionBytes = 2;
 constexpr std::size_t kFilterHeader = 8;
 
+// As WhenOf writes it, or a time that `log --since` takes.
 std::optional<Time> ReadWhen(const std::string& text) {
+  const auto timeOf = [](std::time_t seconds) {
+    return std::chrono::time_point_cast<std::chrono::microseconds>(history::Clock::from_time_t(seconds));
+  };
+  constexpr std::time_t kLast = 4102444800;  // the year 2100: the clock cannot hold much later ones
   std::string_view rest;
   std::optional<std::tm> utc = ReadTime(text, "%Y-%m-%dT%H:%M:%S", &rest);
-  if (!utc) {
-    const std::optional<std::time_t> local = ReadPastTime(text);
-    if (!local) return std::nullopt;
-    return std::chrono::time_point_cast<std::chrono::microseconds>(history::Clock::from_time_t(*local));
-  }
-  Time time = std::chrono::time_point_cast<std::chrono::microseconds>(history::Clock::from_time_t(timegm(&*utc)));
-  if (rest.starts_with('.')) {
-    rest.remove_prefix(1);
-    std::int64_t unit = 100'000;
-    for (; !rest.empty() && rest.front() >= '0' && rest.front() <= '9'; rest.remove_prefix(1), unit /= 10)
-      time += std::chrono::microseconds((rest.front() - '0') * unit);
-  }
-  if (rest == "Z") rest.remove_prefix(1);
-  return rest.empty() ? std::optional(time) : std::nullopt;
+  const std::optional<std::time_t> seconds = utc ? std::optional(timegm(&*utc)) : ReadPastTime(text);
+  if (!seconds || *seconds > kLast || *seconds < 0) return std::nullopt;
+  Version version;
+  version.time = timeOf(*seconds);
+  if (!utc) return version.time;
+  std::uint32_t fraction = 0;
+  constexpr std::size_t kFraction = sizeof ".000000Z" - 1;
+  if (rest.size() == kFraction) std::from_chars(rest.data() + 1, rest.data() + kFraction - 1, fraction);
+  version.time += std::chrono::microseconds(fraction);
+  return WhenOf(version) == text ? std::optional(version.time) : std::nullopt;
+}
+
+// A filter's version and number of entries, which the server writes by itself.
+bool HasUsualHeader(const std::string& filter) {
+  std::uint32_t header[2] = {};
+  if (filter.size() < sizeof header) return false;
+  std::memcpy(header, filter.data(), sizeof header);
+  return header[0] == 1 && filter.size() == sizeof header + std::size_t{header[1]} * sizeof(tagCAMPO_FILTRO);
+}
+
+bool AreOfOneFile(const Version& version, const Version& other) {
+  return text::EqualNoCase(text::FromUtf8(version.extension), text::FromUtf8(other.extension));
+}
+
+// Whether it was written after the time. The time of a copy says nothing: that is when it was copied.
+bool IsWrittenAfter(const Version& version, Time time) {
+  const auto nanoseconds = [](Time one) {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(one.time_since_epoch()).count();
+  };
+  return version.written > nanoseconds(time) && version.written < nanoseconds(version.time);
 }
 
 }  // namespace
@@ -53,7 +75,7 @@ history::Settings RequireHistory() {
   return settings;
 }
 
-Versions FindVersions(const StoreOptions& store, const std::string& name, Answer& answer) {
+Versions FindVersions(const StoreOptions& store, Answer& answer) {
   std::string trouble;
   Versions versions = history::FindVersions(RequireHistory().folder, text::FromUtf8(store.module),
                                             text::FromUtf8(store.component), &trouble);
@@ -61,41 +83,47 @@ Versions FindVersions(const StoreOptions& store, const std::string& name, Answer
     answer.AddNote("not all of the history can be read: " + trouble);
     answer.incomplete = true;
   }
-  const std::string stem(kestor::AntesDoPonto(text::FromUtf8(name)));
+  return versions;
+}
+
+Versions FindVersions(const ModelOptions& model, Answer& answer) {
+  Versions versions = FindVersions(static_cast<const StoreOptions&>(model), answer);
+  const std::string name = text::FromUtf8(model.name);
+  const std::string key = kestor::ChaveRelatorio(name);
+  const bool hasExtension = kestor::ChaveRelatorio(kestor::AntesDoPonto(name)) != key;
   std::erase_if(versions, [&](const Version& one) {
-    return !name.empty() && !text::EqualNoCase(text::FromUtf8(one.model), stem);
+    return kestor::ChaveRelatorio(text::FromUtf8(hasExtension ? StoreName(one) : one.model)) != key;
   });
   return versions;
 }
 
 Versions VersionsAt(const Versions& all, const std::string& name, const std::optional<std::string>& when) {
   if (all.empty()) throw LocalFailure(name + ": the history has no version of it");
-  Versions versions;
-  if (!when) {
-    std::copy_if(all.begin(), all.end(), std::back_inserter(versions),
-                 [&](const Version& one) { return one.IsOfOperation(all.back()); });
-    return versions;
-  }
-  const std::optional<Time> time = ReadWhen(*when);
-  if (!time) {
+  std::optional<Time> time;
+  if (when && !(time = ReadWhen(*when))) {
     throw UsageError("--at: " + *when +
                      " is neither a time that 'kestorctl history' tells nor one such as \"2026-11-26 14:30\" or 12h");
   }
-  const Version* model = nullptr;  // of the first generation
+  Versions versions;
   for (const Version& version : all) {
-    const bool isFirst = std::none_of(versions.begin(), versions.end(), [&](const Version& one) {
-      return KindOf(one) == KindOf(version) && one.extension == version.extension && !one.IsOfOperation(version);
-    });
-    if (version.time >= *time && isFirst) versions.push_back(version);
+    const bool isThen = time ? version.time >= *time : version.IsOfOperation(all.back());
+    const bool isFirst =
+        std::none_of(versions.begin(), versions.end(), [&](const Version& one) { return AreOfOneFile(one, version); });
+    if (isThen && isFirst) versions.push_back(version);
   }
   if (versions.empty()) throw LocalFailure(name + " has not been changed since " + *when);
-  for (const Version& version : versions) {
-    if (KindOf(version) == Kind::firstGeneration) model = &version;
-  }
   // What a migration made of the model came after it.
-  if (model != nullptr) {
-    const Time migrated = model->time;
-    std::erase_if(versions, [&](const Version& one) { return KindOf(one) == Kind::document && one.time > migrated; });
+  const auto first = std::find_if(versions.begin(), versions.end(),
+                                  [](const Version& one) { return KindOf(one) == Kind::firstGeneration; });
+  if (first != versions.end()) {
+    const Time migrated = first->time;
+    std::erase_if(versions, [&](const Version& one) { return KindOf(one) == Kind::document && one.time >= migrated; });
+  }
+  for (const Version& version : versions) {
+    if (version.after == history::After::made)
+      throw LocalFailure(name + " was not there before the change of " + WhenOf(version));
+    if (time && IsWrittenAfter(version, *time))
+      throw LocalFailure("the history of " + name + " does not reach back to " + *when);
   }
   return versions;
 }
@@ -112,6 +140,7 @@ std::string WhenOf(const Version& version) {
 }
 
 std::string WhatOf(const Version& version) {
+  if (version.after == history::After::made && version.method == "Grava") return "made";
   if (version.method == "Inicializa") return "migrated";
   if (version.method == "AlteraCodigoCampos") return "renumbered";
   if (version.method == "AtualizaRelatorio") return "updated";
@@ -147,7 +176,14 @@ std::string StoreName(const Version& version) {
 }
 
 std::string Content(const Version& version) {
-  return ReadInput(version.file.string(), kestor::kMaxConteudo + kVersionBytes);
+  const std::string file = version.file.string();
+  std::string content = ReadInput(file, kestor::kMaxConteudo + kVersionBytes);
+  if (KindOf(version) == Kind::document && content.size() < kVersionBytes)
+    throw LocalFailure(file + " is too short for a model");
+  if (KindOf(version) == Kind::exportSettings) ExportSettings(file, content);
+  if (KindOf(version) == Kind::filter && !HasUsualHeader(content))
+    throw LocalFailure(file + " is no filter as the server writes it");
+  return content;
 }
 
 std::optional<USHORT> DocumentVersion(const Version& version) {
@@ -175,20 +211,18 @@ bool Stores::Conclude(HRESULT result, Answer& answer) const {
   return result == S_OK;
 }
 
-bool Stores::Store(const Version& version, Answer& answer) {
-  std::string content = Content(version);
+bool Stores::Store(const Version& version, std::string content, bool mustBeNew, Answer& answer) {
   const std::string name = StoreName(version);
   const std::string file = version.file.string();
   if (KindOf(version) == Kind::document) {
-    if (content.size() < kVersionBytes) throw LocalFailure(file + " is too short for a model");
     USHORT number = 0;
     std::memcpy(&number, content.data(), sizeof number);
     ReportStore* const store = Documents(answer);
     if (store == nullptr) return false;
-    auto* const bytes = reinterpret_cast<unsigned char*>(content.data() + kVersionBytes);
-    return Conclude(
-        (*store)->Grava(ToBstr(name).get(), number, 0, static_cast<LONG>(content.size() - kVersionBytes), bytes),
-        answer);
+    const auto flags = static_cast<unsigned char>(mustBeNew ? KESTOR_NaoSobreescrever : 0);
+    const auto bytes = static_cast<LONG>(content.size() - kVersionBytes);
+    return Conclude((*store)->Grava(ToBstr(name).get(), number, flags, bytes, BytesOf(content) + kVersionBytes),
+                    answer);
   }
   LegacyStore* const store = FirstGeneration(answer);
   if (store == nullptr) return false;
@@ -196,11 +230,10 @@ bool Stores::Store(const Version& version, Answer& answer) {
     case Kind::exportSettings:
       return Conclude(ExportSettings(file, content).Store(*store, name), answer);
     case Kind::filter:
-      return Conclude(Filter(file, content.substr(std::min(kFilterHeader, content.size()))).Store(*store, name),
-                      answer);
+      return Conclude(Filter(file, content.substr(kFilterHeader)).Store(*store, name), answer);
     default:
-      return Conclude((*store)->GravaRelatorio(ToBstr(name).get(), 1, static_cast<LONG>(content.size()),
-                                               reinterpret_cast<unsigned char*>(content.data())),
+      return Conclude((*store)->GravaRelatorio(ToBstr(name).get(), mustBeNew ? 0 : 1, static_cast<LONG>(content.size()),
+                                               BytesOf(content)),
                       answer);
   }
 }

@@ -16,13 +16,14 @@ using Versions = std::vector<history::Version>;
 // The history's folder and limits. Throws LocalFailure where the home has no history.
 history::Settings RequireHistory();
 
-// All versions of a module and component, or of one model (empty: of all), the oldest operation first. What could not
-// be read is noted in the answer, which then tells not all.
-Versions FindVersions(const StoreOptions& store, const std::string& name, Answer& answer);
+// All versions of a module and component, or of one model, the oldest operation first. A name with a dot is that of the
+// file with the extension. What could not be read is noted in the answer, which then tells not all.
+Versions FindVersions(const StoreOptions& store, Answer& answer);
+Versions FindVersions(const ModelOptions& model, Answer& answer);
 
 // Of the versions of one model what it was at `when`: of each of its files the first that was kept then or later. What
-// it was before its last change when no time is given. Throws LocalFailure where there is none, UsageError for what is
-// no time.
+// it was before its last change when no time is given. Throws LocalFailure where there is none, where the history does
+// not reach back so far, and where the model was not there; UsageError for what is no time.
 Versions VersionsAt(const Versions& all, const std::string& name, const std::optional<std::string>& when);
 
 // When the operation began, such as 2026-11-26T22:15:44.168702Z.
@@ -37,7 +38,7 @@ std::string WordOf(Kind kind);
 // The name by which the stores know the version's model.
 std::string StoreName(const history::Version& version);
 
-// The whole version. Throws LocalFailure.
+// The whole version. Throws LocalFailure, also for one that the methods would not store as it is.
 std::string Content(const history::Version& version);
 
 // The version number with which a document's file begins; none where it is too short for one.
@@ -48,8 +49,9 @@ class Stores {
  public:
   explicit Stores(const StoreOptions& store) : store_(store) {}
 
-  // Stores the version's content in the place of what is there. False when it is not stored; the answer has the result.
-  bool Store(const history::Version& version, Answer& answer);
+  // Stores the content of a version in the place of what is there; `mustBeNew`: a model that is there stays. False when
+  // it is not stored; the answer has the result.
+  bool Store(const history::Version& version, std::string content, bool mustBeNew, Answer& answer);
   // Deletes a document.
   bool Delete(const std::string& document, Answer& answer);
 

@@ -61,6 +61,10 @@ files::Keeper* CModuloServidor::IniciaGuarda(const Mudanca& operacao) noexcept {
   }
 }
 
+void CModuloServidor::TerminaGuarda() noexcept {
+  historico_->End();
+}
+
 std::string CModuloServidor::FaltaDaGuarda() {
   return historico_ != nullptr ? historico_->TakeTrouble() : std::string();
 }

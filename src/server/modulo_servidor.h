@@ -64,6 +64,7 @@ class CModuloServidor final : public Servidor {
   // Tells the client and the journal of a change.
   void Anota(const Mudanca& mudanca) override;
   files::Keeper* IniciaGuarda(const Mudanca& operacao) noexcept override;
+  void TerminaGuarda() noexcept override;
   std::string FaltaDaGuarda() override;
   bool ENovidade(const Mudanca& mudanca);
 

@@ -31,7 +31,8 @@ TEST(VersionTest, NamesSayWhatAVersionIs) {
   const std::string name = "20261126T221544168702Z-4711-1000-Grava-271fx18ebb824a23b01ef.RXL";
   EXPECT_EQ(history::NameOf(version), name);
   for (const std::string& same : {name, std::string("20261126T000000000000Z-1-0-ExcluiRelatorio-gone.a-b.REL"),
-                                  std::string("20240229T235959000001Z-1-4294967295-GravaFiltroRelatorio-inplace")}) {
+                                  std::string("20240229T235959000001Z-1-4294967295-GravaFiltroRelatorio-inplace"),
+                                  std::string("20240229T235959000001Z-1-0-Grava-new3x1.RXL")}) {
     const auto parsed = history::ParseName(same);
     ASSERT_TRUE(parsed) << same;
     EXPECT_EQ(history::NameOf(*parsed), same);
@@ -73,10 +74,17 @@ class KeeperTest : public testing::Test {
     file.Close();
   }
 
+  // All but those of files that were new.
+  std::vector<Version> Versions() const {
+    std::vector<Version> versions = history::FindVersions(History(), "ct", "01", nullptr);
+    std::erase_if(versions, [](const Version& one) { return one.after == After::made; });
+    return versions;
+  }
+
   // What the versions hold, the oldest first.
   std::vector<std::string> Kept() const {
     std::vector<std::string> contents;
-    for (const Version& version : history::FindVersions(History(), "ct", "01", nullptr))
+    for (const Version& version : Versions())
       contents.push_back(support::ReadFile(version.file));
     return contents;
   }
@@ -99,7 +107,7 @@ TEST_F(KeeperTest, KeepsWhatIsReplacedRemovedAndOverwritten) {
   Write("ZNRELPAD.DAT", "2");
   EXPECT_THAT(Kept(), ElementsAre("one", "two", "THREE"));
   EXPECT_EQ(keeper_.TakeTrouble(), "");
-  const auto versions = history::FindVersions(History(), "CT", "01", nullptr);
+  const auto versions = Versions();
   EXPECT_EQ(versions[0].after, After::replaced);
   EXPECT_EQ(versions[0].sizeAfter, 3U);
   EXPECT_EQ(versions[1].after, After::overwritten);
@@ -126,10 +134,37 @@ TEST_F(KeeperTest, KeepsAsManyAndAsLongAsTheRegistrySays) {
   EXPECT_THAT(Kept(), ElementsAre("3", "4", "5", "of a clock that was wrong"));
   EXPECT_TRUE(fs::exists(model / "notes.txt"));
   EXPECT_FALSE(fs::exists(model / ".kestor-1-2"));
+  Limit("HistoricoDias", 4'000'000'000);
+  EXPECT_EQ(history::Prune(history::ReadSettings(), "", "", &trouble), 0U);
+  EXPECT_THAT(Kept(), SizeIs(4));
   Limit("HistoricoDias", 0);
   support::WriteFile(model / "20200101T000000000000Z-1-0-Grava-gone.RXL", "old");
   EXPECT_EQ(history::Prune(history::ReadSettings(), "CT", "01", &trouble), 0U);
   EXPECT_EQ(trouble, "");
+}
+
+// However often an operation writes a file, and however low the limit is: what was there when it began comes back.
+TEST_F(KeeperTest, AnOperationKeepsWhatItHasFound) {
+  Limit("HistoricoVersoes", 1);
+  Enter(History());
+  Write("CT01A.RXL", "one");
+  Write("CT01A.RXL", "two");
+  keeper_.Begin({.method = "AlteraCodigoCampos", .module = "CT", .component = "01"});
+  {
+    const files::Keeping keeping(&keeper_);
+    for (const char* name : {"D:\\CT01A.RXL", "D:\\CT01A.REE", "D:\\CT01A.RXL", "D:\\CT01A.RXL", "D:\\CT01A.REE"}) {
+      CFile file;
+      ASSERT_TRUE(file.Open(name, CFile::modeCreate | CFile::modeWrite | CFile::shareExclusive));
+      file.Write("between", 7);
+      file.Close();
+    }
+    CFile::Remove("D:\\CT01A.RXL");
+  }
+  EXPECT_THAT(Kept(), ElementsAre("two"));
+  auto versions = history::FindVersions(History(), "CT", "01", nullptr);
+  EXPECT_EQ(history::NoteUndone(History(), "CT", "01", versions.back()), 0);
+  history::RemoveUndone(History(), "ct", "01", &versions);
+  EXPECT_THAT(versions, IsEmpty());
 }
 
 TEST_F(KeeperTest, AFolderThatIsNoneStopsNothing) {

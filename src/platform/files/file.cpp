@@ -106,7 +106,7 @@ BOOL CFile::Open(const char* path, UINT flags, CFileException* error) {
     } else if (mode->create) {
       code = files::OpenOrCreate(translated, *mode, &open->own, &open->createdIn);
       if (files::Keeper* const keeper = files::Keeping::Current(); keeper != nullptr && open->createdIn)
-        keeper->SeeNew(open->PlainName(), open->own);
+        keeper->SeeNew(open->PlainName(), open->own, false);
       open->written = mode->truncate;
     } else {
       code = files::OpenExisting(translated, *mode, &open->own, &open->lengthAtOpening);

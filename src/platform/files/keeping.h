@@ -29,8 +29,8 @@ class Keeper {
   virtual void Keep(const LeavingFile& leaving) noexcept = 0;
   // The change that Keep was last called for was not made.
   virtual void Drop() noexcept = 0;
-  // A file has been made where none was.
-  virtual void SeeNew(const std::string& name, const platform::Descriptor& file) noexcept = 0;
+  // A file has been made where none was; it is complete, or still to be written to.
+  virtual void SeeNew(const std::string& name, const platform::Descriptor& file, bool isComplete) noexcept = 0;
 
  protected:
   ~Keeper() = default;

@@ -120,7 +120,7 @@ DWORD Replacement::KeepAndTakeName() {
   }
   const DWORD error = TakeName();
   if (error != ERROR_SUCCESS && old_) keeper->Drop();
-  if (error == ERROR_SUCCESS && !old_) keeper->SeeNew(location_.name, File());
+  if (error == ERROR_SUCCESS && !old_) keeper->SeeNew(location_.name, File(), true);
   return error;
 }
 
