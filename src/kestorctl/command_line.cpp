@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "admin/admin.h"
 #include "commands.h"
 #include "failure.h"
 #include "platform/home/home.h"
@@ -17,9 +18,9 @@ namespace kestorctl {
 
 namespace {
 
-constexpr void (*kGroups[])(CLI::App&, Command*) = {AddSetup,   AddStatus,  AddLog,     AddRegistry, AddListing,
-                                                    AddModels,  AddCopy,    AddFields,  AddShow,     AddRenumber,
-                                                    AddMigrate, AddHistory, AddRestore, AddDiff,     AddLegacy};
+constexpr void (*kGroups[])(CLI::App&, Command*) = {
+    AddSetup,  AddStatus, AddLog,      AddRegistry, AddList,    AddListing, AddModels, AddCopy,
+    AddFields, AddShow,   AddRenumber, AddMigrate,  AddHistory, AddRestore, AddDiff,   AddLegacy};
 
 constexpr const char* kProgramFooter =
     R"(What belongs to one installation lies below its home: the folder of --home, else $KESTOR_HOME, else
@@ -152,6 +153,8 @@ int RunCommandLine(int argc, char** argv) {
     Fail(&answer, E_INVALIDARG, error.what() + HelpHint(program));
   } catch (const LocalFailure& error) {
     Fail(&answer, error.Result(), error.what());
+  } catch (const admin::Failure& error) {
+    Fail(&answer, E_FAIL, error.what());
   } catch (const registry::FormatError& error) {
     Fail(&answer, HRESULT_FROM_WIN32(ERROR_BADDB), error.what());
   } catch (const std::filesystem::filesystem_error& error) {

@@ -22,6 +22,7 @@ void AddLog(CLI::App& program, Command* chosen);
 void AddRegistry(CLI::App& program, Command* chosen);
 void AddModels(CLI::App& program, Command* chosen);
 void AddCopy(CLI::App& program, Command* chosen);
+void AddList(CLI::App& program, Command* chosen);
 void AddListing(CLI::App& program, Command* chosen);
 void AddFields(CLI::App& program, Command* chosen);
 void AddShow(CLI::App& program, Command* chosen);

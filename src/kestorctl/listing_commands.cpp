@@ -1,4 +1,4 @@
-// The commands list, delete, default and deleted: the models of a store as a whole.
+// The commands delete, default and deleted: the models of a store as a whole.
 #include <algorithm>
 #include <vector>
 
@@ -12,14 +12,6 @@
 namespace kestorctl {
 
 namespace {
-
-constexpr const char* kListFooter =
-    R"(One name a line, sorted without regard to letter case. Deleted demonstration models are left out, even when a model of
-that name is there again.
-
-With --json: "names".
-
-Exit status: 0 listed, though there be none; 1 failure; 2 wrong usage.)";
 
 constexpr const char* kDeleteFooter =
     R"(Deletes a report model for good. If it is the default report of its module and component, named as it was
@@ -68,14 +60,6 @@ struct DefaultOptions {
   CLI::Option* nameGiven = nullptr;
   bool clear = false;
 };
-
-void List(const StoreOptions& options, Answer& answer) {
-  const ReportStore store(options.module, options.component);
-  if (!IsOpen(store, answer)) return;
-  std::vector<std::string> names;
-  Conclude(ListModels(store, &names), answer);
-  if (answer.result == S_OK) TellNames(names, answer);
-}
 
 void Deleted(const StoreOptions& options, Answer& answer) {
   const ReportStore store(options.module, options.component);
@@ -162,12 +146,6 @@ void Default(const DefaultOptions& options, Answer& answer) {
   }
 }
 
-void AddNames(CLI::App& program, Command* chosen, const CommandTexts& texts,
-              void (*run)(const StoreOptions&, Answer&)) {
-  const auto [command, options] = AddCommand(&program, chosen, texts, run);
-  AddStoreOptions(command, options);
-}
-
 void AddDelete(CLI::App& program, Command* chosen) {
   const auto [command, options] =
       AddCommand(&program, chosen, {"delete", "Delete a report model", kDeleteFooter}, Delete);
@@ -186,10 +164,11 @@ void AddDefault(CLI::App& program, Command* chosen) {
 }  // namespace
 
 void AddListing(CLI::App& program, Command* chosen) {
-  AddNames(program, chosen, {"list", "List the report models", kListFooter}, List);
   AddDelete(program, chosen);
   AddDefault(program, chosen);
-  AddNames(program, chosen, {"deleted", "List the deleted demonstration models", kDeletedFooter}, Deleted);
+  const auto [command, options] =
+      AddCommand(&program, chosen, {"deleted", "List the deleted demonstration models", kDeletedFooter}, Deleted);
+  AddStoreOptions(command, options);
 }
 
 }  // namespace kestorctl

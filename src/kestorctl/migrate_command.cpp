@@ -2,10 +2,10 @@
 #include <algorithm>
 #include <vector>
 
+#include "admin/admin.h"
 #include "commands.h"
 #include "explanation.h"
 #include "failure.h"
-#include "first_generation.h"
 #include "marshal/marshal.h"
 #include "model_options.h"
 #include "platform/text/text.h"
@@ -47,6 +47,8 @@ Exit status: 0 done; 3 models stay or are passed over, or what became of them is
 
 using kestor::Destino;
 using Json = nlohmann::ordered_json;
+using admin::Inventory;
+using admin::Pair;
 
 struct MigrateOptions {
   StoreOptions store;
@@ -109,32 +111,34 @@ std::string Models(std::size_t count) {
   return std::to_string(count) + (count == 1 ? " first-generation model" : " first-generation models");
 }
 
-std::string Words(const CodePair& pair) {
+std::string Words(const Pair& pair) {
   return pair.module + " " + pair.component;
 }
 
-void PassOver(const CodePair& pair, const std::string& reason, Answer& answer) {
-  answer.output += "passed over: " + Words(pair) + ", " + Models(pair.models) + ": " + reason + "\n";
+void PassOver(const Pair& pair, const std::string& reason, Answer& answer) {
+  answer.output += "passed over: " + Words(pair) + ", " + Models(pair.firstCount) + ": " + reason + "\n";
   answer.data["passedOver"].push_back(
-      {{"module", pair.module}, {"component", pair.component}, {"models", pair.models}, {"reason", reason}});
-  if (pair.models != 0) answer.incomplete = true;
+      {{"module", pair.module}, {"component", pair.component}, {"models", pair.firstCount}, {"reason", reason}});
+  if (pair.firstCount != 0) answer.incomplete = true;
 }
 
-void Summarise(const FirstGeneration& all, Answer& answer) {
+void Summarise(const Inventory& all, Answer& answer) {
   for (const char* member : {"migrations", "passedOver", "unassigned", "unread"})
     answer.data[member] = Json::array();
-  for (const CodePair& pair : all.pairs) {
-    if (!pair.ambiguous) answer.output += Words(pair) + ": " + Models(pair.models) + "\n";
+  for (const Pair& pair : all.pairs) {
+    if (!pair.ambiguous) answer.output += Words(pair) + ": " + Models(pair.firstCount) + "\n";
   }
-  for (const CodePair& pair : all.pairs) {
+  for (const Pair& pair : all.pairs) {
     if (!pair.ambiguous) continue;
     std::string others;
-    for (const CodePair& other : all.pairs) {
+    for (const Pair& other : all.pairs) {
       if (&other != &pair && other.codes == pair.codes) others += (others.empty() ? "" : ", ") + Words(other);
     }
     PassOver(pair, "its models may be those of " + others + "; name the one that is meant", answer);
   }
-  for (const std::string& file : all.unassigned) {
+  for (const admin::Model& model : all.unassigned) {
+    if (model.generation != admin::Generation::first) continue;
+    const std::string file = text::ToUtf8(model.file);
     answer.data["unassigned"].push_back(file);
     answer.output += "left alone: " + text::Presentable(file) + ": no field catalogue of a module fits it\n";
   }
@@ -145,10 +149,16 @@ void Summarise(const FirstGeneration& all, Answer& answer) {
   }
 }
 
+// What a longer code's models are would be taken for those of a shorter one.
+void LongerOnesFirst(std::vector<Pair>* pairs) {
+  const auto length = [](const Pair& pair) { return text::FromUtf8(pair.component).size(); };
+  std::stable_sort(pairs->begin(), pairs->end(), [&](const Pair& a, const Pair& b) { return length(a) > length(b); });
+}
+
 // Those whose models are, by their file names, also models of the pair.
-std::vector<const CodePair*> LongerOnes(const CodePair& pair, const FirstGeneration& all) {
-  std::vector<const CodePair*> longer;
-  for (const CodePair& other : all.pairs) {
+std::vector<const Pair*> LongerOnes(const Pair& pair, const Inventory& all) {
+  std::vector<const Pair*> longer;
+  for (const Pair& other : all.pairs) {
     if (other.codes != pair.codes && other.codes.starts_with(pair.codes)) longer.push_back(&other);
   }
   return longer;
@@ -156,13 +166,14 @@ std::vector<const CodePair*> LongerOnes(const CodePair& pair, const FirstGenerat
 
 void MigrateAll(bool dryRun, Answer& answer) {
   RequireHome();
-  FirstGeneration all = FindFirstGeneration();
+  Inventory all = admin::TakeInventory();
+  LongerOnesFirst(&all.pairs);
   Summarise(all, answer);
-  for (CodePair& pair : all.pairs) {
-    if (pair.ambiguous || pair.models == 0) continue;
+  for (Pair& pair : all.pairs) {
+    if (pair.ambiguous || pair.firstCount == 0) continue;
     TellSoFar(answer);
-    const std::vector<const CodePair*> longer = LongerOnes(pair, all);
-    const auto holds = std::find_if(longer.begin(), longer.end(), [](const CodePair* one) { return one->models != 0; });
+    const std::vector<const Pair*> longer = LongerOnes(pair, all);
+    const auto holds = std::find_if(longer.begin(), longer.end(), [](const Pair* one) { return one->firstCount != 0; });
     if (holds != longer.end()) {
       PassOver(pair, "it would take the models of " + Words(**holds) + ", which stay, for its own", answer);
       continue;
@@ -172,12 +183,11 @@ void MigrateAll(bool dryRun, Answer& answer) {
     // After a dry run the models of the longer ones are still there.
     std::erase_if(outcome.notes, [&](const ModelNote& note) {
       const std::string file = pair.codes + text::Upper(text::FromUtf8(note.name));
-      return std::any_of(longer.begin(), longer.end(),
-                         [&](const CodePair* one) { return file.starts_with(one->codes); });
+      return std::any_of(longer.begin(), longer.end(), [&](const Pair* one) { return file.starts_with(one->codes); });
     });
     Json data = {{"module", pair.module}, {"component", pair.component}};
     const std::size_t left = Tell(outcome, dryRun, answer, data);
-    if (outcome.known) pair.models = left;
+    if (outcome.known) pair.firstCount = left;
     answer.data["migrations"].push_back(data);
     if (!FAILED(answer.result)) continue;
     answer.AddNote("the failure is that of " + Words(pair) + "; what follows it is not migrated");

@@ -14,7 +14,7 @@
 #include "contract/campo_texto.h"
 #include "contract/results.h"
 #include "platform/text/text.h"
-#include "registros.h"
+#include "store/registros.h"
 #include "resultado.h"
 #include "store/repositorio_rel2.h"
 

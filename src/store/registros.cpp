@@ -1,4 +1,4 @@
-#include "registros.h"
+#include "store/registros.h"
 
 #include <algorithm>
 #include <vector>

@@ -6,7 +6,7 @@
 #include "common/nomes_arquivos.h"
 #include "common/texto_bstr.h"
 #include "contract/results.h"
-#include "registros.h"
+#include "store/registros.h"
 #include "resultado.h"
 #include "store/repositorio_rel2.h"
 

@@ -1,0 +1,84 @@
+// What lies in the reports folder, for its administrators: which models of which module and component. It reads the
+// files itself and changes nothing; no server takes part, and no model is migrated. Files are opened as the server
+// opens them: what another program holds cannot be read meanwhile.
+//
+// Texts are UTF-8 unless a comment says otherwise. From any thread; throws std::bad_alloc.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace admin {
+
+// Why nothing can be told; `what()` is a line for people.
+class Failure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// ---- Which models there are ----------------------------------------------------------------------------------------
+
+enum class Generation { first = 1, second = 2 };
+
+// A model's file, by its name alone.
+struct Model {
+  Generation generation = Generation::second;
+  std::size_t pair = 0;  // the place of its module and component in the inventory
+  std::string name;      // as the store lists it
+  std::string file;      // in the reports folder; code page 1252
+};
+
+// A module and a component.
+struct Pair {
+  std::string module;
+  std::string component;
+  std::string codes;           // what the names of its first-generation files begin with; capitals, code page 1252
+  bool ambiguous = false;      // another one has the same `codes`: their first-generation models count for both
+  std::size_t firstCount = 0;  // models of each generation
+  std::size_t secondCount = 0;
+};
+
+struct Inventory {
+  std::string folder;  // the reports folder, a path of the desktop platform; code page 1252
+  std::vector<Pair> pairs;
+  std::vector<Model> models;        // those of a pair one after the other, in the order of the pairs
+  std::vector<Model> unassigned;    // files that belong to no pair, without a name
+  std::vector<std::string> unread;  // why the catalogues of a module are not known, a sentence each
+};
+
+// Looks for models. Without a component the pairs are those with a field catalogue, in the folder of the module or,
+// with an empty `module`, in those of all modules; a file is that of the longest codes that fit it. With a component
+// the only pair is the one named, and the models are those that its stores list; nothing is unassigned. Throws Failure
+// when the registry names no reports folder or no folder of the module, or the reports folder cannot be read.
+Inventory TakeInventory(const std::string& module = {}, const std::string& component = {});
+
+// ---- What is known of a file ---------------------------------------------------------------------------------------
+
+struct Details {
+  std::string trouble;  // why it cannot be read; empty when it can
+  std::optional<std::uint64_t> bytes;
+  std::optional<std::chrono::system_clock::time_point> changed;
+  std::optional<std::uint16_t> version;  // of a document, or of the layout of a first-generation model
+};
+Details DetailsOf(const Inventory& inventory, const Model& model);
+
+// What the record files of the reports folder say of a module and component.
+struct Records {
+  std::string trouble;  // why they cannot be read; empty when they can
+  std::string defaultReport;
+  std::map<std::string, std::string>
+      hidden;  // deleted demonstration models, by their names in capitals, code page 1252
+
+  // Whether the model is the default report; whether stores leave it out of their lists. No first-generation model is.
+  bool IsDefault(const Model& model) const;
+  bool Hides(const Model& model) const;
+};
+Records RecordsOf(const Inventory& inventory, const Pair& pair);
+
+}  // namespace admin
