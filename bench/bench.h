@@ -52,12 +52,16 @@ ComPtr<IZNPL_Relatorio2> MigratingStoreInProcess();
 // Measures Le of the model of an installation, in the store that `open` opens there.
 void ReadModel(benchmark::State& state, const support::Installation& installation, ComPtr<IZNPL_Relatorio2> (*open)());
 
+// The content of a document as applications make them, with so many columns. Needs a ComponenteMarcacao.
+std::string Content(int columns);
+
 std::vector<Figure> ChannelFigures();
 std::vector<Figure> StoreFigures();
 std::vector<Figure> ListingFigures();
 std::vector<Figure> LegacyFigures();
 std::vector<Figure> DocumentFigures();
 std::vector<Figure> ConversionFigures();
+std::vector<Figure> SearchFigures();
 std::vector<Figure> NetworkFigures();
 
 // False where there is no network file system to measure.

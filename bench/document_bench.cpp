@@ -32,12 +32,7 @@ void Fill(CDocRelatorio& document, int columns) {
   }
 }
 
-std::string Content(int columns) {
-  CDocRelatorio document;
-  Fill(document, columns);
-  const auto content = document.GeraConteudo();
-  return {reinterpret_cast<const char*>(content->Buffer()), content->Size()};
-}
+using bench::Content;
 
 void BareParser(benchmark::State& state) {
   const ComponenteMarcacao markup;
@@ -134,6 +129,13 @@ void WriteLongDocument(benchmark::State& state) {
 BENCHMARK(WriteLongDocument)->UseRealTime();
 
 }  // namespace
+
+std::string bench::Content(int columns) {
+  CDocRelatorio document;
+  Fill(document, columns);
+  const auto content = document.GeraConteudo();
+  return {reinterpret_cast<const char*>(content->Buffer()), content->Size()};
+}
 
 std::vector<bench::Figure> bench::DocumentFigures() {
   return {

@@ -87,8 +87,9 @@ int main(int argc, char** argv) {
   bench::EndNetwork();
   if (!once) {
     PrintRatiosHead();
-    for (const auto figures : {bench::ChannelFigures, bench::StoreFigures, bench::ListingFigures, bench::LegacyFigures,
-                               bench::DocumentFigures, bench::ConversionFigures, bench::NetworkFigures})
+    for (const auto figures :
+         {bench::ChannelFigures, bench::StoreFigures, bench::ListingFigures, bench::LegacyFigures,
+          bench::DocumentFigures, bench::ConversionFigures, bench::SearchFigures, bench::NetworkFigures})
       PrintRatios(collector, figures());
   }
   const bool small = bench::MeasureMemory(once ? 1000 : 1000000);

@@ -1,6 +1,6 @@
-// What lies in the reports folder, for its administrators: which models of which module and component. It reads the
-// files itself and changes nothing; no server takes part, and no model is migrated. Files are opened as the server
-// opens them: what another program holds cannot be read meanwhile.
+// What lies in the reports folder, for its administrators: which models of which module and component, and what is in
+// them. It reads the files itself and changes nothing; no server takes part, and no model is migrated. Files are opened
+// as the server opens them: what another program holds cannot be read meanwhile.
 //
 // Texts are UTF-8 unless a comment says otherwise. From any thread; throws std::bad_alloc.
 #pragma once
@@ -8,11 +8,18 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <unordered_map>
 #include <vector>
+
+#include "contract/records.h"
+#include "document/doc_relatorio.h"
+#include "migration/conteudo_rel.h"
 
 namespace admin {
 
@@ -80,5 +87,70 @@ struct Records {
   bool Hides(const Model& model) const;
 };
 Records RecordsOf(const Inventory& inventory, const Pair& pair);
+
+// ---- What is in a model --------------------------------------------------------------------------------------------
+
+// The field catalogue of a module and component.
+struct Catalogue {
+  std::string trouble;  // why it cannot be read; empty when it can
+  std::vector<tagREG_CAMPOS_RELATORIO2> fields;
+  std::unordered_map<std::int32_t, std::size_t> places;  // of the codes among the fields
+
+  const tagREG_CAMPOS_RELATORIO2* Find(std::int32_t code) const;  // null when it has none; of several the first
+};
+
+// Reads models; best those of a pair one after the other, for it keeps what they share. Needs the markup component
+// (marcacao/componente_marcacao.h). The inventory must outlive it. Used by one thread at a time.
+class Reader {
+ public:
+  explicit Reader(const Inventory& inventory);
+  ~Reader();
+  Reader(const Reader&) = delete;
+  Reader& operator=(const Reader&) = delete;
+
+  const Catalogue& CatalogueOf(std::size_t pair);
+
+  // Fills the document from a second-generation model. Returns why it cannot be read, or is no report document; empty
+  // when it is one.
+  std::string Read(const Model& model, kestor::CDocRelatorio& document);
+
+  // Reads a first-generation model; `*content` is valid until the next call. Returns why it cannot be read, or not to
+  // its end; the content then is what stands in front of that point. Null when nothing can be read.
+  std::string Read(const Model& model, const kestor::CConteudoRel** content);
+
+ private:
+  struct State;
+  State& Of(std::size_t pair);
+
+  const Inventory& inventory_;
+  std::unique_ptr<State> state_;
+};
+
+// ---- Where fields and texts are used -------------------------------------------------------------------------------
+
+enum class Use { column, sortKey, filter, total, title };
+
+// One use of a field, or one text of a page.
+struct Finding {
+  Use use = Use::column;
+  std::optional<std::int32_t> code;  // of the field; none of titles and fixed columns
+  std::string text;                  // title of the column, value of the condition, text of the page; code page 1252
+};
+
+struct Query {
+  std::string field;      // a code, or an alias in whatever letter case; empty: any
+  std::string text;       // what the text must contain, in whatever letter case; empty: any
+  std::vector<Use> uses;  // empty: all
+};
+
+// Calls `found` for each use that is asked for, in the order of the models, and `unread` for each model that cannot be
+// read, or not to its end. A module and component whose catalogue lacks the alias is passed over; one whose catalogue
+// cannot be read goes to `unreadCatalogue`. Returns whether any of the pairs has the field; true for a code or none.
+struct Visitor {
+  std::function<void(const Model&, const Finding&)> found;
+  std::function<void(const Model&, const std::string& reason)> unread;
+  std::function<void(const Pair&, const std::string& reason)> unreadCatalogue;
+};
+bool Search(Reader& reader, const Inventory& inventory, const Query& query, const Visitor& visitor);
 
 }  // namespace admin
