@@ -1,0 +1,95 @@
+// Names that come from other systems.
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+#include "check.h"
+#include "platform/text/text.h"
+
+namespace admin {
+namespace {
+
+// A combining mark, the letters that it follows and what they are together, letter by letter.
+struct Mark {
+  char16_t mark;
+  std::u16string_view letters;
+  std::u16string_view composed;
+};
+constexpr Mark kMarks[] = {
+    {u'\u0300', u"AEIOUaeiou", u"ÀÈÌÒÙàèìòù"},
+    {u'\u0301', u"AEIOUYaeiouy", u"ÁÉÍÓÚÝáéíóúý"},
+    {u'\u0302', u"AEIOUaeiou", u"ÂÊÎÔÛâêîôû"},
+    {u'\u0303', u"ANOano", u"ÃÑÕãñõ"},
+    {u'\u0308', u"AEIOUYaeiouy", u"ÄËÏÖÜŸäëïöüÿ"},
+    {u'\u030A', u"Aa", u"Åå"},
+    {u'\u030C', u"SZsz", u"ŠŽšž"},
+    {u'\u0327', u"Cc", u"Çç"},
+};
+
+char16_t Composed(char16_t letter, char16_t mark) {
+  for (const Mark& one : kMarks) {
+    if (one.mark != mark) continue;
+    const std::size_t at = one.letters.find(letter);
+    return at == one.letters.npos ? u'\0' : one.composed[at];
+  }
+  return u'\0';
+}
+
+std::u16string Compose(std::u16string_view name) {
+  std::u16string composed;
+  for (const char16_t character : name) {
+    const char16_t one = composed.empty() ? u'\0' : Composed(composed.back(), character);
+    if (one != u'\0') {
+      composed.back() = one;
+    } else {
+      composed += character;
+    }
+  }
+  return composed;
+}
+
+// The letters of code page 850 from 0x80 on; 0 for what is none.
+constexpr std::array<char16_t, 0x26> kLowLetters850 = {
+    u'Ç', u'ü', u'é', u'â', u'ä', u'à', u'å', u'ç', u'ê', u'ë', u'è', u'ï', u'î', u'ì', u'Ä', u'Å', u'É', u'æ', u'Æ',
+    u'ô', u'ö', u'ò', u'û', u'ù', u'ÿ', u'Ö', u'Ü', u'ø', 0,    u'Ø', 0,    0,    u'á', u'í', u'ó', u'ú', u'ñ', u'Ñ'};
+
+char16_t Letter850(unsigned char byte) {
+  constexpr unsigned char kFirst = 0x80;
+  if (byte < kFirst) return byte;
+  if (byte - kFirst < static_cast<int>(kLowLetters850.size())) return kLowLetters850[byte - kFirst];
+  constexpr std::pair<unsigned char, char16_t> kOthers[] = {
+      {0xA6, u'ª'}, {0xA7, u'º'}, {0xB5, u'Á'}, {0xB6, u'Â'}, {0xB7, u'À'}, {0xC6, u'ã'}, {0xC7, u'Ã'}, {0xD2, u'Ê'},
+      {0xD3, u'Ë'}, {0xD4, u'È'}, {0xD6, u'Í'}, {0xD7, u'Î'}, {0xD8, u'Ï'}, {0xDE, u'Ì'}, {0xE0, u'Ó'}, {0xE2, u'Ô'},
+      {0xE3, u'Ò'}, {0xE4, u'õ'}, {0xE5, u'Õ'}, {0xE9, u'Ú'}, {0xEA, u'Û'}, {0xEB, u'Ù'}, {0xEC, u'ý'}, {0xED, u'Ý'}};
+  for (const auto& [other, letter] : kOthers) {
+    if (other == byte) return letter;
+  }
+  return u'\0';
+}
+
+// Letters of code page 1252 lie from 0xC0 on, those of code page 850 that names of files need mostly below 0xA8. Empty
+// when neither page says it all.
+std::u16string Decoded(std::string_view bytes) {
+  const auto isLetter1252 = [](unsigned char byte) {
+    return byte < 0x80 || byte >= 0xC0 || byte == 0xAA || byte == 0xBA;
+  };
+  if (std::all_of(bytes.begin(), bytes.end(), isLetter1252)) return text::ToUtf16(bytes);
+  std::u16string name;
+  for (const char byte : bytes) {
+    const char16_t letter = Letter850(static_cast<unsigned char>(byte));
+    if (letter == u'\0') return {};
+    name += letter;
+  }
+  return name;
+}
+
+}  // namespace
+
+std::string IntendedName(const std::string& name) {
+  const bool isUtf8 = text::IsValidUtf8(name);
+  const std::string intended = text::Utf16ToUtf8(Compose(isUtf8 ? text::Utf8ToUtf16(name) : Decoded(name)));
+  std::string ansi;
+  return intended != name && text::FromUtf8Exactly(intended, &ansi) ? intended : std::string();
+}
+
+}  // namespace admin
