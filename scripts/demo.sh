@@ -118,6 +118,11 @@ run 3 kestorctl diff CT 01 Balancete
 run 0 kestorctl undo CT 01
 kestorctl show CT 01 Balancete | grep -q '^ 302  SaldoAnterior ' || fail "the renumbering has not been taken back"
 run 0 kestorctl history CT 01 Balancete
+
+step "Who uses a field, and what a person should look at: the model that was cut short, and one that is no report document."
+run 0 kestorctl find --field SaldoAtual
+run 3 kestorctl check
+kestorctl list CT 01 >/dev/null
 last_client=$SECONDS
 
 step "On the disk: two bytes of version, low byte first, then the content."
