@@ -86,7 +86,7 @@ bool IsSameFile(const Place& a, const Place& b) {
 }
 
 Place SourceOf(const CopyOptions& options) {
-  return {platform::Home::Current().Folder(), options};
+  return {platform::Home::Current().Folder(), static_cast<const ModelOptions&>(options)};
 }
 
 Place TargetOf(const CopyOptions& options) {

@@ -251,7 +251,8 @@ class Undoing {
   void Leave(const Versions& versions, const std::string& reason) {
     for (const Version& version : versions) {
       const std::string kind = WordOf(KindOf(version));
-      answer_.output += "left: " + text::Presentable(StoreName(version)) + " (" + kind + "): " + reason + "\n";
+      answer_.output.append("left: ").append(text::Presentable(StoreName(version))).append(" (").append(kind);
+      answer_.output.append("): ").append(reason) += '\n';
       answer_.data["left"].push_back({{"model", StoreName(version)}, {"kind", kind}, {"reason", reason}});
     }
     answer_.incomplete = true;
