@@ -14,8 +14,8 @@
 #include "contract/campo_texto.h"
 #include "contract/results.h"
 #include "platform/text/text.h"
-#include "store/registros.h"
 #include "resultado.h"
+#include "store/registros.h"
 #include "store/repositorio_rel2.h"
 
 namespace kestor {

@@ -6,8 +6,8 @@
 #include "common/nomes_arquivos.h"
 #include "common/texto_bstr.h"
 #include "contract/results.h"
-#include "store/registros.h"
 #include "resultado.h"
+#include "store/registros.h"
 #include "store/repositorio_rel2.h"
 
 namespace kestor {

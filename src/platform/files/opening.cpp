@@ -45,8 +45,9 @@ DWORD Create(const PathName& path, const OpenMode& mode, host::Descriptor* file,
 }
 
 // The short way of openers that only read: they must not get a file that was replaced or removed before it was locked,
-// and such a one has no name left. (One that has others besides, such as one in the history, is older by a moment than what the name leads to now;
-// then it was read a moment before.) Looking the name up again would cost as much as opening it.
+// and such a one has no name left. (One that has others besides, such as one in the history, is older by a moment than
+// what the name leads to now; then it was read a moment before.) Looking the name up again would cost as much as
+// opening it.
 DWORD LockForContent(host::Descriptor opened, bool writable, const ShareMode& share, host::Descriptor* file,
                      off_t* length) {
   const DWORD lockError = TakeShareLock(opened, writable, share);
