@@ -120,7 +120,7 @@ kestorctl show CT 01 Balancete | grep -q '^ 302  SaldoAnterior ' || fail "the re
 run 0 kestorctl history CT 01 Balancete
 
 step "Who uses a field, and what a person should look at: the model that was cut short, and one that is no report document."
-run 0 kestorctl find --field SaldoAtual
+run 3 kestorctl find --field SaldoAtual
 run 3 kestorctl check
 kestorctl list CT 01 >/dev/null
 last_client=$SECONDS
