@@ -142,6 +142,7 @@ class Keeper final : public files::Keeper {
   std::string trouble_;
   platform::Descriptor keptIn_;  // the folder of the version that was kept last
   std::string kept_;             // empty: there is none to drop
+  std::string keptOf_;           // the file that it is of, in upper case
 };
 
 }  // namespace history

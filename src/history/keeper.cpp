@@ -125,8 +125,10 @@ void Keeper::Keep(const files::LeavingFile& leaving) noexcept {
 }
 
 void Keeper::Drop() noexcept {
-  if (!kept_.empty()) host::Unlink(keptIn_, kept_);
+  if (kept_.empty()) return;
+  host::Unlink(keptIn_, kept_);
   kept_.clear();
+  seen_.erase(keptOf_);  // the operation may try once more
 }
 
 void Keeper::SeeNew(const std::string& name, const Descriptor& file, bool isComplete) noexcept {
@@ -215,6 +217,7 @@ void Keeper::TryKeep(const files::LeavingFile& leaving) {
   }
   if (error != 0) return Miss(leaving.name, std::strerror(error));
   kept_ = name;
+  keptOf_ = KeyOf(leaving.name);
   PruneModel(keptIn_, settings_, &version, nullptr);
 }
 
