@@ -16,6 +16,8 @@ cmake --build --preset "$preset"
 log="build/$preset/test.log"
 status=0
 ctest --preset "$preset" -j "$(nproc)" "$@" | tee "$log" || status=$?
+# What failed once more, at the end of a long log.
+awk '/\*\*\*/ { shown = 1 } /Test +#.* Passed |^ +Start +[0-9]+:/ { shown = 0 } /% tests passed/ { shown = 0 } shown' "$log"
 awk '/tests failed out of/ { failed = $4; total = $NF }
      END { if (total == "") exit 1; printf "%d passed, %d failed\n", total - failed, failed }' "$log"
 exit "$status"

@@ -142,7 +142,7 @@ TEST_P(Transcript, Holds) {
       continue;
     }
     hasCommand = true;
-    const testing::ScopedTrace where(GetParam().c_str(), static_cast<int>(i), line);
+    const std::size_t at = i;
     std::string command = line.substr(kCommand.size());
     for (; i < lines.size() && lines[i].starts_with(kMore); ++i)
       command += '\n' + lines[i].substr(kMore.size());
@@ -154,7 +154,9 @@ TEST_P(Transcript, Holds) {
       const std::size_t row = expected.size() - 1;
       if (row < printed.size() && Matches(printed[row], expected[row])) printed[row] = expected[row];
     }
-    ASSERT_EQ(Join(expected), Join(printed));
+    ASSERT_TRUE(Join(expected) == Join(printed)) << GetParam() << ':' << at << ": " << line << "\nexpected:\n"
+                                                 << Join(expected) << "printed:\n"
+                                                 << Join(printed);
   }
   EXPECT_TRUE(hasCommand) << GetParam() << " has no command";
 }
