@@ -5,6 +5,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <random>
 #include <sstream>
 
@@ -193,7 +194,19 @@ class ContentionTest : public ConversionTest {
   // No record is there twice, and each key has one default report. What a killed station has left of a record does not
   // count.
   void CheckRecords(const char* file, std::size_t size, std::size_t keySize) const {
-    const std::string bytes = support::ReadFile(Reports() / file);
+    std::string bytes;
+    std::string trouble;
+    // A volume that has lost a disk may have to think first.
+    const bool isRead = WaitForOthers([&] {
+      try {
+        bytes = support::ReadFile(Reports() / file);
+        return true;
+      } catch (const std::exception& failure) {
+        trouble = failure.what();
+        return false;
+      }
+    });
+    ASSERT_TRUE(isRead) << trouble;
     EXPECT_TRUE(bytes.starts_with(std::string(size, '\0'))) << file << " does not begin with a record of zeros";
     std::set<std::string> keys;
     for (std::size_t i = 0; i + size <= bytes.size(); i += size)

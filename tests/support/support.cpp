@@ -8,8 +8,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -56,7 +58,7 @@ void WriteFile(const fs::path& file, std::string_view bytes) {
 
 std::string ReadFile(const fs::path& file) {
   std::ifstream in(file, std::ios::binary);
-  if (!in) throw std::runtime_error("cannot read " + file.string());
+  if (!in) throw std::runtime_error("cannot read " + file.string() + ": " + std::strerror(errno));
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
