@@ -8,7 +8,7 @@
 #   scripts/setup.sh prove      … and everything that scripts/prove.sh uses
 set -euo pipefail
 
-packages=(g++ cmake ninja-build libcli11-dev libexpat1-dev nlohmann-json3-dev)
+packages=(g++ cmake ninja-build libarchive-dev libcli11-dev libexpat1-dev nettle-dev nlohmann-json3-dev)
 tests=(libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev)
 checks=(make clang clang-format clang-tidy libclang-rt-dev)
 network=(iproute2 xfsprogs glusterfs-server glusterfs-client moosefs-master moosefs-chunkserver moosefs-client)

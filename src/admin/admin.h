@@ -65,6 +65,10 @@ struct Inventory {
 // when the registry names no reports folder or no folder of the module, or the reports folder cannot be read.
 Inventory TakeInventory(const std::string& module = {}, const std::string& component = {});
 
+// The files beside the first-generation models of the inventory's pairs, export settings and filters, as if they were
+// models; also those without their model.
+std::vector<Model> CompanionsIn(const Inventory& inventory);
+
 // ---- What is known of a file ---------------------------------------------------------------------------------------
 
 struct Details {
@@ -87,6 +91,15 @@ struct Records {
   bool Hides(const Model& model) const;
 };
 Records RecordsOf(const Inventory& inventory, const Pair& pair);
+
+// ---- What is in a file ---------------------------------------------------------------------------------------------
+
+// Reads a whole file, for which a `path` of the desktop platform is given in code page 1252. Returns why it cannot be
+// read; empty when it can.
+std::string ReadContent(const std::string& path, std::string* content);
+
+// Where the field catalogue of a pair is, such a path. Throws Failure when the registry names no folder of the module.
+std::string CataloguePath(const Pair& pair);
 
 // ---- What is in a model --------------------------------------------------------------------------------------------
 

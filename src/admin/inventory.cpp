@@ -173,4 +173,17 @@ Inventory TakeInventory(const std::string& module, const std::string& component)
   return inventory;
 }
 
+std::vector<Model> CompanionsIn(const Inventory& inventory) {
+  Inventory companions;
+  companions.pairs = inventory.pairs;
+  Assignment assignment(&companions);
+  const std::string prefix = inventory.folder + (inventory.pairs.size() == 1 ? inventory.pairs.front().codes : "");
+  for (const std::string& mask : {kestor::MascaraExportacao(prefix), kestor::MascaraFiltro(prefix)}) {
+    for (const std::string& file : kestor::ArquivosDaMascara(mask))
+      assignment.Give(file, Generation::first);
+  }
+  assignment.Finish();
+  return companions.models;
+}
+
 }  // namespace admin

@@ -27,16 +27,10 @@ std::string ReasonOr(const char* otherwise) {
   return reason.empty() ? otherwise : reason;
 }
 
-void ReadCatalogue(const Pair& pair, Catalogue* catalogue) {
-  const std::string module = text::FromUtf8(pair.module);
-  std::string path;
+void ReadCatalogue(const Pair& pair, Catalogue* catalogue) try {
   kestor::EsqueceRazao();
-  if (kestor::CCaminhosInstalacao::BuscaCaminhoModulo(module, path) != 0) {
-    catalogue->trouble = kestor::CCaminhosInstalacao::PorQueFalta(module);
-    return;
-  }
   kestor::CCatalogoCampos file;
-  if (file.Le(kestor::CaminhoCatalogo(path, module, text::FromUtf8(pair.component))) != S_OK) {
+  if (file.Le(CataloguePath(pair)) != S_OK) {
     catalogue->trouble = ReasonOr("the field catalogue cannot be read");
     return;
   }
@@ -44,6 +38,8 @@ void ReadCatalogue(const Pair& pair, Catalogue* catalogue) {
   file.Preenche(catalogue->fields.data(), catalogue->fields.size());
   for (const tagREG_CAMPOS_RELATORIO2& field : catalogue->fields)
     catalogue->places.try_emplace(field.nCodigo, static_cast<std::size_t>(&field - catalogue->fields.data()));
+} catch (const Failure& failure) {
+  catalogue->trouble = failure.what();
 }
 
 }  // namespace
@@ -92,9 +88,7 @@ const Catalogue& Reader::CatalogueOf(std::size_t pair) {
   return Of(pair).catalogue;
 }
 
-std::string Reader::Read(const Model& model, kestor::CDocRelatorio& document) {
-  const std::string path = inventory_.folder + model.file;
-  const std::string shown = text::Presentable(text::ToUtf8(model.file));
+std::string ReadContent(const std::string& path, std::string* content) {
   kestor::EsqueceRazao();
   CFile file;
   CFileException failure;
@@ -102,15 +96,32 @@ std::string Reader::Read(const Model& model, kestor::CDocRelatorio& document) {
     kestor::DizRazao("read", failure);
     return ReasonOr("it cannot be read");
   }
-  kestor::ConteudoLido read = kestor::LeConteudo(file, path);
+  const kestor::ConteudoLido read = kestor::LeConteudo(file, path);
   if (!read.inteiro) return ReasonOr("it cannot be read");
+  content->assign(read.bytes.begin(), read.bytes.end());
+  return {};
+}
+
+std::string CataloguePath(const Pair& pair) {
+  const std::string module = text::FromUtf8(pair.module);
+  std::string path;
+  if (kestor::CCaminhosInstalacao::BuscaCaminhoModulo(module, path) != 0)
+    throw Failure(kestor::CCaminhosInstalacao::PorQueFalta(module));
+  return kestor::CaminhoCatalogo(path, module, text::FromUtf8(pair.component));
+}
+
+std::string Reader::Read(const Model& model, kestor::CDocRelatorio& document) {
+  std::string bytes;
+  const std::string trouble = ReadContent(inventory_.folder + model.file, &bytes);
+  if (!trouble.empty()) return trouble;
+  const std::string shown = text::Presentable(text::ToUtf8(model.file));
   USHORT version = 0;
-  if (read.bytes.size() < sizeof version) return shown + " is too short for a model";
-  std::memcpy(&version, read.bytes.data(), sizeof version);
+  if (bytes.size() < sizeof version) return shown + " is too short for a model";
+  std::memcpy(&version, bytes.data(), sizeof version);
   std::string reason;
-  auto* const content = reinterpret_cast<std::uint8_t*>(read.bytes.data()) + sizeof version;
-  const auto bytes = static_cast<LONG>(read.bytes.size() - sizeof version);
-  return document.CarregaConteudo({version, bytes, content}, &reason) ? "" : shown + ": " + reason;
+  auto* const content = reinterpret_cast<std::uint8_t*>(bytes.data()) + sizeof version;
+  const auto size = static_cast<LONG>(bytes.size() - sizeof version);
+  return document.CarregaConteudo({version, size, content}, &reason) ? "" : shown + ": " + reason;
 }
 
 std::string Reader::Read(const Model& model, const kestor::CConteudoRel** content) {

@@ -76,6 +76,14 @@ std::string MascaraRel(const std::string& prefixo) {
   return Mascara(prefixo, kExtensaoRel);
 }
 
+std::string MascaraExportacao(const std::string& prefixo) {
+  return Mascara(prefixo, kExtensaoExportacao);
+}
+
+std::string MascaraFiltro(const std::string& prefixo) {
+  return Mascara(prefixo, kExtensaoFiltro);
+}
+
 // ---- Models of the second generation -------------------------------------------------------------------------------
 
 std::string CaminhoRelatorioLido(const std::string& prefixo, std::string_view nome) {

@@ -60,8 +60,10 @@ std::vector<std::string> CaminhosRelExcluidos(const std::string& prefixo, std::s
 // they were one. `nome`: a listed name, which has no dot.
 std::string NomeDaExportacao(std::string_view nome);
 
-// Returns the mask with which a search of the folder finds the models.
+// Return the masks with which a search of the folder finds the models, and the files beside them.
 std::string MascaraRel(const std::string& prefixo);
+std::string MascaraExportacao(const std::string& prefixo);
+std::string MascaraFiltro(const std::string& prefixo);
 
 // ---- Models of the second generation -------------------------------------------------------------------------------
 

@@ -30,6 +30,8 @@ void AddRenumber(CLI::App& program, Command* chosen);
 void AddMigrate(CLI::App& program, Command* chosen);
 void AddFind(CLI::App& program, Command* chosen);
 void AddCheck(CLI::App& program, Command* chosen);
+void AddExport(CLI::App& program, Command* chosen);
+void AddImport(CLI::App& program, Command* chosen);
 void AddHistory(CLI::App& program, Command* chosen);
 void AddRestore(CLI::App& program, Command* chosen);
 void AddDiff(CLI::App& program, Command* chosen);

@@ -178,12 +178,17 @@ std::string StoreName(const Version& version) {
 std::string Content(const Version& version) {
   const std::string file = version.file.string();
   std::string content = ReadInput(file, kestor::kMaxConteudo + kVersionBytes);
+  RequireStorable(version, content);
+  return content;
+}
+
+void RequireStorable(const Version& version, const std::string& content) {
+  const std::string file = version.file.string();
   if (KindOf(version) == Kind::document && content.size() < kVersionBytes)
     throw LocalFailure(file + " is too short for a model");
   if (KindOf(version) == Kind::exportSettings) ExportSettings(file, content);
   if (KindOf(version) == Kind::filter && !HasUsualHeader(content))
     throw LocalFailure(file + " is no filter as the server writes it");
-  return content;
 }
 
 std::optional<USHORT> DocumentVersion(const Version& version) {
@@ -245,6 +250,16 @@ bool Stores::Delete(const std::string& document, Answer& answer) {
   if (!Conclude((*store)->ExcluiRelatorio(ToBstr(document).get(), 0, &deleted), answer)) return false;
   if (deleted == 0) throw LocalFailure(document + ": its document has gone meanwhile");
   return true;
+}
+
+bool Stores::DeleteFile(const Version& version, Answer& answer) {
+  LegacyStore* const store = FirstGeneration(answer);
+  return store != nullptr &&
+         Conclude((*store)->ExcluiRelatorio(ToBstr(version.model + version.extension).get()), answer);
+}
+
+void WarnOfMigration(Answer& answer) {
+  answer.AddNote("the next command for the second generation migrates the first-generation models again");
 }
 
 void NoteHidden(Stores& stores, const std::string& name, Answer& answer) {

@@ -38,8 +38,11 @@ std::string WordOf(Kind kind);
 // The name by which the stores know the version's model.
 std::string StoreName(const history::Version& version);
 
-// The whole version. Throws LocalFailure, also for one that the methods would not store as it is.
+// The whole version. Throws LocalFailure, also where RequireStorable does.
 std::string Content(const history::Version& version);
+
+// Throws LocalFailure for a content that the methods would not store as it is.
+void RequireStorable(const history::Version& version, const std::string& content);
 
 // The version number with which a document's file begins; none where it is too short for one.
 std::optional<USHORT> DocumentVersion(const history::Version& version);
@@ -54,6 +57,8 @@ class Stores {
   bool Store(const history::Version& version, std::string content, bool mustBeNew, Answer& answer);
   // Deletes a document.
   bool Delete(const std::string& document, Answer& answer);
+  // Deletes the file of a version, which is of the first generation.
+  bool DeleteFile(const history::Version& version, Answer& answer);
 
   // The store of documents; null, and the answer tells why, when it cannot be opened.
   ReportStore* Documents(Answer& answer);
@@ -66,6 +71,9 @@ class Stores {
   std::optional<ReportStore> documents_;
   std::optional<LegacyStore> firstGeneration_;
 };
+
+// Adds what a user should know of first-generation models that have been stored.
+void WarnOfMigration(Answer& answer);
 
 // Adds what a user should know of a document that has come back and is hidden.
 void NoteHidden(Stores& stores, const std::string& name, Answer& answer);

@@ -71,10 +71,6 @@ void Tell(const char* did, const Version& version, Answer& answer) {
   answer.data[did].push_back({{"model", StoreName(version)}, {"kind", kind}, {"when", WhenOf(version)}});
 }
 
-void WarnOfMigration(Answer& answer) {
-  answer.AddNote("the next command for the second generation migrates the first-generation models again");
-}
-
 // The files of the reports folder, by their names in upper case.
 class ReportsFolder {
  public:

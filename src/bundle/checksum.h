@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace bundle {
+
+// The SHA-256 of some bytes, as 64 hexadecimal digits.
+std::string Sha256(std::string_view bytes);
+
+}  // namespace bundle
