@@ -1,4 +1,4 @@
-// A search through all models, beside the bare files and the bare reading of their documents.
+// A search through all models, and their check, beside the bare files and the bare reading of their documents.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "admin/admin.h"
+#include "admin/check.h"
 #include "bench.h"
 #include "document/doc_relatorio.h"
 #include "marcacao/componente_marcacao.h"
@@ -70,8 +71,23 @@ void Search(benchmark::State& state) {
 }
 BENCHMARK(Search)->UseRealTime();
 
+void Check(benchmark::State& state) {
+  const kestor::ComponenteMarcacao markup;
+  const auto models = static_cast<std::size_t>(Models());
+  for ([[maybe_unused]] auto _ : state) {
+    std::size_t found = 0;
+    std::size_t looked = 0;
+    admin::Check(admin::TakeInventory("CT", "01"), false,
+                 {[&](const admin::Problem&) { ++found; }, [&](std::size_t done, std::size_t) { looked = done; }});
+    if (looked != models) state.SkipWithError("not all models are looked at");
+    state.counters["found"] = static_cast<double>(found);
+  }
+}
+BENCHMARK(Check)->UseRealTime();
+
 }  // namespace
 
 std::vector<bench::Figure> bench::SearchFigures() {
-  return {{"Search of a field in 10,000 models / reading the files and their documents", "Search", "BareSearch", 1.5}};
+  return {{"Search of a field in 10,000 models / reading the files and their documents", "Search", "BareSearch", 1.5},
+          {"Check of 10,000 models / reading the files and their documents", "Check", "BareSearch", 1.5}};
 }

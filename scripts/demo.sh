@@ -122,6 +122,13 @@ run 0 kestorctl history CT 01 Balancete
 step "Who uses a field, and what a person should look at: the model that was cut short, and one that is no report document."
 run 3 kestorctl find --field SaldoAtual
 run 3 kestorctl check
+
+step "All models as one archive, which ordinary tools open; they come back into another installation, byte for byte."
+run 0 kestorctl export models.tar
+run 0 tar tf models.tar
+kestorctl --home "$demo/other/home" setup --reports "$demo/other/reports" --module CT=contabil >/dev/null
+run 0 kestorctl --home "$demo/other/home" import models.tar
+for file in reports/*.RXL; do cmp "$file" "other/$file"; done || fail "a model is not what it was"
 kestorctl list CT 01 >/dev/null
 last_client=$SECONDS
 

@@ -9,7 +9,9 @@
 //
 //   TIME     when the operation began: UTC, to the microsecond. With PROCESS, the server's, it tells operations apart
 //   USER     the number of the client's user
-//   METHOD   the method that the client called; Inicializa is a migration
+//   METHOD   the method that the client called; Inicializa is a migration. Both classes have an ExcluiRelatorio: that
+//   of
+//            documents is ExcluiRelatorio2
 //   AFTER    what took the file's place: its size, x, and its modification time in nanoseconds, both in hexadecimal;
 //            "gone" when nothing did; "inplace" where the file itself was overwritten; "new", and then as the first,
 //            where no document was before: such a version is empty
@@ -49,6 +51,10 @@ Settings ReadSettings();
 
 // ---- Versions ------------------------------------------------------------------------------------------------------
 
+inline constexpr const char* kMigration = "Inicializa";
+inline constexpr const char* kDeletion = "ExcluiRelatorio";
+inline constexpr const char* kDocumentDeletion = "ExcluiRelatorio2";
+
 enum class After { replaced, gone, overwritten, made };
 
 // A version of one file of a model.
@@ -67,6 +73,8 @@ struct Version {
   std::filesystem::path file = {};
   std::uint64_t size = 0;
   std::int64_t written = 0;  // when its content was, in nanoseconds since 1970
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
 
   bool IsOfOperation(const Version& other) const { return time == other.time && process == other.process; }
 };
@@ -132,6 +140,8 @@ class Keeper final : public files::Keeper {
   void TryKeep(const files::LeavingFile& leaving);
   bool FindPlace(const std::string& file, Place* place);
   Version VersionOf(const Place& place, After after) const;
+  template <typename Work>
+  int InFolder(const Place& place, const Work& work);
   int OpenFolders(const Place& place, Descriptors* folders);
   void Miss(const std::string& file, const std::string& reason);
 

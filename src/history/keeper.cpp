@@ -37,9 +37,10 @@ int Copy(const Descriptor& from, const Descriptor& folder, const std::string& na
   int error = host::Open(folder.Number(), hidden, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, &copy, 0600);
   if (error != 0) return error;
   struct stat old = {};
-  error = host::Stat(from, &old);
+  error = host::StatNow(from, &old);
   if (error == 0) error = host::TakeOverRights(copy, old);
   if (error == 0) error = host::CopyContent(from, copy);
+  if (error == 0) host::ChangeTime(copy, old.st_mtim);  // which tells of when the content is
   if (error == 0) error = host::Sync(copy);
   if (error == 0) error = host::RenameToFreeName(folder, hidden, folder, name);
   if (error != 0) host::Unlink(folder, hidden);
@@ -79,12 +80,29 @@ std::string KeyOf(const std::string& file) {
   return text::Upper(text::FromUtf8(file));
 }
 
-bool IsOfFirstGeneration(const std::string& name) {
+// Whether the operation has to do with the file as one of the first generation. Only a migration has to do with both.
+bool IsOfFirstGeneration(const Operation& operation, const std::string& name) {
+  if (operation.ofFirstGeneration) return true;
+  if (operation.method != kMigration) return false;
   for (const std::string_view extension :
        {kestor::kExtensaoRel, kestor::kExtensaoExportacao, kestor::kExtensaoFiltro}) {
     if (text::EndsWithNoCase(name, extension)) return true;
   }
   return false;
+}
+
+// A server that was killed between keeping a file and changing it has left a version that is the file itself. What is
+// kept of it now takes its place.
+void RemoveEarlierNames(const Descriptor& file, const Descriptor& folder) {
+  struct stat status = {};
+  if (host::Stat(file, &status) != 0 || status.st_nlink < 2) return;
+  std::vector<std::string> names;
+  VisitVersions(folder, [&](const Version&, const std::string& name) {
+    struct stat version = {};
+    if (host::StatLink(folder.Number(), name, &version) == 0 && host::SameFile(version, status)) names.push_back(name);
+  });
+  for (const std::string& name : names)
+    host::Unlink(folder, name);
 }
 
 }  // namespace
@@ -133,7 +151,7 @@ void Keeper::Drop() noexcept {
 
 void Keeper::SeeNew(const std::string& name, const Descriptor& file, bool isComplete) noexcept {
   try {
-    const bool isDocument = !operation_.ofFirstGeneration && !IsOfFirstGeneration(name);
+    const bool isDocument = !IsOfFirstGeneration(operation_, name);
     struct stat status = {};
     Place place;
     if (!seen_.insert(KeyOf(name)).second || !isComplete || !isDocument || !FindPlace(name, &place) ||
@@ -143,12 +161,12 @@ void Keeper::SeeNew(const std::string& name, const Descriptor& file, bool isComp
     Version version = VersionOf(place, After::made);
     version.sizeAfter = static_cast<std::uint64_t>(status.st_size);
     version.timeAfter = Nanoseconds(status.st_mtim);
-    Descriptors folders;
-    Descriptor marker;
-    int error = OpenFolders(place, &folders);
-    const int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
-    if (error == 0) error = host::Open(keptIn_.Number(), NameOf(version), flags, &marker, 0666);
-    if (error == 0) error = host::TakeFolderRights(marker, keptIn_);
+    const int error = InFolder(place, [&](const Descriptors&) {
+      Descriptor marker;
+      const int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
+      const int refused = host::Open(keptIn_.Number(), NameOf(version), flags, &marker, 0666);
+      return refused == 0 ? host::TakeFolderRights(marker, keptIn_) : refused;
+    });
     if (error != 0) Miss(name, std::strerror(error));
   } catch (const std::exception&) {
     // Then nothing tells that it is new.
@@ -159,10 +177,10 @@ void Keeper::SeeNew(const std::string& name, const Descriptor& file, bool isComp
 bool Keeper::FindPlace(const std::string& file, Place* place) {
   const std::string name = text::FromUtf8(file);
   if (IsSharedFile(name)) return false;
-  const bool keepsCodesShort = operation_.ofFirstGeneration || IsOfFirstGeneration(name);
   const std::size_t codes =
-      keepsCodesShort ? kestor::ModuloRel(operation_.module).size() + kestor::ComponenteRel(operation_.component).size()
-                      : operation_.module.size() + operation_.component.size();
+      IsOfFirstGeneration(operation_, name)
+          ? kestor::ModuloRel(operation_.module).size() + kestor::ComponenteRel(operation_.component).size()
+          : operation_.module.size() + operation_.component.size();
   const std::string_view model = kestor::NomeDoModelo(name, codes);
   place->module = FolderName(operation_.module);
   place->component = FolderName(operation_.component);
@@ -179,9 +197,24 @@ Version Keeper::VersionOf(const Place& place, After after) const {
   version.process = getpid();
   version.user = operation_.user;
   version.method = operation_.method;
+  if (version.method == kDeletion && !operation_.ofFirstGeneration) version.method = kDocumentDeletion;
   version.after = after;
   version.extension = place.extension;
   return version;
+}
+
+// Does something in the folder of the model, which is made where it is missing, and made anew where somebody who prunes
+// the history has just removed it as empty.
+template <typename Work>
+int Keeper::InFolder(const Place& place, const Work& work) {
+  constexpr int kAttempts = 5;
+  int error = ENOENT;
+  for (int i = 0; i < kAttempts && error == ENOENT; ++i) {
+    Descriptors folders;
+    error = OpenFolders(place, &folders);
+    if (error == 0) error = work(folders);
+  }
+  return error;
 }
 
 // `keptIn_` is then the folder of the model.
@@ -206,15 +239,19 @@ void Keeper::TryKeep(const files::LeavingFile& leaving) {
     version.timeAfter = Nanoseconds(successor.st_mtim);
   }
   const std::string name = NameOf(version);
-  Descriptors folders;
-  int error = OpenFolders(place, &folders);
-  if (error == 0) error = Link(leaving, keptIn_, name);
-  if (GivesNoLink(error)) {
-    error = Copy(leaving.file, keptIn_, name);
+  // A filter is written in place, and so would its version be if the file stayed after all.
+  const bool mayStay = text::EqualNoCase(text::FromUtf8(place.extension), kestor::kExtensaoFiltro);
+  const int error = InFolder(place, [&](const Descriptors& folders) {
+    RemoveEarlierNames(leaving.file, keptIn_);
+    int refused = mayStay ? EXDEV : Link(leaving, keptIn_, name);
+    if (!GivesNoLink(refused)) return refused;
+    refused = Copy(leaving.file, keptIn_, name);
     // A link comes to the disk with the change itself, a copy must be there before.
-    for (const Descriptor* folder : {&keptIn_, &folders.pair, &folders.module, &folders.root})
-      if (error == 0) error = host::Sync(*folder);
-  }
+    const Descriptor* const changed[] = {&keptIn_, &folders.pair, &folders.module, &folders.root};
+    for (const Descriptor* folder : changed)
+      if (refused == 0) refused = host::Sync(*folder);
+    return refused;
+  });
   if (error != 0) return Miss(leaving.name, std::strerror(error));
   kept_ = name;
   keptOf_ = KeyOf(leaving.name);

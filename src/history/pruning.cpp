@@ -123,6 +123,7 @@ std::size_t PruneModel(const Descriptor& models, const Settings& settings, const
     const bool isRunning = running != nullptr && version.IsOfOperation(*running);
     if ((isTooMany || isTooOld) && !isRunning) doomed.push_back(versions[i].second);
   }
+  std::reverse(doomed.begin() + static_cast<std::ptrdiff_t>(leftovers), doomed.end());  // the oldest go first
   if (running != nullptr) doomed.resize(std::min(doomed.size(), kMostAtOnce));
   std::size_t removed = 0;
   for (std::size_t i = 0; i < doomed.size(); ++i) {
@@ -136,13 +137,15 @@ std::size_t PruneModel(const Descriptor& models, const Settings& settings, const
 namespace {
 
 // The names of the folders in a folder; one alone where it is given.
-std::vector<std::string> FoldersIn(const std::filesystem::path& folder, const std::string& only) {
+std::vector<std::string> FoldersIn(const std::filesystem::path& folder, const std::string& only, std::string* trouble) {
   std::vector<std::string> names;
   if (!only.empty()) return {FolderName(only)};
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
-    if (entry.is_directory(error) && !entry.is_symlink(error)) names.push_back(entry.path().filename().string());
+    std::error_code gone;
+    if (entry.is_directory(gone) && !entry.is_symlink(gone)) names.push_back(entry.path().filename().string());
   }
+  Say(trouble, folder, error.value());
   std::sort(names.begin(), names.end());
   return names;
 }
@@ -165,8 +168,8 @@ void RemoveOldNotes(const Settings& settings, const std::string& module, const s
 std::size_t Prune(const Settings& settings, const std::string& module, const std::string& component,
                   std::string* trouble) {
   std::size_t removed = 0;
-  for (const std::string& ofModule : FoldersIn(settings.folder, module)) {
-    for (const std::string& ofPair : FoldersIn(settings.folder / ofModule, component)) {
+  for (const std::string& ofModule : FoldersIn(settings.folder, module, trouble)) {
+    for (const std::string& ofPair : FoldersIn(settings.folder / ofModule, component, trouble)) {
       const std::filesystem::path pair = settings.folder / ofModule / ofPair;
       VisitModels(settings.folder, text::FromUtf8(ofModule), text::FromUtf8(ofPair), {}, trouble,
                   [&](const Descriptor& models, const std::string& model) {

@@ -140,6 +140,8 @@ std::vector<Version> FindVersions(const std::filesystem::path& folder, const std
       version.file = place / name;
       version.size = static_cast<std::uint64_t>(status.st_size);
       version.written = Nanoseconds(status.st_mtim);
+      version.device = status.st_dev;
+      version.inode = status.st_ino;
       found.push_back(std::move(version));
     });
   });

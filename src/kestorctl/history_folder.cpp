@@ -31,6 +31,10 @@ fs::path Canonical(const std::string& folder) {
   return fs::weakly_canonical(fs::absolute(folder));
 }
 
+fs::path BesideOf(const fs::path& reports) {
+  return fs::weakly_canonical(reports).string() + ".history";
+}
+
 bool LiesWithin(const fs::path& inner, const fs::path& outer) {
   return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
 }
@@ -95,10 +99,11 @@ void EnterHistory(const HistoryWish& wish, const fs::path& reports, const Shared
     Enter(Canonical(*wish.folder), reports, shared, answer);
   } else if (!reports.empty() && !(entered.empty() && ReadValue(Key(), kValue))) {
     try {
-      Enter(entered.empty() ? fs::path(fs::weakly_canonical(reports).string() + ".history") : fs::path(entered),
-            reports, shared, answer);
+      const bool isMoved = wish.formerReports && BesideOf(*wish.formerReports) == entered;
+      Enter(entered.empty() || isMoved ? BesideOf(reports) : fs::path(entered), reports, shared, answer);
     } catch (const LocalFailure& failure) {
-      answer.AddNote(std::string("no history is kept: ") + failure.what());
+      answer.AddNote((entered.empty() ? "no history is kept: " : "the history stays in " + entered + ": ") +
+                     failure.what());
     }
   }
 }
@@ -110,7 +115,7 @@ void TellHistory(Answer& answer) {
   std::error_code error;
   const bool exists = fs::is_directory(folder, error);
   const std::string trouble = !folder.is_absolute() ? " (is no path from the root: nothing is kept)"
-                              : !exists             ? " (does not exist: nothing is kept)"
+                              : !exists             ? " (is no folder that is there: nothing is kept)"
                                                     : "";
   answer.output += "history  " + folder.string() + trouble + "\n";
   answer.data["history"] = {{"folder", folder.string()}, {"exists", exists}};

@@ -11,8 +11,10 @@
 namespace kestorctl {
 
 struct HistoryWish {
-  std::optional<std::string> folder;  // none: beside the reports folder, unless one is entered already
-  bool none = false;                  // no history is kept
+  std::optional<std::string> folder = {};  // none: beside the reports folder, unless one is entered already
+  bool none = false;                       // no history is kept
+  // What the reports folder was till now: a history beside that one stays behind when the reports move.
+  std::optional<std::filesystem::path> formerReports = {};
 };
 
 // Throws LocalFailure when the folder that is wished for cannot be made, or UsageError when it cannot be one.

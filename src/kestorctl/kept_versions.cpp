@@ -1,13 +1,17 @@
 #include "kept_versions.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <fstream>
 
+#include "common/caminhos_instalacao.h"
 #include "common/nomes_arquivos.h"
 #include "explanation.h"
 #include "failure.h"
+#include "folder_plan.h"
 #include "host_files.h"
 #include "model_names.h"
 #include "platform/text/text.h"
@@ -18,6 +22,7 @@ namespace kestorctl {
 
 namespace {
 
+namespace fs = std::filesystem;
 using history::Time;
 using history::Version;
 
@@ -52,16 +57,39 @@ bool HasUsualHeader(const std::string& filter) {
   return header[0] == 1 && filter.size() == sizeof header + std::size_t{header[1]} * sizeof(tagCAMPO_FILTRO);
 }
 
-bool AreOfOneFile(const Version& version, const Version& other) {
-  return text::EqualNoCase(text::FromUtf8(version.extension), text::FromUtf8(other.extension));
-}
-
-// Whether it was written after the time. The time of a copy says nothing: that is when it was copied.
+// Whether its content was written after the time.
 bool IsWrittenAfter(const Version& version, Time time) {
   const auto nanoseconds = [](Time one) {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(one.time_since_epoch()).count();
   };
   return version.written > nanoseconds(time) && version.written < nanoseconds(version.time);
+}
+
+bool HoldsModel(const Version& version) {
+  return KindOf(version) <= Kind::firstGeneration && version.after != history::After::made;
+}
+
+// Of files that were written after the time nobody knows what they were then, or whether they were there. Throws
+// LocalFailure where that goes for the model itself.
+void LeaveOutLater(const std::string& name, const std::string& when, Time time, Versions* versions) {
+  const bool hadModel = std::any_of(versions->begin(), versions->end(), HoldsModel);
+  std::erase_if(*versions, [&](const Version& one) { return IsWrittenAfter(one, time); });
+  if (versions->empty() || (hadModel && std::none_of(versions->begin(), versions->end(), HoldsModel)))
+    throw LocalFailure("the history of " + name + " does not reach back to " + when);
+}
+
+// A server that was killed before it changed a file has left a version that is that file itself.
+void LeaveOutLive(const StoreOptions& store, Versions* versions) {
+  if (versions->empty()) return;
+  try {
+    const ReportsFolder folder(store);
+    std::erase_if(*versions, [&](const Version& one) {
+      LiveFile live;
+      return folder.Find(one, &live) && live.status.st_ino == one.inode && live.status.st_dev == one.device;
+    });
+  } catch (const LocalFailure&) {
+    // Then there is no file that could be one of them.
+  }
 }
 
 }  // namespace
@@ -83,17 +111,41 @@ Versions FindVersions(const StoreOptions& store, Answer& answer) {
     answer.AddNote("not all of the history can be read: " + trouble);
     answer.incomplete = true;
   }
+  LeaveOutLive(store, &versions);
   return versions;
+}
+
+ReportsFolder::ReportsFolder(const StoreOptions& store)
+    : module_(text::FromUtf8(store.module)), component_(text::FromUtf8(store.component)) {
+  std::string path;
+  kestor::CCaminhosInstalacao::BuscaCaminhoRelatorios(path);
+  std::error_code error;
+  for (const fs::directory_entry& entry : fs::directory_iterator(PlaceOf(path).folder, error)) {
+    std::string name;
+    if (text::FromUtf8Exactly(entry.path().filename().string(), &name)) files_.emplace(text::Upper(name), entry.path());
+  }
+  if (error) throw LocalFailure("the reports folder cannot be looked at: " + error.message());
+}
+
+bool ReportsFolder::Find(Kind kind, const std::string& model, const std::string& extension, LiveFile* file) const {
+  const std::string codes =
+      kind == Kind::document ? module_ + component_ : kestor::ModuloRel(module_) + kestor::ComponenteRel(component_);
+  const auto found = files_.find(text::Upper(codes + text::FromUtf8(model + extension)));
+  if (found == files_.end() || stat(found->second.c_str(), &file->status) != 0) return false;
+  file->path = found->second;
+  file->model = text::ToUtf8(kestor::NomeDoModelo(text::FromUtf8(file->path.filename().string()), codes.size()));
+  return true;
+}
+
+bool ReportsFolder::Find(const Version& version, LiveFile* file) const {
+  return Find(KindOf(version), version.model, version.extension, file);
 }
 
 Versions FindVersions(const ModelOptions& model, Answer& answer) {
   Versions versions = FindVersions(static_cast<const StoreOptions&>(model), answer);
-  const std::string name = text::FromUtf8(model.name);
-  const std::string key = kestor::ChaveRelatorio(name);
-  const bool hasExtension = kestor::ChaveRelatorio(kestor::AntesDoPonto(name)) != key;
-  std::erase_if(versions, [&](const Version& one) {
-    return kestor::ChaveRelatorio(text::FromUtf8(hasExtension ? StoreName(one) : one.model)) != key;
-  });
+  const std::string key = kestor::ChaveRelatorio(text::FromUtf8(model.name));
+  std::erase_if(versions,
+                [&](const Version& one) { return kestor::ChaveRelatorio(text::FromUtf8(StoreName(one))) != key; });
   return versions;
 }
 
@@ -112,6 +164,7 @@ Versions VersionsAt(const Versions& all, const std::string& name, const std::opt
     if (isThen && isFirst) versions.push_back(version);
   }
   if (versions.empty()) throw LocalFailure(name + " has not been changed since " + *when);
+  if (time) LeaveOutLater(name, *when, *time, &versions);
   // What a migration made of the model came after it.
   const auto first = std::find_if(versions.begin(), versions.end(),
                                   [](const Version& one) { return KindOf(one) == Kind::firstGeneration; });
@@ -122,8 +175,6 @@ Versions VersionsAt(const Versions& all, const std::string& name, const std::opt
   for (const Version& version : versions) {
     if (version.after == history::After::made)
       throw LocalFailure(name + " was not there before the change of " + WhenOf(version));
-    if (time && IsWrittenAfter(version, *time))
-      throw LocalFailure("the history of " + name + " does not reach back to " + *when);
   }
   return versions;
 }
@@ -141,14 +192,17 @@ std::string WhenOf(const Version& version) {
 
 std::string WhatOf(const Version& version) {
   if (version.after == history::After::made && version.method == "Grava") return "made";
-  if (version.method == "Inicializa") return "migrated";
+  if (version.method == history::kMigration) return "migrated";
   if (version.method == "AlteraCodigoCampos") return "renumbered";
   if (version.method == "AtualizaRelatorio") return "updated";
-  if (version.method == "ExcluiRelatorio") return "deleted";
+  if (version.method == history::kDeletion || version.method == history::kDocumentDeletion) return "deleted";
   return "overwritten";
 }
 
 Kind KindOf(const Version& version) {
+  // The name of a document may bring any extension along.
+  for (const char* method : {"Grava", "AlteraCodigoCampos", history::kDocumentDeletion})
+    if (version.method == method) return Kind::document;
   const std::string extension = text::FromUtf8(version.extension);
   if (text::EqualNoCase(extension, kestor::kExtensaoRel)) return Kind::firstGeneration;
   if (text::EqualNoCase(extension, kestor::kExtensaoExportacao)) return Kind::exportSettings;
@@ -199,6 +253,14 @@ std::optional<USHORT> DocumentVersion(const Version& version) {
   return number;
 }
 
+bool AreOfOneFile(const Version& version, const Version& other) {
+  const auto same = [](const std::string& one, const std::string& another) {
+    return text::EqualNoCase(text::FromUtf8(one), text::FromUtf8(another));
+  };
+  return KindOf(version) == KindOf(other) && same(version.model, other.model) &&
+         same(version.extension, other.extension);
+}
+
 // ---- Stores --------------------------------------------------------------------------------------------------------
 
 ReportStore* Stores::Documents(Answer& answer) {
@@ -247,9 +309,7 @@ bool Stores::Delete(const std::string& document, Answer& answer) {
   ReportStore* const store = Documents(answer);
   if (store == nullptr) return false;
   char deleted = 0;
-  if (!Conclude((*store)->ExcluiRelatorio(ToBstr(document).get(), 0, &deleted), answer)) return false;
-  if (deleted == 0) throw LocalFailure(document + ": its document has gone meanwhile");
-  return true;
+  return Conclude((*store)->ExcluiRelatorio(ToBstr(document).get(), 0, &deleted), answer);
 }
 
 bool Stores::DeleteFile(const Version& version, Answer& answer) {

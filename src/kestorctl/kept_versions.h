@@ -1,6 +1,10 @@
 // The versions that the history keeps, as the commands name, tell and store them.
 #pragma once
 
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,13 +17,41 @@ namespace kestorctl {
 
 using Versions = std::vector<history::Version>;
 
+// What a version is of.
+enum class Kind { document, firstGeneration, exportSettings, filter };
+Kind KindOf(const history::Version& version);
+std::string WordOf(Kind kind);
+
 // The history's folder and limits. Throws LocalFailure where the home has no history.
 history::Settings RequireHistory();
 
 // All versions of a module and component, or of one model, the oldest operation first. A name with a dot is that of the
-// file with the extension. What could not be read is noted in the answer, which then tells not all.
+// file with the extension. A version that is still the file itself is none. What could not be read is noted in the
+// answer, which then tells not all.
 Versions FindVersions(const StoreOptions& store, Answer& answer);
 Versions FindVersions(const ModelOptions& model, Answer& answer);
+
+// The files of the reports folder that versions are of.
+struct LiveFile {
+  std::filesystem::path path;
+  std::string model;  // as it is spelled there
+  struct stat status = {};
+};
+
+class ReportsFolder {
+ public:
+  // Throws LocalFailure when the folder cannot be read.
+  explicit ReportsFolder(const StoreOptions& store);
+
+  // False when there is no such file. Of names that differ in letter case alone any may count.
+  bool Find(const history::Version& version, LiveFile* file) const;
+  bool Find(Kind kind, const std::string& model, const std::string& extension, LiveFile* file) const;
+
+ private:
+  const std::string module_;
+  const std::string component_;
+  std::map<std::string, std::filesystem::path> files_;  // by their names in capitals
+};
 
 // Of the versions of one model what it was at `when`: of each of its files the first that was kept then or later. What
 // it was before its last change when no time is given. Throws LocalFailure where there is none, where the history does
@@ -29,11 +61,8 @@ Versions VersionsAt(const Versions& all, const std::string& name, const std::opt
 // When the operation began, such as 2026-11-26T22:15:44.168702Z.
 std::string WhenOf(const history::Version& version);
 
-// What the operation was, and what the file is, in words.
+// What the operation was, in words.
 std::string WhatOf(const history::Version& version);
-enum class Kind { document, firstGeneration, exportSettings, filter };
-Kind KindOf(const history::Version& version);
-std::string WordOf(Kind kind);
 
 // The name by which the stores know the version's model.
 std::string StoreName(const history::Version& version);
@@ -43,6 +72,9 @@ std::string Content(const history::Version& version);
 
 // Throws LocalFailure for a content that the methods would not store as it is.
 void RequireStorable(const history::Version& version, const std::string& content);
+
+// Whether two versions are of one file.
+bool AreOfOneFile(const history::Version& version, const history::Version& other);
 
 // The version number with which a document's file begins; none where it is too short for one.
 std::optional<USHORT> DocumentVersion(const history::Version& version);
@@ -55,7 +87,7 @@ class Stores {
   // Stores the content of a version in the place of what is there; `mustBeNew`: a model that is there stays. False when
   // it is not stored; the answer has the result.
   bool Store(const history::Version& version, std::string content, bool mustBeNew, Answer& answer);
-  // Deletes a document.
+  // Deletes a document, which may be gone already.
   bool Delete(const std::string& document, Answer& answer);
   // Deletes the file of a version, which is of the first generation.
   bool DeleteFile(const history::Version& version, Answer& answer);

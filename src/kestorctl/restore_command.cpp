@@ -5,13 +5,13 @@
 #include <algorithm>
 #include <cstdlib>
 #include <map>
+#include <set>
+#include <system_error>
 
 #include "commands.h"
-#include "common/caminhos_instalacao.h"
 #include "common/nomes_arquivos.h"
 #include "contract/results.h"
 #include "failure.h"
-#include "folder_plan.h"
 #include "host_files.h"
 #include "kept_versions.h"
 #include "platform/text/text.h"
@@ -71,50 +71,6 @@ void Tell(const char* did, const Version& version, Answer& answer) {
   answer.data[did].push_back({{"model", StoreName(version)}, {"kind", kind}, {"when", WhenOf(version)}});
 }
 
-// The files of the reports folder, by their names in upper case.
-class ReportsFolder {
- public:
-  explicit ReportsFolder(const StoreOptions& store)
-      : module_(text::FromUtf8(store.module)), component_(text::FromUtf8(store.component)) {
-    std::string path;
-    kestor::CCaminhosInstalacao::BuscaCaminhoRelatorios(path);
-    std::error_code error;
-    for (const fs::directory_entry& entry : fs::directory_iterator(PlaceOf(path).folder, error)) {
-      std::string name;
-      if (text::FromUtf8Exactly(entry.path().filename().string(), &name))
-        files_.emplace(text::Upper(name), entry.path());
-    }
-    if (error) throw LocalFailure("the reports folder cannot be looked at: " + error.message());
-  }
-
-  // False when there is no such file. Of names that differ in letter case alone any may count.
-  bool Find(Kind kind, const std::string& model, struct stat* status, fs::path* path = nullptr) const {
-    return Find(kind, model, std::string(ExtensionOf(kind)), status, path);
-  }
-  bool Find(const Version& version, struct stat* status, fs::path* path = nullptr) const {
-    return Find(KindOf(version), version.model, version.extension, status, path);
-  }
-
- private:
-  static std::string_view ExtensionOf(Kind kind) {
-    return kind == Kind::document ? kestor::kExtensaoRelatorio : kestor::kExtensaoRel;
-  }
-
-  bool Find(Kind kind, const std::string& model, const std::string& extension, struct stat* status,
-            fs::path* path) const {
-    const std::string codes =
-        kind == Kind::document ? module_ + component_ : kestor::ModuloRel(module_) + kestor::ComponenteRel(component_);
-    const auto found = files_.find(text::Upper(codes + text::FromUtf8(model + extension)));
-    if (found == files_.end() || stat(found->second.c_str(), status) != 0) return false;
-    if (path != nullptr) *path = found->second;
-    return true;
-  }
-
-  const std::string module_;
-  const std::string component_;
-  std::map<std::string, fs::path> files_;
-};
-
 void Restore(const RestoreOptions& options, Answer& answer) {
   const Versions versions =
       VersionsAt(FindVersions(static_cast<const ModelOptions&>(options), answer), options.name, options.when);
@@ -131,9 +87,10 @@ void Restore(const RestoreOptions& options, Answer& answer) {
     return std::any_of(versions.begin(), versions.end(), [&](const Version& one) { return KindOf(one) == kind; });
   };
   if (has(Kind::document)) NoteHidden(stores, StoreName(versions.front()), answer);
-  struct stat document = {};
   if (!has(Kind::firstGeneration)) return;
-  if (ReportsFolder(options).Find(Kind::document, versions.front().model, &document)) {
+  LiveFile document;
+  if (ReportsFolder(options).Find(Kind::document, versions.front().model, std::string(kestor::kExtensaoRelatorio),
+                                  &document)) {
     answer.AddNote(
         "there is a document of its name: the next command for the second generation drops the first-generation "
         "model again, unless that is deleted first");
@@ -144,46 +101,48 @@ void Restore(const RestoreOptions& options, Answer& answer) {
 
 // ---- Undoing -------------------------------------------------------------------------------------------------------
 
-// Whether a file is the one that took the version's place.
-bool IsSuccessor(const struct stat& file, const Version& version) {
-  if (version.after == After::overwritten) {
-    // The file keeps no mark of it; an operation takes no longer than this.
-    constexpr std::int64_t kLongest = 2'000'000'000;
-    const auto begun = std::chrono::duration_cast<std::chrono::nanoseconds>(version.time.time_since_epoch()).count();
-    return std::abs(history::Nanoseconds(file.st_mtim) - begun) <= kLongest;
-  }
-  return version.after != After::gone && static_cast<std::uint64_t>(file.st_size) == version.sizeAfter &&
-         history::Nanoseconds(file.st_mtim) == version.timeAfter;
-}
-
-bool Holds(const fs::path& path, const struct stat& file, const std::string& content) {
-  if (static_cast<std::size_t>(file.st_size) != content.size()) return false;
+bool Holds(const LiveFile& file, const std::string& content) {
+  if (static_cast<std::size_t>(file.status.st_size) != content.size()) return false;
   try {
-    return ReadInput(path.string(), content.size()) == content;
+    return ReadInput(file.path.string(), content.size()) == content;
   } catch (const LocalFailure&) {
     return false;
   }
 }
 
 // One operation that is taken back, a model after the other: whatever happens meanwhile, no model is half taken back,
-// and the next undo goes on with the rest.
+// and what failed can be tried again.
 class Undoing {
  public:
-  Undoing(const StoreOptions& store, Answer& answer)
-      : store_(store), history_(RequireHistory().folder), folder_(store), stores_(store), answer_(answer) {
+  // `all`: the versions of the module and component, also of operations that are taken back already.
+  Undoing(const StoreOptions& store, const Versions& all, Answer& answer)
+      : store_(store),
+        all_(all),
+        history_(RequireHistory().folder),
+        folder_(store),
+        stores_(store),
+        answer_(answer),
+        operations_(all) {
+    history::RemoveUndone(history_, Module(), Component(), &operations_);
+    answer_.data["operation"] = nullptr;
     for (const char* member : {"restored", "deleted", "left"})
       answer_.data[member] = nlohmann::ordered_json::array();
   }
 
-  void Run(const Versions& versions) {
-    std::map<std::string, Versions> models;
-    for (const Version& version : versions)
-      models[text::Upper(text::FromUtf8(version.model))].push_back(version);
-    for (const auto& [key, ofModel] : models) {
-      UndoModel(ofModel);
-      NoteOwn(ofModel.front().model);
+  // Operations after which everything is already as it was before them are passed over.
+  void Run() {
+    Version last;
+    while (!didSomething_) {
+      if (operations_.empty())
+        throw LocalFailure("the history knows of no operation on these models that is not taken back");
+      last = operations_.back();
+      Versions versions;
+      for (; !operations_.empty() && operations_.back().IsOfOperation(last); operations_.pop_back())
+        versions.insert(versions.begin(), operations_.back());
+      Undo(versions);
     }
-    history::NoteUndone(history_, Module(), Component(), versions.front());
+    answer_.data["operation"] = {{"when", WhenOf(last)}, {"user", UserName(last.user)}, {"what", WhatOf(last)}};
+    answer_.output.insert(0, WhatOf(last) + " by " + UserName(last.user) + " at " + WhenOf(last) + ":\n");
     if (comesBack_) WarnOfMigration(answer_);
   }
 
@@ -191,54 +150,113 @@ class Undoing {
   std::string Module() const { return text::FromUtf8(store_.module); }
   std::string Component() const { return text::FromUtf8(store_.component); }
 
+  void Undo(const Versions& versions) {
+    std::map<std::string, Versions> models;
+    for (const Version& version : versions)
+      models[text::Upper(text::FromUtf8(version.model))].push_back(version);
+    for (const auto& [key, ofModel] : models) {
+      spellings_ = {ofModel.front().model};
+      UndoModel(ofModel);
+      for (const std::string& model : spellings_)
+        NoteOwn(model);
+    }
+    if (!failed_) Note(versions.front());
+  }
+
+  struct Step {
+    const Version* version;
+    std::string content;  // that is stored, or of the document that goes
+  };
+
   // All that is to be stored is read before anything is changed.
   void UndoModel(const Versions& versions) {
-    std::vector<std::pair<const Version*, std::string>> stored;
-    std::vector<const Version*> made;
+    std::vector<Step> stored;
+    std::vector<Step> made;
     for (const Version& version : versions) {
-      struct stat file = {};
-      fs::path path;
-      const bool isThere = folder_.Find(version, &file, &path);
-      if (version.after == After::made) {
-        if (isThere && !IsSuccessor(file, version)) return Leave(versions, "its document has changed since");
-        if (isThere) made.push_back(&version);
-        continue;
-      }
+      LiveFile file;
+      const bool isThere = folder_.Find(version, &file);
+      if (isThere) spellings_.insert(file.model);
+      const bool isMade = version.after == After::made;
+      if (isMade && !isThere) continue;
       std::string content;
       try {
-        content = Content(version);
+        if (!isMade) content = Content(version);
+        if (isThere && file.model == version.model && !isMade && Holds(file, content)) continue;
+        if (isThere && version.after == After::gone) return Leave(versions, "there is one again");
+        if (!isThere && version.after != After::gone) return Leave(versions, "it has been deleted since");
+        if (isThere && !IsSuccessor(file, version))
+          return Leave(versions, isMade ? "its document has changed since" : "it has changed since");
+        if (isMade) content = ReadInput(file.path.string(), static_cast<std::size_t>(file.status.st_size));
       } catch (const LocalFailure& failure) {
         return Leave(versions, failure.what());
       }
-      if (isThere && Holds(path, file, content)) continue;
-      if (isThere && version.after == After::gone) return Leave(versions, "there is one again");
-      if (!isThere && version.after != After::gone) return Leave(versions, "it has been deleted since");
-      if (isThere && !IsSuccessor(file, version)) return Leave(versions, "it has changed since");
-      stored.emplace_back(&version, std::move(content));
+      (isMade ? made : stored).push_back({&version, std::move(content)});
     }
-    for (const Version* version : made) {
-      if (!stores_.Delete(StoreName(*version), answer_)) return LeaveFailed(versions);
-      answer_.output += "deleted: " + text::Presentable(StoreName(*version)) + " (document)\n";
-      answer_.data["deleted"].push_back(StoreName(*version));
+    for (const Step& step : made)
+      if (!stores_.Delete(StoreName(*step.version), answer_)) return LeaveFailed(versions);
+    for (const Step& step : stored) {
+      const bool mustBeNew = step.version->after == After::gone;
+      if (stores_.Store(*step.version, step.content, mustBeNew, answer_)) {
+        Tell("restored", *step.version, answer_);
+        didSomething_ = true;
+        comesBack_ = comesBack_ || KindOf(*step.version) == Kind::firstGeneration;
+        if (KindOf(*step.version) == Kind::document && mustBeNew)
+          NoteHidden(stores_, StoreName(*step.version), answer_);
+        continue;
+      }
+      LeaveFailed(versions);
+      // A document that went for nothing comes back.
+      Answer ignored;
+      for (const Step& document : made)
+        if (&step == stored.data()) stores_.Store(*document.version, document.content, true, ignored);
+      return;
     }
-    for (auto& [version, content] : stored) {
-      if (!stores_.Store(*version, std::move(content), version->after == After::gone, answer_))
-        return LeaveFailed({*version});
-      Tell("restored", *version, answer_);
-      comesBack_ = comesBack_ || KindOf(*version) == Kind::firstGeneration;
-      if (KindOf(*version) == Kind::document && version->after == After::gone)
-        NoteHidden(stores_, StoreName(*version), answer_);
+    for (const Step& step : made) {
+      answer_.output += "deleted: " + text::Presentable(StoreName(*step.version)) + " (document)\n";
+      answer_.data["deleted"].push_back(StoreName(*step.version));
+      didSomething_ = true;
     }
+  }
+
+  // Whether a file is the one that took the version's place, or has become that again because what came after it is
+  // taken back: then it holds what the history has kept of that one.
+  bool IsSuccessor(const LiveFile& file, const Version& version) const {
+    const bool isMarked = version.after == After::replaced || version.after == After::made;
+    if (isMarked && static_cast<std::uint64_t>(file.status.st_size) == version.sizeAfter &&
+        history::Nanoseconds(file.status.st_mtim) == version.timeAfter) {
+      return true;
+    }
+    // A file that was overwritten keeps no mark of it; an operation takes no longer than this.
+    constexpr std::int64_t kLongest = 2'000'000'000;
+    const auto begun = std::chrono::duration_cast<std::chrono::nanoseconds>(version.time.time_since_epoch()).count();
+    if (version.after == After::overwritten && std::abs(history::Nanoseconds(file.status.st_mtim) - begun) <= kLongest)
+      return true;
+    for (const Version& later : all_) {
+      if (later.time <= version.time || later.after == After::made || !AreOfOneFile(later, version)) continue;
+      const bool isThat = !isMarked || (later.size == version.sizeAfter && later.written == version.timeAfter);
+      if (isThat && Holds(file, Content(later))) return true;
+      if (!isMarked) return false;  // only the next one is what the overwriting has made
+    }
+    return false;
+  }
+
+  void Note(const Version& operation) {
+    const int error = history::NoteUndone(history_, Module(), Component(), operation);
+    if (error == 0) return;
+    answer_.AddNote(
+        "that this was taken back cannot be noted in the history, so the next undo does not go on from there: " +
+        std::system_category().message(error));
+    answer_.incomplete = true;
   }
 
   // What has been stored and deleted for this is nothing that anybody wants to take back.
-  void NoteOwn(const std::string& model) const {
-    for (const Version& own : history::FindVersions(history_, Module(), Component(), nullptr, model)) {
-      if (own.time >= begun_ && own.user == geteuid()) history::NoteUndone(history_, Module(), Component(), own);
-    }
+  void NoteOwn(const std::string& model) {
+    for (const Version& own : history::FindVersions(history_, Module(), Component(), nullptr, model))
+      if (own.time >= begun_ && own.user == geteuid()) Note(own);
   }
 
   void LeaveFailed(const Versions& versions) {
+    failed_ = true;
     Leave(versions, answer_.detail.empty() ? kestor::ResultCode(answer_.result) : answer_.detail);
     answer_.result = S_OK;
     answer_.detail.clear();
@@ -252,28 +270,27 @@ class Undoing {
       answer_.data["left"].push_back({{"model", StoreName(version)}, {"kind", kind}, {"reason", reason}});
     }
     answer_.incomplete = true;
+    didSomething_ = true;
   }
 
   const StoreOptions store_;
+  const Versions& all_;
   const fs::path history_;
   const history::Time begun_ = std::chrono::time_point_cast<std::chrono::microseconds>(history::Clock::now());
   const ReportsFolder folder_;
   Stores stores_;
   Answer& answer_;
-  bool comesBack_ = false;  // a first-generation model
+  Versions operations_;              // what is left of them
+  std::set<std::string> spellings_;  // of the model that is being taken back
+  bool comesBack_ = false;           // a first-generation model
+  bool didSomething_ = false;        // that people see
+  bool failed_ = false;              // something could not be stored or deleted
 };
 
 void Undo(const StoreOptions& options, Answer& answer) {
-  Versions versions = FindVersions(options, answer);
+  const Versions all = FindVersions(options, answer);
   if (answer.incomplete) throw LocalFailure("not all of the history can be read, so what came last is not known");
-  history::RemoveUndone(RequireHistory().folder, text::FromUtf8(options.module), text::FromUtf8(options.component),
-                        &versions);
-  if (versions.empty()) throw LocalFailure("the history knows of no operation on these models that is not taken back");
-  const Version last = versions.back();
-  std::erase_if(versions, [&](const Version& one) { return !one.IsOfOperation(last); });
-  answer.data["operation"] = {{"when", WhenOf(last)}, {"user", UserName(last.user)}, {"what", WhatOf(last)}};
-  answer.output = WhatOf(last) + " by " + UserName(last.user) + " at " + WhenOf(last) + ":\n";
-  Undoing(options, answer).Run(versions);
+  Undoing(options, all, answer).Run();
 }
 
 }  // namespace

@@ -260,7 +260,10 @@ void SetUp(const SetupOptions& options, Answer& answer) {
     reports = attempted.front().place.folder;
     if (shared) shared->RequirePossible(attempted.front().place.folder);
   }
-  RequirePossible(options.history, reports);
+  HistoryWish history = options.history;
+  if (std::string former; CCaminhosInstalacao::BuscaCaminhoRelatorios(former) == 0)
+    history.formerReports = PlaceOf(former).folder;
+  RequirePossible(history, reports);
   const fs::path server = FindServer();
   const bool madeHome = !fs::exists(home.Folder());
 
@@ -284,7 +287,7 @@ void SetUp(const SetupOptions& options, Answer& answer) {
   } else {
     TellInstalledFolders(answer);
   }
-  EnterHistory(options.history, ReportsFolder(), shared ? &*shared : nullptr, answer);
+  EnterHistory(history, ReportsFolder(), shared ? &*shared : nullptr, answer);
   RegisterServer(server);
   answer.data["shared"] = nullptr;
   if (shared) TellSharing(*shared, shared->Share(entries.front().place.folder), answer);

@@ -265,6 +265,11 @@ int ChangeMode(const Descriptor& file, mode_t mode) {
   return Repeat({"fchmod", file.Number()}, [&] { return fchmod(file.Number(), mode); });
 }
 
+int ChangeTime(const Descriptor& file, const struct timespec& changed) {
+  const struct timespec times[] = {{0, UTIME_OMIT}, changed};
+  return Repeat({"futimens", file.Number()}, [&] { return futimens(file.Number(), times); });
+}
+
 int ChangeOwner(const Descriptor& file, uid_t user, gid_t group) {
   return Repeat({"fchown", file.Number()}, [&] { return fchown(file.Number(), user, group); });
 }

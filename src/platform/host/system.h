@@ -92,6 +92,7 @@ int Sync(const Descriptor& fileOrFolder);
 int SyncData(const Descriptor& file);
 void ForgetContent(const Descriptor& file);  // what this machine keeps in memory of what it has read
 int ChangeMode(const Descriptor& file, mode_t mode);
+int ChangeTime(const Descriptor& file, const struct timespec& changed);  // of the last change of the content
 int ChangeOwner(const Descriptor& file, uid_t user, gid_t group);
 int GetAttribute(const Descriptor& file, const char* name, std::string* value);  // ENODATA when it has none
 int SetAttribute(const Descriptor& file, const char* name, const std::string& value);
