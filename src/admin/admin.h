@@ -52,7 +52,9 @@ struct Pair {
 };
 
 struct Inventory {
-  std::string folder;  // the reports folder, a path of the desktop platform; code page 1252
+  std::string module;     // what was asked for; empty: all
+  std::string component;  // of the module; empty: all
+  std::string folder;     // the reports folder, a path of the desktop platform; code page 1252
   std::vector<Pair> pairs;
   std::vector<Model> models;        // those of a pair one after the other, in the order of the pairs
   std::vector<Model> unassigned;    // files that belong to no pair, without a name
@@ -64,6 +66,10 @@ struct Inventory {
 // the only pair is the one named, and the models are those that its stores list; nothing is unassigned. Throws Failure
 // when the registry names no reports folder or no folder of the module, or the reports folder cannot be read.
 Inventory TakeInventory(const std::string& module = {}, const std::string& component = {});
+
+// Whether the file is the one that a program reads when it asks for the model by its listed name: letter case aside, a
+// name with more than one dot is another file's.
+bool IsReadByItsName(const Inventory& inventory, const Model& model);
 
 // The files beside the first-generation models of the inventory's pairs, export settings and filters, as if they were
 // models; also those without their model.

@@ -63,7 +63,7 @@ class FolderCheck {
       struct stat status = {};
       if (host::StatLinkWithTimes(folder_.Number(), name, &status) != 0) continue;
       if (name.starts_with(kHidden)) {
-        CheckLeftover(name, status);
+        if (S_ISREG(status.st_mode)) CheckLeftover(name, status);
       } else if (Concerns(name)) {
         CheckName(name, status);
       }
@@ -72,18 +72,22 @@ class FolderCheck {
     CheckCompanions();
   }
 
+  bool HasRenamed() const { return hasRenamed_; }
+
  private:
   void Find(const std::string& name, std::string problem, std::string remedy, std::string mended = {}) const {
     visitor_.found({Quoted(name), std::move(problem), std::move(remedy), std::move(mended)});
   }
 
-  // Of a single pair only the files that begin with its codes, which are plain in every encoding, and the record files.
+  // Of the module, or module and component, that were asked for only the files that begin with the codes, which are
+  // plain in every encoding, and the record files.
   bool Concerns(const std::string& name) const {
-    if (inventory_.pairs.size() != 1 || text::EndsWithNoCase(name, kRecords)) return true;
-    const Pair& pair = inventory_.pairs.front();
+    if (inventory_.module.empty() || text::EndsWithNoCase(name, kRecords)) return true;
+    const std::string module = text::FromUtf8(inventory_.module);
+    const std::string component = text::FromUtf8(inventory_.component);
     const std::string upper = text::Upper(name);
-    const std::string codes = text::Upper(text::FromUtf8(pair.module + pair.component));
-    return upper.starts_with(codes) || upper.starts_with(pair.codes);
+    return upper.starts_with(text::Upper(module + component)) ||
+           upper.starts_with(text::Upper(kestor::ModuloRel(module) + kestor::ComponenteRel(component)));
   }
 
   void CheckLeftover(const std::string& name, const struct stat& status) const {
@@ -92,14 +96,21 @@ class FolderCheck {
     Find(name, "a killed writer has left it", "--fix removes it", removed ? "removed" : "");
   }
 
-  void CheckName(const std::string& name, const struct stat& status) {
+  void CheckName(const std::string& found, const struct stat& status) {
+    std::string name = found;
+    if (const std::string intended = IntendedName(name); !intended.empty()) {
+      if (CheckIntended(name, intended)) name = intended;
+    } else if (!text::IsValidUtf8(name)) {
+      Find(name, "no program can see it: its name comes from another system, and what it means cannot be told",
+           "give it another name");
+    } else if (std::string any; !text::FromUtf8Exactly(name, &any)) {
+      Find(name, "no program can see it: code page 1252 lacks a character of its name", "give it another name");
+    } else if (name.find_first_of("\"*:<>?\\|") != name.npos || name.ends_with('.') || name.ends_with(' ') ||
+               std::any_of(name.begin(), name.end(), [](unsigned char one) { return one < ' '; })) {
+      Find(name, "no program can see it: the desktop has no such names", "give it another name");
+    }
     std::string ansi;
     const bool isPlatformName = text::FromUtf8Exactly(name, &ansi);
-    if (const std::string intended = IntendedName(name); !intended.empty()) {
-      CheckIntended(name, intended);
-    } else if (!isPlatformName) {
-      Find(name, "no program can see it: code page 1252 lacks a character of its name", "give it another name");
-    }
     if (S_ISDIR(status.st_mode)) return;  // as a model it cannot be read
     if (S_ISLNK(status.st_mode)) {
       struct stat target = {};
@@ -111,17 +122,20 @@ class FolderCheck {
     }
   }
 
-  void CheckIntended(const std::string& name, const std::string& intended) {
+  // Whether it has that name now.
+  bool CheckIntended(const std::string& name, const std::string& intended) {
     const std::string problem =
         "no program can see it: its name comes from another system and means " + Quoted(intended);
     const std::string key = text::Upper(text::FromUtf8(intended));
     if (spellings_.contains(key)) {
       Find(name, problem, "there is a file of that name: look which of the two is to stay");
-      return;
+      return false;
     }
     const bool renamed = mends_ && host::RenameToFreeName(folder_, name, folder_, intended) == 0;
     if (renamed) spellings_[key].push_back(intended);
+    hasRenamed_ = hasRenamed_ || renamed;
     Find(name, problem, "--fix gives it that name", renamed ? "renamed to " + Quoted(intended) : "");
+    return renamed;
   }
 
   void CheckRights(const std::string& name, const struct stat& status) const {
@@ -187,6 +201,7 @@ class FolderCheck {
   struct stat place_ = {};
   std::vector<std::string> names_;
   std::map<std::string, std::vector<std::string>> spellings_;  // by upper case, in code page 1252
+  bool hasRenamed_ = false;
 };
 
 // ---- The models ----------------------------------------------------------------------------------------------------
@@ -203,7 +218,12 @@ class ModelCheck {
   void Run() {
     std::size_t done = 0;
     for (const Model& model : inventory_.models) {
-      if (model.generation == Generation::second) {
+      if (!IsReadByItsName(inventory_, model)) {
+        visitor_.found({Quoted(text::ToUtf8(model.file)),
+                        "it is listed as " + Quoted(model.name) + ", under which no program reads it",
+                        "give it a name with one dot",
+                        {}});
+      } else if (model.generation == Generation::second) {
         CheckDocument(model);
       } else {
         CheckFirst(model);
@@ -227,10 +247,18 @@ class ModelCheck {
     visitor_.found({PlaceOf(inventory_.pairs[model.pair], model.name), std::move(problem), std::move(remedy), {}});
   }
 
+  // Whether the file can be read at all. What is in use or forbidden may be as good as it was.
+  bool CheckOpening(const Model& model) const {
+    std::string content;
+    const std::string trouble = ReadContent(inventory_.folder + model.file, &content);
+    if (!trouble.empty()) Find(model, "it cannot be looked at: " + trouble, "look again later, or see its rights");
+    return trouble.empty();
+  }
+
   void CheckDocument(const Model& model) {
     kestor::CDocRelatorio document;
     if (const std::string reason = reader_.Read(model, document); !reason.empty()) {
-      Find(model, "it cannot be read as a report document: " + reason, "kestorctl restore, or a backup");
+      if (CheckOpening(model)) Find(model, "it is no report document: " + reason, "kestorctl restore, or a backup");
       return;
     }
     if (kestor::ChaveRelatorio(document.nome) != kestor::ChaveRelatorio(text::FromUtf8(model.name))) {
@@ -240,7 +268,16 @@ class ModelCheck {
            "store it in its application once more");
     }
     const Catalogue& catalogue = reader_.CatalogueOf(model.pair);
-    if (!catalogue.trouble.empty()) return;
+    if (!catalogue.trouble.empty()) {
+      if (unknownFields_.insert(model.pair).second) {
+        const Pair& pair = inventory_.pairs[model.pair];
+        visitor_.found({pair.module + " " + pair.component,
+                        "the codes in its models are not looked at: " + catalogue.trouble,
+                        "see the field catalogue",
+                        {}});
+      }
+      return;
+    }
     for (const kestor::CampoEscolhido& column : document.camposEscolhidos.campos) {
       if (!column.fixo) CheckCode(model, catalogue, column.codigo, "a column", nullptr);
     }
@@ -269,7 +306,8 @@ class ModelCheck {
   void CheckFirst(const Model& model) {
     const kestor::CConteudoRel* content = nullptr;
     if (const std::string reason = reader_.Read(model, &content); !reason.empty()) {
-      Find(model, "it stays a first-generation model: " + reason, "kestorctl restore, or a backup");
+      if (CheckOpening(model))
+        Find(model, "it stays a first-generation model: " + reason, "kestorctl restore, or a backup");
     } else if (documents_.contains(KeyOf(model))) {
       Find(model, "it waits to be migrated, and there is a document of its name already: it will be dropped",
            "rename it first if it is to become a document");
@@ -304,13 +342,31 @@ class ModelCheck {
   const CheckVisitor& visitor_;
   Reader reader_;
   std::set<std::string> documents_;
+  std::set<std::size_t> unknownFields_;  // pairs whose catalogue cannot be read
 };
+
+void CheckModels(const Inventory& inventory, const CheckVisitor& visitor) {
+  ModelCheck(inventory, visitor).Run();
+  for (const std::string& reason : inventory.unread)
+    visitor.found({"field catalogues", reason, "see the folder", {}});
+  for (const Model& model : inventory.unassigned) {
+    visitor.found({Quoted(text::ToUtf8(model.file)),
+                   "no field catalogue of a module fits it",
+                   "bring the catalogue, or take it away",
+                   {}});
+  }
+}
 
 }  // namespace
 
 void Check(const Inventory& inventory, bool mends, const CheckVisitor& visitor) {
-  FolderCheck(inventory, mends, visitor).Run();
-  ModelCheck(inventory, visitor).Run();
+  FolderCheck names(inventory, mends, visitor);
+  names.Run();
+  if (names.HasRenamed()) {
+    CheckModels(TakeInventory(inventory.module, inventory.component), visitor);
+  } else {
+    CheckModels(inventory, visitor);
+  }
 }
 
 }  // namespace admin

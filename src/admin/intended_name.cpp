@@ -67,13 +67,48 @@ char16_t Letter850(unsigned char byte) {
   return u'\0';
 }
 
+bool IsWordByte(std::string_view bytes, std::size_t at) {
+  if (at >= bytes.size()) return false;  // also in front of the first
+  const auto byte = static_cast<unsigned char>(bytes[at]);
+  return byte >= 0x80 || (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z');
+}
+
+// Whether a byte is a sign of code page 1252 that names have: the degree sign and the apostrophe, which is a capital in
+// code page 850; the euro sign, dashes and quotation marks where they are not within a word.
+bool IsSign1252(std::string_view bytes, std::size_t at) {
+  const bool afterWord = IsWordByte(bytes, at - 1);
+  const bool beforeWord = IsWordByte(bytes, at + 1);
+  switch (static_cast<unsigned char>(bytes[at])) {
+    case 0xB0:
+    case 0x92:
+      return true;
+    case 0x80:
+    case 0x96:
+    case 0x97:
+      return !afterWord || !beforeWord;
+    case 0x91:
+    case 0x93:
+      return !afterWord;
+    case 0x94:
+      return !beforeWord && bytes.substr(0, at).find('\x93') != bytes.npos;
+    default:
+      return false;
+  }
+}
+
+bool IsIn1252(std::string_view bytes) {
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(bytes[i]);
+    const bool isLetter = byte < 0x80 || byte >= 0xC0 || byte == 0xAA || byte == 0xBA;
+    if (!isLetter && !IsSign1252(bytes, i)) return false;
+  }
+  return true;
+}
+
 // Letters of code page 1252 lie from 0xC0 on, those of code page 850 that names of files need mostly below 0xA8. Empty
 // when neither page says it all.
 std::u16string Decoded(std::string_view bytes) {
-  const auto isLetter1252 = [](unsigned char byte) {
-    return byte < 0x80 || byte >= 0xC0 || byte == 0xAA || byte == 0xBA;
-  };
-  if (std::all_of(bytes.begin(), bytes.end(), isLetter1252)) return text::ToUtf16(bytes);
+  if (IsIn1252(bytes)) return text::ToUtf16(bytes);
   std::u16string name;
   for (const char byte : bytes) {
     const char16_t letter = Letter850(static_cast<unsigned char>(byte));

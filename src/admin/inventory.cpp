@@ -148,6 +148,8 @@ class Assignment {
 
 Inventory TakeInventory(const std::string& module, const std::string& component) {
   Inventory inventory;
+  inventory.module = module;
+  inventory.component = component;
   std::string path;
   const bool namesModule = !module.empty();
   if (CCaminhosInstalacao::BuscaCaminhoRelatorios(inventory.folder) != 0 ||
@@ -171,6 +173,18 @@ Inventory TakeInventory(const std::string& module, const std::string& component)
   }
   assignment.Finish();
   return inventory;
+}
+
+bool IsReadByItsName(const Inventory& inventory, const Model& model) {
+  const std::string prefix = CodesOf(inventory.pairs[model.pair], model.generation);
+  const std::string name = text::FromUtf8(model.name);
+  const bool isExport = text::EndsWithNoCase(model.file, kestor::kExtensaoExportacao);
+  const bool isFilter = text::EndsWithNoCase(model.file, kestor::kExtensaoFiltro);
+  const std::string read = model.generation == Generation::second ? kestor::CaminhoRelatorioLido(prefix, name)
+                           : isExport                             ? kestor::CaminhoExportacao(prefix, name)
+                           : isFilter                             ? kestor::CaminhoFiltro(prefix, name)
+                                                                  : kestor::CaminhoRelLido(prefix, name);
+  return text::EqualNoCase(read, model.file);
 }
 
 std::vector<Model> CompanionsIn(const Inventory& inventory) {

@@ -62,14 +62,6 @@ void Check(const CheckOptions& options, Answer& answer) try {
   admin::Check(inventory, options.fix,
                {.found = [&](const admin::Problem& problem) { Tell(problem, answer); },
                 .progress = [&](std::size_t done, std::size_t total) { progress.Show(done, total); }});
-  for (const std::string& reason : inventory.unread)
-    Tell({"field catalogues", reason, "see the folder", {}}, answer);
-  for (const admin::Model& model : inventory.unassigned)
-    Tell({text::Presentable(text::ToUtf8(model.file)),
-          "no field catalogue of a module fits it",
-          "bring the catalogue, or take it away",
-          {}},
-         answer);
 } catch (const admin::Failure& failure) {
   throw LocalFailure(failure.what());
 }

@@ -3,6 +3,7 @@
 #include "common/nomes_arquivos.h"
 #include "explanation.h"
 #include "failure.h"
+#include "kept_versions.h"
 #include "marcacao/componente_marcacao.h"
 #include "model_options.h"
 #include "platform/home/home.h"
@@ -85,8 +86,50 @@ bool IsSameFile(const Place& a, const Place& b) {
          kestor::ChaveRelatorio(text::FromUtf8(a.model.name)) == kestor::ChaveRelatorio(text::FromUtf8(b.model.name));
 }
 
+void Enter(const Place& place) {
+  if (platform::Home::Current().Folder() != place.home) platform::Home::Use(place.home);
+  RequireHome();
+}
+
+struct File {
+  dev_t device = 0;
+  ino_t inode = 0;
+  bool hasFilter = false;  // beside it
+};
+
+// The file of a model that is there.
+std::optional<File> FileOf(const Place& place) {
+  Enter(place);
+  const ReportsFolder folder(place.model);
+  LiveFile found;
+  const std::string file = kestor::CaminhoRelatorioLido({}, text::FromUtf8(place.model.name));
+  const std::string name = text::ToUtf8(kestor::NomeDoModelo(file, 0));
+  if (!folder.Find(Kind::document, name, std::string(kestor::kExtensaoRelatorio), &found)) return {};
+  LiveFile filter;
+  const bool hasFilter = folder.Find(Kind::filter, found.model, std::string(kestor::kExtensaoFiltro), &filter);
+  return File{found.status.st_dev, found.status.st_ino, hasFilter};
+}
+
+// Codes that run together with names, and homes that share a folder, give one file several places. What it is moved to
+// must not be deleted as what it was moved from.
+bool IsOneFile(const std::optional<File>& a, const std::optional<File>& b) {
+  return a && b && a->device == b->device && a->inode == b->inode;
+}
+
 Place SourceOf(const CopyOptions& options) {
   return {platform::Home::Current().Folder(), static_cast<const ModelOptions&>(options)};
+}
+
+// A name that brings another extension along, or a path, is none that a program would list and read.
+void RequireReadable(const std::string& name) {
+  const std::string ansi = text::FromUtf8(name);
+  if (name.find_first_of("\"*/:<>?\\|") == name.npos &&
+      kestor::CaminhoRelatorioGravado({}, ansi) == kestor::CaminhoRelatorioLido({}, ansi) &&
+      kestor::ChaveRelatorio(kestor::NomeDoModelo(kestor::CaminhoRelatorioLido({}, ansi), 0)) ==
+          kestor::ChaveRelatorio(ansi)) {
+    return;
+  }
+  throw UsageError("no program would list or read a model called " + text::Presentable(name));
 }
 
 Place TargetOf(const CopyOptions& options) {
@@ -97,12 +140,9 @@ Place TargetOf(const CopyOptions& options) {
     target.model.component = options.to[1];
   }
   if (!options.newName.empty()) target.model.name = options.newName;
+  RequireReadable(options.name);
+  RequireReadable(target.model.name);
   return target;
-}
-
-void Enter(const Place& place) {
-  if (platform::Home::Current().Folder() != place.home) platform::Home::Use(place.home);
-  RequireHome();
 }
 
 bool Read(const Place& place, Copied* copied, Answer& answer) {
@@ -175,15 +215,18 @@ void Remove(const Place& place, bool isDefault, const std::string& newDefault, A
   const ReportStore store(place.model.module, place.model.component);
   if (!IsOpen(store, answer) || (isDefault && !SetDefault(store, newDefault, answer))) return;
   char deleted = 0;
-  Conclude(store->ExcluiRelatorio(ToBstr(place.model.name).get(), 0, &deleted), answer);
-  if (answer.result != S_OK || deleted == 0)
-    answer.AddNote("the model is stored where it is to be, but it is still where it was as well");
+  const HRESULT result = store->ExcluiRelatorio(ToBstr(place.model.name).get(), 0, &deleted);
+  Conclude(result, answer);
+  if (result == S_OK && deleted != 0) return;
+  if (isDefault) store->SetRelatorioPadrao(ToBstr(place.model.name).get());
+  answer.AddNote("the model is stored where it is to be, but it is still where it was as well");
 }
 
 void Copy(const CopyOptions& options, Answer& answer) {
   const Place from = SourceOf(options);
   const Place to = TargetOf(options);
-  if (IsSameFile(from, to)) throw UsageError("a new name, --to or --to-home is needed: a model is no copy of itself");
+  if (IsSameFile(from, to) || IsOneFile(FileOf(from), FileOf(to)))
+    throw UsageError("a new name, --to or --to-home is needed: a model is no copy of itself");
   Copied copied;
   if (!Read(from, &copied, answer)) return;
   Rename(from, to, &copied);
@@ -194,11 +237,15 @@ void Move(const CopyOptions& options, Answer& answer) {
   const Place from = SourceOf(options);
   const Place to = TargetOf(options);
   const bool isSame = IsSameFile(from, to);
-  if (isSame && from.model.name == to.model.name) throw UsageError("the model has that name and place already");
+  const std::optional<File> source = FileOf(from);
+  if (isSame ? from.model.name == to.model.name : IsOneFile(source, FileOf(to)))
+    throw UsageError("the model has that name and place already");
   Copied copied;
   if (!Read(from, &copied, answer)) return;
   Rename(from, to, &copied);
   if (!Write(to, copied, options.force || isSame, answer)) return;
+  if (!isSame && source && source->hasFilter)
+    answer.AddNote("the filter beside it stays where it was: kestorctl legacy filter");
   const bool isRenamed = options.to.empty() && options.home.empty();
   if (!isSame) {
     Remove(from, copied.isDefault, isRenamed ? to.model.name : std::string(), answer);
