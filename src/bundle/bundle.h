@@ -34,7 +34,7 @@ struct File {
   std::string sha256;  // 64 digits
 };
 
-// A document, or what there is of a first-generation model: itself, its export settings, its filter.
+// A document, or what there is of a first-generation model: itself, its export settings, its filter, in that order.
 struct Model {
   std::string name;  // as the store lists it
   std::vector<File> files;
@@ -63,7 +63,7 @@ class Writer {
   // Takes the content of a file; in the order of the manifest that Finish gets. Throws Failure when the disk is full.
   File Add(Kind kind, std::string_view content);
 
-  // Hands the archive to `take`. Throws Failure for codes and names that a bundle cannot hold.
+  // Hands the archive to `take`. Throws Failure for a manifest that a reader would refuse.
   void Finish(const Manifest& manifest, const std::function<void(std::string_view archive)>& take);
 
  private:

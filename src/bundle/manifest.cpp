@@ -90,7 +90,7 @@ std::uint64_t NumberOf(const Json& json, const char* member) {
   return number.get<std::uint64_t>();
 }
 
-// Each path may come once.
+// Each path may come once, whatever its letter case: the stores know no other.
 using Paths = std::set<std::string>;
 
 File FileOf(const Json& json, const Pair& pair, const Model* model, Paths* paths) {
@@ -101,7 +101,7 @@ File FileOf(const Json& json, const Pair& pair, const Model* model, Paths* paths
     throw Failure("a file is of a kind that is not known, \"" + text::Presentable(kind) + "\"");
   File file = {word->first, NumberOf(json, "bytes"), json.at("sha256").get<std::string>()};
   const std::string path = json.at("path").get<std::string>();
-  if (path != PathOf(pair, model, file.kind) || !paths->insert(path).second)
+  if (path != PathOf(pair, model, file.kind) || !paths->insert(text::Upper(text::FromUtf8(path))).second)
     throw Failure("\"" + text::Presentable(path) + "\" is not where a file of that model lies");
   if (file.bytes > kestor::kMaxConteudo + sizeof(std::uint16_t))
     throw Failure(text::Presentable(path) + " is larger than a model can be");
@@ -120,12 +120,12 @@ Model ModelOf(const Json& json, const Pair& pair, Paths* paths) {
   }
   for (const Json& file : json.at("files"))
     model.files.push_back(FileOf(file, pair, &model, paths));
-  const bool isDocument = !model.files.empty() && model.files.front().kind == Kind::document;
-  if (model.files.empty() || (isDocument && model.files.size() > 1) ||
-      (!isDocument && std::any_of(model.files.begin(), model.files.end(),
-                                  [](const File& file) { return file.kind == Kind::document; }))) {
+  bool isModel = !model.files.empty();
+  for (std::size_t i = 1; i < model.files.size(); ++i)
+    isModel = isModel && model.files[i - 1].kind != Kind::document && model.files[i - 1].kind < model.files[i].kind;
+  if (!isModel)
     throw Failure("\"" + text::Presentable(model.name) + "\" is neither a document nor a first-generation model");
-  }
+  const bool isDocument = model.files.front().kind == Kind::document;
   if (isDocument && model.files.front().bytes < sizeof(std::uint16_t))
     throw Failure("\"" + text::Presentable(model.name) + "\" is too short for a document");
   return model;

@@ -103,6 +103,7 @@ void Writer::Finish(const Manifest& manifest, const std::function<void(std::stri
   Archive archive(fileno(file.get()));
   const std::string text = TextOf(manifest);
   if (text.size() > kMostManifestBytes) throw Failure("there are too many models for one bundle");
+  ParseManifest(text);
   archive.Begin(kManifestName, text.size());
   archive.Write(text);
   const auto add = [&](const Pair& pair, const Model* model, const File& one) {

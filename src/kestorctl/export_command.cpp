@@ -81,7 +81,7 @@ class Export {
       Add(pair);
       progress.Show(pair + 1, inventory_.pairs.size());
     }
-    if (manifest_.pairs.empty()) throw LocalFailure("there is no model to be exported");
+    if (models_ == 0) throw LocalFailure("there is no model to be exported");
     writer_.Finish(manifest_, [&](std::string_view archive) { WriteOutput(output, archive); });
     answer_.output += summary_;
   }
@@ -111,39 +111,35 @@ class Export {
   }
 
   void Add(std::size_t which) {
-    // A first-generation model has its files together, whatever the letter case of their names.
-    std::vector<const admin::Model*> documents;
-    std::map<std::string, std::vector<const admin::Model*>> firstGeneration;
-    for (const admin::Model& model : inventory_.models) {
-      if (!IsWanted(model, which)) continue;
-      if (model.generation == Generation::second) {
-        documents.push_back(&model);
-      } else {
-        firstGeneration[KeyOf(model.name)].push_back(&model);
+    // A model has its files together, whatever the letter case of their names.
+    std::map<std::pair<bool, std::string>, std::vector<const admin::Model*>> models;  // the documents first
+    for (const std::vector<admin::Model>* files : {&inventory_.models, &companions_}) {
+      for (const admin::Model& file : *files) {
+        if (IsWanted(file, which)) models[{file.generation == Generation::first, KeyOf(file.name)}].push_back(&file);
       }
-    }
-    for (const admin::Model& companion : companions_) {
-      if (IsWanted(companion, which)) firstGeneration[KeyOf(companion.name)].push_back(&companion);
     }
 
     bundle::Pair pair;
     pair.module = inventory_.pairs[which].module;
     pair.component = inventory_.pairs[which].component;
-    if (documents.empty() && firstGeneration.empty()) return;
-    AddCatalogue(inventory_.pairs[which], &pair);
-    for (const admin::Model* document : documents)
-      AddModel({document}, &pair);
-    const std::size_t documentCount = pair.models.size();
-    for (const auto& [key, files] : firstGeneration)
-      AddModel(files, &pair);
     AddRecords(inventory_.pairs[which], &pair);
-    const std::size_t others = pair.models.size() - documentCount;
-    summary_ += pair.module + " " + pair.component + ": " + std::to_string(documentCount) +
-                (documentCount == 1 ? " document, " : " documents, ") + std::to_string(others) +
+    if (models.empty() && pair.hidden.empty()) return;
+    AddCatalogue(inventory_.pairs[which], &pair);
+    for (const auto& [key, files] : models)
+      AddModel(files, &pair);
+    const auto count = [&](Kind kind) {
+      return std::count_if(pair.models.begin(), pair.models.end(),
+                           [&](const bundle::Model& one) { return one.files.front().kind == kind; });
+    };
+    const auto documents = count(Kind::document);
+    const auto others = count(Kind::firstGeneration);
+    models_ += pair.models.size();
+    summary_ += pair.module + " " + pair.component + ": " + std::to_string(documents) +
+                (documents == 1 ? " document, " : " documents, ") + std::to_string(others) +
                 (others == 1 ? " first-generation model\n" : " first-generation models\n");
     answer_.data["pairs"].push_back({{"module", pair.module},
                                      {"component", pair.component},
-                                     {"documents", documentCount},
+                                     {"documents", documents},
                                      {"firstGeneration", others}});
     manifest_.pairs.push_back(std::move(pair));
   }
@@ -159,20 +155,24 @@ class Export {
   // Of files that differ in letter case alone the first comes along: no store reads the others.
   void AddModel(const std::vector<const admin::Model*>& files, bundle::Pair* pair) {
     bundle::Model model;
-    model.name = files.front()->name;
-    std::set<Kind> kinds;
+    std::map<Kind, const admin::Model*> ofKinds;
     for (const admin::Model* file : files) {
-      const Kind kind = KindOf(*file);
+      if (!admin::IsReadByItsName(inventory_, *file)) {
+        Leave(text::ToUtf8(file->file), "no program reads it by the name under which it is listed");
+      } else if (!ofKinds.emplace(KindOf(*file), file).second) {
+        Leave(text::ToUtf8(file->file), "another one's name differs in letter case alone");
+      }
+    }
+    for (const auto& [kind, file] : ofKinds) {
       std::string content;
       std::string trouble = admin::ReadContent(inventory_.folder + file->file, &content);
-      if (trouble.empty() && kinds.contains(kind)) trouble = "another one's name differs in letter case alone";
       if (trouble.empty() && kind == Kind::document && content.size() < sizeof(USHORT))
         trouble = "it is too short for a document";
       if (!trouble.empty()) {
         Leave(text::ToUtf8(file->file), trouble);
         continue;
       }
-      kinds.insert(kind);
+      if (model.files.empty()) model.name = file->name;
       model.files.push_back(writer_.Add(kind, content));
       const std::set<std::int32_t>& codes = codes_[file->file];
       model.codes.insert(model.codes.end(), codes.begin(), codes.end());
@@ -197,6 +197,7 @@ class Export {
   bundle::Manifest manifest_;
   bundle::Writer writer_;
   std::string summary_;
+  std::size_t models_ = 0;
 };
 
 void RunExport(const ExportOptions& options, Answer& answer) try {
@@ -204,6 +205,8 @@ void RunExport(const ExportOptions& options, Answer& answer) try {
   const kestor::ComponenteMarcacao markup;
   std::vector<std::string> selection = options.arguments;
   const std::string output = selection.back();
+  if (output.find_first_of("./") == output.npos)
+    throw UsageError("a file comes last, with a name such as models.tar, not " + output);
   selection.pop_back();
   const std::string module = selection.empty() ? std::string() : selection[0];
   const std::string component = selection.size() < 2 ? std::string() : selection[1];

@@ -26,8 +26,10 @@ using bundle::Model;
 constexpr const char* kFooter =
     R"(Stores the models of a bundle that "kestorctl export" has made: documents, and first-generation models with their export
 settings and filters. A model that is there already is replaced, unless --no-overwrite is given; the history keeps what was
-there. A model is stored with all of its files or not at all, and files that the bundle lacks stay. The default report
-becomes that of the bundle, and its deleted demonstration models are hidden here as well, unless there is a model of that name.
+there. A model is stored with all of its files or not at all, and files that the bundle lacks stay; when the command is killed
+in between, there may be export settings or a filter of a model that is not stored. The default report becomes that of the
+bundle, and its deleted demonstration models are hidden here as well, unless there is a model of that name. A first-generation
+model whose name a document has is left: the next migration would drop it.
 
 Before anything is stored the whole bundle is read: one whose files are not those that its manifest tells, by name, length
 and SHA-256, is refused. Then follows which field codes the models use that the field catalogue here lacks. The catalogue
@@ -102,12 +104,7 @@ class Target {
 
   // The file that the version would replace, a path of the desktop platform; empty when there is none.
   std::string FileOf(const history::Version& version) const {
-    const std::string module = text::FromUtf8(store_.module);
-    const std::string component = text::FromUtf8(store_.component);
-    const std::string codes = KindOf(version) == Kind::document
-                                  ? module + component
-                                  : kestor::ModuloRel(module) + kestor::ComponenteRel(component);
-    const auto file = files_.find(text::Upper(codes + text::FromUtf8(version.model + version.extension)));
+    const auto file = files_.find(text::Upper(NameOf(version)));
     return file == files_.end() ? std::string() : inventory_.folder + file->second;
   }
 
@@ -115,8 +112,34 @@ class Target {
     return std::any_of(model.files.begin(), model.files.end(),
                        [&](const File& file) { return !FileOf(VersionOf(model, file)).empty(); });
   }
+  bool HasDocument(const std::string& name) const { return Has({name, {File()}, {}}); }
+
+  // Remembers that the model is there now.
+  void Note(const Model& model) {
+    for (const File& file : model.files) {
+      const std::string name = NameOf(VersionOf(model, file));
+      files_.emplace(text::Upper(name), name);
+    }
+  }
+
+  // What waits to be migrated counts as migrated: the store of documents will do that when it is opened.
+  void ForetellMigration() {
+    for (const admin::Model& model : inventory_.models) {
+      if (model.generation == admin::Generation::first && !HasDocument(model.name)) Note({model.name, {File()}, {}});
+    }
+  }
 
  private:
+  // Of the file, in code page 1252.
+  std::string NameOf(const history::Version& version) const {
+    const std::string module = text::FromUtf8(store_.module);
+    const std::string component = text::FromUtf8(store_.component);
+    const std::string codes = KindOf(version) == Kind::document
+                                  ? module + component
+                                  : kestor::ModuloRel(module) + kestor::ComponenteRel(component);
+    return codes + text::FromUtf8(version.model + version.extension);
+  }
+
   const StoreOptions store_;
   admin::Inventory inventory_;
   std::map<std::string, std::string> files_;  // by their names in capitals
@@ -140,21 +163,22 @@ class Import {
     Visit("reading", [](const bundle::Pair&, const Model&, std::vector<std::string>&) {});
     for (const auto& [pair, target] : targets_)
       TellUnknownCodes(*pair, *target);
+    if (!options_.dryRun) TellSoFar(answer_);
+    for (const auto& [pair, target] : targets_)
+      Begin(*pair, *target);
     if (options_.dryRun) {
-      for (const bundle::Pair& pair : bundle_.Contents().pairs)
-        if (targets_.contains(&pair)) Foretell(pair);
-      return;
+      for (const auto& [pair, target] : targets_) {
+        for (const Model& model : pair->models)
+          if (IsWanted(model)) Store(*target, model, nullptr);
+      }
+    } else {
+      Visit("importing", [&](const bundle::Pair& pair, const Model& model, std::vector<std::string>& contents) {
+        Store(*targets_.at(&pair), model, &contents);
+      });
     }
-    TellSoFar(answer_);
-    const bundle::Pair* last = nullptr;
-    Visit("importing", [&](const bundle::Pair& pair, const Model& model, std::vector<std::string>& contents) {
-      if (last != &pair) Hide(pair);
-      // The store of documents may have migrated what was there of the first generation.
-      if (!IsDocument(model) && lookedAgain_.insert(&pair).second) targets_.at(&pair)->Look();
-      last = &pair;
-      Store(pair, model, contents);
-    });
-    if (storesFirstGeneration_) WarnOfMigration(answer_);
+    for (const auto& [pair, target] : targets_)
+      SetDefault(*pair, *target);
+    if (storesFirstGeneration_ && !options_.dryRun) WarnOfMigration(answer_);
   }
 
  private:
@@ -178,7 +202,7 @@ class Import {
       targets_.emplace(&pair, std::make_unique<Target>(StoreOptions{isElsewhere ? options_.as[0] : pair.module,
                                                                     isElsewhere ? options_.as[1] : pair.component}));
     }
-    if (targets_.empty() || chosen_ == 0) throw LocalFailure("the bundle has none of these models");
+    if (chosen_ == 0) throw LocalFailure("the bundle has none of these models");
     for (std::size_t i = 2; i < options_.only.size(); ++i) {
       if (!found.contains(KeyOf(options_.only[i])))
         throw LocalFailure("the bundle has no model " + text::Presentable(options_.only[i]));
@@ -265,31 +289,26 @@ class Import {
 
   // ---- What is done ------------------------------------------------------------------------------------------------
 
-  void Foretell(const bundle::Pair& pair) {
-    Hide(pair);
-    for (const Model& model : pair.models) {
-      Target& target = *targets_.at(&pair);
-      if (!IsWanted(model) || StaysAsItIs(target, model)) continue;
-      TellStored(target, model, target.Has(model));
-      SetDefault(pair, model, target);
+  // The store of documents migrates what waits, so it is opened before anybody looks what is there. It stays closed
+  // where it is not needed, and what has come of the first generation stays as it is.
+  void Begin(const bundle::Pair& pair, Target& target) {
+    const bool needsDocuments = std::any_of(pair.models.begin(), pair.models.end(),
+                                            [&](const Model& model) { return IsWanted(model) && IsDocument(model); }) ||
+                                (names_.empty() && (!pair.hidden.empty() || !pair.defaultReport.empty()));
+    if (needsDocuments && options_.dryRun) target.ForetellMigration();
+    if (needsDocuments && !options_.dryRun) {
+      if (target.Models().Documents(answer_) == nullptr) TakeReason();  // each document will say so
+      target.Look();
     }
-  }
-
-  bool StaysAsItIs(Target& target, const Model& model) {
-    if (!options_.keepExisting || !target.Has(model)) return false;
-    Leave(target, model.name, KindsOf(model), "there is one already");
-    return true;
+    if (names_.empty()) Hide(pair, target);
   }
 
   // A name is remembered when a model of that name is deleted, so one is made for it.
-  void Hide(const bundle::Pair& pair) {
+  void Hide(const bundle::Pair& pair, Target& target) {
     constexpr const char* kWhat = "deleted demonstration model";
-    if (!names_.empty()) return;
-    Target& target = *targets_.at(&pair);
     for (const std::string& name : pair.hidden) {
-      const Model model = {name, {File()}, {}};
       if (target.Records().hidden.contains(KeyOf(name))) continue;
-      if (target.Has(model)) {
+      if (target.HasDocument(name)) {
         Leave(target, name, kWhat, "there is a model of that name");
         continue;
       }
@@ -313,36 +332,43 @@ class Import {
     return answer_.result == S_OK && deleted != 0;
   }
 
-  void Store(const bundle::Pair& pair, const Model& model, std::vector<std::string>& contents) {
-    Target& target = *targets_.at(&pair);
-    if (StaysAsItIs(target, model)) return;
+  // `contents`: null in a dry run.
+  void Store(Target& target, const Model& model, const std::vector<std::string>* contents) {
     const bool replaces = target.Has(model);
-    try {
-      for (std::size_t i = 0; i < contents.size(); ++i)
-        RequireStorable(VersionOf(model, model.files[i]), contents[i]);
-      if (const std::string reason = StoreAll(target, model, contents); !reason.empty())
+    const bool isFirst = model.files.front().kind == bundle::Kind::firstGeneration;
+    if (options_.keepExisting && replaces) return Leave(target, model.name, KindsOf(model), "there is one already");
+    if (isFirst && target.HasDocument(model.name)) {
+      return Leave(target, model.name, KindsOf(model),
+                   "there is a document of that name, for which the next migration would drop it");
+    }
+    if (contents != nullptr) {
+      if (const std::string reason = StoreAll(target, model, *contents); !reason.empty())
         return Leave(target, model.name, KindsOf(model), reason);
-    } catch (const LocalFailure& failure) {
-      return Leave(target, model.name, KindsOf(model), failure.what());
     }
     TellStored(target, model, replaces);
-    storesFirstGeneration_ = storesFirstGeneration_ || !IsDocument(model);
-    SetDefault(pair, model, target);
+    target.Note(model);
+    storesFirstGeneration_ = storesFirstGeneration_ || isFirst;
   }
 
-  // All files or none: what has been stored goes back to what it was. Returns why none is; empty when all are.
-  std::string StoreAll(Target& target, const Model& model, const std::vector<std::string>& contents) {
+  // All files or none: what has been stored goes back to what it was. The model itself comes last, so that none is
+  // there without what lies beside it. Returns why nothing is stored; empty when all is.
+  std::string StoreAll(Target& target, const Model& model, const std::vector<std::string>& contents) try {
     std::vector<std::optional<std::string>> before(model.files.size());
-    for (std::size_t i = 0; i < model.files.size() && model.files.size() > 1; ++i) {
-      const std::string path = target.FileOf(VersionOf(model, model.files[i]));
-      if (path.empty()) continue;
-      if (const std::string trouble = admin::ReadContent(path, &before[i].emplace()); !trouble.empty()) return trouble;
-    }
     for (std::size_t i = 0; i < model.files.size(); ++i) {
-      if (target.Models().Store(VersionOf(model, model.files[i]), contents[i], options_.keepExisting, answer_))
-        continue;
+      const history::Version version = VersionOf(model, model.files[i]);
+      RequireStorable(version, contents[i]);
+      const std::string path = target.FileOf(version);
+      if (path.empty() || model.files.size() == 1) continue;
+      if (const std::string trouble = admin::ReadContent(path, &before[i].emplace()); !trouble.empty()) return trouble;
+      history::Version there = version;
+      there.file = text::ToUtf8(path);
+      RequireStorable(there, *before[i]);
+    }
+    for (std::size_t i = model.files.size(); i-- > 0;) {
+      const bool mustBeNew = options_.keepExisting || (model.files.size() > 1 && !before[i]);
+      if (target.Models().Store(VersionOf(model, model.files[i]), contents[i], mustBeNew, answer_)) continue;
       std::string reason = TakeReason();
-      while (i-- > 0) {
+      for (++i; i < model.files.size(); ++i) {
         const history::Version version = VersionOf(model, model.files[i]);
         const bool isBack = before[i] ? target.Models().Store(version, *before[i], false, answer_)
                                       : target.Models().DeleteFile(version, answer_);
@@ -351,22 +377,23 @@ class Import {
       return reason;
     }
     return {};
+  } catch (const LocalFailure& failure) {
+    return failure.what();
   }
 
-  void SetDefault(const bundle::Pair& pair, const Model& model, Target& target) {
-    if (!names_.empty() || !IsDocument(model) || pair.defaultReport.empty() ||
-        KeyOf(model.name) != KeyOf(pair.defaultReport) || KeyOf(target.Records().defaultReport) == KeyOf(model.name)) {
-      return;
-    }
+  void SetDefault(const bundle::Pair& pair, Target& target) {
     constexpr const char* kWhat = "default report";
+    const std::string& name = pair.defaultReport;
+    if (!names_.empty() || name.empty() || KeyOf(target.Records().defaultReport) == KeyOf(name)) return;
     if (options_.keepExisting && !target.Records().defaultReport.empty())
-      return Leave(target, model.name, kWhat, "there is one already");
+      return Leave(target, name, kWhat, "there is one already");
+    if (!target.HasDocument(name)) return Leave(target, name, kWhat, "there is no such document");
     if (!options_.dryRun) {
       ReportStore* const store = target.Models().Documents(answer_);
-      if (store != nullptr) Conclude((*store)->SetRelatorioPadrao(ToBstr(model.name).get()), answer_);
-      if (store == nullptr || answer_.result != S_OK) return Leave(target, model.name, kWhat, TakeReason());
+      if (store != nullptr) Conclude((*store)->SetRelatorioPadrao(ToBstr(name).get()), answer_);
+      if (store == nullptr || answer_.result != S_OK) return Leave(target, name, kWhat, TakeReason());
     }
-    answer_.data["defaults"].push_back(Tell("default", target, model.name, ""));
+    answer_.data["defaults"].push_back(Tell("default", target, name, ""));
   }
 
   const ImportOptions& options_;
@@ -375,7 +402,6 @@ class Import {
   std::set<std::string> names_;  // in capitals; empty: all
   std::map<const bundle::Pair*, std::unique_ptr<Target>> targets_;
   std::size_t chosen_ = 0;
-  std::set<const bundle::Pair*> lookedAgain_;
   bool storesFirstGeneration_ = false;
 };
 
