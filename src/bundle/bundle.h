@@ -28,6 +28,9 @@ class Failure : public std::runtime_error {
 
 enum class Kind { document, firstGeneration, exportSettings, filter, catalogue };
 
+// The extension of a model's file, with its dot.
+std::string_view ExtensionOf(Kind kind);
+
 struct File {
   Kind kind = Kind::document;
   std::uint64_t bytes = 0;

@@ -28,19 +28,6 @@ const char* WordOf(Kind kind) {
   return std::find_if(kWords.begin(), kWords.end(), [&](const auto& word) { return word.first == kind; })->second;
 }
 
-std::string_view ExtensionOf(Kind kind) {
-  switch (kind) {
-    case Kind::firstGeneration:
-      return kestor::kExtensaoRel;
-    case Kind::exportSettings:
-      return kestor::kExtensaoExportacao;
-    case Kind::filter:
-      return kestor::kExtensaoFiltro;
-    default:
-      return kestor::kExtensaoRelatorio;
-  }
-}
-
 // Throws Failure for a text that could lead elsewhere as part of a path, or that the stores know no characters for.
 void RequirePart(const std::string& text, std::string_view without) {
   std::string ansi;
@@ -155,6 +142,19 @@ Pair PairOf(const Json& json, Paths* paths) {
 }
 
 }  // namespace
+
+std::string_view ExtensionOf(Kind kind) {
+  switch (kind) {
+    case Kind::firstGeneration:
+      return kestor::kExtensaoRel;
+    case Kind::exportSettings:
+      return kestor::kExtensaoExportacao;
+    case Kind::filter:
+      return kestor::kExtensaoFiltro;
+    default:
+      return kestor::kExtensaoRelatorio;
+  }
+}
 
 std::string PathOf(const Pair& pair, const Model* model, Kind kind) {
   RequireCode(pair.module);

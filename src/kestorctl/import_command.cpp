@@ -66,14 +66,9 @@ bool IsDocument(const Model& model) {
 
 // The file as a version that comes back.
 history::Version VersionOf(const Model& model, const File& file) {
-  static const std::map<bundle::Kind, std::string_view> kExtensions = {
-      {bundle::Kind::document, kestor::kExtensaoRelatorio},
-      {bundle::Kind::firstGeneration, kestor::kExtensaoRel},
-      {bundle::Kind::exportSettings, kestor::kExtensaoExportacao},
-      {bundle::Kind::filter, kestor::kExtensaoFiltro}};
   history::Version version;
   version.model = model.name;
-  version.extension = kExtensions.at(file.kind);
+  version.extension = bundle::ExtensionOf(file.kind);
   version.file = model.name + version.extension;
   return version;
 }

@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <gmock/gmock.h>
 
 #include "platform/files/files.h"
@@ -141,6 +142,23 @@ TEST_F(KeeperTest, KeepsAsManyAndAsLongAsTheRegistrySays) {
   support::WriteFile(model / "20200101T000000000000Z-1-0-Grava-gone.RXL", "old");
   EXPECT_EQ(history::Prune(history::ReadSettings(), "CT", "01", &trouble), 0U);
   EXPECT_EQ(trouble, "");
+}
+
+TEST_F(KeeperTest, TheOldestGoFirstAndWhatIsStillTheFileIsNone) {
+  Enter(History());
+  Write("CT01A.RXL", "live");
+  const fs::path model = History() / "CT" / "01" / "A";
+  for (int second = 10; second < 40; ++second) {
+    const std::string number = std::to_string(second);
+    support::WriteFile(model / ("20200101T0000" + number + "000000Z-1-0-Grava-gone.RXL"), number);
+  }
+  Limit("HistoricoVersoes", 1);
+  fs::create_hard_link(home_.Data() / "CT01A.RXL", model / "20990101T000000000000Z-1-0-Grava-3x1.RXL");
+  Write("CT01A.RXL", "new");
+  const std::vector<std::string> kept = Kept();
+  EXPECT_EQ(std::count(kept.begin(), kept.end(), "live"), 1);
+  EXPECT_EQ(kept.front(), "26");  // sixteen at once
+  EXPECT_EQ(kept[kept.size() - 2], "39");
 }
 
 // However often an operation writes a file, and however low the limit is: what was there when it began comes back.
