@@ -97,6 +97,7 @@ int Deliver(const Answer& answer) {
     Tell("kestorctl: " + ResultSentence(answer));
   }
   if (unwritten == 0) return answer.Status();
+  if (unwritten == EPIPE) return kFailed;  // a reader that has seen enough needs no words
   Tell(std::string("kestorctl: cannot write standard output: ") + std::strerror(unwritten));
   return kFailed;
 }

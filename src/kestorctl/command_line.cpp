@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
+#include <memory>
 #include <new>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "admin/admin.h"
 #include "commands.h"
@@ -19,8 +21,9 @@ namespace kestorctl {
 namespace {
 
 constexpr void (*kGroups[])(CLI::App&, Command*) = {
-    AddSetup,    AddStatus,  AddLog,  AddRegistry, AddList,   AddListing, AddModels,  AddCopy,    AddFields, AddShow,
-    AddRenumber, AddMigrate, AddFind, AddCheck,    AddExport, AddImport,  AddHistory, AddRestore, AddDiff,   AddLegacy};
+    AddSetup,  AddStatus, AddStart,  AddLog,     AddRegistry, AddList,    AddListing,
+    AddModels, AddCopy,   AddFields, AddShow,    AddRenumber, AddMigrate, AddFind,
+    AddCheck,  AddExport, AddImport, AddHistory, AddRestore,  AddDiff,    AddLegacy};
 
 constexpr const char* kProgramFooter =
     R"(What belongs to one installation lies below its home: the folder of --home, else $KESTOR_HOME, else
@@ -73,12 +76,75 @@ std::string HelpHint(const CLI::App& program) {
   return "; see '" + words + "--help'";
 }
 
+// How many letters must be changed, left out, added or swapped with their neighbour to make one word of the other.
+std::size_t Distance(const std::string& a, const std::string& b) {
+  std::vector<std::vector<std::size_t>> rows(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+  for (std::size_t i = 0; i <= a.size(); ++i) {
+    for (std::size_t j = 0; j <= b.size(); ++j) {
+      if (i == 0 || j == 0) {
+        rows[i][j] = i + j;
+        continue;
+      }
+      const std::size_t changed = rows[i - 1][j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1);
+      rows[i][j] = std::min({changed, rows[i - 1][j] + 1, rows[i][j - 1] + 1});
+      const bool isSwapped = i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1];
+      if (isSwapped) rows[i][j] = std::min(rows[i][j], rows[i - 2][j - 2] + 1);
+    }
+  }
+  return rows.back().back();
+}
+
+// The command that was probably meant; empty when none is like it.
+std::string Alike(const CLI::App& group, const std::string& mistyped) {
+  constexpr std::size_t kMostChanges = 2;
+  constexpr std::size_t kLongest = 20;
+  std::string alike;
+  std::size_t least = std::min(kMostChanges + 1, mistyped.size());
+  if (mistyped.size() > kLongest) return alike;
+  for (const CLI::App* command : group.get_subcommands({})) {
+    const std::size_t changes = Distance(mistyped, command->get_name());
+    if (changes >= least) continue;
+    least = changes;
+    alike = command->get_name();
+  }
+  return alike;
+}
+
+std::string NoCommand(const CLI::App& group, const std::string& word) {
+  const std::string alike = Alike(group, word);
+  return "there is no command " + word + (alike.empty() ? "" : ": did you mean " + alike + "?");
+}
+
 // A mistyped command leaves an argument over; that one is needed would be no news.
 std::string ParseProblem(const CLI::App& program, const CLI::ParseError& error) {
   const std::vector<std::string> left = program.remaining(true);
   if (dynamic_cast<const CLI::RequiredError*>(&error) == nullptr) return error.what();
   if (NamedCommand(program)->get_require_subcommand_min() == 0) return error.what();
-  return left.empty() ? "a command is needed" : "there is no command " + left.front();
+  return left.empty() ? "a command is needed" : NoCommand(*NamedCommand(program), left.front());
+}
+
+// The command help: what --help of a command tells.
+void AddHelp(CLI::App& program, Command* chosen) {
+  const auto words = std::make_shared<std::vector<std::string>>();
+  CLI::App* const help = program.add_subcommand("help", "Tell how a command is used");
+  help->footer("Tells the same as COMMAND --help.\n\nExamples:\n  kestorctl help list\n  kestorctl help legacy write");
+  help->add_option("COMMAND", *words, "The command, or a group and a command in it")->type_name("");
+  help->callback([&program, words, chosen] {
+    *chosen = [&program, words](Answer& answer) {
+      answer.json = false;
+      CLI::App* command = &program;
+      std::string path;
+      for (const std::string& word : *words) {
+        const std::vector<CLI::App*> named =
+            command->get_subcommands([&](const CLI::App* one) { return one->get_name() == word; });
+        if (named.empty()) throw UsageError(NoCommand(*command, word));
+        path += (path.empty() ? "" : " ") + command->get_name();
+        command = named.front();
+      }
+      if (command == &program) command->clear();  // it would tell of the command that was given, which is this one
+      answer.output = command->help(path);
+    };
+  });
 }
 
 void UseHome(const CLI::App& program, const Globals& globals) {
@@ -95,6 +161,10 @@ void Run(CLI::App& program, const Globals& globals, const Command& chosen, int a
   } catch (const CLI::CallForHelp&) {
     answer->json = false;
     answer->output = program.help();
+    return;
+  } catch (const CLI::CallForVersion& version) {
+    answer->json = false;
+    answer->output = std::string(version.what()) + "\n";
     return;
   } catch (const CLI::ParseError& error) {
     throw UsageError(ParseProblem(program, error));
@@ -140,9 +210,11 @@ int RunCommandLine(int argc, char** argv) {
   program.footer(kProgramFooter);
   Globals globals;
   AddGlobals(program, &globals);
+  program.set_version_flag("--version", "kestorctl " KESTOR_VERSION, "Tell the version");
   Command chosen;
   for (const auto add : kGroups)
     add(program, &chosen);
+  AddHelp(program, &chosen);
 
   Answer answer;
   answer.json = AsksForJson(argc, argv);

@@ -18,6 +18,7 @@ using Command = std::function<void(Answer&)>;
 
 void AddSetup(CLI::App& program, Command* chosen);
 void AddStatus(CLI::App& program, Command* chosen);
+void AddStart(CLI::App& program, Command* chosen);
 void AddLog(CLI::App& program, Command* chosen);
 void AddRegistry(CLI::App& program, Command* chosen);
 void AddModels(CLI::App& program, Command* chosen);

@@ -17,6 +17,7 @@
 #include "history_folder.h"
 #include "installed_folders.h"
 #include "journal/journal.h"
+#include "model_options.h"
 #include "platform/home/home.h"
 #include "platform/registry/registry.h"
 #include "platform/text/text.h"
@@ -43,9 +44,20 @@ server than for this program is told: whoever started the server may have lowere
 With --json: "home" {"folder", "exists"}, "journal" {"path", "bytes" of all its files, "trouble" or null}, "reports" (null
 when none is entered; its "hazards" are the warnings) and "modules" {"path", "folder", "exists", "missing" where the home
 maps no such drive or share}, "classes" {"name", "clsid", "executable", "exists"}, "server" {"running", "pid", "objects",
-"limits" {"limit", "most"}, or "busy", or "full"}.
+"limits" {"limit", "most"}, or "busy", or "full"; "sockets", the folder of its sockets}.
 
 Exit status: 0 told; 1 there is no home, or it cannot be read; 2 wrong usage.)";
+
+constexpr const char* kStartFooter =
+    R"(Starts the server unless it runs, and tells the folder of its sockets, for clients that speak the protocol themselves.
+The server ends six seconds after its last client, and as long after this command.
+
+With --json: "sockets", the folder.
+
+Examples:
+  kestorctl start
+
+Exit status: 0 it runs; 1 failure; 2 wrong usage.)";
 
 struct NoOptions {};
 
@@ -133,6 +145,17 @@ void TellServer(Answer& answer) {
     answer.data["server"] = {{"running", true}, {"pid", status.processId}, {"objects", status.liveObjects}};
     TellLimits(status.processId, answer);
   }
+  const auto server = answer.data.find("server");
+  if (server != answer.data.end() && server->value("running", false))
+    (*server)["sockets"] = platform::Home::Current().ServingFolder();
+}
+
+void Start(const NoOptions&, Answer& answer) {
+  const FieldConverter anyObject;
+  if (!IsOpen(anyObject, answer)) return;
+  const std::string sockets = platform::Home::Current().ServingFolder();
+  answer.output = sockets + "\n";
+  answer.data["sockets"] = sockets;
 }
 
 void TellStatus(const NoOptions&, Answer& answer) {
@@ -146,6 +169,10 @@ void TellStatus(const NoOptions&, Answer& answer) {
 }
 
 }  // namespace
+
+void AddStart(CLI::App& program, Command* chosen) {
+  AddCommand(&program, chosen, {"start", "See to it that the server runs", kStartFooter}, Start);
+}
 
 void AddStatus(CLI::App& program, Command* chosen) {
   AddCommand(&program, chosen, {"status", "Tell the home, its folders and whether the server runs", kFooter},
