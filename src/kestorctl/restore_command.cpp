@@ -242,7 +242,8 @@ class Undoing {
 
   void Note(const Version& operation) {
     const int error = history::NoteUndone(history_, Module(), Component(), operation);
-    if (error == 0) return;
+    if (error == 0 || !isNoted_) return;
+    isNoted_ = false;
     answer_.AddNote(
         "that this was taken back cannot be noted in the history, so the next undo does not go on from there: " +
         std::system_category().message(error));
@@ -285,6 +286,7 @@ class Undoing {
   bool comesBack_ = false;           // a first-generation model
   bool didSomething_ = false;        // that people see
   bool failed_ = false;              // something could not be stored or deleted
+  bool isNoted_ = true;              // what is taken back
 };
 
 void Undo(const StoreOptions& options, Answer& answer) {
