@@ -9,7 +9,7 @@
 set -euo pipefail
 
 packages=(g++ cmake ninja-build libarchive-dev libcli11-dev libexpat1-dev nettle-dev nlohmann-json3-dev)
-tests=(libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev)
+tests=(python3 libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev)
 checks=(make clang clang-format clang-tidy libclang-rt-dev)
 network=(iproute2 xfsprogs glusterfs-server glusterfs-client moosefs-master moosefs-chunkserver moosefs-client)
 case "${1:-programs}" in

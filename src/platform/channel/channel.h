@@ -196,7 +196,8 @@ class Connection {
     FrameType type;  // create, status or rehearse
     const void* payload;
     std::size_t payloadBytes;
-    NoteReceiver* receiver = nullptr;  // gets the notes of a rehearsal
+    NoteReceiver* receiver = nullptr;   // gets the notes of a rehearsal
+    std::chrono::milliseconds limit{};  // as LimitAnswers
   };
 
   // Connects to a process of `user` (or of root, where root does not act for a user) and exchanges the opening frames;
@@ -208,6 +209,10 @@ class Connection {
 
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
+
+  // From now on an exchange that takes longer than this ends with the connection: Outcome::busy, or 0x800705B4. 0:
+  // none.
+  void LimitAnswers(std::chrono::milliseconds limit) { limit_ = limit; }
 
   // Starts the request for a slot; the caller encodes the arguments and calls Exchange. `receiver` (unless null) gets
   // the notes of the call, where the server knows of them.
@@ -225,11 +230,15 @@ class Connection {
   explicit Connection(platform::Descriptor descriptor) : descriptor_(std::move(descriptor)) {}
   void AppendOpening(const Opening& opening);
   void StartReceiving();
+  void StartClock();
+  bool WaitFor(short events) const;
   bool Send(const Buffer& frames);
   bool ReceiveAnswer(NoteReceiver* receiver, FrameHead* head, Decoder* payload);
   bool ReceiveFrame(FrameHead* head, Decoder* payload);
 
   const platform::Descriptor descriptor_;
+  std::chrono::milliseconds limit_{};                 // of an exchange; 0: none
+  std::chrono::steady_clock::time_point deadline_{};  // of the one that is going on, where there is a limit
   bool broken_ = false;
   bool hasNotes_ = false;             // some came
   bool hasResult_ = false;            // the server has answered the last call

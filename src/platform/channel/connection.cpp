@@ -1,7 +1,9 @@
+#include <poll.h>
 #include <sys/time.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
 #include <new>
 
 #include "platform/channel/channel.h"
@@ -23,9 +25,15 @@ constexpr std::size_t kTrustedBytes = 1u << 20;
 // A server that is stopped does not take connections out of its queue.
 constexpr int kConnectSeconds = 30;
 
-void LimitWaiting(int descriptor, int option, int seconds) {
-  const timeval limit{seconds, 0};
+constexpr HRESULT kTimedOut = HRESULT_FROM_WIN32(ERROR_TIMEOUT);
+
+void LimitWaiting(int descriptor, int option, std::chrono::milliseconds time) {
+  const timeval limit{time.count() / 1000, time.count() % 1000 * 1000};
   setsockopt(descriptor, SOL_SOCKET, option, &limit, sizeof limit);
+}
+
+void LimitWaiting(int descriptor, int option, int seconds) {
+  LimitWaiting(descriptor, option, std::chrono::seconds(seconds));
 }
 
 void AppendEmptyFrame(FrameType type, Encoder* frames) {
@@ -58,6 +66,7 @@ Connection::Outcome Connection::Open(const std::string& socketPath, uid_t user, 
   Descriptor descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!descriptor) return Outcome::nobody;
   LimitWaiting(descriptor.Number(), SO_SNDTIMEO, kConnectSeconds);
+  if (opening.limit.count() != 0) LimitWaiting(descriptor.Number(), SO_SNDTIMEO, opening.limit);
   if (!Connect(descriptor.Number(), address)) {
     if (errno == EAGAIN) return Outcome::busy;
     return errno == EACCES ? Outcome::denied : Outcome::nobody;
@@ -66,6 +75,8 @@ Connection::Outcome Connection::Open(const std::string& socketPath, uid_t user, 
 
   connection->reset(new Connection(std::move(descriptor)));
   Connection& own = **connection;
+  own.LimitAnswers(opening.limit);
+  own.StartClock();
 
   AppendHello(&own.request_);
   // An older server would take the frame for an error: its Hello is waited for.
@@ -125,16 +136,19 @@ HRESULT Connection::Exchange(Decoder* out) {
   hasResult_ = false;
   if (request_.PayloadBytes() > kMaxPayloadBytes) return E_INVALIDARG;
   request_.EndFrame();
+  StartClock();
   if (broken_ || !Send(request_.Frames())) {
+    const bool isLate = !broken_ && errno == EAGAIN;
     broken_ = true;
-    return rpc::kServerUnavailable;
+    return isLate ? kTimedOut : rpc::kServerUnavailable;
   }
   StartReceiving();
   FrameHead head{};
   try {
+    errno = 0;
     if (!ReceiveAnswer(receiver_, &head, out) || (head.type != FrameType::result && head.type != FrameType::refusal)) {
       broken_ = true;
-      return rpc::kCallFailed;
+      return errno == EAGAIN ? kTimedOut : rpc::kCallFailed;
     }
   } catch (const std::bad_alloc&) {
     broken_ = true;  // the rest of the answer is still to come and would be taken for that of the next call
@@ -154,6 +168,7 @@ std::string Connection::AskReason() {
   request_.Clear();
   AppendEmptyFrame(FrameType::reason, &request_);
   StartReceiving();
+  StartClock();
   FrameHead head{};
   Decoder text;
   broken_ = true;  // unless the answer comes whole
@@ -186,13 +201,34 @@ bool Connection::ReceiveAnswer(NoteReceiver* receiver, FrameHead* head, Decoder*
   }
 }
 
+void Connection::StartClock() {
+  if (limit_.count() != 0) deadline_ = std::chrono::steady_clock::now() + limit_;
+}
+
+// Waits till the socket takes or has bytes. False, with EAGAIN, when the time of the exchange is over.
+bool Connection::WaitFor(short events) const {
+  if (limit_.count() == 0) return true;
+  pollfd socket = {descriptor_.Number(), events, 0};
+  for (;;) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline_ - std::chrono::steady_clock::now());
+    const auto time = std::clamp<std::int64_t>(left.count(), 0, std::numeric_limits<int>::max());
+    const int ready = poll(&socket, 1, static_cast<int>(time));
+    if (ready > 0) return true;
+    if (ready < 0 && errno == EINTR) continue;
+    errno = EAGAIN;
+    return false;
+  }
+}
+
 bool Connection::Send(const Buffer& frames) {
   const std::byte* next = frames.Data();
   std::size_t left = frames.Size();
   while (left > 0) {
-    const ssize_t sent = send(descriptor_.Number(), next, left, MSG_NOSIGNAL);
+    if (!WaitFor(POLLOUT)) return false;
+    const int waits = limit_.count() == 0 ? 0 : MSG_DONTWAIT;
+    const ssize_t sent = send(descriptor_.Number(), next, left, MSG_NOSIGNAL | waits);
     if (sent < 0) {
-      if (errno == EINTR) continue;
+      if (errno == EINTR || (waits != 0 && errno == EAGAIN)) continue;
       return false;
     }
     next += sent;
@@ -229,6 +265,7 @@ bool Connection::ReceiveFrame(FrameHead* head, Decoder* payload) {
       got = receive(MSG_DONTWAIT);
       return got >= 0 || (errno != EAGAIN && errno != EWOULDBLOCK);
     });
+    if (!came && !WaitFor(POLLIN)) return false;
     if (!came) got = receive(0);
     if (got < 0 && errno == EINTR) continue;
     if (got == 0) errno = ECONNRESET;  // tells the end from a limit that ran out

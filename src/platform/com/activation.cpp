@@ -61,21 +61,39 @@ HRESULT RegisteredCommand(REFCLSID clsid, std::string* command) {
 // A client's way to a class in the home's server process.
 class Activation {
  public:
-  Activation(REFCLSID clsid, const Connection::Opening& opening)
-      : clsid_(clsid), opening_(opening), deadline_(Clock::now() + std::chrono::seconds(kStartSeconds)) {}
+  enum class Server { isStarted, isThere };
+
+  Activation(REFCLSID clsid, const Connection::Opening& opening, Server server = Server::isStarted)
+      : clsid_(clsid), opening_(Limited(opening)), server_(server), deadline_(Clock::now() + Time()) {}
 
   HRESULT Run(std::unique_ptr<Connection>* connection) {
     // A server that went away before it answered was just shutting down: its clients are not told, they come again.
     for (HRESULT result = S_OK; Clock::now() < deadline_;) {
       if (Connect(connection, &result)) return result;
+      if (server_ == Server::isThere) return rpc::kServerUnavailable;
       result = Start();
       if (FAILED(result)) return result;
       Sleep(kPollMilliseconds);
     }
-    return CO_E_SERVER_EXEC_FAILURE;
+    return Late();
   }
 
  private:
+  static Connection::Opening Limited(Connection::Opening opening) {
+    opening.limit = com::TimeLimit();
+    return opening;
+  }
+
+  // That there is for all of it.
+  static Clock::duration Time() {
+    const Clock::duration start = std::chrono::seconds(kStartSeconds);
+    return com::TimeLimit().count() == 0 ? start : std::min<Clock::duration>(start, com::TimeLimit());
+  }
+
+  static HRESULT Late() {
+    return com::TimeLimit().count() == 0 ? CO_E_SERVER_EXEC_FAILURE : HRESULT_FROM_WIN32(ERROR_TIMEOUT);
+  }
+
   // False when no process serves the class.
   bool Connect(std::unique_ptr<Connection>* connection, HRESULT* result) {
     // The folder of a server that runs has been looked at.
@@ -95,7 +113,7 @@ class Activation {
       case Connection::Outcome::nobody:
         return false;
       case Connection::Outcome::busy:
-        *result = CO_E_SERVER_EXEC_FAILURE;
+        *result = Late();
         return true;
       case Connection::Outcome::full:
         *result = rpc::kServerTooBusy;
@@ -120,7 +138,7 @@ class Activation {
     if (FAILED(registered)) return registered;
 
     ActivationLock lock(home_);
-    if (!lock.Take(deadline_)) return CO_E_SERVER_EXEC_FAILURE;
+    if (!lock.Take(deadline_)) return Late();
     // A server that has lost its sockets makes new ones soon.
     if (IsListenedTo() || home_.IsServed()) return S_OK;
 
@@ -130,7 +148,7 @@ class Activation {
       if (process.HasEnded()) return CO_E_SERVER_EXEC_FAILURE;
       if (Clock::now() > deadline_) {
         process.End();  // no client waits for it any more
-        return CO_E_SERVER_EXEC_FAILURE;
+        return Late();
       }
       Sleep(kPollMilliseconds);
     }
@@ -142,11 +160,27 @@ class Activation {
   const platform::Home& home_ = platform::Home::Current();
   const CLSID clsid_;
   const Connection::Opening opening_;
+  const Server server_;
   const Clock::time_point deadline_;
 };
 
-// Who follows the calls of the calling thread.
+// Who follows the calls of the calling thread, and how long they may take.
 thread_local channel::NoteReceiver* follower = nullptr;
+thread_local std::chrono::milliseconds timeLimit{};
+
+HRESULT CreateOnServer(REFCLSID clsid, REFIID iid, Activation::Server server, void** object) {
+  com::Marshaler marshaler{};
+  if (!com::FindMarshaler(iid, &marshaler)) return E_NOINTERFACE;
+  try {
+    std::unique_ptr<Connection> connection;
+    const HRESULT result = Activation(clsid, {channel::FrameType::create, &iid, sizeof iid}, server).Run(&connection);
+    if (FAILED(result)) return result;
+    *object = marshaler.newProxy(std::make_unique<com::RemoteObject>(std::move(connection)));
+    return *object == nullptr ? E_OUTOFMEMORY : result;
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+  }
+}
 
 }  // namespace
 
@@ -162,6 +196,16 @@ channel::NoteReceiver* Follower() {
   return follower;
 }
 
+WithinTime::WithinTime(std::chrono::milliseconds limit) : outer_(std::exchange(timeLimit, limit)) {}
+
+WithinTime::~WithinTime() {
+  timeLimit = outer_;
+}
+
+std::chrono::milliseconds TimeLimit() {
+  return timeLimit;
+}
+
 }  // namespace com
 
 HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID iid, void** object) {
@@ -171,17 +215,13 @@ HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID 
   if ((context & CLSCTX_LOCAL_SERVER) == 0) return REGDB_E_CLASSNOTREG;
   com::ForgetCall();
   if (outer != nullptr) return CLASS_E_NOAGGREGATION;
-  com::Marshaler marshaler{};
-  if (!com::FindMarshaler(iid, &marshaler)) return E_NOINTERFACE;
-  try {
-    std::unique_ptr<Connection> connection;
-    const HRESULT result = Activation(clsid, {channel::FrameType::create, &iid, sizeof iid}).Run(&connection);
-    if (FAILED(result)) return result;
-    *object = marshaler.newProxy(std::make_unique<com::RemoteObject>(std::move(connection)));
-    return *object == nullptr ? E_OUTOFMEMORY : result;
-  } catch (const std::bad_alloc&) {
-    return E_OUTOFMEMORY;
-  }
+  return CreateOnServer(clsid, iid, Activation::Server::isStarted, object);
+}
+
+HRESULT com::CreateWhereServed(REFCLSID clsid, REFIID iid, void** object) {
+  *object = nullptr;
+  com::ForgetCall();
+  return CreateOnServer(clsid, iid, Activation::Server::isThere, object);
 }
 
 HRESULT com::Rehearse(REFCLSID clsid, const void* arguments, std::size_t bytes, channel::NoteReceiver* receiver) {

@@ -3,6 +3,8 @@
 
 #include <sys/types.h>
 
+#include <chrono>
+
 #include "platform/channel/channel.h"
 #include "platform/com/com.h"
 
@@ -36,6 +38,26 @@ class Following {
 
 // Who follows the calls of the calling thread; null when nobody does.
 channel::NoteReceiver* Follower();
+
+// While one lives, a call of its thread on an object of another process, and the making of one, takes no longer than
+// this and then ends with 0x800705B4; the object is of no more use then, and what it was asked for may be done all the
+// same. 0: no limit. One within another takes the place of that.
+class WithinTime {
+ public:
+  explicit WithinTime(std::chrono::milliseconds limit);
+  ~WithinTime();
+  WithinTime(const WithinTime&) = delete;
+  WithinTime& operator=(const WithinTime&) = delete;
+
+ private:
+  const std::chrono::milliseconds outer_;
+};
+
+// The limit of the calling thread; 0 when there is none.
+std::chrono::milliseconds TimeLimit();
+
+// As CoCreateInstance for an object of the home's server, but 0x800706BA where none runs.
+HRESULT CreateWhereServed(REFCLSID clsid, REFIID iid, void** object);
 
 // Has the home's server, which is started when there is none, tell what a call would do; `receiver` gets the notes.
 // Results as CoCreateInstance, or the rehearsal's: E_NOTIMPL when the class has none. rpc::kVersionMismatch also for a

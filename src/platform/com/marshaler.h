@@ -53,6 +53,7 @@ class RemoteObject {
     HRESULT Send() {
       ++line_->calls;
       RememberCall(line_);
+      line_->connection->LimitAnswers(TimeLimit());
       return line_->connection->Exchange(&out_);
     }
     channel::Decoder& Out() { return out_; }
