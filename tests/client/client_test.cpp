@@ -131,7 +131,8 @@ TEST_F(ClientTest, FirstGenerationAndRenumbering) {
   ASSERT_EQ(kestor_legacy_get_filter(legacy_, "Balancete", &entries, &count), 0);
   ASSERT_EQ(count, 1U);
   EXPECT_EQ(entries[0].code, 301);
-  EXPECT_EQ(entries[0].value.amount, -7);
+  const std::int64_t amount = entries[0].value.amount;  // records are packed
+  EXPECT_EQ(amount, -7);
   EXPECT_EQ(entries[0].type, 4);
   kestor_free(entries);
 
