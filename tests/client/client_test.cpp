@@ -172,7 +172,8 @@ TEST_F(ClientTest, RefusesWhatIsNone) {
 }
 
 TEST_F(ClientTest, AServerThatDoesNotAnswerCostsNoMoreThanTheTime) {
-  const kestor_options brief = {sizeof(kestor_options), 300, 0};
+  ASSERT_EQ(kestor_legacy_open(nullptr, "CT", "01", &legacy_), 0);  // a start takes what it takes
+  const kestor_options brief = {sizeof(kestor_options), 2000, 0};
   ASSERT_EQ(OpenReports(&brief), 0);
   kestor_names names;
   ASSERT_EQ(kestor_reports_list(reports_, &names), 0);
@@ -185,7 +186,7 @@ TEST_F(ClientTest, AServerThatDoesNotAnswerCostsNoMoreThanTheTime) {
   EXPECT_EQ(kestor_legacy_open(&brief, "CT", "01", &other), KESTOR_TIMED_OUT);
   ASSERT_EQ(kill(server, SIGCONT), 0);
   EXPECT_EQ(kestor_reports_list(reports_, &names), KESTOR_NO_SERVER);
-  ASSERT_EQ(kestor_legacy_open(nullptr, "CT", "01", &legacy_), 0);
+  EXPECT_EQ(kestor_legacy_write(legacy_, "x", 0, "x", 1), 0);
 }
 
 TEST_F(ClientTest, EachThreadHasItsOwnHandles) {

@@ -145,14 +145,17 @@ HRESULT Connection::Exchange(Decoder* out) {
   StartReceiving();
   FrameHead head{};
   try {
-    errno = 0;
-    if (!ReceiveAnswer(receiver_, &head, out) || (head.type != FrameType::result && head.type != FrameType::refusal)) {
+    if (!ReceiveAnswer(receiver_, &head, out)) {
       broken_ = true;
       return errno == EAGAIN ? kTimedOut : rpc::kCallFailed;
     }
   } catch (const std::bad_alloc&) {
     broken_ = true;  // the rest of the answer is still to come and would be taken for that of the next call
     return E_OUTOFMEMORY;
+  }
+  if (head.type != FrameType::result && head.type != FrameType::refusal) {
+    broken_ = true;
+    return rpc::kCallFailed;
   }
   const auto result = static_cast<HRESULT>(out->U32());
   if (head.type == FrameType::refusal) {
