@@ -112,7 +112,7 @@ std::string CataloguePath(const Pair& pair) {
 
 std::string Reader::Read(const Model& model, kestor::CDocRelatorio& document) {
   std::string bytes;
-  const std::string trouble = ReadContent(inventory_.folder + model.file, &bytes);
+  std::string trouble = ReadContent(inventory_.folder + model.file, &bytes);
   if (!trouble.empty()) return trouble;
   const std::string shown = text::Presentable(text::ToUtf8(model.file));
   USHORT version = 0;
