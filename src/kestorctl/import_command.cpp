@@ -276,7 +276,7 @@ class Import {
 
   // Takes the result of a call, which is then no longer that of the command.
   std::string TakeReason() {
-    const std::string reason = answer_.detail.empty() ? kestor::ResultCode(answer_.result) : answer_.detail;
+    std::string reason = answer_.detail.empty() ? kestor::ResultCode(answer_.result) : answer_.detail;
     answer_.result = S_OK;
     answer_.detail.clear();
     return reason;
@@ -354,7 +354,7 @@ class Import {
       RequireStorable(version, contents[i]);
       const std::string path = target.FileOf(version);
       if (path.empty() || model.files.size() == 1) continue;
-      if (const std::string trouble = admin::ReadContent(path, &before[i].emplace()); !trouble.empty()) return trouble;
+      if (std::string trouble = admin::ReadContent(path, &before[i].emplace()); !trouble.empty()) return trouble;
       history::Version there = version;
       there.file = text::ToUtf8(path);
       RequireStorable(there, *before[i]);
