@@ -61,7 +61,10 @@ AddedCommand<Options> AddCommand(CLI::App* group, Command* chosen, const Command
   const auto options = std::make_shared<Options>();
   CLI::App* command = group->add_subcommand(texts.name, texts.description);
   command->footer(texts.footer);
-  command->callback([=] { *chosen = [=](Answer& answer) { run(*options, answer); }; });
+  // It keeps the options alive. Of a command that has commands of its own, it comes after the one that was given.
+  command->callback([=] {
+    if (command->get_subcommands().empty()) *chosen = [=](Answer& answer) { run(*options, answer); };
+  });
   return {command, options.get()};
 }
 

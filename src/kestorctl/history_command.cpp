@@ -136,10 +136,6 @@ void AddHistory(CLI::App& program, Command* chosen) {
   AddStoreOptions(prune.command, prune.options);
   for (const char* code : {"MODULE", "COMPONENT"})
     prune.command->get_option(code)->required(false);
-  // The library runs a command's own callback after those of its subcommands.
-  command->callback([chosen, command = command, options = options] {
-    if (command->get_subcommands().empty()) *chosen = [options](Answer& answer) { List(*options, answer); };
-  });
 }
 
 }  // namespace kestorctl
