@@ -381,9 +381,9 @@ class Reports(_Store):
 
     @default.setter
     def default(self, name: Optional[str]) -> None:
-        if _outcome(_library.kestor_reports_set_default(self._handle, None if name is None else name.encode())):
-            return
-        if name is not None and self.default is None:
+        notice = _outcome(
+            _library.kestor_reports_set_default(self._handle, None if name is None else name.encode()))
+        if notice is not None:
             raise KeyError(name)
 
     def deleted(self) -> List[str]:

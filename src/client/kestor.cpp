@@ -176,6 +176,11 @@ bool FitsSize(std::size_t size) {
   return size <= static_cast<std::size_t>(std::numeric_limits<LONG>::max());
 }
 
+// Whether an answer could carry so many items. A server that lies must not have memory taken for them.
+bool FitsAnswer(LONG count, std::size_t itemBytes) {
+  return count >= 0 && static_cast<std::size_t>(count) <= channel::kMaxPayloadBytes / itemBytes;
+}
+
 unsigned char* BytesOf(const void* bytes) {
   return const_cast<unsigned char*>(static_cast<const unsigned char*>(bytes));
 }
@@ -420,7 +425,7 @@ kestor_result kestor_legacy_read(kestor_legacy* store, const char* model, kestor
     LONG size = 0;
     HRESULT result = object.BuscaTamanhoRelatorio(ToBstr(model).get(), &size);
     if (result != S_OK) return result;
-    if (size < 0) return rpc::kBadStubData;
+    if (!FitsAnswer(size, 1)) return rpc::kBadStubData;
     std::vector<unsigned char> bytes(static_cast<std::size_t>(size) + 1);
     result = object.BuscaRelatorio(size, bytes.data());
     if (result != S_OK) return result;
@@ -546,7 +551,7 @@ kestor_result kestor_legacy_fields(kestor_legacy* store, kestor_legacy_field** f
     LONG number = 0;
     HRESULT result = object.BuscaQdeCamposArquivo(&number);
     if (result != S_OK) return result;
-    if (number < 0) return rpc::kBadStubData;
+    if (!FitsAnswer(number, sizeof(tagREG_CAMPOS_RELATORIO))) return rpc::kBadStubData;
     std::vector<tagREG_CAMPOS_RELATORIO> records(static_cast<std::size_t>(number) + 1);
     result = object.BuscaCampos(number, records.data());
     if (result != S_OK) return result;

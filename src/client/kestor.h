@@ -13,7 +13,8 @@
  * expected outcome such as "no such model". An argument that may not be NULL and is gives KESTOR_INVALID_POINTER.
  *
  * What a function hands out is the caller's, and is freed with kestor_free; handles have a function of their own. After
- * a result other than 0 nothing is handed out: pointers are NULL and counts 0.
+ * a result other than 0 nothing is handed out: pointers are NULL and counts 0. A store alone is open with any result
+ * that is not negative.
  *
  * A handle may be used by one thread at a time, and different handles by different threads. All handles of a process
  * belong to one home.

@@ -79,10 +79,11 @@ class PackageTest(unittest.TestCase):
             self.assertEqual(store.write("Análise", b"", keep_existing=True).name, "KESTOR_ARQUIVO_JA_EXISTE")
             store.default = "Análise"
             self.assertEqual(store.default, "Análise")
-            store.default = None
-            self.assertIsNone(store.default)
             with self.assertRaises(KeyError):
                 store.default = "Nada"
+            self.assertEqual(store.default, "Análise")
+            store.default = None
+            self.assertIsNone(store.default)
             self.assertIs(store.delete("Análise", demonstration=True), True)
             self.assertEqual(store.deleted(), ["Análise"])
             self.assertEqual(store.write("Análise", b"", check_demonstrations=True).result, 0x0004000C)
