@@ -92,7 +92,7 @@ int main(int argc, char** argv) {
           bench::DocumentFigures, bench::ConversionFigures, bench::SearchFigures, bench::NetworkFigures})
       PrintRatios(collector, figures());
   }
-  const bool small = bench::MeasureMemory(once ? 1000 : 1000000);
+  const bool small = chosen || bench::MeasureMemory(once ? 1000 : 1000000);
   bench::EndInstallations();
   return collector.Failed() || !small ? 1 : 0;
 }

@@ -37,14 +37,21 @@ void VisitModels(const std::filesystem::path& folder, const std::string& module,
                  const std::string& only, std::string* trouble,
                  const std::function<void(const Descriptor&, const std::string& model)>& visit);
 
+// What the names of an operation's versions begin with: TIME-PROCESS-. Of two operations the earlier one's is less, and
+// no other name comes between those of one. What OperationOf gives for a name that is none of a version is empty.
+std::string OperationName(Time time, pid_t process);
+std::string_view OperationOf(std::string_view versionName);
+
 // The name of the note that an operation is taken back.
 std::string UndoneName(const Version& operation);
 inline constexpr std::string_view kUndone = ".undone-";
 
-// Calls `visit` for each name of a version, and `leftover` for each of what is unfinished.
+// Calls `visit` for each name of a version.
 void VisitVersions(const Descriptor& models,
-                   const std::function<void(const Version& version, const std::string& name)>& visit,
-                   const std::function<void(const std::string& name)>& leftover = {});
+                   const std::function<void(const Version& version, const std::string& name)>& visit);
+
+// How many versions over its limit a model may have until its folder is looked at again.
+unsigned RoomOverLimit(const Settings& settings);
 
 // Removes what is over the limits in the folder of a model: operations count, and those of `running` (null: none) stay.
 // With a running one no more than a few versions go, so that it does not take long. How many those were; `*error`

@@ -10,8 +10,7 @@
 //   TIME     when the operation began: UTC, to the microsecond. With PROCESS, the server's, it tells operations apart
 //   USER     the number of the client's user
 //   METHOD   the method that the client called; Inicializa is a migration. Both classes have an ExcluiRelatorio: that
-//   of
-//            documents is ExcluiRelatorio2
+//            of documents is ExcluiRelatorio2
 //   AFTER    what took the file's place: its size, x, and its modification time in nanoseconds, both in hexadecimal;
 //            "gone" when nothing did; "inplace" where the file itself was overwritten; "new", and then as the first,
 //            where no document was before: such a version is empty
@@ -29,6 +28,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -120,7 +120,7 @@ struct Operation {
 // Keeps what the operations of one thread change.
 class Keeper final : public files::Keeper {
  public:
-  // Reads the settings. Whether anything is kept.
+  // Whether the registry has a folder to keep anything in.
   bool IsWanted();
 
   void Begin(Operation operation);
@@ -143,12 +143,14 @@ class Keeper final : public files::Keeper {
   template <typename Work>
   int InFolder(const Place& place, const Work& work);
   int OpenFolders(const Place& place, Descriptors* folders);
+  void PruneNowAndThen(const Place& place, const Version& running);
   void Miss(const std::string& file, const std::string& reason);
 
-  Settings settings_;
+  std::filesystem::path folder_;
   Operation operation_;
   Time begun_{};
-  std::unordered_set<std::string> seen_;  // files that the operation has changed or made, in upper case
+  std::unordered_set<std::string> seen_;            // files that the operation has changed or made, in upper case
+  std::unordered_map<std::string, unsigned> room_;  // how many versions a model may get before its folder is listed
   std::string trouble_;
   platform::Descriptor keptIn_;  // the folder of the version that was kept last
   std::string kept_;             // empty: there is none to drop

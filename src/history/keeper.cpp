@@ -6,6 +6,7 @@
 #include <cstring>
 #include <exception>
 
+#include "common/caminhos_instalacao.h"
 #include "common/nomes_arquivos.h"
 #include "folders.h"
 #include "platform/host/system.h"
@@ -121,8 +122,8 @@ struct Keeper::Place {
 };
 
 bool Keeper::IsWanted() {
-  settings_ = ReadSettings();
-  return !settings_.folder.empty();
+  folder_ = kestor::CCaminhosInstalacao::BuscaCaminhoHistorico();
+  return !folder_.empty();
 }
 
 void Keeper::Begin(Operation operation) {
@@ -219,8 +220,8 @@ int Keeper::InFolder(const Place& place, const Work& work) {
 
 // `keptIn_` is then the folder of the model.
 int Keeper::OpenFolders(const Place& place, Descriptors* folders) {
-  if (!settings_.folder.is_absolute()) return ENOTDIR;
-  int error = host::OpenFolder(AT_FDCWD, settings_.folder, &folders->root);
+  if (!folder_.is_absolute()) return ENOTDIR;
+  int error = host::OpenFolder(AT_FDCWD, folder_, &folders->root);
   if (error == 0) error = OpenOrMakeFolder(folders->root, place.module, &folders->module);
   if (error == 0) error = OpenOrMakeFolder(folders->module, place.component, &folders->pair);
   if (error == 0) error = OpenOrMakeFolder(folders->pair, place.model, &keptIn_);
@@ -255,13 +256,23 @@ void Keeper::TryKeep(const files::LeavingFile& leaving) {
   if (error != 0) return Miss(leaving.name, std::strerror(error));
   kept_ = name;
   keptOf_ = KeyOf(leaving.name);
-  PruneModel(keptIn_, settings_, &version, nullptr);
+  PruneNowAndThen(place, version);
+}
+
+// To list the folder costs as much as to keep the version.
+void Keeper::PruneNowAndThen(const Place& place, const Version& running) {
+  constexpr std::size_t kMostModels = 4096;
+  if (room_.size() > kMostModels) room_.clear();
+  unsigned& room = room_[place.module + '/' + place.component + '/' + place.model];
+  if (room-- > 0) return;
+  const Settings settings = ReadSettings();
+  PruneModel(keptIn_, settings, &running, nullptr);
+  room = RoomOverLimit(settings);
 }
 
 void Keeper::Miss(const std::string& file, const std::string& reason) {
   if (!trouble_.empty()) return;
-  trouble_ =
-      "what " + text::Presentable(file) + " held is not in the history: " + settings_.folder.string() + ": " + reason;
+  trouble_ = "what " + text::Presentable(file) + " held is not in the history: " + folder_.string() + ": " + reason;
 }
 
 }  // namespace history

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <tuple>
+#include <functional>
 
 #include "folders.h"
 #include "platform/host/system.h"
@@ -16,7 +16,8 @@ namespace {
 constexpr std::chrono::hours kLeftoverAge{24};
 
 constexpr unsigned kMostDays = 100'000;  // a longer time is one for ever
-constexpr std::size_t kMostAtOnce = 16;  // versions that go when one is kept
+constexpr unsigned kMostOverLimit = 64;
+constexpr unsigned kMoreAtOnce = 16;  // so that a lower limit is reached step by step
 
 bool IsOlder(const Descriptor& folder, const std::string& name, std::chrono::hours age) {
   struct stat status = {};
@@ -87,44 +88,43 @@ void VisitModels(const std::filesystem::path& folder, const std::string& module,
 }
 
 void VisitVersions(const Descriptor& models,
-                   const std::function<void(const Version& version, const std::string& name)>& visit,
-                   const std::function<void(const std::string& name)>& leftover) {
+                   const std::function<void(const Version& version, const std::string& name)>& visit) {
   host::ReadNames(models, [&](const char* name, unsigned char) {
-    if (const std::optional<Version> version = ParseName(name)) {
-      visit(*version, name);
-    } else if (leftover && std::string_view(name).starts_with(kUnfinished)) {
-      leftover(name);
-    }
+    if (const std::optional<Version> version = ParseName(name)) visit(*version, name);
   });
+}
+
+unsigned RoomOverLimit(const Settings& settings) {
+  return settings.versions == 0 ? kMostOverLimit : std::min(settings.versions / 8, kMostOverLimit);
 }
 
 std::size_t PruneModel(const Descriptor& models, const Settings& settings, const Version* running, int* error) {
   if (running != nullptr && settings.versions == 0 && settings.days == 0) return 0;
-  std::vector<std::pair<Version, std::string>> versions;
+  // Each version that is added comes here: only the names that are to go are taken apart.
+  std::vector<std::string> versions;
   std::vector<std::string> doomed;
-  VisitVersions(
-      models, [&](const Version& version, const std::string& name) { versions.emplace_back(version, name); },
-      [&](const std::string& name) {
-        if (IsOlder(models, name, kLeftoverAge)) doomed.push_back(name);
-      });
-  const std::size_t leftovers = doomed.size();
-  // The latest operation first.
-  std::sort(versions.begin(), versions.end(), [](const auto& a, const auto& b) {
-    return std::tie(a.first.time, a.first.process) > std::tie(b.first.time, b.first.process);
+  host::ReadNames(models, [&](const char* name, unsigned char) {
+    if (!OperationOf(name).empty()) versions.emplace_back(name);
+    if (std::string_view(name).starts_with(kUnfinished) && IsOlder(models, name, kLeftoverAge))
+      doomed.emplace_back(name);
   });
-  const Time oldest = std::chrono::time_point_cast<std::chrono::microseconds>(Clock::now()) -
-                      std::chrono::hours(24) * std::int64_t{std::min(settings.days, kMostDays)};
+  const std::size_t leftovers = doomed.size();
+  std::sort(versions.begin(), versions.end(), std::greater<>());
+  const Time now = std::chrono::time_point_cast<std::chrono::microseconds>(Clock::now());
+  const std::string oldest =
+      OperationName(now - std::chrono::hours(24) * std::int64_t{std::min(settings.days, kMostDays)}, 0);
+  const std::string ofRunning = running == nullptr ? std::string() : OperationName(running->time, running->process);
   std::size_t operations = 0;
-  for (std::size_t i = 0; i < versions.size(); ++i) {
-    const Version& version = versions[i].first;
-    if (i == 0 || !version.IsOfOperation(versions[i - 1].first)) ++operations;
+  std::string_view operation;
+  for (const std::string& version : versions) {
+    if (OperationOf(version) != operation) ++operations;
+    operation = OperationOf(version);
     const bool isTooMany = settings.versions != 0 && operations > settings.versions;
-    const bool isTooOld = settings.days != 0 && version.time < oldest;
-    const bool isRunning = running != nullptr && version.IsOfOperation(*running);
-    if ((isTooMany || isTooOld) && !isRunning) doomed.push_back(versions[i].second);
+    const bool isTooOld = settings.days != 0 && version < oldest;
+    if ((isTooMany || isTooOld) && operation != ofRunning && ParseName(version)) doomed.push_back(version);
   }
   std::reverse(doomed.begin() + static_cast<std::ptrdiff_t>(leftovers), doomed.end());  // the oldest go first
-  if (running != nullptr) doomed.resize(std::min(doomed.size(), kMostAtOnce));
+  if (running != nullptr) doomed.resize(std::min<std::size_t>(doomed.size(), RoomOverLimit(settings) + kMoreAtOnce));
   std::size_t removed = 0;
   for (std::size_t i = 0; i < doomed.size(); ++i) {
     const int failure = host::Unlink(models, doomed[i]);

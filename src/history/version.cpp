@@ -24,6 +24,7 @@ constexpr std::string_view kNew = "new";
 constexpr char kSeparator = '-';
 constexpr char kSizeAndTime = 'x';
 constexpr std::size_t kFields = 5;
+constexpr std::string_view kTimePattern = "00000000T000000000000Z";
 
 template <typename Number>
 std::string Digits(Number number, int base = 10) {
@@ -52,11 +53,10 @@ std::string TextOf(Time time) {
 }
 
 bool ReadTime(std::string_view text, Time* time) {
-  constexpr std::string_view kPattern = "00000000T000000000000Z";
-  if (text.size() != kPattern.size()) return false;
+  if (text.size() != kTimePattern.size()) return false;
   for (std::size_t i = 0; i < text.size(); ++i) {
     const bool isDigit = text[i] >= '0' && text[i] <= '9';
-    if (kPattern[i] == '0' ? !isDigit : text[i] != kPattern[i]) return false;
+    if (kTimePattern[i] == '0' ? !isDigit : text[i] != kTimePattern[i]) return false;
   }
   const auto number = [&](std::size_t at, std::size_t length) {
     int value = 0;
@@ -96,11 +96,18 @@ std::string TextOfAfter(const Version& version) {
 
 }  // namespace
 
+std::string OperationName(Time time, pid_t process) {
+  return TextOf(time) + kSeparator + Digits(process) + kSeparator;
+}
+
+std::string_view OperationOf(std::string_view versionName) {
+  const std::size_t process = versionName.find(kSeparator);
+  return process == kTimePattern.size() ? versionName.substr(0, versionName.find(kSeparator, process + 1) + 1) : "";
+}
+
 std::string NameOf(const Version& version) {
-  std::string name = TextOf(version.time);
-  for (const std::string& field : {Digits(version.process), Digits(version.user), version.method, TextOfAfter(version)})
-    (name += kSeparator) += field;
-  return name + version.extension;
+  return OperationName(version.time, version.process) + Digits(version.user) + kSeparator + version.method +
+         kSeparator + TextOfAfter(version) + version.extension;
 }
 
 std::optional<Version> ParseName(std::string_view name) {
@@ -154,7 +161,9 @@ std::vector<Version> FindVersions(const std::filesystem::path& folder, const std
 // ---- Operations that are taken back --------------------------------------------------------------------------------
 
 std::string UndoneName(const Version& operation) {
-  return std::string(kUndone) + TextOf(operation.time) + kSeparator + Digits(operation.process);
+  std::string name = std::string(kUndone) + OperationName(operation.time, operation.process);
+  name.pop_back();
+  return name;
 }
 
 int NoteUndone(const std::filesystem::path& folder, const std::string& module, const std::string& component,

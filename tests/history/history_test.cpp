@@ -144,6 +144,20 @@ TEST_F(KeeperTest, KeepsAsManyAndAsLongAsTheRegistrySays) {
   EXPECT_EQ(trouble, "");
 }
 
+TEST_F(KeeperTest, LooksAtTheFolderOnlyWhenAnEighthMoreHasComeThanTheLimitSays) {
+  Limit("HistoricoVersoes", 16);
+  Enter(History());
+  std::vector<std::size_t> kept;
+  for (int i = 0; i <= 40; ++i) {
+    Write("CT01A.RXL", std::to_string(i));
+    kept.push_back(Kept().size());
+  }
+  EXPECT_THAT(std::vector<std::size_t>(kept.begin() + 16, kept.end()),
+              testing::Each(testing::AllOf(testing::Ge(16U), testing::Le(18U))));
+  EXPECT_THAT(kept, testing::Contains(16U));
+  EXPECT_EQ(Kept().back(), "39");
+}
+
 TEST_F(KeeperTest, TheOldestGoFirstAndWhatIsStillTheFileIsNone) {
   Enter(History());
   Write("CT01A.RXL", "live");

@@ -319,7 +319,7 @@ int ReadNames(const Descriptor& folder, const std::function<void(const char* nam
   if (const int error = OpenFolder(folder.Number(), ".", &names); error != 0) return error;
 
   constexpr std::size_t kBufferSize = 256 * 1024;
-  const auto buffer = std::make_unique<std::uint64_t[]>(kBufferSize / sizeof(std::uint64_t));
+  const auto buffer = std::make_unique_for_overwrite<std::uint64_t[]>(kBufferSize / sizeof(std::uint64_t));
   const char* const start = reinterpret_cast<const char*>(buffer.get());
   for (;;) {
     std::size_t size = 0;
