@@ -111,7 +111,8 @@ class Reader {
   explicit Reader(const platform::Home& home);
 
   // Calls `visit` for each line that has not been read yet, without its line end. A line begins with {"time":" and is
-  // shorter than kLongestLine; whether it is whole, the caller has to find out: a full disk leaves fragments.
+  // shorter than kLongestLine; whether it is whole, the caller has to find out: a full disk leaves fragments, and
+  // so does a writer that is killed where a line crosses two pages.
   void ReadNew(const std::function<void(std::string_view line)>& visit);
 
   // Which files could not be read, and why, for people.
