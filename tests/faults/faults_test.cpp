@@ -20,6 +20,13 @@ using support::LongTests;
 
 constexpr int kMostTold = 10;  // losses of one operation
 
+// A process takes five times as long to come up under a sanitizer.
+#if defined(__has_feature)
+constexpr bool kSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
+#else
+constexpr bool kSanitized = false;
+#endif
+
 bool BeginsWithOneOf(const std::string& text, const std::vector<std::string>& beginnings) {
   return std::any_of(beginnings.begin(), beginnings.end(), [&](const auto& b) { return text.starts_with(b); });
 }
@@ -37,8 +44,10 @@ class FaultsTest : public Station {
   }
 
   // Strikes every operation at one place after the other, in each manner, until it is done without having come to the
-  // place. In the short form each manner strikes one place of `every`, by turns.
+  // place. In the short form each manner strikes one place of `every`, by turns, and under a sanitizer every third of
+  // these.
   void StrikeAll(std::size_t Attack::*place, const std::vector<Attack>& manners, std::size_t every) {
+    if (kSanitized) every *= 3;
     for (const Operation& operation : Operations()) {
       Do(operation);
       const int lossesBefore = losses_;
