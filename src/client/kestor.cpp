@@ -125,7 +125,8 @@ kestor_names CopyNames(const std::vector<std::string>& names) {
   return copy;
 }
 
-std::vector<std::string> NamesOf(const REG_ARRAY_RELATORIO2& list) {
+// Frees the records, also those that come with a result that the server never gives.
+std::vector<std::string> TakeNames(const REG_ARRAY_RELATORIO2& list) {
   const TaskBlock<tagREG_NOME_RELATORIO2> records(list.pregRelatorios);
   std::vector<std::string> names;
   for (std::size_t i = 0; i < list.nQtdeRelatorios; ++i) {
@@ -284,7 +285,8 @@ kestor_result kestor_reports_list(kestor_reports* store, kestor_names* names) {
     REG_ARRAY_RELATORIO2* list = nullptr;
     const HRESULT result = object.GetNomeRelatorios(&list);
     const TaskBlock<REG_ARRAY_RELATORIO2> owner(list);
-    if (result == S_OK) *names = CopyNames(list == nullptr ? std::vector<std::string>() : NamesOf(*list));
+    const std::vector<std::string> found = list == nullptr ? std::vector<std::string>() : TakeNames(*list);
+    if (result == S_OK) *names = CopyNames(found);
     return result;
   });
 }
@@ -354,7 +356,7 @@ kestor_result kestor_reports_deleted(kestor_reports* store, kestor_names* names)
   return store->Call([&](IZNPL_Relatorio2& object) {
     REG_ARRAY_RELATORIO2 list{};
     const HRESULT result = object.GetNomeRelatoriosDemonstracaoExcluidos(&list);
-    const std::vector<std::string> found = NamesOf(list);
+    const std::vector<std::string> found = TakeNames(list);
     if (result == S_OK) *names = CopyNames(found);
     return result;
   });
