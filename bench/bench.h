@@ -52,10 +52,25 @@ ComPtr<IZNPL_Relatorio2> MigratingStoreInProcess();
 // Measures Le of the model of an installation, in the store that `open` opens there.
 void ReadModel(benchmark::State& state, const support::Installation& installation, ComPtr<IZNPL_Relatorio2> (*open)());
 
+// This process and another one, each on a processor of its own as long as the object lives. How long an exchange takes
+// depends most on whether the two share one, which is chance otherwise.
+class Apart {
+ public:
+  explicit Apart(pid_t other);
+  ~Apart();
+  Apart(const Apart&) = delete;
+  Apart& operator=(const Apart&) = delete;
+
+ private:
+  const pid_t other_;
+  cpu_set_t before_{};
+};
+
 // The content of a document as applications make them, with so many columns. Needs a ComponenteMarcacao.
 std::string Content(int columns);
 
 std::vector<Figure> ChannelFigures();
+std::vector<Figure> ClientFigures();
 std::vector<Figure> StoreFigures();
 std::vector<Figure> ListingFigures();
 std::vector<Figure> LegacyFigures();

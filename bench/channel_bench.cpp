@@ -1,6 +1,5 @@
 // Calls between two processes, beside a bare exchange of bytes between two processes.
 #include <fcntl.h>
-#include <sched.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,42 +11,11 @@
 
 namespace {
 
+using bench::Apart;
 using bench::Empty;
 using bench::Full;
 
 constexpr std::size_t kPingBytes = 64;
-
-// This process and another one, each on a processor of its own as long as the object lives. How long an exchange takes
-// depends most on whether the two share one, which is chance otherwise.
-class Apart {
- public:
-  explicit Apart(pid_t other) : other_(other) {
-    sched_getaffinity(0, sizeof before_, &before_);
-    std::vector<std::size_t> processors;
-    for (std::size_t i = 0; i < CPU_SETSIZE && processors.size() < 2; ++i) {
-      if (CPU_ISSET(i, &before_)) processors.push_back(i);
-    }
-    Pin(0, processors.front());
-    Pin(other_, processors.back());
-  }
-  ~Apart() {
-    sched_setaffinity(0, sizeof before_, &before_);
-    sched_setaffinity(other_, sizeof before_, &before_);
-  }
-  Apart(const Apart&) = delete;
-  Apart& operator=(const Apart&) = delete;
-
- private:
-  static void Pin(pid_t process, std::size_t processor) {
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    CPU_SET(processor, &one);
-    sched_setaffinity(process, sizeof one, &one);
-  }
-
-  const pid_t other_;
-  cpu_set_t before_{};
-};
 
 bool ReadAll(int descriptor, char* bytes, std::size_t count) {
   while (count > 0) {

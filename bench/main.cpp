@@ -47,8 +47,9 @@ void PrintRatiosHead() {
 void PrintRatios(Collector& collector, const std::vector<bench::Figure>& figures) {
   for (const bench::Figure& figure : figures) {
     const double baseline = collector.Median(figure.baseline);
-    if (baseline <= 0) continue;
-    std::printf("%-72s %7.2f %7.2f\n", figure.what.c_str(), collector.Median(figure.measured) / baseline, figure.limit);
+    const double measured = collector.Median(figure.measured);
+    if (baseline <= 0 || measured <= 0) continue;
+    std::printf("%-72s %7.2f %7.2f\n", figure.what.c_str(), measured / baseline, figure.limit);
   }
 }
 
@@ -88,7 +89,7 @@ int main(int argc, char** argv) {
   if (!once) {
     PrintRatiosHead();
     for (const auto figures :
-         {bench::ChannelFigures, bench::StoreFigures, bench::ListingFigures, bench::LegacyFigures,
+         {bench::ChannelFigures, bench::ClientFigures, bench::StoreFigures, bench::ListingFigures, bench::LegacyFigures,
           bench::DocumentFigures, bench::ConversionFigures, bench::SearchFigures, bench::NetworkFigures})
       PrintRatios(collector, figures());
   }

@@ -90,23 +90,21 @@ OwnedBstr ToBstr(const char* utf8) {
 
 // A block that kestor_free frees.
 template <typename Item>
-Item* NewItems(std::size_t count, std::size_t more = 0) {
-  if (count > (std::numeric_limits<std::size_t>::max() - more - 1) / sizeof(Item)) throw std::bad_alloc();
-  auto* const block = static_cast<Item*>(std::malloc(count * sizeof(Item) + more + 1));  // 1: malloc(0) may give NULL
-  if (block == nullptr) throw std::bad_alloc();
-  return block;
+TaskBlock<Item> NewItems(std::size_t count, std::size_t more = 0) {
+  if (count > (std::numeric_limits<std::size_t>::max() - more) / sizeof(Item)) throw std::bad_alloc();
+  return NewTaskBlock<Item>(count * sizeof(Item) + more);
 }
 
+// Records of the contract, handed out under their names of C; never NULL.
 template <typename Item, typename Record>
-Item* CopyItems(const Record* records, std::size_t count) {
+Item* HandOut(TaskBlock<Record> records) {
   static_assert(sizeof(Item) == sizeof(Record));
-  Item* const items = NewItems<Item>(count);
-  if (count != 0) std::memcpy(items, records, count * sizeof(Item));
-  return items;
+  if (!records) return NewItems<Item>(0).release();
+  return reinterpret_cast<Item*>(records.release());
 }
 
 char* CopyText(const std::string& text) {
-  char* const copy = NewItems<char>(text.size() + 1);
+  char* const copy = NewItems<char>(text.size() + 1).release();
   std::memcpy(copy, text.c_str(), text.size() + 1);
   return copy;
 }
@@ -115,7 +113,7 @@ kestor_names CopyNames(const std::vector<std::string>& names) {
   std::size_t bytes = 0;
   for (const std::string& name : names)
     bytes += name.size() + 1;
-  kestor_names copy = {NewItems<char*>(names.size(), bytes), names.size()};
+  kestor_names copy = {NewItems<char*>(names.size(), bytes).release(), names.size()};
   char* next = reinterpret_cast<char*>(copy.names + names.size());
   for (std::size_t i = 0; i < names.size(); ++i) {
     copy.names[i] = next;
@@ -223,7 +221,7 @@ const char* kestor_last_reason(void) {
 }
 
 void kestor_free(void* block) {
-  std::free(block);
+  CoTaskMemFree(block);
 }
 
 kestor_result kestor_use_home(const char* folder) {
@@ -301,9 +299,9 @@ kestor_result kestor_reports_read(kestor_reports* store, const char* model, kest
     const HRESULT result = object.Le(ToBstr(model).get(), &record);
     const TaskBlock<REG_RELATORIO2> owner(record);
     if (record == nullptr) return result;
-    const TaskBlock<std::uint8_t> bytes(record->lpRelatorio);
-    const auto size = static_cast<std::size_t>(record->nQtdeBytes);
-    if (result == S_OK) *content = {CopyItems<std::uint8_t>(bytes.get(), size), size, record->nVersao};
+    TaskBlock<std::uint8_t> bytes(record->lpRelatorio);
+    if (result != S_OK) return result;
+    *content = {HandOut<std::uint8_t>(std::move(bytes)), static_cast<std::size_t>(record->nQtdeBytes), record->nVersao};
     return result;
   });
 }
@@ -372,9 +370,9 @@ kestor_result kestor_reports_fields(kestor_reports* store, kestor_field** fields
     const HRESULT result = object.GetCamposDisponiveis(&list);
     const TaskBlock<REG_CAMPOS_DISPONIVEIS2> owner(list);
     if (list == nullptr) return result;
-    const TaskBlock<tagREG_CAMPOS_RELATORIO2> records(list->pregCampos);
+    TaskBlock<tagREG_CAMPOS_RELATORIO2> records(list->pregCampos);
     if (result != S_OK) return result;
-    *fields = CopyItems<kestor_field>(records.get(), list->nQtdeCampos);
+    *fields = HandOut<kestor_field>(std::move(records));
     *count = list->nQtdeCampos;
     return result;
   });
@@ -428,10 +426,10 @@ kestor_result kestor_legacy_read(kestor_legacy* store, const char* model, kestor
     HRESULT result = object.BuscaTamanhoRelatorio(ToBstr(model).get(), &size);
     if (result != S_OK) return result;
     if (!FitsAnswer(size, 1)) return rpc::kBadStubData;
-    std::vector<unsigned char> bytes(static_cast<std::size_t>(size) + 1);
-    result = object.BuscaRelatorio(size, bytes.data());
+    TaskBlock<std::uint8_t> bytes = NewItems<std::uint8_t>(static_cast<std::size_t>(size));
+    result = object.BuscaRelatorio(size, bytes.get());
     if (result != S_OK) return result;
-    *content = {CopyItems<std::uint8_t>(bytes.data(), bytes.size() - 1), bytes.size() - 1, 0};
+    *content = {bytes.release(), static_cast<std::size_t>(size), 0};
     return result;
   });
 }
@@ -489,9 +487,9 @@ kestor_result kestor_legacy_get_export(kestor_legacy* store, const char* model, 
     const HRESULT result = object.BuscaDadosExportacaoDoRelatorio(ToBstr(model).get(), &record);
     const TaskBlock<tagREG_RELEXPORTACAO> owner(record);
     if (record == nullptr) return result;
-    const TaskBlock<tagREG_RELEXPORTACAO_ITEM> records(record->pregItens);
+    TaskBlock<tagREG_RELEXPORTACAO_ITEM> records(record->pregItens);
     if (result != S_OK) return result;
-    *items = CopyItems<kestor_export_item>(records.get(), record->iQtdeItens);
+    *items = HandOut<kestor_export_item>(std::move(records));
     std::memcpy(settings, record, sizeof *settings);
     return result;
   });
@@ -524,9 +522,9 @@ kestor_result kestor_legacy_get_filter(kestor_legacy* store, const char* model, 
     const HRESULT result = object.LeFiltroRelatorio(ToBstr(model).get(), &record);
     const TaskBlock<tagFILTRO_RELATORIO> owner(record);
     if (record == nullptr) return result;
-    const TaskBlock<tagCAMPO_FILTRO> records(record->pregValoresFiltro);
+    TaskBlock<tagCAMPO_FILTRO> records(record->pregValoresFiltro);
     if (result != S_OK) return result;
-    *entries = CopyItems<kestor_filter_entry>(records.get(), record->nQtdCampos);
+    *entries = HandOut<kestor_filter_entry>(std::move(records));
     *count = record->nQtdCampos;
     return result;
   });
@@ -554,11 +552,12 @@ kestor_result kestor_legacy_fields(kestor_legacy* store, kestor_legacy_field** f
     HRESULT result = object.BuscaQdeCamposArquivo(&number);
     if (result != S_OK) return result;
     if (!FitsAnswer(number, sizeof(tagREG_CAMPOS_RELATORIO))) return rpc::kBadStubData;
-    std::vector<tagREG_CAMPOS_RELATORIO> records(static_cast<std::size_t>(number) + 1);
-    result = object.BuscaCampos(number, records.data());
+    const auto items = static_cast<std::size_t>(number);
+    TaskBlock<tagREG_CAMPOS_RELATORIO> records = NewItems<tagREG_CAMPOS_RELATORIO>(items);
+    result = object.BuscaCampos(number, records.get());
     if (result != S_OK) return result;
-    *fields = CopyItems<kestor_legacy_field>(records.data(), records.size() - 1);
-    *count = records.size() - 1;
+    *fields = HandOut<kestor_legacy_field>(std::move(records));
+    *count = items;
     return result;
   });
 }
