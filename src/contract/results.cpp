@@ -103,6 +103,7 @@ const NamedResult kNamedResults[] = {
     {TYPE_E_CANTLOADLIBRARY, "TYPE_E_CANTLOADLIBRARY", "the type library cannot be loaded"},
     {TYPE_E_REGISTRYACCESS, "TYPE_E_REGISTRYACCESS", "the type library cannot be entered in the registry"},
 
+    {HRESULT_FROM_WIN32(ERROR_TIMEOUT), "ERROR_TIMEOUT", "the call took longer than its time limit"},
     {rpc::kServerUnavailable, "RPC_S_SERVER_UNAVAILABLE", "the server is gone or cannot be reached"},
     {rpc::kServerTooBusy, "RPC_S_SERVER_TOO_BUSY", "the server has as many connections as it can have"},
     {rpc::kCallFailed, "RPC_S_CALL_FAILED", "the server ended in the call"},

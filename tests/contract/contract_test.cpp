@@ -85,9 +85,9 @@ TEST(Results, NamesAreGivenOnce) {
   std::map<std::string, std::uint32_t> owners;
   for (const auto& [first, last, count] :
        {Range(0, 1, 2), Range(0x80004001, 0x80004005, 4), Range(0x80040001, 0x8004000C, 12),
-        Range(0x80043E80, 0x80043FAC, 16), Range(0x80070000, 0x800704FF, 28), Range(0x80070600, 0x800706FF, 4),
-        Range(0x80010105, 0x80010110, 2), Range(0x80040110, 0x800401FC, 4), Range(0x80080005, 0x80080005, 1),
-        Range(0x80028000, 0x80029FFF, 2)}) {
+        Range(0x80043E80, 0x80043FAC, 16), Range(0x80070000, 0x800704FF, 28), Range(0x800705B4, 0x800705B4, 1),
+        Range(0x80070600, 0x800706FF, 4), Range(0x80010105, 0x80010110, 2), Range(0x80040110, 0x800401FC, 4),
+        Range(0x80080005, 0x80080005, 1), Range(0x80028000, 0x80029FFF, 2)}) {
     const std::size_t before = owners.size();
     for (std::uint32_t number = first; number <= last; ++number) {
       const kestor::ResultText text = Describe(static_cast<HRESULT>(number));
