@@ -66,6 +66,10 @@ void TellHome(Answer& answer) {
   answer.data["home"] = {{"folder", folder.string()}, {"exists", fs::is_directory(folder)}};
   RequireHome();
   answer.output += "home     " + folder.string() + "\n";
+  const fs::path& machine = platform::Home::Current().SystemRegistry();
+  if (machine.empty() || !fs::exists(machine)) return;
+  answer.output += "machine  " + machine.string() + " (what the home lacks)\n";
+  answer.data["home"]["machine"] = machine.string();
 }
 
 void TellJournal(Answer& answer) {

@@ -5,7 +5,7 @@ set -u
 kestorctl=$1 examples=$2
 shift 2
 folder=$(mktemp -d)
-export KESTOR_HOME="$folder/home" XDG_RUNTIME_DIR="$folder"
+export KESTOR_HOME="$folder/home" XDG_RUNTIME_DIR="$folder" KESTOR_SYSTEM="$folder/none"
 unset KESTOR_SERVER
 trap '
   server=$("$kestorctl" status | sed -n "s/.*running, process \([0-9]*\).*/\1/p")

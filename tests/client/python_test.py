@@ -9,7 +9,7 @@ import threading
 import unittest
 
 _HOME = pathlib.Path(tempfile.mkdtemp(prefix="kestor-test-"))
-os.environ.update(KESTOR_HOME=str(_HOME / "home"), XDG_RUNTIME_DIR=str(_HOME))
+os.environ.update(KESTOR_HOME=str(_HOME / "home"), XDG_RUNTIME_DIR=str(_HOME), KESTOR_SYSTEM=str(_HOME / "none"))
 os.environ.pop("KESTOR_SERVER", None)
 
 import kestor  # noqa: E402

@@ -83,6 +83,7 @@ class Transcript : public testing::TestWithParam<std::string> {
     setenv("HOLD", KESTOR_HOLD, 1);
     setenv("KESTOR_HOME", (Session() / "home").c_str(), 1);
     setenv("XDG_RUNTIME_DIR", mkdtemp(run_.data()), 1);
+    setenv("KESTOR_SYSTEM", (Session() / "system").c_str(), 1);
     unsetenv("KESTOR_SERVER");
   }
 

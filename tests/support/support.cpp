@@ -47,6 +47,7 @@ TempHome::TempHome(const fs::path& sharedData) : data_(sharedData.empty() ? fold
 
 void TempHome::Enter() const {
   setenv("XDG_RUNTIME_DIR", (folder_.Path() / "run").c_str(), 1);
+  setenv("KESTOR_SYSTEM", (folder_.Path() / "system").c_str(), 1);
   platform::Home::Use(Home());
 }
 

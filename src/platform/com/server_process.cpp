@@ -69,7 +69,7 @@ std::vector<std::string> SplitCommand(const std::string& command) {
 
 // What a process of another user may know of the environment.
 bool IsNobodysSecret(std::string_view variable) {
-  constexpr std::string_view kKnown[] = {"PATH=", "LANG=", "LC_", "TZ="};
+  constexpr std::string_view kKnown[] = {"PATH=", "LANG=", "LC_", "TZ=", "KESTOR_SYSTEM="};
   return std::any_of(std::begin(kKnown), std::end(kKnown), [&](auto known) { return variable.starts_with(known); });
 }
 

@@ -58,7 +58,7 @@ std::string Lowered(std::string_view name) {
 }
 
 std::string FolderOf(const Share& share) {
-  return platform::Home::Current().Drives().native() + "/" + Lowered(share.host) + "/" + Lowered(share.name);
+  return platform::Home::Current().Mapped(Lowered(share.host) + "/" + Lowered(share.name));
 }
 
 std::string_view WithoutTrailingBlanksAndDots(std::string_view component) {

@@ -196,12 +196,37 @@ void Home::Use(const fs::path& folder) {
   current.store(&Homes().back(), std::memory_order_release);
 }
 
+Home::Home(fs::path folder) : folder_(std::move(folder)) {
+  const std::string chosen = Variable("KESTOR_SYSTEM");
+  const fs::path system = WithoutTrailingSeparator(chosen.empty() ? "/etc/kestor" : chosen);
+  std::error_code missing;
+  if (system == folder_ || fs::equivalent(system, folder_, missing)) return;
+  systemRegistry_ = system / "registry.reg";
+  // Paths are translated all the time: a machine without such drives must not pay for them.
+  if (fs::exists(system / "drives", missing)) systemDrives_ = (system / "drives/").native();
+}
+
 std::string Home::Drive(char letter) const {
   const char lower = letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-  std::string folder = folder_.native();
-  folder += "/drives/";
-  folder += lower;
-  return folder;
+  return Mapped(std::string_view(&lower, 1));
+}
+
+std::string Home::Mapped(std::string_view entry) const {
+  struct stat status {};
+  std::string own = folder_.native();
+  (own += "/drives/") += entry;
+  if (systemDrives_.empty() || lstat(own.c_str(), &status) == 0) return own;
+  std::string system = systemDrives_;
+  system += entry;
+  return lstat(system.c_str(), &status) == 0 ? system : own;
+}
+
+void Home::MakeOnFirstUse() const {
+  std::error_code failed;
+  if (fs::exists(folder_, failed) || systemRegistry_.empty() || !fs::exists(systemRegistry_, failed)) return;
+  const ActingAsOwner owner(folder_);
+  fs::create_directories(folder_.parent_path(), failed);
+  if (mkdir(folder_.c_str(), 0700) == 0) fs::create_directory(Work(), failed);
 }
 
 uid_t Home::User() const {
@@ -254,6 +279,7 @@ bool Home::IsServed() const {
 }
 
 int Home::TakeServing(Descriptor* lock) const {
+  MakeOnFirstUse();
   Descriptor file = OpenLockFile(kServerLock);
   if (!file) return errno;
   if (*lock && host::SameFile(*lock, file)) {

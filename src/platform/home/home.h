@@ -60,11 +60,24 @@ class Home {
 
   const std::filesystem::path& Folder() const { return folder_; }
   std::filesystem::path Registry() const { return folder_ / "registry.reg"; }
+
+  // The registry of the whole machine, which holds what that of the home lacks: in $KESTOR_SYSTEM, else in /etc/kestor.
+  // Empty where this is the home of that folder itself. Nothing but a person's commands writes there.
+  const std::filesystem::path& SystemRegistry() const { return systemRegistry_; }
+
   std::filesystem::path Drives() const { return folder_ / "drives"; }
   std::filesystem::path Work() const { return folder_ / "work"; }
 
-  // The folder where drive `letter` (either case) begins, with no final separator: a path that need not exist.
+  // Makes the folder, mode 0700, where it is missing and there is a registry of the whole machine: the user of such a
+  // machine sets nothing up.
+  void MakeOnFirstUse() const;
+
+  // The folder where drive `letter` (either case) begins, with no final separator: a path that need not exist. It is
+  // that of the whole machine where the home has no such drive.
   std::string Drive(char letter) const;
+
+  // The same for an entry of the folder of drives, such as host/share.
+  std::string Mapped(std::string_view entry) const;
 
   // The user whose server serves this process here: its own, but for root the owner of the home. A missing home counts
   // as the owner's of the folder in which it would be made.
@@ -100,9 +113,10 @@ class Home {
   Descriptor OpenLockFile(const char* name) const;
 
  private:
-  explicit Home(std::filesystem::path folder) : folder_(std::move(folder)) {}
-
+  explicit Home(std::filesystem::path folder);
   std::filesystem::path folder_;
+  std::filesystem::path systemRegistry_;
+  std::string systemDrives_;  // with a final separator; empty where there are none
 };
 
 }  // namespace platform

@@ -145,6 +145,12 @@ bool Holds(const Key& key, const std::string& name, DWORD type, const std::strin
   return value != nullptr && value->type == type && value->data == data;
 }
 
+// A key of the home's registry. One that the machine's alone has is made there too: what is changed is the home's.
+Key* KeyToChange(Tree& tree, const KeyPath& path) {
+  Key* const key = tree.Find(path);
+  return key == nullptr && registry::OfSystem()->Find(path) != nullptr ? &tree.FindOrMake(path) : key;
+}
+
 }  // namespace
 
 const HKEY HKEY_LOCAL_MACHINE = &machineRoot;
@@ -173,7 +179,7 @@ LONG RegCreateKeyA(HKEY parent, const char* path, HKEY* key) {
     if (result == kSuccess) result = PathBelow(parent, path, &keyPath);
     if (result != kSuccess) return result;
     result = registry::Change([&](Tree& tree) -> LONG {
-      if (tree.Find(parentPath) == nullptr) return ERROR_FILE_NOT_FOUND;
+      if (KeyToChange(tree, parentPath) == nullptr) return ERROR_FILE_NOT_FOUND;
       tree.FindOrMake(keyPath);
       return kSuccess;
     });
@@ -224,7 +230,7 @@ LONG RegSetValueExA(HKEY key, const char* name, DWORD reserved, DWORD type, cons
     const Key* now = current->Find(path);
     if (now != nullptr && Holds(*now, valueName, type, stored)) return kSuccess;
     return registry::Change([&](Tree& tree) -> LONG {
-      Key* found = tree.Find(path);
+      Key* found = KeyToChange(tree, path);
       if (found == nullptr) return ERROR_FILE_NOT_FOUND;
       Value& value = found->values.FindOrMake(valueName);
       value.type = type;
@@ -325,7 +331,7 @@ void CheckImport(std::string_view bytes, const std::string& file) {
 }
 
 bool Export(std::string_view keyPath, std::string* text) {
-  const std::shared_ptr<const Tree> tree = Current();
+  const std::shared_ptr<const Tree> tree = OfHome();
   if (keyPath.empty()) {
     *text = Format(*tree);
     return true;

@@ -1,5 +1,6 @@
 // The desktop platform's registry: keys and values of one home, kept in one text file (registry.reg) in the platform's
-// own export format.
+// own export format. What it lacks comes from such a file of the whole machine (Home::SystemRegistry), which is never
+// written: a change makes what it needs in the home's.
 //
 // Key and value names ignore letter case and keep the case with which they were made. Every call reads the file as it
 // is now (a parsed copy serves as long as the file is the same one), and every change replaces the file atomically
@@ -129,7 +130,7 @@ std::string ReadWhole(const std::filesystem::path& file);
 // The user who owns the registry file that this process has read last, or this process's where there was none.
 uid_t OwnerOfLastRead();
 
-// The whole registry, or the key `keyPath` with all below it (its name starts with the root, such as
+// The home's registry, or the key `keyPath` with all below it (its name starts with the root, such as
 // HKEY_LOCAL_MACHINE\SOFTWARE), as a version 5.00 text in UTF-8. False when there is no such key.
 bool Export(std::string_view keyPath, std::string* text);
 

@@ -87,6 +87,11 @@ class Snapshot {
   std::shared_ptr<const Tree> tree_;
 };
 
+const std::shared_ptr<const Tree>& Nothing() {
+  static const std::shared_ptr<const Tree> nothing = std::make_shared<Tree>();
+  return nothing;
+}
+
 // The last snapshot of this process.
 class Cache {
  public:
@@ -111,16 +116,36 @@ class Cache {
  private:
   static std::shared_ptr<const Tree> Missing(const fs::path& path) {
     if (errno != ENOENT) Throw("cannot read", path);
-    return std::make_shared<Tree>();
+    return Nothing();
   }
 
   std::mutex mutex_;
   std::unique_ptr<Snapshot> snapshot_;
 };
 
-Cache& CacheOfProcess() {
+Cache& CacheOfHome() {
   static Cache cache;
   return cache;
+}
+
+Cache& CacheOfSystem() {
+  static Cache cache;
+  return cache;
+}
+
+// The home's registry with what only the machine's has, as long as the two stay the same.
+std::shared_ptr<const Tree> Joined(const std::shared_ptr<const Tree>& home, const std::shared_ptr<const Tree>& system) {
+  static std::mutex mutex;
+  static std::shared_ptr<const Tree> lastHome;
+  static std::shared_ptr<const Tree> lastSystem;
+  static std::shared_ptr<const Tree> joined;
+  const std::lock_guard lock(mutex);
+  if (home == lastHome && system == lastSystem) return joined;
+  auto tree = std::make_shared<Tree>(*home);
+  tree->AddMissing(*system);
+  lastHome = home;
+  lastSystem = system;
+  return joined = std::move(tree);
 }
 
 // ---- Changing ----------------------------------------------------------------------------------------------------
@@ -211,19 +236,29 @@ void Write(const Tree& tree, const fs::path& registryFile) {
 
 }  // namespace
 
+std::shared_ptr<const Tree> OfHome() {
+  return CacheOfHome().Current(platform::Home::Current().Registry());
+}
+
+std::shared_ptr<const Tree> OfSystem() {
+  const fs::path& file = platform::Home::Current().SystemRegistry();
+  return file.empty() ? Nothing() : CacheOfSystem().Current(file);
+}
+
 std::shared_ptr<const Tree> Current() {
-  return CacheOfProcess().Current(platform::Home::Current().Registry());
+  const std::shared_ptr<const Tree> system = OfSystem();
+  return system == Nothing() ? OfHome() : Joined(OfHome(), system);
 }
 
 uid_t OwnerOfLastRead() {
-  return CacheOfProcess().OwnerOfLast();
+  return CacheOfHome().OwnerOfLast();
 }
 
 LONG Change(const std::function<LONG(Tree&)>& change, std::chrono::milliseconds patience) {
   const platform::Home& home = platform::Home::Current();
   MakeFolder(home.Folder());
   const WriteLock lock(home.Folder() / "registry.lock", patience);
-  const std::shared_ptr<const Tree> current = Current();
+  const std::shared_ptr<const Tree> current = OfHome();
   Tree changed = *current;
   const LONG result = change(changed);
   if (result == LONG{ERROR_SUCCESS} && changed != *current) Write(changed, home.Registry());

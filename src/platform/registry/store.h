@@ -1,4 +1,4 @@
-// The registry file of the home: reading it as it is now, and changing it.
+// The registry file of the home: reading it as it is now, together with that of the whole machine, and changing it.
 //
 // Both throw FormatError for a damaged file and std::filesystem::filesystem_error for one that cannot be read or
 // written. They may be called from any thread.
@@ -21,12 +21,16 @@ class LockHeld : public std::filesystem::filesystem_error {
   using filesystem_error::filesystem_error;
 };
 
-// The registry as the file has it now. Never null.
+// The registry as it is now: what the home's file has, and what that of the machine has beside it. Never null.
 std::shared_ptr<const Tree> Current();
 
-// Runs `change` on a copy of the registry as it is now and puts the copy in its place, while no other process changes
-// it. Nothing is written when `change` changes nothing, or when it does not return ERROR_SUCCESS. The result is that of
-// `change`. Waits `patience` for others who change it, then throws LockHeld.
+// The two by themselves. Never null.
+std::shared_ptr<const Tree> OfHome();
+std::shared_ptr<const Tree> OfSystem();
+
+// Runs `change` on a copy of the home's registry as it is now and puts the copy in its place, while no other process
+// changes it. Nothing is written when `change` changes nothing, or when it does not return ERROR_SUCCESS. The result is
+// that of `change`. Waits `patience` for others who change it, then throws LockHeld.
 inline constexpr std::chrono::milliseconds kPatience{5000};
 LONG Change(const std::function<LONG(Tree&)>& change, std::chrono::milliseconds patience = kPatience);
 

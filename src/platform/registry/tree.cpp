@@ -89,6 +89,17 @@ Tree::Tree() {
   classes_.name = "HKEY_CLASSES_ROOT";
 }
 
+namespace {
+
+void AddMissing(Key& key, const Key& other) {
+  for (const auto& value : other.values.InOrder())
+    if (key.values.Find(value->name) == nullptr) key.values.FindOrMake(value->name) = *value;
+  for (const auto& subkey : other.subkeys.InOrder())
+    AddMissing(key.subkeys.FindOrMake(subkey->name), *subkey);
+}
+
+}  // namespace
+
 Key* Tree::Find(const KeyPath& path) {
   Key* key = &RootKey(path.root);
   for (const std::string& name : path.names) {
@@ -111,6 +122,11 @@ Key& Tree::FindOrMake(const KeyPath& path, std::size_t* made) {
     if (made != nullptr) *made += siblings.InOrder().size() - before;
   }
   return *key;
+}
+
+void Tree::AddMissing(const Tree& other) {
+  registry::AddMissing(machine_, other.machine_);
+  registry::AddMissing(classes_, other.classes_);
 }
 
 bool Tree::Remove(const KeyPath& path) {

@@ -121,7 +121,8 @@ class Tree {
   const Key* Find(const KeyPath& path) const;
   // Makes the keys above it as well; adds how many were made to `*made`, if given.
   Key& FindOrMake(const KeyPath& path, std::size_t* made = nullptr);
-  bool Remove(const KeyPath& path);  // with all below it; false when there is none, and for a root
+  void AddMissing(const Tree& other);  // keys and values that this one lacks
+  bool Remove(const KeyPath& path);    // with all below it; false when there is none, and for a root
 
   struct Size {
     std::size_t keys = 0;  // without the roots
