@@ -26,7 +26,8 @@ function bold(text) { return "\\fB" literal(text) "\\fR" }
 function prose(text,    words, count, i) {
   count = split(text, words, " ")
   text = ""
-  for (i = 1; i <= count; ++i) text = text (i > 1 ? " " : "") (words[i] ~ /^["'(]*-/ ? literal(words[i]) : escape(words[i]))
+  for (i = 1; i <= count; ++i)
+    text = text (i > 1 ? " " : "") (words[i] ~ /^["'(]*-/ ? literal(words[i]) : escape(words[i]))
   return text ~ /^\./ ? "\\&" text : text
 }
 
@@ -125,8 +126,8 @@ told($0) {
 
 END {
   leave()
-  printf ".TH %s 1 \"\" \"KESTOR %s\" KESTOR\n.SH NAME\n%s \\- %s\n", literal(toupper(name)), version, literal(name), purpose
-  printf ".SH SYNOPSIS\n%s", usage == "" ? calls : usage
+  printf ".TH %s 1 \"\" \"KESTOR %s\" KESTOR\n", literal(toupper(name)), version
+  printf ".SH NAME\n%s \\- %s\n.SH SYNOPSIS\n%s", literal(name), purpose, usage == "" ? calls : usage
   count = split("DESCRIPTION,ARGUMENTS,OPTIONS,COMMANDS,EXAMPLES,EXIT STATUS", order, ",")
   for (i = 1; i <= count; ++i) if (order[i] in page) printf ".SH %s\n%s", order[i], page[order[i]]
   printf ".SH SEE ALSO\n.BR %s (1)%s\n", literal(above), below

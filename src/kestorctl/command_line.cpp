@@ -11,6 +11,7 @@
 
 #include "admin/admin.h"
 #include "commands.h"
+#include "completion.h"
 #include "failure.h"
 #include "platform/home/home.h"
 #include "platform/registry/registry.h"
@@ -217,6 +218,11 @@ int RunCommandLine(int argc, char** argv) {
   AddHelp(program, &chosen);
 
   Answer answer;
+  // No command of the line's own: what follows it is half of one.
+  if (argc > 1 && std::string_view(argv[1]) == "complete") {
+    answer.output = Completions(program, {argv + 2, argv + argc});
+    return Deliver(answer);
+  }
   answer.json = AsksForJson(argc, argv);
   try {
     Run(program, globals, chosen, argc, argv, &answer);
