@@ -38,7 +38,7 @@ figure() {
     grep -oE '(contention|peers|faults): .*' "$1" || true
     grep -E '^[0-9]+ passed, [0-9]+ failed$' "$1" || true
     awk '/^stat::number_of_executed_units/ { runs += $2 } END { if (runs) print runs " runs" }' "$1"
-    grep -E '^[0-9]+ programs without an error$' "$1" || true
+    grep -E '^[0-9]+ programs without an error$|^The packages work ' "$1" || true
   } | paste -s -d ';' | sed 's/;/; /g'
 }
 
@@ -67,6 +67,7 @@ step "Network file systems, three times" scripts/network.sh 3
 step "Fuzzers, $fuzz_seconds s each" scripts/fuzz.sh "$fuzz_seconds"
 step "All tests, ThreadSanitizer" env KESTOR_LONG_TESTS=0 scripts/test.sh tsan
 step "Tests within one process, memcheck" under_memcheck
+step "Packages" scripts/package.sh --check
 
 say "Everything holds"
 printf '%s\n' "${figures[@]}"

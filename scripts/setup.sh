@@ -6,19 +6,22 @@
 #   scripts/setup.sh checks     … and everything that .ci/run uses
 #   scripts/setup.sh network    what scripts/network.sh takes beyond the tests
 #   scripts/setup.sh prove      … and everything that scripts/prove.sh uses
+#   scripts/setup.sh packages   what scripts/package.sh takes beyond the programs
 set -euo pipefail
 
 packages=(g++ cmake ninja-build libarchive-dev libcli11-dev libexpat1-dev nettle-dev nlohmann-json3-dev)
 tests=(python3 libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev)
 checks=(make clang clang-format clang-tidy libclang-rt-dev)
 network=(iproute2 xfsprogs glusterfs-server glusterfs-client moosefs-master moosefs-chunkserver moosefs-client)
+packaging=(debootstrap dpkg-dev file lintian pkgconf python3)
 case "${1:-programs}" in
   programs) ;;
   tests) packages+=("${tests[@]}") ;;
   checks) packages+=("${tests[@]}" "${checks[@]}") ;;
   network) packages+=("${tests[@]}" "${network[@]}") ;;
   prove) packages+=("${tests[@]}" "${checks[@]}" "${network[@]}" valgrind) ;;
-  *) echo "usage: scripts/setup.sh [programs|tests|checks|network|prove]" >&2; exit 2 ;;
+  packages) packages+=("${packaging[@]}") ;;
+  *) echo "usage: scripts/setup.sh [programs|tests|checks|network|prove|packages]" >&2; exit 2 ;;
 esac
 
 missing=()
