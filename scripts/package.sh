@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# Makes the packages for Debian in build/packages, installing first what is missing: kestor, libkestor1, libkestor-dev and
-# python3-kestor.
+# Makes the packages kestor, libkestor1, libkestor-dev and python3-kestor for Debian in build/packages, installing first
+# what is missing.
 #
 #   scripts/package.sh            makes them, and has lintian look at them
-#   scripts/package.sh --check    … and installs them in a bare system of their own, goes on a tour there, removes them, and
-#                                 sees that nothing is left; unpacks them in a folder where no such system can be made
+#   scripts/package.sh --check    … and installs them in a bare system of their own, goes on a tour there, and removes
+#                                 them, after which nothing may be left; unpacks them in a folder where no such system
+#                                 can be made
 set -euo pipefail
 cd "$(dirname "$0")/.."
 [ "$*" = "" ] || [ "$*" = --check ] || { echo "usage: scripts/package.sh [--check]" >&2; exit 2; }
@@ -45,7 +46,8 @@ in_a_bare_system() {
   unshare --mount --pid --fork sh -e -c '
     mount -t proc proc "$1/proc"
     export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8
-    chroot "$1" sh -e -c "apt-get update -q; apt-get install -q -y /packages/*.deb; sh /packages/tour.sh /usr /packages/examples.sh
+    chroot "$1" sh -e -c "apt-get update -q; apt-get install -q -y /packages/*.deb
+      sh /packages/tour.sh /usr /packages/examples.sh
       apt-get purge -q -y --autoremove kestor libkestor1 libkestor-dev python3-kestor"
   ' sh "$root" >"$folder/log" 2>&1 || { cat "$folder/log"; fail "the packages do not work in a bare system"; }
 }

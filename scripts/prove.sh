@@ -66,8 +66,8 @@ done
 step "Network file systems, three times" scripts/network.sh 3
 step "Fuzzers, $fuzz_seconds s each" scripts/fuzz.sh "$fuzz_seconds"
 step "All tests, ThreadSanitizer" env KESTOR_LONG_TESTS=0 scripts/test.sh tsan
-step "Tests within one process, memcheck" under_memcheck
 step "Packages" scripts/package.sh --check
+step "Tests within one process, memcheck" under_memcheck
 
 say "Everything holds"
 printf '%s\n' "${figures[@]}"
