@@ -15,8 +15,9 @@ SOURCE_DATE_EPOCH="$(git log -1 --format=%ct 2>/dev/null || date +%s)"
 export SOURCE_DATE_EPOCH
 cmake --preset packages >/dev/null
 cmake --build --preset packages
-rm -f build/packages/*.deb
-(cd build/packages && cpack >cpack.log 2>&1) || { cat build/packages/cpack.log; exit 1; }
+rm -rf build/packages
+mkdir -p build/packages
+(cd build/release && cpack >cpack.log 2>&1) || { cat build/release/cpack.log; exit 1; }
 rm -rf build/packages/_CPack_Packages
 # They go to no distribution that would have a bug for the first one. CPack has ldconfig called beside the trigger.
 lintian --allow-root --fail-on error,warning --suppress-tags initial-upload-closes-no-bugs,maintscript-calls-ldconfig \
