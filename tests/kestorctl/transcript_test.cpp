@@ -14,6 +14,9 @@
 // server's executable. The commands have these two as variables, $EXAMPLES for the folder of the examples, and $HOLD
 // for a program that holds a file while it runs a command (hold.cpp). After a line "Only where: COMMAND" a transcript
 // ends where that command fails.
+//
+// The tour of README.md is a transcript too, written as a terminal shows it: without the marks "!" and "?", with $? of
+// the last command, and with kFolder and kServer for the folder and the server's executable.
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -40,6 +43,9 @@ constexpr std::string_view kCommand = "    $ ";
 constexpr std::string_view kMore = "    > ";
 constexpr std::string_view kSession = "    ";
 constexpr std::string_view kCondition = "Only where: ";
+constexpr const char* kReadme = KESTOR_EXAMPLES "/../README.md";
+constexpr const char* kFolder = "/srv/kestor";
+constexpr const char* kServer = "/opt/kestor/bin/kestor";
 
 Lines Split(std::string text) {
   if (!text.empty() && text.back() != '\n') text += "(no line end)\n";
@@ -103,24 +109,26 @@ class Transcript : public testing::TestWithParam<std::string> {
   fs::path Session() const { return Path("session"); }
 
   int Run(const std::string& command) const {
-    const std::string script =
-        "cd '" + Session().string() + "'\n{ " + command + "\n} </dev/null >../output 2>../errors";
+    const std::string script = "cd '" + Session().string() + "'\n(exit " + std::to_string(status_) + ")\n{ " + command +
+                               "\n} </dev/null >../output 2>../errors";
     return support::Child([&script] { return execl("/bin/sh", "sh", "-c", script.c_str(), nullptr); }).Wait();
   }
 
   // What the command prints, as a transcript has it.
-  Lines Outcome(const std::string& command) const {
-    const int status = Run(command);
+  Lines Outcome(const std::string& command) {
+    status_ = Run(command);
     Lines lines = Split(support::ReadFile(Path("output")));
     for (const std::string& line : Split(support::ReadFile(Path("errors"))))
-      lines.push_back("! " + line);
-    if (status != 0) lines.push_back("? " + std::to_string(status));
+      lines.push_back(isReadme_ ? line : "! " + line);
+    if (status_ != 0 && !isReadme_) lines.push_back("? " + std::to_string(status_));
     for (std::string& line : lines) {
-      Replace(Session(), "$PWD", &line);
-      Replace(KESTOR_EXECUTABLE, "$KESTOR", &line);
+      Replace(Session(), isReadme_ ? kFolder : "$PWD", &line);
+      Replace(KESTOR_EXECUTABLE, isReadme_ ? kServer : "$KESTOR", &line);
     }
     return lines;
   }
+
+  const bool isReadme_ = GetParam() == kReadme;
 
  private:
   static void Replace(const std::string& text, const char* name, std::string* line) {
@@ -128,6 +136,7 @@ class Transcript : public testing::TestWithParam<std::string> {
       line->replace(at, text.size(), name);
   }
 
+  int status_ = 0;  // of the last command
   const support::TempFolder folder_;
   std::string run_ = "/tmp/kestor-test-XXXXXX";  // short wherever the others lie: so are the paths of sockets
 };
@@ -139,7 +148,8 @@ TEST_P(Transcript, Holds) {
     const std::string& line = lines[i++];
     if (line.starts_with(kCondition) && Run(line.substr(kCondition.size())) != 0) GTEST_SKIP() << line;
     if (!line.starts_with(kCommand)) {
-      ASSERT_FALSE(line.starts_with(' ')) << GetParam() << ':' << i << " is neither prose nor part of the session";
+      ASSERT_FALSE(line.starts_with(' ') && !isReadme_)
+          << GetParam() << ':' << i << " is neither prose nor part of the session";
       continue;
     }
     hasCommand = true;
@@ -163,7 +173,7 @@ TEST_P(Transcript, Holds) {
 }
 
 std::vector<std::string> Transcripts() {
-  std::vector<std::string> files;
+  std::vector<std::string> files = {kReadme};
   for (const std::string& name : support::Names(KESTOR_TRANSCRIPTS)) {
     if (name.ends_with(".txt") && !name.starts_with('.')) files.push_back(KESTOR_TRANSCRIPTS "/" + name);
   }
