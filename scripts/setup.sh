@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs what this project is built with, from Debian's packages; does and asks for nothing when all is there.
+# Installs what this project is built with, from Debian's packages, as root or through sudo; says what to install where it
+# can be neither. Does and asks for nothing when all is there.
 #
 #   scripts/setup.sh            what building the programs takes
 #   scripts/setup.sh tests      … and the tests and benchmarks
@@ -24,17 +25,35 @@ case "${1:-programs}" in
   *) echo "usage: scripts/setup.sh [programs|tests|checks|network|prove|packages]" >&2; exit 2 ;;
 esac
 
-missing=()
-for package in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
-done
+missing() {
+  local package
+  for package in "$@"; do
+    dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || echo "$package"
+  done
+}
+
+mapfile -t missing < <(missing "${packages[@]}")
 [ "${#missing[@]}" -eq 0 ] && exit 0
 
-echo "Installing: ${missing[*]}"
 as_root=()
 if [ "$(id -u)" -ne 0 ]; then
-  command -v sudo >/dev/null || { echo "Please install as root: apt-get install ${missing[*]}" >&2; exit 1; }
   as_root=(sudo)
+  sudo -v 2>/dev/null || {
+    # With those of the tests, so that nobody has to ask for packages twice.
+    mapfile -t missing < <(missing "${packages[@]}" "${tests[@]}" | sort -u)
+    echo "Please run as root: apt-get update && apt-get install --no-install-recommends ${missing[*]}" >&2
+    exit 1
+  }
 fi
-"${as_root[@]}" apt-get update -q
-"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends "${missing[@]}"
+
+log="$(mktemp "${TMPDIR:-/tmp}/kestor-setup-XXXXXX.log")"
+echo "Installing (log: $log): ${missing[*]}"
+{
+  "${as_root[@]}" apt-get update -q &&
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends "${missing[@]}"
+} >"$log" 2>&1 </dev/null || {
+  printf 'The installation failed. The end of %s:\n' "$log" >&2
+  tail -n 30 "$log" >&2
+  exit 1
+}
+rm "$log"
