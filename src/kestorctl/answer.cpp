@@ -96,8 +96,8 @@ int Deliver(const Answer& answer) {
   } else if (answer.result != S_OK) {
     Tell("kestorctl: " + ResultSentence(answer));
   }
-  if (unwritten == 0) return answer.Status();
-  if (unwritten == EPIPE) return kFailed;  // a reader that has seen enough needs no words
+  if (unwritten == 0) return answer.unread ? kUnread : answer.Status();
+  if (unwritten == EPIPE) return kUnread;  // a reader that has seen enough needs no words
   Tell(std::string("kestorctl: cannot write standard output: ") + std::strerror(unwritten));
   return kFailed;
 }

@@ -32,9 +32,9 @@ $XDG_CONFIG_HOME/kestor, else ~/.config/kestor. The server is started when a com
 
 Arguments and texts are UTF-8. An argument that begins with a hyphen follows "--".
 
-Exit status: 0 done; 3 done with a notice (no such model, a model of that name exists, …); 1 failure; 2 wrong usage.
-For anything but 0 a line on standard error tells what is wrong; when it is the server's answer, with the result code, its
-name and its meaning:
+Exit status: 0 done; 3 done with a notice (no such model, a model of that name exists, …); 1 failure; 2 wrong usage;
+141 the reader of standard output went away. For 1, 2 and 3 a line on standard error tells what is wrong; when it is the
+server's answer, with the result code, its name and its meaning:
   kestorctl: 0x00040004 KESTOR_ARQUIVO_JA_EXISTE: a model of that name exists
 
 With --json standard output is one document, also when the command fails:

@@ -223,6 +223,8 @@ void FollowEntries(journal::Reader& reader, const Selection& selection, Answer& 
     error = host::WriteAll(STDOUT_FILENO, lines);
     if (error == 0 && !WaitForEntries()) error = EPIPE;
   }
+  answer.unread = error == EPIPE;
+  if (answer.unread) return;
   answer.error = std::string("cannot write standard output: ") + std::strerror(error);
   answer.result = E_FAIL;
 }
