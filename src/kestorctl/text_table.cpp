@@ -1,5 +1,8 @@
 #include "text_table.h"
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <string_view>
 
@@ -11,6 +14,21 @@ namespace {
 
 // One long text must not make every line as long as itself.
 constexpr std::size_t kWidest = 60;
+// On a terminal a text takes what is left of a line from this width on.
+constexpr std::size_t kEnough = 24;
+constexpr std::string_view kGap = "  ";
+constexpr std::string_view kIndent = "      ";
+
+struct Place {
+  std::size_t width = 0;
+  bool beginsLine = false;
+};
+
+// Of the terminal that standard output is; 0 when it is none.
+std::size_t TerminalWidth() {
+  winsize size{};
+  return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
 
 bool IsFirstByte(char byte) {
   return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
@@ -20,14 +38,55 @@ std::size_t Characters(std::string_view utf8) {
   return static_cast<std::size_t>(std::count_if(utf8.begin(), utf8.end(), IsFirstByte));
 }
 
-std::string Line(const std::vector<TableColumn>& columns, const TableRow& row, const std::vector<std::size_t>& widths) {
-  std::string line;
+// Puts columns for which a line has no room into the next one.
+void Fit(const std::vector<TableColumn>& columns, std::size_t room, std::vector<Place>* places) {
+  std::size_t used = 0;
   for (std::size_t i = 0; i < columns.size(); ++i) {
-    const std::string padding(widths[i] - std::min(widths[i], Characters(row[i])), ' ');
-    line += columns[i].toTheRight ? padding + row[i] : row[i] + padding;
-    line += "  ";
+    Place& place = (*places)[i];
+    const std::size_t needed = columns[i].toTheRight ? place.width : std::min(place.width, kEnough);
+    place.beginsLine = i != 0 && used + needed > room;
+    if (place.beginsLine) used = kIndent.size();
+    place.width = std::min(place.width, std::max(room, used + needed) - used);
+    used += place.width + kGap.size();
   }
-  return line.substr(0, line.find_last_not_of(' ') + 1) + '\n';
+}
+
+// Takes as much from the text as fits, up to a blank where there is one.
+std::string TakeLine(std::string_view* text, std::size_t width) {
+  std::size_t end = 0;
+  for (std::size_t count = 0; end < text->size(); ++end) {
+    if (IsFirstByte((*text)[end]) && ++count > width) break;
+  }
+  std::size_t next = end;
+  const std::size_t blank = end < text->size() ? text->rfind(' ', end) : text->npos;
+  if (blank != text->npos && blank != 0) next = (end = blank) + 1;
+  std::string line(text->substr(0, end));
+  text->remove_prefix(next);
+  return line;
+}
+
+std::string Row(const std::vector<TableColumn>& columns, const TableRow& row, const std::vector<Place>& places,
+                bool isBroken) {
+  std::string lines;
+  for (std::size_t first = 0, end = 0; first < columns.size(); first = end) {
+    for (end = first + 1; end < columns.size() && !places[end].beginsLine;)
+      ++end;
+    std::vector<std::string_view> rest(row.begin(), row.end());
+    bool isWhole = false;
+    while (!isWhole) {
+      std::string line(first == 0 ? "" : kIndent);
+      isWhole = true;
+      for (std::size_t i = first; i < end; ++i) {
+        const std::string text = TakeLine(&rest[i], isBroken ? places[i].width : rest[i].size());
+        const std::string padding(places[i].width - std::min(places[i].width, Characters(text)), ' ');
+        line.append(columns[i].toTheRight ? padding + text : text + padding).append(kGap);
+        isWhole = isWhole && rest[i].empty();
+      }
+      line.resize(line.find_last_not_of(' ') + 1);
+      if (first == 0 || !line.empty()) lines += line + '\n';
+    }
+  }
+  return lines;
 }
 
 }  // namespace
@@ -37,16 +96,19 @@ std::string TextTable(const std::vector<TableColumn>& columns, const std::vector
   for (const TableColumn& column : columns)
     lines.front().push_back(column.head);
   lines.insert(lines.end(), rows.begin(), rows.end());
-  std::vector<std::size_t> widths(columns.size());
+  const std::size_t room = TerminalWidth();
+  std::vector<Place> places(columns.size());
   for (TableRow& line : lines) {
     for (std::size_t i = 0; i < columns.size(); ++i) {
       line[i] = text::Printable(line[i]);
-      widths[i] = std::max(widths[i], std::min(kWidest, Characters(line[i])));
+      const std::size_t width = Characters(line[i]);
+      places[i].width = std::max(places[i].width, room == 0 ? std::min(kWidest, width) : width);
     }
   }
+  if (room != 0) Fit(columns, room, &places);
   std::string table;
   for (const TableRow& line : lines)
-    table += Line(columns, line, widths);
+    table += Row(columns, line, places, room != 0);
   return table;
 }
 
