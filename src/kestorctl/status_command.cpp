@@ -67,7 +67,7 @@ void TellHome(Answer& answer) {
   RequireHome();
   answer.output += "home     " + folder.string() + "\n";
   const fs::path& machine = platform::Home::Current().SystemRegistry();
-  if (machine.empty() || !fs::exists(machine)) return;
+  if (machine.empty()) return;
   answer.output += "machine  " + machine.string() + " (what the home lacks)\n";
   answer.data["home"]["machine"] = machine.string();
 }

@@ -200,9 +200,11 @@ Home::Home(fs::path folder) : folder_(std::move(folder)) {
   const std::string chosen = Variable("KESTOR_SYSTEM");
   const fs::path system = WithoutTrailingSeparator(chosen.empty() ? "/etc/kestor" : chosen);
   std::error_code missing;
-  if (system == folder_ || fs::equivalent(system, folder_, missing)) return;
-  systemRegistry_ = system / "registry.reg";
-  // Paths are translated all the time: a machine without such drives must not pay for them.
+  isOfSystem_ = system == folder_ || fs::equivalent(system, folder_, missing);
+  if (isOfSystem_) return;
+  // The registry is read and paths are translated all the time: a machine without these must not pay for them.
+  const fs::path registry = system / "registry.reg";  // one that may not be looked at must be told, not passed over
+  if (fs::symlink_status(registry, missing).type() != fs::file_type::not_found) systemRegistry_ = registry;
   if (fs::exists(system / "drives", missing)) systemDrives_ = (system / "drives/").native();
 }
 
@@ -223,7 +225,7 @@ std::string Home::Mapped(std::string_view entry) const {
 
 void Home::MakeOnFirstUse() const {
   std::error_code failed;
-  if (fs::exists(folder_, failed) || systemRegistry_.empty() || !fs::exists(systemRegistry_, failed)) return;
+  if (systemRegistry_.empty() || fs::exists(folder_, failed)) return;
   const ActingAsOwner owner(folder_);
   fs::create_directories(folder_.parent_path(), failed);
   if (mkdir(folder_.c_str(), 0700) == 0) fs::create_directory(Work(), failed);

@@ -62,8 +62,11 @@ class Home {
   std::filesystem::path Registry() const { return folder_ / "registry.reg"; }
 
   // The registry of the whole machine, which holds what that of the home lacks: in $KESTOR_SYSTEM, else in /etc/kestor.
-  // Empty where this is the home of that folder itself. Nothing but a person's commands writes there.
+  // Empty where there was none when this home came into use. Nothing but a person's commands writes there.
   const std::filesystem::path& SystemRegistry() const { return systemRegistry_; }
+
+  // Whether this home is that folder.
+  bool IsOfSystem() const { return isOfSystem_; }
 
   std::filesystem::path Drives() const { return folder_ / "drives"; }
   std::filesystem::path Work() const { return folder_ / "work"; }
@@ -115,6 +118,7 @@ class Home {
  private:
   explicit Home(std::filesystem::path folder);
   std::filesystem::path folder_;
+  bool isOfSystem_ = false;
   std::filesystem::path systemRegistry_;
   std::string systemDrives_;  // with a final separator; empty where there are none
 };
