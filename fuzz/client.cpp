@@ -209,7 +209,8 @@ Class* Classes() {
     Require(mkdtemp(folder.data()) != nullptr);
     std::atexit([] { std::filesystem::remove_all(folder); });
     // The library has a home of its own, which it finds as this program does.
-    Require(setenv("XDG_RUNTIME_DIR", folder.c_str(), 1) == 0 && setenv("KESTOR_HOME", folder.c_str(), 1) == 0);
+    for (const char* variable : {"XDG_RUNTIME_DIR", "KESTOR_HOME", "KESTOR_SYSTEM"})
+      Require(setenv(variable, folder.c_str(), 1) == 0);
     std::string reason;
     return platform::Home::Current().PrepareSocketFolder(&reason);
   }();

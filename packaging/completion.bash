@@ -24,6 +24,11 @@ _kestorctl() {
         case "$end" in
           "''") printf -v candidate %q "$candidate" ;;
           "'") candidate="${candidate//\'/\'\\\'\'}" ;;
+          '"')
+            # What a name holds must not be run. A "!" has no quote there.
+            case "$candidate" in *'!'*) continue ;; esac
+            candidate="$(sed 's/[\\$`"]/\\&/g' <<<"$candidate")"
+            ;;
         esac
         COMPREPLY+=("$candidate")
         ;;

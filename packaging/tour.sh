@@ -7,7 +7,7 @@ folder="$(mktemp -d)"
 trap 'rm -rf "$folder"' EXIT
 cd "$folder"
 mkdir -m 700 run
-export KESTOR_HOME="$folder/home" XDG_RUNTIME_DIR="$folder/run"
+export KESTOR_HOME="$folder/home" KESTOR_SYSTEM="$folder/system" XDG_RUNTIME_DIR="$folder/run"
 unset KESTOR_SERVER
 
 kestorctl setup --reports reports --module CT=contabil

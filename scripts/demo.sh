@@ -9,7 +9,7 @@ export PATH="$(pwd -P)/build/release/bin:$PATH"
 
 examples="$(pwd -P)/examples"
 demo="$(mktemp -d "${TMPDIR:-/tmp}/kestor-demo-XXXXXX")"
-export KESTOR_HOME="$demo/home"
+export KESTOR_HOME="$demo/home" KESTOR_SYSTEM="$demo/system"
 mkdir -m 700 "$demo/run"
 export XDG_RUNTIME_DIR="$demo/run"
 unset KESTOR_SERVER

@@ -33,7 +33,7 @@ folder="$(mktemp -d "$place/kestor-network-XXXXXX")"
 chmod 711 "$folder"
 echo "If this is killed: KESTOR_MACHINES=$folder/machines tests/contention/machines.sh down"
 export KESTOR_MACHINES="$folder/machines" KESTOR_LONG_TESTS=1 KESTOR_CONTENTION_MINUTES=1
-export KESTOR_HOME="$folder/home" XDG_RUNTIME_DIR="$folder/run"
+export KESTOR_HOME="$folder/home" KESTOR_SYSTEM="$folder/system" XDG_RUNTIME_DIR="$folder/run"
 mkdir -m 700 "$XDG_RUNTIME_DIR"
 trap 'machines down || echo "network.sh: something of $folder is left"; rm -rf --one-file-system "$folder"' EXIT
 

@@ -97,6 +97,16 @@ struct WriteOptions {
   bool checkDemonstrations = false;  // of the second generation: a notice where the name is a deleted one's
 };
 
+namespace internal {
+
+// A text that the library can see whole. Throws std::invalid_argument for a NUL inside it.
+inline const char* WholeText(const std::string& text) {
+  if (text.find('\0') != text.npos) throw std::invalid_argument("a text with a NUL");
+  return text.c_str();
+}
+
+}  // namespace internal
+
 // The text of a record's field.
 template <std::size_t room>
 std::string Text(const char (&field)[room]) {
@@ -105,19 +115,17 @@ std::string Text(const char (&field)[room]) {
   return text.get();
 }
 
-// Sets it. Throws std::invalid_argument when it is too long, or code page 1252 lacks a character.
+// Sets it. Throws std::invalid_argument when it is too long, has a NUL, or code page 1252 lacks a character; the field
+// is as it was then.
 template <std::size_t room>
 void SetText(char (&field)[room], const std::string& text) {
-  if (kestor_from_utf8(text.c_str(), field, room) != 0) throw std::invalid_argument("no text for this field: " + text);
+  char made[room];
+  if (kestor_from_utf8(internal::WholeText(text), made, room) != 0)
+    throw std::invalid_argument("no text for this field: " + text);
+  std::copy(made, made + room, field);
 }
 
 namespace internal {
-
-// A text that the library can see whole. Throws std::invalid_argument for a NUL inside it.
-inline const char* WholeText(const std::string& text) {
-  if (text.find('\0') != text.npos) throw std::invalid_argument("a text with a NUL");
-  return text.c_str();
-}
 
 // The notice of a result that is positive, or 0. Throws Error for a negative one.
 inline Notice Checked(kestor_result result) {

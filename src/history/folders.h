@@ -38,7 +38,7 @@ void VisitModels(const std::filesystem::path& folder, const std::string& module,
                  const std::function<void(const Descriptor&, const std::string& model)>& visit);
 
 // What the names of an operation's versions begin with: TIME-PROCESS-. Of two operations the earlier one's is less, and
-// no other name comes between those of one. What OperationOf gives for a name that is none of a version is empty.
+// no other name comes between those of one.
 std::string OperationName(Time time, pid_t process);
 std::string_view OperationOf(std::string_view versionName);
 
@@ -50,7 +50,7 @@ inline constexpr std::string_view kUndone = ".undone-";
 void VisitVersions(const Descriptor& models,
                    const std::function<void(const Version& version, const std::string& name)>& visit);
 
-// How many versions over its limit a model may have until its folder is looked at again.
+// How many versions over its limit a model may get from a server until that looks at its folder again.
 unsigned RoomOverLimit(const Settings& settings);
 
 // Removes what is over the limits in the folder of a model: operations count, and those of `running` (null: none) stay.

@@ -100,11 +100,10 @@ unsigned RoomOverLimit(const Settings& settings) {
 
 std::size_t PruneModel(const Descriptor& models, const Settings& settings, const Version* running, int* error) {
   if (running != nullptr && settings.versions == 0 && settings.days == 0) return 0;
-  // Each version that is added comes here: only the names that are to go are taken apart.
   std::vector<std::string> versions;
   std::vector<std::string> doomed;
   host::ReadNames(models, [&](const char* name, unsigned char) {
-    if (!OperationOf(name).empty()) versions.emplace_back(name);
+    if (ParseName(name)) versions.emplace_back(name);
     if (std::string_view(name).starts_with(kUnfinished) && IsOlder(models, name, kLeftoverAge))
       doomed.emplace_back(name);
   });
@@ -121,7 +120,7 @@ std::size_t PruneModel(const Descriptor& models, const Settings& settings, const
     operation = OperationOf(version);
     const bool isTooMany = settings.versions != 0 && operations > settings.versions;
     const bool isTooOld = settings.days != 0 && version < oldest;
-    if ((isTooMany || isTooOld) && operation != ofRunning && ParseName(version)) doomed.push_back(version);
+    if ((isTooMany || isTooOld) && operation != ofRunning) doomed.push_back(version);
   }
   std::reverse(doomed.begin() + static_cast<std::ptrdiff_t>(leftovers), doomed.end());  // the oldest go first
   if (running != nullptr) doomed.resize(std::min<std::size_t>(doomed.size(), RoomOverLimit(settings) + kMoreAtOnce));

@@ -101,8 +101,7 @@ std::string OperationName(Time time, pid_t process) {
 }
 
 std::string_view OperationOf(std::string_view versionName) {
-  const std::size_t process = versionName.find(kSeparator);
-  return process == kTimePattern.size() ? versionName.substr(0, versionName.find(kSeparator, process + 1) + 1) : "";
+  return versionName.substr(0, versionName.find(kSeparator, kTimePattern.size() + 1) + 1);
 }
 
 std::string NameOf(const Version& version) {

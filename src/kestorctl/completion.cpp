@@ -65,6 +65,7 @@ class Line {
     begun_ = begun;
     const std::size_t equals = begun.find('=');
     if (!onlyArguments_ && begun.starts_with("--") && equals != begun.npos) {
+      option_ = nullptr;
       PassOption(begun.substr(0, equals));
       begun_.erase(0, equals + 1);
       if (option_ != nullptr) OfferValues(Kind(*option_, 0));

@@ -37,7 +37,8 @@ std::string ExplainDeniedSockets() {
 
 void RequireHome() {
   const fs::path& home = platform::Home::Current().Folder();
-  platform::Home::Current().MakeOnFirstUse();
+  // The server will make it.
+  if (!fs::exists(home) && !platform::Home::Current().SystemRegistry().empty()) return;
   if (!fs::exists(home)) throw LocalFailure("there is no home at " + home.string() + ": 'kestorctl setup' makes one");
   if (!fs::is_directory(home)) throw LocalFailure("the home " + home.string() + " is no folder");
   if (faccessat(AT_FDCWD, home.c_str(), X_OK, AT_EACCESS) != 0) {

@@ -31,7 +31,11 @@ Mapping ParseMapping(const std::string& option) {
   if (!files::MappingOf(path, &mapping.name, &entry) || mapping.name.size() != path.size()) {
     throw UsageError("--drive: " + option.substr(0, equals) + " is neither a drive nor a share");
   }
-  mapping.entry = entry;
+  // That of this home, also where the machine has one.
+  const fs::path found = entry;
+  const bool isDrive = mapping.name.size() == 2;
+  mapping.entry =
+      platform::Home::Current().Drives() / (isDrive ? fs::path() : found.parent_path().filename()) / found.filename();
   mapping.folder = fs::weakly_canonical(fs::absolute(option.substr(equals + 1)));
   return mapping;
 }

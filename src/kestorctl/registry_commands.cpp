@@ -6,6 +6,7 @@
 #include "explanation.h"
 #include "failure.h"
 #include "host_files.h"
+#include "platform/home/home.h"
 #include "registry_values.h"
 
 namespace kestorctl {
@@ -166,6 +167,11 @@ void Delete(const ValueOptions& options, Answer&) {
   }
   RequireHome();
   const bool deleted = options.name ? DeleteValue(key, name) : DeleteKey(key);
+  registry::OwnedKey stays;
+  if (!deleted && (options.name ? ReadValue(key, name).has_value()
+                                : RegOpenKeyA(key.root, key.path.c_str(), stays.Out()) == LONG{ERROR_SUCCESS})) {
+    throw LocalFailure("what the whole machine has stays: " + platform::Home::Current().SystemRegistry().string());
+  }
   if (!deleted) ThrowMissing((options.name ? "value " : "key ") + NameInMessage(options));
 }
 

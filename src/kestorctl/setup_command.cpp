@@ -166,7 +166,8 @@ void RequireUsableHome(const fs::path& home) {
 void MakeHome(const platform::Home& home) {
   const platform::ActingAsOwner owner(home.Folder());
   if (home.Folder().has_parent_path()) fs::create_directories(home.Folder().parent_path());
-  const mode_t mode = home.IsOfSystem() ? 0755 : 0700;  // what is the machine's, all read
+  const mode_t mode = home.IsOfSystem() ? 0755 : 0700;
+  if (home.IsOfSystem()) umask(022);  // what is the machine's, all read
   if (mkdir(home.Folder().c_str(), mode) != 0 && errno != EEXIST) {
     throw LocalFailure("cannot make the home " + home.Folder().string() + ": " + std::strerror(errno));
   }

@@ -70,6 +70,7 @@ constexpr std::array<LinhaClasse, 3> kClasses = {{
 
 // File names without a folder end up in a folder of the home, never in the one from which the server was started.
 void EntraNaPastaDeTrabalho() {
+  platform::Home::Current().MakeOnFirstUse();
   const std::filesystem::path pasta = platform::Home::Current().Work();
   std::error_code falha;
   std::filesystem::create_directories(pasta, falha);

@@ -137,6 +137,7 @@ class Activation {
     const HRESULT registered = RegisteredCommand(clsid_, &command);
     if (FAILED(registered)) return registered;
 
+    home_.MakeOnFirstUse();
     ActivationLock lock(home_);
     if (!lock.Take(deadline_)) return Late();
     // A server that has lost its sockets makes new ones soon.

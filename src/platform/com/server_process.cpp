@@ -69,18 +69,23 @@ std::vector<std::string> SplitCommand(const std::string& command) {
 
 // What a process of another user may know of the environment.
 bool IsNobodysSecret(std::string_view variable) {
-  constexpr std::string_view kKnown[] = {"PATH=", "LANG=", "LC_", "TZ=", "KESTOR_SYSTEM="};
+  constexpr std::string_view kKnown[] = {"PATH=", "LANG=", "LC_", "TZ="};
   return std::any_of(std::begin(kKnown), std::end(kKnown), [&](auto known) { return variable.starts_with(known); });
 }
 
 std::vector<std::string> EnvironmentWithHome(bool isOfOther) {
-  constexpr std::string_view kVariable = "KESTOR_HOME=";
-  std::vector<std::string> variables;
+  const platform::Home& home = platform::Home::Current();
+  // The server has another working folder.
+  const std::string own = "KESTOR_HOME=" + home.Folder().native();
+  const std::string system = "KESTOR_SYSTEM=" + home.SystemFolder().native();
+  const auto isGiven = [](std::string_view text) {
+    return text.starts_with("KESTOR_HOME=") || text.starts_with("KESTOR_SYSTEM=");
+  };
+  std::vector<std::string> variables = {own, system};
   for (char** variable = environ; *variable != nullptr; ++variable) {
     const std::string_view text = *variable;
-    if (!text.starts_with(kVariable) && (!isOfOther || IsNobodysSecret(text))) variables.emplace_back(text);
+    if (!isGiven(text) && (!isOfOther || IsNobodysSecret(text))) variables.emplace_back(text);
   }
-  variables.push_back(std::string(kVariable) + platform::Home::Current().Folder().native());
   return variables;
 }
 

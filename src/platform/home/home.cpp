@@ -198,9 +198,9 @@ void Home::Use(const fs::path& folder) {
 
 Home::Home(fs::path folder) : folder_(std::move(folder)) {
   const std::string chosen = Variable("KESTOR_SYSTEM");
-  const fs::path system = WithoutTrailingSeparator(chosen.empty() ? "/etc/kestor" : chosen);
+  const fs::path system = systemFolder_ = WithoutTrailingSeparator(chosen.empty() ? "/etc/kestor" : chosen);
   std::error_code missing;
-  isOfSystem_ = system == folder_ || fs::equivalent(system, folder_, missing);
+  isOfSystem_ = fs::weakly_canonical(system, missing) == fs::weakly_canonical(folder_, missing);
   if (isOfSystem_) return;
   // The registry is read and paths are translated all the time: a machine without these must not pay for them.
   const fs::path registry = system / "registry.reg";  // one that may not be looked at must be told, not passed over
@@ -281,7 +281,6 @@ bool Home::IsServed() const {
 }
 
 int Home::TakeServing(Descriptor* lock) const {
-  MakeOnFirstUse();
   Descriptor file = OpenLockFile(kServerLock);
   if (!file) return errno;
   if (*lock && host::SameFile(*lock, file)) {

@@ -65,6 +65,8 @@ class Home {
   // Empty where there was none when this home came into use. Nothing but a person's commands writes there.
   const std::filesystem::path& SystemRegistry() const { return systemRegistry_; }
 
+  const std::filesystem::path& SystemFolder() const { return systemFolder_; }
+
   // Whether this home is that folder.
   bool IsOfSystem() const { return isOfSystem_; }
 
@@ -118,6 +120,7 @@ class Home {
  private:
   explicit Home(std::filesystem::path folder);
   std::filesystem::path folder_;
+  std::filesystem::path systemFolder_;
   bool isOfSystem_ = false;
   std::filesystem::path systemRegistry_;
   std::string systemDrives_;  // with a final separator; empty where there are none

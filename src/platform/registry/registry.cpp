@@ -226,7 +226,7 @@ LONG RegSetValueExA(HKEY key, const char* name, DWORD reserved, DWORD type, cons
     const std::string stored =
         StoredData(type, size == 0 ? std::string_view() : std::string_view(reinterpret_cast<const char*>(data), size));
     // Setting what is there already is frequent and needs neither the lock nor a copy of the registry.
-    const std::shared_ptr<const Tree> current = registry::Current();
+    const std::shared_ptr<const Tree> current = registry::OfHome();
     const Key* now = current->Find(path);
     if (now != nullptr && Holds(*now, valueName, type, stored)) return kSuccess;
     return registry::Change([&](Tree& tree) -> LONG {
@@ -298,7 +298,7 @@ LONG SetTexts(HKEY parent, const char* path, std::initializer_list<NamedText> te
     std::vector<std::pair<std::string, std::string>> values;
     for (const NamedText& text : texts)
       values.emplace_back(ValueName(text.name), StoredData(REG_SZ, text.text));
-    const std::shared_ptr<const Tree> current = Current();
+    const std::shared_ptr<const Tree> current = OfHome();
     const Key* now = current->Find(keyPath);
     const auto isThere = [now](const auto& value) { return Holds(*now, value.first, REG_SZ, value.second); };
     if (now != nullptr && std::all_of(values.begin(), values.end(), isThere)) return kSuccess;

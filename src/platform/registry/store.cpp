@@ -77,6 +77,9 @@ class Snapshot {
   }
 
   uid_t Owner() const { return state_.st_uid; }
+  bool IsOfRootOrUser() const {
+    return (state_.st_uid == 0 || state_.st_uid == geteuid()) && (state_.st_mode & S_IWOTH) == 0;
+  }
   bool IsStillOf(const struct stat& now) const { return settled_ && IsSameContent(state_, now); }
   const std::shared_ptr<const Tree>& Content() const { return tree_; }
 
@@ -95,6 +98,10 @@ const std::shared_ptr<const Tree>& Nothing() {
 // The last snapshot of this process.
 class Cache {
  public:
+  enum class Trust { everybody, rootAndUser };
+
+  explicit Cache(Trust trust) : trust_(trust) {}
+
   std::shared_ptr<const Tree> Current(const fs::path& path) {
     const std::lock_guard lock(mutex_);
     struct stat now {};
@@ -104,7 +111,10 @@ class Cache {
     // Without waiting, should something that is no file lie there.
     Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file) return Missing(path);
-    snapshot_ = std::make_unique<Snapshot>(std::move(file), path);
+    auto snapshot = std::make_unique<Snapshot>(std::move(file), path);
+    if (trust_ == Trust::rootAndUser && !snapshot->IsOfRootOrUser())
+      throw FormatError(path.string(), 1, "others than root and the user may write the file");
+    snapshot_ = std::move(snapshot);
     return snapshot_->Content();
   }
 
@@ -119,17 +129,19 @@ class Cache {
     return Nothing();
   }
 
+  const Trust trust_;
   std::mutex mutex_;
   std::unique_ptr<Snapshot> snapshot_;
 };
 
 Cache& CacheOfHome() {
-  static Cache cache;
+  static Cache cache(Cache::Trust::everybody);
   return cache;
 }
 
+// It names what others run.
 Cache& CacheOfSystem() {
-  static Cache cache;
+  static Cache cache(Cache::Trust::rootAndUser);
   return cache;
 }
 
