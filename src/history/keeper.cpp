@@ -264,7 +264,10 @@ void Keeper::PruneNowAndThen(const Place& place, const Version& running) {
   constexpr std::size_t kMostModels = 4096;
   if (room_.size() > kMostModels) room_.clear();
   unsigned& room = room_[place.module + '/' + place.component + '/' + place.model];
-  if (room-- > 0) return;
+  if (room > 0) {
+    --room;
+    return;
+  }
   const Settings settings = ReadSettings();
   PruneModel(keptIn_, settings, &running, nullptr);
   room = RoomOverLimit(settings);
