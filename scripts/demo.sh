@@ -113,6 +113,12 @@ run 0 kestorctl show CT 01 Balancete
 run 3 kestorctl renumber CT 01 302=301
 kestorctl show CT 01 Balancete | grep -q '^ 301  SaldoMes ' || fail "the field has not been renumbered"
 
+step "A report as the page that it describes, with sample lines; and as a PDF, with lines of a file, added up."
+run 0 kestorctl preview CT 01 Balancete --rows 4
+printf 'ContaCodigo;SaldoAtual;ContaGrau\n1.1;1.000,10;1\n1.1;0,90;2\n1.2;5;9\n' > saldos.csv
+run 3 kestorctl preview CT 01 Balancete --data saldos.csv -o balancete.pdf
+kestorctl preview CT 01 Balancete --data saldos.csv 2>/dev/null | grep -q ' 1001,00$' || fail "the sum is not right"
+
 step "What the last change has changed; it is taken back, and the model is what it was, byte for byte."
 run 3 kestorctl diff CT 01 Balancete
 run 0 kestorctl undo CT 01

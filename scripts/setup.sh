@@ -10,11 +10,12 @@
 #   scripts/setup.sh packages   what scripts/package.sh takes beyond the programs
 set -euo pipefail
 
-packages=(g++ cmake ninja-build libarchive-dev libcli11-dev libexpat1-dev nettle-dev nlohmann-json3-dev)
-tests=(python3 libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev)
+packages=(g++ cmake ninja-build libarchive-dev libcli11-dev libcsv-dev libexpat1-dev libpango1.0-dev nettle-dev
+  nlohmann-json3-dev pkgconf)
+tests=(python3 poppler-utils libgtest-dev libgmock-dev libbenchmark-dev libxml2-dev)
 checks=(make clang clang-format clang-tidy libclang-rt-dev)
 network=(iproute2 xfsprogs glusterfs-server glusterfs-client moosefs-master moosefs-chunkserver moosefs-client)
-packaging=(debootstrap dpkg-dev file lintian pkgconf python3)
+packaging=(debootstrap dpkg-dev file lintian python3)
 case "${1:-programs}" in
   programs) ;;
   tests) packages+=("${tests[@]}") ;;

@@ -133,6 +133,10 @@ class Reader {
   // when it is one.
   std::string Read(const Model& model, kestor::CDocRelatorio& document);
 
+  // Fills the document with what the conversion of a first-generation model would give, without export settings that
+  // cannot be read. Returns why there is none, or what the document lacks; empty when it is whole.
+  std::string ReadConverted(const Model& model, kestor::CDocRelatorio& document);
+
   // Reads a first-generation model; `*content` is valid until the next call. Returns why it cannot be read, or not to
   // its end; the content then is what stands in front of that point. Null when nothing can be read.
   std::string Read(const Model& model, const kestor::CConteudoRel** content);

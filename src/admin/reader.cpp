@@ -10,6 +10,7 @@
 #include "common/texto_bstr.h"
 #include "legacy/catalogo_campos.h"
 #include "legacy/repositorio_rel.h"
+#include "migration/documento_rel.h"
 #include "platform/text/text.h"
 
 namespace admin {
@@ -133,6 +134,20 @@ std::string Reader::Read(const Model& model, const kestor::CConteudoRel** conten
   if (state.content.Carrega(text::FromUtf8(model.name)) != S_OK) return ReasonOr((shown + " cannot be read").c_str());
   *content = &state.content;
   return state.content.Completo() ? "" : shown + " is empty, cut short, or of a version that is not known";
+}
+
+std::string Reader::ReadConverted(const Model& model, kestor::CDocRelatorio& document) {
+  const kestor::CConteudoRel* content = nullptr;
+  std::string trouble = Read(model, &content);
+  if (content == nullptr) return trouble;
+  kestor::CMemStream stream;
+  const std::string shown = text::Presentable(text::ToUtf8(model.file));
+  if (!kestor::GeraDocumento(*content, text::FromUtf8(model.name), stream))
+    return shown + ": no document can be made of it";
+  std::string reason;
+  const auto size = static_cast<LONG>(stream.Size());
+  return document.CarregaConteudo({kestor::kVersaoDocumento, size, stream.Buffer()}, &reason) ? trouble
+                                                                                              : shown + ": " + reason;
 }
 
 }  // namespace admin

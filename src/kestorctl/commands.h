@@ -30,6 +30,7 @@ void AddShow(CLI::App& program, Command* chosen);
 void AddRenumber(CLI::App& program, Command* chosen);
 void AddMigrate(CLI::App& program, Command* chosen);
 void AddFind(CLI::App& program, Command* chosen);
+void AddPreview(CLI::App& program, Command* chosen);
 void AddCheck(CLI::App& program, Command* chosen);
 void AddExport(CLI::App& program, Command* chosen);
 void AddImport(CLI::App& program, Command* chosen);

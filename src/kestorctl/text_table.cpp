@@ -1,12 +1,10 @@
 #include "text_table.h"
 
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <string_view>
 
 #include "platform/text/text.h"
+#include "terminal.h"
 
 namespace kestorctl {
 
@@ -23,12 +21,6 @@ struct Place {
   std::size_t width = 0;
   bool beginsLine = false;
 };
-
-// Of the terminal that standard output is; 0 when it is none.
-std::size_t TerminalWidth() {
-  winsize size{};
-  return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
-}
 
 bool IsFirstByte(char byte) {
   return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;

@@ -40,23 +40,6 @@ std::vector<std::string_view> Nomes(std::string_view texto) {
   return nomes;
 }
 
-// False when the markup component is not to be had, or has not written the whole document.
-bool GeraDocumento(const CConteudoRel& conteudo, const std::string& nome, CMemStream& saida) {
-  ComPtr<IEscritorMarcacao> escritor;
-  if (FAILED(
-          CoCreateInstance(CLSID_EscritorMarcacao, nullptr, CLSCTX_ALL, IID_IEscritorMarcacao, escritor.OutVoid()))) {
-    return false;
-  }
-  escritor->DefineSaida(&saida);
-  escritor->IniciaDocumento();
-  ComPtr<IAtributosMarcacao> atributos;
-  if (FAILED(CoCreateInstance(CLSID_AtributosMarcacao, nullptr, CLSCTX_ALL, IID_IAtributosMarcacao,
-                              atributos.OutVoid()))) {
-    return false;
-  }
-  return EscreveDocumento(conteudo, nome, *escritor, *atributos) && SUCCEEDED(escritor->FinalizaDocumento());
-}
-
 }  // namespace
 
 CConversorRel::CConversorRel(IZNPL_Relatorio2& repositorio, std::string modulo, std::string componente,

@@ -210,4 +210,20 @@ bool EscreveDocumento(const CConteudoRel& conteudo, const std::string& nome, IEs
   }
 }
 
+bool GeraDocumento(const CConteudoRel& conteudo, const std::string& nome, CMemStream& saida) {
+  ComPtr<IEscritorMarcacao> escritor;
+  if (FAILED(
+          CoCreateInstance(CLSID_EscritorMarcacao, nullptr, CLSCTX_ALL, IID_IEscritorMarcacao, escritor.OutVoid()))) {
+    return false;
+  }
+  escritor->DefineSaida(&saida);
+  escritor->IniciaDocumento();
+  ComPtr<IAtributosMarcacao> atributos;
+  if (FAILED(CoCreateInstance(CLSID_AtributosMarcacao, nullptr, CLSCTX_ALL, IID_IAtributosMarcacao,
+                              atributos.OutVoid()))) {
+    return false;
+  }
+  return EscreveDocumento(conteudo, nome, *escritor, *atributos) && SUCCEEDED(escritor->FinalizaDocumento());
+}
+
 }  // namespace kestor

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "document/mem_stream.h"
 #include "markup/interfaces_marcacao.h"
 #include "migration/conteudo_rel.h"
 
@@ -13,5 +14,8 @@ namespace kestor {
 // ZN::CException and std::bad_alloc when memory runs out.
 bool EscreveDocumento(const CConteudoRel& conteudo, const std::string& nome, IEscritorMarcacao& escritor,
                       IAtributosMarcacao& atributos);
+
+// Writes the whole document. False when the markup component is not to be had, or refuses a part. Throws as above.
+bool GeraDocumento(const CConteudoRel& conteudo, const std::string& nome, CMemStream& saida);
 
 }  // namespace kestor

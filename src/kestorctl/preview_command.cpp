@@ -1,0 +1,230 @@
+// The command preview: a report as the pages that it describes.
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <filesystem>
+#include <limits>
+
+#include "admin/admin.h"
+#include "commands.h"
+#include "contract/campo_texto.h"
+#include "explanation.h"
+#include "failure.h"
+#include "host_files.h"
+#include "marcacao/componente_marcacao.h"
+#include "model_options.h"
+#include "platform/text/text.h"
+#include "progress.h"
+#include "terminal.h"
+#ifdef KESTOR_PREVIEW
+#include "preview/preview.h"
+#endif
+
+namespace kestorctl {
+
+namespace {
+
+constexpr const char* kFooter =
+    R"(Shows the report as pages: as text that fits the terminal, or, with -o, as a file whose name ends in .pdf (all pages),
+.png or .svg (one page). A first-generation model is shown as what its conversion would give.
+
+Its lines are samples, made from the field catalogue, the same ones every time; the filter is printed and does nothing.
+With --data they come from a file, and are filtered, sorted, grouped and added up as the report says. The first line of
+that file names fields by alias, code or description; the values of a line are separated by commas or semicolons. They
+are UTF-8 or code page 1252. Numbers are 1.234,56 or 1234.56, dates 31/12/2026 or 2026-12-31, months 12/2026 or 2026-12.
+
+The file of the model itself is read: no server takes part, and nothing is migrated.
+
+With --json: "pages", how many there are; "text", the pages as text, unless there is -o.
+
+Examples:
+  kestorctl preview CT 01 Balancete
+  kestorctl preview CT 01 Balancete -o balancete.pdf
+  kestorctl preview CT 01 Razao --data lancamentos.csv --page 2 -o razao.png
+
+Exit status: 0 shown; 3 shown, but for something that a line on standard error tells; 1 failure, such as no such model;
+2 wrong usage.)";
+
+struct PreviewOptions {
+  ModelOptions model;
+  std::string data;
+  std::string output;
+  std::string logo;
+  std::string date;
+  std::size_t page = 0;  // 0: the first one, or all
+  std::size_t rows = 0;  // 0: not given
+};
+
+#ifdef KESTOR_PREVIEW
+
+preview::Fields FieldsOf(const admin::Catalogue& catalogue) {
+  preview::Fields fields;
+  for (const tagREG_CAMPOS_RELATORIO2& field : catalogue.fields) {
+    fields.push_back({field.nCodigo, text::ToUtf8(kestor::TextoDoCampo(field.szApelido)),
+                      text::ToUtf8(kestor::TextoDoCampo(field.szDescricao)), field.cTipo, field.nTamanho,
+                      text::ToUtf8(kestor::TextoDoCampo(field.szOpcoes))});
+  }
+  return fields;
+}
+
+// A document of that name, else a first-generation model; as programs name models, without regard to letter case.
+const admin::Model& Find(const admin::Inventory& inventory, const std::string& name) {
+  const admin::Model* found = nullptr;
+  for (const admin::Model& model : inventory.models) {
+    const bool isNamed = text::EqualNoCase(text::FromUtf8(model.name), text::FromUtf8(name));
+    if (isNamed && (found == nullptr || model.generation > found->generation)) found = &model;
+  }
+  if (found == nullptr) throw LocalFailure("there is no model " + text::Presentable(name));
+  return *found;
+}
+
+std::string Today() {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  std::array<char, 16> text{};
+  return {text.data(), std::strftime(text.data(), text.size(), "%d/%m/%Y", &local)};
+}
+
+enum class Form { text, pdf, png, svg };
+
+Form FormOf(const std::string& output) {
+  if (output.empty()) return Form::text;
+  for (const auto& [ending, form] : {std::pair(".pdf", Form::pdf), {".png", Form::png}, {".svg", Form::svg}}) {
+    if (text::EndsWithNoCase(output, ending)) return form;
+  }
+  throw UsageError("the name of the file ends in .pdf, .png or .svg: " + text::Presentable(output));
+}
+
+// Counts pages and draws those that are wanted.
+class Drawing {
+ public:
+  Drawing(const PreviewOptions& options, Form form, const std::string& title)
+      : options_(options), form_(form), pdf_(title, options.logo) {}
+
+  bool Add(const preview::Page& page) {
+    ++pages_;
+    const bool isSingle = form_ == Form::png || form_ == Form::svg;
+    const std::size_t wanted = isSingle ? std::max<std::size_t>(options_.page, 1) : options_.page;
+    if (wanted != 0 && pages_ != wanted) return true;
+    found_ = true;
+    switch (form_) {
+      case Form::text:
+        bytes_.append(bytes_.empty() ? "" : "\f\n").append(preview::PlainText(page));
+        break;
+      case Form::pdf:
+        pdf_.Add(page);
+        break;
+      case Form::png:
+        bytes_ = preview::DrawPng(page, options_.logo);
+        break;
+      case Form::svg:
+        bytes_ = preview::DrawSvg(page, options_.logo);
+        break;
+    }
+    return true;
+  }
+
+  std::size_t Pages() const { return pages_; }
+
+  std::string Finish() {
+    if (!found_) {
+      throw LocalFailure("there is no page " + std::to_string(options_.page) + ": the report has " +
+                         std::to_string(pages_));
+    }
+    return form_ == Form::pdf ? pdf_.Finish() : bytes_;
+  }
+
+ private:
+  const PreviewOptions& options_;
+  const Form form_;
+  preview::Pdf pdf_;
+  std::string bytes_;
+  std::size_t pages_ = 0;
+  bool found_ = false;
+};
+
+preview::Lines LinesOf(const PreviewOptions& options, const kestor::CDocRelatorio& document,
+                       const preview::Fields& fields, std::vector<std::string>* notes) {
+  constexpr std::size_t kSamples = 40;
+  if (options.data.empty()) return preview::SampleLines(document, fields, options.rows != 0 ? options.rows : kSamples);
+  Progress progress("kilobytes read");
+  std::error_code unknown;  // of a pipe
+  const std::uintmax_t bytes = std::filesystem::file_size(options.data, unknown);
+  const std::size_t total = unknown ? 0 : static_cast<std::size_t>(bytes / 1024);
+  return preview::ReadCsv(options.data, document, fields,
+                          options.rows != 0 ? options.rows : std::numeric_limits<std::size_t>::max(), notes,
+                          [&](std::uint64_t done) { progress.Show(static_cast<std::size_t>(done / 1024), total); });
+}
+
+void Preview(const PreviewOptions& options, Answer& answer) try {
+  const Form form = FormOf(options.output);
+  RequireHome();
+  const kestor::ComponenteMarcacao markup;
+  const admin::Inventory inventory = admin::TakeInventory(options.model.module, options.model.component);
+  const admin::Model& model = Find(inventory, options.model.name);
+  admin::Reader reader(inventory);
+  kestor::CDocRelatorio document;
+  const bool isFirst = model.generation == admin::Generation::first;
+  std::vector<std::string> notes;
+  const std::string trouble = isFirst ? reader.ReadConverted(model, document) : reader.Read(model, document);
+  if (!trouble.empty()) throw LocalFailure(trouble);
+  const admin::Catalogue& catalogue = reader.CatalogueOf(model.pair);
+  if (!catalogue.trouble.empty()) notes.push_back(catalogue.trouble);
+  const preview::Fields fields = FieldsOf(catalogue);
+  preview::Lines lines = LinesOf(options, document, fields, &notes);
+  preview::Sort(document, fields, &lines);
+  constexpr std::size_t kUsualWidth = 1000;  // wider than any page
+  const preview::LayoutOptions layout{options.date.empty() ? Today() : options.date, options.data.empty(),
+                                      form != Form::text     ? 0
+                                      : TerminalWidth() != 0 ? TerminalWidth()
+                                                             : kUsualWidth};
+  Drawing drawing(options, form, model.name);
+  preview::LayOut(
+      document, fields, lines, layout, [&](const preview::Page& page) { return drawing.Add(page); }, &notes);
+  const std::string bytes = drawing.Finish();
+  answer.data["pages"] = drawing.Pages();
+  if (form == Form::text) {
+    answer.output = bytes;
+    answer.data["text"] = bytes;
+  } else {
+    WriteOutput(options.output, bytes);
+  }
+  for (const std::string& note : notes)
+    answer.AddNote(note);
+  answer.incomplete = !notes.empty();
+} catch (const preview::Failure& failure) {
+  throw LocalFailure(failure.what());
+}
+
+#else
+
+void Preview(const PreviewOptions&, Answer&) {
+  throw LocalFailure("this kestorctl was built without the libraries that draw pages");
+}
+
+#endif
+
+}  // namespace
+
+void AddPreview(CLI::App& program, Command* chosen) {
+  const auto [command, options] =
+      AddCommand(&program, chosen, {"preview", "Show a report as the pages that it describes", kFooter}, Preview);
+  AddModelOptions(command, &options->model);
+  command->add_option("--data", options->data, "Values of fields, a line of the report a line")
+      ->type_name("FILE.csv")
+      ->check(CLI::ExistingFile);
+  command->add_option("-o,--output", options->output, "Where the pages go")->type_name("FILE.pdf|.png|.svg");
+  command->add_option("--page", options->page, "This page alone")->type_name("NUMBER")->check(CLI::PositiveNumber);
+  command->add_option("--rows", options->rows, "So many lines at most; of samples, 40 otherwise")
+      ->type_name("NUMBER")
+      ->check(CLI::Range(1, 1'000'000));
+  command->add_option("--logo", options->logo, "What stands in the place of the logo")
+      ->type_name("FILE.png")
+      ->check(CLI::ExistingFile);
+  command->add_option("--date", options->date, "The date of issue; today otherwise")
+      ->type_name("TEXT")
+      ->check(CheckUtf8);
+}
+
+}  // namespace kestorctl

@@ -1,0 +1,620 @@
+// The pages of a report.
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include "contract/records.h"
+#include "lines.h"
+#include "platform/text/text.h"
+#include "value.h"
+
+namespace preview {
+
+namespace {
+
+using kestor::CDocRelatorio;
+
+// ---- Measures ------------------------------------------------------------------------------------------------------
+
+constexpr double kPointsInCentimetre = 72 / 2.54;
+constexpr double kShortSide = 595.28;  // of A4
+constexpr double kLongSide = 841.89;
+constexpr double kLeastMargin = 1 * kPointsInCentimetre;  // right and below
+constexpr double kLogoWidth = 3 * kPointsInCentimetre;
+constexpr double kLogoHeight = 1.5 * kPointsInCentimetre;
+// Widths are counted in characters; this is what a digit takes of the size of a sans-serif font.
+constexpr double kDigit = 0.556;
+constexpr double kLeading = 1.2;
+constexpr int kLeastSize = 4;
+constexpr int kMostSize = 48;  // so that a page always has room for a title and a line
+constexpr int kUsualSize = 10;
+constexpr std::size_t kGap = 1;  // characters between columns
+constexpr std::size_t kMostTitleLines = 3;
+constexpr std::size_t kMostTextLines = 50;       // of one value
+constexpr std::size_t kMostCharacters = 10'000;  // of one text
+
+double Clamped(double value, double most) {
+  return std::isfinite(value) ? std::clamp(value, 0.0, most) : 0.0;
+}
+
+int SizeOf(std::int32_t size) {
+  return size <= 0 ? kUsualSize : std::clamp<int>(size, kLeastSize, kMostSize);
+}
+
+bool IsFirstByte(char byte) {
+  return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
+}
+
+std::size_t Characters(std::string_view utf8) {
+  return static_cast<std::size_t>(std::count_if(utf8.begin(), utf8.end(), IsFirstByte));
+}
+
+// As much of the text as a page shows.
+std::string Utf8(std::string_view ansi) {
+  return text::ToUtf8(ansi.substr(0, kMostCharacters));
+}
+
+// As many bytes as so many characters have.
+std::size_t BytesOf(std::string_view utf8, std::size_t characters) {
+  std::size_t end = 0;
+  for (std::size_t count = 0; end < utf8.size(); ++end) {
+    if (IsFirstByte(utf8[end]) && ++count > characters) break;
+  }
+  return end;
+}
+
+// The lines that a text takes in this width, broken at blanks where there are any.
+std::vector<std::string> Wrapped(std::string_view text, std::size_t width, std::size_t most) {
+  text = text.substr(0, BytesOf(text.substr(0, 4 * kMostCharacters), kMostCharacters));
+  std::vector<std::string> lines;
+  while (!text.empty() && lines.size() < most) {
+    const std::size_t newline = text.find('\n');
+    const std::string_view paragraph = text.substr(0, newline);
+    std::size_t end = BytesOf(paragraph, width);
+    std::size_t next = end;
+    if (end < paragraph.size()) {
+      const std::size_t blank = paragraph.rfind(' ', end);
+      if (blank != std::string_view::npos && blank != 0) next = (end = blank) + 1;
+    } else if (newline != std::string_view::npos) {
+      next = newline + 1;
+    }
+    lines.push_back(text::Printable(paragraph.substr(0, end - (end != 0 && paragraph[end - 1] == '\r' ? 1 : 0))));
+    text.remove_prefix(next);
+  }
+  return lines;
+}
+
+Align AlignOf(char letter) {
+  switch (letter) {
+    case KESTOR_Direita:
+      return Align::right;
+    case KESTOR_Centro:
+      return Align::centre;
+    default:
+      return Align::left;
+  }
+}
+
+// ---- Columns -------------------------------------------------------------------------------------------------------
+
+struct Column {
+  const kestor::CampoEscolhido* field;
+  const Field* catalogued;
+  std::size_t value;  // its place in a line; kNowhere: the content is fixed, or not known
+  std::size_t row;    // of the rows that a line of the report takes
+  std::size_t start;  // characters from the margin
+  std::size_t width;  // characters
+};
+
+std::string TitleOf(const CDocRelatorio& document, const Fields& fields, std::uint16_t code) {
+  for (const kestor::CampoEscolhido& column : Meant(document.camposEscolhidos.campos)) {
+    if (!column.fixo && column.codigo == code && !column.cabecalho.empty()) return Utf8(column.cabecalho);
+  }
+  const Field& field = FieldOf(fields, code);
+  if (!field.description.empty()) return field.description;
+  return field.alias.empty() ? "Campo " + std::to_string(code) : field.alias;
+}
+
+// A level of groups: the lines with the same values of the sort keys up to this one.
+struct Group {
+  std::size_t value = kNowhere;
+  char type = 'A';
+  std::int32_t separator = 0;
+  std::string title;
+  std::string options;
+};
+
+struct Total {
+  std::size_t value = kNowhere;
+  const Column* column = nullptr;  // null: the field has none
+  std::string title;
+  char type = 'V';
+  bool atBreaks = false;
+  bool atEnd = false;
+};
+
+class Layout {
+ public:
+  Layout(const CDocRelatorio& document, const Fields& fields, const Lines& lines, const LayoutOptions& options,
+         const std::function<bool(const Page&)>& sink, std::vector<std::string>* notes)
+      : document_(document), lines_(lines), options_(options), sink_(sink) {
+    Measure();
+    PlaceColumns(fields, notes);
+    PrepareGroups(fields);
+    PrepareTotals(fields);
+    PrepareMargins(fields);
+  }
+
+  void Run() {
+    Begin();
+    const std::size_t count = lines_.Count();
+    for (std::size_t line = 0; line < count && goesOn_; ++line) {
+      if (line != 0) Break(line);
+      for (std::size_t level = 0; level <= groups_.size(); ++level)
+        Add(line, &sums_[level]);
+      if (!document_.ordenacao.somenteTotais) PlaceLine(line);
+    }
+    if (!goesOn_) return;
+    if (count != 0) {
+      CloseGroups(0, count - 1);
+      PlaceTotals(groups_.size(), "Total geral");
+    }
+    const std::string closing = Utf8(document_.impressao.detalhe.textoFinal);
+    if (!closing.empty()) Space();
+    for (const std::string& text : Wrapped(closing, LineCharacters(kDetail), kMostTextLines))
+      PlaceBodyText(text, kDetail, Align::left);
+    if (goesOn_) Finish();
+  }
+
+ private:
+  enum FontPlace : std::size_t { kHeader, kHeaderBold, kTitles, kDetail, kTotals, kFooter, kFonts };
+  struct MarginText {
+    std::string text;
+    FontPlace font;
+    Align align;
+  };
+  using MarginLine = std::vector<MarginText>;  // beside each other
+
+  // ---- Preparation
+
+  void Measure() {
+    const auto& print = document_.impressao;
+    const bool isPlain = options_.lineWidth != 0;
+    const auto font = [&](FontPlace place, const std::string& family, std::int32_t size, bool bold) {
+      fonts_[place] = {text::Printable(text::ToUtf8(family.substr(0, 100))),
+                       static_cast<double>(isPlain ? kUsualSize : SizeOf(size)), bold};
+    };
+    font(kHeader, print.cabecalho.fonte, print.cabecalho.tamanhoFonte, false);
+    font(kHeaderBold, print.cabecalho.fonte, print.cabecalho.tamanhoFonte, true);
+    font(kTitles, print.detalhe.fonteColuna, print.detalhe.tamanhoFonteColuna, true);
+    font(kDetail, print.detalhe.fonteDetalhe, print.detalhe.tamanhoFonteDetalhe, false);
+    font(kTotals, print.detalhe.fonteDetalhe, print.detalhe.tamanhoFonteDetalhe, true);
+    font(kFooter, print.rodape.fonte, print.rodape.tamanhoFonte, false);
+    const bool isLandscape = print.orientacao == kestor::orientacaoPaisagem;
+    width_ = isLandscape ? kLongSide : kShortSide;
+    height_ = isLandscape ? kShortSide : kLongSide;
+    left_ = Clamped(print.margemEsquerda * kPointsInCentimetre, width_ / 2);
+    top_ = Clamped(print.margemSuperior * kPointsInCentimetre, height_ / 5);
+    right_ = width_ - kLeastMargin;
+    character_ = fonts_[kDetail].size * kDigit;
+    if (isPlain) {
+      const double narrow = static_cast<double>(options_.lineWidth) * character_;
+      right_ = std::min(right_ - left_, narrow);
+      width_ = right_;
+      left_ = top_ = 0;
+    }
+  }
+
+  std::size_t LineCharacters(FontPlace font) const {
+    return std::max<std::size_t>(1, static_cast<std::size_t>((right_ - left_) / (fonts_[font].size * kDigit) + 0.01));
+  }
+
+  void PlaceColumns(const Fields& fields, std::vector<std::string>* notes) {
+    const auto& all = document_.camposEscolhidos.campos;
+    const std::size_t room = LineCharacters(kDetail);
+    std::size_t row = 0;
+    std::size_t start = 0;
+    std::size_t withoutWidth = 0;
+    std::size_t cut = 0;
+    for (const kestor::CampoEscolhido& field : Meant(all)) {
+      if (field.tamanho <= 0) {
+        ++withoutWidth;
+        continue;
+      }
+      std::size_t width = std::min<std::size_t>(static_cast<std::size_t>(field.tamanho), room);
+      if (Truncates()) {
+        if (start + width > room) ++cut;
+        if (start >= room) continue;
+        width = std::min(width, room - start);
+      } else if (start != 0 && start + width > room) {
+        ++row;
+        start = 0;
+      }
+      columns_.push_back({&field, field.fixo ? nullptr : &FieldOf(fields, field.codigo),
+                          field.fixo ? kNowhere : PlaceOf(lines_, field.codigo), row, start, width});
+      start += width + kGap;
+    }
+    if (notes == nullptr) return;
+    if (all.size() > kMostColumns)
+      notes->push_back("only the first " + std::to_string(kMostColumns) + " of " + std::to_string(all.size()) +
+                       " columns are drawn");
+    if (withoutWidth != 0) notes->push_back("columns without a width are not drawn: " + std::to_string(withoutWidth));
+    if (cut != 0) notes->push_back("columns that the page has no room for, or not all of it: " + std::to_string(cut));
+  }
+
+  void PrepareGroups(const Fields& fields) {
+    for (const kestor::CampoOrdenacao& key : Meant(document_.ordenacao.campos)) {
+      const Field& field = FieldOf(fields, key.codigo);
+      groups_.push_back({PlaceOf(lines_, key.codigo), field.type, key.separador, TitleOf(document_, fields, key.codigo),
+                         field.options});
+    }
+  }
+
+  void PrepareTotals(const Fields& fields) {
+    for (const kestor::CampoTotalizacao& total : Meant(document_.ordenacao.totalizacoes)) {
+      const auto column = std::find_if(columns_.begin(), columns_.end(), [&](const Column& c) {
+        return !c.field->fixo && c.field->codigo == total.codigo;
+      });
+      totals_.push_back({PlaceOf(lines_, total.codigo), column == columns_.end() ? nullptr : &*column,
+                         TitleOf(document_, fields, total.codigo), FieldOf(fields, total.codigo).type, total.naQuebra,
+                         total.geral});
+    }
+    sums_.assign(groups_.size() + 1, std::vector<Decimal>(totals_.size()));
+  }
+
+  std::string Conditions(const Fields& fields) const {
+    constexpr std::array kSigns = {"=", "≠", ">", "≥", "<", "≤"};
+    std::string text;
+    for (const kestor::CondicaoFiltro& condition : Meant(document_.filtro.condicoes)) {
+      text += text.empty() ? "Condições: " : condition.comparador == kestor::comparadorOu ? " ou " : " e ";
+      const auto place = static_cast<std::size_t>(condition.operador);
+      text += TitleOf(document_, fields, condition.codigo) + ' ' + (place < kSigns.size() ? kSigns[place] : "?") + ' ' +
+              Utf8(condition.valorComparar);
+    }
+    return text;
+  }
+
+  // What stands on each page: below the top and above the bottom, each on a part of the page at most.
+  void PrepareMargins(const Fields& fields) {
+    const auto& header = document_.impressao.cabecalho;
+    std::string second = header.dataEmissao ? "Emissão: " + options_.issueDate : "";
+    if (header.periodo) {
+      second += (second.empty() ? "" : "   ") + std::string("Período: ") + std::to_string(document_.dataInicial) +
+                " a " + std::to_string(document_.dataFinal);
+    }
+    // The number stands beside the first line, for which it leaves this room.
+    constexpr std::size_t kNumber = 16;
+    const std::size_t full = LineCharacters(kHeader);
+    const std::size_t logo =
+        header.logotipo ? static_cast<std::size_t>(kLogoWidth / (fonts_[kHeader].size * kDigit)) + 2 : 0;
+    const std::size_t room = std::max<std::size_t>(10, full - std::min(full, kNumber + logo));
+    const double most = height_ / 4;
+    Fill(Wrapped(Utf8(header.texto), room, kMostTextLines), kHeaderBold, most, &header_);
+    Fill(Wrapped(Utf8(header.cabecalhoAdicional), room, kMostTextLines), kHeader, most, &header_);
+    Fill(Wrapped(second, room, 2), kHeader, most, &header_);
+    if (options_.isSample) Fill(Wrapped(Conditions(fields), room, 3), kHeader, most, &header_);
+    if (header_.empty()) header_.emplace_back();
+    header_.front().push_back({"", kHeader, Align::right});
+    headerHeight_ = static_cast<double>(header_.size()) * fonts_[kHeader].size * kLeading;
+    if (header.logotipo && options_.lineWidth == 0) headerHeight_ = std::max(headerHeight_, kLogoHeight + 4);
+
+    const auto& footer = document_.impressao.rodape;
+    Fill(Wrapped(Utf8(footer.texto), LineCharacters(kFooter), kMostTextLines), kFooter, height_ / 6, &footer_);
+    Fill(Wrapped(Utf8(footer.texto2), LineCharacters(kFooter), kMostTextLines), kFooter, height_ / 6, &footer_);
+    const double footerHeight = static_cast<double>(footer_.size()) * fonts_[kFooter].size * kLeading;
+    bottom_ = height_ - kLeastMargin - footerHeight - (footer_.empty() ? 0 : 6);
+  }
+
+  void Fill(const std::vector<std::string>& texts, FontPlace font, double most, std::vector<MarginLine>* lines) const {
+    for (const std::string& text : texts) {
+      const auto count = static_cast<double>(lines->size() + 1);
+      if (lines->empty() || count * fonts_[font].size * kLeading <= most) lines->push_back({{text, font, Align::left}});
+    }
+  }
+
+  bool Truncates() const { return document_.impressao.truncarColunas; }
+
+  // ---- Pages
+
+  void Begin() {
+    page_ = Page();
+    page_.width = width_;
+    page_.height = height_;
+    page_.characterWidth = character_;
+    page_.fonts.assign(fonts_.begin(), fonts_.end());
+    y_ = top_;
+    const auto& print = document_.impressao;
+    double left = left_;
+    if (print.cabecalho.logotipo && options_.lineWidth == 0) {
+      page_.logo = Box{left_, top_, std::min(kLogoWidth, (right_ - left_) / 3), kLogoHeight};
+      left += page_.logo->width + 2 * character_;
+    }
+    const bool bySheet = print.tipoNumeracao == kestor::numeracaoFolha;
+    const std::int64_t number = print.paginaInicial + static_cast<std::int64_t>(bySheet ? pages_ / 2 : pages_);
+    header_.front().back().text = (bySheet ? "Folha " : "Página ") + std::to_string(number);
+    for (const MarginLine& line : header_)
+      PlaceMargin(line, left);
+    y_ = top_ + headerHeight_;
+    PlaceRule();
+    PlaceTitles();
+    bodyTop_ = y_;
+    ++pages_;
+  }
+
+  void PlaceMargin(const MarginLine& line, double left) {
+    double height = 0;
+    for (const MarginText& text : line)
+      height = std::max(height, fonts_[text.font].size * kLeading);
+    for (const MarginText& text : line)
+      Place(left, right_ - left, text.align, text.font, text.text);
+    y_ += height;
+  }
+
+  void PlaceTitles() {
+    std::vector<std::string> titles;
+    for (const Column& column : columns_)
+      titles.push_back(Utf8(column.field->cabecalho));
+    if (columns_.empty()) return;
+    const double most = y_ + (bottom_ - y_) / 2;
+    PlaceCells(titles, kTitles, Truncates() ? 1 : kMostTitleLines, most);
+    PlaceRule();
+  }
+
+  void Finish() {
+    y_ = bottom_ + 6;
+    if (!footer_.empty()) page_.rules.push_back({left_, bottom_ + 3, right_ - left_});
+    for (const MarginLine& line : footer_)
+      PlaceMargin(line, left_);
+    goesOn_ = sink_(page_);
+  }
+
+  void NewPage() {
+    Finish();
+    if (goesOn_) Begin();
+  }
+
+  // Begins a page when the body of this one has no room for the height; an empty body takes anything.
+  void Need(double height) {
+    if (y_ + height > bottom_ && y_ > bodyTop_) NewPage();
+  }
+
+  void Space() {
+    if (y_ > bodyTop_) y_ += fonts_[kDetail].size * kLeading / 2;
+  }
+
+  void Place(double x, double width, Align align, FontPlace font, const std::string& text) {
+    if (!text.empty()) page_.texts.push_back({x, y_ + fonts_[font].size, width, align, font, text});
+  }
+
+  void PlaceRule() {
+    page_.rules.push_back({left_, y_ + 2, right_ - left_});
+    y_ += 4;
+  }
+
+  void PlaceBodyText(const std::string& text, FontPlace font, Align align) {
+    if (!goesOn_) return;
+    const double height = fonts_[font].size * kLeading;
+    Need(height);
+    if (!goesOn_) return;
+    Place(left_, right_ - left_, align, font, text);
+    y_ += height;
+  }
+
+  // A text for each column, on as many lines as they take. Lines below `limit` are left out; 0: a new page begins.
+  void PlaceCells(const std::vector<std::string>& cells, FontPlace font, std::size_t mostLines, double limit) {
+    const double height = fonts_[font].size * kLeading;
+    for (std::size_t first = 0, end = 0; first < columns_.size(); first = end) {
+      std::vector<std::vector<std::string>> texts;
+      std::size_t lines = 0;
+      for (end = first; end < columns_.size() && columns_[end].row == columns_[first].row; ++end) {
+        texts.push_back(Wrapped(cells[end], columns_[end].width, mostLines));
+        lines = std::max(lines, texts.back().size());
+      }
+      if (lines == 0 && font == kTotals) continue;
+      for (std::size_t line = 0; line < std::max<std::size_t>(lines, 1) && goesOn_; ++line) {
+        if (limit != 0 && y_ + height > limit && line + first != 0) return;
+        if (limit == 0) Need(height);
+        if (!goesOn_) return;
+        for (std::size_t i = first; i < end; ++i) {
+          const Column& column = columns_[i];
+          if (line < texts[i - first].size()) {
+            Place(left_ + static_cast<double>(column.start) * character_,
+                  static_cast<double>(column.width) * character_, AlignOf(column.field->alinhamento), font,
+                  texts[i - first][line]);
+          }
+        }
+        y_ += height;
+      }
+    }
+  }
+
+  // ---- Lines and groups
+
+  // A number that does not fit would be read as another one.
+  static std::string Fitting(const Column& column, std::string text) {
+    return Characters(text) > column.width ? std::string(column.width, '#') : std::move(text);
+  }
+
+  void PlaceLine(std::size_t line) {
+    cells_.assign(columns_.size(), {});
+    for (std::size_t i = 0; i < columns_.size(); ++i) {
+      const Column& column = columns_[i];
+      const kestor::CampoEscolhido& field = *column.field;
+      if (field.fixo) {
+        cells_[i] = Utf8(field.conteudo);
+      } else if (column.value != kNowhere) {
+        cells_[i] = Show(field.tipoDado, field.formatoValor, ValueOf(line, column.value), column.catalogued->options);
+        if (IsNumber(field.tipoDado)) cells_[i] = Fitting(column, std::move(cells_[i]));
+      }
+    }
+    PlaceCells(cells_, kDetail, Truncates() ? 1 : kMostTextLines, 0);
+  }
+
+  const std::string& ValueOf(std::size_t line, std::size_t place) const {
+    return lines_.values[line * lines_.codes.size() + place];
+  }
+
+  // Whether the line begins another group of this level, those above being the same.
+  bool BeginsGroup(std::size_t level, std::size_t line) const {
+    const Group& group = groups_[level];
+    if (group.value == kNowhere) return false;
+    const std::string& value = ValueOf(line, group.value);
+    const std::string& previous = ValueOf(line - 1, group.value);
+    return value != previous && KeyOf(group.type, value) != KeyOf(group.type, previous);
+  }
+
+  void Break(std::size_t line) {
+    std::size_t level = 0;
+    while (level < groups_.size() && !BeginsGroup(level, line))
+      ++level;
+    if (level == groups_.size()) return;
+    CloseGroups(level, line - 1);
+    std::int32_t separator = kestor::separadorNenhum;
+    for (std::size_t ended = level; ended < groups_.size(); ++ended)
+      separator = std::max(separator, groups_[ended].separator);
+    if (!goesOn_ || separator == kestor::separadorNenhum) return;
+    if (separator == kestor::separadorPagina) {
+      if (y_ > bodyTop_) NewPage();
+    } else {
+      Need(4);
+      if (goesOn_) PlaceRule();
+    }
+  }
+
+  // Totals of the groups that end with the line, the innermost first.
+  void CloseGroups(std::size_t level, std::size_t line) {
+    for (std::size_t ended = groups_.size(); ended-- > level;) {
+      const Group& group = groups_[ended];
+      const std::string value =
+          group.value == kNowhere ? ""
+                                  : Show(group.type, kestor::formatoNenhum, ValueOf(line, group.value), group.options);
+      PlaceTotals(ended, "Total de " + group.title + ": " + value);
+      std::fill(sums_[ended].begin(), sums_[ended].end(), Decimal());
+    }
+  }
+
+  void Add(std::size_t line, std::vector<Decimal>* sums) const {
+    for (std::size_t i = 0; i < totals_.size(); ++i) {
+      if (totals_[i].value == kNowhere) continue;
+      if (const auto number = Decimal::Parse(ValueOf(line, totals_[i].value))) (*sums)[i] += *number;
+    }
+  }
+
+  // The sums of a level, the number of groups standing for the whole report.
+  void PlaceTotals(std::size_t level, const std::string& label) {
+    const bool isEnd = level == groups_.size();
+    std::vector<std::string> cells(columns_.size());
+    std::vector<std::string> others;  // of fields that have no column
+    bool isWanted = false;
+    for (std::size_t i = 0; i < totals_.size(); ++i) {
+      const Total& total = totals_[i];
+      if (isEnd ? !total.atEnd : !total.atBreaks) continue;
+      isWanted = true;
+      if (total.column == nullptr) {
+        others.push_back(total.title + ": " + Show(total.type, kestor::formatoNenhum, sums_[level][i]));
+      } else {
+        const kestor::CampoEscolhido& field = *total.column->field;
+        cells[static_cast<std::size_t>(total.column - columns_.data())] =
+            Fitting(*total.column, Show(field.tipoDado, field.formatoValor, sums_[level][i]));
+      }
+    }
+    if (!isWanted) return;
+    PlaceLabel(Wrapped(label, LineCharacters(kTotals), 1).front(), cells);
+    PlaceCells(cells, kTotals, 1, 0);
+    for (const std::string& other : others)
+      PlaceBodyText(other, kTotals, Align::left);
+  }
+
+  // In front of the first sum, where there is room, or above.
+  void PlaceLabel(const std::string& label, const std::vector<std::string>& cells) {
+    const auto first = std::find_if(cells.begin(), cells.end(), [](const std::string& cell) { return !cell.empty(); });
+    const bool fits = first != cells.end() &&
+                      Characters(label) + kGap < columns_[static_cast<std::size_t>(first - cells.begin())].start;
+    Need(fonts_[kTotals].size * kLeading * (fits ? 1 : 2));
+    if (!goesOn_) return;
+    if (!fits) {
+      PlaceBodyText(label, kTotals, Align::left);
+    } else {
+      Place(left_, right_ - left_, Align::left, kTotals, label);
+    }
+  }
+
+  const CDocRelatorio& document_;
+  const Lines& lines_;
+  const LayoutOptions& options_;
+  const std::function<bool(const Page&)>& sink_;
+
+  std::array<Font, kFonts> fonts_;
+  double width_ = 0;
+  double height_ = 0;
+  double left_ = 0;
+  double top_ = 0;
+  double right_ = 0;
+  double bottom_ = 0;     // of the body
+  double character_ = 0;  // its width
+  std::vector<Column> columns_;
+  std::vector<Group> groups_;
+  std::vector<Total> totals_;
+  std::vector<std::vector<Decimal>> sums_;  // for each level of groups, and for the whole report
+  std::vector<MarginLine> header_;
+  std::vector<MarginLine> footer_;
+  double headerHeight_ = 0;
+
+  Page page_;
+  double y_ = 0;
+  double bodyTop_ = 0;
+  std::size_t pages_ = 0;
+  bool goesOn_ = true;
+  std::vector<std::string> cells_;
+};
+
+}  // namespace
+
+void LayOut(const CDocRelatorio& document, const Fields& fields, const Lines& lines, const LayoutOptions& options,
+            const std::function<bool(const Page&)>& page, std::vector<std::string>* notes) {
+  Layout(document, fields, lines, options, page, notes).Run();
+}
+
+// ---- Plain text ----------------------------------------------------------------------------------------------------
+
+std::string PlainText(const Page& page) {
+  struct Mark {
+    double y;
+    const PlacedText* text;  // null: a rule
+    const Rule* rule;
+  };
+  std::vector<Mark> marks;
+  for (const PlacedText& text : page.texts)
+    marks.push_back({text.baseline, &text, nullptr});
+  for (const Rule& rule : page.rules)
+    marks.push_back({rule.y, nullptr, &rule});
+  std::stable_sort(marks.begin(), marks.end(), [](const Mark& a, const Mark& b) { return a.y < b.y; });
+  const auto characters = [&](double width) {
+    return static_cast<std::size_t>(std::max(0.0, width / page.characterWidth + 0.01));
+  };
+  std::string all;
+  for (std::size_t first = 0, end = 0; first < marks.size(); first = end) {
+    std::string line;
+    std::size_t used = 0;
+    for (end = first; end < marks.size() && marks[end].y == marks[first].y; ++end) {
+      if (marks[end].text == nullptr) {
+        for (std::size_t i = characters(marks[end].rule->width); used < i; ++used)
+          line += "─";
+        continue;
+      }
+      const PlacedText& text = *marks[end].text;
+      const std::size_t width = characters(text.width);
+      const std::size_t free = width - std::min(width, Characters(text.text));
+      std::size_t start = characters(text.x);
+      if (text.align == Align::right) start += free;
+      if (text.align == Align::centre) start += free / 2;
+      if (used != 0) start = std::max(start, used + 1);
+      line.append(start - used, ' ').append(text.text);
+      used = start + Characters(text.text);
+    }
+    all += line + '\n';
+  }
+  return all;
+}
+
+}  // namespace preview

@@ -1,0 +1,346 @@
+// Reports as pages: values, lines of data, the layout, and drawings.
+#include "preview/preview.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <limits>
+#include <map>
+#include <random>
+
+#include "contract/records.h"
+#include "platform/text/text.h"
+#include "support/support.h"
+#include "value.h"
+
+namespace preview {
+namespace {
+
+using kestor::CDocRelatorio;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr std::size_t kAll = std::numeric_limits<std::size_t>::max();
+
+// ---- Values --------------------------------------------------------------------------------------------------------
+
+TEST(Decimal, IsReadAsTheDesktopWritesIt) {
+  for (const auto& [written, printed] :
+       std::map<std::string, std::string>{{"1.234,56", "1234,56"},
+                                          {"1234.56", "1234,56"},
+                                          {"1.234", "1234"},
+                                          {"1.234.567", "1234567"},
+                                          {"1.23", "1,23"},
+                                          {" -0,5 ", "-0,5"},
+                                          {"12,50-", "-12,5"},
+                                          {"+7", "7"},
+                                          {"-0", "0"},
+                                          {"999999999999999999,9999999999", "999999999999999999,9999999999"}}) {
+    const auto number = Decimal::Parse(written);
+    ASSERT_TRUE(number) << written;
+    EXPECT_EQ(number->Print(0, false), printed) << written;
+  }
+  for (const char* other : {"", "-", ",", "1,", ",5", "1,2,3", "1.2.3", "12.34,5", "1,234.56", "1e5", "R$ 1", "--1",
+                            "1234567890123456789", "0,12345678901", "12a"})
+    EXPECT_FALSE(Decimal::Parse(other)) << other;
+}
+
+TEST(Decimal, IsPrintedAsTheFormatSays) {
+  EXPECT_EQ(Decimal::Parse("1234567,5")->Print(2, true), "1.234.567,50");
+  EXPECT_EQ(Decimal::Parse("-1234567,5")->Print(-1, true), "-1.234.568");
+  EXPECT_EQ(Decimal::Parse("-0,4")->Print(-1, true), "0");
+  EXPECT_EQ(Decimal::Parse("0,125")->Print(2, false), "0,125");
+  EXPECT_EQ(Decimal::Parse("100")->Print(0, true), "100");
+}
+
+TEST(Value, IsShownAndComparedByItsType) {
+  EXPECT_EQ(Show('D', 0, "2026-02-28", ""), "28/02/2026");
+  EXPECT_EQ(Show('D', 0, "29/02/2025", ""), "29/02/2025");  // no such day: left as it is
+  EXPECT_EQ(KeyOf('D', "29/02/2025").kind, Key::Kind::text);
+  EXPECT_EQ(Show('d', 0, "2026-2", ""), "02/2026");
+  EXPECT_EQ(Show('X', 0, "2", "1=Lucro real;2=Simples"), "Simples");
+  EXPECT_EQ(Show('X', 0, "3", "1=Lucro real;2=Simples"), "3");
+  EXPECT_LT(KeyOf('D', "31/12/2025"), KeyOf('D', "01/01/2026"));
+  EXPECT_LT(KeyOf('N', "9"), KeyOf('N', "10"));
+  EXPECT_LT(KeyOf('A', "Água"), KeyOf('A', "banco"));
+  EXPECT_EQ(KeyOf('A', "AÇÃO"), KeyOf('A', "ação"));
+  EXPECT_LT(KeyOf('N', ""), KeyOf('N', "-1"));
+  EXPECT_LT(KeyOf('N', "1"), KeyOf('N', "a"));
+}
+
+// ---- A report of everything ----------------------------------------------------------------------------------------
+
+const Fields kFields = {
+    {10, "Conta", "Conta contábil", 'C', 8, ""}, {20, "Data", "Data", 'D', 10, ""},
+    {30, "Valor", "Valor", 'V', 12, ""},         {40, "Regime", "Regime", 'X', 8, "1=Real;2=Simples"},
+    {50, "Texto", "Histórico", 'H', 12, ""},     {60, "Qtde", "Quantidade", 'N', 5, ""}};
+
+kestor::CampoEscolhido Column(std::uint16_t code, const char* title, char type, char alignment, std::int32_t width) {
+  kestor::CampoEscolhido column;
+  column.codigo = code;
+  column.cabecalho = text::FromUtf8(title);
+  column.tipoDado = type;
+  column.alinhamento = alignment;
+  column.tamanho = width;
+  return column;
+}
+
+void FillIn(CDocRelatorio* document) {
+  document->nome = "Tudo";
+  document->dataInicial = 3;
+  document->dataFinal = 9;
+  auto& print = document->impressao;
+  print.paginaInicial = 7;
+  print.cabecalho.texto = "EMPRESA\nResumo";
+  print.cabecalho.cabecalhoAdicional = "Filial 2";
+  print.cabecalho.dataEmissao = print.cabecalho.periodo = true;
+  print.detalhe.textoFinal = "Fim do relato";
+  print.rodape.texto = text::FromUtf8("Rodapé um");
+  print.rodape.texto2 = text::FromUtf8("Rodapé dois");
+  auto& columns = document->camposEscolhidos.campos;
+  columns = {Column(10, "Conta", 'C', 'E', 8), Column(1, "Fixo", 'A', 'C', 6), Column(50, "Histórico", 'H', 'E', 12),
+             Column(30, "Valor", 'V', 'D', 12), Column(60, "Qtde", 'N', 'D', 5)};
+  columns[1].fixo = true;
+  columns[1].conteudo = "ab";
+  columns[3].formatoValor = kestor::formatoMilharComDecimal;
+  columns[4].formatoValor = kestor::formatoMilhar;
+  document->ordenacao.campos = {{40, kestor::separadorPagina}, {10, kestor::separadorLinha}};
+  document->ordenacao.totalizacoes = {{30, true, true}, {60, false, true}};
+  document->filtro.condicoes = {{30, "0", kestor::operadorMaior, kestor::comparadorE},
+                                {40, "Simples", kestor::operadorIgual, kestor::comparadorE},
+                                {60, "1000", kestor::operadorMaiorIgual, kestor::comparadorOu}};
+}
+
+class Preview : public testing::Test {
+ protected:
+  std::string File(const std::string& content) {
+    std::string file = (folder_.Path() / "data.csv").string();
+    std::ofstream(file, std::ios::binary) << content;
+    return file;
+  }
+
+  Lines Read(const std::string& content, std::size_t count = kAll) {
+    Lines lines = ReadCsv(File(content), document_, kFields, count, &notes_);
+    Sort(document_, kFields, &lines);
+    return lines;
+  }
+
+  std::string FailureOf(const std::string& content) {
+    try {
+      Read(content);
+    } catch (const Failure& failure) {
+      return failure.what();
+    }
+    return {};
+  }
+
+  std::vector<std::string> Pages(const Lines& lines, std::size_t width = 60) {
+    std::vector<std::string> pages;
+    LayOut(
+        document_, kFields, lines, {"27/11/2026", false, width},
+        [&](const Page& page) {
+          pages.push_back(PlainText(page));
+          return true;
+        },
+        &notes_);
+    return pages;
+  }
+
+  support::TempFolder folder_;
+  CDocRelatorio document_;
+  std::vector<std::string> notes_;
+};
+
+TEST_F(Preview, RunsTheReportOverItsData) {
+  FillIn(&document_);
+  // Semicolons, code page 1252 beside UTF-8, a quoted line end, names by alias, code and description.
+  const Lines lines = Read(
+      "Conta;30;hist\xF3rico;Regime;Quantidade;Outro\r\n"
+      "1.1;1.234,56;\"dep\xC3\xB3sito em caixa\";2;5;x\r\n"
+      "1.1;0,44;cheque;2;1500\r\n"
+      "2.1;10;a;2;\r\n"
+      "1.1;99;nunca;1;5\r\n"      // neither of the alternatives
+      "3;-1;estorno;1;1.000\r\n"  // by the second one
+      "\r\n"
+      "9;0;zero;2;999\r\n");
+  EXPECT_THAT(notes_, IsEmpty());
+  const std::string head = "Resumo\nFilial 2\nEmissão: 27/11/2026   Período: 3 a 9\n";
+  const std::string rule = [] {
+    std::string line;
+    for (int i = 0; i < 60; ++i)
+      line += "─";
+    return line + '\n';
+  }();
+  const std::string titles = rule + "Conta     Fixo  Histórico           Valor  Qtde\n" + rule;
+  const std::string foot = rule + "Rodapé um\nRodapé dois\n";
+  EXPECT_THAT(Pages(lines),
+              ElementsAre("EMPRESA                                             Página 7\n" + head + titles +
+                              "3          ab   estorno             -1,00 1.000\n"
+                              "Total de Conta: 3                   -1,00\n"
+                              "Total de Regime: Real               -1,00\n" +
+                              foot,
+                          "EMPRESA                                             Página 8\n" + head + titles +
+                              "1.1        ab   depósito em      1.234,56     5\n"
+                              "                caixa\n"
+                              "1.1        ab   cheque               0,44 1.500\n"
+                              "Total de Conta: 1.1              1.235,00\n" +
+                              rule +
+                              "2.1        ab   a                   10,00\n"
+                              "Total de Conta: 2.1                 10,00\n"
+                              "Total de Regime: Simples         1.245,00\n"
+                              "Total geral                      1.244,00 2.505\n"
+                              "Fim do relato\n" +
+                              foot));
+
+  document_.ordenacao.somenteTotais = true;
+  document_.impressao.tipoNumeracao = kestor::numeracaoFolha;
+  const std::vector<std::string> totals = Pages(lines);
+  ASSERT_EQ(totals.size(), 2U);
+  EXPECT_THAT(totals[1], HasSubstr("Folha 7"));  // two pages a sheet
+  EXPECT_THAT(totals[1], HasSubstr("Total de Conta: 2.1                 10,00\n"));
+  EXPECT_THAT(totals[1], testing::Not(HasSubstr("cheque")));
+}
+
+TEST_F(Preview, CutsOrWrapsWhatHasNoRoom) {
+  FillIn(&document_);
+  document_.filtro.Reinicia();
+  document_.ordenacao.Reinicia();
+  document_.camposEscolhidos.campos[0].tamanho = 0;
+  const Lines lines = Read("50,30,60\numa frase comprida,123456789.5,123456\n");
+  std::vector<std::string> pages = Pages(lines, 30);
+  ASSERT_EQ(pages.size(), 1U);
+  // A number that does not fit is no other number; columns without room begin another row.
+  EXPECT_THAT(pages[0], HasSubstr("  ab   uma frase\n       comprida\n############ #####\n"));
+  EXPECT_THAT(notes_, ElementsAre("the file has no column for the field 10 (Conta)",
+                                  "columns without a width are not drawn: 1"));
+  notes_.clear();
+  document_.impressao.truncarColunas = true;
+  pages = Pages(lines, 30);
+  EXPECT_THAT(pages[0], HasSubstr("  ab   uma frase    ##########\n"));
+  EXPECT_THAT(notes_, ElementsAre("columns without a width are not drawn: 1",
+                                  "columns that the page has no room for, or not all of it: 2"));
+}
+
+TEST_F(Preview, SaysWhatIsWrongWithAFile) {
+  FillIn(&document_);
+  EXPECT_THAT(FailureOf(""), HasSubstr("is empty"));
+  EXPECT_THAT(FailureOf("a;b\n1;2\n"), HasSubstr("no column is named like a field"));
+  EXPECT_THAT(FailureOf("Conta;Valor\n1;2\n1;\"2\"x\n"), HasSubstr("line 3: a quotation mark"));
+  EXPECT_THAT(FailureOf("Conta;Valor\n1;\"2\n"), HasSubstr("ends within quotation marks"));
+  EXPECT_THAT(FailureOf("Conta;Valor\n1;\"" + std::string(3 << 20, 'x')), HasSubstr("more than a million"));
+  EXPECT_THROW(ReadCsv("/nowhere", document_, kFields, kAll, &notes_), Failure);
+  document_.filtro.Reinicia();
+  notes_.clear();
+  EXPECT_EQ(Read("Conta;Valor;Regime;Qtde;Texto\n1;x\n2;3\n3;4\n", 2).Count(), 2U);
+  EXPECT_THAT(notes_, ElementsAre("values of the field 30 (Valor) that are no numbers: 1"));
+}
+
+TEST_F(Preview, AddsUpExactlyInEveryGroup) {
+  FillIn(&document_);
+  document_.filtro.Reinicia();
+  document_.ordenacao.totalizacoes = {{30, true, true}};
+  document_.camposEscolhidos.campos = {Column(30, "Valor", 'V', 'D', 24)};
+  std::mt19937 random(1);
+  std::map<std::string, std::int64_t> sums;  // in cents
+  std::int64_t all = 0;
+  std::string csv = "Regime,Conta,Valor\n";
+  for (int i = 0; i < 5000; ++i) {
+    const int cents = static_cast<int>(random() % 2'000'001) - 1'000'000;
+    const int account = static_cast<int>(random() % 20) + 10;
+    const int regime = static_cast<int>(random() % 2) + 1;
+    const int size = cents < 0 ? -cents : cents;
+    csv += std::to_string(regime) + ',' + std::to_string(account) + ',' + (cents < 0 ? "-" : "") +
+           std::to_string(size / 100) + '.' + std::to_string(size / 10 % 10) + std::to_string(size % 10) + '\n';
+    sums[(regime == 1 ? "Real/" : "Simples/") + std::to_string(account)] += cents;
+    all += cents;
+  }
+  const auto printed = [](std::int64_t cents) {
+    const std::int64_t size = cents < 0 ? -cents : cents;
+    return (cents < 0 ? "-" : "") + std::to_string(size / 100) + ',' + std::to_string(size / 10 % 10) +
+           std::to_string(size % 10);
+  };
+  std::string text;
+  for (const std::string& page : Pages(Read(csv)))
+    text += page;
+  std::size_t from = 0;
+  for (const auto& [group, cents] : sums) {
+    const std::string account = group.substr(group.find('/') + 1);
+    from = text.find("Total de Conta contábil: " + account + "\n", from);
+    ASSERT_NE(from, std::string::npos) << group;
+    const std::size_t sum = text.find_first_not_of(' ', text.find('\n', from) + 1);
+    EXPECT_EQ(text.substr(sum, text.find('\n', sum) - sum), printed(cents)) << group;
+  }
+  const std::size_t sum = text.find_first_not_of(' ', text.find('\n', text.find("Total geral")) + 1);
+  EXPECT_EQ(text.substr(sum, text.find('\n', sum) - sum), printed(all));
+}
+
+TEST_F(Preview, DrawsSamplesTheSameEveryTime) {
+  FillIn(&document_);
+  document_.impressao.cabecalho.logotipo = true;
+  document_.impressao.orientacao = kestor::orientacaoPaisagem;
+  Lines lines = SampleLines(document_, kFields, 30);
+  EXPECT_EQ(lines.Count(), 30U);
+  EXPECT_EQ(lines.values, SampleLines(document_, kFields, 30).values);
+  Sort(document_, kFields, &lines);
+  Pdf pdf("Tudo", "");
+  std::size_t pages = 0;
+  LayOut(
+      document_, kFields, lines, {"27/11/2026", true, 0},
+      [&](const Page& page) {
+        EXPECT_GT(page.width, page.height);
+        EXPECT_TRUE(page.logo);
+        EXPECT_EQ(DrawPng(page, "").substr(1, 3), "PNG");
+        EXPECT_THAT(DrawSvg(page, ""), HasSubstr("<svg"));
+        EXPECT_THROW(DrawSvg(page, "/nowhere.png"), Failure);
+        const bool saysConditions = std::any_of(page.texts.begin(), page.texts.end(), [](const PlacedText& text) {
+          return text.text == "Condições: Valor > 0 e Regime = Simples ou Qtde ≥ 1000";
+        });
+        EXPECT_TRUE(saysConditions);
+        pdf.Add(page);
+        ++pages;
+        return true;
+      },
+      nullptr);
+  EXPECT_GT(pages, 1U);
+  EXPECT_EQ(pdf.Finish().substr(0, 5), "%PDF-");
+}
+
+TEST_F(Preview, DrawsWhateverADocumentSays) {
+  const std::string noise = "\x01\x1B[2J\r\n\t\xFF" + std::string(3 << 20, 'W');
+  for (const std::int32_t size : {-5, 0, 10'000, std::numeric_limits<std::int32_t>::max()}) {
+    for (const float margin : {-1.0F, 1e30F, std::numeric_limits<float>::quiet_NaN()}) {
+      FillIn(&document_);
+      auto& print = document_.impressao;
+      print.margemEsquerda = print.margemSuperior = margin;
+      print.paginaInicial = std::numeric_limits<std::int32_t>::max();
+      print.cabecalho.tamanhoFonte = print.detalhe.tamanhoFonteColuna = print.detalhe.tamanhoFonteDetalhe =
+          print.rodape.tamanhoFonte = size;
+      print.cabecalho.texto = print.cabecalho.fonte = print.rodape.texto = print.detalhe.textoFinal = noise;
+      document_.camposEscolhidos.campos[1].tamanho = size;
+      document_.camposEscolhidos.campos[1].conteudo = noise;
+      document_.camposEscolhidos.campos.resize(1'000'000, document_.camposEscolhidos.campos[3]);
+      document_.camposEscolhidos.campos[0].cabecalho = noise;
+      document_.ordenacao.campos.resize(10'000, {40, 77});
+      document_.ordenacao.totalizacoes.resize(10'000, {30, true, true});
+      std::size_t pages = 0;
+      LayOut(
+          document_, kFields, SampleLines(document_, kFields, 3), {"", true, 0},
+          [&](const Page& page) {
+            for (const PlacedText& text : page.texts) {
+              EXPECT_GE(text.x, 0);
+              EXPECT_LE(text.x + text.width, page.width + 1);
+              EXPECT_LE(text.baseline, page.height + 1) << text.text;
+            }
+            EXPECT_TRUE(pages != 0 || !DrawPng(page, "").empty());
+            return ++pages < 50;
+          },
+          &notes_);
+      EXPECT_GT(pages, 0U);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace preview
