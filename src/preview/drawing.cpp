@@ -8,20 +8,16 @@
 
 #include "page.h"
 
-#ifdef __SANITIZE_ADDRESS__
-#define KESTOR_LEAK_CHECK
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define KESTOR_LEAK_CHECK
-#endif
-#endif
-#ifdef KESTOR_LEAK_CHECK
-// Pango keeps the fonts that it has found until the process ends, where the leak check does not see them.
+// What sanitizers say of the libraries that draw. Pango keeps the fonts that it has found until the process ends, where
+// the leak check does not see them, and looks for them in threads whose locks ThreadSanitizer does not see.
 extern "C" const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() {
   return "leak:libfontconfig\n";
 }
-#endif
+extern "C" const char* __tsan_default_options();
+extern "C" const char* __tsan_default_options() {
+  return "ignore_noninstrumented_modules=1";
+}
 
 namespace preview {
 
