@@ -22,9 +22,9 @@ namespace kestorctl {
 namespace {
 
 constexpr void (*kGroups[])(CLI::App&, Command*) = {
-    AddSetup,  AddStatus, AddStart,   AddLog,     AddRegistry, AddList,    AddListing, AddModels,
-    AddCopy,   AddFields, AddShow,    AddPreview, AddRenumber, AddMigrate, AddFind,    AddCheck,
-    AddExport, AddImport, AddHistory, AddRestore, AddDiff,     AddLegacy};
+    AddSetup, AddStatus, AddStart,  AddLog,     AddRegistry, AddList,     AddListing, AddModels,
+    AddCopy,  AddFields, AddShow,   AddPreview, AddBook,     AddRenumber, AddMigrate, AddFind,
+    AddCheck, AddExport, AddImport, AddHistory, AddRestore,  AddDiff,     AddLegacy};
 
 constexpr const char* kProgramFooter =
     R"(What belongs to one installation lies below its home: the folder of --home, else $KESTOR_HOME, else

@@ -31,6 +31,7 @@ void AddRenumber(CLI::App& program, Command* chosen);
 void AddMigrate(CLI::App& program, Command* chosen);
 void AddFind(CLI::App& program, Command* chosen);
 void AddPreview(CLI::App& program, Command* chosen);
+void AddBook(CLI::App& program, Command* chosen);
 void AddCheck(CLI::App& program, Command* chosen);
 void AddExport(CLI::App& program, Command* chosen);
 void AddImport(CLI::App& program, Command* chosen);

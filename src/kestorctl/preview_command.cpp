@@ -5,9 +5,7 @@
 #include <filesystem>
 #include <limits>
 
-#include "admin/admin.h"
 #include "commands.h"
-#include "contract/campo_texto.h"
 #include "explanation.h"
 #include "failure.h"
 #include "host_files.h"
@@ -17,7 +15,7 @@
 #include "progress.h"
 #include "terminal.h"
 #ifdef KESTOR_PREVIEW
-#include "preview/preview.h"
+#include "report_fields.h"
 #endif
 
 namespace kestorctl {
@@ -56,16 +54,6 @@ struct PreviewOptions {
 };
 
 #ifdef KESTOR_PREVIEW
-
-preview::Fields FieldsOf(const admin::Catalogue& catalogue) {
-  preview::Fields fields;
-  for (const tagREG_CAMPOS_RELATORIO2& field : catalogue.fields) {
-    fields.push_back({field.nCodigo, text::ToUtf8(kestor::TextoDoCampo(field.szApelido)),
-                      text::ToUtf8(kestor::TextoDoCampo(field.szDescricao)), field.cTipo, field.nTamanho,
-                      text::ToUtf8(kestor::TextoDoCampo(field.szOpcoes))});
-  }
-  return fields;
-}
 
 // A document of that name, else a first-generation model; as programs name models, without regard to letter case.
 const admin::Model& Find(const admin::Inventory& inventory, const std::string& name) {
@@ -165,9 +153,8 @@ void Preview(const PreviewOptions& options, Answer& answer) try {
   const admin::Model& model = Find(inventory, options.model.name);
   admin::Reader reader(inventory);
   kestor::CDocRelatorio document;
-  const bool isFirst = model.generation == admin::Generation::first;
   std::vector<std::string> notes;
-  const std::string trouble = isFirst ? reader.ReadConverted(model, document) : reader.Read(model, document);
+  const std::string trouble = ReadReport(reader, model, document);
   if (!trouble.empty()) throw LocalFailure(trouble);
   const admin::Catalogue& catalogue = reader.CatalogueOf(model.pair);
   if (!catalogue.trouble.empty()) notes.push_back(catalogue.trouble);
@@ -193,6 +180,8 @@ void Preview(const PreviewOptions& options, Answer& answer) try {
   for (const std::string& note : notes)
     answer.AddNote(note);
   answer.incomplete = !notes.empty();
+} catch (const admin::Failure& failure) {
+  throw LocalFailure(failure.what());
 } catch (const preview::Failure& failure) {
   throw LocalFailure(failure.what());
 }
