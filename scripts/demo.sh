@@ -117,9 +117,10 @@ step "A report as the page that it describes, with sample lines; and as a PDF, w
 run 0 kestorctl preview CT 01 Balancete --rows 4
 printf 'ContaCodigo;SaldoAtual;ContaGrau\n1.1;1.000,10;1\n1.1;0,90;2\n1.2;5;9\n' > saldos.csv
 run 3 kestorctl preview CT 01 Balancete --data saldos.csv -o balancete.pdf
-kestorctl preview CT 01 Balancete --data saldos.csv 2>/dev/null | grep -q ' 1001,00$' || fail "the sum is not right"
+kestorctl preview CT 01 Balancete --data saldos.csv >saldos.txt 2>/dev/null || true
+grep -q ' 1001,00$' saldos.txt || fail "the sum is not right"
 run 3 kestorctl book book
-[ -f book/models/0.svg ] || fail "the book has no picture"
+ls book/models/*.svg >/dev/null || fail "the book has no picture"
 
 step "What the last change has changed; it is taken back, and the model is what it was, byte for byte."
 run 3 kestorctl diff CT 01 Balancete
