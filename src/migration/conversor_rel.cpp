@@ -107,6 +107,10 @@ HRESULT CConversorRel::CriaRepositorioRel() {
   std::string pasta;
   if (const auto falha = CCaminhosInstalacao::BuscaCaminhoRelatorios(pasta)) return ServiceError(falha);
   prefixo_ = pasta + ModuloRel(Modulo()) + ComponenteRel(Componente());
+  std::string instalacao;
+  if (const auto falha = CCaminhosInstalacao::BuscaCaminhoModulo(Modulo(), instalacao)) return ServiceError(falha);
+  vigiaCatalogo_.emplace(CaminhoCatalogo(instalacao, ModuloRel(Modulo()), ComponenteRel(Componente())));
+  conteudo_.DefineRepositorio(*rel_);
   return S_OK;
 }
 
@@ -147,22 +151,20 @@ CConversorRel::Fim CConversorRel::Trata(const std::string& nome) {
   return fim;
 }
 
-CConversorRel::Fim CConversorRel::Converte(const std::string& nome) const {
+CConversorRel::Fim CConversorRel::Converte(const std::string& nome) {
   const auto fica = [](const std::string& frase) {
     const std::string dita = RazaoDita();
     return Fim{Destino::fica, dita.empty() ? frase : dita};
   };
   EsqueceRazao();  // why a listed document is none
-  CConteudoRel conteudo;
-  conteudo.DefineRepositorio(*rel_);
-  if (const HRESULT leitura = conteudo.Carrega(nome); leitura != S_OK) return fica("it cannot be read");
+  if (const HRESULT leitura = conteudo_.Carrega(nome); leitura != S_OK) return fica("it cannot be read");
   EsqueceRazao();  // models without export settings are nothing unusual
-  if (!conteudo.Completo()) return fica("its content is empty, cut short, or of a version that is not known");
-  if (!ExportacaoInteira(nome, conteudo)) return fica("its export settings are cut short");
+  if (!conteudo_.Completo()) return fica("its content is empty, cut short, or of a version that is not known");
+  if (!ExportacaoInteira(nome)) return fica("its export settings are cut short");
   EsqueceRazao();
-  if (conteudo.CarregaCatalogo() != S_OK) return fica("the field catalogue cannot be read");
+  if (!CarregaCatalogo()) return fica("the field catalogue cannot be read");
   CMemStream documento;
-  if (!GeraDocumento(conteudo, nome, documento)) return fica("its document cannot be made");
+  if (!GeraDocumento(conteudo_, nome, documento)) return fica("its document cannot be made");
   // What is there is not overwritten: it may be the document of another station, which has converted the model at the
   // same moment.
   const HRESULT gravacao = Grava(nome, KESTOR_NaoSobreescrever, documento);
@@ -171,6 +173,15 @@ CConversorRel::Fim CConversorRel::Converte(const std::string& nome) const {
   return fica(gravacao == NoticeForm(KESTOR_ARQUIVO_JA_EXISTE)
                   ? "there is a file " + text::Presentable(text::ToUtf8(arquivo)) + " already"
                   : "its document cannot be stored");
+}
+
+// It is the same for all models and takes as long to read as everything else of one.
+bool CConversorRel::CarregaCatalogo() {
+  const bool mudou = vigiaCatalogo_->HasChanged();
+  if (temCatalogo_ && !mudou) return true;
+  temCatalogo_ = false;
+  temCatalogo_ = conteudo_.CarregaCatalogo() == S_OK;
+  return temCatalogo_;
 }
 
 // A listed name alone is no document yet: it is also that of a folder, of an empty file, or of one with a second dot.
@@ -184,13 +195,13 @@ bool CConversorRel::HaDocumento(const std::string& nome) const {
 
 // Settings that are there and have not been read whole, because another program has them open or because they are cut
 // inside their items, would be lost with the model.
-bool CConversorRel::ExportacaoInteira(const std::string& nome, const CConteudoRel& conteudo) const {
+bool CConversorRel::ExportacaoInteira(const std::string& nome) const {
   LONG bytes = 0;
   if (rel_->BuscaTamanhoRelatorio(NovoBstr(NomeDaExportacao(nome)).get(), &bytes) != S_OK) {
-    return !conteudo.TemExportacao() && !HaExportacao(nome);
+    return !conteudo_.TemExportacao() && !HaExportacao(nome);
   }
-  if (bytes < kBytesCabecalhoExportacao) return !conteudo.TemExportacao();
-  return conteudo.TemExportacao() && static_cast<std::size_t>(bytes) >= conteudo.BytesExportacao();
+  if (bytes < kBytesCabecalhoExportacao) return !conteudo_.TemExportacao();
+  return conteudo_.TemExportacao() && static_cast<std::size_t>(bytes) >= conteudo_.BytesExportacao();
 }
 
 // Whether there is a file of export settings, also one that another program has open.

@@ -1,6 +1,7 @@
 // The move of first-generation models into the report store.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -10,10 +11,10 @@
 #include "common/objeto_contado.h"
 #include "document/conversor_modelos.h"
 #include "document/mem_stream.h"
+#include "migration/conteudo_rel.h"
+#include "platform/files/files.h"
 
 namespace kestor {
-
-class CConteudoRel;
 
 // Makes a store of the first generation in this process; results as IClassFactory::CreateInstance gives them.
 using CriaLegado = HRESULT (*)(Servidor& servidor, REFIID iid, void** object);
@@ -51,15 +52,19 @@ class CConversorRel final : public CConversorModelos {
   HRESULT CriaRepositorioRel();
   void AnotaGemeos(const std::vector<std::string_view>& nomes);
   Fim Trata(const std::string& nome);
-  Fim Converte(const std::string& nome) const;
+  Fim Converte(const std::string& nome);
+  bool CarregaCatalogo();
   bool HaDocumento(const std::string& nome) const;
-  bool ExportacaoInteira(const std::string& nome, const CConteudoRel& conteudo) const;
+  bool ExportacaoInteira(const std::string& nome) const;
   bool HaExportacao(const std::string& nome) const;
   void ExcluiRel(const std::string& nome) const;
 
   const CriaLegado criaLegado_;
   const Modo modo_;
   ComPtr<IZNPL_Rel> rel_;
+  CConteudoRel conteudo_;  // of the model whose turn it is, with the catalogue
+  bool temCatalogo_ = false;
+  std::optional<files::ContentWatch> vigiaCatalogo_;
   std::string prefixo_;                                  // of the paths of the first generation's files
   std::unordered_set<std::string> existentes_;           // upper case
   std::unordered_set<std::string> tratados_;             // whose turn has been, upper case

@@ -1,4 +1,7 @@
+#include <algorithm>
 #include <cerrno>
+#include <ctime>
+#include <utility>
 
 #include "files.h"
 #include "lookup.h"
@@ -25,6 +28,24 @@ DWORD GetFileAttributesA(const char* path) {
   if (S_ISDIR(status.st_mode)) return FILE_ATTRIBUTE_DIRECTORY;
   if (translated.meansFolder) return INVALID_FILE_ATTRIBUTES;
   return host::IsReadOnly(status) ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_NORMAL;
+}
+
+// Times of a file advance in steps, the longest of which are those of FAT.
+bool files::ContentWatch::HasChanged() {
+  constexpr std::int64_t kLongestStep = 2;
+  const std::optional<Stamp> before = std::exchange(m_last, std::nullopt);
+  PathName path;
+  struct stat status = {};
+  if (TranslatePath(TextOf(m_path.c_str()), &path) != ERROR_SUCCESS) return true;
+  const auto look = [&status](const std::string& name) { return host::StatNow(AT_FDCWD, name, &status) == 0; };
+  if (!look(path.path) && !look(SpellAsOnDisk(path))) return true;
+  const Stamp now = {status.st_dev,
+                     status.st_ino,
+                     status.st_size,
+                     {status.st_mtim.tv_sec, status.st_mtim.tv_nsec},
+                     {status.st_ctim.tv_sec, status.st_ctim.tv_nsec}};
+  if (std::max(now.written.seconds, now.changed.seconds) + kLongestStep < time(nullptr)) m_last = now;
+  return before != now;
 }
 
 DWORD files::FolderError(const char* path) {

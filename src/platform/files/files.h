@@ -12,7 +12,9 @@
 //   a component of more than 255 characters or too long for the disk            206
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -193,6 +195,40 @@ inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
 
 // Attributes of a file or folder; INVALID_FILE_ATTRIBUTES when there is none of that path.
 DWORD GetFileAttributesA(const char* path);
+
+namespace files {
+
+// Looks whether the file of a path is still what it was, for those who keep what they have read of it. Used by one
+// thread at a time.
+class ContentWatch {
+ public:
+  explicit ContentWatch(std::string path) : m_path(std::move(path)) {}
+
+  // True at the first call; then, unless the path leads to the same file as at the last one and neither its content nor
+  // its attributes have been changed since. Also true as long as the last change is so recent that another one could
+  // bear the same time. Call it before reading.
+  bool HasChanged();
+
+ private:
+  struct Times {
+    std::int64_t seconds = 0;
+    std::int64_t nanoseconds = 0;
+    bool operator==(const Times&) const = default;
+  };
+  struct Stamp {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    std::int64_t length = 0;
+    Times written;
+    Times changed;
+    bool operator==(const Stamp&) const = default;
+  };
+
+  const std::string m_path;
+  std::optional<Stamp> m_last;  // of a file whose times vouch for it
+};
+
+}  // namespace files
 
 // ---- Wild-card search ----------------------------------------------------------------------------------------------
 

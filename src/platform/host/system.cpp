@@ -125,6 +125,10 @@ int StatLinkWithTimes(int folder, const std::string& path, struct stat* status) 
                 [&] { return fstatat(folder, path.c_str(), status, AT_SYMLINK_NOFOLLOW); });
 }
 
+int StatNow(int folder, const std::string& path, struct stat* status) {
+  return StatWith(folder, path.c_str(), AT_STATX_FORCE_SYNC, STATX_BASIC_STATS, status);
+}
+
 int ReadLink(const std::string& path, std::string* target) {
   target->resize(PATH_MAX);
   std::size_t size = 0;

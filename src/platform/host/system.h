@@ -31,6 +31,7 @@ int OpenFolder(int folder, const std::string& path, Descriptor* opened);  // for
 int Stat(int folder, const std::string& path, struct stat* status);       // of what a symbolic link leads to
 int StatLink(int folder, const std::string& path, struct stat* status);   // of the symbolic link itself
 int StatLinkWithTimes(int folder, const std::string& path, struct stat* status);
+int StatNow(int folder, const std::string& path, struct stat* status);  // as below, of what a symbolic link leads to
 int ReadLink(const std::string& path, std::string* target);
 int RealPath(const Descriptor& folder, const std::string& name, std::string* path);
 int Unlink(const Descriptor& folder, const std::string& name);
