@@ -14,6 +14,10 @@ extern "C" const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() {
   return "leak:libfontconfig\n";
 }
+extern "C" const char* __lsan_default_options();
+extern "C" const char* __lsan_default_options() {
+  return "print_suppressions=0";
+}
 extern "C" const char* __tsan_default_options();
 extern "C" const char* __tsan_default_options() {
   return "ignore_noninstrumented_modules=1";
