@@ -282,18 +282,20 @@ class Layout {
       second += (second.empty() ? "" : "   ") + std::string("Período: ") + std::to_string(document_.dataInicial) +
                 " a " + std::to_string(document_.dataFinal);
     }
-    // The number stands beside the first line, for which it leaves this room.
+    // The number stands beside the first line, where that has room for a few characters more, or above.
     constexpr std::size_t kNumber = 16;
+    constexpr std::size_t kFew = 8;
     const std::size_t full = LineCharacters(kHeader);
     const std::size_t logo =
         header.logotipo ? static_cast<std::size_t>(kLogoWidth / (fonts_[kHeader].size * kDigit)) + 2 : 0;
-    const std::size_t room = std::max<std::size_t>(10, full - std::min(full, kNumber + logo));
+    const bool isBeside = full >= kNumber + logo + kFew;
+    const std::size_t room = isBeside ? full - kNumber - logo : std::max<std::size_t>(1, full - std::min(full, logo));
     const double most = height_ / 4;
     Fill(Wrapped(Utf8(header.texto), room, kMostTextLines), kHeaderBold, most, &header_);
     Fill(Wrapped(Utf8(header.cabecalhoAdicional), room, kMostTextLines), kHeader, most, &header_);
     Fill(Wrapped(second, room, 2), kHeader, most, &header_);
     if (options_.isSample) Fill(Wrapped(Conditions(fields), room, 3), kHeader, most, &header_);
-    if (header_.empty()) header_.emplace_back();
+    if (header_.empty() || !isBeside) header_.emplace(header_.begin());
     header_.front().push_back({"", kHeader, Align::right});
     headerHeight_ = static_cast<double>(header_.size()) * fonts_[kHeader].size * kLeading;
     if (header.logotipo && options_.lineWidth == 0) headerHeight_ = std::max(headerHeight_, kLogoHeight + 4);

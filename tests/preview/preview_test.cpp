@@ -5,11 +5,14 @@
 #include <cstdint>
 #include <fstream>
 #include <gmock/gmock.h>
+#include <iomanip>
 #include <limits>
 #include <map>
 #include <random>
+#include <sstream>
 
 #include "contract/records.h"
+#include "marcacao/componente_marcacao.h"
 #include "platform/text/text.h"
 #include "support/support.h"
 #include "value.h"
@@ -72,10 +75,13 @@ TEST(Value, IsShownAndComparedByItsType) {
 
 // ---- A report of everything ----------------------------------------------------------------------------------------
 
-const Fields kFields = {
-    {10, "Conta", "Conta contábil", 'C', 8, ""}, {20, "Data", "Data", 'D', 10, ""},
-    {30, "Valor", "Valor", 'V', 12, ""},         {40, "Regime", "Regime", 'X', 8, "1=Real;2=Simples"},
-    {50, "Texto", "Histórico", 'H', 12, ""},     {60, "Qtde", "Quantidade", 'N', 5, ""}};
+const Fields kFields = {{10, "Conta", "Conta contábil", 'C', 8, ""},
+                        {20, "Data", "Data", 'D', 10, ""},
+                        {30, "Valor", "Valor", 'V', 12, ""},
+                        {40, "Regime", "Regime", 'X', 8, "1=Real;2=Simples"},
+                        {50, "Texto", "Histórico", 'H', 12, ""},
+                        {60, "Qtde", "Quantidade", 'N', 5, ""},
+                        {70, "Mes", "Mês", 'd', 7, ""}};
 
 kestor::CampoEscolhido Column(std::uint16_t code, const char* title, char type, char alignment, std::int32_t width) {
   kestor::CampoEscolhido column;
@@ -148,80 +154,11 @@ class Preview : public testing::Test {
     return pages;
   }
 
+  const kestor::ComponenteMarcacao markup_;
   support::TempFolder folder_;
   CDocRelatorio document_;
   std::vector<std::string> notes_;
 };
-
-TEST_F(Preview, RunsTheReportOverItsData) {
-  FillIn(&document_);
-  // Semicolons, code page 1252 beside UTF-8, a quoted line end, names by alias, code and description.
-  const Lines lines = Read(
-      "Conta;30;hist\xF3rico;Regime;Quantidade;Outro\r\n"
-      "1.1;1.234,56;\"dep\xC3\xB3sito em caixa\";2;5;x\r\n"
-      "1.1;0,44;cheque;2;1500\r\n"
-      "2.1;10;a;2;\r\n"
-      "1.1;99;nunca;1;5\r\n"      // neither of the alternatives
-      "3;-1;estorno;1;1.000\r\n"  // by the second one
-      "\r\n"
-      "9;0;zero;2;999\r\n");
-  EXPECT_THAT(notes_, IsEmpty());
-  const std::string head = "Resumo\nFilial 2\nEmissão: 27/11/2026   Período: 3 a 9\n";
-  const std::string rule = [] {
-    std::string line;
-    for (int i = 0; i < 60; ++i)
-      line += "─";
-    return line + '\n';
-  }();
-  const std::string titles = rule + "Conta     Fixo  Histórico           Valor  Qtde\n" + rule;
-  const std::string foot = rule + "Rodapé um\nRodapé dois\n";
-  EXPECT_THAT(Pages(lines),
-              ElementsAre("EMPRESA                                             Página 7\n" + head + titles +
-                              "3          ab   estorno             -1,00 1.000\n"
-                              "Total de Conta: 3                   -1,00\n"
-                              "Total de Regime: Real               -1,00\n" +
-                              foot,
-                          "EMPRESA                                             Página 8\n" + head + titles +
-                              "1.1        ab   depósito em      1.234,56     5\n"
-                              "                caixa\n"
-                              "1.1        ab   cheque               0,44 1.500\n"
-                              "Total de Conta: 1.1              1.235,00\n" +
-                              rule +
-                              "2.1        ab   a                   10,00\n"
-                              "Total de Conta: 2.1                 10,00\n"
-                              "Total de Regime: Simples         1.245,00\n"
-                              "Total geral                      1.244,00 2.505\n"
-                              "Fim do relato\n" +
-                              foot));
-
-  document_.ordenacao.somenteTotais = true;
-  document_.impressao.tipoNumeracao = kestor::numeracaoFolha;
-  const std::vector<std::string> totals = Pages(lines);
-  ASSERT_EQ(totals.size(), 2U);
-  EXPECT_THAT(totals[1], HasSubstr("Folha 7"));  // two pages a sheet
-  EXPECT_THAT(totals[1], HasSubstr("Total de Conta: 2.1                 10,00\n"));
-  EXPECT_THAT(totals[1], testing::Not(HasSubstr("cheque")));
-}
-
-TEST_F(Preview, CutsOrWrapsWhatHasNoRoom) {
-  FillIn(&document_);
-  document_.filtro.Reinicia();
-  document_.ordenacao.Reinicia();
-  document_.camposEscolhidos.campos[0].tamanho = 0;
-  const Lines lines = Read("50,30,60\numa frase comprida,123456789.5,123456\n");
-  std::vector<std::string> pages = Pages(lines, 30);
-  ASSERT_EQ(pages.size(), 1U);
-  // A number that does not fit is no other number; columns without room begin another row.
-  EXPECT_THAT(pages[0], HasSubstr("  ab   uma frase\n       comprida\n############ #####\n"));
-  EXPECT_THAT(notes_, ElementsAre("the file has no column for the field 10 (Conta)",
-                                  "columns without a width are not drawn: 1"));
-  notes_.clear();
-  document_.impressao.truncarColunas = true;
-  pages = Pages(lines, 30);
-  EXPECT_THAT(pages[0], HasSubstr("  ab   uma frase    ##########\n"));
-  EXPECT_THAT(notes_, ElementsAre("columns without a width are not drawn: 1",
-                                  "columns that the page has no room for, or not all of it: 2"));
-}
 
 TEST_F(Preview, SaysWhatIsWrongWithAFile) {
   FillIn(&document_);
@@ -341,6 +278,87 @@ TEST_F(Preview, DrawsWhateverADocumentSays) {
     }
   }
 }
+
+// ---- Whole pages ---------------------------------------------------------------------------------------------------
+
+// A page with the places of all that is on it, in points.
+std::string Placed(const Page& page) {
+  std::ostringstream out;
+  out << std::fixed << std::setprecision(1) << page.width << " x " << page.height << '\n';
+  for (const Font& font : page.fonts)
+    out << "font " << font.family << ' ' << font.size << (font.bold ? " bold\n" : "\n");
+  if (page.logo)
+    out << "logo " << page.logo->x << ' ' << page.logo->y << ", " << page.logo->width << " x " << page.logo->height
+        << '\n';
+  for (const Rule& rule : page.rules)
+    out << "rule " << rule.x << ' ' << rule.y << ", " << rule.width << '\n';
+  for (const PlacedText& text : page.texts)
+    out << text.x << ' ' << text.baseline << ", " << text.width
+        << (text.align == Align::left    ? " left "
+            : text.align == Align::right ? " right "
+                                         : " centre ")
+        << text.font << ": " << text.text << '\n';
+  return out.str();
+}
+
+// A file has a title, a document, its data or the number of sample lines, the kind of page that is asked for, and the
+// pages with what is noted about them.
+class WholePages : public Preview, public testing::WithParamInterface<std::string> {
+ protected:
+  // The rest of the line that begins with the word, and what follows up to the next such line.
+  std::string Part(const std::string& word, std::string* rest) {
+    const std::string mark = "\n== " + word;
+    const std::size_t at = text_.find(mark);
+    if (at == std::string::npos) return {};
+    const std::size_t end = text_.find('\n', at + 1);
+    *rest = text_.substr(at + mark.size(), end - at - mark.size());
+    return text_.substr(end + 1, text_.find("\n== ", end) - end);
+  }
+
+  const std::string text_ = support::ReadFile(std::string(PREVIEW_PAGES) + '/' + GetParam() + ".txt");
+};
+
+TEST_P(WholePages, AreLaidOut) {
+  std::string rest;
+  std::string content = Part("document", &rest);
+  std::string reason;
+  ASSERT_TRUE(document_.CarregaConteudo(
+      {1, static_cast<LONG>(content.size()), reinterpret_cast<std::uint8_t*>(content.data())}, &reason))
+      << reason;
+  const std::string data = Part("data", &rest);
+  Lines lines;
+  if (!data.empty()) {
+    lines = ReadCsv(File(data), document_, kFields, kAll, &notes_);
+  } else {
+    Part("samples", &rest);
+    lines = SampleLines(document_, kFields, std::stoul(rest));
+  }
+  Sort(document_, kFields, &lines);
+  const bool isDrawing = text_.find("\n== drawing\n") != std::string::npos;
+  const std::string expected = Part(isDrawing ? "drawing" : "text", &rest);
+  std::string printed;
+  int number = 0;
+  LayOut(
+      document_, kFields, lines, {"27/11/2026", data.empty(), isDrawing ? 0 : std::stoul(rest)},
+      [&](const Page& page) {
+        printed += "-- page " + std::to_string(++number) + '\n' + (isDrawing ? Placed(page) : PlainText(page));
+        return true;
+      },
+      &notes_);
+  for (const std::string& note : notes_)
+    printed += "! " + note + '\n';
+  EXPECT_TRUE(printed == expected) << "expected:\n" << expected << "printed:\n" << printed;
+}
+
+std::vector<std::string> PageFiles() {
+  std::vector<std::string> files;
+  for (const std::string& name : support::Names(PREVIEW_PAGES)) {
+    if (name.ends_with(".txt")) files.push_back(name.substr(0, name.size() - 4));
+  }
+  return files;
+}
+
+INSTANTIATE_TEST_SUITE_P(, WholePages, testing::ValuesIn(PageFiles()), [](const auto& test) { return test.param; });
 
 }  // namespace
 }  // namespace preview
