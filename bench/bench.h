@@ -77,6 +77,7 @@ std::vector<Figure> LegacyFigures();
 std::vector<Figure> DocumentFigures();
 std::vector<Figure> ConversionFigures();
 std::vector<Figure> SearchFigures();
+std::vector<Figure> PreviewFigures();
 std::vector<Figure> NetworkFigures();
 
 // False where there is no network file system to measure.

@@ -88,9 +88,9 @@ int main(int argc, char** argv) {
   bench::EndNetwork();
   if (!once) {
     PrintRatiosHead();
-    for (const auto figures :
-         {bench::ChannelFigures, bench::ClientFigures, bench::StoreFigures, bench::ListingFigures, bench::LegacyFigures,
-          bench::DocumentFigures, bench::ConversionFigures, bench::SearchFigures, bench::NetworkFigures})
+    for (const auto figures : {bench::ChannelFigures, bench::ClientFigures, bench::StoreFigures, bench::ListingFigures,
+                               bench::LegacyFigures, bench::DocumentFigures, bench::ConversionFigures,
+                               bench::SearchFigures, bench::PreviewFigures, bench::NetworkFigures})
       PrintRatios(collector, figures());
   }
   const bool small = chosen || bench::MeasureMemory(once ? 1000 : 1000000);

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <utility>
 
 #include "contract/records.h"
 #include "lines.h"
@@ -56,6 +57,7 @@ std::string Utf8(std::string_view ansi) {
 
 // As many bytes as so many characters have.
 std::size_t BytesOf(std::string_view utf8, std::size_t characters) {
+  if (utf8.size() <= characters) return utf8.size();
   std::size_t end = 0;
   for (std::size_t count = 0; end < utf8.size(); ++end) {
     if (IsFirstByte(utf8[end]) && ++count > characters) break;
@@ -64,10 +66,10 @@ std::size_t BytesOf(std::string_view utf8, std::size_t characters) {
 }
 
 // The lines that a text takes in this width, broken at blanks where there are any.
-std::vector<std::string> Wrapped(std::string_view text, std::size_t width, std::size_t most) {
+void Wrap(std::string_view text, std::size_t width, std::size_t most, std::vector<std::string_view>* lines) {
+  lines->clear();
   text = text.substr(0, BytesOf(text.substr(0, 4 * kMostCharacters), kMostCharacters));
-  std::vector<std::string> lines;
-  while (!text.empty() && lines.size() < most) {
+  while (!text.empty() && lines->size() < most) {
     const std::size_t newline = text.find('\n');
     const std::string_view paragraph = text.substr(0, newline);
     std::size_t end = BytesOf(paragraph, width);
@@ -78,9 +80,14 @@ std::vector<std::string> Wrapped(std::string_view text, std::size_t width, std::
     } else if (newline != std::string_view::npos) {
       next = newline + 1;
     }
-    lines.push_back(text::Printable(paragraph.substr(0, end - (end != 0 && paragraph[end - 1] == '\r' ? 1 : 0))));
+    lines->push_back(paragraph.substr(0, end - (end != 0 && paragraph[end - 1] == '\r' ? 1 : 0)));
     text.remove_prefix(next);
   }
+}
+
+std::vector<std::string_view> Wrapped(std::string_view text, std::size_t width, std::size_t most) {
+  std::vector<std::string_view> lines;
+  Wrap(text, width, most, &lines);
   return lines;
 }
 
@@ -150,8 +157,7 @@ class Layout {
     const std::size_t count = lines_.Count();
     for (std::size_t line = 0; line < count && goesOn_; ++line) {
       if (line != 0) Break(line);
-      for (std::size_t level = 0; level <= groups_.size(); ++level)
-        Add(line, &sums_[level]);
+      Add(line);
       if (!document_.ordenacao.somenteTotais) PlaceLine(line);
     }
     if (!goesOn_) return;
@@ -161,7 +167,7 @@ class Layout {
     }
     const std::string closing = Utf8(document_.impressao.detalhe.textoFinal);
     if (!closing.empty()) Space();
-    for (const std::string& text : Wrapped(closing, LineCharacters(kDetail), kMostTextLines))
+    for (const std::string_view text : Wrapped(closing, LineCharacters(kDetail), kMostTextLines))
       PlaceBodyText(text, kDetail, Align::left);
     if (goesOn_) Finish();
   }
@@ -307,10 +313,12 @@ class Layout {
     bottom_ = height_ - kLeastMargin - footerHeight - (footer_.empty() ? 0 : 6);
   }
 
-  void Fill(const std::vector<std::string>& texts, FontPlace font, double most, std::vector<MarginLine>* lines) const {
-    for (const std::string& text : texts) {
+  void Fill(const std::vector<std::string_view>& texts, FontPlace font, double most,
+            std::vector<MarginLine>* lines) const {
+    for (const std::string_view text : texts) {
       const auto count = static_cast<double>(lines->size() + 1);
-      if (lines->empty() || count * fonts_[font].size * kLeading <= most) lines->push_back({{text, font, Align::left}});
+      if (lines->empty() || count * fonts_[font].size * kLeading <= most)
+        lines->push_back({{std::string(text), font, Align::left}});
     }
   }
 
@@ -319,7 +327,8 @@ class Layout {
   // ---- Pages
 
   void Begin() {
-    page_ = Page();
+    page_.texts.clear();
+    page_.rules.clear();
     page_.width = width_;
     page_.height = height_;
     page_.characterWidth = character_;
@@ -384,8 +393,8 @@ class Layout {
     if (y_ > bodyTop_) y_ += fonts_[kDetail].size * kLeading / 2;
   }
 
-  void Place(double x, double width, Align align, FontPlace font, const std::string& text) {
-    if (!text.empty()) page_.texts.push_back({x, y_ + fonts_[font].size, width, align, font, text});
+  void Place(double x, double width, Align align, FontPlace font, std::string_view text) {
+    if (!text.empty()) page_.texts.push_back({x, y_ + fonts_[font].size, width, align, font, text::Printable(text)});
   }
 
   void PlaceRule() {
@@ -393,7 +402,7 @@ class Layout {
     y_ += 4;
   }
 
-  void PlaceBodyText(const std::string& text, FontPlace font, Align align) {
+  void PlaceBodyText(std::string_view text, FontPlace font, Align align) {
     if (!goesOn_) return;
     const double height = fonts_[font].size * kLeading;
     Need(height);
@@ -405,12 +414,12 @@ class Layout {
   // A text for each column, on as many lines as they take. Lines below `limit` are left out; 0: a new page begins.
   void PlaceCells(const std::vector<std::string>& cells, FontPlace font, std::size_t mostLines, double limit) {
     const double height = fonts_[font].size * kLeading;
+    wrapped_.resize(columns_.size());
     for (std::size_t first = 0, end = 0; first < columns_.size(); first = end) {
-      std::vector<std::vector<std::string>> texts;
       std::size_t lines = 0;
       for (end = first; end < columns_.size() && columns_[end].row == columns_[first].row; ++end) {
-        texts.push_back(Wrapped(cells[end], columns_[end].width, mostLines));
-        lines = std::max(lines, texts.back().size());
+        Wrap(cells[end], columns_[end].width, mostLines, &wrapped_[end]);
+        lines = std::max(lines, wrapped_[end].size());
       }
       if (lines == 0 && font == kTotals) continue;
       for (std::size_t line = 0; line < std::max<std::size_t>(lines, 1) && goesOn_; ++line) {
@@ -419,10 +428,10 @@ class Layout {
         if (!goesOn_) return;
         for (std::size_t i = first; i < end; ++i) {
           const Column& column = columns_[i];
-          if (line < texts[i - first].size()) {
+          if (line < wrapped_[i].size()) {
             Place(left_ + static_cast<double>(column.start) * character_,
                   static_cast<double>(column.width) * character_, AlignOf(column.field->alinhamento), font,
-                  texts[i - first][line]);
+                  wrapped_[i][line]);
           }
         }
         y_ += height;
@@ -491,14 +500,18 @@ class Layout {
           group.value == kNowhere ? ""
                                   : Show(group.type, kestor::formatoNenhum, ValueOf(line, group.value), group.options);
       PlaceTotals(ended, "Total de " + group.title + ": " + value);
-      std::fill(sums_[ended].begin(), sums_[ended].end(), Decimal());
+      std::vector<Decimal>& outer = sums_[ended == 0 ? groups_.size() : ended - 1];
+      for (std::size_t i = 0; i < totals_.size(); ++i)
+        outer[i] += std::exchange(sums_[ended][i], Decimal());
     }
   }
 
-  void Add(std::size_t line, std::vector<Decimal>* sums) const {
+  // Adds the line's numbers to the sums of the innermost group, from which they come to the others as groups end.
+  void Add(std::size_t line) {
+    std::vector<Decimal>& sums = sums_[groups_.empty() ? 0 : groups_.size() - 1];
     for (std::size_t i = 0; i < totals_.size(); ++i) {
       if (totals_[i].value == kNowhere) continue;
-      if (const auto number = Decimal::Parse(ValueOf(line, totals_[i].value))) (*sums)[i] += *number;
+      if (const auto number = Decimal::Parse(ValueOf(line, totals_[i].value))) sums[i] += *number;
     }
   }
 
@@ -528,7 +541,7 @@ class Layout {
   }
 
   // In front of the first sum, where there is room, or above.
-  void PlaceLabel(const std::string& label, const std::vector<std::string>& cells) {
+  void PlaceLabel(std::string_view label, const std::vector<std::string>& cells) {
     const auto first = std::find_if(cells.begin(), cells.end(), [](const std::string& cell) { return !cell.empty(); });
     const bool fits = first != cells.end() &&
                       Characters(label) + kGap < columns_[static_cast<std::size_t>(first - cells.begin())].start;
@@ -567,7 +580,9 @@ class Layout {
   double bodyTop_ = 0;
   std::size_t pages_ = 0;
   bool goesOn_ = true;
+  // Of the line that is being placed.
   std::vector<std::string> cells_;
+  std::vector<std::vector<std::string_view>> wrapped_;
 };
 
 }  // namespace
@@ -580,41 +595,32 @@ void LayOut(const CDocRelatorio& document, const Fields& fields, const Lines& li
 // ---- Plain text ----------------------------------------------------------------------------------------------------
 
 std::string PlainText(const Page& page) {
-  struct Mark {
-    double y;
-    const PlacedText* text;  // null: a rule
-    const Rule* rule;
-  };
-  std::vector<Mark> marks;
-  for (const PlacedText& text : page.texts)
-    marks.push_back({text.baseline, &text, nullptr});
-  for (const Rule& rule : page.rules)
-    marks.push_back({rule.y, nullptr, &rule});
-  std::stable_sort(marks.begin(), marks.end(), [](const Mark& a, const Mark& b) { return a.y < b.y; });
   const auto characters = [&](double width) {
     return static_cast<std::size_t>(std::max(0.0, width / page.characterWidth + 0.01));
   };
   std::string all;
-  for (std::size_t first = 0, end = 0; first < marks.size(); first = end) {
-    std::string line;
-    std::size_t used = 0;
-    for (end = first; end < marks.size() && marks[end].y == marks[first].y; ++end) {
-      if (marks[end].text == nullptr) {
-        for (std::size_t i = characters(marks[end].rule->width); used < i; ++used)
-          line += "─";
-        continue;
+  auto text = page.texts.begin();
+  auto rule = page.rules.begin();
+  while (text != page.texts.end() || rule != page.rules.end()) {
+    if (text == page.texts.end() || (rule != page.rules.end() && rule->y < text->baseline)) {
+      for (std::size_t i = characters(rule->width); i > 0; --i)
+        all += "─";
+      ++rule;
+    } else {
+      std::size_t used = 0;
+      for (const double baseline = text->baseline; text != page.texts.end() && text->baseline == baseline; ++text) {
+        const std::size_t width = characters(text->width);
+        const std::size_t size = Characters(text->text);
+        const std::size_t free = width - std::min(width, size);
+        std::size_t start = characters(text->x);
+        if (text->align == Align::right) start += free;
+        if (text->align == Align::centre) start += free / 2;
+        if (used != 0) start = std::max(start, used + 1);
+        all.append(start - used, ' ').append(text->text);
+        used = start + size;
       }
-      const PlacedText& text = *marks[end].text;
-      const std::size_t width = characters(text.width);
-      const std::size_t free = width - std::min(width, Characters(text.text));
-      std::size_t start = characters(text.x);
-      if (text.align == Align::right) start += free;
-      if (text.align == Align::centre) start += free / 2;
-      if (used != 0) start = std::max(start, used + 1);
-      line.append(start - used, ' ').append(text.text);
-      used = start + Characters(text.text);
     }
-    all += line + '\n';
+    all += '\n';
   }
   return all;
 }

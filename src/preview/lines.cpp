@@ -29,7 +29,8 @@ std::string SampleOption(const Field& field, std::size_t number) {
 }
 
 std::string TwoDigits(std::size_t number) {
-  return (number < 10 ? "0" : "") + std::to_string(number);
+  const std::string text = std::to_string(number);
+  return number < 10 ? '0' + text : text;
 }
 
 // A value of the field's type that differs from number to number.
@@ -111,8 +112,8 @@ void Sort(const kestor::CDocRelatorio& document, const Fields& fields, Lines* li
   const std::size_t count = lines->Count();
   std::vector<std::size_t> order(count);
   std::iota(order.begin(), order.end(), std::size_t{0});
-  std::vector<std::uint32_t> ranks(count);  // of the lines by the keys so far; equal lines have the same
-  // A key after the other, each only among lines that are equal up to there: most lines differ in the first ones.
+  // A key after the other, each among lines that are equal up to there.
+  std::vector<std::size_t> ends = {count};  // of the runs of equal lines
   for (const auto& key : Meant(document.ordenacao.campos)) {
     const std::size_t place = PlaceOf(*lines, key.codigo);
     if (place == kNowhere) continue;
@@ -120,16 +121,18 @@ void Sort(const kestor::CDocRelatorio& document, const Fields& fields, Lines* li
     std::vector<Key> values(count);
     for (std::size_t line = 0; line < count; ++line)
       values[line] = KeyOf(type, lines->values[line * width + place]);
-    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
-      return ranks[a] != ranks[b] ? ranks[a] < ranks[b] : values[a] < values[b];
-    });
-    std::uint32_t rank = 0;
-    std::vector<std::uint32_t> next(count);
-    for (std::size_t i = 1; i < count; ++i) {
-      if (ranks[order[i]] != ranks[order[i - 1]] || values[order[i]] != values[order[i - 1]]) ++rank;
-      next[order[i]] = rank;
+    std::vector<std::size_t> runs;
+    std::size_t start = 0;
+    for (const std::size_t end : ends) {
+      const auto at = [&](std::size_t line) { return order.begin() + static_cast<std::ptrdiff_t>(line); };
+      std::stable_sort(at(start), at(end), [&](std::size_t a, std::size_t b) { return values[a] < values[b]; });
+      for (std::size_t i = start + 1; i < end; ++i) {
+        if (values[order[i]] != values[order[i - 1]]) runs.push_back(i);
+      }
+      runs.push_back(end);
+      start = end;
     }
-    ranks = std::move(next);
+    ends = std::move(runs);
   }
   std::vector<std::string> sorted;
   sorted.reserve(lines->values.size());

@@ -57,8 +57,8 @@ struct Page {
   double characterWidth = 0;  // that columns are counted in
   std::vector<Font> fonts;
   std::vector<PlacedText> texts;  // from top to bottom, those of a line from left to right
-  std::vector<Rule> rules;
-  std::optional<Box> logo;  // where it belongs
+  std::vector<Rule> rules;        // from top to bottom
+  std::optional<Box> logo;        // where it belongs
 };
 
 // A page that was laid out for plain text. A rule is a line of signs.

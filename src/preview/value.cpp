@@ -66,12 +66,14 @@ struct Parts {
 };
 Parts Split(std::string_view text) {
   Parts parts;
-  for (bool isLast = false; !isLast;) {
-    const std::size_t end = std::min(text.find_first_of("/-."), text.size());
-    if (parts.count == parts.part.size() || !AreDigits(text.substr(0, end)) || end > 4) return {};
-    parts.part[parts.count++] = text.substr(0, end);
-    isLast = end == text.size();
-    text.remove_prefix(isLast ? end : end + 1);
+  std::size_t start = 0;
+  for (std::size_t i = 0; i <= text.size(); ++i) {
+    const char c = i < text.size() ? text[i] : '/';
+    if (IsDigit(c)) continue;
+    const bool isSeparator = c == '/' || c == '-' || c == '.';
+    if (!isSeparator || i == start || i - start > 4 || parts.count == parts.part.size()) return {};
+    parts.part[parts.count++] = text.substr(start, i - start);
+    start = i + 1;
   }
   return parts;
 }
@@ -101,9 +103,16 @@ std::optional<Date> ParseDate(std::string_view text, bool withDay) {
   return date;
 }
 
-std::string Padded(int number, std::size_t digits) {
-  const std::string text = std::to_string(number);
-  return std::string(digits - std::min(digits, text.size()), '0') + text;
+std::string Print(const Date& date) {
+  std::string text = "00/00/0000";
+  const auto put = [&](std::size_t place, int number) {
+    for (; number != 0; number /= 10)
+      text[place--] = static_cast<char>('0' + number % 10);
+  };
+  put(1, date.day);
+  put(4, date.month);
+  put(9, date.year);
+  return date.day != 0 ? text : text.substr(3);
 }
 
 bool IsDate(char type) {
@@ -136,36 +145,38 @@ std::optional<Decimal> Decimal::Parse(std::string_view text) {
   while (!decimals.empty() && decimals.back() == '0')
     decimals.remove_suffix(1);
   if (decimals.size() > kDecimals) return {};
-  Integer scaled = 0;
+  std::uint64_t units = 0;
   std::size_t digits = 0;
   for (const char c : whole) {
-    if (!IsDigit(c) || (scaled == 0 && c == '0')) continue;
+    if (!IsDigit(c) || (units == 0 && c == '0')) continue;
     if (++digits > kMostWholeDigits) return {};
-    scaled = scaled * 10 + (c - '0');
+    units = units * 10 + static_cast<unsigned>(c - '0');
   }
+  std::uint64_t fraction = 0;
   for (std::size_t i = 0; i < kDecimals; ++i)
-    scaled = scaled * 10 + (i < decimals.size() ? decimals[i] - '0' : 0);
+    fraction = fraction * 10 + (i < decimals.size() ? static_cast<unsigned>(decimals[i] - '0') : 0);
+  const Integer scaled = Integer{units} * kOne + fraction;
   return Decimal(isNegative ? -scaled : scaled);
 }
 
 std::string Decimal::Print(int decimals, bool thousands) const {
   Integer scaled = scaled_ < 0 ? -scaled_ : scaled_;
   if (decimals < 0) scaled = (scaled + kOne / 2) / kOne * kOne;
-  std::string digits;
-  for (Integer rest = scaled; rest != 0 || digits.size() <= kDecimals; rest /= 10)
-    digits += static_cast<char>('0' + static_cast<int>(rest % 10));
-  std::reverse(digits.begin(), digits.end());
-  const std::size_t whole = digits.size() - kDecimals;
-  std::size_t end = digits.size();
-  while (end > whole + static_cast<std::size_t>(std::max(decimals, 0)) && digits[end - 1] == '0')
-    --end;
+  const Integer units = scaled / kOne;
+  constexpr std::uint64_t kPart = 1'000'000'000'000'000'000;
+  const auto high = static_cast<std::uint64_t>(units / kPart);  // of a sum of large values
+  std::string whole = std::to_string(static_cast<std::uint64_t>(units % kPart));
+  if (high != 0) whole = std::to_string(high) + std::string(kMostWholeDigits - whole.size(), '0') + whole;
+  std::string fraction = std::to_string(static_cast<std::uint64_t>(scaled % kOne));
+  fraction.insert(0, kDecimals - fraction.size(), '0');
+  while (fraction.size() > static_cast<std::size_t>(std::max(decimals, 0)) && fraction.back() == '0')
+    fraction.pop_back();
   std::string text = scaled_ < 0 && scaled != 0 ? "-" : "";
-  for (std::size_t i = 0; i < end; ++i) {
-    if (i == whole) text += ',';
-    if (thousands && i != 0 && i < whole && (whole - i) % 3 == 0) text += '.';
-    text += digits[i];
+  for (std::size_t i = 0; i < whole.size(); ++i) {
+    if (thousands && i != 0 && (whole.size() - i) % 3 == 0) text += '.';
+    text += whole[i];
   }
-  return text;
+  return fraction.empty() ? text : text + ',' + fraction;
 }
 
 bool IsNumber(char type) {
@@ -204,7 +215,7 @@ std::string Show(char type, std::int32_t format, const std::string& value, const
   if (IsDate(type)) {
     const std::optional<Date> date = ParseDate(trimmed, type == KESTOR_Data);
     if (!date) return value;
-    return (date->day != 0 ? Padded(date->day, 2) + '/' : "") + Padded(date->month, 2) + '/' + Padded(date->year, 4);
+    return Print(*date);
   }
   std::string shown = value;
   if (type == KESTOR_Opcoes) {

@@ -192,13 +192,23 @@ std::u16string Utf8ToUtf16(std::string_view utf8) {
 }
 
 std::string Printable(std::string_view utf8) {
-  const auto moves = [](char16_t c) {
+  const auto moves = [](char32_t c) {
     return c < 0x20 || (c >= 0x7F && c < 0xA0) || c == 0x200E || c == 0x200F || (c >= 0x2028 && c <= 0x202E) ||
            (c >= 0x2066 && c <= 0x2069);
   };
-  std::u16string wide = Utf8ToUtf16(utf8);
-  std::replace_if(wide.begin(), wide.end(), moves, u' ');
-  return Utf16ToUtf8(wide);
+  std::string printable;
+  printable.reserve(utf8.size());
+  while (true) {
+    std::size_t run = 0;
+    while (run < utf8.size() && utf8[run] >= ' ' && utf8[run] < 0x7F)
+      ++run;
+    printable.append(utf8.substr(0, run));
+    utf8.remove_prefix(run);
+    if (utf8.empty()) return printable;
+    const Decoded next = DecodeUtf8(utf8);
+    AppendUtf8(moves(next.character) ? U' ' : next.character, &printable);
+    utf8.remove_prefix(next.length == 0 ? 1 : next.length);
+  }
 }
 
 bool IsValidUtf8(std::string_view utf8) {
