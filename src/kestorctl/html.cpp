@@ -74,7 +74,7 @@ std::string Link(const std::string& target, const std::string& text) {
   return "<a href=\"" + Escaped(target) + "\">" + Escaped(text) + "</a>";
 }
 
-std::string HtmlPage(const std::string& root, const std::string& title, const std::string& body) {
+std::string HtmlBegin(const std::string& root, const std::string& title) {
   return "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
          "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
          "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'self' file: data:; object-src 'none'\">\n"
@@ -82,8 +82,7 @@ std::string HtmlPage(const std::string& root, const std::string& title, const st
          Escaped(title) + "</title>\n<link rel=\"stylesheet\" href=\"" + root + "book.css\">\n</head>\n<body>\n" +
          "<a class=\"skip\" href=\"#main\">To the text</a>\n<nav aria-label=\"Book\">" +
          Link(root + "index.html", "Reports") + ' ' + Link(root + "fields.html", "Fields") + ' ' +
-         Link(root + "check.html", "Check") + "</nav>\n<main id=\"main\">\n<h1>" + Escaped(title) + "</h1>\n" + body +
-         "</main>\n</body>\n</html>\n";
+         Link(root + "check.html", "Check") + "</nav>\n<main id=\"main\">\n<h1>" + Escaped(title) + "</h1>\n";
 }
 
 std::string HtmlOf(const Json& object, int level) {

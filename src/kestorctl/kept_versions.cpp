@@ -78,14 +78,13 @@ void LeaveOutLater(const std::string& name, const std::string& when, Time time, 
     throw LocalFailure("the history of " + name + " does not reach back to " + when);
 }
 
-// A server that was killed before it changed a file has left a version that is that file itself.
 void LeaveOutLive(const StoreOptions& store, Versions* versions) {
   if (versions->empty()) return;
   try {
     const ReportsFolder folder(store);
     std::erase_if(*versions, [&](const Version& one) {
       LiveFile live;
-      return folder.Find(one, &live) && live.status.st_ino == one.inode && live.status.st_dev == one.device;
+      return folder.Find(one, &live) && IsSameFile(one, live.status);
     });
   } catch (const LocalFailure&) {
     // Then there is no file that could be one of them.
@@ -93,6 +92,10 @@ void LeaveOutLive(const StoreOptions& store, Versions* versions) {
 }
 
 }  // namespace
+
+bool IsSameFile(const Version& version, const struct stat& file) {
+  return version.inode == file.st_ino && version.device == file.st_dev;
+}
 
 history::Settings RequireHistory() {
   RequireHome();

@@ -17,6 +17,10 @@ namespace kestorctl {
 
 using Versions = std::vector<history::Version>;
 
+// Whether the version is the file of that status itself: a server that was killed before it changed a file has left
+// one.
+bool IsSameFile(const history::Version& version, const struct stat& file);
+
 // What a version is of.
 enum class Kind { document, firstGeneration, exportSettings, filter };
 Kind KindOf(const history::Version& version);

@@ -1,7 +1,5 @@
 // The command preview: a report as the pages that it describes.
 #include <algorithm>
-#include <array>
-#include <ctime>
 #include <filesystem>
 #include <limits>
 
@@ -14,6 +12,7 @@
 #include "platform/text/text.h"
 #include "progress.h"
 #include "terminal.h"
+#include "times.h"
 #ifdef KESTOR_PREVIEW
 #include "report_fields.h"
 #endif
@@ -64,14 +63,6 @@ const admin::Model& Find(const admin::Inventory& inventory, const std::string& n
   }
   if (found == nullptr) throw LocalFailure("there is no model " + text::Presentable(name));
   return *found;
-}
-
-std::string Today() {
-  const std::time_t now = std::time(nullptr);
-  std::tm local{};
-  localtime_r(&now, &local);
-  std::array<char, 16> text{};
-  return {text.data(), std::strftime(text.data(), text.size(), "%d/%m/%Y", &local)};
 }
 
 enum class Form { text, pdf, png, svg };

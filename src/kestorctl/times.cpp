@@ -49,4 +49,12 @@ std::optional<std::time_t> ReadPastTime(const std::string& text) {
   return ReadLocalTime(text);
 }
 
+std::string Today() {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  char text[sizeof "26/11/2026"];
+  return {text, std::strftime(text, sizeof text, "%d/%m/%Y", &local)};
+}
+
 }  // namespace kestorctl
