@@ -21,7 +21,7 @@ case "${1:-programs}" in
   tests) packages+=("${tests[@]}") ;;
   checks) packages+=("${tests[@]}" "${checks[@]}") ;;
   network) packages+=("${tests[@]}" "${network[@]}") ;;
-  prove) packages+=("${tests[@]}" "${checks[@]}" "${network[@]}" valgrind) ;;
+  prove) packages+=("${tests[@]}" "${checks[@]}" "${network[@]}" chromium chromium-driver valgrind) ;;
   packages) packages+=("${packaging[@]}") ;;
   *) echo "usage: scripts/setup.sh [programs|tests|checks|network|prove|packages]" >&2; exit 2 ;;
 esac

@@ -11,6 +11,7 @@
 #include "admin/check.h"
 #include "document_page.h"
 #include "failure.h"
+#include "field_table.h"
 #include "folder_plan.h"
 #include "host_files.h"
 #include "html.h"
@@ -26,7 +27,8 @@ namespace {
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
 
-constexpr std::size_t kSamples = 16;  // a picture of a few groups
+constexpr std::size_t kSamples = 16;        // a picture of a few groups
+constexpr std::size_t kMostRows = 1000;     // of a list in a document
 constexpr std::size_t kMostVersions = 100;  // of one model, the latest ones
 
 std::string TextOf(const std::optional<std::chrono::system_clock::time_point>& time) {
@@ -151,12 +153,14 @@ class Book {
                                    {"changed", changed}},
                               2);
     if (trouble.empty()) {
-      body += Picture(number, model, document) + HtmlOf(DocumentObject(document), 2) +
-              NoteUses(number, model.pair, document);
+      body += Picture(number, model, document);
+      const std::string uses = NoteUses(number, model.pair, document);
+      body += InWords(document, model.pair) + uses;
     } else {
       body += "<p>" + Escaped(trouble) + "</p>\n";
       answer.AddNote(trouble);
       answer.incomplete = true;
+      document.Reinicia();
     }
     const std::string page = "models/" + std::to_string(number) + ".html";
     Save(page, HtmlBegin("../", model.name) + body + History(model, pair) + kHtmlEnd);
@@ -182,6 +186,38 @@ class Book {
         },
         nullptr);
     return picture;
+  }
+
+  // What the document says. Of lists that nobody can have meant their beginning; those of `document` are then as short.
+  std::string InWords(kestor::CDocRelatorio& document, std::size_t pair) {
+    std::size_t leftOut = 0;
+    const auto shorten = [&](auto& list) {
+      if (list.size() <= kMostRows) return;
+      leftOut += list.size() - kMostRows;
+      list.resize(kMostRows);
+    };
+    shorten(document.camposEscolhidos.campos);
+    shorten(document.ordenacao.campos);
+    shorten(document.ordenacao.totalizacoes);
+    shorten(document.filtro.condicoes);
+    Json object = DocumentObject(document);
+    for (const char* part : {"columns", "sortKeys", "totals", "filter"}) {
+      for (Json& row : object[part]) {
+        const bool isFixed = row.contains("fixed") && row["fixed"] == true;
+        Json named = {{"field", isFixed ? "fixed" : FieldName(pair, row["code"].get<std::uint16_t>())}};
+        for (const auto& [name, value] : row.items()) {
+          if (name == "alignment") {
+            named[name] = AlignmentInWords(value);
+          } else if (name == "type") {
+            named[name] = TypeInWords(value);
+          } else if (name != "code" && name != "fixed") {
+            named[name] = value;
+          }
+        }
+        row = std::move(named);
+      }
+    }
+    return HtmlOf(object, 2) + (leftOut == 0 ? "" : "<p>… and " + std::to_string(leftOut) + " more of these.</p>\n");
   }
 
   // What the history has kept of the model's file.

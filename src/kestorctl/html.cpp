@@ -28,8 +28,9 @@ std::string ValueText(const Json& value) {
   return value.is_null() ? "" : value.dump();
 }
 
-std::string Table(const Json& rows) {
-  std::string table = "<div class=\"wide\" tabindex=\"0\"><table><thead><tr>";
+std::string Table(const std::string& title, const Json& rows) {
+  std::string table =
+      "<div class=\"wide\" role=\"region\" aria-label=\"" + Escaped(title) + "\" tabindex=\"0\"><table><thead><tr>";
   for (const auto& [name, value] : rows.front().items())
     table += "<th scope=\"col\">" + Escaped(Words(name)) + "</th>";
   table += "</tr></thead><tbody>\n";
@@ -99,7 +100,7 @@ std::string HtmlOf(const Json& object, int level) {
           .append("</h")
           .append(digit)
           .append(">\n");
-      parts.append(value.is_array() ? Table(value) : HtmlOf(value, level + 1));
+      parts.append(value.is_array() ? Table(Words(name), value) : HtmlOf(value, level + 1));
     } else if (!ValueText(value).empty()) {
       values += "<dt>" + Escaped(Words(name)) + "</dt><dd>" + Escaped(ValueText(value)) + "</dd>\n";
     }
