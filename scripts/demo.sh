@@ -1,8 +1,16 @@
 #!/usr/bin/env bash
 # Shows the server at work on a home of its own, step by step, and checks every step. Exits with 1 if anything is not as
 # it should be. Builds the programs first; leaves nothing behind but the build.
+#
+#   scripts/demo.sh                  shows it
+#   scripts/demo.sh --pictures DIR   … and puts pictures of a page and of the book there, which takes Chromium
 set -euo pipefail
 cd "$(dirname "$0")/.."
+case "$#:${1:-}" in
+  0:) pictures="" ;;
+  2:--pictures) pictures="$(cd "$2" && pwd -P)" ;;
+  *) echo "usage: scripts/demo.sh [--pictures DIR]" >&2; exit 2 ;;
+esac
 
 scripts/build.sh
 export PATH="$(pwd -P)/build/release/bin:$PATH"
@@ -121,6 +129,12 @@ kestorctl preview CT 01 Balancete --data saldos.csv >saldos.txt 2>/dev/null || t
 grep -q ' 1001,00$' saldos.txt || fail "the sum is not right"
 run 3 kestorctl book book
 ls book/models/*.svg >/dev/null || fail "the book has no picture"
+if [ -n "$pictures" ]; then
+  kestorctl preview CT 01 Balancete --rows 16 -o "$pictures/page.png"
+  page="$(basename "$(grep -l '<h1>Balancete</h1>' book/models/*.html)")"
+  chromium --headless --no-sandbox --disable-gpu --window-size=900,700 --user-data-dir="$demo/chromium" \
+    --screenshot="$pictures/book.png" "file://$demo/book/models/$page" >chromium.log 2>&1 || fail "$(tail -n 1 chromium.log)"
+fi
 
 step "What the last change has changed; it is taken back, and the model is what it was, byte for byte."
 run 3 kestorctl diff CT 01 Balancete

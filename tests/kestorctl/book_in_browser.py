@@ -183,7 +183,7 @@ def make_book(folder):
 
 
 def main():
-    with tempfile.TemporaryDirectory() as folder:
+    with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as folder:
         index = make_book(folder)
         driver = subprocess.Popen([CHROMEDRIVER, "--port=0"], stdout=subprocess.PIPE, text=True)
         try:
