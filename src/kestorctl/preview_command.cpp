@@ -125,8 +125,13 @@ class Drawing {
 
 preview::Lines LinesOf(const PreviewOptions& options, const kestor::CDocRelatorio& document,
                        const preview::Fields& fields, std::vector<std::string>* notes) {
-  constexpr std::size_t kSamples = 40;
-  if (options.data.empty()) return preview::SampleLines(document, fields, options.rows != 0 ? options.rows : kSamples);
+  if (options.data.empty()) {
+    constexpr std::size_t kSamples = 40;
+    const std::size_t count = options.rows != 0 ? options.rows : kSamples;
+    preview::Lines lines = preview::SampleLines(document, fields, count);
+    if (lines.Count() < count) notes->push_back("sample lines: " + std::to_string(lines.Count()));
+    return lines;
+  }
   Progress progress("kilobytes read");
   std::error_code unknown;  // of a pipe
   const std::uintmax_t bytes = std::filesystem::file_size(options.data, unknown);
@@ -158,8 +163,14 @@ void Preview(const PreviewOptions& options, Answer& answer) try {
                                       : TerminalWidth() != 0 ? TerminalWidth()
                                                              : kUsualWidth};
   Drawing drawing(options, form, model.name);
-  preview::LayOut(
-      document, fields, lines, layout, [&](const preview::Page& page) { return drawing.Add(page); }, &notes);
+  {
+    Progress progress("pages");
+    const auto add = [&](const preview::Page& page) {
+      progress.Show(drawing.Pages(), 0);
+      return drawing.Add(page);
+    };
+    preview::LayOut(document, fields, lines, layout, add, &notes);
+  }
   const std::string bytes = drawing.Finish();
   answer.data["pages"] = drawing.Pages();
   if (form == Form::text) {

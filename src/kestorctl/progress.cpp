@@ -21,7 +21,11 @@ Progress::~Progress() {
 
 void Progress::Show(std::size_t done, std::size_t total) noexcept {
   if (!isTerminal_ || Clock::now() < next_) return;
-  std::fprintf(stderr, "\r%s: %zu of %zu", what_, done, total);
+  if (total == 0) {
+    std::fprintf(stderr, "\r%s: %zu", what_, done);
+  } else {
+    std::fprintf(stderr, "\r%s: %zu of %zu", what_, done, total);
+  }
   next_ = Clock::now() + kPause;
   shown_ = true;
 }

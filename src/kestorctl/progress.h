@@ -16,7 +16,8 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  // Shows this if it is time: not before the call has taken a moment, and then twice a second.
+  // Shows this if it is time: not before the call has taken a moment, and then twice a second. A total of 0 is not
+  // known.
   void Show(std::size_t done, std::size_t total) noexcept;
 
  private:

@@ -13,6 +13,7 @@ namespace {
 
 // A sort key of more lines than this would hold no group together.
 constexpr std::size_t kInnermostGroup = 4;
+constexpr std::size_t kMostValues = 10'000'000;
 
 std::string SampleText(const Field& field, std::size_t number) {
   const std::string& name = field.description.empty() ? field.alias : field.description;
@@ -90,6 +91,7 @@ std::vector<std::uint16_t> UsedCodes(const kestor::CDocRelatorio& document) {
 Lines SampleLines(const kestor::CDocRelatorio& document, const Fields& fields, std::size_t count) {
   Lines lines{UsedCodes(document), {}};
   if (lines.codes.empty()) lines.codes.push_back(0);  // a report of fixed columns has lines all the same
+  count = std::min(count, kMostValues / lines.codes.size());
   const auto keys = Meant(document.ordenacao.campos);
   std::vector<std::size_t> groups(lines.codes.size(), 1);  // how many lines share a value
   std::size_t group = kInnermostGroup;

@@ -38,7 +38,8 @@ struct Lines {
 };
 
 // Lines from the types, widths and options of the fields: the same ones every time, whatever the filter says, and few
-// different values where the document sorts by a field.
+// different values where the document sorts by a field. Fewer than `count` where that would be more than ten million
+// values.
 Lines SampleLines(const kestor::CDocRelatorio& document, const Fields& fields, std::size_t count);
 
 // Reads a file of comma- or semicolon-separated values whose first line names fields by alias or code, in whatever
