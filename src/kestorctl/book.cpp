@@ -288,10 +288,16 @@ class Book {
     for (const auto& [code, uses] : uses_) {
       const std::string name = FieldName(pair, code);
       const std::string page = PageOf(pair, code);
-      File file(folder_ / page, HtmlBegin("../", "Field " + name + " of " + module + ' ' + component) + "<ul>\n");
-      for (const Use& use : uses)
-        file.Add("<li>" + Link("../models/" + std::to_string(use.model) + ".html", inventory_.models[use.model].name) +
-                 ": " + std::string(use.where) + "</li>\n");
+      std::string title = "Field " + name;
+      title.append(" of ").append(module).append(" ").append(component);
+      File file(folder_ / page, HtmlBegin("../", title) + "<ul>\n");
+      for (const Use& use : uses) {
+        file.Add("<li>");
+        file.Add(Link("../models/" + std::to_string(use.model) + ".html", inventory_.models[use.model].name));
+        file.Add(": ");
+        file.Add(use.where);
+        file.Add("</li>\n");
+      }
       file.End(std::string("</ul>\n") + kHtmlEnd);
       list->Add(Cells({Link(page, name), Escaped(module), Escaped(component), std::to_string(uses.size())}));
     }

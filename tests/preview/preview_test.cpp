@@ -23,7 +23,6 @@ namespace {
 using kestor::CDocRelatorio;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 constexpr std::size_t kAll = std::numeric_limits<std::size_t>::max();
 
