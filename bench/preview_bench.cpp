@@ -129,11 +129,12 @@ void BareDrawing(benchmark::State& state) {
   for ([[maybe_unused]] auto _ : state) {
     const admin::Inventory inventory = admin::TakeInventory("CT", "01");
     admin::Reader reader(inventory);
-    const preview::Fields fields = kestorctl::FieldsOf(reader.CatalogueOf(0));
     std::size_t drawn = 0;
     for (const admin::Model& model : inventory.models) {
       kestor::CDocRelatorio document;
       if (!kestorctl::ReadReport(reader, model, document).empty()) state.SkipWithError("a document is not read");
+      std::vector<std::string> notes;
+      const preview::Fields fields = kestorctl::FieldsOf(reader.CatalogueOf(0), document, &notes);
       preview::Lines lines = preview::SampleLines(document, fields, 16);
       preview::Sort(document, fields, &lines);
       preview::LayOut(

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <ctime>
 #include <fstream>
 #include <map>
@@ -27,13 +28,20 @@ namespace {
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
 
-constexpr std::size_t kSamples = 16;        // a picture of a few groups
-constexpr std::size_t kMostRows = 1000;     // of a list in a document
+constexpr std::size_t kSamples = 16;     // a picture of a few groups
+constexpr std::size_t kMostRows = 1000;  // of a list in a document
+constexpr std::size_t kMostProblems = 10'000;
 constexpr std::size_t kMostVersions = 100;  // of one model, the latest ones
 
-std::string TextOf(const std::optional<std::chrono::system_clock::time_point>& time) {
-  if (!time) return {};
-  const std::time_t whole = std::chrono::system_clock::to_time_t(*time);
+constexpr const char* kIndex = "index.html";
+constexpr const char* kFieldList = "fields.html";
+constexpr const char* kCheck = "check.html";
+constexpr const char* kStyle = "book.css";
+constexpr const char* kSearch = "search.js";
+constexpr const char* kFolders[] = {"models", "fields"};
+
+std::string TextOf(std::chrono::system_clock::time_point time) {
+  const std::time_t whole = std::chrono::system_clock::to_time_t(time);
   std::tm local{};
   localtime_r(&whole, &local);
   char text[sizeof "2026-11-26 14:30"];
@@ -101,24 +109,35 @@ class Book {
     fs::create_directories(folder, error);
     if (!error && !fs::is_empty(folder, error) && !error)
       throw LocalFailure(folder.string() + " is not empty: the book needs a folder of its own");
-    for (const char* part : {"models", "fields"}) {
+    for (const char* part : kFolders) {
       if (!error) fs::create_directory(folder / part, error);
     }
     if (error) throw LocalFailure("cannot make " + folder.string() + ": " + error.message());
   }
 
+  // Removes what there is of the book.
+  void Abandon() noexcept {
+    std::error_code ignored;
+    for (const char* part : kFolders)
+      fs::remove_all(folder_ / part, ignored);
+    for (const char* page : {kIndex, kFieldList, kCheck, kStyle, kSearch})
+      fs::remove(folder_ / page, ignored);
+  }
+
   void Write(Answer& answer) {
-    Save("book.css", kBookStyle);
-    Save("search.js", kBookSearch);
+    Save(kStyle, kBookStyle);
+    Save(kSearch, kBookSearch);
     WriteReports(answer);
     WriteCheck();
     answer.data["models"] = inventory_.models.size();
+    answer.output = (folder_ / kIndex).string() + ": " + std::to_string(inventory_.models.size()) +
+                    (inventory_.models.size() == 1 ? " report\n" : " reports\n");
   }
 
  private:
   struct Use {
     std::size_t model;
-    std::string_view where;
+    std::string where;  // all kinds of use
   };
 
   void Save(const fs::path& name, std::string_view content) const { File(folder_ / name, content).End(); }
@@ -126,8 +145,8 @@ class Book {
   // ---- Reports
 
   void WriteReports(Answer& answer) {
-    TablePage index(folder_ / "index.html", "Reports", {"report", "module", "component", "changed", "header"});
-    TablePage fields(folder_ / "fields.html", "Fields", {"field", "module", "component", "uses"});
+    TablePage index(folder_ / kIndex, "Reports", {"report", "module", "component", "changed", "header"});
+    TablePage fields(folder_ / kFieldList, "Fields", {"field", "description", "module", "component", "reports"});
     Progress progress("drawing");
     for (std::size_t number = 0; number < inventory_.models.size(); ++number) {
       index.Add(WriteModel(number, answer));
@@ -144,7 +163,8 @@ class Book {
   std::string WriteModel(std::size_t number, Answer& answer) {
     const admin::Model& model = inventory_.models[number];
     const admin::Pair& pair = inventory_.pairs[model.pair];
-    const std::string changed = TextOf(admin::DetailsOf(inventory_, model).changed);
+    const auto when = admin::DetailsOf(inventory_, model).changed;
+    const std::string changed = when ? TextOf(*when) : "";
     kestor::CDocRelatorio document;
     const std::string trouble = ReadReport(reader_, model, document);
     std::string body = HtmlOf(Json{{"module", pair.module},
@@ -170,7 +190,8 @@ class Book {
 
   // Draws the first page.
   std::string Picture(std::size_t number, const admin::Model& model, const kestor::CDocRelatorio& document) {
-    const preview::Fields& fields = FieldsOfPair(model.pair);
+    std::vector<std::string> notes;
+    const preview::Fields fields = FieldsOf(reader_.CatalogueOf(model.pair), document, &notes);
     preview::Lines lines = preview::SampleLines(document, fields, kSamples);
     preview::Sort(document, fields, &lines);
     const std::string name = std::to_string(number) + ".svg";
@@ -179,13 +200,14 @@ class Book {
         document, fields, lines, {Today(), true, 0},
         [&](const preview::Page& page) {
           Save("models/" + name, preview::DrawSvg(page, ""));
-          picture = "<p><img src=\"" + name + "\" width=\"" + std::to_string(static_cast<int>(page.width)) +
-                    "\" height=\"" + std::to_string(static_cast<int>(page.height)) + "\" alt=\"First page of " +
-                    Escaped(model.name) + " with sample lines\"></p>\n";
+          picture = "<p><a href=\"" + name + "\"><img src=\"" + name + "\" width=\"" +
+                    std::to_string(static_cast<int>(page.width)) + "\" height=\"" +
+                    std::to_string(static_cast<int>(page.height)) + "\" alt=\"First page of " + Escaped(model.name) +
+                    " with sample lines\"></a></p>\n";
           return false;
         },
-        nullptr);
-    return picture;
+        &notes);
+    return picture + Notes(notes);
   }
 
   // What the document says. Of lists that nobody can have meant their beginning; those of `document` are then as short.
@@ -201,6 +223,7 @@ class Book {
     shorten(document.ordenacao.totalizacoes);
     shorten(document.filtro.condicoes);
     Json object = DocumentObject(document);
+    if (!object["filter"].empty()) object["filter"][0]["connector"] = "";
     for (const char* part : {"columns", "sortKeys", "totals", "filter"}) {
       for (Json& row : object[part]) {
         const bool isFixed = row.contains("fixed") && row["fixed"] == true;
@@ -220,33 +243,58 @@ class Book {
     return HtmlOf(object, 2) + (leftOut == 0 ? "" : "<p>… and " + std::to_string(leftOut) + " more of these.</p>\n");
   }
 
+  static std::string Notes(const std::vector<std::string>& notes) {
+    std::string all;
+    for (const std::string& note : notes)
+      all += "<p>" + Escaped(note) + "</p>\n";
+    return all;
+  }
+
   // What the history has kept of the model's file.
-  std::string History(const admin::Model& model, const admin::Pair& pair) const {
+  std::string History(const admin::Model& model, const admin::Pair& pair) {
     if (history_.empty()) return {};
-    Versions versions = history::FindVersions(history_, text::FromUtf8(pair.module), text::FromUtf8(pair.component),
-                                              nullptr, model.name);
+    Versions versions;
+    std::string trouble;
+    const auto [begin, end] = SpellingsIn(model.pair).equal_range(text::Upper(text::FromUtf8(model.name)));
+    for (auto spelling = begin; spelling != end; ++spelling) {
+      const Versions more = history::FindVersions(history_, text::FromUtf8(pair.module), text::FromUtf8(pair.component),
+                                                  &trouble, spelling->second);
+      versions.insert(versions.end(), more.begin(), more.end());
+    }
+    std::stable_sort(versions.begin(), versions.end(),
+                     [](const history::Version& a, const history::Version& b) { return a.time < b.time; });
     struct stat live = {};
     if (stat((PlaceOf(inventory_.folder).folder / text::ToUtf8(model.file)).c_str(), &live) == 0)
       std::erase_if(versions, [&](const history::Version& one) { return IsSameFile(one, live); });
     Json rows = Json::array();
     for (std::size_t i = versions.size(); i > 0 && rows.size() < kMostVersions; --i) {
       const history::Version& version = versions[i - 1];
-      rows.push_back({{"when", WhenOf(version)},
+      rows.push_back({{"when", TextOf(version.time)},
                       {"who", UserName(version.user)},
                       {"what", WhatOf(version)},
                       {"kind", WordOf(KindOf(version))},
                       {"bytes", version.size}});
     }
-    return HtmlOf({{"history", rows}}, 2);
+    return HtmlOf({{"history", rows}}, 2) + (trouble.empty() ? "" : Notes({trouble}));
+  }
+
+  // The names under which the history has kept models of the pair, by their capitals.
+  const std::multimap<std::string, std::string>& SpellingsIn(std::size_t pair) {
+    if (spellingsOf_ == pair) return spellings_;
+    spellings_.clear();
+    spellingsOf_ = pair;
+    const auto capitals = [](const std::string& code) { return text::ToUtf8(text::Upper(text::FromUtf8(code))); };
+    const fs::path place =
+        history_ / capitals(inventory_.pairs[pair].module) / capitals(inventory_.pairs[pair].component);
+    std::error_code error;  // mostly that there is none yet
+    for (const fs::directory_entry& entry : fs::directory_iterator(place, error)) {
+      const std::string name = entry.path().filename().string();
+      spellings_.emplace(text::Upper(text::FromUtf8(name)), name);
+    }
+    return spellings_;
   }
 
   // ---- Fields
-
-  const preview::Fields& FieldsOfPair(std::size_t pair) {
-    if (!fieldsPair_ || *fieldsPair_ != pair) fields_ = FieldsOf(reader_.CatalogueOf(pair));
-    fieldsPair_ = pair;
-    return fields_;
-  }
 
   static std::string PageOf(std::size_t pair, std::uint16_t code) {
     return "fields/" + std::to_string(pair) + '-' + std::to_string(code) + ".html";
@@ -257,14 +305,31 @@ class Book {
     return std::to_string(code) + (field == nullptr ? "" : ' ' + text::ToUtf8(kestor::TextoDoCampo(field->szApelido)));
   }
 
+  // What the catalogue says of a field.
+  std::string FieldFacts(std::size_t pair, std::uint16_t code) {
+    const tagREG_CAMPOS_RELATORIO2* const record = reader_.CatalogueOf(pair).Find(code);
+    if (record == nullptr) return "<p>The catalogue has no such field.</p>\n";
+    const Field field(*record);
+    return HtmlOf(Json{{"description", field.description},
+                       {"type", TypeInWords(field.type)},
+                       {"width", field.width},
+                       {"options", field.options},
+                       {"mayFilter", field.filter},
+                       {"maySort", field.sort},
+                       {"mayTotal", field.total}},
+                  2);
+  }
+
   // Enters what the document uses, and returns links to the fields.
   std::string NoteUses(std::size_t number, std::size_t pair, const kestor::CDocRelatorio& document) {
     std::set<std::uint16_t> mine;
     const auto note = [&](std::uint16_t code, std::string_view where) {
       std::vector<Use>& uses = uses_[code];
-      const bool isNew = uses.empty() || uses.back().model != number || uses.back().where != where;
-      if (isNew) uses.push_back({number, where});
-      mine.insert(code);
+      if (mine.insert(code).second) {
+        uses.push_back({number, std::string(where)});
+      } else if (!uses.back().where.ends_with(where)) {
+        uses.back().where.append(", ").append(where);
+      }
     };
     for (const auto& column : document.camposEscolhidos.campos) {
       if (!column.fixo) note(column.codigo, "column");
@@ -290,7 +355,7 @@ class Book {
       const std::string page = PageOf(pair, code);
       std::string title = "Field " + name;
       title.append(" of ").append(module).append(" ").append(component);
-      File file(folder_ / page, HtmlBegin("../", title) + "<ul>\n");
+      File file(folder_ / page, HtmlBegin("../", title) + FieldFacts(pair, code) + "<h2>Reports</h2>\n<ul>\n");
       for (const Use& use : uses) {
         file.Add("<li>");
         file.Add(Link("../models/" + std::to_string(use.model) + ".html", inventory_.models[use.model].name));
@@ -299,7 +364,10 @@ class Book {
         file.Add("</li>\n");
       }
       file.End(std::string("</ul>\n") + kHtmlEnd);
-      list->Add(Cells({Link(page, name), Escaped(module), Escaped(component), std::to_string(uses.size())}));
+      const tagREG_CAMPOS_RELATORIO2* const field = reader_.CatalogueOf(pair).Find(code);
+      list->Add(Cells({Link(page, name),
+                       field == nullptr ? "" : Escaped(text::ToUtf8(kestor::TextoDoCampo(field->szDescricao))),
+                       Escaped(module), Escaped(component), std::to_string(uses.size())}));
     }
     uses_.clear();
   }
@@ -307,32 +375,41 @@ class Book {
   // ---- Check
 
   void WriteCheck() {
-    TablePage page(folder_ / "check.html", "Check", {"place", "problem", "what can be done"});
+    TablePage page(folder_ / kCheck, "Check", {"place", "problem", "what can be done"});
     Progress progress("checking");
-    bool isClean = true;
+    std::size_t found = 0;
     admin::Check(inventory_, false,
                  {.found =
                       [&](const admin::Problem& problem) {
-                        page.Add(Cells({Escaped(problem.place), Escaped(problem.problem), Escaped(problem.remedy)}));
-                        isClean = false;
+                        if (++found <= kMostProblems)
+                          page.Add(Cells({Escaped(problem.place), Escaped(problem.problem), Escaped(problem.remedy)}));
                       },
                   .progress = [&](std::size_t done, std::size_t total) { progress.Show(done, total); }});
-    page.End(isClean ? "<p>Nothing was found.</p>\n" : "");
+    page.End(found == 0              ? "<p>Nothing was found.</p>\n"
+             : found > kMostProblems ? "<p>… and more: <code>kestorctl check</code> tells all.</p>\n"
+                                     : "<p>As <code>kestorctl check</code> tells it; it mends some with --fix.</p>\n");
   }
 
   const fs::path folder_;
   const admin::Inventory& inventory_;
   admin::Reader reader_;
-  const fs::path history_;  // empty: there is none
-  std::optional<std::size_t> fieldsPair_;
-  preview::Fields fields_;                          // of that pair
+  const fs::path history_;                  // empty: there is none
+  std::optional<std::size_t> spellingsOf_;  // which pair
+  std::multimap<std::string, std::string> spellings_;
   std::map<std::uint16_t, std::vector<Use>> uses_;  // of the pair whose models are being written
 };
 
 }  // namespace
 
 void WriteBook(const fs::path& folder, const admin::Inventory& inventory, Answer& answer) {
-  Book(folder, inventory).Write(answer);
+  if (inventory.models.empty()) throw LocalFailure("there is no report to make a book of");
+  Book book(folder, inventory);
+  try {
+    book.Write(answer);
+  } catch (...) {
+    book.Abandon();
+    throw;
+  }
 }
 
 }  // namespace kestorctl

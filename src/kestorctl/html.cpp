@@ -110,7 +110,7 @@ std::string HtmlOf(const Json& object, int level) {
 
 const char* const kBookStyle =
     R"(:root { color-scheme: light dark; }
-body { margin: 0 auto; max-width: 70rem; padding: 1rem; font: 1rem/1.5 system-ui, sans-serif; color: #1a1a1a; background: #fff; }
+body { margin: 0 auto; max-width: 70rem; padding: 1rem; font: 1rem/1.5 system-ui, sans-serif; color: #1a1a1a; background: #fff; overflow-wrap: anywhere; }
 a { color: #0b4f9e; }
 nav a { display: inline-block; padding: .5rem .75rem .5rem 0; }
 .skip { position: absolute; left: -100rem; }

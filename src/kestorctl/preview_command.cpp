@@ -78,9 +78,11 @@ Form FormOf(const std::string& output) {
 // Counts pages and draws those that are wanted.
 class Drawing {
  public:
-  Drawing(const PreviewOptions& options, Form form, const std::string& title)
-      : options_(options), form_(form), pdf_(title, options.logo) {}
+  // `countsAll`: how many pages there are is wanted as well.
+  Drawing(const PreviewOptions& options, Form form, const std::string& title, bool countsAll)
+      : options_(options), form_(form), countsAll_(countsAll), pdf_(title, options.logo) {}
 
+  // False when the pages that follow are not needed.
   bool Add(const preview::Page& page) {
     ++pages_;
     const bool isSingle = form_ == Form::png || form_ == Form::svg;
@@ -101,7 +103,7 @@ class Drawing {
         bytes_ = preview::DrawSvg(page, options_.logo);
         break;
     }
-    return true;
+    return countsAll_ || wanted == 0;
   }
 
   std::size_t Pages() const { return pages_; }
@@ -117,6 +119,7 @@ class Drawing {
  private:
   const PreviewOptions& options_;
   const Form form_;
+  const bool countsAll_;
   preview::Pdf pdf_;
   std::string bytes_;
   std::size_t pages_ = 0;
@@ -154,7 +157,7 @@ void Preview(const PreviewOptions& options, Answer& answer) try {
   if (!trouble.empty()) throw LocalFailure(trouble);
   const admin::Catalogue& catalogue = reader.CatalogueOf(model.pair);
   if (!catalogue.trouble.empty()) notes.push_back(catalogue.trouble);
-  const preview::Fields fields = FieldsOf(catalogue);
+  const preview::Fields fields = FieldsOf(catalogue, document, &notes);
   preview::Lines lines = LinesOf(options, document, fields, &notes);
   preview::Sort(document, fields, &lines);
   constexpr std::size_t kUsualWidth = 1000;  // wider than any page
@@ -162,7 +165,7 @@ void Preview(const PreviewOptions& options, Answer& answer) try {
                                       form != Form::text     ? 0
                                       : TerminalWidth() != 0 ? TerminalWidth()
                                                              : kUsualWidth};
-  Drawing drawing(options, form, model.name);
+  Drawing drawing(options, form, model.name, answer.json);
   {
     Progress progress("pages");
     const auto add = [&](const preview::Page& page) {
@@ -171,13 +174,14 @@ void Preview(const PreviewOptions& options, Answer& answer) try {
     };
     preview::LayOut(document, fields, lines, layout, add, &notes);
   }
-  const std::string bytes = drawing.Finish();
+  std::string bytes = drawing.Finish();
   answer.data["pages"] = drawing.Pages();
-  if (form == Form::text) {
-    answer.output = bytes;
-    answer.data["text"] = bytes;
-  } else {
+  if (form != Form::text) {
     WriteOutput(options.output, bytes);
+  } else if (answer.json) {
+    answer.data["text"] = std::move(bytes);
+  } else {
+    answer.output = std::move(bytes);
   }
   for (const std::string& note : notes)
     answer.AddNote(note);

@@ -8,12 +8,19 @@
 
 namespace kestorctl {
 
-inline preview::Fields FieldsOf(const admin::Catalogue& catalogue) {
+// The fields that the document uses. `*notes` tells those that the catalogue lacks.
+inline preview::Fields FieldsOf(const admin::Catalogue& catalogue, const kestor::CDocRelatorio& document,
+                                std::vector<std::string>* notes) {
   preview::Fields fields;
-  for (const tagREG_CAMPOS_RELATORIO2& field : catalogue.fields) {
-    fields.push_back({field.nCodigo, text::ToUtf8(kestor::TextoDoCampo(field.szApelido)),
-                      text::ToUtf8(kestor::TextoDoCampo(field.szDescricao)), field.cTipo, field.nTamanho,
-                      text::ToUtf8(kestor::TextoDoCampo(field.szOpcoes))});
+  for (const std::uint16_t code : preview::UsedCodes(document)) {
+    if (const tagREG_CAMPOS_RELATORIO2* const field = catalogue.Find(code)) {
+      fields.push_back({field->nCodigo, text::ToUtf8(kestor::TextoDoCampo(field->szApelido)),
+                        text::ToUtf8(kestor::TextoDoCampo(field->szDescricao)), field->cTipo, field->nTamanho,
+                        text::ToUtf8(kestor::TextoDoCampo(field->szOpcoes))});
+    } else {
+      fields.push_back(preview::FieldWithout(document, code));
+      if (catalogue.trouble.empty()) notes->push_back("the catalogue has no field " + std::to_string(code));
+    }
   }
   return fields;
 }

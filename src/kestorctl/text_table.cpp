@@ -22,14 +22,6 @@ struct Place {
   bool beginsLine = false;
 };
 
-bool IsFirstByte(char byte) {
-  return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
-}
-
-std::size_t Characters(std::string_view utf8) {
-  return static_cast<std::size_t>(std::count_if(utf8.begin(), utf8.end(), IsFirstByte));
-}
-
 // Puts columns for which a line has no room into the next one.
 void Fit(const std::vector<TableColumn>& columns, std::size_t room, std::vector<Place>* places) {
   std::size_t used = 0;
@@ -45,10 +37,7 @@ void Fit(const std::vector<TableColumn>& columns, std::size_t room, std::vector<
 
 // Takes as much from the text as fits, up to a blank where there is one.
 std::string TakeLine(std::string_view* text, std::size_t width) {
-  std::size_t end = 0;
-  for (std::size_t count = 0; end < text->size(); ++end) {
-    if (IsFirstByte((*text)[end]) && ++count > width) break;
-  }
+  std::size_t end = text::FirstCharacters(*text, width).size();
   std::size_t next = end;
   const std::size_t blank = end < text->size() ? text->rfind(' ', end) : text->npos;
   if (blank != text->npos && blank != 0) next = (end = blank) + 1;
@@ -70,7 +59,7 @@ std::string Row(const std::vector<TableColumn>& columns, const TableRow& row, co
       isWhole = true;
       for (std::size_t i = first; i < end; ++i) {
         const std::string text = TakeLine(&rest[i], isBroken ? places[i].width : rest[i].size());
-        const std::string padding(places[i].width - std::min(places[i].width, Characters(text)), ' ');
+        const std::string padding(places[i].width - std::min(places[i].width, text::Characters(text)), ' ');
         line.append(columns[i].toTheRight ? padding + text : text + padding).append(kGap);
         isWhole = isWhole && rest[i].empty();
       }
@@ -93,7 +82,7 @@ std::string TextTable(const std::vector<TableColumn>& columns, const std::vector
   for (TableRow& line : lines) {
     for (std::size_t i = 0; i < columns.size(); ++i) {
       line[i] = text::Printable(line[i]);
-      const std::size_t width = Characters(line[i]);
+      const std::size_t width = text::Characters(line[i]);
       places[i].width = std::max(places[i].width, room == 0 ? std::min(kWidest, width) : width);
     }
   }

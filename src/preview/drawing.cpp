@@ -7,7 +7,9 @@
 #include <pango/pangocairo.h>
 
 #include "page.h"
+#include "platform/text/text.h"
 
+#ifdef KESTOR_SANITIZED
 // What sanitizers say of the libraries that draw. Pango keeps the fonts that it has found until the process ends, where
 // the leak check does not see them, and looks for them in threads whose locks ThreadSanitizer does not see.
 extern "C" const char* __lsan_default_suppressions();
@@ -22,6 +24,7 @@ extern "C" const char* __tsan_default_options();
 extern "C" const char* __tsan_default_options() {
   return "ignore_noninstrumented_modules=1";
 }
+#endif
 
 namespace preview {
 
@@ -90,10 +93,15 @@ class Painter {
   }
 
  private:
-  // Behind the family that is asked for, sans-serif ones that are as wide as the one that reports usually ask for.
+  // The family that reports usually ask for is on no system of this kind; these are as wide.
+  static std::string Families(const std::string& family) {
+    const bool isUsual = family.empty() || text::EqualNoCase(family, "MS Sans Serif");
+    return isUsual ? "Liberation Sans,Arimo,sans-serif" : family;
+  }
+
   static Owned<PangoFontDescription> Describe(const Font& font) {
     Owned<PangoFontDescription> description(pango_font_description_new());
-    pango_font_description_set_family(description.get(), (font.family + ",Liberation Sans,Arimo,sans-serif").c_str());
+    pango_font_description_set_family(description.get(), Families(font.family).c_str());
     pango_font_description_set_absolute_size(description.get(), font.size * PANGO_SCALE);
     if (font.bold) pango_font_description_set_weight(description.get(), PANGO_WEIGHT_BOLD);
     return description;

@@ -42,37 +42,19 @@ int SizeOf(std::int32_t size) {
   return size <= 0 ? kUsualSize : std::clamp<int>(size, kLeastSize, kMostSize);
 }
 
-bool IsFirstByte(char byte) {
-  return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
-}
-
-std::size_t Characters(std::string_view utf8) {
-  return static_cast<std::size_t>(std::count_if(utf8.begin(), utf8.end(), IsFirstByte));
-}
-
 // As much of the text as a page shows.
 std::string Utf8(std::string_view ansi) {
   return text::ToUtf8(ansi.substr(0, kMostCharacters));
 }
 
-// As many bytes as so many characters have.
-std::size_t BytesOf(std::string_view utf8, std::size_t characters) {
-  if (utf8.size() <= characters) return utf8.size();
-  std::size_t end = 0;
-  for (std::size_t count = 0; end < utf8.size(); ++end) {
-    if (IsFirstByte(utf8[end]) && ++count > characters) break;
-  }
-  return end;
-}
-
 // The lines that a text takes in this width, broken at blanks where there are any.
 void Wrap(std::string_view text, std::size_t width, std::size_t most, std::vector<std::string_view>* lines) {
   lines->clear();
-  text = text.substr(0, BytesOf(text.substr(0, 4 * kMostCharacters), kMostCharacters));
+  text = text::FirstCharacters(text.substr(0, 4 * kMostCharacters), kMostCharacters);
   while (!text.empty() && lines->size() < most) {
     const std::size_t newline = text.find('\n');
     const std::string_view paragraph = text.substr(0, newline);
-    std::size_t end = BytesOf(paragraph, width);
+    std::size_t end = text::FirstCharacters(paragraph, width).size();
     std::size_t next = end;
     if (end < paragraph.size()) {
       const std::size_t blank = paragraph.rfind(' ', end);
@@ -107,6 +89,7 @@ Align AlignOf(char letter) {
 struct Column {
   const kestor::CampoEscolhido* field;
   const Field* catalogued;
+  char type;          // what its values are shown as
   std::size_t value;  // its place in a line; kNowhere: the content is fixed, or not known
   std::size_t row;    // of the rows that a line of the report takes
   std::size_t start;  // characters from the margin
@@ -144,9 +127,9 @@ class Layout {
  public:
   Layout(const CDocRelatorio& document, const Fields& fields, const Lines& lines, const LayoutOptions& options,
          const std::function<bool(const Page&)>& sink, std::vector<std::string>* notes)
-      : document_(document), lines_(lines), options_(options), sink_(sink) {
+      : document_(document), lines_(lines), options_(options), sink_(sink), notes_(notes) {
     Measure();
-    PlaceColumns(fields, notes);
+    PlaceColumns(fields);
     PrepareGroups(fields);
     PrepareTotals(fields);
     PrepareMargins(fields);
@@ -167,7 +150,7 @@ class Layout {
     }
     const std::string closing = Utf8(document_.impressao.detalhe.textoFinal);
     if (!closing.empty()) Space();
-    for (const std::string_view text : Wrapped(closing, LineCharacters(kDetail), kMostTextLines))
+    for (const std::string_view text : Wrapped(closing, LineCharacters(kDetail), kMostCharacters))
       PlaceBodyText(text, kDetail, Align::left);
     if (goesOn_) Finish();
   }
@@ -215,7 +198,7 @@ class Layout {
     return std::max<std::size_t>(1, static_cast<std::size_t>((right_ - left_) / (fonts_[font].size * kDigit) + 0.01));
   }
 
-  void PlaceColumns(const Fields& fields, std::vector<std::string>* notes) {
+  void PlaceColumns(const Fields& fields) {
     const auto& all = document_.camposEscolhidos.campos;
     const std::size_t room = LineCharacters(kDetail);
     std::size_t row = 0;
@@ -236,16 +219,29 @@ class Layout {
         ++row;
         start = 0;
       }
-      columns_.push_back({&field, field.fixo ? nullptr : &FieldOf(fields, field.codigo),
+      const Field* const catalogued = field.fixo ? nullptr : &FieldOf(fields, field.codigo);
+      const bool isNumber = catalogued != nullptr && IsNumber(catalogued->type) && !IsNumber(field.tipoDado);
+      columns_.push_back({&field, catalogued, isNumber ? catalogued->type : field.tipoDado,
                           field.fixo ? kNowhere : PlaceOf(lines_, field.codigo), row, start, width});
       start += width + kGap;
     }
-    if (notes == nullptr) return;
-    if (all.size() > kMostColumns)
-      notes->push_back("only the first " + std::to_string(kMostColumns) + " of " + std::to_string(all.size()) +
-                       " columns are drawn");
-    if (withoutWidth != 0) notes->push_back("columns without a width are not drawn: " + std::to_string(withoutWidth));
-    if (cut != 0) notes->push_back("columns that the page has no room for, or not all of it: " + std::to_string(cut));
+    if (withoutWidth != 0) Note("columns without a width are not drawn: " + std::to_string(withoutWidth));
+    if (cut != 0) Note("columns that the page has no room for, or not all of it: " + std::to_string(cut));
+    NoteBeginning(all, "columns");
+    NoteBeginning(document_.ordenacao.campos, "sort keys");
+    NoteBeginning(document_.ordenacao.totalizacoes, "totals");
+    NoteBeginning(document_.filtro.condicoes, "conditions");
+  }
+
+  void Note(std::string note) {
+    if (notes_ != nullptr) notes_->push_back(std::move(note));
+  }
+
+  template <typename Entry>
+  void NoteBeginning(const std::vector<Entry>& list, const char* ofWhat) {
+    if (Meant(list).size() < list.size())
+      Note("only the first " + std::to_string(Meant(list).size()) + " of " + std::to_string(list.size()) + ' ' +
+           ofWhat + " count");
   }
 
   void PrepareGroups(const Fields& fields) {
@@ -296,30 +292,48 @@ class Layout {
         header.logotipo ? static_cast<std::size_t>(kLogoWidth / (fonts_[kHeader].size * kDigit)) + 2 : 0;
     const bool isBeside = full >= kNumber + logo + kFew;
     const std::size_t room = isBeside ? full - kNumber - logo : std::max<std::size_t>(1, full - std::min(full, logo));
-    const double most = height_ / 4;
-    Fill(Wrapped(Utf8(header.texto), room, kMostTextLines), kHeaderBold, most, &header_);
-    Fill(Wrapped(Utf8(header.cabecalhoAdicional), room, kMostTextLines), kHeader, most, &header_);
-    Fill(Wrapped(second, room, 2), kHeader, most, &header_);
-    if (options_.isSample) Fill(Wrapped(Conditions(fields), room, 3), kHeader, most, &header_);
+    std::vector<std::string_view> below = Wrapped(second, room, 2);
+    const std::string conditions = options_.isSample ? Conditions(fields) : "";
+    for (const std::string_view text : Wrapped(conditions, room, 3))
+      below.push_back(text);
+    const std::size_t most = LinesIn(height_ / 4, kHeader);
+    const std::size_t free = std::max<std::size_t>(1, most - std::min(most, below.size()));
+    const std::string title = Utf8(header.texto);
+    const std::string additional = Utf8(header.cabecalhoAdicional);
+    bool hasAll = Fill(Wrapped(title, room, kMostTextLines), kHeaderBold, free, &header_);
+    hasAll = Fill(Wrapped(additional, room, kMostTextLines), kHeader, free, &header_) && hasAll;
+    hasAll = Fill(below, kHeader, most, &header_) && hasAll;
+    if (!hasAll) Note("the page has no room for all lines of the header");
     if (header_.empty() || !isBeside) header_.emplace(header_.begin());
     header_.front().push_back({"", kHeader, Align::right});
     headerHeight_ = static_cast<double>(header_.size()) * fonts_[kHeader].size * kLeading;
     if (header.logotipo && options_.lineWidth == 0) headerHeight_ = std::max(headerHeight_, kLogoHeight + 4);
 
     const auto& footer = document_.impressao.rodape;
-    Fill(Wrapped(Utf8(footer.texto), LineCharacters(kFooter), kMostTextLines), kFooter, height_ / 6, &footer_);
-    Fill(Wrapped(Utf8(footer.texto2), LineCharacters(kFooter), kMostTextLines), kFooter, height_ / 6, &footer_);
+    const std::string first = Utf8(footer.texto);
+    const std::string last = Utf8(footer.texto2);
+    const std::size_t mostBelow = LinesIn(height_ / 6, kFooter);
+    const std::vector<std::string_view> lastLines = Wrapped(last, LineCharacters(kFooter), kMostTextLines);
+    const std::size_t kept = std::min(lastLines.size(), mostBelow / 2);
+    hasAll = Fill(Wrapped(first, LineCharacters(kFooter), kMostTextLines), kFooter, mostBelow - kept, &footer_);
+    hasAll = Fill(lastLines, kFooter, mostBelow, &footer_) && hasAll;
+    if (!hasAll) Note("the page has no room for all lines of the footers");
     const double footerHeight = static_cast<double>(footer_.size()) * fonts_[kFooter].size * kLeading;
     bottom_ = height_ - kLeastMargin - footerHeight - (footer_.empty() ? 0 : 6);
   }
 
-  void Fill(const std::vector<std::string_view>& texts, FontPlace font, double most,
+  std::size_t LinesIn(double height, FontPlace font) const {
+    return static_cast<std::size_t>(height / (fonts_[font].size * kLeading));
+  }
+
+  // False when there was no room for all.
+  bool Fill(const std::vector<std::string_view>& texts, FontPlace font, std::size_t most,
             std::vector<MarginLine>* lines) const {
     for (const std::string_view text : texts) {
-      const auto count = static_cast<double>(lines->size() + 1);
-      if (lines->empty() || count * fonts_[font].size * kLeading <= most)
-        lines->push_back({{std::string(text), font, Align::left}});
+      if (lines->size() == most) return false;
+      lines->push_back({{std::string(text), font, Align::left}});
     }
+    return true;
   }
 
   bool Truncates() const { return document_.impressao.truncarColunas; }
@@ -441,11 +455,6 @@ class Layout {
 
   // ---- Lines and groups
 
-  // A number that does not fit would be read as another one.
-  static std::string Fitting(const Column& column, std::string text) {
-    return Characters(text) > column.width ? std::string(column.width, '#') : std::move(text);
-  }
-
   void PlaceLine(std::size_t line) {
     cells_.assign(columns_.size(), {});
     for (std::size_t i = 0; i < columns_.size(); ++i) {
@@ -454,8 +463,9 @@ class Layout {
       if (field.fixo) {
         cells_[i] = Utf8(field.conteudo);
       } else if (column.value != kNowhere) {
-        cells_[i] = Show(field.tipoDado, field.formatoValor, ValueOf(line, column.value), column.catalogued->options);
-        if (IsNumber(field.tipoDado)) cells_[i] = Fitting(column, std::move(cells_[i]));
+        cells_[i] = Show(column.type, field.formatoValor, ValueOf(line, column.value), column.catalogued->options);
+        // A number that does not fit would be read as another one.
+        if (IsNumber(column.type) && text::Characters(cells_[i]) > column.width) cells_[i].assign(column.width, '#');
       }
     }
     PlaceCells(cells_, kDetail, Truncates() ? 1 : kMostTextLines, 0);
@@ -515,26 +525,34 @@ class Layout {
     }
   }
 
-  // The sums of a level, the number of groups standing for the whole report.
+  // The sums of a level, the number of groups standing for the whole report. One that has no column, or no room in it,
+  // has a line of its own.
   void PlaceTotals(std::size_t level, const std::string& label) {
     const bool isEnd = level == groups_.size();
     std::vector<std::string> cells(columns_.size());
-    std::vector<std::string> others;  // of fields that have no column
+    std::vector<std::string> others;
     bool isWanted = false;
     for (std::size_t i = 0; i < totals_.size(); ++i) {
       const Total& total = totals_[i];
       if (isEnd ? !total.atEnd : !total.atBreaks) continue;
       isWanted = true;
-      if (total.column == nullptr) {
-        others.push_back(total.title + ": " + Show(total.type, kestor::formatoNenhum, sums_[level][i]));
+      const bool hasColumn = total.column != nullptr;
+      std::string sum = hasColumn ? Show(total.column->type, total.column->field->formatoValor, sums_[level][i])
+                                  : Show(total.type, kestor::formatoNenhum, sums_[level][i]);
+      if (!hasColumn || text::Characters(sum) > total.column->width) {
+        others.push_back(total.title + ": " + sum);
       } else {
-        const kestor::CampoEscolhido& field = *total.column->field;
-        cells[static_cast<std::size_t>(total.column - columns_.data())] =
-            Fitting(*total.column, Show(field.tipoDado, field.formatoValor, sums_[level][i]));
+        cells[static_cast<std::size_t>(total.column - columns_.data())] = std::move(sum);
       }
     }
     if (!isWanted) return;
-    PlaceLabel(Wrapped(label, LineCharacters(kTotals), 1).front(), cells);
+    const std::string shown = text::Printable(label);
+    std::vector<std::string_view> lines = Wrapped(shown, LineCharacters(kTotals), kMostTextLines);
+    const std::string_view last = lines.back();
+    lines.pop_back();
+    for (const std::string_view line : lines)
+      PlaceBodyText(line, kTotals, Align::left);
+    PlaceLabel(last, cells);
     PlaceCells(cells, kTotals, 1, 0);
     for (const std::string& other : others)
       PlaceBodyText(other, kTotals, Align::left);
@@ -544,7 +562,7 @@ class Layout {
   void PlaceLabel(std::string_view label, const std::vector<std::string>& cells) {
     const auto first = std::find_if(cells.begin(), cells.end(), [](const std::string& cell) { return !cell.empty(); });
     const bool fits = first != cells.end() &&
-                      Characters(label) + kGap < columns_[static_cast<std::size_t>(first - cells.begin())].start;
+                      text::Characters(label) + kGap < columns_[static_cast<std::size_t>(first - cells.begin())].start;
     Need(fonts_[kTotals].size * kLeading * (fits ? 1 : 2));
     if (!goesOn_) return;
     if (!fits) {
@@ -558,6 +576,7 @@ class Layout {
   const Lines& lines_;
   const LayoutOptions& options_;
   const std::function<bool(const Page&)>& sink_;
+  std::vector<std::string>* const notes_;
 
   std::array<Font, kFonts> fonts_;
   double width_ = 0;
@@ -610,7 +629,7 @@ std::string PlainText(const Page& page) {
       std::size_t used = 0;
       for (const double baseline = text->baseline; text != page.texts.end() && text->baseline == baseline; ++text) {
         const std::size_t width = characters(text->width);
-        const std::size_t size = Characters(text->text);
+        const std::size_t size = text::Characters(text->text);
         const std::size_t free = width - std::min(width, size);
         std::size_t start = characters(text->x);
         if (text->align == Align::right) start += free;

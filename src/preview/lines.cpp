@@ -5,6 +5,7 @@
 #include <numeric>
 
 #include "contract/records.h"
+#include "platform/text/text.h"
 #include "value.h"
 
 namespace preview {
@@ -15,9 +16,19 @@ namespace {
 constexpr std::size_t kInnermostGroup = 4;
 constexpr std::size_t kMostValues = 10'000'000;
 
+std::string Cut(const std::string& text, std::int32_t width) {
+  return width <= 0 ? text : std::string(text::FirstCharacters(text, static_cast<std::size_t>(width)));
+}
+
+// Some are as long as the field may be.
 std::string SampleText(const Field& field, std::size_t number) {
+  constexpr std::size_t kLong = 3;
+  constexpr std::int32_t kLongest = 60;
   const std::string& name = field.description.empty() ? field.alias : field.description;
-  return (name.empty() ? "Texto" : name) + ' ' + std::to_string(number + 1);
+  std::string text = (name.empty() ? "Texto" : name) + ' ' + std::to_string(number + 1);
+  while (number % kLong == kLong - 1 && text.size() < static_cast<std::size_t>(std::clamp(field.width, 0, kLongest)))
+    text += " e complemento";
+  return Cut(text, field.width);
 }
 
 std::string SampleOption(const Field& field, std::size_t number) {
@@ -34,29 +45,48 @@ std::string TwoDigits(std::size_t number) {
   return number < 10 ? '0' + text : text;
 }
 
-// A value of the field's type that differs from number to number.
-std::string SampleValue(const Field& field, std::size_t number) {
+// A number of as many digits as the width has room for, with separators of thousands and for a sum.
+std::size_t SampleNumber(std::size_t mixed, std::int32_t width) {
+  constexpr std::array<std::size_t, 6> kBounds = {1, 10, 100, 1000, 10000, 100000};
+  constexpr std::int32_t kForSum = 2;
+  const std::int32_t room = width - (width > kForSum + 1 ? kForSum : 0);
+  return mixed % kBounds[static_cast<std::size_t>(std::clamp(room - room / 4, 1, 5))];
+}
+
+// A value of the field's type that differs from number to number, for a column of the width.
+std::string SampleValue(const Field& field, std::int32_t width, std::size_t number) {
+  constexpr std::int32_t kDecimals = 3;
   // Multiples of a prime, so that neighbours do not look alike.
   const std::size_t mixed = (number + 1) * 7919 + std::size_t{field.code} * 131;
   switch (field.type) {
-    case KESTOR_Numerico: {
-      const std::size_t digits = static_cast<std::size_t>(std::clamp(field.width, 1, 5));
-      constexpr std::array<std::size_t, 6> kBounds = {1, 10, 100, 1000, 10000, 100000};
-      return std::to_string(mixed % kBounds[digits]);
-    }
+    case KESTOR_Numerico:
+      return std::to_string(SampleNumber(mixed, width));
     case KESTOR_Valor:
-      return std::to_string(mixed % 100000) + ',' + TwoDigits(mixed % 97);
+      return std::to_string(SampleNumber(mixed, width - kDecimals)) + ',' + TwoDigits(mixed % 97);
     case KESTOR_Data:
       return TwoDigits(number % 28 + 1) + '/' + TwoDigits(mixed % 12 + 1) + "/2026";
     case KESTOR_MesAno:
       return TwoDigits(number % 12 + 1) + "/2026";
     case KESTOR_Conta:
-      return std::to_string(mixed % 9 + 1) + '.' + std::to_string(number % 9 + 1) + '.' + TwoDigits(number % 99 + 1);
+      return Cut(
+          std::to_string(mixed % 9 + 1) + '.' + std::to_string(number % 9 + 1) + '.' + TwoDigits(number % 99 + 1),
+          width);
     case KESTOR_Opcoes:
       return SampleOption(field, number);
     default:
       return SampleText(field, number);
   }
+}
+
+// The narrowest column of the field, or what the catalogue says where it is in none.
+std::int32_t WidthOf(const kestor::CDocRelatorio& document, const Field& field) {
+  std::int32_t width = 0;
+  for (const auto& column : Meant(document.camposEscolhidos.campos)) {
+    const bool isNarrower =
+        !column.fixo && column.codigo == field.code && column.tamanho > 0 && (width == 0 || column.tamanho < width);
+    if (isNarrower) width = column.tamanho;
+  }
+  return width != 0 ? width : field.width;
 }
 
 }  // namespace
@@ -65,6 +95,22 @@ const Field& FieldOf(const Fields& fields, std::uint16_t code) {
   static const Field kUnknown;
   const auto field = std::find_if(fields.begin(), fields.end(), [code](const Field& f) { return f.code == code; });
   return field == fields.end() ? kUnknown : *field;
+}
+
+std::string NameOf(const Field& field) {
+  return std::to_string(field.code) + (field.alias.empty() ? "" : " (" + field.alias + ")");
+}
+
+Field FieldWithout(const kestor::CDocRelatorio& document, std::uint16_t code) {
+  Field field;
+  field.code = code;
+  for (const auto& column : Meant(document.camposEscolhidos.campos)) {
+    if (column.fixo || column.codigo != code) continue;
+    field.type = column.tipoDado;
+    field.width = column.tamanho;
+    break;
+  }
+  return field;
 }
 
 std::size_t PlaceOf(const Lines& lines, std::uint16_t code) {
@@ -100,11 +146,14 @@ Lines SampleLines(const kestor::CDocRelatorio& document, const Fields& fields, s
     groups[place] = std::max(groups[place], group);
   }
   std::vector<const Field*> known;
-  for (const std::uint16_t code : lines.codes)
+  std::vector<std::int32_t> widths;
+  for (const std::uint16_t code : lines.codes) {
     known.push_back(&FieldOf(fields, code));
+    widths.push_back(WidthOf(document, *known.back()));
+  }
   for (std::size_t line = 0; line < count; ++line) {
     for (std::size_t place = 0; place < known.size(); ++place)
-      lines.values.push_back(SampleValue(*known[place], line / groups[place]));
+      lines.values.push_back(SampleValue(*known[place], widths[place], line / groups[place]));
   }
   return lines;
 }

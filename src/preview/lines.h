@@ -21,13 +21,13 @@ std::span<const Entry> Meant(const std::vector<Entry>& list) {
   return std::span(list).first(std::min(list.size(), isKey ? kMostKeys : kMostColumns));
 }
 
-// Of several fields with the code the first; one without name, of the type 'A', when the catalogue has none.
+// Of several fields with the code the first; one without name, of the type 'A', when there is none.
 const Field& FieldOf(const Fields& fields, std::uint16_t code);
+
+// The code and, where it has one, the alias in brackets.
+std::string NameOf(const Field& field);
 
 // The place of the code's value in a line; kNowhere when lines do not have it.
 std::size_t PlaceOf(const Lines& lines, std::uint16_t code);
-
-// The codes whose values the document needs, each once: of columns, sort keys, totals and conditions.
-std::vector<std::uint16_t> UsedCodes(const kestor::CDocRelatorio& document);
 
 }  // namespace preview

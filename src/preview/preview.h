@@ -29,6 +29,12 @@ struct Field {
 };
 using Fields = std::vector<Field>;
 
+// The codes of the fields that the document uses in columns, sort keys, totals and conditions, each once.
+std::vector<std::uint16_t> UsedCodes(const kestor::CDocRelatorio& document);
+
+// What the document itself says of a field that the catalogue lacks: the type and width of its column.
+Field FieldWithout(const kestor::CDocRelatorio& document, std::uint16_t code);
+
 // The values that a report is made of, one line after the other.
 struct Lines {
   std::vector<std::uint16_t> codes;  // whose value stands at each place of a line, each once
@@ -42,11 +48,12 @@ struct Lines {
 // values.
 Lines SampleLines(const kestor::CDocRelatorio& document, const Fields& fields, std::size_t count);
 
-// Reads a file of comma- or semicolon-separated values whose first line names fields by alias or code, in whatever
-// letter case. Keeps the lines that the filter lets through, at most `count`. Values are UTF-8 or code page 1252. A
-// column that is no field counts for nothing; `*notes` tells which fields of the document the file lacks, and how many
-// values are not what their field's type asks for. `progress` is called now and then with the bytes read. Throws
-// Failure for a file that cannot be read or breaks the format's rules, and when more is kept than 1 GiB.
+// Reads a file of values that semicolons, commas or tabs separate, whose first record names fields by alias, code or
+// description, in whatever letter case. Keeps the lines that the filter lets through, at most `count`. Values are UTF-8
+// or code page 1252. A column that is no field counts for nothing; `*notes` tells which fields of the document the file
+// lacks, how many values are not what their field's type asks for, and whatever else makes the report another one than
+// its reader may think. `progress` is called now and then with the bytes read. Throws Failure for a file that cannot be
+// read or breaks the format's rules, and when more is kept than 1 GiB.
 Lines ReadCsv(const std::string& file, const kestor::CDocRelatorio& document, const Fields& fields, std::size_t count,
               std::vector<std::string>* notes, const std::function<void(std::uint64_t bytes)>& progress = {});
 

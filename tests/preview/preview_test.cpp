@@ -163,53 +163,97 @@ TEST_F(Preview, SaysWhatIsWrongWithAFile) {
   FillIn(&document_);
   EXPECT_THAT(FailureOf(""), HasSubstr("is empty"));
   EXPECT_THAT(FailureOf("a;b\n1;2\n"), HasSubstr("no column is named like a field"));
-  EXPECT_THAT(FailureOf("Conta;Valor\n1;2\n1;\"2\"x\n"), HasSubstr("line 3: a quotation mark"));
+  EXPECT_THAT(FailureOf("Conta;Valor\n1;2\n1;\"2\"x\n"), HasSubstr("record 3: a quotation mark"));
   EXPECT_THAT(FailureOf("Conta;Valor\n1;\"2\n"), HasSubstr("ends within quotation marks"));
   EXPECT_THAT(FailureOf("Conta;Valor\n1;\"" + std::string(3 << 20, 'x')), HasSubstr("more than a million"));
   EXPECT_THROW(ReadCsv("/nowhere", document_, kFields, kAll, &notes_), Failure);
-  document_.filtro.Reinicia();
+  EXPECT_THAT(FailureOf("Conta,Valor\n1,2\n1,1000,50\n"), HasSubstr("record 3: it has more values"));
+  EXPECT_THAT(FailureOf(std::string("\xFF\xFE\0C", 4)), HasSubstr("UTF-16"));
+  EXPECT_THAT(FailureOf(std::string(20'000, ';') + '\n'), HasSubstr("more than ten thousand columns"));
+
+  document_.filtro.condicoes = {{20, "31/12/99", kestor::operadorDiferente, kestor::comparadorE},
+                                {40, "Nenhum", kestor::operadorDiferente, kestor::comparadorE}};
   notes_.clear();
-  EXPECT_EQ(Read("Conta;Valor;Regime;Qtde;Texto\n1;x\n2;3\n3;4\n", 2).Count(), 2U);
-  EXPECT_THAT(notes_, ElementsAre("values of the field 30 (Valor) that are no numbers: 1"));
+  EXPECT_EQ(Read("Conta;Valor;Regime;Qtde;Data;Texto\n;1.234;simples;;;a\n;x;3;;1/1/26;b\n\n;1234.5;;\n1;2;;;;;;c\n", 2)
+                .Count(),
+            2U);
+  EXPECT_THAT(
+      notes_,
+      ElementsAre("a condition of the field 20 (Data) compares with what are no dates: 31/12/99",
+                  "a condition of the field 40 (Regime) compares with what are no options: Nenhum",
+                  "values of the field 20 (Data) that are no dates: 1, the first one 1/1/26 in record 3",
+                  "values of the field 30 (Valor) that are no numbers: 1, the first one x in record 3",
+                  "in some values of the field 30 (Valor) a dot is taken to separate thousands, in others decimals",
+                  "values of the field 40 (Regime) that are no options: 1, the first one 3 in record 3",
+                  "records with more or fewer values than the first one: 1, the first one is record 4",
+                  "lines beyond the first 2 are left out, of totals as well"));
+}
+
+TEST_F(Preview, TakesFilesAsTheyCome) {
+  document_.camposEscolhidos.campos = {Column(30, "Valor", 'V', 'D', 12), Column(70, "Mes", 'd', 'D', 7)};
+  const Lines expected = Read("Valor;M\xC3\xAAs\n1,5;2/2026\n");
+  ASSERT_EQ(expected.Count(), 1U);
+  for (const char* file : {"sep=,\r\n30,M\xEAs\r\n\"1,5\",2/2026\r\n", "\n\nvalor\tMES\n1,5\t2/2026",
+                           "\xEF\xBB\xBFVALOR;x;mes;valor\n1,5;;2/2026;9\n"})
+    EXPECT_EQ(Read(file).values, expected.values) << file;
+  EXPECT_THAT(notes_, testing::IsEmpty());
+  // Of two fields the one that has the name as its alias, whatever the other one is described as.
+  const Fields fields = {{30, "x", "Mes", 'V', 12, ""}, {70, "Mes", "", 'd', 7, ""}};
+  const Lines lines = ReadCsv(File("mes\n1/2026\n"), document_, fields, kAll, &notes_);
+  EXPECT_THAT(lines.values, ElementsAre("", "1/2026"));
+  // A report of fixed columns has as many lines as the file.
+  document_.camposEscolhidos.campos.resize(1);
+  document_.camposEscolhidos.campos[0].fixo = true;
+  EXPECT_EQ(Read("a;b\n1;2\n3;4\n").Count(), 2U);
+  // What the catalogue lacks is what its column says.
+  EXPECT_EQ(FieldWithout(document_, 30).type, 'A');
+  document_.camposEscolhidos.campos[0].fixo = false;
+  EXPECT_EQ(FieldWithout(document_, 30).type, 'V');
 }
 
 TEST_F(Preview, AddsUpExactlyInEveryGroup) {
-  FillIn(&document_);
-  document_.filtro.Reinicia();
+  document_.ordenacao.campos = {{40, kestor::separadorNenhum}, {10, kestor::separadorNenhum}};
   document_.ordenacao.totalizacoes = {{30, true, true}};
-  document_.camposEscolhidos.campos = {Column(30, "Valor", 'V', 'D', 24)};
-  std::mt19937 random(1);
-  std::map<std::string, std::int64_t> sums;  // in cents
+  document_.camposEscolhidos.campos = {Column(30, "Valor", 'V', 'D', 30)};
+  std::mt19937_64 random(1);
+  constexpr std::int64_t kOne = 10'000'000'000;
+  std::map<std::string, std::int64_t> sums;  // ten decimals
   std::int64_t all = 0;
-  std::string csv = "Regime,Conta,Valor\n";
-  for (int i = 0; i < 5000; ++i) {
-    const int cents = static_cast<int>(random() % 2'000'001) - 1'000'000;
-    const int account = static_cast<int>(random() % 20) + 10;
-    const int regime = static_cast<int>(random() % 2) + 1;
-    const int size = cents < 0 ? -cents : cents;
-    csv += std::to_string(regime) + ',' + std::to_string(account) + ',' + (cents < 0 ? "-" : "") +
-           std::to_string(size / 100) + '.' + std::to_string(size / 10 % 10) + std::to_string(size % 10) + '\n';
-    sums[(regime == 1 ? "Real/" : "Simples/") + std::to_string(account)] += cents;
-    all += cents;
-  }
-  const auto printed = [](std::int64_t cents) {
-    const std::int64_t size = cents < 0 ? -cents : cents;
-    return (cents < 0 ? "-" : "") + std::to_string(size / 100) + ',' + std::to_string(size / 10 % 10) +
-           std::to_string(size % 10);
+  const auto printed = [](std::int64_t sum, std::size_t atLeast) {
+    const std::uint64_t size = sum < 0 ? 0 - static_cast<std::uint64_t>(sum) : static_cast<std::uint64_t>(sum);
+    std::string decimals = std::to_string(size % kOne);
+    decimals.insert(0, 10 - decimals.size(), '0');
+    while (decimals.size() > atLeast && decimals.back() == '0')
+      decimals.pop_back();
+    return (sum < 0 ? "-" : "") + std::to_string(size / kOne) + (decimals.empty() ? "" : ',' + decimals);
   };
+  std::string csv = "Regime;Conta;Valor\n";
+  for (int i = 0; i < 100'000; ++i) {
+    std::int64_t step = 1;  // of the value's last decimal
+    for (std::uint64_t decimals = random() % 11; decimals < 10; ++decimals)
+      step *= 10;
+    const std::int64_t value = (static_cast<std::int64_t>(random() % 2000) - 1000) * step;
+    const std::string account = std::to_string(random() % 20 + 10);
+    const bool isReal = random() % 2 == 0;
+    csv.append(isReal ? "1;" : "2;").append(account).append(";").append(printed(value, 0)).append("\n");
+    sums[(isReal ? "Real/" : "Simples/") + account] += value;
+    all += value;
+  }
+  document_.ordenacao.somenteTotais = true;
   std::string text;
   for (const std::string& page : Pages(Read(csv)))
     text += page;
+  EXPECT_THAT(notes_, testing::IsEmpty());
   std::size_t from = 0;
-  for (const auto& [group, cents] : sums) {
-    const std::string account = group.substr(group.find('/') + 1);
-    from = text.find("Total de Conta contábil: " + account + "\n", from);
-    ASSERT_NE(from, std::string::npos) << group;
+  const auto expectSum = [&](const std::string& label, std::int64_t expected) {
+    from = text.find(label, from);
+    ASSERT_NE(from, std::string::npos) << label;
     const std::size_t sum = text.find_first_not_of(' ', text.find('\n', from) + 1);
-    EXPECT_EQ(text.substr(sum, text.find('\n', sum) - sum), printed(cents)) << group;
-  }
-  const std::size_t sum = text.find_first_not_of(' ', text.find('\n', text.find("Total geral")) + 1);
-  EXPECT_EQ(text.substr(sum, text.find('\n', sum) - sum), printed(all));
+    EXPECT_EQ(text.substr(sum, text.find('\n', sum) - sum), printed(expected, 2)) << label;
+  };
+  for (const auto& [group, sum] : sums)
+    expectSum("Total de Conta contábil: " + group.substr(group.find('/') + 1) + "\n", sum);
+  expectSum("Total geral\n", all);
 }
 
 TEST_F(Preview, DrawsSamplesTheSameEveryTime) {
@@ -227,7 +271,10 @@ TEST_F(Preview, DrawsSamplesTheSameEveryTime) {
       [&](const Page& page) {
         EXPECT_GT(page.width, page.height);
         EXPECT_TRUE(page.logo);
-        EXPECT_EQ(DrawPng(page, "").substr(1, 3), "PNG");
+        const std::string png = DrawPng(page, "");
+        EXPECT_EQ(png.substr(0, 8), "\x89PNG\r\n\x1A\n");
+        EXPECT_EQ(png.substr(16, 8), std::string("\0\0\x06\x94\0\0\x04\xA7", 8));  // 1684 by 1191 pixels
+        EXPECT_EQ(png.substr(png.size() - 8, 4), "IEND");
         EXPECT_THAT(DrawSvg(page, ""), HasSubstr("<svg"));
         EXPECT_THROW(DrawSvg(page, "/nowhere.png"), Failure);
         const bool saysConditions = std::any_of(page.texts.begin(), page.texts.end(), [](const PlacedText& text) {

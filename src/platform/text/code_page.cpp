@@ -103,6 +103,10 @@ void AppendUtf16(char32_t character, std::u16string* out) {
   *out += static_cast<char16_t>(0xDC00 + ((character - 0x10000) & 0x3FF));
 }
 
+bool IsFirstByte(char byte) {
+  return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80;
+}
+
 }  // namespace
 
 std::string ToUtf8(std::string_view ansi) {
@@ -219,6 +223,19 @@ bool IsValidUtf8(std::string_view utf8) {
     if (next.length == 0) return false;
     utf8.remove_prefix(next.length);
   }
+}
+
+std::size_t Characters(std::string_view utf8) {
+  return static_cast<std::size_t>(std::count_if(utf8.begin(), utf8.end(), IsFirstByte));
+}
+
+std::string_view FirstCharacters(std::string_view utf8, std::size_t count) {
+  if (utf8.size() <= count) return utf8;
+  std::size_t end = 0;
+  for (std::size_t begun = 0; end < utf8.size(); ++end) {
+    if (IsFirstByte(utf8[end]) && ++begun > count) break;
+  }
+  return utf8.substr(0, end);
 }
 
 }  // namespace text

@@ -42,6 +42,10 @@ std::string Presentable(std::string_view utf8);
 // and of each mark that ends a line or sets a direction of writing.
 std::string Printable(std::string_view utf8);
 
+// How many characters a text has, and its beginning of so many; of UTF-8.
+std::size_t Characters(std::string_view utf8);
+std::string_view FirstCharacters(std::string_view utf8, std::size_t count);
+
 // ---- Letter case ---------------------------------------------------------------------------------------------------
 // Over the whole code page: the accented letters, Š Œ Ž Ÿ and their small forms are letters; ƒ ß µ have one case only.
 
