@@ -5,7 +5,6 @@
 #include <array>
 #include <charconv>
 #include <cstring>
-#include <ctime>
 #include <set>
 #include <tuple>
 
@@ -26,6 +25,10 @@ constexpr char kSizeAndTime = 'x';
 constexpr std::size_t kFields = 5;
 constexpr std::string_view kTimePattern = "00000000T000000000000Z";
 
+// What the system's clock can count lies between.
+constexpr std::chrono::year kFirstYear{1678};
+constexpr std::chrono::year kLastYear{2261};
+
 template <typename Number>
 std::string Digits(Number number, int base = 10) {
   std::array<char, 32> digits{};
@@ -41,15 +44,22 @@ bool ReadNumber(std::string_view text, Number* number, int base = 10) {
 }
 
 std::string TextOf(Time time) {
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
-  const std::time_t whole = Clock::to_time_t(seconds);
-  std::tm parts{};
-  gmtime_r(&whole, &parts);
-  std::array<char, 64> text{};
-  const std::size_t length = std::strftime(text.data(), text.size(), "%Y%m%dT%H%M%S", &parts);
-  const std::string fraction = Digits((time - seconds).count());
-  return std::string(text.data(), length) + std::string(6 - std::min<std::size_t>(6, fraction.size()), '0') + fraction +
-         'Z';
+  const auto day = std::chrono::floor<std::chrono::days>(time);
+  const std::chrono::year_month_day date(day);
+  const std::chrono::hh_mm_ss clock(time - day);
+  std::string text(kTimePattern);
+  const auto write = [&](std::size_t at, std::size_t length, std::int64_t number) {
+    for (std::size_t i = at + length; i-- > at; number /= 10)
+      text[i] = static_cast<char>('0' + number % 10);
+  };
+  write(0, 4, int{date.year()});
+  write(4, 2, unsigned{date.month()});
+  write(6, 2, unsigned{date.day()});
+  write(9, 2, clock.hours().count());
+  write(11, 2, clock.minutes().count());
+  write(13, 2, clock.seconds().count());
+  write(15, 6, clock.subseconds().count());
+  return text;
 }
 
 bool ReadTime(std::string_view text, Time* time) {
@@ -63,16 +73,16 @@ bool ReadTime(std::string_view text, Time* time) {
     std::from_chars(text.data() + at, text.data() + at + length, value);
     return value;
   };
-  std::tm parts{};
-  parts.tm_year = number(0, 4) - 1900;
-  parts.tm_mon = number(4, 2) - 1;
-  parts.tm_mday = number(6, 2);
-  parts.tm_hour = number(9, 2);
-  parts.tm_min = number(11, 2);
-  parts.tm_sec = number(13, 2);
-  const Time seconds = std::chrono::time_point_cast<std::chrono::microseconds>(Clock::from_time_t(timegm(&parts)));
-  *time = seconds + std::chrono::microseconds(number(15, 6));
-  return TextOf(*time) == text;  // not the 31st of February
+  const std::chrono::year year(number(0, 4));
+  const std::chrono::year_month_day date(year, std::chrono::month(static_cast<unsigned>(number(4, 2))),
+                                         std::chrono::day(static_cast<unsigned>(number(6, 2))));
+  const std::chrono::hours hours(number(9, 2));
+  const std::chrono::minutes minutes(number(11, 2));
+  const std::chrono::seconds seconds(number(13, 2));
+  if (!date.ok() || hours.count() > 23 || minutes.count() > 59 || seconds.count() > 59) return false;
+  if (year < kFirstYear || year > kLastYear) return false;
+  *time = std::chrono::sys_days(date) + hours + minutes + seconds + std::chrono::microseconds(number(15, 6));
+  return true;
 }
 
 bool ReadAfter(std::string_view text, Version* version) {
