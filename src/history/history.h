@@ -25,6 +25,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -142,11 +143,14 @@ class Keeper final : public files::Keeper {
   Version VersionOf(const Place& place, After after) const;
   template <typename Work>
   int InFolder(const Place& place, const Work& work);
-  int OpenFolders(const Place& place, Descriptors* folders);
+  int OpenModel(const Place& place);
+  int OpenOrMakeFolders(const Place& place, Descriptors* folders);
+  int SyncFolders(const Place& place);
   void PruneNowAndThen(const Place& place, const Version& running);
   void Miss(const std::string& file, const std::string& reason);
 
   std::filesystem::path folder_;
+  std::shared_ptr<const void> folderOf_;  // the moment of the registry when it named the folder
   Operation operation_;
   Time begun_{};
   std::unordered_set<std::string> seen_;            // files that the operation has changed or made, in upper case

@@ -11,6 +11,7 @@
 #include "folders.h"
 #include "platform/host/system.h"
 #include "platform/host/whole_file.h"
+#include "platform/registry/registry.h"
 #include "platform/text/text.h"
 
 namespace history {
@@ -55,16 +56,13 @@ bool GivesNoLink(int error) {
 
 // 0; an error for which a copy may do; or another errno value. A name that has come to lead to another file counts as
 // one that gives no link.
-int Link(const files::LeavingFile& leaving, const Descriptor& folder, const std::string& name) {
+int Link(const files::LeavingFile& leaving, const struct stat& status, const Descriptor& folder,
+         const std::string& name) {
   if (leaving.folder == nullptr) return EXDEV;
   const int error = host::Link(*leaving.folder, leaving.entry, folder, name);
   if (error != 0) return error;
   struct stat kept = {};
-  struct stat leaves = {};
-  if (host::StatLink(folder.Number(), name, &kept) == 0 && host::Stat(leaving.file, &leaves) == 0 &&
-      host::SameFile(kept, leaves)) {
-    return 0;
-  }
+  if (host::StatLink(folder.Number(), name, &kept) == 0 && host::SameFile(kept, status)) return 0;
   host::Unlink(folder, name);
   return EXDEV;
 }
@@ -94,9 +92,8 @@ bool IsOfFirstGeneration(const Operation& operation, const std::string& name) {
 
 // A server that was killed between keeping a file and changing it has left a version that is the file itself. What is
 // kept of it now takes its place.
-void RemoveEarlierNames(const Descriptor& file, const Descriptor& folder) {
-  struct stat status = {};
-  if (host::Stat(file, &status) != 0 || status.st_nlink < 2) return;
+void RemoveEarlierNames(const struct stat& status, const Descriptor& folder) {
+  if (status.st_nlink < 2) return;
   std::vector<std::string> names;
   VisitVersions(folder, [&](const Version&, const std::string& name) {
     struct stat version = {};
@@ -121,8 +118,13 @@ struct Keeper::Place {
   std::string extension;
 };
 
+// A folder that is not there may be one that there was no memory to read: it is asked for again each time.
 bool Keeper::IsWanted() {
-  folder_ = kestor::CCaminhosInstalacao::BuscaCaminhoHistorico();
+  std::shared_ptr<const void> now = registry::Moment();
+  if (folder_.empty() || now == nullptr || now != folderOf_) {
+    folder_ = kestor::CCaminhosInstalacao::BuscaCaminhoHistorico();
+    folderOf_ = std::move(now);
+  }
   return !folder_.empty();
 }
 
@@ -162,7 +164,7 @@ void Keeper::SeeNew(const std::string& name, const Descriptor& file, bool isComp
     Version version = VersionOf(place, After::made);
     version.sizeAfter = static_cast<std::uint64_t>(status.st_size);
     version.timeAfter = Nanoseconds(status.st_mtim);
-    const int error = InFolder(place, [&](const Descriptors&) {
+    const int error = InFolder(place, [&] {
       Descriptor marker;
       const int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
       const int refused = host::Open(keptIn_.Number(), NameOf(version), flags, &marker, 0666);
@@ -211,20 +213,37 @@ int Keeper::InFolder(const Place& place, const Work& work) {
   constexpr int kAttempts = 5;
   int error = ENOENT;
   for (int i = 0; i < kAttempts && error == ENOENT; ++i) {
-    Descriptors folders;
-    error = OpenFolders(place, &folders);
-    if (error == 0) error = work(folders);
+    error = OpenModel(place);
+    if (error == 0) error = work();
   }
   return error;
 }
 
-// `keptIn_` is then the folder of the model.
-int Keeper::OpenFolders(const Place& place, Descriptors* folders) {
+// `keptIn_` is then the folder of the model. It is nearly always there already.
+int Keeper::OpenModel(const Place& place) {
   if (!folder_.is_absolute()) return ENOTDIR;
-  int error = host::OpenFolder(AT_FDCWD, folder_, &folders->root);
-  if (error == 0) error = OpenOrMakeFolder(folders->root, place.module, &folders->module);
+  Descriptors folders;
+  int error = host::OpenFolder(AT_FDCWD, folder_, &folders.root);
+  if (error != 0) return error;
+  error = host::OpenFolderBelow(folders.root, place.module + '/' + place.component + '/' + place.model, &keptIn_);
+  return error == 0 ? 0 : OpenOrMakeFolders(place, &folders);
+}
+
+int Keeper::OpenOrMakeFolders(const Place& place, Descriptors* folders) {
+  int error = OpenOrMakeFolder(folders->root, place.module, &folders->module);
   if (error == 0) error = OpenOrMakeFolder(folders->module, place.component, &folders->pair);
   if (error == 0) error = OpenOrMakeFolder(folders->pair, place.model, &keptIn_);
+  return error;
+}
+
+int Keeper::SyncFolders(const Place& place) {
+  Descriptors folders;
+  int error = host::OpenFolder(AT_FDCWD, folder_, &folders.root);
+  if (error == 0) error = OpenInner(folders.root, place.module, &folders.module);
+  if (error == 0) error = OpenInner(folders.module, place.component, &folders.pair);
+  const Descriptor* const changed[] = {&keptIn_, &folders.pair, &folders.module, &folders.root};
+  for (const Descriptor* folder : changed)
+    if (error == 0) error = host::Sync(*folder);
   return error;
 }
 
@@ -242,16 +261,16 @@ void Keeper::TryKeep(const files::LeavingFile& leaving) {
   const std::string name = NameOf(version);
   // A filter is written in place, and so would its version be if the file stayed after all.
   const bool mayStay = text::EqualNoCase(text::FromUtf8(place.extension), kestor::kExtensaoFiltro);
-  const int error = InFolder(place, [&](const Descriptors& folders) {
-    RemoveEarlierNames(leaving.file, keptIn_);
-    int refused = mayStay ? EXDEV : Link(leaving, keptIn_, name);
+  const int error = InFolder(place, [&] {
+    struct stat status = {};
+    int refused = host::Stat(leaving.file, &status);
+    if (refused != 0) return refused;
+    RemoveEarlierNames(status, keptIn_);
+    refused = mayStay ? EXDEV : Link(leaving, status, keptIn_, name);
     if (!GivesNoLink(refused)) return refused;
     refused = Copy(leaving.file, keptIn_, name);
     // A link comes to the disk with the change itself, a copy must be there before.
-    const Descriptor* const changed[] = {&keptIn_, &folders.pair, &folders.module, &folders.root};
-    for (const Descriptor* folder : changed)
-      if (refused == 0) refused = host::Sync(*folder);
-    return refused;
+    return refused == 0 ? SyncFolders(place) : refused;
   });
   if (error != 0) return Miss(leaving.name, std::strerror(error));
   kept_ = name;

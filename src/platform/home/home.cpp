@@ -196,7 +196,7 @@ void Home::Use(const fs::path& folder) {
   current.store(&Homes().back(), std::memory_order_release);
 }
 
-Home::Home(fs::path folder) : folder_(std::move(folder)) {
+Home::Home(fs::path folder) : folder_(std::move(folder)), registry_(folder_ / "registry.reg") {
   const std::string chosen = Variable("KESTOR_SYSTEM");
   const fs::path system = systemFolder_ = WithoutTrailingSeparator(chosen.empty() ? "/etc/kestor" : chosen);
   std::error_code missing;

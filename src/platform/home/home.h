@@ -59,7 +59,7 @@ class Home {
   static void Use(const std::filesystem::path& folder);
 
   const std::filesystem::path& Folder() const { return folder_; }
-  std::filesystem::path Registry() const { return folder_ / "registry.reg"; }
+  const std::filesystem::path& Registry() const { return registry_; }
 
   // The registry of the whole machine, which holds what that of the home lacks: in $KESTOR_SYSTEM, else in /etc/kestor.
   // Empty where there was none when this home came into use. Nothing but a person's commands writes there.
@@ -120,6 +120,7 @@ class Home {
  private:
   explicit Home(std::filesystem::path folder);
   std::filesystem::path folder_;
+  std::filesystem::path registry_;
   std::filesystem::path systemFolder_;
   bool isOfSystem_ = false;
   std::filesystem::path systemRegistry_;

@@ -1,6 +1,7 @@
 #include "platform/host/system.h"
 
 #include <linux/magic.h>
+#include <linux/openat2.h>
 #include <sys/random.h>
 #include <sys/statfs.h>
 #include <sys/statvfs.h>
@@ -110,6 +111,17 @@ int Open(int folder, const std::string& path, int flags, Descriptor* opened, mod
 
 int OpenFolder(int folder, const std::string& path, Descriptor* opened) {
   return Open(folder, path, O_RDONLY | O_DIRECTORY, opened);
+}
+
+int OpenFolderBelow(const Descriptor& folder, const std::string& path, Descriptor* opened) {
+  struct open_how how = {};
+  how.flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+  how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_BENEATH;
+  int number = -1;
+  const int error = Repeat({"openat2", folder.Number(), path.c_str()}, &number,
+                           [&] { return syscall(SYS_openat2, folder.Number(), path.c_str(), &how, sizeof how); });
+  if (error == 0) *opened = Descriptor(number);
+  return error;
 }
 
 int Stat(int folder, const std::string& path, struct stat* status) {

@@ -28,8 +28,13 @@ using platform::Descriptor;
 
 int Open(int folder, const std::string& path, int flags, Descriptor* opened, mode_t mode = 0);
 int OpenFolder(int folder, const std::string& path, Descriptor* opened);  // for reading its names and for Sync
-int Stat(int folder, const std::string& path, struct stat* status);       // of what a symbolic link leads to
-int StatLink(int folder, const std::string& path, struct stat* status);   // of the symbolic link itself
+
+// Opens a folder that lies any number of folders below another one, in one call. Fails where one of them is a symbolic
+// link, and with ENOSYS on a system that has no such call.
+int OpenFolderBelow(const Descriptor& folder, const std::string& path, Descriptor* opened);
+
+int Stat(int folder, const std::string& path, struct stat* status);      // of what a symbolic link leads to
+int StatLink(int folder, const std::string& path, struct stat* status);  // of the symbolic link itself
 int StatLinkWithTimes(int folder, const std::string& path, struct stat* status);
 int StatNow(int folder, const std::string& path, struct stat* status);  // as below, of what a symbolic link leads to
 int ReadLink(const std::string& path, std::string* target);

@@ -290,6 +290,15 @@ DWORD ReadNumber(HKEY key, const char* value, DWORD least, DWORD most, DWORD oth
   return type == REG_DWORD && size == sizeof number && number >= least && number <= most ? number : otherwise;
 }
 
+std::shared_ptr<const void> Moment() {
+  std::shared_ptr<const Tree> now;
+  Guarded([&]() -> LONG {
+    now = Current();
+    return kSuccess;
+  });
+  return now;
+}
+
 LONG SetTexts(HKEY parent, const char* path, std::initializer_list<NamedText> texts,
               std::chrono::milliseconds patience) {
   return Guarded([&]() -> LONG {
