@@ -221,6 +221,21 @@ TEST_F(KeeperTest, AFolderThatIsNoneStopsNothing) {
   EXPECT_EQ(support::ReadFile(home_.Data() / "CT01A.RXL"), "three");
 }
 
+TEST_F(KeeperTest, FollowsTheRegistryFromOneOperationToTheNext) {
+  Enter(History());
+  Write("CT01A.RXL", "one");
+  Write("CT01A.RXL", "two");
+  const fs::path other = home_.Data() / "other";
+  fs::create_directory(other);
+  support::SetRegistryText("SOFTWARE\\Norvela", "Historico", other.string());
+  ASSERT_TRUE(keeper_.IsWanted());
+  Write("CT01A.RXL", "three");
+  EXPECT_THAT(Kept(), ElementsAre("one"));
+  EXPECT_THAT(history::FindVersions(other, "CT", "01", nullptr), SizeIs(1));
+  support::SetRegistryText("SOFTWARE\\Norvela", "Historico", "");
+  EXPECT_FALSE(keeper_.IsWanted());
+}
+
 TEST_F(KeeperTest, ChangesThatFailLeaveNoVersion) {
   Enter(History());
   Write("CT01A.RXL", "one");
