@@ -27,7 +27,7 @@ constexpr const char* kFooter =
 
 Its lines are samples, made from the field catalogue, the same ones every time; the filter is printed and does nothing.
 With --data they come from a file, and are filtered, sorted, grouped and added up as the report says. The first line of
-that file names fields by alias, code or description; the values of a line are separated by commas or semicolons. They
+that file names fields by alias, code or description; the values of a line are separated by semicolons, commas or tabs. They
 are UTF-8 or code page 1252. Numbers are 1.234,56 or 1234.56, dates 31/12/2026 or 2026-12-31, months 12/2026 or 2026-12.
 
 The file of the model itself is read: no server takes part, and nothing is migrated.
