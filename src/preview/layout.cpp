@@ -225,6 +225,8 @@ class Layout {
                           field.fixo ? kNowhere : PlaceOf(lines_, field.codigo), row, start, width});
       start += width + kGap;
     }
+    for (const Column& column : columns_)
+      titles_.push_back(Utf8(column.field->cabecalho));
     if (withoutWidth != 0) Note("columns without a width are not drawn: " + std::to_string(withoutWidth));
     if (cut != 0) Note("columns that the page has no room for, or not all of it: " + std::to_string(cut));
     NoteBeginning(all, "columns");
@@ -376,12 +378,9 @@ class Layout {
   }
 
   void PlaceTitles() {
-    std::vector<std::string> titles;
-    for (const Column& column : columns_)
-      titles.push_back(Utf8(column.field->cabecalho));
     if (columns_.empty()) return;
     const double most = y_ + (bottom_ - y_) / 2;
-    PlaceCells(titles, kTitles, Truncates() ? 1 : kMostTitleLines, most);
+    PlaceCells(titles_, kTitles, Truncates() ? 1 : kMostTitleLines, most, &wrappedTitles_);
     PlaceRule();
   }
 
@@ -425,15 +424,17 @@ class Layout {
     y_ += height;
   }
 
-  // A text for each column, on as many lines as they take. Lines below `limit` are left out; 0: a new page begins.
-  void PlaceCells(const std::vector<std::string>& cells, FontPlace font, std::size_t mostLines, double limit) {
+  // A text for each column, on as many lines as they take. Lines below `limit` are left out; 0: a new page begins, with
+  // its titles, so that those have a `wrapped` of their own.
+  void PlaceCells(const std::vector<std::string>& cells, FontPlace font, std::size_t mostLines, double limit,
+                  std::vector<std::vector<std::string_view>>* wrapped) {
     const double height = fonts_[font].size * kLeading;
-    wrapped_.resize(columns_.size());
+    wrapped->resize(columns_.size());
     for (std::size_t first = 0, end = 0; first < columns_.size(); first = end) {
       std::size_t lines = 0;
       for (end = first; end < columns_.size() && columns_[end].row == columns_[first].row; ++end) {
-        Wrap(cells[end], columns_[end].width, mostLines, &wrapped_[end]);
-        lines = std::max(lines, wrapped_[end].size());
+        Wrap(cells[end], columns_[end].width, mostLines, &(*wrapped)[end]);
+        lines = std::max(lines, (*wrapped)[end].size());
       }
       if (lines == 0 && font == kTotals) continue;
       for (std::size_t line = 0; line < std::max<std::size_t>(lines, 1) && goesOn_; ++line) {
@@ -442,10 +443,10 @@ class Layout {
         if (!goesOn_) return;
         for (std::size_t i = first; i < end; ++i) {
           const Column& column = columns_[i];
-          if (line < wrapped_[i].size()) {
+          if (line < (*wrapped)[i].size()) {
             Place(left_ + static_cast<double>(column.start) * character_,
                   static_cast<double>(column.width) * character_, AlignOf(column.field->alinhamento), font,
-                  wrapped_[i][line]);
+                  (*wrapped)[i][line]);
           }
         }
         y_ += height;
@@ -468,7 +469,7 @@ class Layout {
         if (IsNumber(column.type) && text::Characters(cells_[i]) > column.width) cells_[i].assign(column.width, '#');
       }
     }
-    PlaceCells(cells_, kDetail, Truncates() ? 1 : kMostTextLines, 0);
+    PlaceCells(cells_, kDetail, Truncates() ? 1 : kMostTextLines, 0, &wrapped_);
   }
 
   const std::string& ValueOf(std::size_t line, std::size_t place) const {
@@ -553,7 +554,7 @@ class Layout {
     for (const std::string_view line : lines)
       PlaceBodyText(line, kTotals, Align::left);
     PlaceLabel(last, cells);
-    PlaceCells(cells, kTotals, 1, 0);
+    PlaceCells(cells, kTotals, 1, 0, &wrapped_);
     for (const std::string& other : others)
       PlaceBodyText(other, kTotals, Align::left);
   }
@@ -599,6 +600,8 @@ class Layout {
   double bodyTop_ = 0;
   std::size_t pages_ = 0;
   bool goesOn_ = true;
+  std::vector<std::string> titles_;
+  std::vector<std::vector<std::string_view>> wrappedTitles_;
   // Of the line that is being placed.
   std::vector<std::string> cells_;
   std::vector<std::vector<std::string_view>> wrapped_;
