@@ -12,7 +12,8 @@ void Servidor::Relata(Mudanca mudanca) noexcept {
   if (silencios_ != 0) return;
   try {
     if (mudanca.razao.empty()) mudanca.razao = RazaoDita();
-    mudanca.falta = FaltaDaGuarda();
+    std::string falta = FaltaDaGuarda();
+    if (mudanca.falta.empty()) mudanca.falta = std::move(falta);
     if (falta_.empty()) falta_ = mudanca.falta;
     Anota(mudanca);
   } catch (const std::exception&) {

@@ -31,18 +31,13 @@ class ModeloLido {
 
   explicit operator bool() const { return registro_ != nullptr; }
   const REG_RELATORIO2& operator*() const { return *registro_; }
-  std::string_view Conteudo() const {
-    return {reinterpret_cast<const char*>(bytes_.get()), static_cast<std::size_t>(registro_->nQtdeBytes)};
-  }
+  // The content, which is then the caller's.
+  TaskBlock<std::uint8_t> Conteudo() { return std::move(bytes_); }
 
  private:
   TaskBlock<REG_RELATORIO2> registro_;
   TaskBlock<std::uint8_t> bytes_;
 };
-
-std::string_view Vista(const CMemStream& conteudo) {
-  return {reinterpret_cast<const char*>(conteudo.Buffer()), conteudo.Size()};
-}
 
 // What has been said of the last thing that failed.
 std::string RazaoOu(const char* frase) {
@@ -55,7 +50,7 @@ std::string RazaoOu(const char* frase) {
 CConversorCodigos::CConversorCodigos(Servidor& servidor, IZNPL_Relatorio2& repositorio, std::string modulo,
                                      std::string componente, LONG quantidade, const REL_CODIGO_CAMPOS_ALTERADOS* pares)
     : CConversorModelos(servidor, "ZNPL_RelConverte", "AlteraCodigoCampos", repositorio, std::move(modulo),
-                        std::move(componente)) {
+                        std::move(componente), Destino::ignorado) {
   if (!CarregaCatalogo()) {
     semCatalogo_ = RazaoOu("the field catalogue cannot be read");
     return;
@@ -121,25 +116,31 @@ void CConversorCodigos::RelataCodigosSemCampo() {
   for (const auto& [antigo, novo] : mapaCodigos_) {
     if (BuscaCampo(novo) == nullptr) faltam.insert(novo);
   }
-  for (const std::uint16_t codigo : faltam)
-    Relata(std::to_string(codigo), Destino::codigoSemCampo);
-}
-
-void CConversorCodigos::ConverteModelo(std::string_view nome) {
-  try {
-    EsqueceRazao();
-    Converte(nome);
-  } catch (const std::bad_alloc&) {
-    // The others have their turn.
-    Relata(nome, Destino::ignorado, "memory ran out");
+  for (const std::uint16_t codigo : faltam) {
+    const std::string nome = std::to_string(codigo);
+    Mudanca mudanca = Chamada();
+    mudanca.modelo = nome;
+    mudanca.destino = Destino::codigoSemCampo;
+    ServidorDeste().Relata(std::move(mudanca));
   }
 }
 
-void CConversorCodigos::Converte(std::string_view nome) {
-  const auto ignora = [&](std::string razao) { Relata(nome, Destino::ignorado, std::move(razao)); };
+void CConversorCodigos::ConverteModelo(std::string_view nome) {
+  Fim fim = SemMemoria();
+  try {
+    EsqueceRazao();
+    fim = Converte(nome);
+  } catch (const std::bad_alloc&) {
+    // The others have their turn.
+  }
+  Encerra(nome, std::move(fim));
+}
+
+CConversorCodigos::Fim CConversorCodigos::Converte(std::string_view nome) {
+  const auto ignora = [](std::string razao) { return Fim{.destino = Destino::ignorado, .razao = std::move(razao)}; };
   const std::string lido = ChaveRelatorio(nome);
   if (gravados_.contains(lido)) return ignora("its content is that of another model, which bears its name");
-  const ModeloLido modelo(Repositorio(), nome);
+  ModeloLido modelo(Repositorio(), nome);
   if (!modelo) return ignora(RazaoOu("it cannot be read"));
   CDocRelatorio documento;
   std::string motivo;
@@ -155,17 +156,25 @@ void CConversorCodigos::Converte(std::string_view nome) {
   const bool anotado = deOutro && gravados_.insert(gravado).second;
   const auto falhou = [&](std::string razao) {
     if (anotado) gravados_.erase(gravado);
-    ignora(std::move(razao));
+    return ignora(std::move(razao));
   };
-  const std::unique_ptr<CMemStream> conteudo = documento.GeraConteudo();
+  std::unique_ptr<CMemStream> conteudo = documento.GeraConteudo();
   // Without content the document could not be written, and the stored one stays.
   if (!conteudo || conteudo->Size() == 0) return falhou("its document cannot be made");
-  if (Grava(documento.nome, KESTOR_Sobreescrever, *conteudo) != S_OK) return falhou(RazaoOu("it cannot be stored"));
+  // Whether the content of another model is a new one must be known when its turn comes.
+  const Quando quando = deOutro ? Quando::ja : Quando::comOsOutros;
+  if (Grava(documento.nome, KESTOR_Sobreescrever, *conteudo, quando) != S_OK)
+    return falhou(RazaoOu("it cannot be stored"));
   std::string razao = semCatalogo_;
   if (deOutro) razao = "stored as " + nomeDocumento + ", the name that its document bears";
   if (substitui) razao += ", over the model of that name";
-  Relata(nome, alterou || deOutro ? Destino::renumerado : Destino::inalterado, std::move(razao), modelo.Conteudo(),
-         Vista(*conteudo), substitui);
+  const auto bytes = static_cast<std::size_t>((*modelo).nQtdeBytes);
+  return {.destino = alterou || deOutro ? Destino::renumerado : Destino::inalterado,
+          .razao = std::move(razao),
+          .substitui = substitui,
+          .antes = modelo.Conteudo(),
+          .bytesAntes = bytes,
+          .depois = std::move(conteudo)};
 }
 
 }  // namespace kestor

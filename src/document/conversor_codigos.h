@@ -32,7 +32,7 @@ class CConversorCodigos final : public CConversorModelos {
 
  private:
   bool CarregaCatalogo();
-  void Converte(std::string_view nome);
+  Fim Converte(std::string_view nome);
   const tagREG_CAMPOS_RELATORIO2* BuscaCampo(std::uint16_t codigo) const;  // null when the catalogue does not have it
   bool Renumera(std::uint16_t& codigo) const;                              // false: the code stays
   bool Altera(CDocRelatorio& documento) const;                             // false: nothing in it changes

@@ -1,23 +1,35 @@
 #include "document/conversor_modelos.h"
 
+#include <new>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "common/razao.h"
 #include "common/texto_bstr.h"
+#include "contract/results.h"
 #include "document/vocabulario.h"
 #include "platform/text/text.h"
 
 namespace kestor {
 
+namespace {
+
+std::string_view Vista(const CMemStream& conteudo) {
+  return {reinterpret_cast<const char*>(conteudo.Buffer()), conteudo.Size()};
+}
+
+}  // namespace
+
 CConversorModelos::CConversorModelos(Servidor& servidor, const char* classe, const char* metodo,
-                                     IZNPL_Relatorio2& repositorio, std::string modulo, std::string componente)
+                                     IZNPL_Relatorio2& repositorio, std::string modulo, std::string componente,
+                                     Destino semExito)
     : servidor_(servidor),
       classe_(classe),
       metodo_(metodo),
       modulo_(std::move(modulo)),
-      componente_(std::move(componente)) {
+      componente_(std::move(componente)),
+      semExito_(semExito) {
   repositorio.AddRef();
   *repositorio_.Out() = &repositorio;
 }
@@ -40,40 +52,113 @@ HRESULT CConversorModelos::Executa() {
     const std::string_view nome = entradas.get()[i].szNomeRelatorio;
     if (i == 0 || !text::EqualNoCase(nome, entradas.get()[i - 1].szNomeRelatorio)) nomes.push_back(nome);
   }
-  Comeca(nomes.size());
-  for (const std::string_view nome : nomes)
-    ConverteModelo(nome);
+  ConverteTodos(nomes);
   // What was said of single models says nothing of the call.
   EsqueceRazao();
   return resultado;
 }
 
-HRESULT CConversorModelos::Grava(const std::string& nome, KESTOR_FlagGravacao flag, const CMemStream& documento) const {
+void CConversorModelos::ConverteTodos(const std::vector<std::string_view>& nomes) {
+  feitos_ = 0;
+  total_ = nomes.size();
+  files::GroupedReplacements grupo;
+  grupo_ = &grupo;
+  for (const std::string_view nome : nomes) {
+    ConverteModelo(nome);
+    if (LoteCheio()) FechaLote();
+  }
+  FechaLote();
+  grupo_ = nullptr;
+}
+
+HRESULT CConversorModelos::Grava(const std::string& nome, KESTOR_FlagGravacao flag, const CMemStream& documento,
+                                 Quando quando) {
   const Servidor::Silencio silencio(servidor_);
   EsqueceRazao();
-  return repositorio_->Grava(NovoBstr(nome).get(), kVersaoDocumento, static_cast<unsigned char>(flag),
-                             static_cast<LONG>(documento.Size()), documento.Buffer());
+  const std::size_t antes = grupo_->Count();
+  const HRESULT resultado =
+      repositorio_->Grava(NovoBstr(nome).get(), kVersaoDocumento, static_cast<unsigned char>(flag),
+                          static_cast<LONG>(documento.Size()), documento.Buffer());
+  if (grupo_->Count() == antes) return resultado;
+  arquivo_ = antes;
+  if (quando == Quando::comOsOutros) return resultado;
+  grupo_->Finish();
+  const CFileException& falha = grupo_->Of(antes).failure;
+  if (falha.m_cause == CFileException::none) return resultado;
+  arquivo_.reset();
+  DizRazao("written", falha);
+  return ErrorForm(KESTOR_PROBLEMAS_AO_GRAVAR);
 }
 
-void CConversorModelos::Comeca(std::size_t total) {
-  feitos_ = 0;
-  total_ = total;
+void CConversorModelos::Encerra(std::string_view nome, Fim fim) noexcept {
+  const std::optional<std::size_t> arquivo = std::exchange(arquivo_, std::nullopt);
+  try {
+    Espera espera = {std::string(nome), std::move(fim), arquivo};
+    if (lote_.empty() && !arquivo) return Termina(espera);
+    if (lote_.empty()) inicioLote_ = std::chrono::steady_clock::now();
+    lote_.push_back(std::move(espera));
+  } catch (const std::bad_alloc&) {
+    FechaLote();
+    Relata(nome, SemMemoria());
+  }
 }
 
-void CConversorModelos::Relata(std::string_view nome, Destino destino, std::string razao, std::string_view antes,
-                               std::string_view depois, bool substitui) noexcept {
+bool CConversorModelos::LoteCheio() const {
+  // Clients show how far the call is.
+  constexpr auto kMaiorEspera = std::chrono::milliseconds(200);
+  constexpr std::size_t kMaisModelos = 1024;  // of which most have no document to store
+  return grupo_->IsFull() || lote_.size() >= kMaisModelos ||
+         (!lote_.empty() && std::chrono::steady_clock::now() - inicioLote_ > kMaiorEspera);
+}
+
+void CConversorModelos::FechaLote() noexcept {
+  grupo_->Finish();
+  for (Espera& espera : lote_)
+    Termina(espera);
+  lote_.clear();
+  grupo_->Clear();
+}
+
+void CConversorModelos::Termina(Espera& espera) noexcept {
+  std::string falta;
+  try {
+    EsqueceRazao();
+    const auto desfecho = espera.arquivo ? grupo_->Of(*espera.arquivo) : files::GroupedReplacements::Outcome();
+    falta = desfecho.notKept;
+    if (desfecho.failure.m_cause == CFileException::none) {
+      Conclui(espera.nome, espera.fim);
+    } else {
+      DizRazao("written", desfecho.failure);
+      espera.fim = {.destino = semExito_, .razao = RazaoDita()};
+    }
+  } catch (const std::bad_alloc&) {
+    espera.fim = SemMemoria();
+  }
+  Relata(espera.nome, espera.fim, std::move(falta));
+}
+
+CConversorModelos::Fim CConversorModelos::SemMemoria() const {
+  return {.destino = semExito_, .razao = "memory ran out"};  // short enough to need none
+}
+
+void CConversorModelos::Relata(std::string_view nome, const Fim& fim, std::string falta) noexcept {
   ++feitos_;
   EsqueceRazao();
-  Mudanca mudanca = Chamada();
-  mudanca.modelo = nome;
-  mudanca.razao = std::move(razao);
-  mudanca.destino = destino;
-  mudanca.feitos = feitos_;
-  mudanca.total = total_;
-  mudanca.antes = antes;
-  mudanca.depois = depois;
-  mudanca.substitui = substitui;
-  servidor_.Relata(std::move(mudanca));
+  try {
+    Mudanca mudanca = Chamada();
+    mudanca.modelo = nome;
+    mudanca.razao = fim.razao;
+    mudanca.falta = std::move(falta);
+    mudanca.destino = fim.destino;
+    mudanca.feitos = feitos_;
+    mudanca.total = total_;
+    mudanca.antes = {reinterpret_cast<const char*>(fim.antes.get()), fim.bytesAntes};
+    if (fim.depois) mudanca.depois = Vista(*fim.depois);
+    mudanca.substitui = fim.substitui;
+    servidor_.Relata(std::move(mudanca));
+  } catch (const std::bad_alloc&) {
+    // What has been done is done, told or not.
+  }
 }
 
 }  // namespace kestor

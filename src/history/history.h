@@ -131,8 +131,7 @@ class Keeper final : public files::Keeper {
   void Drop() noexcept override;
   void SeeNew(const std::string& name, const platform::Descriptor& file, bool isComplete) noexcept override;
 
-  // Why versions were not kept since this was asked last, for people; empty when all were.
-  std::string TakeTrouble() { return std::exchange(trouble_, {}); }
+  std::string TakeTrouble() override { return std::exchange(trouble_, {}); }
 
  private:
   struct Place;

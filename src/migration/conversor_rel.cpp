@@ -45,7 +45,7 @@ std::vector<std::string_view> Nomes(std::string_view texto) {
 CConversorRel::CConversorRel(IZNPL_Relatorio2& repositorio, std::string modulo, std::string componente,
                              Servidor& servidor, CriaLegado criaLegado, Modo modo)
     : CConversorModelos(servidor, "ZNPL_Relatorio2", "Inicializa", repositorio, std::move(modulo),
-                        std::move(componente)),
+                        std::move(componente), Destino::fica),
       criaLegado_(criaLegado),
       modo_(modo) {}
 
@@ -68,9 +68,7 @@ HRESULT CConversorRel::Executa() {
   const std::string texto = TextoDeBstr(lista.get());
   const std::vector<std::string_view> nomes = Nomes(texto);
   AnotaGemeos(nomes);
-  Comeca(nomes.size());
-  for (const std::string_view nome : nomes)
-    ConverteModelo(nome);
+  ConverteTodos(nomes);
   if (!nomes.empty()) EsqueceRazao();  // of single models it says nothing of the call
   return S_OK;
 }
@@ -116,45 +114,48 @@ HRESULT CConversorRel::CriaRepositorioRel() {
 
 void CConversorRel::ConverteModelo(std::string_view listado) {
   if (!rel_) return;
-  Fim fim = {Destino::fica, {}};
+  Fim fim = SemMemoria();
   try {
     EsqueceRazao();
     fim = Trata(std::string(listado));
   } catch (const ZN::CException&) {
     // One model too large for the memory must not hold up the others.
-    fim = {Destino::fica, "memory ran out"};
   } catch (const std::bad_alloc&) {
-    fim = {Destino::fica, "memory ran out"};
   }
-  Relata(listado, fim.destino, std::move(fim.razao));
+  Encerra(listado, std::move(fim));
 }
 
 CConversorRel::Fim CConversorRel::Trata(const std::string& nome) {
   if (nome.size() > kMaximoNome) {
-    return {Destino::fica, "its name has more than " + std::to_string(kMaximoNome) + " characters"};
+    return {.destino = Destino::fica, .razao = "its name has more than " + std::to_string(kMaximoNome) + " characters"};
   }
   if (const auto gemeo = gemeos_.find(text::Upper(nome)); gemeo != gemeos_.end()) {
     const std::string arquivos = gemeo->second.empty() ? "of that name" : gemeo->second;
-    return {Destino::fica, "the files " + arquivos + " differ in letter case alone: rename or remove one of them"};
+    return {.destino = Destino::fica,
+            .razao = "the files " + arquivos + " differ in letter case alone: rename or remove one of them"};
   }
   const bool tratado = !tratados_.insert(text::Upper(nome)).second;
   if (tratado || GetFileAttributesA(CaminhoRelGravado(prefixo_, nome).c_str()) == INVALID_FILE_ATTRIBUTES) {
-    return {Destino::fica, "its file has more in its name than \"" + text::Presentable(text::ToUtf8(nome)) + "\""};
+    return {.destino = Destino::fica,
+            .razao = "its file has more in its name than \"" + text::Presentable(text::ToUtf8(nome)) + "\""};
   }
   const bool temDocumento = existentes_.contains(text::Upper(nome)) && HaDocumento(nome);
-  Fim fim = temDocumento ? Fim{Destino::descartado, {}} : Converte(nome);
-  if (fim.destino == Destino::fica) return fim;
+  return temDocumento ? Fim{.destino = Destino::descartado} : Converte(nome);
+}
+
+// Only a model whose document is on the disk is deleted.
+void CConversorRel::Conclui(const std::string& nome, Fim& fim) {
+  if (fim.destino == Destino::fica) return;
   ExcluiRel(nome);
   fim.razao = RazaoDita();
   // A document that was there before is no reason to count the model as gone.
-  if (temDocumento && !fim.razao.empty()) fim.destino = Destino::fica;
-  return fim;
+  if (fim.destino == Destino::descartado && !fim.razao.empty()) fim.destino = Destino::fica;
 }
 
 CConversorRel::Fim CConversorRel::Converte(const std::string& nome) {
   const auto fica = [](const std::string& frase) {
     const std::string dita = RazaoDita();
-    return Fim{Destino::fica, dita.empty() ? frase : dita};
+    return Fim{.destino = Destino::fica, .razao = dita.empty() ? frase : dita};
   };
   EsqueceRazao();  // why a listed document is none
   if (const HRESULT leitura = conteudo_.Carrega(nome); leitura != S_OK) return fica("it cannot be read");
@@ -167,8 +168,8 @@ CConversorRel::Fim CConversorRel::Converte(const std::string& nome) {
   if (!GeraDocumento(conteudo_, nome, documento)) return fica("its document cannot be made");
   // What is there is not overwritten: it may be the document of another station, which has converted the model at the
   // same moment.
-  const HRESULT gravacao = Grava(nome, KESTOR_NaoSobreescrever, documento);
-  if (gravacao == S_OK) return {Destino::convertido, {}};
+  const HRESULT gravacao = Grava(nome, KESTOR_NaoSobreescrever, documento, Quando::comOsOutros);
+  if (gravacao == S_OK) return {.destino = Destino::convertido};
   const std::string arquivo = CaminhoRelatorioGravado(Modulo() + Componente(), nome);
   return fica(gravacao == NoticeForm(KESTOR_ARQUIVO_JA_EXISTE)
                   ? "there is a file " + text::Presentable(text::ToUtf8(arquivo)) + " already"

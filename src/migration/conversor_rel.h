@@ -43,13 +43,8 @@ class CConversorRel final : public CConversorModelos {
   void ConverteModelo(std::string_view nome) override;
 
  private:
-  // What became of a model, and why.
-  struct Fim {
-    Destino destino;
-    std::string razao;
-  };
-
   HRESULT CriaRepositorioRel();
+  void Conclui(const std::string& nome, Fim& fim) override;
   void AnotaGemeos(const std::vector<std::string_view>& nomes);
   Fim Trata(const std::string& nome);
   Fim Converte(const std::string& nome);

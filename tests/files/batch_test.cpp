@@ -1,9 +1,135 @@
-// What serves work on many files: looking whether one has changed.
+// What serves work on many files: flushing them together, and looking whether one has changed.
+#include <sys/resource.h>
+
+#include <cerrno>
+#include <thread>
+
 #include "fixture.h"
 
 namespace {
 
-using BatchTest = FilesTest;
+class BatchTest : public FilesTest {
+ protected:
+  // Another station: what is in a group is its thread's own.
+  template <typename Body>
+  static void AtAnotherStation(const Body& body) {
+    std::thread(body).join();
+  }
+
+  static void Put(const std::string& name, const std::string& content, UINT flags = 0) {
+    CFile file;
+    ASSERT_EQ(OpenError(&file, ("D:\\" + name).c_str(), kCreateExclusive | flags), 0) << name;
+    file.Write(content.data(), static_cast<UINT>(content.size()));
+    file.Close();
+  }
+};
+
+TEST_F(BatchTest, ContentsThenNamesThenTheFolder) {
+  WriteFile("Old.txt", "old");
+  WriteFile("Other.txt", "old");
+  files::GroupedReplacements group;
+  const SystemCalls system;
+  Put("NEW.txt", "new", files::mustBeNew);
+  Put("OLD.txt", "replaced");
+  Put("OTHER.TXT", "spelt anew", files::nameAsGiven);
+  EXPECT_TRUE(system.Seen().empty());
+  EXPECT_EQ(group.Count(), 3U);
+  AtAnotherStation([] {
+    EXPECT_EQ(OpenError("D:\\NEW.TXT", kReadShared), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(OpenError("D:\\new.txt", kCreateExclusive), ERROR_SHARING_VIOLATION);
+    EXPECT_EQ(OpenError("D:\\Old.txt", kReadShared), ERROR_SHARING_VIOLATION);
+    EXPECT_EQ(ErrorOf([] { CFile::Remove("D:\\Old.txt"); }), ERROR_SHARING_VIOLATION);
+  });
+  EXPECT_EQ(ReadFile("Old.txt"), "old");
+  group.Finish();
+  EXPECT_EQ(system.Seen(),
+            (Names{"fsync file", "fsync file", "fsync file", "rename2 hidden NEW.txt", "rename hidden Old.txt",
+                   "rename2 Other.txt OTHER.TXT", "rename hidden OTHER.TXT", "fsync folder"}));
+  for (std::size_t i = 0; i < 3; ++i)
+    EXPECT_EQ(group.Of(i).failure.m_cause, CFileException::none);
+  AtAnotherStation([] { EXPECT_EQ(Content("D:\\old.txt"), "replaced"); });
+  EXPECT_EQ(Here(), (Names{"NEW.txt", "OTHER.TXT", "Old.txt"}));
+}
+
+// What is not flushed keeps its old content, and what cannot get its name is no other file's trouble. The outcomes of
+// files that have had to be finished in between are there all the same.
+TEST_F(BatchTest, EachFailsForItself) {
+  WriteFile("B.TXT", "old");
+  files::GroupedReplacements group;
+  {
+    int flushes = 0;
+    const SystemCalls system([&](const host::SystemCall& call) {
+      return host::Fate{.error = std::string_view(call.name) == "fsync" && ++flushes == 2 ? EIO : 0};
+    });
+    for (const char* const name : {"A.TXT", "B.TXT", "C.TXT"})
+      Put(name, "new", files::nameAsGiven);
+    EXPECT_EQ(Content("D:\\c.txt"), "new");
+  }
+  Put("D.TXT", "new", files::mustBeNew);
+  Put("E.TXT", "new");
+  WriteFile("d.txt", "made by a program that knows of no locks");
+  group.Finish();
+  std::string failures;
+  for (std::size_t i = 0; i < group.Count(); ++i) {
+    const CFileException& failure = group.Of(i).failure;
+    failures += failure.m_strFileName + " " + std::to_string(failure.m_lOsError) + ",";
+  }
+  EXPECT_EQ(failures, " 0,D:\\B.TXT 1117, 0,D:\\D.TXT 80, 0,");
+  EXPECT_EQ(Here(), (Names{"A.TXT", "B.TXT", "C.TXT", "E.TXT", "d.txt"}));
+  EXPECT_EQ(ReadFile("B.TXT"), "old");
+}
+
+TEST_F(BatchTest, TheThreadFindsWhatItHasWritten) {
+  const std::pair<const char*, std::function<void()>> looks[] = {
+      {"reading", [] { EXPECT_EQ(Content("D:\\Sub\\..\\a.txt"), "new"); }},
+      {"attributes", [] { EXPECT_EQ(GetFileAttributesA("D:\\a.txt "), FILE_ATTRIBUTE_NORMAL); }},
+      {"a search",
+       [] {
+         _finddata_t found{};
+         const std::intptr_t search = _findfirst("D:\\A*", &found);
+         EXPECT_STREQ(found.name, "A.TXT");
+         _findclose(search);
+       }},
+      {"writing", [] { Put("a.txt", "once more"); }},
+      {"a name that is taken", [] { EXPECT_EQ(OpenError("D:\\a.txt", kCreateExclusive | files::mustBeNew), 80); }},
+      {"renaming", [] { CFile::Rename("D:\\a.txt", "D:\\B.TXT"); }},
+      {"a link to it", [] { EXPECT_EQ(Content("D:\\Link.txt"), "new"); }},
+      {"removing", [] { CFile::Remove("D:\\a.txt"); }},
+  };
+  for (const auto& [what, look] : looks) {
+    SCOPED_TRACE(what);
+    fs::remove("A.TXT");
+    fs::remove("Link.txt");
+    const bool linked = std::string_view(what) == "a link to it";
+    if (linked) WriteFile("A.TXT", "old");
+    if (linked) fs::create_symlink("A.TXT", "Link.txt");
+    files::GroupedReplacements group;
+    const files::GroupedReplacements inner;
+    Put("A.TXT", "new");
+    Put("Z.TXT", "no matter");
+    EXPECT_NE(OpenError("D:\\Missing.txt", kReadShared), 0);
+    EXPECT_FALSE(fs::exists("A.TXT") && !linked) << "for the sake of another name";
+    EXPECT_EQ(inner.Count(), 0U);
+    look();
+  }
+}
+
+TEST_F(BatchTest, AsManyAsTheProcessMayHaveOpen) {
+  Elsewhere([] {
+    const rlimit few = {40, 40};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    std::size_t count = 0;
+    {
+      files::GroupedReplacements group;
+      for (; !group.IsFull() && count < 100; ++count)
+        Put(std::to_string(count), "content");
+      Put("Large", std::string(20 << 20, 'x'));
+      EXPECT_TRUE(group.IsFull());
+    }
+    EXPECT_EQ(Here().size(), count + 1);
+    EXPECT_GT(count, 60U);
+  });
+}
 
 // Whether a file has changed can be told once its last change lies some seconds back.
 TEST_F(BatchTest, AFileThatIsStillWhatItWas) {

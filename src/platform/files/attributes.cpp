@@ -6,6 +6,7 @@
 #include "files.h"
 #include "lookup.h"
 #include "platform/kernel/host_error.h"
+#include "replacement_group.h"
 
 namespace {
 
@@ -24,6 +25,7 @@ DWORD GetFileAttributesA(const char* path) {
   files::PathName translated;
   struct stat status = {};
   if (files::TranslatePath(files::TextOf(path), &translated) != ERROR_SUCCESS) return INVALID_FILE_ATTRIBUTES;
+  files::FinishGroupWith(translated);
   if (StatusOf(translated, &status) != ERROR_SUCCESS) return INVALID_FILE_ATTRIBUTES;
   if (S_ISDIR(status.st_mode)) return FILE_ATTRIBUTE_DIRECTORY;
   if (translated.meansFolder) return INVALID_FILE_ATTRIBUTES;

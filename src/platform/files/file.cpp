@@ -10,6 +10,7 @@
 #include "platform/kernel/host_error.h"
 #include "platform/text/text.h"
 #include "replacement.h"
+#include "replacement_group.h"
 
 using files::Denial;
 using files::OpenMode;
@@ -39,6 +40,7 @@ struct CFile::OpenFile {
   // Whether the next writing is the first one into a content that was there and can be read.
   bool IsFirstInPlace() const { return replacement == nullptr && !createdIn && !written && reads; }
 
+  DWORD Begin(const files::PathName& path, const OpenMode& mode, UINT flags);
   void PrepareToWrite();
   DWORD Finish();
 };
@@ -95,23 +97,11 @@ BOOL CFile::Open(const char* path, UINT flags, CFileException* error) {
   files::PathName translated;
   DWORD code = mode ? files::TranslateFilePath(open->name.c_str(), &translated) : ERROR_INVALID_PARAMETER;
   if (code == ERROR_SUCCESS) {
-    open->reads = mode->share.reads;
-    open->writes = mode->share.writes;
-    if (mode->ReplacesWhole() || (flags & files::wholeUpdate) != 0) {
-      open->replacement = std::make_unique<files::Replacement>();
-      code = open->replacement->Begin(translated, {.nameAsGiven = (flags & files::nameAsGiven) != 0,
-                                                   .mustBeNew = (flags & files::mustBeNew) != 0,
-                                                   .keepsContent = (flags & files::wholeUpdate) != 0});
-      open->written = mode->create;
-    } else if (mode->create) {
-      code = files::OpenOrCreate(translated, *mode, &open->own, &open->createdIn);
-      if (files::Keeper* const keeper = files::Keeping::Current(); keeper != nullptr && open->createdIn)
-        keeper->SeeNew(open->PlainName(), open->own, false);
-      open->written = mode->truncate;
-    } else {
-      code = files::OpenExisting(translated, *mode, &open->own, &open->lengthAtOpening);
-      open->keepsLength = !open->writes && mode->share.denies != Denial::none;
-    }
+    files::FinishGroupWith(translated);
+    code = open->Begin(translated, *mode, flags);
+    // It may be this thread's own waiting files that stand in the way.
+    const bool mayBeOwn = code == ERROR_TOO_MANY_OPEN_FILES || code == ERROR_SHARING_VIOLATION;
+    if (mayBeOwn && files::FinishGroup()) code = open->Begin(translated, *mode, flags);
   }
   if (code == ERROR_SUCCESS) {
     m_open = std::move(open);
@@ -204,6 +194,28 @@ void CFile::Abort() noexcept {
   m_open.reset();
 }
 
+DWORD CFile::OpenFile::Begin(const files::PathName& path, const OpenMode& mode, UINT flags) {
+  DWORD error = ERROR_SUCCESS;
+  reads = mode.share.reads;
+  writes = mode.share.writes;
+  if (mode.ReplacesWhole() || (flags & files::wholeUpdate) != 0) {
+    replacement = std::make_unique<files::Replacement>();
+    error = replacement->Begin(path, {.nameAsGiven = (flags & files::nameAsGiven) != 0,
+                                      .mustBeNew = (flags & files::mustBeNew) != 0,
+                                      .keepsContent = (flags & files::wholeUpdate) != 0});
+    written = mode.create;
+  } else if (mode.create) {
+    error = files::OpenOrCreate(path, mode, &own, &createdIn);
+    if (files::Keeper* const keeper = files::Keeping::Current(); keeper != nullptr && createdIn)
+      keeper->SeeNew(PlainName(), own, false);
+    written = mode.truncate;
+  } else {
+    error = files::OpenExisting(path, mode, &own, &lengthAtOpening);
+    keepsLength = !writes && mode.share.denies != Denial::none;
+  }
+  return error;
+}
+
 void CFile::OpenFile::PrepareToWrite() {
   if (!writes) Fail(ERROR_ACCESS_DENIED);
   writeError = replacement != nullptr ? replacement->PrepareToWrite() : DWORD{ERROR_SUCCESS};
@@ -216,7 +228,12 @@ void CFile::OpenFile::PrepareToWrite() {
 
 DWORD CFile::OpenFile::Finish() {
   if (writeError != ERROR_SUCCESS && replacement != nullptr) return writeError;
-  if (replacement != nullptr) return written ? replacement->Commit() : DWORD{ERROR_SUCCESS};
+  if (replacement != nullptr && !written) return ERROR_SUCCESS;
+  if (files::ReplacementGroup* const group = files::ReplacementGroup::Current(); group != nullptr && replacement) {
+    group->Add(replacement, name);
+    return ERROR_SUCCESS;
+  }
+  if (replacement != nullptr) return replacement->Commit();
   if (!written && !createdIn) return platform::OsError(own.Close());
   // Others on this machine need not wait for the disk: whatever they write on top is flushed with it. If they cannot be
   // let in now, they are when the file is closed. On another machine they read what has been flushed.

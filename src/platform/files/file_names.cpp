@@ -7,6 +7,7 @@
 #include "lookup.h"
 #include "opening.h"
 #include "platform/kernel/host_error.h"
+#include "replacement_group.h"
 #include "reservation.h"
 
 namespace files {
@@ -27,6 +28,7 @@ DWORD FlushRemoval(host::Descriptor folder) {
 DWORD RemoveFile(std::string_view text) {
   PathName path;
   if (const DWORD error = TranslateFilePath(text, &path); error != ERROR_SUCCESS) return error;
+  FinishGroupWith(path);
   Location location;
   host::Descriptor file;
   if (const DWORD error = OpenLocated(path, kExclusiveReading, &location, &file); error != ERROR_SUCCESS) return error;
@@ -110,6 +112,8 @@ DWORD RenameFile(std::string_view oldText, std::string_view newText, bool* isOfN
   if (const DWORD error = TranslateFilePath(oldText, &oldPath); error != ERROR_SUCCESS) return error;
   *isOfNew = true;
   if (const DWORD error = TranslateFilePath(newText, &newPath); error != ERROR_SUCCESS) return error;
+  FinishGroupWith(oldPath);
+  FinishGroupWith(newPath);
   return UntilNotOvertaken([&] { return Renaming().Try(oldPath, newPath, isOfNew); });
 }
 

@@ -122,9 +122,9 @@ class CFile {
   // Writes what was written to the disk while others still have to wait.
   virtual void Flush();
 
-  // Lets go of the file and writes what was written to the disk; what is created as a whole takes its name now. When
-  // this throws, the file is no longer open, and what was to be replaced as a whole is as it was (or as it was to
-  // become, if all that failed was the folder's last flushing).
+  // Lets go of the file and writes what was written to the disk; what is created as a whole takes its name now, unless
+  // a GroupedReplacements of the thread takes it over. When this throws, the file is no longer open, and what was to be
+  // replaced as a whole is as it was (or as it was to become, if all that failed was the folder's last flushing).
   virtual void Close();
 
   // Lets go of the file without committing; never throws.
@@ -144,6 +144,53 @@ class CFile {
   struct OpenFile;
   std::unique_ptr<OpenFile> m_open;
 };
+
+// ---- Many files -----------------------------------------------------------------------------------------------------
+
+namespace files {
+
+class ReplacementGroup;
+
+// While one lives, the files that its thread writes as a whole take their names together: the disk flushes a hundred of
+// them nearly as fast as one. Close hands such a file over, complete under its hidden name and held as before, and
+// succeeds although the disk still keeps what was there. Finish flushes the contents of all, then gives each its name,
+// then flushes the folder once. Each fails for itself.
+//
+// The thread finds what it has written: before it opens, removes, renames or looks for a file of such a name, and
+// before it searches a folder, the waiting files take their names. They also do so before an opening fails for want of
+// descriptors or because a file is in use. One within another does nothing.
+class GroupedReplacements {
+ public:
+  // What became of a file.
+  struct Outcome {
+    CFileException failure;    // with the cause `none` when the content is on the disk under its name
+    std::string notKept = {};  // what the thread's keeper says in this case of the file that was there
+  };
+
+  GroupedReplacements();
+  ~GroupedReplacements();  // finishes; the outcomes are lost
+  GroupedReplacements(const GroupedReplacements&) = delete;
+  GroupedReplacements& operator=(const GroupedReplacements&) = delete;
+
+  // How many files have been handed over since the beginning, or Clear.
+  std::size_t Count() const;
+
+  // True when it is time to finish: more files would use too many descriptors and too much memory, and gain nothing.
+  bool IsFull() const;
+
+  void Finish() noexcept;
+
+  // Of the file that was handed over as the `number`-th, from 0. After Finish.
+  const Outcome& Of(std::size_t number) const;
+
+  // Forgets the outcomes. After Finish.
+  void Clear();
+
+ private:
+  const std::unique_ptr<ReplacementGroup> m_group;  // null within another one
+};
+
+}  // namespace files
 
 // ---- Many removals -------------------------------------------------------------------------------------------------
 

@@ -31,6 +31,8 @@ class Keeper {
   virtual void Drop() noexcept = 0;
   // A file has been made where none was; it is complete, or still to be written to.
   virtual void SeeNew(const std::string& name, const platform::Descriptor& file, bool isComplete) noexcept = 0;
+  // Why files were not kept since this was asked last, for people; empty when all were.
+  virtual std::string TakeTrouble() { return {}; }
 
  protected:
   ~Keeper() = default;

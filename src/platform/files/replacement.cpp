@@ -125,13 +125,28 @@ DWORD Replacement::KeepAndTakeName() {
 }
 
 DWORD Replacement::Commit() {
-  DWORD error = platform::OsError(host::Sync(File()));
+  DWORD error = FlushContent();
   if (error == ERROR_SUCCESS) error = KeepAndTakeName();
   if (error == ERROR_SUCCESS) error = platform::OsError(host::Sync(location_.folder));
-  reservation_.Cancel();
-  old_.Close();
+  LetGo();
   FolderIndexes::OfProcess().CatchUp();
   return error;
+}
+
+DWORD Replacement::FlushContent() const {
+  return platform::OsError(host::Sync(File()));
+}
+
+void Replacement::LetGo() noexcept {
+  reservation_.Cancel();
+  old_.Close();
+}
+
+bool Replacement::Has(const std::string& folded) const {
+  std::string own;
+  for (const std::string& name : {location_.name, newSpelling_, linkName_})
+    if (!name.empty() && FoldName(name, &own) && own == folded) return true;
+  return false;
 }
 
 }  // namespace files

@@ -36,12 +36,21 @@ class Replacement {
   // disk has what was there, except when it was the flushing of the folder that failed: then the new content is there.
   DWORD Commit();
 
+  // The steps of Commit, for several files together.
+  void StartFlushing() const { host::StartWriting(File()); }
+  DWORD FlushContent() const;
+  DWORD KeepAndTakeName();
+  const host::Descriptor& Folder() const { return location_.folder; }  // to be flushed
+  void LetGo() noexcept;
+
+  // True for the name that the file gets, and for that of a symbolic link to it, in whatever letter case.
+  bool Has(const std::string& folded) const;
+
  private:
   DWORD TryBegin(const PathName& path, bool isFirstAttempt);
   DWORD Reserve();
   DWORD FollowLink();
   DWORD RefuseTakenName();
-  DWORD KeepAndTakeName();
   DWORD TakeName();
 
   Manner manner_;

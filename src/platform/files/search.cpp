@@ -12,6 +12,7 @@
 #include "lookup.h"
 #include "platform/text/text.h"
 #include "reading.h"
+#include "replacement_group.h"
 
 namespace files {
 namespace {
@@ -154,6 +155,7 @@ std::intptr_t _findfirst(const char* pattern, _finddata_t* found) {
   files::PathName path;
   std::string names;
   if (files::TranslatePattern(files::TextOf(pattern), &path, &names) != ERROR_SUCCESS) return -1;
+  files::FinishGroup();
   host::Descriptor folder;
   if (files::OpenWholeFolder(path, &folder) != ERROR_SUCCESS) return -1;
   auto search = std::make_unique<files::Search>(names);

@@ -269,6 +269,10 @@ int Sync(const Descriptor& fileOrFolder) {
   return error == EINVAL ? 0 : error;
 }
 
+void StartWriting(const Descriptor& file) {
+  sync_file_range(file.Number(), 0, 0, SYNC_FILE_RANGE_WRITE);
+}
+
 int SyncData(const Descriptor& file) {
   return Repeat({"fdatasync", file.Number()}, [&] { return fdatasync(file.Number()); });
 }

@@ -95,6 +95,7 @@ int Read(int descriptor, void* buffer, std::size_t count, std::size_t* read);  /
 int Write(int descriptor, const void* buffer, std::size_t count, std::size_t* written);
 int Truncate(const Descriptor& file, off_t length);
 int Sync(const Descriptor& fileOrFolder);
+void StartWriting(const Descriptor& file);  // what the system still has in memory of the content; nothing waits for it
 int SyncData(const Descriptor& file);
 void ForgetContent(const Descriptor& file);  // what this machine keeps in memory of what it has read
 int ChangeMode(const Descriptor& file, mode_t mode);

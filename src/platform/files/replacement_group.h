@@ -1,0 +1,59 @@
+// Files that were written as a whole and wait for their names.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "files.h"
+#include "replacement.h"
+
+namespace files {
+
+class ReplacementGroup {
+ public:
+  ReplacementGroup();
+  ~ReplacementGroup();
+  ReplacementGroup(const ReplacementGroup&) = delete;
+  ReplacementGroup& operator=(const ReplacementGroup&) = delete;
+
+  // That of the thread; null when there is none.
+  static ReplacementGroup* Current();
+
+  // Takes over a file that is complete. `path`: as it was given, for failures. Throws std::bad_alloc, and the file is
+  // then still the caller's.
+  void Add(std::unique_ptr<Replacement>& replacement, const std::string& path);
+
+  // False when no file waits.
+  bool Finish() noexcept;
+
+  std::size_t Count() const { return members_.size(); }
+  bool IsFull() const;
+  const GroupedReplacements::Outcome& Of(std::size_t number) const { return members_[number].outcome; }
+  void Clear() { members_.clear(); }
+
+  // Whether one of the waiting files is to get the name.
+  bool Awaits(const std::string& name) const;
+
+ private:
+  struct Member {
+    std::unique_ptr<Replacement> replacement;  // null once the file has its name, or has failed
+    std::string path;
+    GroupedReplacements::Outcome outcome;
+    DWORD error = ERROR_SUCCESS;
+  };
+
+  static DWORD TakeName(Member& member) noexcept;
+
+  std::vector<Member> members_;
+  std::size_t waiting_ = 0;  // the last ones
+  off_t bytes_ = 0;          // of these
+};
+
+// For what the thread does next with the file of a path: gives waiting files their names if one of them is meant.
+void FinishGroupWith(const PathName& path);
+
+// Gives all waiting files of the thread their names. False when there are none.
+bool FinishGroup() noexcept;
+
+}  // namespace files
