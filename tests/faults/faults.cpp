@@ -55,18 +55,39 @@ host::Fate Decide(const host::SystemCall& call) {
   return {.error = strike.struck && call.bytes != 0 ? std::exchange(attack.errorBehind, 0) : 0};
 }
 
+// Before a call is made.
+void NoteWhatIsTooEarly(const host::SystemCall& call) {
+  const std::string_view name = call.name;
+  struct stat status {};
+  const std::string_view file = call.path;
+  if (name == "unlinkat" && (file.ends_with(".REL") || file.ends_with(".REE"))) {
+    const std::string document = std::string(file.substr(0, file.find('.'))) + ".RXL";
+    if (fstat(call.descriptor, &status) == 0 && strike.gained.contains({status.st_ino, document}))
+      strike.tooEarly.insert(call.path);
+  } else if (name.starts_with("rename") && *call.newPath != '.') {
+    if (fstatat(call.descriptor, call.path, &status, 0) == 0 && strike.unflushed.contains(status.st_ino))
+      strike.tooEarly.insert(call.newPath);
+  }
+}
+
 // Processes are killed here, not the machine: whether all is flushed is told by books.
 void Note(const host::SystemCall& call) {
   const std::string_view name = call.name;
   struct stat status {};
   if (name.ends_with("sync")) {
-    if (fstat(call.descriptor, &status) == 0) strike.unflushed.erase(status.st_ino);
+    if (fstat(call.descriptor, &status) == 0) {
+      strike.unflushed.erase(status.st_ino);
+      std::erase_if(strike.gained, [&](const auto& gained) { return gained.first == status.st_ino; });
+    }
   } else if (name == "pwrite") {
     if (fstat(call.descriptor, &status) == 0) strike.unflushed.insert(status.st_ino);
   } else if (ChangesNames(name)) {
     // Hidden names need not outlive anything.
     if (*call.path != '.' && fstat(call.descriptor, &status) == 0) strike.unflushed.insert(status.st_ino);
-    if (*call.newPath != '.' && fstat(call.newFolder, &status) == 0) strike.unflushed.insert(status.st_ino);
+    if (call.newFolder >= 0 && *call.newPath != '.' && fstat(call.newFolder, &status) == 0) {
+      strike.unflushed.insert(status.st_ino);
+      strike.gained.emplace(status.st_ino, call.newPath);
+    }
   }
 }
 
@@ -74,12 +95,17 @@ void Note(const host::SystemCall& call) {
 host::Fate Judge(const host::SystemCall& call) {
   attacked = false;
   const host::Fate fate = Decide(call);
+  if (fate.error == 0) NoteWhatIsTooEarly(call);
   if (fate.error == 0) Note(call);
   attacked = true;
   return fate;
 }
 
 }  // namespace
+
+const Strike& Book() {
+  return strike;
+}
 
 Strike Run(const Attack& how, const std::function<void()>& operation) {
   attack = how;

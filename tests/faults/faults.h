@@ -7,6 +7,7 @@
 #include <functional>
 #include <set>
 #include <string>
+#include <utility>
 
 namespace faults {
 
@@ -30,7 +31,14 @@ struct Strike {
   // The inodes of files that were written, and of folders in which visible names changed, and that were not flushed
   // after that.
   std::set<ino_t> unflushed = {};
+  std::set<std::pair<ino_t, std::string>> gained = {};  // folders with names that they got after they were flushed last
+  // What a power failure between two calls could have made of it: names of files that took them before their content
+  // was flushed, and of first-generation files that went before the name of their document was.
+  std::set<std::string> tooEarly = {};
 };
+
+// What has happened so far, for what runs within the operation.
+const Strike& Book();
 
 // Runs an operation under attack.
 Strike Run(const Attack& attack, const std::function<void()>& operation);

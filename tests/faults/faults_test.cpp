@@ -116,6 +116,8 @@ class FaultsTest : public Station {
     where_ = std::string(operation.name) + ", place " + std::to_string(attack.call + attack.allocation) + " " +
              strike.call + ", error " + std::to_string(attack.error) + ", answer " + answer + ": ";
     if (descriptors() > descriptorsBefore) Lost("a descriptor is left open");
+    for (const std::string& name : strike.tooEarly)
+      Lost(name + " is changed too early");
     if (!strike.struck) return strike.reached;
     ++points_;
 

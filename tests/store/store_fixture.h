@@ -21,7 +21,12 @@ struct Counter final : kestor::Servidor {
     return guard ? guard(operation) : nullptr;
   }
 
+  void Anota(const kestor::Mudanca& change) override {
+    if (told) told(change);
+  }
+
   std::function<files::Keeper*(const kestor::Mudanca&)> guard;
+  std::function<void(const kestor::Mudanca&)> told;
 };
 
 // The names of a list, which is freed, with a comma after each, in UTF-8.

@@ -1,0 +1,164 @@
+// Migrations and renumberings of several batches: killed at any moment, and told of no sooner than they are on the
+// disk.
+#include <sys/stat.h>
+
+#include <csignal>
+#include <random>
+
+#include "../document/document_fixture.h"
+#include "../migration/conversion_fixture.h"
+#include "document/rel_converte.h"
+#include "faults.h"
+#include "support/system_calls.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using support::Child;
+using support::ReadFile;
+using support::Text;
+using support::WriteFile;
+
+constexpr int kModels = 150;  // two batches are full
+
+class BatchesTest : public ConversionTest {
+ protected:
+  static std::string Name(int i) { return "Modelo" + std::to_string(100 + i); }
+
+  void PutModels() {
+    const std::string model = LegacyContent({.columns = {{205, 10, 'D'}, {310, 20, 'E'}}}, 2).bytes;
+    const std::string settings = SettingsBytes({{"item", "", 'A', 0}});
+    for (int i = 0; i < kModels; ++i) {
+      WriteFile(File(Name(i), ".REL"), model);
+      WriteFile(File(Name(i), ".REE"), settings);
+    }
+  }
+
+  void PutDocuments() {
+    for (int i = 0; i < kModels; ++i)
+      WriteFile(File(Name(i), ".RXL"), Document(i, 205));
+  }
+
+  static std::string Document(int i, std::uint16_t code) {
+    kestor::CDocRelatorio document;
+    document.nome = Name(i);
+    document.camposEscolhidos.campos.assign(3, {code, "Valor", "", 10, 'E', 'A', false, 0});
+    return std::string("\1\0", 2) + Content(document);
+  }
+
+  void Migrate() { EXPECT_EQ(Initialise2(), "0x00000000"); }
+
+  void Renumber(REL_CODIGO_CAMPOS_ALTERADOS pair) {
+    ComPtr<IZNPL_RelConverte> converter;
+    kestor::CRelConverte::Cria<kestor::CRelConverte>(IID_IZNPL_RelConverte, converter.OutVoid(), counter_,
+                                                     MakeMigratingStore);
+    EXPECT_EQ(converter->AlteraCodigoCampos(Text(u"CT"), Text(u"01"), 1, &pair), S_OK);
+  }
+
+  // The record files aside, also hidden ones.
+  std::string ModelFiles() const {
+    std::string files;
+    for (const std::string& name : support::Names(Reports())) {
+      if (!name.starts_with("ZN")) files += name + " ";
+    }
+    return files;
+  }
+
+  // Kills a process that does the work at a moment of chance, as often as the test is long, and looks at what is there.
+  void KillAtRandom(const std::function<void()>& prepare, const std::function<void()>& work,
+                    const std::function<void(int)>& look) {
+    prepare();
+    work();
+    const std::string whole = ModelFiles();
+    prepare();
+    std::size_t calls = 0;
+    {
+      const support::SystemCalls system([&](const host::SystemCall&) {
+        ++calls;
+        return host::Fate();
+      });
+      work();
+    }
+    std::mt19937 random(22);
+    int killed = 0;
+    for (int round = 0; round < (support::LongTests() ? 1000 : 15); ++round) {
+      prepare();
+      const std::size_t call = 1 + random() % calls;
+      Child server([&] {
+        faults::Run({.call = call, .kills = true}, work);
+        return 0;
+      });
+      killed += server.Wait() == 128 + SIGKILL ? 1 : 0;
+      for (int i = 0; i < kModels; ++i)
+        look(i);
+      work();
+      EXPECT_EQ(ModelFiles(), whole) << "killed before call " << call;
+      if (HasFailure()) return;
+    }
+    EXPECT_GT(killed, 10);
+  }
+};
+
+// A document is there before its model goes, and none is half or twice there. (The model of a document that is there
+// already goes the next time.) What a killed process leaves belongs to the next.
+TEST_F(BatchesTest, KilledMigrations) {
+  PutModels();
+  Migrate();
+  const std::string settings = ReadFile(File(Name(0), ".RXL"));
+  const auto expected = [&](int i) { return std::string(settings).replace(settings.find(Name(0)), 9, Name(i)); };
+  const auto prepare = [&] {
+    for (const std::string& name : support::Names(Reports()))
+      fs::remove(Reports() / name);
+    PutModels();
+  };
+  KillAtRandom(
+      prepare, [&] { Migrate(); },
+      [&](int i) {
+        const bool hasModel = fs::exists(File(Name(i), ".REL"));
+        const bool hasDocument = fs::exists(File(Name(i), ".RXL"));
+        EXPECT_TRUE(hasModel || hasDocument) << Name(i);
+        EXPECT_TRUE(hasDocument || fs::exists(File(Name(i), ".REE"))) << Name(i);
+        EXPECT_TRUE(!hasDocument || ReadFile(File(Name(i), ".RXL")) == expected(i)) << Name(i);
+      });
+}
+
+TEST_F(BatchesTest, KilledRenumberings) {
+  PutDocuments();
+  KillAtRandom([&] { PutDocuments(); },
+               [&] {
+                 Renumber({205, 310});
+               },
+               [&](int i) {
+                 const std::string document = ReadFile(File(Name(i), ".RXL"));
+                 EXPECT_TRUE(document == Document(i, 205) || document.find("310") != std::string::npos) << document;
+                 kestor::CDocRelatorio read;
+                 EXPECT_TRUE(Load(read, document.substr(2))) << document;
+               });
+}
+
+// The order of a power failure: contents, names, the folder, then what is told, and what is deleted.
+TEST_F(BatchesTest, ToldWhenItIsOnTheDisk) {
+  int told = 0;
+  std::size_t done = 0;
+  counter_.told = [&](const kestor::Mudanca& change) {
+    if (change.destino == kestor::Destino::nenhum) return;
+    ++told;
+    EXPECT_EQ(change.feitos, ++done) << change.modelo;
+    EXPECT_EQ(change.modelo, Name(static_cast<int>(done) - 1)) << "in their order";
+    struct stat status {};
+    EXPECT_EQ(stat(File(std::string(change.modelo), ".RXL").c_str(), &status), 0) << change.modelo;
+    EXPECT_FALSE(faults::Book().unflushed.contains(status.st_ino)) << change.modelo;
+    ASSERT_EQ(stat(Reports().c_str(), &status), 0);
+    EXPECT_FALSE(faults::Book().gained.contains({status.st_ino, File(std::string(change.modelo), ".RXL").filename()}))
+        << change.modelo;
+  };
+  PutModels();
+  EXPECT_TRUE(faults::Run({}, [&] { Migrate(); }).tooEarly.empty());
+  EXPECT_EQ(told, kModels);
+  done = 0;
+  EXPECT_TRUE(faults::Run({}, [&] { Renumber({205, 310}); }).tooEarly.empty());
+  EXPECT_EQ(told, 2 * kModels);
+}
+
+}  // namespace
