@@ -73,17 +73,25 @@ void CConversorModelos::ConverteTodos(const std::vector<std::string_view>& nomes
 
 HRESULT CConversorModelos::Grava(const std::string& nome, KESTOR_FlagGravacao flag, const CMemStream& documento,
                                  Quando quando) {
-  const Servidor::Silencio silencio(servidor_);
-  EsqueceRazao();
-  const std::size_t antes = grupo_->Count();
-  const HRESULT resultado =
-      repositorio_->Grava(NovoBstr(nome).get(), kVersaoDocumento, static_cast<unsigned char>(flag),
-                          static_cast<LONG>(documento.Size()), documento.Buffer());
-  if (grupo_->Count() == antes) return resultado;
-  arquivo_ = antes;
+  std::size_t numero = 0;
+  const auto tenta = [&] {
+    const Servidor::Silencio silencio(servidor_);
+    EsqueceRazao();
+    numero = grupo_->Count();
+    return repositorio_->Grava(NovoBstr(nome).get(), kVersaoDocumento, static_cast<unsigned char>(flag),
+                               static_cast<LONG>(documento.Size()), documento.Buffer());
+  };
+  HRESULT resultado = tenta();
+  if (FAILED(resultado) && !lote_.empty()) {
+    // On a disk that is nearly full it has room once the files are gone that the waiting documents are made of.
+    FechaLote();
+    resultado = tenta();
+  }
+  if (grupo_->Count() == numero) return resultado;
+  arquivo_ = numero;
   if (quando == Quando::comOsOutros) return resultado;
   grupo_->Finish();
-  const CFileException& falha = grupo_->Of(antes).failure;
+  const CFileException& falha = grupo_->Of(numero).failure;
   if (falha.m_cause == CFileException::none) return resultado;
   arquivo_.reset();
   DizRazao("written", falha);
@@ -95,7 +103,7 @@ void CConversorModelos::Encerra(std::string_view nome, Fim fim) noexcept {
   try {
     Espera espera = {std::string(nome), std::move(fim), arquivo};
     if (lote_.empty() && !arquivo) return Termina(espera);
-    if (lote_.empty()) inicioLote_ = std::chrono::steady_clock::now();
+    if (lote_.empty()) inicioLote_ = Relogio::now();
     lote_.push_back(std::move(espera));
   } catch (const std::bad_alloc&) {
     FechaLote();
@@ -104,15 +112,19 @@ void CConversorModelos::Encerra(std::string_view nome, Fim fim) noexcept {
 }
 
 bool CConversorModelos::LoteCheio() const {
-  // Clients show how far the call is.
-  constexpr auto kMaiorEspera = std::chrono::milliseconds(200);
+  // Clients show how far the call is, and a disk may be slow.
+  constexpr auto kMaiorEspera = std::chrono::milliseconds(400);
   constexpr std::size_t kMaisModelos = 1024;  // of which most have no document to store
-  return grupo_->IsFull() || lote_.size() >= kMaisModelos ||
-         (!lote_.empty() && std::chrono::steady_clock::now() - inicioLote_ > kMaiorEspera);
+  if (lote_.empty()) return false;
+  const Relogio::duration espera = Relogio::now() - inicioLote_ + static_cast<int>(grupo_->Count()) * porArquivo_;
+  return grupo_->IsFull() || lote_.size() >= kMaisModelos || espera > kMaiorEspera;
 }
 
 void CConversorModelos::FechaLote() noexcept {
+  const Relogio::time_point inicio = Relogio::now();
   grupo_->Finish();
+  if (const std::size_t arquivos = grupo_->Count(); arquivos > 0)
+    porArquivo_ = (Relogio::now() - inicio) / static_cast<int>(arquivos);
   for (Espera& espera : lote_)
     Termina(espera);
   lote_.clear();

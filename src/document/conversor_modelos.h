@@ -73,6 +73,8 @@ class CConversorModelos {
   Fim SemMemoria() const;
 
  private:
+  using Relogio = std::chrono::steady_clock;
+
   // A model whose document, if it has one, waits.
   struct Espera {
     std::string nome;
@@ -97,8 +99,9 @@ class CConversorModelos {
   ComPtr<IZNPL_Relatorio2> repositorio_;
   files::GroupedReplacements* grupo_ = nullptr;
   std::vector<Espera> lote_;
-  std::chrono::steady_clock::time_point inicioLote_;
-  std::optional<std::size_t> arquivo_;  // that was stored last and is still to be told of
+  Relogio::time_point inicioLote_;
+  Relogio::duration porArquivo_ = std::chrono::milliseconds(20);  // what the last batch took, or a slow disk would
+  std::optional<std::size_t> arquivo_;                            // that was stored last and is still to be told of
   std::size_t feitos_ = 0;
   std::size_t total_ = 0;
 };

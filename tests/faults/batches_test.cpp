@@ -2,8 +2,10 @@
 // disk.
 #include <sys/stat.h>
 
+#include <chrono>
 #include <csignal>
 #include <random>
+#include <thread>
 
 #include "../document/document_fixture.h"
 #include "../migration/conversion_fixture.h"
@@ -159,6 +161,36 @@ TEST_F(BatchesTest, ToldWhenItIsOnTheDisk) {
   done = 0;
   EXPECT_TRUE(faults::Run({}, [&] { Renumber({205, 310}); }).tooEarly.empty());
   EXPECT_EQ(told, 2 * kModels);
+}
+
+// One after the other the models would have room, each in the place of the one before.
+TEST_F(BatchesTest, ADiskThatIsNearlyFull) {
+  PutModels();
+  const support::SystemCalls system([&](const host::SystemCall& call) {
+    const bool isFull = std::string_view(call.name) == "pwrite" && support::Names(Reports()).size() > 2 * kModels + 10;
+    return host::Fate{.error = isFull ? ENOSPC : 0};
+  });
+  Migrate();
+  for (int i = 0; i < kModels; ++i)
+    EXPECT_TRUE(fs::exists(File(Name(i), ".RXL")) && !fs::exists(File(Name(i), ".REL"))) << Name(i);
+}
+
+// Clients show how far a call is: at least twice a second on a disk of 50 flushes a second, here with time to spare.
+TEST_F(BatchesTest, ADiskThatIsSlow) {
+  PutDocuments();
+  using Clock = std::chrono::steady_clock;
+  Clock::time_point last = Clock::now();
+  Clock::duration longest{};
+  counter_.told = [&](const kestor::Mudanca&) {
+    longest = std::max(longest, Clock::now() - last);
+    last = Clock::now();
+  };
+  const support::SystemCalls system([](const host::SystemCall& call) {
+    if (std::string_view(call.name) == "fsync") std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    return host::Fate();
+  });
+  Renumber({205, 310});
+  EXPECT_LT(longest, std::chrono::milliseconds(1000));
 }
 
 }  // namespace

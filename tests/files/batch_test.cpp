@@ -95,6 +95,13 @@ TEST_F(BatchTest, TheThreadFindsWhatItHasWritten) {
       {"renaming", [] { CFile::Rename("D:\\a.txt", "D:\\B.TXT"); }},
       {"a link to it", [] { EXPECT_EQ(Content("D:\\Link.txt"), "new"); }},
       {"removing", [] { CFile::Remove("D:\\a.txt"); }},
+      {"a group within",
+       [] {
+         const files::GroupedReplacements inner;
+         EXPECT_EQ(ReadFile("A.TXT"), "new");
+         Put("B.TXT", "new");
+         EXPECT_EQ(inner.Count(), 1U);
+       }},
   };
   for (const auto& [what, look] : looks) {
     SCOPED_TRACE(what);
@@ -104,13 +111,12 @@ TEST_F(BatchTest, TheThreadFindsWhatItHasWritten) {
     if (linked) WriteFile("A.TXT", "old");
     if (linked) fs::create_symlink("A.TXT", "Link.txt");
     files::GroupedReplacements group;
-    const files::GroupedReplacements inner;
     Put("A.TXT", "new");
     Put("Z.TXT", "no matter");
     EXPECT_NE(OpenError("D:\\Missing.txt", kReadShared), 0);
     EXPECT_FALSE(fs::exists("A.TXT") && !linked) << "for the sake of another name";
-    EXPECT_EQ(inner.Count(), 0U);
     look();
+    EXPECT_EQ(group.Count(), std::string_view(what) == "writing" ? 3U : 2U);
   }
 }
 
@@ -123,6 +129,8 @@ TEST_F(BatchTest, AsManyAsTheProcessMayHaveOpen) {
       files::GroupedReplacements group;
       for (; !group.IsFull() && count < 100; ++count)
         Put(std::to_string(count), "content");
+      group.Clear();
+      EXPECT_FALSE(group.IsFull());
       Put("Large", std::string(20 << 20, 'x'));
       EXPECT_TRUE(group.IsFull());
     }

@@ -158,7 +158,7 @@ class ReplacementGroup;
 //
 // The thread finds what it has written: before it opens, removes, renames or looks for a file of such a name, and
 // before it searches a folder, the waiting files take their names. They also do so before an opening fails for want of
-// descriptors or because a file is in use. One within another does nothing.
+// descriptors or because a file is in use. One within another takes its place, once the files of that have their names.
 class GroupedReplacements {
  public:
   // What became of a file.
@@ -175,7 +175,8 @@ class GroupedReplacements {
   // How many files have been handed over since the beginning, or Clear.
   std::size_t Count() const;
 
-  // True when it is time to finish: more files would use too many descriptors and too much memory, and gain nothing.
+  // True when it is time to finish and to clear: more files would use too many descriptors and too much memory, and
+  // gain nothing.
   bool IsFull() const;
 
   void Finish() noexcept;
@@ -183,11 +184,11 @@ class GroupedReplacements {
   // Of the file that was handed over as the `number`-th, from 0. After Finish.
   const Outcome& Of(std::size_t number) const;
 
-  // Forgets the outcomes. After Finish.
-  void Clear();
+  // Finishes, and forgets the outcomes.
+  void Clear() noexcept;
 
  private:
-  const std::unique_ptr<ReplacementGroup> m_group;  // null within another one
+  const std::unique_ptr<ReplacementGroup> m_group;
 };
 
 }  // namespace files

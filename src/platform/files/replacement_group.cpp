@@ -19,14 +19,15 @@ thread_local ReplacementGroup* current = nullptr;
 
 }  // namespace
 
-ReplacementGroup::ReplacementGroup() {
+ReplacementGroup::ReplacementGroup() : outer_(current) {
   members_.reserve(kMostFiles);
+  FinishGroup();
   current = this;
 }
 
 ReplacementGroup::~ReplacementGroup() {
   Finish();
-  current = nullptr;
+  current = outer_;
 }
 
 ReplacementGroup* ReplacementGroup::Current() {
@@ -45,7 +46,13 @@ void ReplacementGroup::Add(std::unique_ptr<Replacement>& replacement, const std:
 }
 
 bool ReplacementGroup::IsFull() const {
-  return waiting_ >= kMostFiles || bytes_ >= kMostBytes;
+  return members_.size() >= kMostFiles || bytes_ >= kMostBytes;
+}
+
+void ReplacementGroup::Clear() noexcept {
+  Finish();
+  members_.clear();
+  bytes_ = 0;
 }
 
 bool ReplacementGroup::Awaits(const std::string& name) const {
@@ -59,7 +66,6 @@ bool ReplacementGroup::Awaits(const std::string& name) const {
 bool ReplacementGroup::Finish() noexcept {
   if (waiting_ == 0) return false;
   const auto first = members_.end() - static_cast<std::ptrdiff_t>(std::exchange(waiting_, 0));
-  bytes_ = 0;
   const auto forEach = [&](const auto& step) {
     for (auto member = first; member != members_.end(); ++member) {
       if (member->error == ERROR_SUCCESS) member->error = step(*member);
@@ -103,29 +109,28 @@ bool FinishGroup() noexcept {
   return current != nullptr && current->Finish();
 }
 
-GroupedReplacements::GroupedReplacements()
-    : m_group(current == nullptr ? std::make_unique<ReplacementGroup>() : nullptr) {}
+GroupedReplacements::GroupedReplacements() : m_group(std::make_unique<ReplacementGroup>()) {}
 
 GroupedReplacements::~GroupedReplacements() = default;
 
 std::size_t GroupedReplacements::Count() const {
-  return m_group != nullptr ? m_group->Count() : 0;
+  return m_group->Count();
 }
 
 bool GroupedReplacements::IsFull() const {
-  return m_group != nullptr && m_group->IsFull();
+  return m_group->IsFull();
 }
 
 void GroupedReplacements::Finish() noexcept {
-  if (m_group != nullptr) m_group->Finish();
+  m_group->Finish();
 }
 
 const GroupedReplacements::Outcome& GroupedReplacements::Of(std::size_t number) const {
   return m_group->Of(number);
 }
 
-void GroupedReplacements::Clear() {
-  if (m_group != nullptr) m_group->Clear();
+void GroupedReplacements::Clear() noexcept {
+  m_group->Clear();
 }
 
 }  // namespace files

@@ -30,7 +30,7 @@ class ReplacementGroup {
   std::size_t Count() const { return members_.size(); }
   bool IsFull() const;
   const GroupedReplacements::Outcome& Of(std::size_t number) const { return members_[number].outcome; }
-  void Clear() { members_.clear(); }
+  void Clear() noexcept;
 
   // Whether one of the waiting files is to get the name.
   bool Awaits(const std::string& name) const;
@@ -45,9 +45,10 @@ class ReplacementGroup {
 
   static DWORD TakeName(Member& member) noexcept;
 
+  ReplacementGroup* const outer_;
   std::vector<Member> members_;
   std::size_t waiting_ = 0;  // the last ones
-  off_t bytes_ = 0;          // of these
+  off_t bytes_ = 0;          // of all
 };
 
 // For what the thread does next with the file of a path: gives waiting files their names if one of them is meant.
