@@ -1,5 +1,6 @@
 #include "atributos_marcacao.h"
 
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <new>
@@ -10,6 +11,9 @@ namespace {
 
 // A list that holds more memory is not kept.
 constexpr std::size_t kBytesGuardados = 65536;
+
+// A name in the mark has a blank before it and =" behind it.
+constexpr std::size_t kBytesEmVolta = 3;
 
 constexpr IID IID_Propria = {0xE36C2EF5, 0x4C0C, 0x49AB, {0x9B, 0x4A, 0x61, 0x5D, 0x5D, 0x0E, 0x2B, 0x7C}};
 
@@ -23,7 +27,8 @@ CAtributosMarcacao* CAtributosMarcacao::Novo() {
 }
 
 void CAtributosMarcacao::Discard() {
-  const std::size_t bytes = marca_.Capacidade() + valor_.capacity() + lugares_.capacity() * sizeof(Lugar);
+  const std::size_t bytes =
+      2 * marca_.Capacidade() + valor_.capacity() + lugares_.capacity() * (sizeof(Lugar) + sizeof(std::string));
   if (guardada || bytes > kBytesGuardados) {
     delete this;
     return;
@@ -56,19 +61,42 @@ std::size_t CAtributosMarcacao::Busca(std::string_view nome) const {
   return i;
 }
 
+// Elements of a kind follow each other, and have the same names in the same order: what the last list had in this place
+// need not be looked at again.
+bool CAtributosMarcacao::EhHabitual(const char* nome) const {
+  if (!saoHabituais_ || lugares_.size() == habituais_.size()) return false;
+  const std::string& habitual = habituais_[lugares_.size()];
+  const std::size_t bytes = habitual.size() - kBytesEmVolta;
+  return std::strncmp(nome, habitual.data() + 1, bytes) == 0 && nome[bytes] == '\0';
+}
+
+// False for a name that no attribute can have, or that the list has.
+bool CAtributosMarcacao::AcrescentaNovo(const char* nome) {
+  if (saoHabituais_) habituais_.resize(lugares_.size());
+  saoHabituais_ = false;
+  const std::size_t inicio = Marca().size();
+  marca_.Acrescenta(' ');
+  if (!AcrescentaNome(nome, marca_) || Busca(Marca().substr(inicio + 1)) != lugares_.size()) return false;
+  marca_.Acrescenta('=');
+  marca_.Acrescenta('"');
+  if (habituais_.size() == lugares_.size()) habituais_.emplace_back(Marca().substr(inicio));
+  return true;
+}
+
 HRESULT CAtributosMarcacao::Adiciona(const char* nome, const char* valor) {
   if (!completa_) return E_INVALIDARG;
   completa_ = false;
   try {
-    marca_.Acrescenta(' ');
     const std::size_t inicio = Marca().size();
-    if (nome == nullptr || !AcrescentaNome(nome, marca_)) return E_INVALIDARG;
-    const std::size_t bytes = Marca().size() - inicio;
+    if (nome == nullptr) return E_INVALIDARG;
+    if (EhHabitual(nome)) {
+      marca_.Acrescenta(habituais_[lugares_.size()]);
+    } else if (!AcrescentaNovo(nome)) {
+      return E_INVALIDARG;
+    }
+    const std::size_t bytes = Marca().size() - inicio - kBytesEmVolta;
     if (Marca().size() > std::numeric_limits<std::uint32_t>::max()) return E_OUTOFMEMORY;
-    if (Busca(Marca().substr(inicio)) != lugares_.size()) return E_INVALIDARG;
-    lugares_.push_back({static_cast<std::uint32_t>(inicio), static_cast<std::uint32_t>(bytes)});
-    marca_.Acrescenta('=');
-    marca_.Acrescenta('"');
+    lugares_.push_back({static_cast<std::uint32_t>(inicio + 1), static_cast<std::uint32_t>(bytes)});
     AcrescentaValor(valor != nullptr ? valor : "", marca_);
     marca_.Acrescenta('"');
   } catch (const std::bad_alloc&) {
@@ -96,6 +124,7 @@ HRESULT CAtributosMarcacao::BuscaValor(const char* nome, const char** valor) {
 HRESULT CAtributosMarcacao::Limpa() {
   marca_.Corta(0);
   lugares_.clear();
+  saoHabituais_ = true;
   completa_ = true;
   return S_OK;
 }

@@ -52,8 +52,12 @@ class CAtributosMarcacao final : public ObjetoMarcacao<IAtributosMarcacao, IID_I
 
   // The number of attributes when there is none of that name.
   std::size_t Busca(std::string_view nome) const;
+  bool EhHabitual(const char* nome) const;
+  bool AcrescentaNovo(const char* nome);
 
   std::vector<Lugar> lugares_;
+  std::vector<std::string> habituais_;  // names of this list or the one before, with what is around them
+  bool saoHabituais_ = true;            // the names of this list have been these so far
   Acumulador marca_;
   std::string valor_;  // the one asked for last
   bool completa_ = true;

@@ -1,5 +1,6 @@
 #include "escritor_marcacao.h"
 
+#include <algorithm>
 #include <limits>
 #include <new>
 
@@ -52,9 +53,10 @@ HRESULT CEscritorMarcacao::IniciaDocumento() {
 }
 
 void CEscritorMarcacao::NovaLinha() {
-  documento_.Acrescenta('\n');
-  for (std::size_t i = 0; i < abertos_.size() * kBrancosNivel; ++i)
-    documento_.Acrescenta(' ');
+  const std::size_t brancos = abertos_.size() * kBrancosNivel;
+  char* const linha = documento_.Espaco(1 + brancos);
+  *linha = '\n';
+  documento_.Ocupa(std::fill_n(linha + 1, brancos, ' '));
 }
 
 HRESULT CEscritorMarcacao::IniciaElemento(const char* nome, IAtributosMarcacao* atributos) {

@@ -68,6 +68,7 @@ class Escapes {
       simples_[byte] = textos_[byte].size() == 1;
   }
 
+  // Stands as itself; the end of a text does not.
   bool EhSimples(char c) const { return simples_[static_cast<unsigned char>(c)]; }
   const std::string& Texto(char c) const { return textos_[static_cast<unsigned char>(c)]; }
 
@@ -108,10 +109,6 @@ void Acumulador::Cresce(std::size_t bytes) {
   capacidade_ = capacidade;
 }
 
-void Acumulador::Acrescenta(std::string_view texto) {
-  Ocupa(std::copy(texto.begin(), texto.end(), Espaco(texto.size())));
-}
-
 // The texts are walked once, in pieces for which there is room, without a look at their length first: most have a few
 // bytes.
 
@@ -131,17 +128,15 @@ bool AcrescentaNome(const char* nome, Acumulador& marca) {
 }
 
 void AcrescentaValor(const char* valor, Acumulador& marca) {
-  constexpr std::size_t kPedaco = 32;
+  constexpr std::size_t kPedaco = 64;
   const Escapes& escapes = TabelaEscapes();
   while (*valor != '\0') {
-    char* c = marca.Espaco(kPedaco * Escapes::kMaximo);
-    for (std::size_t i = 0; i < kPedaco && *valor != '\0'; ++i, ++valor) {
-      if (escapes.EhSimples(*valor)) {
-        *c++ = *valor;
-      } else {
-        const std::string& escape = escapes.Texto(*valor);
-        c = std::copy(escape.begin(), escape.end(), c);
-      }
+    char* c = marca.Espaco(kPedaco + Escapes::kMaximo);
+    for (const char* const fim = c + kPedaco; c != fim && escapes.EhSimples(*valor); ++valor)
+      *c++ = *valor;
+    if (*valor != '\0' && !escapes.EhSimples(*valor)) {
+      const std::string& escape = escapes.Texto(*valor++);
+      c = std::copy(escape.begin(), escape.end(), c);
     }
     marca.Ocupa(c);
   }

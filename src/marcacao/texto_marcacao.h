@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -30,7 +31,10 @@ class Acumulador {
   }
   void Ocupa(const char* fim) { tamanho_ = static_cast<std::size_t>(fim - dados_); }
 
-  void Acrescenta(std::string_view texto);
+  void Acrescenta(std::string_view texto) {
+    if (!texto.empty()) std::memcpy(Espaco(texto.size()), texto.data(), texto.size());
+    tamanho_ += texto.size();
+  }
   void Acrescenta(char c) {
     *Espaco(1) = c;
     ++tamanho_;
