@@ -139,6 +139,31 @@ TEST_F(BatchTest, AsManyAsTheProcessMayHaveOpen) {
   });
 }
 
+TEST_F(BatchTest, OneReadingForSeveralSearches) {
+  WriteFile("A.TXT", "");
+  int readings = 0;
+  const SystemCalls system([&](const host::SystemCall& call) {
+    if (std::string_view(call.name) == "openat" && std::string_view(call.path) == ".") ++readings;
+    return host::Fate();
+  });
+  const auto finds = [](const char* pattern) {
+    _finddata_t found{};
+    const std::intptr_t search = _findfirst(pattern, &found);
+    if (search != -1) _findclose(search);
+    return search != -1;
+  };
+  const files::OneReading reading;
+  EXPECT_TRUE(finds("D:\\A*"));
+  EXPECT_FALSE(finds("D:\\B*"));
+  EXPECT_EQ(readings, 1);
+  Put("B.TXT", "");
+  EXPECT_TRUE(finds("D:\\B*"));
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  WriteFile("C.TXT", "by a program that tells nobody");
+  EXPECT_TRUE(finds("D:\\C*"));
+  EXPECT_TRUE(finds("D:\\A*"));
+}
+
 // Whether a file has changed can be told once its last change lies some seconds back.
 TEST_F(BatchTest, AFileThatIsStillWhatItWas) {
   fs::create_symlink("/bin/sh", "Catalogo.REL");

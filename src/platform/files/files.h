@@ -217,10 +217,10 @@ class GroupedRemovals {
 
 namespace files {
 
-// For a call that looks several times at a folder that mostly stays as it is: on a network file system it takes long to
-// read a large one. While one lives, its thread reads such a folder once, for all searches and all names that it does
-// not find. It reads it again once this process has changed it, and once its times say that another one has. One within
-// another does nothing.
+// For a call that looks several times at a folder that mostly stays as it is: it takes long to read a large one. While
+// one lives, its thread reads such a folder once for all searches, and on a network file system for all names that it
+// does not find as well. It reads it again once this process has changed it, and once its times say that another one
+// has. One within another does nothing.
 class OneReading {
  public:
   OneReading();

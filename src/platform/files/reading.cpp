@@ -28,22 +28,19 @@ bool IsUpToDate(const Reading& reading, const struct stat& folder) {
          reading.ownChangesBefore == ownChanges;
 }
 
-}  // namespace
-
-int ReadNames(const host::Descriptor& folder, const std::function<void(const char*, unsigned char)>& visit,
-              std::chrono::steady_clock::time_point* begun) {
-  *begun = std::chrono::steady_clock::now();
-  if (!readsOnce || host::IsLocal(folder)) return host::ReadNames(folder, visit);
+int ReadKept(const host::Descriptor& folder, const VisitName& visit, std::chrono::steady_clock::time_point* begun) {
   struct stat status = {};
   if (const int error = host::StatNow(folder, &status); error != 0) return error;
   if (!kept || !IsUpToDate(*kept, status)) {
     kept.reset();
     Reading reading{status, ownChanges, *begun, {}};
     const int error = host::ReadNames(folder, [&](const char* name, unsigned char type) {
-      reading.names.append(1, static_cast<char>(type)).append(name).append(1, '\0');
+      reading.names.push_back(static_cast<char>(type));
+      reading.names.append(name, strlen(name) + 1);
+      visit(name, type);
     });
-    if (error != 0) return error;
-    kept = std::move(reading);
+    if (error == 0) kept = std::move(reading);
+    return error;
   }
   *begun = kept->begun;
   const char* const end = kept->names.data() + kept->names.size();
@@ -52,6 +49,18 @@ int ReadNames(const host::Descriptor& folder, const std::function<void(const cha
     visit(at, type);
   }
   return 0;
+}
+
+}  // namespace
+
+int ReadNamesOnce(const host::Descriptor& folder, const VisitName& visit) {
+  auto begun = std::chrono::steady_clock::now();
+  return readsOnce ? ReadKept(folder, visit, &begun) : host::ReadNames(folder, visit);
+}
+
+int ReadNames(const host::Descriptor& folder, const VisitName& visit, std::chrono::steady_clock::time_point* begun) {
+  *begun = std::chrono::steady_clock::now();
+  return readsOnce && !host::IsLocal(folder) ? ReadKept(folder, visit, begun) : host::ReadNames(folder, visit);
 }
 
 void NoteOwnChange() {

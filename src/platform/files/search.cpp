@@ -89,8 +89,7 @@ class Search {
         Consider(folder, name, type);
       }
     };
-    std::chrono::steady_clock::time_point begun;
-    const int error = ReadNames(folder, consider, &begun);
+    const int error = ReadNamesOnce(folder, consider);
     std::sort(matches_.begin(), matches_.end(), [](const Match& a, const Match& b) {
       return std::tie(a.sortText, a.name) < std::tie(b.sortText, b.name);
     });
