@@ -142,11 +142,13 @@ void Replacement::LetGo() noexcept {
   old_.Close();
 }
 
-bool Replacement::Has(const std::string& folded) const {
-  std::string own;
-  for (const std::string& name : {location_.name, newSpelling_, linkName_})
-    if (!name.empty() && FoldName(name, &own) && own == folded) return true;
-  return false;
+std::vector<std::string> Replacement::FoldedNames() const {
+  std::vector<std::string> names;
+  for (const std::string& name : {location_.name, linkName_}) {
+    std::string folded;
+    if (!name.empty() && FoldName(name, &folded)) names.push_back(std::move(folded));
+  }
+  return names;
 }
 
 }  // namespace files

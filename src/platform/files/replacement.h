@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "opening.h"
 
@@ -43,8 +44,8 @@ class Replacement {
   const host::Descriptor& Folder() const { return location_.folder; }  // to be flushed
   void LetGo() noexcept;
 
-  // True for the name that the file gets, and for that of a symbolic link to it, in whatever letter case.
-  bool Has(const std::string& folded) const;
+  // In upper case, the name that the file gets, and that of a symbolic link to it.
+  std::vector<std::string> FoldedNames() const;
 
  private:
   DWORD TryBegin(const PathName& path, bool isFirstAttempt);

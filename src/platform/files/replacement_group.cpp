@@ -1,6 +1,5 @@
 #include "replacement_group.h"
 
-#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -38,6 +37,8 @@ ReplacementGroup* ReplacementGroup::Current() {
 void ReplacementGroup::Add(std::unique_ptr<Replacement>& replacement, const std::string& path) {
   off_t length = 0;
   host::Length(replacement->File(), &length);
+  for (std::string& name : replacement->FoldedNames())
+    awaited_.insert(std::move(name));
   members_.push_back({nullptr, path, {}});
   members_.back().replacement = std::move(replacement);
   members_.back().replacement->StartFlushing();
@@ -57,15 +58,14 @@ void ReplacementGroup::Clear() noexcept {
 
 bool ReplacementGroup::Awaits(const std::string& name) const {
   std::string folded;
-  return waiting_ > 0 && FoldName(name, &folded) &&
-         std::any_of(members_.end() - static_cast<std::ptrdiff_t>(waiting_), members_.end(),
-                     [&](const Member& member) { return member.replacement->Has(folded); });
+  return waiting_ > 0 && FoldName(name, &folded) && awaited_.contains(folded);
 }
 
 // The steps are done for all, one after the other: what has failed at one is passed over at the next.
 bool ReplacementGroup::Finish() noexcept {
   if (waiting_ == 0) return false;
   const auto first = members_.end() - static_cast<std::ptrdiff_t>(std::exchange(waiting_, 0));
+  awaited_.clear();
   const auto forEach = [&](const auto& step) {
     for (auto member = first; member != members_.end(); ++member) {
       if (member->error == ERROR_SUCCESS) member->error = step(*member);

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "files.h"
@@ -47,8 +48,9 @@ class ReplacementGroup {
 
   ReplacementGroup* const outer_;
   std::vector<Member> members_;
-  std::size_t waiting_ = 0;  // the last ones
-  off_t bytes_ = 0;          // of all
+  std::size_t waiting_ = 0;                  // the last ones
+  std::unordered_set<std::string> awaited_;  // names that these are to get, or were, in upper case
+  off_t bytes_ = 0;                          // of all
 };
 
 // For what the thread does next with the file of a path: gives waiting files their names if one of them is meant.
