@@ -69,6 +69,10 @@ class Apart {
 // The content of a document as applications make them, with so many columns. Needs a ComponenteMarcacao.
 std::string Content(int columns);
 
+// Makes files by the hundred thousand beside the empty installation, and deletes them: some file systems are slow to
+// make new ones then.
+void AgeFileSystem();
+
 std::vector<Figure> ChannelFigures();
 std::vector<Figure> ClientFigures();
 std::vector<Figure> StoreFigures();

@@ -3,8 +3,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <benchmark/benchmark.h>
+#include <chrono>
 #include <cstdlib>
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -96,6 +100,123 @@ void LeFromPython(benchmark::State& state) {
 }
 BENCHMARK(LeFromPython)->UseManualTime();
 
+// Clients in processes of their own, which call at once.
+class Callers {
+ public:
+  // Of one round: its length, and the longest and the mean wait of a call. Seconds.
+  struct Round {
+    double length = 0;
+    double longest = 0;
+    double mean = 0;
+  };
+
+  explicit Callers(int count) : callers_(static_cast<std::size_t>(count)) {
+    for (Caller& caller : callers_) {
+      int ends[2] = {-1, -1};
+      if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) throw std::runtime_error("no socket pair");
+      caller.talk = ends[0];
+      caller.process = std::make_unique<support::Child>([&] { return Serve(ends[1]); });
+      close(ends[1]);
+      Take(caller);
+    }
+  }
+  ~Callers() {
+    for (const Caller& caller : callers_)
+      close(caller.talk);
+  }
+  Callers(const Callers&) = delete;
+  Callers& operator=(const Callers&) = delete;
+
+  Round Call(int calls) {
+    const Clock::time_point begun = Clock::now();
+    for (const Caller& caller : callers_)
+      if (write(caller.talk, &calls, sizeof calls) != sizeof calls) throw std::runtime_error("a caller is gone");
+    Round round;
+    for (const Caller& caller : callers_) {
+      const Round own = Take(caller);
+      round.longest = std::max(round.longest, own.longest);
+      round.mean += own.mean / static_cast<double>(callers_.size());
+    }
+    round.length = std::chrono::duration<double>(Clock::now() - begun).count();
+    return round;
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  struct Caller {
+    int talk = -1;
+    std::unique_ptr<support::Child> process;
+  };
+
+  static Round Take(const Caller& caller) {
+    Round round;
+    if (read(caller.talk, &round, sizeof round) != sizeof round) throw std::runtime_error("a call has failed");
+    return round;
+  }
+
+  // Says when it is ready, and after each round how long its calls have taken.
+  static int Serve(int talk) {
+    kestor_reports* store = nullptr;
+    kestor_use_home(Empty().Home().Home().c_str());
+    if (kestor_reports_open(nullptr, "CT", "01", &store) < 0) return 1;
+    Round round;
+    int calls = 0;
+    while (write(talk, &round, sizeof round) == sizeof round && read(talk, &calls, sizeof calls) == sizeof calls) {
+      round = {};
+      for (int i = 0; i < calls; ++i) {
+        const Clock::time_point begun = Clock::now();
+        if (!CallOnce(store, i)) return 1;
+        const double seconds = std::chrono::duration<double>(Clock::now() - begun).count();
+        round.longest = std::max(round.longest, seconds);
+        round.mean += seconds / calls;
+      }
+    }
+    return 0;
+  }
+
+  static bool CallOnce(kestor_reports* store, int number) {
+    if (number % 2 == 0) {
+      kestor_content content;
+      if (kestor_reports_read(store, "Vendas", &content) != 0) return false;
+      kestor_free(content.bytes);
+      return true;
+    }
+    kestor_names names;
+    if (kestor_reports_list(store, &names) != 0) return false;
+    kestor_free(names.names);
+    return true;
+  }
+
+  std::vector<Caller> callers_;
+};
+
+constexpr int kClients = 8;
+constexpr int kCalls = 800;  // of a round
+constexpr int kRounds = 10;
+
+void Round(benchmark::State& state, int clients, double Callers::Round::*seconds) {
+  bench::Enter(Empty());
+  Callers callers(clients);
+  for ([[maybe_unused]] auto _ : state)
+    state.SetIterationTime(callers.Call(kCalls / clients).*seconds);
+}
+void OneClient(benchmark::State& state) {
+  Round(state, 1, &Callers::Round::length);
+}
+BENCHMARK(OneClient)->UseManualTime()->Iterations(kRounds);
+void EightClients(benchmark::State& state) {
+  Round(state, kClients, &Callers::Round::length);
+}
+BENCHMARK(EightClients)->UseManualTime()->Iterations(kRounds);
+void LongestWaitOfEight(benchmark::State& state) {
+  Round(state, kClients, &Callers::Round::longest);
+}
+BENCHMARK(LongestWaitOfEight)->UseManualTime()->Iterations(kRounds);
+void MeanWaitOfEight(benchmark::State& state) {
+  Round(state, kClients, &Callers::Round::mean);
+}
+BENCHMARK(MeanWaitOfEight)->UseManualTime()->Iterations(kRounds);
+
 }  // namespace
 
 bench::Apart::Apart(pid_t other) : other_(other) {
@@ -117,5 +238,8 @@ std::vector<bench::Figure> bench::ClientFigures() {
   return {
       {"Le of 20 kB through the client library / through a proxy in C++", "LeThroughLibrary", "LeRemote", 1.05},
       {"Le of 20 kB from Python / through a proxy in C++", "LeFromPython", "LeRemote", 3.0},
+      {"800 calls of eight clients at once / of one client", "EightClients", "OneClient", 1 / 0.95},
+      {"The longest wait of a call among those of eight clients / the mean", "LongestWaitOfEight", "MeanWaitOfEight",
+       8.0},
   };
 }

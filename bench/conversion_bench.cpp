@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <benchmark/benchmark.h>
 #include <chrono>
+#include <fstream>
 #include <string_view>
 #include <thread>
 
@@ -183,6 +184,18 @@ void PutModels(int count) {
   }
 }
 
+// A value of this process, such as VmRSS, in MiB.
+double Memory(const char* value) {
+  std::ifstream status("/proc/self/status");
+  std::string word;
+  while (status >> word && word != std::string(value) + ":")
+    continue;
+  double kibibytes = 0;
+  status >> kibibytes;
+  return kibibytes / 1024;
+}
+
+// Beside the time it tells by how much the memory of this process grew at most.
 void Migrate(benchmark::State& state, int count) {
   const ComponenteMarcacao markup;
   bench::Enter(Empty());
@@ -191,9 +204,12 @@ void Migrate(benchmark::State& state, int count) {
     state.PauseTiming();
     PutModels(count);
     auto store = bench::MigratingStoreInProcess();
+    std::ofstream("/proc/self/clear_refs") << 5;  // the most memory so far is what there is now
+    const double before = Memory("VmRSS");
     state.ResumeTiming();
     if (store->Inicializa(support::Text(u"CT"), support::Text(u"02")) != S_OK) state.SkipWithError("not migrated");
     state.PauseTiming();
+    state.counters["MiB"] = Memory("VmHWM") - before;
     if (std::filesystem::exists(Folder() + "/" + ModelFile(count - 1, ".REL"))) state.SkipWithError("a model stayed");
     Clear(Folder());
     state.ResumeTiming();
@@ -203,10 +219,10 @@ void Migration(benchmark::State& state) {
   Migrate(state, Models());
 }
 BENCHMARK(Migration)->UseRealTime()->Iterations(1)->Repetitions(3);
-void TenthOfMigration(benchmark::State& state) {
-  Migrate(state, Models() / 10);
+void LargeMigration(benchmark::State& state) {
+  Migrate(state, Models() * 10);
 }
-BENCHMARK(TenthOfMigration)->UseRealTime()->Iterations(1)->Repetitions(3);
+BENCHMARK(LargeMigration)->UseRealTime()->Iterations(1)->Repetitions(1);
 
 // A document that a migration makes.
 std::string MigratedDocument() {
@@ -268,6 +284,15 @@ BENCHMARK(InitialisationAlone)->UseRealTime();
 
 }  // namespace
 
+void bench::AgeFileSystem() {
+  constexpr int kFiles = 500'000;
+  const std::filesystem::path folder = Empty().Reports() / "Aged";
+  std::filesystem::create_directory(folder);
+  for (int i = 0; i < kFiles; ++i)
+    support::WriteFile(folder / std::to_string(i), "");
+  std::filesystem::remove_all(folder);
+}
+
 ComPtr<IZNPL_Relatorio2> bench::MigratingStoreInProcess() {
   ComPtr<IZNPL_Relatorio2> store;
   MakeStore(noCount, IID_IZNPL_Relatorio2, store.OutVoid());
@@ -276,10 +301,10 @@ ComPtr<IZNPL_Relatorio2> bench::MigratingStoreInProcess() {
 
 std::vector<bench::Figure> bench::ConversionFigures() {
   return {
-      {"AlteraCodigoCampos of 1,000 models / reading and durably writing them", "Renumbering", "BareRenumbering", 1.3},
-      {"Migration of 10,000 models / reading, durably writing, deleting", "Migration", "BareMigration", 1.4},
-      {"Migration of 10,000 models / ten times 1,000", "Migration", "TenthOfMigration", 10 * 1.2},
+      {"AlteraCodigoCampos of 1,000 models / reading and durably writing them", "Renumbering", "BareRenumbering", 0.5},
+      {"Migration of 10,000 models / reading, durably writing, deleting", "Migration", "BareMigration", 0.5},
+      {"Migration of 100,000 models / 10,000", "LargeMigration", "Migration", 10 * 1.1},
       {"Inicializa with nothing to migrate, 100,000 files / a readdir a search", "InitialisationAlone", "BareSearches",
-       1.3},
+       0.6},
   };
 }

@@ -63,6 +63,7 @@ std::vector<bench::Figure> bench::PreviewFigures() {
 
 int main(int argc, char** argv) {
   const bool once = argc > 1 && std::string(argv[1]) == "--once";
+  const bool aged = argc > 1 && std::string(argv[1]) == "--aged";
   std::vector<std::string> options = {argv[0], "--benchmark_enable_random_interleaving=true"};
   if (once) {
     bench::SetCrowdFiles(1000);
@@ -71,7 +72,7 @@ int main(int argc, char** argv) {
     options.emplace_back("--benchmark_repetitions=15");
     options.emplace_back("--benchmark_min_time=0.2");
   }
-  for (int i = once ? 2 : 1; i < argc; ++i)
+  for (int i = once || aged ? 2 : 1; i < argc; ++i)
     options.emplace_back(argv[i]);
   std::vector<char*> pointers;
   for (std::string& option : options)
@@ -79,6 +80,7 @@ int main(int argc, char** argv) {
   int count = static_cast<int>(pointers.size());
   benchmark::Initialize(&count, pointers.data());
   const bool network = bench::RegisterNetworkBenchmarks();
+  if (aged) bench::AgeFileSystem();
 
   Collector collector;
   // What deletes files by the thousand comes last: for seconds afterwards the file system makes new ones slowly.

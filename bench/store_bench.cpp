@@ -123,7 +123,7 @@ void bench::ReadModel(benchmark::State& state, const support::Installation& inst
 
 std::vector<bench::Figure> bench::StoreFigures() {
   return {
-      {"Le of 20 kB in process / open, fstat, read, close", "Le", "BareRead", 1.8},
+      {"Le of 20 kB in process / open, fstat, read, close", "Le", "BareRead", 1.5},
       {"Grava of 20 kB / create, write, fsync, rename, fsync of the folder", "Grava", "BareWrite", 1.15},
       {"Grava of 20 kB with a journal / without", "GravaWithJournal", "Grava", 1.1},
       {"Grava of 20 kB with a history / without", "GravaWithHistory", "Grava", 1.15},
