@@ -393,6 +393,7 @@ class Layout {
   }
 
   void NewPage() {
+    if (!goesOn_) return;
     Finish();
     if (goesOn_) Begin();
   }

@@ -321,6 +321,7 @@ TEST_F(Preview, DrawsWhateverADocumentSays) {
           },
           &notes_);
       EXPECT_GT(pages, 0U);
+      EXPECT_LE(pages, 50U);
     }
   }
 }
@@ -393,6 +394,10 @@ TEST_P(WholePages, AreLaidOut) {
       &notes_);
   for (const std::string& note : notes_)
     printed += "! " + note + '\n';
+  int shown = 0;
+  LayOut(
+      document_, kFields, lines, {"", true, 20}, [&](const Page&) { return ++shown < 1; }, nullptr);
+  EXPECT_EQ(shown, 1);
   EXPECT_TRUE(printed == expected) << "expected:\n" << expected << "printed:\n" << printed;
 }
 
