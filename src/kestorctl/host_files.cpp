@@ -43,7 +43,7 @@ std::string ReadToEnd(int descriptor, const std::string& name, std::size_t maxBy
 void Replace(const fs::path& file, const std::string& shown, std::string_view bytes, const struct stat* old) {
   constexpr std::size_t kLongestStart = 200;
   const std::string name = file.filename();
-  const std::string hiddenName = "." + name.substr(0, kLongestStart) + "." + std::to_string(host::Random());
+  const std::string hiddenName = '.' + name.substr(0, kLongestStart) + '.' + std::to_string(host::Random());
   Descriptor folder;
   int error = host::OpenFolder(AT_FDCWD, file.parent_path(), &folder);
   // Names can be changed in a folder that may not be read.

@@ -56,7 +56,7 @@ void RequireEnterable(const Mapping& mapping) {
 bool Enter(const Mapping& mapping) {
   if (LeadsTo(mapping.entry, mapping.folder)) return false;
   // Under a name that no drive and no share has.
-  const fs::path made = mapping.entry.parent_path() / ("<" + mapping.entry.filename().string());
+  const fs::path made = mapping.entry.parent_path() / ('<' + mapping.entry.filename().string());
   const platform::ActingAsOwner owner(platform::Home::Current().Folder());
   fs::create_directories(mapping.entry.parent_path());
   fs::remove(made);
