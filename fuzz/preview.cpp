@@ -15,12 +15,9 @@
 
 namespace {
 
-const preview::Fields kFields = {{1, "Conta", "Conta", 'C', 10, ""},
-                                 {2, "Data", "Data", 'D', 10, ""},
-                                 {3, "Valor", "Valor", 'V', 12, ""},
-                                 {4, "Tipo", "Tipo", 'X', 9, "1=Um;2=Dois"},
-                                 {5, "Mes", "Mes", 'd', 7, ""},
-                                 {6, "Qtde", "Qtde", 'N', 5, ""},
+const preview::Fields kFields = {{1, "Conta", "Conta", 'C', 10, ""}, {2, "Data", "Data", 'D', 10, ""},
+                                 {3, "Valor", "Valor", 'V', 12, ""}, {4, "Tipo", "Tipo", 'X', 9, "1=Um;2=Dois"},
+                                 {5, "Mes", "Mes", 'd', 7, ""},      {6, "Qtde", "Qtde", 'N', 5, ""},
                                  {7, "Texto", "Texto", 'H', 30, ""}};
 constexpr std::size_t kMostLines = 50;
 constexpr int kMostPages = 20;
