@@ -90,8 +90,9 @@ class OwnedKey {
 // The number that a value of an open key holds, if it is a REG_DWORD from `least` to `most`; else `otherwise`.
 DWORD ReadNumber(HKEY key, const char* value, DWORD least, DWORD most, DWORD otherwise);
 
-// Stands for what the registry holds now, and is the same object as one that the caller still has only where nothing has
-// changed. Null when the registry cannot be read. Costs a look at the file's state, and less than reading any value.
+// Stands for what the registry holds now, and is the same object as one that the caller still has only where nothing
+// has changed. Null when the registry cannot be read. Costs a look at the file's state, and less than reading any
+// value.
 std::shared_ptr<const void> Moment();
 
 // A registry file, or a text to import, that does not read as one.
