@@ -287,8 +287,9 @@ class Book {
     const fs::path place =
         history_ / capitals(inventory_.pairs[pair].module) / capitals(inventory_.pairs[pair].component);
     std::error_code error;  // mostly that there is none yet
-    for (const fs::directory_entry& entry : fs::directory_iterator(place, error)) {
-      const std::string name = entry.path().filename().string();
+    for (fs::directory_iterator entry(place, error); !error && entry != fs::directory_iterator();
+         entry.increment(error)) {
+      const std::string name = entry->path().filename().string();
       spellings_.emplace(text::Upper(text::FromUtf8(name)), name);
     }
     return spellings_;

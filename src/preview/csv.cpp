@@ -158,8 +158,10 @@ class Reading {
     }
     if (std::ferror(input.get()) != 0) throw Failure(file_ + ": " + std::strerror(errno));
     if (isEnough_) return;
-    if (csv_fini(&parser_, OnValue, OnEnd, this) != 0) throw Failure(Where() + "the file ends within quotation marks");
+    const int ended = csv_fini(&parser_, OnValue, OnEnd, this);
+    if (isOutOfMemory_ || csv_error(&parser_) == CSV_ENOMEM) throw std::bad_alloc();
     if (!failure_.empty()) throw Failure(failure_);
+    if (ended != 0) throw Failure(Where() + "the file ends within quotation marks");
     if (names_.empty()) throw Failure(file_ + " is empty: its first line must name the fields");
   }
 
