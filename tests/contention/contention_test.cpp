@@ -46,7 +46,18 @@ struct Account {
 struct Books {
   std::array<Account, kStations> accounts;
   std::atomic<unsigned> calls{0};
+  std::atomic<unsigned> failures{0};
   std::atomic<bool> closed{false};
+};
+
+// A station that has failed may be killed before it can say so.
+class FailureCounter : public testing::EmptyTestEventListener {
+ public:
+  explicit FailureCounter(std::atomic<unsigned>* failures) : failures_(failures) {}
+  void OnTestPartResult(const testing::TestPartResult& result) override { *failures_ += result.failed() ? 1 : 0; }
+
+ private:
+  std::atomic<unsigned>* failures_;
 };
 
 // The migration leaves a model that begins like this where it is: it is of a later version than any that it knows.
@@ -119,6 +130,7 @@ class ContentionTest : public ConversionTest {
 
   void Start(unsigned number, std::minstd_rand::result_type seed) {
     stations_.at(number).emplace([=, this] {
+      testing::UnitTest::GetInstance()->listeners().Append(new FailureCounter(&books_->failures));
       Become(number);
       Work(seed);
       return HasFailure() ? 1 : 0;
@@ -332,7 +344,9 @@ class ContentionTest : public ConversionTest {
     for (int i = 0; i < 5 && own_->deleted < kMostDeleted; ++i) {
       const std::string name = Numbered("Demo", own_->deleted);
       WriteOwn(name);
-      EXPECT_EQ(Delete(*keys_, Wide(name), Model::demonstration), kDone);
+      std::string result;
+      EXPECT_TRUE(WaitForOthers([&] { return (result = Delete(*keys_, Wide(name), Model::demonstration)) == kDone; }))
+          << name << ": " << result;
       // A list that others have in use all the time does not get the name.
       if (Remembered() != DeletedNames(own_->deleted + 1)) return;
       ++own_->deleted;
@@ -488,6 +502,7 @@ TEST_F(ContentionTest, NothingAcknowledgedIsLost) {
   books_->closed = true;
   for (auto& station : stations_)
     EXPECT_EQ(station->Wait(), 0);
+  EXPECT_EQ(books_->failures, 0U);
 
   std::size_t deleted = 0;
   for (unsigned i = 0; i < kStations; ++i) {
