@@ -21,11 +21,27 @@ run() {
   corpus="build/fuzz/corpus/$name"
   log="build/fuzz/found/$name.log"
   mkdir -p "$corpus"
-  result=0
-  "$fuzzer" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 -verbosity=0 \
-    -artifact_prefix="build/fuzz/found/$name-" "$corpus" "fuzz/seeds/${name#fuzz_}" >"$log" 2>&1 || result=1
-  printf '%s: %s s\n%s\n' "$name" "$seconds" "$(grep -v '^stat::\(slow\|new\|peak\)' "$log")"
-  return "$result"
+  if "$fuzzer" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 -verbosity=0 \
+    -artifact_prefix="build/fuzz/found/$name-" "$corpus" "fuzz/seeds/${name#fuzz_}" >"$log" 2>&1; then
+    printf '%s: %s s, %s inputs\n' "$name" "$seconds" "$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")"
+    rm "$log"
+  else
+    printf '%s: found something\n' "$name"
+  fi
 }
 export -f run
+rm -f build/fuzz/found/*.log
 printf '%s\0' build/fuzz/bin/fuzz_* | xargs -0 -P "$(nproc)" -I {} bash -c 'run "$@"' run {} "$seconds"
+
+# What was found comes last, where the reader of a long log looks.
+status=0
+for log in build/fuzz/found/*.log; do
+  [ -e "$log" ] || continue
+  status=1
+  printf '\n%s\n' "$log"
+  grep -av '^stat::' "$log"
+  for input in "${log%.log}"-*; do
+    [ ! -f "$input" ] || { printf '%s, in base64:\n' "$input" && base64 "$input"; }
+  done
+done
+exit "$status"
