@@ -19,25 +19,8 @@ namespace {
 // Codes up to here are those of fixed columns; nothing is renumbered to one of them.
 constexpr std::uint16_t kUltimoCodigoFixo = 99;
 
-// A model as the store hands it out.
-class ModeloLido {
- public:
-  ModeloLido(IZNPL_Relatorio2& repositorio, std::string_view nome) {
-    REG_RELATORIO2* recebido = nullptr;
-    if (FAILED(repositorio.Le(NovoBstr(nome).get(), &recebido)) || recebido == nullptr) return;
-    registro_.reset(recebido);
-    bytes_.reset(recebido->lpRelatorio);
-  }
-
-  explicit operator bool() const { return registro_ != nullptr; }
-  const REG_RELATORIO2& operator*() const { return *registro_; }
-  // The content, which is then the caller's.
-  TaskBlock<std::uint8_t> Conteudo() { return std::move(bytes_); }
-
- private:
-  TaskBlock<REG_RELATORIO2> registro_;
-  TaskBlock<std::uint8_t> bytes_;
-};
+// Longer contents are not made ahead of their turn: some dozens of them wait in memory.
+constexpr std::size_t kMaiorAdiantado = std::size_t{128} << 10;
 
 // What has been said of the last thing that failed.
 std::string RazaoOu(const char* frase) {
@@ -50,7 +33,8 @@ std::string RazaoOu(const char* frase) {
 CConversorCodigos::CConversorCodigos(Servidor& servidor, IZNPL_Relatorio2& repositorio, std::string modulo,
                                      std::string componente, LONG quantidade, const REL_CODIGO_CAMPOS_ALTERADOS* pares)
     : CConversorModelos(servidor, "ZNPL_RelConverte", "AlteraCodigoCampos", repositorio, std::move(modulo),
-                        std::move(componente), Destino::ignorado) {
+                        std::move(componente), Destino::ignorado),
+      adiantamento_([this](const ModeloLido& modelo) { return Renumerado(modelo); }) {
   if (!CarregaCatalogo()) {
     semCatalogo_ = RazaoOu("the field catalogue cannot be read");
     return;
@@ -125,6 +109,26 @@ void CConversorCodigos::RelataCodigosSemCampo() {
   }
 }
 
+CConversorCodigos::DocumentoNovo CConversorCodigos::Renumerado(const ModeloLido& modelo) const {
+  DocumentoNovo novo;
+  CDocRelatorio documento;
+  novo.lido = documento.CarregaConteudo(*modelo, &novo.motivo);
+  if (!novo.lido) return novo;
+  novo.nome = documento.nome;
+  novo.alterou = Altera(documento);
+  novo.conteudo = documento.GeraConteudo();
+  return novo;
+}
+
+void CConversorCodigos::Antecipa(std::string_view nome) {
+  try {
+    ModeloLido modelo(Repositorio(), nome);
+    if (modelo && modelo.Bytes() <= kMaiorAdiantado) adiantamento_.Adiciona(nome, std::move(modelo));
+  } catch (const std::bad_alloc&) {
+    // When its turn comes there may be memory.
+  }
+}
+
 void CConversorCodigos::ConverteModelo(std::string_view nome) {
   Fim fim = SemMemoria();
   try {
@@ -142,13 +146,11 @@ CConversorCodigos::Fim CConversorCodigos::Converte(std::string_view nome) {
   if (gravados_.contains(lido)) return ignora("its content is that of another model, which bears its name");
   ModeloLido modelo(Repositorio(), nome);
   if (!modelo) return ignora(RazaoOu("it cannot be read"));
-  CDocRelatorio documento;
-  std::string motivo;
-  if (!documento.CarregaConteudo(*modelo, &motivo)) return ignora(std::move(motivo));
+  DocumentoNovo documento = adiantamento_.De(nome, modelo);
+  if (!documento.lido) return ignora(std::move(documento.motivo));
   // A document may come from anywhere: the name that it bears must not lead out of the reports folder.
   const std::string nomeDocumento = '"' + text::Presentable(text::ToUtf8(documento.nome)) + '"';
   if (!FicaNaPasta(documento.nome)) return ignora("its document bears the name of no model, " + nomeDocumento);
-  const bool alterou = Altera(documento);
 
   const std::string gravado = ChaveRelatorio(documento.nome);
   const bool deOutro = gravado != lido;
@@ -158,23 +160,22 @@ CConversorCodigos::Fim CConversorCodigos::Converte(std::string_view nome) {
     if (anotado) gravados_.erase(gravado);
     return ignora(std::move(razao));
   };
-  std::unique_ptr<CMemStream> conteudo = documento.GeraConteudo();
   // Without content the document could not be written, and the stored one stays.
-  if (!conteudo || conteudo->Size() == 0) return falhou("its document cannot be made");
+  if (!documento.conteudo || documento.conteudo->Size() == 0) return falhou("its document cannot be made");
   // Whether the content of another model is a new one must be known when its turn comes.
   const Quando quando = deOutro ? Quando::ja : Quando::comOsOutros;
-  if (Grava(documento.nome, KESTOR_Sobreescrever, *conteudo, quando) != S_OK)
+  if (Grava(documento.nome, KESTOR_Sobreescrever, *documento.conteudo, quando) != S_OK)
     return falhou(RazaoOu("it cannot be stored"));
   std::string razao = semCatalogo_;
   if (deOutro) razao = "stored as " + nomeDocumento + ", the name that its document bears";
   if (substitui) razao += ", over the model of that name";
-  const auto bytes = static_cast<std::size_t>((*modelo).nQtdeBytes);
-  return {.destino = alterou || deOutro ? Destino::renumerado : Destino::inalterado,
+  const std::size_t bytes = modelo.Bytes();
+  return {.destino = documento.alterou || deOutro ? Destino::renumerado : Destino::inalterado,
           .razao = std::move(razao),
           .substitui = substitui,
           .antes = modelo.Conteudo(),
           .bytesAntes = bytes,
-          .depois = std::move(conteudo)};
+          .depois = std::move(documento.conteudo)};
 }
 
 }  // namespace kestor

@@ -2,13 +2,17 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
+#include "document/adiantamento.h"
 #include "document/conversor_modelos.h"
+#include "document/mem_stream.h"
+#include "document/modelo_lido.h"
 
 namespace kestor {
 
@@ -31,7 +35,18 @@ class CConversorCodigos final : public CConversorModelos {
   void ConverteModelo(std::string_view nome) override;
 
  private:
+  // What becomes of a model's content, whatever becomes of the model.
+  struct DocumentoNovo {
+    bool lido = false;
+    std::string motivo;  // why it is no document
+    std::string nome;    // that it bears
+    bool alterou = false;
+    std::unique_ptr<CMemStream> conteudo;
+  };
+
+  void Antecipa(std::string_view nome) override;
   bool CarregaCatalogo();
+  DocumentoNovo Renumerado(const ModeloLido& modelo) const;  // does nothing else, so that a second thread may
   Fim Converte(std::string_view nome);
   const tagREG_CAMPOS_RELATORIO2* BuscaCampo(std::uint16_t codigo) const;  // null when the catalogue does not have it
   bool Renumera(std::uint16_t& codigo) const;                              // false: the code stays
@@ -44,6 +59,7 @@ class CConversorCodigos final : public CConversorModelos {
   std::unordered_map<std::uint16_t, tagREG_CAMPOS_RELATORIO2> mapaCatalogo_;
   std::unordered_map<std::uint16_t, std::uint16_t> mapaCodigos_;
   std::unordered_set<std::string> gravados_;  // files other than that of the model read, see ChaveRelatorio
+  Adiantamento<DocumentoNovo> adiantamento_;
 };
 
 }  // namespace kestor

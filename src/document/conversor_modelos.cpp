@@ -1,5 +1,6 @@
 #include "document/conversor_modelos.h"
 
+#include <algorithm>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -14,6 +15,9 @@
 namespace kestor {
 
 namespace {
+
+// How many models are looked at ahead: those of a batch, which are made while the one before goes to the disk.
+constexpr std::size_t kDianteira = 64;
 
 std::string_view Vista(const CMemStream& conteudo) {
   return {reinterpret_cast<const char*>(conteudo.Buffer()), conteudo.Size()};
@@ -63,8 +67,11 @@ void CConversorModelos::ConverteTodos(const std::vector<std::string_view>& nomes
   total_ = nomes.size();
   files::GroupedReplacements grupo;
   grupo_ = &grupo;
-  for (const std::string_view nome : nomes) {
-    ConverteModelo(nome);
+  std::size_t antecipados = 1;
+  for (std::size_t i = 0; i < nomes.size(); ++i) {
+    for (; antecipados < std::min(nomes.size(), i + kDianteira); ++antecipados)
+      Antecipa(nomes[antecipados]);
+    ConverteModelo(nomes[i]);
     if (LoteCheio()) FechaLote();
   }
   FechaLote();

@@ -82,6 +82,9 @@ class CConversorModelos {
     std::optional<std::size_t> arquivo;  // its number in the group
   };
 
+  // Called for models whose turn to be converted comes soon, in their order. Throws nothing.
+  virtual void Antecipa(std::string_view /*nome*/) {}
+
   // What is left to do when the document is on the disk, or there was none to store. May throw std::bad_alloc.
   virtual void Conclui(const std::string& /*nome*/, Fim& /*fim*/) {}
 

@@ -15,6 +15,7 @@
 #include "common/texto_bstr.h"
 #include "common/zn_exception.h"
 #include "contract/results.h"
+#include "document/modelo_lido.h"
 #include "documento_rel.h"
 #include "migration/conteudo_rel.h"
 #include "platform/files/files.h"
@@ -187,11 +188,7 @@ bool CConversorRel::CarregaCatalogo() {
 
 // A listed name alone is no document yet: it is also that of a folder, of an empty file, or of one with a second dot.
 bool CConversorRel::HaDocumento(const std::string& nome) const {
-  REG_RELATORIO2* lido = nullptr;
-  const HRESULT resultado = Repositorio().Le(NovoBstr(nome).get(), &lido);
-  const TaskBlock<REG_RELATORIO2> registro(lido);
-  const TaskBlock<std::uint8_t> conteudo(lido != nullptr ? lido->lpRelatorio : nullptr);
-  return resultado == S_OK;
+  return static_cast<bool>(ModeloLido(Repositorio(), nome));
 }
 
 // Settings that are there and have not been read whole, because another program has them open or because they are cut
