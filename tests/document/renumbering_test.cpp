@@ -31,9 +31,9 @@ class RenumberingTest : public StoreTest {
   }
 
   // A document that has each of the codes as a column, a sort key, a total and a condition.
-  void WriteModel(const std::string& codes) {
+  void WriteModel(const std::string& codes, const std::string& name = "M") {
     CDocRelatorio d;
-    d.nome = "M";
+    d.nome = name;
     std::istringstream words(codes);
     for (std::uint16_t code = 0; words >> code;) {
       d.camposEscolhidos.campos.push_back({code, "title", "", 10, 'E', 'A', false, 0});
@@ -41,13 +41,13 @@ class RenumberingTest : public StoreTest {
       d.ordenacao.totalizacoes.push_back({code, true, true});
       d.filtro.condicoes.push_back({code, "", 0, 0});
     }
-    support::WriteFile(Model(), std::string("\1\0", 2) + Content(d) + "<!-- the end -->");
+    support::WriteFile(Model(name), std::string("\1\0", 2) + Content(d) + "<!-- the end -->");
   }
 
   // The document's columns with their titles, its sort keys, totals and conditions.
-  std::string ReadModel() {
+  std::string ReadModel(const std::string& name = "M") {
     CDocRelatorio d;
-    EXPECT_TRUE(Load(d, support::ReadFile(Model()).substr(2)));
+    EXPECT_TRUE(Load(d, support::ReadFile(Model(name)).substr(2)));
     std::ostringstream told;
     for (const CampoEscolhido& column : d.camposEscolhidos.campos)
       told << " " << column.codigo << column.cabecalho;
@@ -69,7 +69,7 @@ class RenumberingTest : public StoreTest {
         converter->AlteraCodigoCampos(support::Text(module), support::Text(u"01"), static_cast<LONG>(count), pairs));
   }
 
-  std::filesystem::path Model() const { return Folder() / "CT01M.RXL"; }
+  std::filesystem::path Model(const std::string& name = "M") const { return Folder() / ("CT01" + name + ".RXL"); }
 
   ComponenteMarcacao component_;
 };
@@ -107,6 +107,42 @@ TEST_F(RenumberingTest, CodesTitlesAndPermissions) {
   EXPECT_EQ(Renumber(u"??", std::size(pairs), pairs), "0x80043F59");
   EXPECT_EQ(Renumber(u"CT", 1, nullptr), ResultCode(E_INVALIDARG));
   EXPECT_EQ(counter_.count, 0);
+}
+
+// While the first ones go to the disk, another station writes and deletes models whose turn comes soon.
+TEST_F(RenumberingTest, EachModelAsItIsInItsTurn) {
+  constexpr unsigned kModels = 300;
+  const auto name = [](unsigned i) { return "M" + std::to_string(1000 + i); };
+  const auto told = [](unsigned code) {
+    const std::string text = std::to_string(code);
+    return " " + text + "title | " + text + " | " + text + " | " + text;
+  };
+  WriteCatalogue("100cts");
+  std::vector<REL_CODIGO_CAMPOS_ALTERADOS> pairs;
+  for (std::uint16_t i = 0; i < kModels; ++i) {
+    WriteModel(std::to_string(1000 + i), name(i));
+    pairs.push_back({static_cast<USHORT>(1000 + i), static_cast<USHORT>(2000 + i)});
+  }
+  std::string many;
+  for (int i = 0; i < 2000; ++i)
+    many += "1007 ";
+  WriteModel(many, name(7));
+  bool changed = false;
+  counter_.told = [&](const Mudanca&) {
+    if (std::exchange(changed, true)) return;
+    for (unsigned i = 66; i < 120; ++i)
+      WriteModel("1200", name(i));
+    std::filesystem::remove(Model(name(90)));
+  };
+  EXPECT_EQ(Renumber(u"CT", pairs.size(), pairs.data()), "0x00000000");
+  EXPECT_TRUE(changed);
+  for (unsigned i = 0; i < kModels; ++i) {
+    if (i == 90) continue;
+    const std::string found = ReadModel(name(i));
+    EXPECT_EQ(i == 7 ? found.substr(0, 11) : found,
+              i == 7 ? " 2007title " : told(i >= 66 && i < 120 ? 2200 : 2000 + i));
+  }
+  EXPECT_FALSE(std::filesystem::exists(Model(name(90))));
 }
 
 }  // namespace
