@@ -1,5 +1,6 @@
 #include "document/conversor_codigos.h"
 
+#include <algorithm>
 #include <memory>
 #include <new>
 #include <set>
@@ -33,8 +34,7 @@ std::string RazaoOu(const char* frase) {
 CConversorCodigos::CConversorCodigos(Servidor& servidor, IZNPL_Relatorio2& repositorio, std::string modulo,
                                      std::string componente, LONG quantidade, const REL_CODIGO_CAMPOS_ALTERADOS* pares)
     : CConversorModelos(servidor, "ZNPL_RelConverte", "AlteraCodigoCampos", repositorio, std::move(modulo),
-                        std::move(componente), Destino::ignorado),
-      adiantamento_([this](const ModeloLido& modelo) { return Renumerado(modelo); }) {
+                        std::move(componente), Destino::ignorado) {
   if (!CarregaCatalogo()) {
     semCatalogo_ = RazaoOu("the field catalogue cannot be read");
     return;
@@ -122,11 +122,22 @@ CConversorCodigos::DocumentoNovo CConversorCodigos::Renumerado(const ModeloLido&
 
 void CConversorCodigos::Antecipa(std::string_view nome) {
   try {
-    ModeloLido modelo(Repositorio(), nome);
-    if (modelo && modelo.Bytes() <= kMaiorAdiantado) adiantamento_.Adiciona(nome, std::move(modelo));
+    const auto modelo = std::make_shared<const ModeloLido>(Repositorio(), nome);
+    if (!*modelo || modelo->Bytes() > kMaiorAdiantado) return;
+    adiantados_.push_back({std::string(nome), modelo, fio_.Comeca([this, modelo] { return Renumerado(*modelo); })});
   } catch (const std::bad_alloc&) {
     // When its turn comes there may be memory.
   }
+}
+
+// What was made ahead counts only when the model, which has been read again in its turn, is still the same.
+CConversorCodigos::DocumentoNovo CConversorCodigos::DocumentoDe(std::string_view nome, const ModeloLido& modelo) {
+  const auto achado = std::find_if(adiantados_.begin(), adiantados_.end(),
+                                   [nome](const Adiantado& adiantado) { return adiantado.nome == nome; });
+  if (achado == adiantados_.end()) return Renumerado(modelo);
+  Adiantado adiantado = std::move(*achado);
+  adiantados_.erase(adiantados_.begin(), achado + 1);
+  return *adiantado.modelo == modelo ? adiantado.tarefa.Toma() : Renumerado(modelo);
 }
 
 void CConversorCodigos::ConverteModelo(std::string_view nome) {
@@ -146,7 +157,7 @@ CConversorCodigos::Fim CConversorCodigos::Converte(std::string_view nome) {
   if (gravados_.contains(lido)) return ignora("its content is that of another model, which bears its name");
   ModeloLido modelo(Repositorio(), nome);
   if (!modelo) return ignora(RazaoOu("it cannot be read"));
-  DocumentoNovo documento = adiantamento_.De(nome, modelo);
+  DocumentoNovo documento = DocumentoDe(nome, modelo);
   if (!documento.lido) return ignora(std::move(documento.motivo));
   // A document may come from anywhere: the name that it bears must not lead out of the reports folder.
   const std::string nomeDocumento = '"' + text::Presentable(text::ToUtf8(documento.nome)) + '"';

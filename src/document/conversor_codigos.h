@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -9,10 +10,10 @@
 #include <unordered_set>
 #include <vector>
 
-#include "document/adiantamento.h"
 #include "document/conversor_modelos.h"
 #include "document/mem_stream.h"
 #include "document/modelo_lido.h"
+#include "document/segundo_fio.h"
 
 namespace kestor {
 
@@ -44,9 +45,17 @@ class CConversorCodigos final : public CConversorModelos {
     std::unique_ptr<CMemStream> conteudo;
   };
 
+  // A guess of what a model will be when its turn comes.
+  struct Adiantado {
+    std::string nome;
+    std::shared_ptr<const ModeloLido> modelo;
+    SegundoFio::Tarefa<DocumentoNovo> tarefa;
+  };
+
   void Antecipa(std::string_view nome) override;
   bool CarregaCatalogo();
-  DocumentoNovo Renumerado(const ModeloLido& modelo) const;  // does nothing else, so that a second thread may
+  DocumentoNovo Renumerado(const ModeloLido& modelo) const;  // also on the second thread
+  DocumentoNovo DocumentoDe(std::string_view nome, const ModeloLido& modelo);
   Fim Converte(std::string_view nome);
   const tagREG_CAMPOS_RELATORIO2* BuscaCampo(std::uint16_t codigo) const;  // null when the catalogue does not have it
   bool Renumera(std::uint16_t& codigo) const;                              // false: the code stays
@@ -59,7 +68,8 @@ class CConversorCodigos final : public CConversorModelos {
   std::unordered_map<std::uint16_t, tagREG_CAMPOS_RELATORIO2> mapaCatalogo_;
   std::unordered_map<std::uint16_t, std::uint16_t> mapaCodigos_;
   std::unordered_set<std::string> gravados_;  // files other than that of the model read, see ChaveRelatorio
-  Adiantamento<DocumentoNovo> adiantamento_;
+  std::deque<Adiantado> adiantados_;
+  SegundoFio fio_;
 };
 
 }  // namespace kestor

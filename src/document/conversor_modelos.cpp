@@ -74,6 +74,7 @@ void CConversorModelos::ConverteTodos(const std::vector<std::string_view>& nomes
     ConverteModelo(nomes[i]);
     if (LoteCheio()) FechaLote();
   }
+  TerminaUltimos();
   FechaLote();
   grupo_ = nullptr;
 }

@@ -33,7 +33,7 @@ class CConversorModelos {
   virtual HRESULT Executa();
 
   // Converts one model (code page 1252); what cannot be converted is left as it is. The server is told what became of
-  // it once its document is on the disk: after this one, or some of the next. Throws nothing.
+  // it once its document is on the disk: after this one, some of the next, or TerminaUltimos. Throws nothing.
   virtual void ConverteModelo(std::string_view nome) = 0;
 
  protected:
@@ -63,7 +63,7 @@ class CConversorModelos {
   // Stores a document, over one of that name unless it must be new. The server is not told of the store's own call.
   HRESULT Grava(const std::string& nome, KESTOR_FlagGravacao flag, const CMemStream& documento, Quando quando);
 
-  // Called last by ConverteModelo. What Grava has stored since the last call is the document of this model.
+  // Called once for each model, in their order. What Grava has stored since the last call is the document of this one.
   void Encerra(std::string_view nome, Fim fim) noexcept;
 
   // What the server is told of the call as a whole.
@@ -84,6 +84,9 @@ class CConversorModelos {
 
   // Called for models whose turn to be converted comes soon, in their order. Throws nothing.
   virtual void Antecipa(std::string_view /*nome*/) {}
+
+  // Called after ConverteModelo of the last model.
+  virtual void TerminaUltimos() noexcept {}
 
   // What is left to do when the document is on the disk, or there was none to store. May throw std::bad_alloc.
   virtual void Conclui(const std::string& /*nome*/, Fim& /*fim*/) {}

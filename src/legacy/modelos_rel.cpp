@@ -16,20 +16,16 @@ namespace {
 
 // Passes over what cannot be opened, or deleted: it stays, and is told of besides what was said before.
 Destino ExcluiSeAbre(const std::string& caminho) {
-  CFileException falha;
   try {
-    if (ArquivoExiste(caminho, &falha)) {
-      CFile::Remove(caminho.c_str());
-      return Destino::nenhum;
-    }
+    CFile::Remove(caminho.c_str());
+    return Destino::nenhum;
+  } catch (const CFileException& falha) {
     if (falha.m_lOsError == ERROR_FILE_NOT_FOUND) return Destino::inalterado;
-  } catch (const CFileException& naExclusao) {
-    falha = naExclusao;
+    const std::string antes = RazaoDita();
+    DizRazao("deleted", falha);
+    JuntaRazao(antes);
+    return Destino::fica;
   }
-  const std::string antes = RazaoDita();
-  DizRazao("deleted", falha);
-  JuntaRazao(antes);
-  return Destino::fica;
 }
 
 }  // namespace

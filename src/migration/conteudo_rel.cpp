@@ -59,24 +59,21 @@ HRESULT CConteudoRel::CarregaExportacao(BSTR nome) {
 }
 
 HRESULT CConteudoRel::CarregaCatalogo() {
-  catalogo_.clear();
-  lugares_.clear();
+  catalogo_.reset();
   LONG quantidade = 0;
   const HRESULT leitura = repositorio_->BuscaQdeCamposArquivo(&quantidade);
   if (leitura != S_OK) return leitura;
-  std::vector<tagREG_CAMPOS_RELATORIO> catalogo(static_cast<std::size_t>(std::max<LONG>(quantidade, 0)));
-  const HRESULT entrega = repositorio_->BuscaCampos(quantidade, catalogo.data());
+  const auto catalogo = std::make_shared<Catalogo>();
+  catalogo->campos.resize(static_cast<std::size_t>(std::max<LONG>(quantidade, 0)));
+  const HRESULT entrega = repositorio_->BuscaCampos(quantidade, catalogo->campos.data());
   if (FAILED(entrega)) return entrega;
-
-  std::vector<std::pair<std::uint16_t, std::size_t>> lugares;
-  for (std::size_t i = 0; i < catalogo.size(); ++i) {
-    const std::int32_t codigo = catalogo[i].iCod;
+  for (std::size_t i = 0; i < catalogo->campos.size(); ++i) {
+    const std::int32_t codigo = catalogo->campos[i].iCod;
     if (codigo < 0 || codigo > std::numeric_limits<std::uint16_t>::max()) continue;
-    lugares.emplace_back(static_cast<std::uint16_t>(codigo), i);
+    catalogo->lugares.emplace_back(static_cast<std::uint16_t>(codigo), i);
   }
-  std::sort(lugares.begin(), lugares.end());
-  lugares_ = std::move(lugares);
-  catalogo_ = std::move(catalogo);
+  std::sort(catalogo->lugares.begin(), catalogo->lugares.end());
+  catalogo_ = catalogo;
   return S_OK;
 }
 
@@ -105,9 +102,11 @@ const tagREG_RELEXPORTACAO_ITEM* CConteudoRel::ItemExportacao(std::size_t posica
 
 // Of several records of a code the first one counts.
 const tagREG_CAMPOS_RELATORIO* CConteudoRel::CampoCatalogo(std::uint16_t codigo) const {
-  const auto lugar = std::lower_bound(lugares_.begin(), lugares_.end(), std::pair(codigo, std::size_t{0}));
-  const bool tem = lugar != lugares_.end() && lugar->first == codigo;
-  return tem ? &catalogo_[lugar->second] : nullptr;
+  if (!catalogo_) return nullptr;
+  const auto& lugares = catalogo_->lugares;
+  const auto lugar = std::lower_bound(lugares.begin(), lugares.end(), std::pair(codigo, std::size_t{0}));
+  const bool tem = lugar != lugares.end() && lugar->first == codigo;
+  return tem ? &catalogo_->campos[lugar->second] : nullptr;
 }
 
 bool CConteudoRel::BuscaCampoColuna(std::size_t posicao, tagREG_CAMPOS_RELATORIO& campo) const {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -38,6 +39,9 @@ class CConteudoRel {
   // Reads the field catalogue in place of the one before. The store's result when that is not S_OK; there is none then.
   HRESULT CarregaCatalogo();
 
+  // Takes the field catalogue that another one has read.
+  void UsaCatalogoDe(const CConteudoRel& outro) { catalogo_ = outro.catalogo_; }
+
   // Whether the content was understood to its end. Otherwise the values are those in front of the point where it ends,
   // and defaults.
   bool Completo() const { return completo_; }
@@ -62,6 +66,11 @@ class CConteudoRel {
   std::string BuscaConteudoFixo(std::size_t posicao) const;
 
  private:
+  struct Catalogo {
+    std::vector<tagREG_CAMPOS_RELATORIO> campos;
+    std::vector<std::pair<std::uint16_t, std::size_t>> lugares;  // sorted: code and place among the fields
+  };
+
   void Esquece();
   HRESULT CarregaConteudo(BSTR nome);
   HRESULT CarregaExportacao(BSTR nome);
@@ -74,8 +83,7 @@ class CConteudoRel {
   bool completo_ = false;
   TaskBlock<tagREG_RELEXPORTACAO> exportacao_;
   TaskBlock<tagREG_RELEXPORTACAO_ITEM> itens_;
-  std::vector<tagREG_CAMPOS_RELATORIO> catalogo_;
-  std::vector<std::pair<std::uint16_t, std::size_t>> lugares_;  // sorted: code and place in the catalogue
+  std::shared_ptr<const Catalogo> catalogo_;
 };
 
 }  // namespace kestor

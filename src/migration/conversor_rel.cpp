@@ -109,39 +109,67 @@ HRESULT CConversorRel::CriaRepositorioRel() {
   std::string instalacao;
   if (const auto falha = CCaminhosInstalacao::BuscaCaminhoModulo(Modulo(), instalacao)) return ServiceError(falha);
   vigiaCatalogo_.emplace(CaminhoCatalogo(instalacao, ModuloRel(Modulo()), ComponenteRel(Componente())));
-  conteudo_.DefineRepositorio(*rel_);
+  comCatalogo_.DefineRepositorio(*rel_);
+  for (EmObra& obra : obras_)
+    obra.conteudo.DefineRepositorio(*rel_);
   return S_OK;
 }
 
 void CConversorRel::ConverteModelo(std::string_view listado) {
   if (!rel_) return;
-  Fim fim = SemMemoria();
+  if (emObra_ == obras_.size()) TerminaPrimeiro();
+  EmObra& obra = obras_.at((primeira_ + emObra_++) % obras_.size());
+  obra.nome = listado;
+  obra.tratado = SemMemoria();
   try {
     EsqueceRazao();
-    fim = Trata(std::string(listado));
+    obra.tratado = Trata(std::string(listado), obra.conteudo);
   } catch (const ZN::CException&) {
     // One model too large for the memory must not hold up the others.
   } catch (const std::bad_alloc&) {
   }
-  Encerra(listado, std::move(fim));
 }
 
-CConversorRel::Fim CConversorRel::Trata(const std::string& nome) {
+void CConversorRel::TerminaUltimos() noexcept {
+  while (emObra_ > 0)
+    TerminaPrimeiro();
+}
+
+void CConversorRel::TerminaPrimeiro() noexcept {
+  EmObra& obra = obras_.at(primeira_);
+  primeira_ = (primeira_ + 1) % obras_.size();
+  --emObra_;
+  Fim fim = SemMemoria();
+  try {
+    EsqueceRazao();
+    auto* const documento = std::get_if<Documento>(&obra.tratado);
+    fim = documento != nullptr ? Guarda(std::string(obra.nome), documento->Toma())
+                               : std::move(std::get<Fim>(obra.tratado));
+  } catch (const ZN::CException&) {
+  } catch (const std::bad_alloc&) {
+  }
+  Encerra(obra.nome, std::move(fim));
+}
+
+CConversorRel::Fim CConversorRel::Fica(const std::string& frase) {
+  const std::string dita = RazaoDita();
+  return {.destino = Destino::fica, .razao = dita.empty() ? frase : dita};
+}
+
+CConversorRel::Tratado CConversorRel::Trata(const std::string& nome, CConteudoRel& conteudo) {
   if (nome.size() > kMaximoNome) {
-    return {.destino = Destino::fica, .razao = "its name has more than " + std::to_string(kMaximoNome) + " characters"};
+    return Fica("its name has more than " + std::to_string(kMaximoNome) + " characters");
   }
   if (const auto gemeo = gemeos_.find(text::Upper(nome)); gemeo != gemeos_.end()) {
     const std::string arquivos = gemeo->second.empty() ? "of that name" : gemeo->second;
-    return {.destino = Destino::fica,
-            .razao = "the files " + arquivos + " differ in letter case alone: rename or remove one of them"};
+    return Fica("the files " + arquivos + " differ in letter case alone: rename or remove one of them");
   }
   const bool tratado = !tratados_.insert(text::Upper(nome)).second;
   if (tratado || GetFileAttributesA(CaminhoRelGravado(prefixo_, nome).c_str()) == INVALID_FILE_ATTRIBUTES) {
-    return {.destino = Destino::fica,
-            .razao = "its file has more in its name than \"" + text::Presentable(text::ToUtf8(nome)) + "\""};
+    return Fica("its file has more in its name than \"" + text::Presentable(text::ToUtf8(nome)) + "\"");
   }
-  const bool temDocumento = existentes_.contains(text::Upper(nome)) && HaDocumento(nome);
-  return temDocumento ? Fim{.destino = Destino::descartado} : Converte(nome);
+  if (existentes_.contains(text::Upper(nome)) && HaDocumento(nome)) return Fim{.destino = Destino::descartado};
+  return Converte(nome, conteudo);
 }
 
 // Only a model whose document is on the disk is deleted.
@@ -153,26 +181,30 @@ void CConversorRel::Conclui(const std::string& nome, Fim& fim) {
   if (fim.destino == Destino::descartado && !fim.razao.empty()) fim.destino = Destino::fica;
 }
 
-CConversorRel::Fim CConversorRel::Converte(const std::string& nome) {
-  const auto fica = [](const std::string& frase) {
-    const std::string dita = RazaoDita();
-    return Fim{.destino = Destino::fica, .razao = dita.empty() ? frase : dita};
-  };
+CConversorRel::Tratado CConversorRel::Converte(const std::string& nome, CConteudoRel& conteudo) {
   EsqueceRazao();  // why a listed document is none
-  if (const HRESULT leitura = conteudo_.Carrega(nome); leitura != S_OK) return fica("it cannot be read");
+  if (const HRESULT leitura = conteudo.Carrega(nome); leitura != S_OK) return Fica("it cannot be read");
   EsqueceRazao();  // models without export settings are nothing unusual
-  if (!conteudo_.Completo()) return fica("its content is empty, cut short, or of a version that is not known");
-  if (!ExportacaoInteira(nome)) return fica("its export settings are cut short");
+  if (!conteudo.Completo()) return Fica("its content is empty, cut short, or of a version that is not known");
+  if (!ExportacaoInteira(nome, conteudo)) return Fica("its export settings are cut short");
   EsqueceRazao();
-  if (!CarregaCatalogo()) return fica("the field catalogue cannot be read");
-  CMemStream documento;
-  if (!GeraDocumento(conteudo_, nome, documento)) return fica("its document cannot be made");
+  if (!CarregaCatalogo()) return Fica("the field catalogue cannot be read");
+  conteudo.UsaCatalogoDe(comCatalogo_);
+  return fio_.Comeca([&conteudo = std::as_const(conteudo), nome] {
+    auto documento = std::make_unique<CMemStream>();
+    if (!GeraDocumento(conteudo, nome, *documento)) documento.reset();
+    return documento;
+  });
+}
+
+CConversorRel::Fim CConversorRel::Guarda(const std::string& nome, std::unique_ptr<CMemStream> documento) {
+  if (!documento) return Fica("its document cannot be made");
   // What is there is not overwritten: it may be the document of another station, which has converted the model at the
   // same moment.
-  const HRESULT gravacao = Grava(nome, KESTOR_NaoSobreescrever, documento, Quando::comOsOutros);
+  const HRESULT gravacao = Grava(nome, KESTOR_NaoSobreescrever, *documento, Quando::comOsOutros);
   if (gravacao == S_OK) return {.destino = Destino::convertido};
   const std::string arquivo = CaminhoRelatorioGravado(Modulo() + Componente(), nome);
-  return fica(gravacao == NoticeForm(KESTOR_ARQUIVO_JA_EXISTE)
+  return Fica(gravacao == NoticeForm(KESTOR_ARQUIVO_JA_EXISTE)
                   ? "there is a file " + text::Presentable(text::ToUtf8(arquivo)) + " already"
                   : "its document cannot be stored");
 }
@@ -182,7 +214,7 @@ bool CConversorRel::CarregaCatalogo() {
   const bool mudou = vigiaCatalogo_->HasChanged();
   if (temCatalogo_ && !mudou) return true;
   temCatalogo_ = false;
-  temCatalogo_ = conteudo_.CarregaCatalogo() == S_OK;
+  temCatalogo_ = comCatalogo_.CarregaCatalogo() == S_OK;
   return temCatalogo_;
 }
 
@@ -193,13 +225,14 @@ bool CConversorRel::HaDocumento(const std::string& nome) const {
 
 // Settings that are there and have not been read whole, because another program has them open or because they are cut
 // inside their items, would be lost with the model.
-bool CConversorRel::ExportacaoInteira(const std::string& nome) const {
-  LONG bytes = 0;
-  if (rel_->BuscaTamanhoRelatorio(NovoBstr(NomeDaExportacao(nome)).get(), &bytes) != S_OK) {
-    return !conteudo_.TemExportacao() && !HaExportacao(nome);
+bool CConversorRel::ExportacaoInteira(const std::string& nome, const CConteudoRel& conteudo) const {
+  if (conteudo.TemExportacao()) {
+    const auto bytes = files::LengthOf(CaminhoExportacao(prefixo_, nome).c_str());
+    return bytes && *bytes >= conteudo.BytesExportacao();
   }
-  if (bytes < kBytesCabecalhoExportacao) return !conteudo_.TemExportacao();
-  return conteudo_.TemExportacao() && static_cast<std::size_t>(bytes) >= conteudo_.BytesExportacao();
+  LONG bytes = 0;
+  const HRESULT leitura = rel_->BuscaTamanhoRelatorio(NovoBstr(NomeDaExportacao(nome)).get(), &bytes);
+  return leitura == S_OK ? bytes < kBytesCabecalhoExportacao : !HaExportacao(nome);
 }
 
 // Whether there is a file of export settings, also one that another program has open.

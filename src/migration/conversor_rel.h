@@ -1,16 +1,21 @@
 // The move of first-generation models into the report store.
 #pragma once
 
+#include <array>
+#include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
+#include <variant>
 #include <vector>
 
 #include "common/objeto_contado.h"
 #include "document/conversor_modelos.h"
 #include "document/mem_stream.h"
+#include "document/segundo_fio.h"
 #include "migration/conteudo_rel.h"
 #include "platform/files/files.h"
 
@@ -39,31 +44,50 @@ class CConversorRel final : public CConversorModelos {
   // happens to each model does not show in the result. Throws std::bad_alloc.
   HRESULT Executa() override;
 
-  // Needs the store that Executa makes. Names of more than 255 characters are left alone.
+  // Needs the store that Executa makes. Names of more than 255 characters are left alone. The document of a model is
+  // stored after some of the next have been read: the name must live that long.
   void ConverteModelo(std::string_view nome) override;
 
  private:
+  using Documento = SegundoFio::Tarefa<std::unique_ptr<CMemStream>>;  // null when it cannot be made
+  using Tratado = std::variant<Fim, Documento>;
+
+  // A model whose turn has come, and that is told of after those before it.
+  struct EmObra {
+    std::string_view nome;
+    CConteudoRel conteudo;
+    Tratado tratado;
+  };
+
   HRESULT CriaRepositorioRel();
+  void TerminaUltimos() noexcept override;
+  void TerminaPrimeiro() noexcept;
   void Conclui(const std::string& nome, Fim& fim) override;
   void AnotaGemeos(const std::vector<std::string_view>& nomes);
-  Fim Trata(const std::string& nome);
-  Fim Converte(const std::string& nome);
+  Tratado Trata(const std::string& nome, CConteudoRel& conteudo);
+  Tratado Converte(const std::string& nome, CConteudoRel& conteudo);
+  Fim Guarda(const std::string& nome, std::unique_ptr<CMemStream> documento);
+  static Fim Fica(const std::string& frase);  // unless something else has been said
   bool CarregaCatalogo();
   bool HaDocumento(const std::string& nome) const;
-  bool ExportacaoInteira(const std::string& nome) const;
+  bool ExportacaoInteira(const std::string& nome, const CConteudoRel& conteudo) const;
   bool HaExportacao(const std::string& nome) const;
   void ExcluiRel(const std::string& nome) const;
 
   const CriaLegado criaLegado_;
   const Modo modo_;
   ComPtr<IZNPL_Rel> rel_;
-  CConteudoRel conteudo_;  // of the model whose turn it is, with the catalogue
+  CConteudoRel comCatalogo_;
   bool temCatalogo_ = false;
   std::optional<files::ContentWatch> vigiaCatalogo_;
   std::string prefixo_;                                  // of the paths of the first generation's files
   std::unordered_set<std::string> existentes_;           // upper case
   std::unordered_set<std::string> tratados_;             // whose turn has been, upper case
   std::unordered_map<std::string, std::string> gemeos_;  // files that differ in letter case alone, by their name in it
+  std::array<EmObra, 8> obras_;                          // enough for the second thread not to wait for the next one
+  std::size_t primeira_ = 0;
+  std::size_t emObra_ = 0;  // from there on
+  SegundoFio fio_;
 };
 
 }  // namespace kestor

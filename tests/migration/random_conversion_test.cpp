@@ -120,16 +120,20 @@ std::string Expected(const LegacyModel& m, int layout) {
 }
 
 TEST_F(ConversionTest, RandomModelsBecomeWhatTheyWere) {
-  for (unsigned seed = 0; seed < 160; ++seed) {
-    const int layout = static_cast<int>(seed % 4);
-    SCOPED_TRACE(std::to_string(seed) + " in layout " + std::to_string(layout));
-    const LegacyModel model = seed < 4 ? LegacyModel() : RandomModel(seed).Model();
-    WriteModel("M", model, layout);
-    ASSERT_EQ(Initialise2(), "0x00000000");
+  constexpr unsigned kModels = 160;
+  const auto name = [](unsigned seed) { return "M" + std::to_string(seed); };
+  const auto modelOf = [](unsigned seed) { return seed < 4 ? LegacyModel() : RandomModel(seed).Model(); };
+  const auto layoutOf = [](unsigned seed) { return static_cast<int>(seed % 4); };
+  for (unsigned seed = 0; seed < kModels; ++seed)
+    WriteModel(name(seed), modelOf(seed), layoutOf(seed));
+  ASSERT_EQ(Initialise2(), "0x00000000");
+  for (unsigned seed = 0; seed < kModels; ++seed) {
+    SCOPED_TRACE(std::to_string(seed) + " in layout " + std::to_string(layoutOf(seed)));
     CDocRelatorio document;
-    ASSERT_TRUE(Load(document, support::ReadFile(File("M", ".RXL")).substr(2)));
-    EXPECT_EQ(Content(document), Expected(model, layout));
-    std::filesystem::remove(File("M", ".RXL"));
+    ASSERT_TRUE(Load(document, support::ReadFile(File(name(seed), ".RXL")).substr(2)));
+    EXPECT_EQ(document.nome, name(seed));
+    document.nome = "M";
+    EXPECT_EQ(Content(document), Expected(modelOf(seed), layoutOf(seed)));
   }
 }
 

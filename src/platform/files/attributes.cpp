@@ -32,6 +32,15 @@ DWORD GetFileAttributesA(const char* path) {
   return host::IsReadOnly(status) ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_NORMAL;
 }
 
+std::optional<ULONGLONG> files::LengthOf(const char* path) {
+  PathName translated;
+  struct stat status = {};
+  if (TranslateFilePath(TextOf(path), &translated) != ERROR_SUCCESS) return std::nullopt;
+  FinishGroupWith(translated);
+  if (StatusOf(translated, &status) != ERROR_SUCCESS || !S_ISREG(status.st_mode)) return std::nullopt;
+  return static_cast<ULONGLONG>(status.st_size);
+}
+
 // Times of a file advance in steps, the longest of which are those of FAT.
 bool files::ContentWatch::HasChanged() {
   constexpr std::int64_t kLongestStep = 2;

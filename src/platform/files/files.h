@@ -246,6 +246,9 @@ DWORD GetFileAttributesA(const char* path);
 
 namespace files {
 
+// The bytes of a file; nothing when there is none of that path.
+std::optional<ULONGLONG> LengthOf(const char* path);
+
 // Looks whether the file of a path is still what it was, for those who keep what they have read of it. Used by one
 // thread at a time.
 class ContentWatch {
