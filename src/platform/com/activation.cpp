@@ -20,6 +20,7 @@ using channel::Connection;
 
 constexpr int kStartSeconds = 30;
 constexpr DWORD kPollMilliseconds = 2;
+constexpr int kStarts = 3;  // of servers that end before they are seen
 
 // One client at a time starts the home's server; the others wait here and then find it.
 class ActivationLock {
@@ -146,7 +147,8 @@ class Activation {
     com::ServerProcess process;
     if (!process.Start(command, registry::OwnerOfLastRead())) return CO_E_SERVER_EXEC_FAILURE;
     while (!IsListenedTo()) {
-      if (process.HasEnded()) return CO_E_SERVER_EXEC_FAILURE;
+      // It may have served another client meanwhile, and gone.
+      if (process.HasEnded()) return ++ended_ < kStarts ? S_OK : CO_E_SERVER_EXEC_FAILURE;
       if (Clock::now() > deadline_) {
         process.End();  // no client waits for it any more
         return Late();
@@ -163,6 +165,7 @@ class Activation {
   const Connection::Opening opening_;
   const Server server_;
   const Clock::time_point deadline_;
+  int ended_ = 0;  // servers that were started and not seen
 };
 
 // Who follows the calls of the calling thread, and how long they may take.
