@@ -68,7 +68,7 @@ HRESULT CConversorRel::Executa() {
   const files::GroupedRemovals remocoes;
   const std::string texto = TextoDeBstr(lista.get());
   const std::vector<std::string_view> nomes = Nomes(texto);
-  AnotaGemeos(nomes);
+  AnotaRepetidos(nomes);
   ConverteTodos(nomes);
   if (!nomes.empty()) EsqueceRazao();  // of single models it says nothing of the call
   return S_OK;
@@ -77,25 +77,22 @@ HRESULT CConversorRel::Executa() {
 // Files that differ in letter case alone come from elsewhere, and the platform reaches only one of them: converted or
 // deleted under their common name, the other one would be lost. A name that is listed twice need not be such a case:
 // two files that differ after a dot have it as well. Where the files cannot be listed, it counts as one.
-void CConversorRel::AnotaGemeos(const std::vector<std::string_view>& nomes) {
+void CConversorRel::AnotaRepetidos(const std::vector<std::string_view>& nomes) {
   std::unordered_set<std::string> vistos;
   for (const std::string_view nome : nomes) {
     std::string maiusculas = text::Upper(nome);
-    if (!vistos.insert(maiusculas).second) gemeos_.emplace(std::move(maiusculas), std::string());
+    if (!vistos.insert(maiusculas).second) repetidos_.try_emplace(std::move(maiusculas));
   }
-  if (gemeos_.empty()) return;
+  if (repetidos_.empty()) return;
   std::unordered_map<std::string, std::vector<std::string>> arquivos;
   for (const std::string& arquivo : ArquivosDaMascara(MascaraRel(prefixo_)))
     arquivos[text::Upper(arquivo)].push_back(text::Presentable(text::ToUtf8(arquivo)));
   const std::string codigos = ModuloRel(Modulo()) + ComponenteRel(Componente());
-  for (auto gemeo = gemeos_.begin(); gemeo != gemeos_.end();) {
-    const auto achado = arquivos.find(text::Upper(CaminhoRelGravado(codigos, gemeo->first)));
-    const bool eUmSo = achado != arquivos.end() && achado->second.size() == 1;
-    if (achado != arquivos.end()) {
-      for (const std::string& arquivo : achado->second)
-        gemeo->second += (gemeo->second.empty() ? "" : " and ") + arquivo;
-    }
-    gemeo = eUmSo ? gemeos_.erase(gemeo) : std::next(gemeo);
+  for (auto& [nome, repetido] : repetidos_) {
+    const std::vector<std::string>& achados = arquivos[text::Upper(CaminhoRelGravado(codigos, nome))];
+    repetido.eUmArquivo = achados.size() == 1;
+    for (const std::string& arquivo : achados)
+      repetido.arquivos += (repetido.arquivos.empty() ? "" : " and ") + arquivo;
   }
 }
 
@@ -160,15 +157,18 @@ CConversorRel::Tratado CConversorRel::Trata(const std::string& nome, CConteudoRe
   if (nome.size() > kMaximoNome) {
     return Fica("its name has more than " + std::to_string(kMaximoNome) + " characters");
   }
-  if (const auto gemeo = gemeos_.find(text::Upper(nome)); gemeo != gemeos_.end()) {
-    const std::string arquivos = gemeo->second.empty() ? "of that name" : gemeo->second;
-    return Fica("the files " + arquivos + " differ in letter case alone: rename or remove one of them");
+  const std::string maiusculas = text::Upper(nome);
+  const auto repetido = repetidos_.find(maiusculas);
+  if (repetido != repetidos_.end() && !repetido->second.eUmArquivo) {
+    const std::string& arquivos = repetido->second.arquivos;
+    return Fica("the files " + (arquivos.empty() ? "of that name" : arquivos) +
+                " differ in letter case alone: rename or remove one of them");
   }
-  const bool tratado = !tratados_.insert(text::Upper(nome)).second;
+  const bool tratado = repetido != repetidos_.end() && std::exchange(repetido->second.tratado, true);
   if (tratado || GetFileAttributesA(CaminhoRelGravado(prefixo_, nome).c_str()) == INVALID_FILE_ATTRIBUTES) {
     return Fica("its file has more in its name than \"" + text::Presentable(text::ToUtf8(nome)) + "\"");
   }
-  if (existentes_.contains(text::Upper(nome)) && HaDocumento(nome)) return Fim{.destino = Destino::descartado};
+  if (existentes_.contains(maiusculas) && HaDocumento(nome)) return Fim{.destino = Destino::descartado};
   return Converte(nome, conteudo);
 }
 

@@ -59,11 +59,18 @@ class CConversorRel final : public CConversorModelos {
     Tratado tratado;
   };
 
+  // A name that is listed more than once.
+  struct Repetido {
+    std::string arquivos;  // those that have it, by their names on the disk
+    bool eUmArquivo = false;
+    bool tratado = false;
+  };
+
   HRESULT CriaRepositorioRel();
   void TerminaUltimos() noexcept override;
   void TerminaPrimeiro() noexcept;
   void Conclui(const std::string& nome, Fim& fim) override;
-  void AnotaGemeos(const std::vector<std::string_view>& nomes);
+  void AnotaRepetidos(const std::vector<std::string_view>& nomes);
   Tratado Trata(const std::string& nome, CConteudoRel& conteudo);
   Tratado Converte(const std::string& nome, CConteudoRel& conteudo);
   Fim Guarda(const std::string& nome, std::unique_ptr<CMemStream> documento);
@@ -82,8 +89,7 @@ class CConversorRel final : public CConversorModelos {
   std::optional<files::ContentWatch> vigiaCatalogo_;
   std::string prefixo_;                                  // of the paths of the first generation's files
   std::unordered_set<std::string> existentes_;           // upper case
-  std::unordered_set<std::string> tratados_;             // whose turn has been, upper case
-  std::unordered_map<std::string, std::string> gemeos_;  // files that differ in letter case alone, by their name in it
+  std::unordered_map<std::string, Repetido> repetidos_;  // upper case
   std::array<EmObra, 8> obras_;                          // enough for the second thread not to wait for the next one
   std::size_t primeira_ = 0;
   std::size_t emObra_ = 0;  // from there on
