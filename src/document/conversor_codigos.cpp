@@ -6,11 +6,13 @@
 #include <set>
 #include <utility>
 
+#include "common/caminhos_instalacao.h"
 #include "common/nomes_arquivos.h"
 #include "common/razao.h"
 #include "common/texto_bstr.h"
 #include "contract/campo_texto.h"
 #include "document/doc_relatorio.h"
+#include "platform/files/files.h"
 #include "platform/text/text.h"
 
 namespace kestor {
@@ -39,6 +41,8 @@ CConversorCodigos::CConversorCodigos(Servidor& servidor, IZNPL_Relatorio2& repos
     semCatalogo_ = RazaoOu("the field catalogue cannot be read");
     return;
   }
+  std::string pasta;
+  adianta_ = !CCaminhosInstalacao::BuscaCaminhoRelatorios(pasta) && files::IsOnLocalDisk(pasta.c_str());
   for (LONG i = 0; i < quantidade; ++i) {
     const REL_CODIGO_CAMPOS_ALTERADOS par = pares[i];
     mapaCodigos_.insert_or_assign(std::uint16_t{par.nCodigoAntigo}, std::uint16_t{par.nNovoCodigo});
@@ -121,6 +125,7 @@ CConversorCodigos::DocumentoNovo CConversorCodigos::Renumerado(const ModeloLido&
 }
 
 void CConversorCodigos::Antecipa(std::string_view nome) {
+  if (!adianta_) return;
   try {
     const auto modelo = std::make_shared<const ModeloLido>(Repositorio(), nome);
     if (!*modelo || modelo->Bytes() > kMaiorAdiantado) return;
@@ -130,14 +135,22 @@ void CConversorCodigos::Antecipa(std::string_view nome) {
   }
 }
 
-// What was made ahead counts only when the model, which has been read again in its turn, is still the same.
+// What was made ahead counts only when the model, which has been read again in its turn, is still the same, and when
+// nothing was lacking: there may be memory now.
 CConversorCodigos::DocumentoNovo CConversorCodigos::DocumentoDe(std::string_view nome, const ModeloLido& modelo) {
   const auto achado = std::find_if(adiantados_.begin(), adiantados_.end(),
                                    [nome](const Adiantado& adiantado) { return adiantado.nome == nome; });
   if (achado == adiantados_.end()) return Renumerado(modelo);
   Adiantado adiantado = std::move(*achado);
   adiantados_.erase(adiantados_.begin(), achado + 1);
-  return *adiantado.modelo == modelo ? adiantado.tarefa.Toma() : Renumerado(modelo);
+  try {
+    if (*adiantado.modelo == modelo) {
+      DocumentoNovo novo = adiantado.tarefa.Toma();
+      if (novo.conteudo && novo.conteudo->Size() != 0) return novo;
+    }
+  } catch (const std::bad_alloc&) {
+  }
+  return Renumerado(modelo);
 }
 
 void CConversorCodigos::ConverteModelo(std::string_view nome) {

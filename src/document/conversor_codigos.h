@@ -68,6 +68,7 @@ class CConversorCodigos final : public CConversorModelos {
   std::unordered_map<std::uint16_t, tagREG_CAMPOS_RELATORIO2> mapaCatalogo_;
   std::unordered_map<std::uint16_t, std::uint16_t> mapaCodigos_;
   std::unordered_set<std::string> gravados_;  // files other than that of the model read, see ChaveRelatorio
+  bool adianta_ = false;                      // reading a model twice costs less than it gains
   std::deque<Adiantado> adiantados_;
   SegundoFio fio_;
 };

@@ -16,8 +16,10 @@ namespace kestor {
 
 namespace {
 
-// How many models are looked at ahead: those of a batch, which are made while the one before goes to the disk.
+// How many models are looked at ahead: those of a batch, which are made while the one before goes to the disk. Two at
+// each turn, so that the first is soon told of.
 constexpr std::size_t kDianteira = 64;
+constexpr std::size_t kPassoDianteira = 2;
 
 std::string_view Vista(const CMemStream& conteudo) {
   return {reinterpret_cast<const char*>(conteudo.Buffer()), conteudo.Size()};
@@ -69,7 +71,8 @@ void CConversorModelos::ConverteTodos(const std::vector<std::string_view>& nomes
   grupo_ = &grupo;
   std::size_t antecipados = 1;
   for (std::size_t i = 0; i < nomes.size(); ++i) {
-    for (; antecipados < std::min(nomes.size(), i + kDianteira); ++antecipados)
+    const std::size_t dianteira = std::min({nomes.size(), i + kDianteira, antecipados + kPassoDianteira});
+    for (; antecipados < dianteira; ++antecipados)
       Antecipa(nomes[antecipados]);
     ConverteModelo(nomes[i]);
     if (LoteCheio()) FechaLote();

@@ -18,7 +18,7 @@ namespace kestor {
 
 // Base of the converters. Documents go to the disk some at a time: a model's last steps, and the telling of it, wait
 // for that. It works on a store that has been initialised for the module and component and holds a reference to it. One
-// call, one thread.
+// call, one thread, but for what a SegundoFio does.
 class CConversorModelos {
  public:
   // `classe` and `metodo`: the call that has the models converted, as the server is told of it. `semExito`: what it is

@@ -14,7 +14,7 @@ namespace kestor {
 
 // One model with its export settings and the field catalogue of its module and component, fetched through a store of
 // the first generation. docs/formats.md has the layouts of the content. Positions of columns count from 0 and lie below
-// their number. Not for several threads; methods throw std::bad_alloc.
+// their number. Const methods may be called by several threads at a time. Methods throw std::bad_alloc.
 class CConteudoRel {
  public:
   // The header or footer line of the export file.
@@ -47,6 +47,7 @@ class CConteudoRel {
   bool Completo() const { return completo_; }
 
   const ValoresRel& Valores() const { return valores_; }
+  std::size_t Bytes() const { return conteudo_.size(); }  // of the content
 
   bool TemExportacao() const { return exportacao_ != nullptr; }
   // How long the file of the export settings must be for all their items; 0 without settings.

@@ -1,7 +1,7 @@
 #include "migration/conversor_rel.h"
 
 #include <algorithm>
-#include <iterator>
+#include <memory>
 #include <new>
 #include <string_view>
 #include <unordered_map>
@@ -27,6 +27,9 @@ namespace {
 
 constexpr std::size_t kMaximoNome = 255;
 constexpr char kSeparadorNomes = '|';
+
+// Longer contents are stored before the next one is read.
+constexpr std::size_t kMaiorAdiantado = std::size_t{128} << 10;
 
 // Export settings without their items. A shorter file says nothing.
 constexpr LONG kBytesCabecalhoExportacao = kBytesWithoutPointer<tagREG_RELEXPORTACAO>;
@@ -107,8 +110,6 @@ HRESULT CConversorRel::CriaRepositorioRel() {
   if (const auto falha = CCaminhosInstalacao::BuscaCaminhoModulo(Modulo(), instalacao)) return ServiceError(falha);
   vigiaCatalogo_.emplace(CaminhoCatalogo(instalacao, ModuloRel(Modulo()), ComponenteRel(Componente())));
   comCatalogo_.DefineRepositorio(*rel_);
-  for (EmObra& obra : obras_)
-    obra.conteudo.DefineRepositorio(*rel_);
   return S_OK;
 }
 
@@ -116,15 +117,17 @@ void CConversorRel::ConverteModelo(std::string_view listado) {
   if (!rel_) return;
   if (emObra_ == obras_.size()) TerminaPrimeiro();
   EmObra& obra = obras_.at((primeira_ + emObra_++) % obras_.size());
-  obra.nome = listado;
-  obra.tratado = SemMemoria();
+  obra = {listado, SemMemoria()};
+  bytesLidos_ = 0;
   try {
     EsqueceRazao();
-    obra.tratado = Trata(std::string(listado), obra.conteudo);
+    obra.tratado = Trata(std::string(listado));
   } catch (const ZN::CException&) {
     // One model too large for the memory must not hold up the others.
   } catch (const std::bad_alloc&) {
   }
+  // Several long ones must not be in memory at a time.
+  if (bytesLidos_ > kMaiorAdiantado) TerminaUltimos();
 }
 
 void CConversorRel::TerminaUltimos() noexcept {
@@ -153,7 +156,7 @@ CConversorRel::Fim CConversorRel::Fica(const std::string& frase) {
   return {.destino = Destino::fica, .razao = dita.empty() ? frase : dita};
 }
 
-CConversorRel::Tratado CConversorRel::Trata(const std::string& nome, CConteudoRel& conteudo) {
+CConversorRel::Tratado CConversorRel::Trata(const std::string& nome) {
   if (nome.size() > kMaximoNome) {
     return Fica("its name has more than " + std::to_string(kMaximoNome) + " characters");
   }
@@ -169,7 +172,7 @@ CConversorRel::Tratado CConversorRel::Trata(const std::string& nome, CConteudoRe
     return Fica("its file has more in its name than \"" + text::Presentable(text::ToUtf8(nome)) + "\"");
   }
   if (existentes_.contains(maiusculas) && HaDocumento(nome)) return Fim{.destino = Destino::descartado};
-  return Converte(nome, conteudo);
+  return Converte(nome);
 }
 
 // Only a model whose document is on the disk is deleted.
@@ -181,18 +184,21 @@ void CConversorRel::Conclui(const std::string& nome, Fim& fim) {
   if (fim.destino == Destino::descartado && !fim.razao.empty()) fim.destino = Destino::fica;
 }
 
-CConversorRel::Tratado CConversorRel::Converte(const std::string& nome, CConteudoRel& conteudo) {
+CConversorRel::Tratado CConversorRel::Converte(const std::string& nome) {
+  const auto conteudo = std::make_shared<CConteudoRel>();
+  conteudo->DefineRepositorio(*rel_);
   EsqueceRazao();  // why a listed document is none
-  if (const HRESULT leitura = conteudo.Carrega(nome); leitura != S_OK) return Fica("it cannot be read");
+  if (const HRESULT leitura = conteudo->Carrega(nome); leitura != S_OK) return Fica("it cannot be read");
   EsqueceRazao();  // models without export settings are nothing unusual
-  if (!conteudo.Completo()) return Fica("its content is empty, cut short, or of a version that is not known");
-  if (!ExportacaoInteira(nome, conteudo)) return Fica("its export settings are cut short");
+  if (!conteudo->Completo()) return Fica("its content is empty, cut short, or of a version that is not known");
+  if (!ExportacaoInteira(nome, *conteudo)) return Fica("its export settings are cut short");
   EsqueceRazao();
   if (!CarregaCatalogo()) return Fica("the field catalogue cannot be read");
-  conteudo.UsaCatalogoDe(comCatalogo_);
-  return fio_.Comeca([&conteudo = std::as_const(conteudo), nome] {
+  conteudo->UsaCatalogoDe(comCatalogo_);
+  bytesLidos_ = conteudo->Bytes();
+  return fio_.Comeca([conteudo, nome] {
     auto documento = std::make_unique<CMemStream>();
-    if (!GeraDocumento(conteudo, nome, *documento)) documento.reset();
+    if (!GeraDocumento(*conteudo, nome, *documento)) documento.reset();
     return documento;
   });
 }

@@ -55,7 +55,6 @@ class CConversorRel final : public CConversorModelos {
   // A model whose turn has come, and that is told of after those before it.
   struct EmObra {
     std::string_view nome;
-    CConteudoRel conteudo;
     Tratado tratado;
   };
 
@@ -71,8 +70,8 @@ class CConversorRel final : public CConversorModelos {
   void TerminaPrimeiro() noexcept;
   void Conclui(const std::string& nome, Fim& fim) override;
   void AnotaRepetidos(const std::vector<std::string_view>& nomes);
-  Tratado Trata(const std::string& nome, CConteudoRel& conteudo);
-  Tratado Converte(const std::string& nome, CConteudoRel& conteudo);
+  Tratado Trata(const std::string& nome);
+  Tratado Converte(const std::string& nome);
   Fim Guarda(const std::string& nome, std::unique_ptr<CMemStream> documento);
   static Fim Fica(const std::string& frase);  // unless something else has been said
   bool CarregaCatalogo();
@@ -90,9 +89,10 @@ class CConversorRel final : public CConversorModelos {
   std::string prefixo_;                                  // of the paths of the first generation's files
   std::unordered_set<std::string> existentes_;           // upper case
   std::unordered_map<std::string, Repetido> repetidos_;  // upper case
-  std::array<EmObra, 8> obras_;                          // enough for the second thread not to wait for the next one
+  std::array<EmObra, 8> obras_;                          // enough that the second thread always has a next model
   std::size_t primeira_ = 0;
-  std::size_t emObra_ = 0;  // from there on
+  std::size_t emObra_ = 0;      // from there on
+  std::size_t bytesLidos_ = 0;  // of the model whose document was begun last
   SegundoFio fio_;
 };
 

@@ -59,6 +59,13 @@ bool files::ContentWatch::HasChanged() {
   return before != now;
 }
 
+bool files::IsOnLocalDisk(const char* path) {
+  PathName translated;
+  host::Descriptor folder;
+  return TranslatePath(TextOf(path), &translated) == ERROR_SUCCESS &&
+         OpenWholeFolder(translated, &folder) == ERROR_SUCCESS && host::IsLocal(folder);
+}
+
 DWORD files::FolderError(const char* path) {
   PathName translated;
   if (const DWORD error = TranslatePath(TextOf(path), &translated); error != ERROR_SUCCESS) return error;

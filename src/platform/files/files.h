@@ -246,6 +246,9 @@ DWORD GetFileAttributesA(const char* path);
 
 namespace files {
 
+// False for a folder on a network or FUSE file system, and for one that cannot be opened.
+bool IsOnLocalDisk(const char* folder);
+
 // The bytes of a file; nothing when there is none of that path.
 std::optional<ULONGLONG> LengthOf(const char* path);
 
