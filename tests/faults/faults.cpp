@@ -17,7 +17,7 @@
 namespace faults {
 namespace {
 
-bool attacked = false;
+thread_local bool attacked = false;
 Attack attack;
 Strike strike;
 std::size_t calls = 0;
