@@ -13,7 +13,7 @@ cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz
 mkdir -p build/fuzz/found
 # Several write files, and would wait for the disk most of the time.
-room="$(df --output=avail /dev/shm 2>/dev/null | tail -n 1)"
+room="$(df --output=avail /dev/shm 2>/dev/null | tail -n 1 || true)"
 [ ! -w /dev/shm ] || [ "${room:-0}" -lt 100000 ] || export TMPDIR=/dev/shm
 
 # An input counts as one that never ends only after a time in which a busy machine can stand still. In a shell of its own,
@@ -33,6 +33,7 @@ run() {
 }
 export -f run
 rm -f build/fuzz/found/*.log
+touch build/fuzz/found/begun
 printf '%s\0' build/fuzz/bin/fuzz_* | xargs -0 -P "$(nproc)" -I {} bash -c 'run "$@"' run {} "$seconds"
 
 # What was found comes last, where the reader of a long log looks.
@@ -41,9 +42,9 @@ for log in build/fuzz/found/*.log; do
   [ -e "$log" ] || continue
   status=1
   printf '\n%s\n' "$log"
-  grep -av '^stat::' "$log"
+  sed '/^stat::/d' "$log"
   for input in "${log%.log}"-*; do
-    [ ! -f "$input" ] || { printf '%s, in base64:\n' "$input" && base64 "$input"; }
+    [ ! "$input" -nt build/fuzz/found/begun ] || { printf '%s, in base64:\n' "$input" && base64 "$input"; }
   done
 done
 exit "$status"
