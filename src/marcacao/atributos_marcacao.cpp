@@ -28,7 +28,7 @@ CAtributosMarcacao* CAtributosMarcacao::Novo() {
 
 void CAtributosMarcacao::Discard() {
   const std::size_t bytes =
-      2 * marca_.Capacidade() + valor_.capacity() + lugares_.capacity() * (sizeof(Lugar) + sizeof(std::string));
+      2 * marca_.Capacidade() + valor_.capacity() + lugares_.capacity() * (sizeof(Lugar) + sizeof(Habitual));
   if (guardada || bytes > kBytesGuardados) {
     delete this;
     return;
@@ -65,9 +65,10 @@ std::size_t CAtributosMarcacao::Busca(std::string_view nome) const {
 // need not be looked at again.
 bool CAtributosMarcacao::EhHabitual(const char* nome) const {
   if (!saoHabituais_ || lugares_.size() == habituais_.size()) return false;
-  const std::string& habitual = habituais_[lugares_.size()];
-  const std::size_t bytes = habitual.size() - kBytesEmVolta;
-  return std::strncmp(nome, habitual.data() + 1, bytes) == 0 && nome[bytes] == '\0';
+  const Habitual& habitual = habituais_[lugares_.size()];
+  if (habitual.bytes == 0) return false;
+  const std::size_t bytes = habitual.bytes - kBytesEmVolta;
+  return std::strncmp(nome, habitual.marca.data() + 1, bytes) == 0 && nome[bytes] == '\0';
 }
 
 // False for a name that no attribute can have, or that the list has.
@@ -79,7 +80,11 @@ bool CAtributosMarcacao::AcrescentaNovo(const char* nome) {
   if (!AcrescentaNome(nome, marca_) || Busca(Marca().substr(inicio + 1)) != lugares_.size()) return false;
   marca_.Acrescenta('=');
   marca_.Acrescenta('"');
-  if (habituais_.size() == lugares_.size()) habituais_.emplace_back(Marca().substr(inicio));
+  if (habituais_.size() == lugares_.size()) {
+    Habitual& habitual = habituais_.emplace_back();
+    const std::string_view marca = Marca().substr(inicio);
+    if (marca.size() <= habitual.marca.size()) habitual.bytes = marca.copy(habitual.marca.data(), marca.size());
+  }
   return true;
 }
 
@@ -90,7 +95,10 @@ HRESULT CAtributosMarcacao::Adiciona(const char* nome, const char* valor) {
     const std::size_t inicio = Marca().size();
     if (nome == nullptr) return E_INVALIDARG;
     if (EhHabitual(nome)) {
-      marca_.Acrescenta(habituais_[lugares_.size()]);
+      const Habitual& habitual = habituais_[lugares_.size()];
+      char* const lugar = marca_.Espaco(habitual.marca.size());
+      std::memcpy(lugar, habitual.marca.data(), habitual.marca.size());
+      marca_.Ocupa(lugar + habitual.bytes);
     } else if (!AcrescentaNovo(nome)) {
       return E_INVALIDARG;
     }

@@ -1,6 +1,7 @@
 // Attribute lists for writing.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -50,14 +51,21 @@ class CAtributosMarcacao final : public ObjetoMarcacao<IAtributosMarcacao, IID_I
     std::uint32_t bytesNome;
   };
 
+  // A name with what is around it in the mark. Of constant length, which makes copying it short; a longer name never
+  // counts as habitual.
+  struct Habitual {
+    std::array<char, 32> marca{};
+    std::size_t bytes = 0;
+  };
+
   // The number of attributes when there is none of that name.
   std::size_t Busca(std::string_view nome) const;
   bool EhHabitual(const char* nome) const;
   bool AcrescentaNovo(const char* nome);
 
   std::vector<Lugar> lugares_;
-  std::vector<std::string> habituais_;  // names of this list or the one before, with what is around them
-  bool saoHabituais_ = true;            // the names of this list have been these so far
+  std::vector<Habitual> habituais_;  // names of this list or the one before
+  bool saoHabituais_ = true;         // the names of this list have been these so far
   Acumulador marca_;
   std::string valor_;  // the one asked for last
   bool completa_ = true;
