@@ -240,6 +240,7 @@ class Connection {
   std::chrono::milliseconds limit_{};                 // of an exchange; 0: none
   std::chrono::steady_clock::time_point deadline_{};  // of the one that is going on, where there is a limit
   bool broken_ = false;
+  bool staysAwake_ = true;            // while it waits: the last answer came soon
   bool hasNotes_ = false;             // some came
   bool hasResult_ = false;            // the server has answered the last call
   bool knowsReasons_ = false;         // the server

@@ -264,12 +264,18 @@ bool Connection::ReceiveFrame(FrameHead* head, Decoder* payload) {
       return recv(descriptor_.Number(), received_.Data() + size, received_.Capacity() - size, flags);
     };
     ssize_t got = -1;
-    const bool came = IsThereInAMoment([&] {
+    const auto tries = [&] {
       got = receive(MSG_DONTWAIT);
       return got >= 0 || (errno != EAGAIN && errno != EWOULDBLOCK);
-    });
-    if (!came && !WaitFor(POLLIN)) return false;
-    if (!came) got = receive(0);
+    };
+    if (!staysAwake_ || !IsThereInAMoment(tries)) {
+      // Who stays awake for a server that is busy with others keeps those from the processor.
+      constexpr std::chrono::microseconds kSoon(50);
+      const auto asleep = std::chrono::steady_clock::now();
+      if (!WaitFor(POLLIN)) return false;
+      got = receive(0);
+      staysAwake_ = std::chrono::steady_clock::now() - asleep < kSoon;
+    }
     if (got < 0 && errno == EINTR) continue;
     if (got == 0) errno = ECONNRESET;  // tells the end from a limit that ran out
     if (got <= 0) return false;
