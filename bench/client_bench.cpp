@@ -1,4 +1,5 @@
 // Calls through the client library and from Python, beside those of a proxy in C++.
+#include <fcntl.h>
 #include <sched.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -103,7 +104,7 @@ BENCHMARK(LeFromPython)->UseManualTime();
 // Clients in processes of their own, which call at once.
 class Callers {
  public:
-  // Of one round: its length, and the longest and the mean wait of a call. Seconds.
+  // Of one round: its length, and the longest and the mean wait of a call for the server. Seconds.
   struct Round {
     double length = 0;
     double longest = 0;
@@ -164,14 +165,27 @@ class Callers {
     while (write(talk, &round, sizeof round) == sizeof round && read(talk, &calls, sizeof calls) == sizeof calls) {
       round = {};
       for (int i = 0; i < calls; ++i) {
+        const double waited = WaitedForProcessor();
         const Clock::time_point begun = Clock::now();
         if (!CallOnce(store, i)) return 1;
-        const double seconds = std::chrono::duration<double>(Clock::now() - begun).count();
+        const double seconds =
+            std::chrono::duration<double>(Clock::now() - begun).count() - (WaitedForProcessor() - waited);
         round.longest = std::max(round.longest, seconds);
         round.mean += seconds / calls;
       }
     }
     return 0;
+  }
+
+  // How long this process has been able to run and had no processor. With more clients than processors, each has its
+  // turn of some milliseconds, which is no wait for the server.
+  static double WaitedForProcessor() {
+    static const int statistics = open("/proc/self/schedstat", O_RDONLY | O_CLOEXEC);
+    char text[100] = {};
+    char* end = text;
+    if (pread(statistics, text, sizeof text - 1, 0) <= 0) return 0;
+    std::strtoull(text, &end, 10);  // how long it has run
+    return static_cast<double>(std::strtoull(end, nullptr, 10)) / 1e9;
   }
 
   static bool CallOnce(kestor_reports* store, int number) {
@@ -239,7 +253,7 @@ std::vector<bench::Figure> bench::ClientFigures() {
       {"Le of 20 kB through the client library / through a proxy in C++", "LeThroughLibrary", "LeRemote", 1.05},
       {"Le of 20 kB from Python / through a proxy in C++", "LeFromPython", "LeRemote", 3.0},
       {"800 calls of eight clients at once / of one client", "EightClients", "OneClient", 1 / 0.95},
-      {"The longest wait of a call among those of eight clients / the mean", "LongestWaitOfEight", "MeanWaitOfEight",
-       8.0},
+      {"The longest wait of a call for the server among those of eight clients / the mean", "LongestWaitOfEight",
+       "MeanWaitOfEight", 8.0},
   };
 }
