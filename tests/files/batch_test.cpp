@@ -2,6 +2,8 @@
 #include <sys/resource.h>
 
 #include <cerrno>
+#include <random>
+#include <set>
 #include <thread>
 
 #include "fixture.h"
@@ -162,6 +164,33 @@ TEST_F(BatchTest, OneReadingForSeveralSearches) {
   WriteFile("C.TXT", "by a program that tells nobody");
   EXPECT_TRUE(finds("D:\\C*"));
   EXPECT_TRUE(finds("D:\\A*"));
+}
+
+// Whatever comes and goes in a folder, a name leads to the first of its spellings that is there.
+TEST_F(BatchTest, NamesThatComeAndGo) {
+  std::mt19937 random(7);
+  std::set<std::string> here;
+  for (int step = 0; step < 4000; ++step) {
+    std::string name = "Nome" + std::to_string(random() % 150);
+    if (random() % 4 == 0) name[3] = 'E';
+    if (random() % 2 == 0) {
+      WriteFile(name, "");
+      here.insert(name);
+    } else {
+      fs::remove(name);
+      here.erase(name);
+    }
+    if (step % 10 != 0) continue;
+    const std::string lower = "nome" + name.substr(4);
+    std::string found;
+    files::HostPath(("D:\\" + lower).c_str(), &found);
+    found = fs::path(found).filename();
+    std::string expected = lower;
+    for (const char* const spelling : {"Nome", "NomE"}) {
+      if (here.contains(spelling + name.substr(4))) expected = spelling + name.substr(4);
+    }
+    ASSERT_EQ(found, expected) << "step " << step;
+  }
 }
 
 // Whether a file has changed can be told once its last change lies some seconds back.

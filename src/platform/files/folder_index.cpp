@@ -197,6 +197,7 @@ bool FolderIndexes::IsSettled(const Index& index, std::chrono::steady_clock::tim
 }
 
 int FolderIndexes::Read(const host::Descriptor& folder, Index* index) {
+  index->current = false;
   index->names = {};
   index->movedAway = 0;
   std::chrono::steady_clock::time_point begun;
