@@ -63,13 +63,12 @@ HRESULT CConversorRel::Executa() {
   if (FAILED(inicio)) return inicio;
   BSTR recebidos = nullptr;
   const HRESULT listagem = rel_->BuscaNomeRelatoriosExistentes(&recebidos);
-  const OwnedBstr lista(recebidos);
+  const std::string texto = TextoDeBstr(OwnedBstr(recebidos).get());
   if (FAILED(listagem)) return listagem;
 
   // Two flushed removals a model would cost as much as all the rest. A model whose removal a power failure undoes is
   // found to be converted, and removed, by the next initialisation.
   const files::GroupedRemovals remocoes;
-  const std::string texto = TextoDeBstr(lista.get());
   const std::vector<std::string_view> nomes = Nomes(texto);
   AnotaRepetidos(nomes);
   ConverteTodos(nomes);

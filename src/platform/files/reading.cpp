@@ -65,6 +65,7 @@ int ReadNames(const host::Descriptor& folder, const VisitName& visit, std::chron
 
 void NoteOwnChange() {
   ++ownChanges;
+  kept.reset();  // of no more use, and some megabytes of a large folder
 }
 
 std::uint64_t OwnChanges() {

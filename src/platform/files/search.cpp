@@ -90,8 +90,10 @@ class Search {
       }
     };
     const int error = ReadNamesOnce(folder, consider);
-    std::sort(matches_.begin(), matches_.end(), [](const Match& a, const Match& b) {
-      return std::tie(a.sortText, a.name) < std::tie(b.sortText, b.name);
+    std::sort(matches_.begin(), matches_.end(), [this](std::size_t a, std::size_t b) {
+      const Match first = At(a);
+      const Match second = At(b);
+      return std::tie(first.sortText, first.name) < std::tie(second.sortText, second.name);
     });
     RemoveLeftovers(folder, hidden);
     return error == 0;
@@ -99,7 +101,7 @@ class Search {
 
   bool Deliver(_finddata_t* found) {
     if (next_ == matches_.size()) return false;
-    const Match& match = matches_[next_++];
+    const Match match = At(matches_[next_++]);
     found->attrib = match.isFolder ? FILE_ATTRIBUTE_DIRECTORY : 0;
     found->name[match.name.copy(found->name, sizeof found->name - 1)] = '\0';
     return true;
@@ -107,10 +109,15 @@ class Search {
 
  private:
   struct Match {
-    std::string sortText;
-    std::string name;
+    std::string_view sortText;
+    std::string_view name;
     bool isFolder;
   };
+
+  Match At(std::size_t place) const {
+    const std::string_view sortText = texts_.data() + place + 1;
+    return {sortText, sortText.data() + sortText.size() + 1, texts_[place] != 'f'};
+  }
 
   void Consider(const host::Descriptor& folder, const char* name, unsigned char type) {
     if (!FoldName(name, &folded_) || !pattern_.Matches(folded_)) return;
@@ -121,7 +128,9 @@ class Search {
 
     // The code points' order is the desktop's, and UTF-8 has it.
     if (name_.size() != strlen(name)) folded_ = text::ToUtf8(folded_);
-    matches_.push_back({folded_, name_, isFolder});
+    matches_.push_back(texts_.size());
+    texts_ += isFolder ? 'd' : 'f';
+    texts_.append(folded_).append(1, '\0').append(name_).append(1, '\0');
   }
 
   // True for files and, with `*isFolder`, folders: pipes, devices and the like are nothing that could be opened.
@@ -135,7 +144,8 @@ class Search {
   }
 
   Pattern pattern_;
-  std::vector<Match> matches_;
+  std::string texts_;  // a letter for the kind, the sorting text, a NUL, the name and a NUL of each match
+  std::vector<std::size_t> matches_;  // where each begins there
   std::size_t next_ = 0;
   std::string name_;    // of the entry in hand, in code page 1252
   std::string folded_;  // the same in upper case, then its sorting text
