@@ -11,6 +11,10 @@ namespace kestor {
 
 namespace {
 
+// Up to here, one writing of a header and a content costs less than two of them: a file system does nearly as much for
+// two bytes as for some pages.
+constexpr std::size_t kConteudoCurto = std::size_t{64} << 10;
+
 template <typename Visita>
 void Procura(const std::string& mascara, const Visita& visita) {
   _finddata_t achado;
@@ -65,8 +69,16 @@ Gravacao GravaModelo(const std::string& caminho, UINT modos, std::string_view ca
     CFileException falha;
     if (!arquivo.Open(caminho.c_str(), kGravacaoModelo | modos, &falha)) throw falha;
     falhou = Gravacao::naoFeita;
-    arquivo.Write(cabecalho.data(), static_cast<UINT>(cabecalho.size()));
-    arquivo.Write(conteudo.data(), static_cast<UINT>(conteudo.size()));
+    std::string curto;
+    if (!cabecalho.empty() && conteudo.size() <= kConteudoCurto) {
+      curto.reserve(cabecalho.size() + conteudo.size());
+      curto.append(cabecalho).append(conteudo);
+      cabecalho = {};
+      conteudo = curto;
+    }
+    for (const std::string_view parte : {cabecalho, conteudo}) {
+      if (!parte.empty()) arquivo.Write(parte.data(), static_cast<UINT>(parte.size()));
+    }
     arquivo.Close();
     return Gravacao::feita;
   } catch (const CFileException& falha) {
