@@ -13,16 +13,18 @@
 namespace files {
 namespace {
 
-// The folder whose removals this thread flushes together; a value without a descriptor before the first of them.
-thread_local std::optional<host::Descriptor> groupedFolder;
+// The folder whose removals this thread flushes together; without a descriptor before the first of them.
+struct GroupedFolder {
+  host::Descriptor folder;
+  struct stat status = {};
+};
+thread_local std::optional<GroupedFolder> grouped;
 
 DWORD FlushRemoval(host::Descriptor folder) {
-  if (!groupedFolder) return platform::OsError(host::Sync(folder));
-  if (!*groupedFolder) {
-    *groupedFolder = std::move(folder);
-    return ERROR_SUCCESS;
-  }
-  return host::SameFile(*groupedFolder, folder) ? ERROR_SUCCESS : platform::OsError(host::Sync(folder));
+  struct stat own = {};
+  if (!grouped || host::Stat(folder, &own) != 0) return platform::OsError(host::Sync(folder));
+  if (!grouped->folder) *grouped = {std::move(folder), own};
+  return host::SameFile(grouped->status, own) ? ERROR_SUCCESS : platform::OsError(host::Sync(folder));
 }
 
 DWORD RemoveFile(std::string_view text) {
@@ -119,14 +121,14 @@ DWORD RenameFile(std::string_view oldText, std::string_view newText, bool* isOfN
 
 }  // namespace
 
-GroupedRemovals::GroupedRemovals() : m_outermost(!groupedFolder) {
-  if (m_outermost) groupedFolder.emplace();
+GroupedRemovals::GroupedRemovals() : m_outermost(!grouped) {
+  if (m_outermost) grouped.emplace();
 }
 
 GroupedRemovals::~GroupedRemovals() {
   if (!m_outermost) return;
-  if (*groupedFolder) host::Sync(*groupedFolder);
-  groupedFolder.reset();
+  if (grouped->folder) host::Sync(grouped->folder);
+  grouped.reset();
 }
 
 }  // namespace files

@@ -159,6 +159,7 @@ class ReplacementGroup;
 // The thread finds what it has written: before it opens, removes, renames or looks for a file of such a name, and
 // before it searches a folder, the waiting files take their names. They also do so before an opening fails for want of
 // descriptors or because a file is in use. One within another takes its place, once the files of that have their names.
+// While one lives, a folder in which the thread looks time and again is the same for a tenth of a second at a time.
 class GroupedReplacements {
  public:
   // What became of a file.

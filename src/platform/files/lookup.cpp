@@ -2,12 +2,37 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <optional>
 
 #include "folder_index.h"
 #include "platform/kernel/host_error.h"
 
 namespace files {
 namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct Kept {
+  std::string path;
+  host::Descriptor folder;
+  Clock::time_point opened;
+};
+
+thread_local std::optional<Kept> kept;
+
+// Fails without harm: what is not kept is opened again.
+void Keep(const std::string& path, const host::Descriptor& folder) {
+  if (!kept || host::Duplicate(folder, &kept->folder) != 0) return;
+  kept->path = path;
+  kept->opened = Clock::now();
+}
+
+bool TakeKept(const std::string& path, host::Descriptor* folder) {
+  constexpr auto kLongest = std::chrono::milliseconds(100);
+  return kept && kept->path == path && Clock::now() - kept->opened < kLongest &&
+         host::Duplicate(kept->folder, folder) == 0;
+}
 
 bool IsMissing(int error) {
   return error == ENOENT || error == ENOTDIR;
@@ -33,6 +58,7 @@ std::string Follow(std::string_view path, std::size_t base, std::size_t* rest) {
 }
 
 DWORD OpenFolderAt(const std::string& path, std::size_t base, host::Descriptor* folder) {
+  if (TakeKept(path, folder)) return ERROR_SUCCESS;
   int error = host::OpenFolder(AT_FDCWD, path, folder);
   if (IsMissing(error)) {
     std::size_t rest = 0;
@@ -40,10 +66,19 @@ DWORD OpenFolderAt(const std::string& path, std::size_t base, host::Descriptor* 
     if (rest < path.size()) return ERROR_PATH_NOT_FOUND;
     error = host::OpenFolder(AT_FDCWD, followed, folder);
   }
+  if (error == 0) Keep(path, *folder);
   return IsMissing(error) ? ERROR_PATH_NOT_FOUND : platform::OsError(error);
 }
 
 }  // namespace
+
+KeptFolder::KeptFolder() : outermost_(!kept) {
+  if (outermost_) kept.emplace();
+}
+
+KeptFolder::~KeptFolder() {
+  if (outermost_) kept.reset();
+}
 
 DWORD TranslateFilePath(std::string_view text, PathName* path) {
   if (const DWORD error = TranslatePath(text, path); error != ERROR_SUCCESS) return error;

@@ -21,6 +21,20 @@ struct Location {
 // The path of a file. One that ends in a separator means a folder: 5, or 3 when there is none.
 DWORD TranslateFilePath(std::string_view text, PathName* path);
 
+// For work on many files: while one lives, its thread keeps the folder open in which it looks. Going down the path
+// costs as much as opening a file. After a tenth of a second it does so again, since the path may lead elsewhere by
+// then. One within another does nothing.
+class KeptFolder {
+ public:
+  KeptFolder();
+  ~KeptFolder();
+  KeptFolder(const KeptFolder&) = delete;
+  KeptFolder& operator=(const KeptFolder&) = delete;
+
+ private:
+  const bool outermost_;
+};
+
 // Opens the folder of the path's last component. 3 when there is none, or when the path ends with a drive.
 DWORD OpenFolderOf(const PathName& path, host::Descriptor* folder);
 

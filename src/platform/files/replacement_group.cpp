@@ -73,12 +73,14 @@ bool ReplacementGroup::Finish() noexcept {
   };
   forEach([](const Member& member) { return member.replacement->FlushContent(); });
   forEach(TakeName);
-  const host::Descriptor* flushed = nullptr;
+  struct stat flushed = {};
   DWORD flushError = ERROR_SUCCESS;
   forEach([&](const Member& member) {
     const host::Descriptor& folder = member.replacement->Folder();
-    if (flushed == nullptr || !host::SameFile(*flushed, folder)) flushError = platform::OsError(host::Sync(folder));
-    flushed = &folder;
+    struct stat own = {};
+    const bool isKnown = host::Stat(folder, &own) == 0;
+    if (!isKnown || !host::SameFile(flushed, own)) flushError = platform::OsError(host::Sync(folder));
+    flushed = own;
     return flushError;
   });
   for (auto member = first; member != members_.end(); ++member) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "files.h"
+#include "lookup.h"
 #include "replacement.h"
 
 namespace files {
@@ -46,6 +47,7 @@ class ReplacementGroup {
 
   static DWORD TakeName(Member& member) noexcept;
 
+  const KeptFolder folder_;
   ReplacementGroup* const outer_;
   std::vector<Member> members_;
   std::size_t waiting_ = 0;                  // the last ones

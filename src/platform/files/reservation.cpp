@@ -47,9 +47,12 @@ DWORD Reservation::TryTake(const std::string& hiddenName, const host::Descriptor
   // Where no locks are to be had, no other process has one of this file.
   if (lockError == ERROR_SHARING_BUFFER_EXCEEDED && *isNew) host::Unlink(*folder_, hiddenName);
   if (lockError != ERROR_SUCCESS) return lockError;
-  if (!LeadsTo(*folder_, hiddenName, file_)) return kStartAnew;
   struct stat own = {};
-  if (const int error = host::Stat(file_, &own); error != 0) return OpeningError(error);
+  struct stat named = {};
+  const bool isNamed = host::Stat(file_, &own) == 0 && host::StatLink(folder_->Number(), hiddenName, &named) == 0 &&
+                       host::SameFile(named, own);
+  if (!isNamed) return kStartAnew;
+  own = named;
   if (const DWORD error = CatchUpWithMachines(file_, &own); error != ERROR_SUCCESS) return error;
   if (!S_ISREG(own.st_mode)) return ERROR_ACCESS_DENIED;
   if (own.st_nlink == 0) return kStartAnew;
