@@ -65,7 +65,7 @@ HRESULT CConversorModelos::Executa() {
 }
 
 void CConversorModelos::ConverteTodos(const std::vector<std::string_view>& nomes) {
-  feitos_ = 0;
+  feitos_ = primeiro_ = 0;
   total_ = nomes.size();
   files::GroupedReplacements grupo;
   grupo_ = &grupo;
@@ -75,10 +75,11 @@ void CConversorModelos::ConverteTodos(const std::vector<std::string_view>& nomes
     for (; antecipados < dianteira; ++antecipados)
       Antecipa(nomes[antecipados]);
     ConverteModelo(nomes[i]);
+    if (!fechado_.empty() && grupo.IsFlushed()) TerminaFechado();
     if (LoteCheio()) FechaLote();
   }
   TerminaUltimos();
-  FechaLote();
+  TerminaTodos();
   grupo_ = nullptr;
 }
 
@@ -93,9 +94,9 @@ HRESULT CConversorModelos::Grava(const std::string& nome, KESTOR_FlagGravacao fl
                                static_cast<LONG>(documento.Size()), documento.Buffer());
   };
   HRESULT resultado = tenta();
-  if (FAILED(resultado) && !lote_.empty()) {
+  if (FAILED(resultado) && !(lote_.empty() && fechado_.empty())) {
     // On a disk that is nearly full it has room once the files are gone that the waiting documents are made of.
-    FechaLote();
+    TerminaTodos();
     resultado = tenta();
   }
   if (grupo_->Count() == numero) return resultado;
@@ -113,11 +114,11 @@ void CConversorModelos::Encerra(std::string_view nome, Fim fim) noexcept {
   const std::optional<std::size_t> arquivo = std::exchange(arquivo_, std::nullopt);
   try {
     Espera espera = {std::string(nome), std::move(fim), arquivo};
-    if (lote_.empty() && !arquivo) return Termina(espera);
+    if (lote_.empty() && fechado_.empty() && !arquivo) return Termina(espera);
     if (lote_.empty()) inicioLote_ = Relogio::now();
     lote_.push_back(std::move(espera));
   } catch (const std::bad_alloc&) {
-    FechaLote();
+    TerminaTodos();
     Relata(nome, SemMemoria());
   }
 }
@@ -127,19 +128,32 @@ bool CConversorModelos::LoteCheio() const {
   constexpr auto kMaiorEspera = std::chrono::milliseconds(400);
   constexpr std::size_t kMaisModelos = 1024;  // of which most have no document to store
   if (lote_.empty()) return false;
-  const Relogio::duration espera = Relogio::now() - inicioLote_ + static_cast<int>(grupo_->Count()) * porArquivo_;
+  const Relogio::duration espera =
+      Relogio::now() - inicioLote_ + static_cast<int>(grupo_->Count() - primeiro_) * porArquivo_;
   return grupo_->IsFull() || lote_.size() >= kMaisModelos || espera > kMaiorEspera;
 }
 
 void CConversorModelos::FechaLote() noexcept {
-  const Relogio::time_point inicio = Relogio::now();
-  grupo_->Finish();
-  if (const std::size_t arquivos = grupo_->Count(); arquivos > 0)
-    porArquivo_ = (Relogio::now() - inicio) / static_cast<int>(arquivos);
-  for (Espera& espera : lote_)
+  TerminaFechado();
+  fechado_.swap(lote_);
+  arquivosFechados_ = grupo_->Count() - std::exchange(primeiro_, grupo_->Count());
+  fechamento_ = Relogio::now();
+  grupo_->Close();
+}
+
+void CConversorModelos::TerminaFechado() noexcept {
+  grupo_->FinishClosed();
+  if (const std::size_t arquivos = std::exchange(arquivosFechados_, 0); arquivos > 0)
+    porArquivo_ = (Relogio::now() - fechamento_) / static_cast<int>(arquivos);
+  for (Espera& espera : fechado_)
     Termina(espera);
-  lote_.clear();
-  grupo_->Clear();
+  fechado_.clear();
+  grupo_->ForgetClosed();
+}
+
+void CConversorModelos::TerminaTodos() noexcept {
+  FechaLote();
+  TerminaFechado();
 }
 
 void CConversorModelos::Termina(Espera& espera) noexcept {

@@ -17,8 +17,8 @@
 namespace kestor {
 
 // Base of the converters. Documents go to the disk some at a time: a model's last steps, and the telling of it, wait
-// for that. It works on a store that has been initialised for the module and component and holds a reference to it. One
-// call, one thread, but for what a SegundoFio does.
+// for that, and it may be that the next ones are made meanwhile. It works on a store that has been initialised for the
+// module and component and holds a reference to it. One call, one thread, but for what a SegundoFio does.
 class CConversorModelos {
  public:
   // `classe` and `metodo`: the call that has the models converted, as the server is told of it. `semExito`: what it is
@@ -93,6 +93,8 @@ class CConversorModelos {
 
   bool LoteCheio() const;
   void FechaLote() noexcept;
+  void TerminaFechado() noexcept;
+  void TerminaTodos() noexcept;
   void Termina(Espera& espera) noexcept;
   void Relata(std::string_view nome, const Fim& fim, std::string falta = {}) noexcept;
 
@@ -105,7 +107,11 @@ class CConversorModelos {
   ComPtr<IZNPL_Relatorio2> repositorio_;
   files::GroupedReplacements* grupo_ = nullptr;
   std::vector<Espera> lote_;
+  std::vector<Espera> fechado_;  // the batch before, whose documents go to the disk meanwhile
   Relogio::time_point inicioLote_;
+  Relogio::time_point fechamento_;
+  std::size_t primeiro_ = 0;  // number of the first document of the batch in the group
+  std::size_t arquivosFechados_ = 0;
   Relogio::duration porArquivo_ = std::chrono::milliseconds(20);  // what the last batch took, or a slow disk would
   std::optional<std::size_t> arquivo_;                            // that was stored last and is still to be told of
   std::size_t feitos_ = 0;

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <mutex>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -22,6 +23,8 @@ Attack attack;
 Strike strike;
 std::size_t calls = 0;
 std::size_t allocations = 0;
+
+std::mutex books;  // for the calls of all threads
 
 std::atomic<int> leftToOthers = 0;
 thread_local bool isAttacker = false;
@@ -91,13 +94,14 @@ void Note(const host::SystemCall& call) {
   }
 }
 
-// While the books are kept, no allocation is attacked.
+// While the books are kept, no allocation is attacked. Calls come from the thread that flushes a batch as well.
 host::Fate Judge(const host::SystemCall& call) {
-  attacked = false;
+  const bool wasAttacked = std::exchange(attacked, false);
+  const std::lock_guard guard(books);
   const host::Fate fate = Decide(call);
   if (fate.error == 0) NoteWhatIsTooEarly(call);
   if (fate.error == 0) Note(call);
-  attacked = true;
+  attacked = wasAttacked;
   return fate;
 }
 

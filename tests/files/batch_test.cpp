@@ -2,6 +2,7 @@
 #include <sys/resource.h>
 
 #include <cerrno>
+#include <future>
 #include <random>
 #include <set>
 #include <thread>
@@ -122,6 +123,41 @@ TEST_F(BatchTest, TheThreadFindsWhatItHasWritten) {
   }
 }
 
+// A closed batch goes to the disk while the next one is filled. Numbers go on.
+TEST_F(BatchTest, OneBatchAfterTheOther) {
+  std::promise<void> mayFlush;
+  std::thread::id flusher;
+  const SystemCalls system([&](const host::SystemCall& call) {
+    if (std::string_view(call.name) != "fsync" || flusher != std::thread::id()) return host::Fate();
+    flusher = std::this_thread::get_id();
+    mayFlush.get_future().wait();
+    return host::Fate{.error = EIO};
+  });
+  files::GroupedReplacements group;
+  Put("A.TXT", "a");
+  Put("B.TXT", "b");
+  group.Close();
+  Put("C.TXT", "c");
+  EXPECT_EQ(group.Count(), 3U);
+  EXPECT_FALSE(group.IsFlushed());
+  EXPECT_FALSE(fs::exists("A.TXT") || fs::exists("B.TXT"));
+  mayFlush.set_value();
+  group.FinishClosed();
+  EXPECT_NE(flusher, std::this_thread::get_id());
+  EXPECT_TRUE(fs::exists("B.TXT") && !fs::exists("A.TXT") && !fs::exists("C.TXT"));
+  EXPECT_EQ(group.Of(0).failure.m_lOsError, 1117);
+  EXPECT_EQ(group.Of(1).failure.m_lOsError, 0);
+  group.ForgetClosed();
+  group.Close();
+  Put("D.TXT", "d");
+  EXPECT_EQ(Content("D:\\c.txt"), "c") << "waits for the batch that is closed as well";
+  EXPECT_EQ(Here(), (Names{"B.TXT", "C.TXT", "D.TXT"}));
+  EXPECT_TRUE(group.IsFlushed());
+  EXPECT_EQ(group.Of(2).failure.m_lOsError, 0);
+  group.ForgetClosed();
+  EXPECT_EQ(group.Of(3).failure.m_lOsError, 0);
+}
+
 TEST_F(BatchTest, AsManyAsTheProcessMayHaveOpen) {
   Elsewhere([] {
     const rlimit few = {40, 40};
@@ -131,8 +167,10 @@ TEST_F(BatchTest, AsManyAsTheProcessMayHaveOpen) {
       files::GroupedReplacements group;
       for (; !group.IsFull() && count < 100; ++count)
         Put(std::to_string(count), "content");
-      group.Clear();
+      group.Close();
       EXPECT_FALSE(group.IsFull());
+      group.FinishClosed();
+      group.ForgetClosed();
       Put("Large", std::string(20 << 20, 'x'));
       EXPECT_TRUE(group.IsFull());
     }

@@ -152,9 +152,12 @@ namespace files {
 class ReplacementGroup;
 
 // While one lives, the files that its thread writes as a whole take their names together: the disk flushes a hundred of
-// them nearly as fast as one. Close hands such a file over, complete under its hidden name and held as before, and
-// succeeds although the disk still keeps what was there. Finish flushes the contents of all, then gives each its name,
-// then flushes the folder once. Each fails for itself.
+// them nearly as fast as one. CFile::Close hands such a file over, complete under its hidden name and held as before,
+// and succeeds although the disk still keeps what was there. To finish is to flush the contents, then to give each file
+// its name, then to flush the folder once. Each file fails for itself.
+//
+// Files come in batches, so that the disk works while the next ones are made: Close ends a batch, and a thread of its
+// own flushes its contents.
 //
 // The thread finds what it has written: before it opens, removes, renames or looks for a file of such a name, and
 // before it searches a folder, the waiting files take their names. They also do so before an opening fails for want of
@@ -173,20 +176,27 @@ class GroupedReplacements {
   GroupedReplacements(const GroupedReplacements&) = delete;
   GroupedReplacements& operator=(const GroupedReplacements&) = delete;
 
-  // How many files have been handed over since the beginning, or Clear.
+  // How many files have been handed over since the beginning.
   std::size_t Count() const;
 
-  // True when it is time to finish and to clear: more files would use too many descriptors and too much memory, and
-  // gain nothing.
+  // True when it is time to close: more files in a batch would use too many descriptors and too much memory, and gain
+  // nothing.
   bool IsFull() const;
 
-  void Finish() noexcept;
+  // Closes the batch. There must be no closed one.
+  void Close() noexcept;
 
-  // Of the file that was handed over as the `number`-th, from 0. After Finish.
+  // Whether FinishClosed has no content to wait for.
+  bool IsFlushed() const;
+
+  void FinishClosed() noexcept;
+  void Finish() noexcept;  // all files
+
+  // Of the file that was handed over as the `number`-th, from 0, once it is finished.
   const Outcome& Of(std::size_t number) const;
 
-  // Finishes, and forgets the outcomes.
-  void Clear() noexcept;
+  // Forgets the outcomes of the closed batch, which is finished.
+  void ForgetClosed() noexcept;
 
  private:
   const std::unique_ptr<ReplacementGroup> m_group;

@@ -19,13 +19,12 @@ thread_local ReplacementGroup* current = nullptr;
 }  // namespace
 
 ReplacementGroup::ReplacementGroup() : outer_(current) {
-  members_.reserve(kMostFiles);
   FinishGroup();
   current = this;
 }
 
 ReplacementGroup::~ReplacementGroup() {
-  Finish();
+  FinishAll();
   current = outer_;
 }
 
@@ -37,41 +36,70 @@ ReplacementGroup* ReplacementGroup::Current() {
 void ReplacementGroup::Add(std::unique_ptr<Replacement>& replacement, const std::string& path) {
   off_t length = 0;
   host::Length(replacement->File(), &length);
-  for (std::string& name : replacement->FoldedNames())
-    awaited_.insert(std::move(name));
-  members_.push_back({nullptr, path, {}});
+  std::vector<std::string> names = replacement->FoldedNames();
+  awaited_.insert(names.begin(), names.end());  // one too many does no harm
+  members_.push_back({.replacement = nullptr, .path = path, .awaited = std::move(names)});
   members_.back().replacement = std::move(replacement);
   members_.back().replacement->StartFlushing();
-  ++waiting_;
   bytes_ += length;
 }
 
 bool ReplacementGroup::IsFull() const {
-  return members_.size() >= kMostFiles || bytes_ >= kMostBytes;
+  return members_.size() - closed_ >= kMostFiles || bytes_ >= kMostBytes;
 }
 
-void ReplacementGroup::Clear() noexcept {
-  Finish();
-  members_.clear();
+void ReplacementGroup::Close() noexcept {
+  closed_ = members_.size();
   bytes_ = 0;
+  try {
+    std::vector<Member*> waiting;
+    for (std::size_t i = finished_; i < closed_; ++i)
+      waiting.push_back(&members_[i]);
+    if (waiting.empty()) return;
+    flushing_ = std::async(std::launch::async, [waiting = std::move(waiting)] {
+      for (Member* const member : waiting) {
+        member->error = member->replacement->FlushContent();
+        member->isFlushed = true;
+      }
+    });
+  } catch (const std::exception&) {
+    // Without a thread, or memory for one, they are flushed when they are waited for.
+  }
+}
+
+bool ReplacementGroup::IsFlushed() const {
+  return !flushing_.valid() || flushing_.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+}
+
+void ReplacementGroup::ForgetClosed() noexcept {
+  FinishClosed();
+  members_.erase(members_.begin(), members_.begin() + static_cast<std::ptrdiff_t>(closed_));
+  forgotten_ += closed_;
+  finished_ -= closed_;
+  closed_ = 0;
 }
 
 bool ReplacementGroup::Awaits(const std::string& name) const {
   std::string folded;
-  return waiting_ > 0 && FoldName(name, &folded) && awaited_.contains(folded);
+  return !awaited_.empty() && FoldName(name, &folded) && awaited_.contains(folded);
 }
 
 // The steps are done for all, one after the other: what has failed at one is passed over at the next.
-bool ReplacementGroup::Finish() noexcept {
-  if (waiting_ == 0) return false;
-  const auto first = members_.end() - static_cast<std::ptrdiff_t>(std::exchange(waiting_, 0));
-  awaited_.clear();
+bool ReplacementGroup::Finish(std::size_t end) noexcept {
+  if (end <= finished_) return false;
+  const auto first = members_.begin() + static_cast<std::ptrdiff_t>(finished_);
+  const auto last = members_.begin() + static_cast<std::ptrdiff_t>(end);
+  finished_ = end;
   const auto forEach = [&](const auto& step) {
-    for (auto member = first; member != members_.end(); ++member) {
+    for (auto member = first; member != last; ++member) {
       if (member->error == ERROR_SUCCESS) member->error = step(*member);
     }
   };
-  forEach([](const Member& member) { return member.replacement->FlushContent(); });
+  if (flushing_.valid()) {
+    flushing_.wait();
+    flushing_ = {};
+  }
+  forEach([](Member& member) { return member.isFlushed ? DWORD{ERROR_SUCCESS} : member.replacement->FlushContent(); });
   forEach(TakeName);
   struct stat flushed = {};
   DWORD flushError = ERROR_SUCCESS;
@@ -83,7 +111,9 @@ bool ReplacementGroup::Finish() noexcept {
     flushed = own;
     return flushError;
   });
-  for (auto member = first; member != members_.end(); ++member) {
+  for (auto member = first; member != last; ++member) {
+    for (const std::string& name : member->awaited)
+      awaited_.erase(name);
     member->replacement.reset();
     if (member->error != ERROR_SUCCESS)
       member->outcome.failure = CFileException::FromOsError(member->error, std::move(member->path));
@@ -104,11 +134,11 @@ DWORD ReplacementGroup::TakeName(Member& member) noexcept {
 }
 
 void FinishGroupWith(const PathName& path) {
-  if (current != nullptr && current->Awaits(path.Name())) current->Finish();
+  if (current != nullptr && current->Awaits(path.Name())) current->FinishAll();
 }
 
 bool FinishGroup() noexcept {
-  return current != nullptr && current->Finish();
+  return current != nullptr && current->FinishAll();
 }
 
 GroupedReplacements::GroupedReplacements() : m_group(std::make_unique<ReplacementGroup>()) {}
@@ -123,16 +153,28 @@ bool GroupedReplacements::IsFull() const {
   return m_group->IsFull();
 }
 
+void GroupedReplacements::Close() noexcept {
+  m_group->Close();
+}
+
+bool GroupedReplacements::IsFlushed() const {
+  return m_group->IsFlushed();
+}
+
+void GroupedReplacements::FinishClosed() noexcept {
+  m_group->FinishClosed();
+}
+
 void GroupedReplacements::Finish() noexcept {
-  m_group->Finish();
+  m_group->FinishAll();
 }
 
 const GroupedReplacements::Outcome& GroupedReplacements::Of(std::size_t number) const {
   return m_group->Of(number);
 }
 
-void GroupedReplacements::Clear() noexcept {
-  m_group->Clear();
+void GroupedReplacements::ForgetClosed() noexcept {
+  m_group->ForgetClosed();
 }
 
 }  // namespace files

@@ -1,6 +1,8 @@
 // Files that were written as a whole and wait for their names.
 #pragma once
 
+#include <deque>
+#include <future>
 #include <memory>
 #include <string>
 #include <unordered_set>
@@ -27,12 +29,17 @@ class ReplacementGroup {
   void Add(std::unique_ptr<Replacement>& replacement, const std::string& path);
 
   // False when no file waits.
-  bool Finish() noexcept;
+  bool FinishClosed() noexcept { return Finish(closed_); }
+  bool FinishAll() noexcept { return Finish(members_.size()); }
 
-  std::size_t Count() const { return members_.size(); }
+  // As those of GroupedReplacements.
+  void Close() noexcept;
+  bool IsFlushed() const;
+  void ForgetClosed() noexcept;
+
+  std::size_t Count() const { return forgotten_ + members_.size(); }
   bool IsFull() const;
-  const GroupedReplacements::Outcome& Of(std::size_t number) const { return members_[number].outcome; }
-  void Clear() noexcept;
+  const GroupedReplacements::Outcome& Of(std::size_t number) const { return members_[number - forgotten_].outcome; }
 
   // Whether one of the waiting files is to get the name.
   bool Awaits(const std::string& name) const;
@@ -41,18 +48,24 @@ class ReplacementGroup {
   struct Member {
     std::unique_ptr<Replacement> replacement;  // null once the file has its name, or has failed
     std::string path;
-    GroupedReplacements::Outcome outcome;
+    std::vector<std::string> awaited;  // the names that lead to it
+    GroupedReplacements::Outcome outcome = {};
     DWORD error = ERROR_SUCCESS;
+    bool isFlushed = false;
   };
 
+  bool Finish(std::size_t end) noexcept;
   static DWORD TakeName(Member& member) noexcept;
 
   const KeptFolder folder_;
   ReplacementGroup* const outer_;
-  std::vector<Member> members_;
-  std::size_t waiting_ = 0;                  // the last ones
-  std::unordered_set<std::string> awaited_;  // names that these are to get, or were, in upper case
-  off_t bytes_ = 0;                          // of all
+  std::deque<Member> members_;
+  std::size_t forgotten_ = 0;                // how many there were before these
+  std::size_t closed_ = 0;                   // how many of these are of the closed batch
+  std::size_t finished_ = 0;                 // how many of these, from the first, no longer wait
+  std::future<void> flushing_;               // changes closed members while it is valid
+  std::unordered_set<std::string> awaited_;  // names that waiting files are to get, or that lead to them, in upper case
+  off_t bytes_ = 0;                          // of those that are not closed
 };
 
 // For what the thread does next with the file of a path: gives waiting files their names if one of them is meant.
