@@ -1,6 +1,7 @@
 #include "name_set.h"
 
 #include <algorithm>
+#include <bit>
 #include <functional>
 #include <new>
 #include <utility>
@@ -52,7 +53,7 @@ void NameSet::Erase(std::string_view name) {
   Free(slot);
   erased_ += name.size() + 1;
   --count_;
-  if (erased_ > names_.size() / 2) Rebuild(slots_.size());
+  if (erased_ > names_.size() / 2) Rebuild(std::max(std::bit_ceil(2 * count_), kFewestSlots));
 }
 
 // Those behind it that another name has kept from their slot move up: a search ends at the first free slot.
