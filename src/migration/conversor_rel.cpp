@@ -105,6 +105,7 @@ HRESULT CConversorRel::CriaRepositorioRel() {
   std::string pasta;
   if (const auto falha = CCaminhosInstalacao::BuscaCaminhoRelatorios(pasta)) return ServiceError(falha);
   prefixo_ = pasta + ModuloRel(Modulo()) + ComponenteRel(Componente());
+  prefixoDocumentos_ = pasta + Modulo() + Componente();
   std::string instalacao;
   if (const auto falha = CCaminhosInstalacao::BuscaCaminhoModulo(Modulo(), instalacao)) return ServiceError(falha);
   vigiaCatalogo_.emplace(CaminhoCatalogo(instalacao, ModuloRel(Modulo()), ComponenteRel(Componente())));
@@ -174,9 +175,15 @@ CConversorRel::Tratado CConversorRel::Trata(const std::string& nome) {
   return Converte(nome);
 }
 
-// Only a model whose document is on the disk is deleted.
+// Only a model whose document is on the disk is deleted. When the link to the folder has changed since it was stored,
+// the document lies in another folder than the model that would go.
 void CConversorRel::Conclui(const std::string& nome, Fim& fim) {
-  if (fim.destino == Destino::fica) return;
+  if (fim.destino == Destino::fica || modo_ == Modo::ensaio) return;
+  const std::string documento = CaminhoRelatorioGravado(prefixoDocumentos_, nome);
+  if (GetFileAttributesA(documento.c_str()) == INVALID_FILE_ATTRIBUTES) {
+    fim = Fica("its document is no longer there");
+    return;
+  }
   ExcluiRel(nome);
   fim.razao = RazaoDita();
   // A document that was there before is no reason to count the model as gone.
@@ -248,7 +255,6 @@ bool CConversorRel::HaExportacao(const std::string& nome) const {
 // What stays of the two files is said why.
 void CConversorRel::ExcluiRel(const std::string& nome) const {
   EsqueceRazao();
-  if (modo_ == Modo::ensaio) return;
   const Servidor::Silencio silencio(ServidorDeste());
   // The export settings go before the model: a server that is killed in between, or that meets another station in the
   // settings, leaves the model, which the next migration deletes. Settings without a model would stay for good.

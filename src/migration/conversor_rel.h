@@ -87,6 +87,7 @@ class CConversorRel final : public CConversorModelos {
   bool temCatalogo_ = false;
   std::optional<files::ContentWatch> vigiaCatalogo_;
   std::string prefixo_;                                  // of the paths of the first generation's files
+  std::string prefixoDocumentos_;                        // and of those of the documents
   std::unordered_set<std::string> existentes_;           // upper case
   std::unordered_map<std::string, Repetido> repetidos_;  // upper case
   std::array<EmObra, 8> obras_;                          // enough that the second thread always has a next model

@@ -1,6 +1,8 @@
 // What serves work on many files: flushing them together, and looking whether one has changed.
 #include <sys/resource.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <future>
 #include <random>
@@ -123,15 +125,17 @@ TEST_F(BatchTest, TheThreadFindsWhatItHasWritten) {
   }
 }
 
-// A closed batch goes to the disk while the next one is filled. Numbers go on.
+// A closed batch goes to the disk while the next one is filled, and takes its names after that. Numbers go on.
 TEST_F(BatchTest, OneBatchAfterTheOther) {
   std::promise<void> mayFlush;
-  std::thread::id flusher;
+  std::atomic<int> flushed = 0;
   const SystemCalls system([&](const host::SystemCall& call) {
-    if (std::string_view(call.name) != "fsync" || flusher != std::thread::id()) return host::Fate();
-    flusher = std::this_thread::get_id();
-    mayFlush.get_future().wait();
-    return host::Fate{.error = EIO};
+    const std::string_view name = call.name;
+    EXPECT_TRUE(!name.starts_with("rename") || flushed >= 2) << call.newPath;
+    if (name != "fsync") return host::Fate();
+    if (flushed == 0) mayFlush.get_future().wait();
+    std::this_thread::sleep_for(std::chrono::milliseconds(flushed < 2 ? 30 : 0));
+    return host::Fate{.error = flushed++ == 0 ? EIO : 0};
   });
   files::GroupedReplacements group;
   Put("A.TXT", "a");
@@ -139,11 +143,10 @@ TEST_F(BatchTest, OneBatchAfterTheOther) {
   group.Close();
   Put("C.TXT", "c");
   EXPECT_EQ(group.Count(), 3U);
-  EXPECT_FALSE(group.IsFlushed());
-  EXPECT_FALSE(fs::exists("A.TXT") || fs::exists("B.TXT"));
+  ASSERT_FALSE(group.IsFlushed());
   mayFlush.set_value();
-  group.FinishClosed();
-  EXPECT_NE(flusher, std::this_thread::get_id());
+  EXPECT_TRUE(group.FinishClosed());
+  EXPECT_FALSE(group.FinishClosed());
   EXPECT_TRUE(fs::exists("B.TXT") && !fs::exists("A.TXT") && !fs::exists("C.TXT"));
   EXPECT_EQ(group.Of(0).failure.m_lOsError, 1117);
   EXPECT_EQ(group.Of(1).failure.m_lOsError, 0);
@@ -156,6 +159,42 @@ TEST_F(BatchTest, OneBatchAfterTheOther) {
   EXPECT_EQ(group.Of(2).failure.m_lOsError, 0);
   group.ForgetClosed();
   EXPECT_EQ(group.Of(3).failure.m_lOsError, 0);
+}
+
+// Where no thread is to be had, a batch is flushed when it is waited for.
+TEST_F(BatchTest, WithoutAThread) {
+  Elsewhere([] {
+    files::GroupedReplacements group;
+    Put("A.TXT", "a");
+    const rlimit none = {0, 0};
+    ASSERT_EQ(setrlimit(RLIMIT_NPROC, &none), 0);
+    ASSERT_EQ(setuid(kNobody), 0);  // whom the limit binds
+    const SystemCalls system;
+    group.Close();
+    EXPECT_TRUE(group.IsFlushed());
+    EXPECT_TRUE(system.Seen().empty());
+    EXPECT_TRUE(group.FinishClosed());
+    EXPECT_EQ(system.Seen(), (Names{"fsync file", "rename2 hidden A.TXT", "fsync folder"}));
+  });
+}
+
+TEST_F(BatchTest, OneNameInSeveralFolders) {
+  fs::create_directory("Sub");
+  files::GroupedReplacements group;
+  CFile other;
+  ASSERT_EQ(OpenError(&other, "D:\\A.TXT", kCreateExclusive), 0);
+  Put("Sub\\A.TXT", "sub");
+  group.Close();
+  other.Write("other", 5);
+  other.Close();
+  group.FinishClosed();
+  EXPECT_EQ(Content("D:\\a.txt"), "other");
+  Put("Sub\\A.TXT", "old");
+  group.Finish();
+  fs::remove_all("Sub");
+  fs::create_directory("Sub");
+  Put("Sub\\A.TXT", "in a folder that was made anew");
+  EXPECT_EQ(Content("D:\\Sub\\a.txt"), "in a folder that was made anew");
 }
 
 TEST_F(BatchTest, AsManyAsTheProcessMayHaveOpen) {

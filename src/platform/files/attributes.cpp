@@ -61,7 +61,7 @@ bool files::ContentWatch::HasChanged() {
 
 bool files::IsOnLocalDisk(const char* path) {
   PathName translated;
-  host::Descriptor folder;
+  FolderHandle folder;
   return TranslatePath(TextOf(path), &translated) == ERROR_SUCCESS &&
          OpenWholeFolder(translated, &folder) == ERROR_SUCCESS && host::IsLocal(folder);
 }

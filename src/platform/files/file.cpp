@@ -20,7 +20,7 @@ struct CFile::OpenFile {
   bool reads = false;
   bool writes = false;
   host::Descriptor own;  // of a file that is written in place or only read
-  host::Descriptor createdIn;
+  files::FolderHandle createdIn;
   std::unique_ptr<files::Replacement> replacement;  // of a file that is written as a whole
   LONGLONG position = 0;
   off_t lengthAtOpening = std::numeric_limits<off_t>::max();  // not known

@@ -13,14 +13,14 @@
 namespace files {
 namespace {
 
-// The folder whose removals this thread flushes together; without a descriptor before the first of them.
+// The folder whose removals this thread flushes together; none before the first of them.
 struct GroupedFolder {
-  host::Descriptor folder;
+  FolderHandle folder;
   struct stat status = {};
 };
 thread_local std::optional<GroupedFolder> grouped;
 
-DWORD FlushRemoval(host::Descriptor folder) {
+DWORD FlushRemoval(FolderHandle folder) {
   struct stat own = {};
   if (!grouped || host::Stat(folder, &own) != 0) return platform::OsError(host::Sync(folder));
   if (!grouped->folder) *grouped = {std::move(folder), own};
@@ -35,15 +35,16 @@ DWORD RemoveFile(std::string_view text) {
   host::Descriptor file;
   if (const DWORD error = OpenLocated(path, kExclusiveReading, &location, &file); error != ERROR_SUCCESS) return error;
   if (host::IsReadOnly(location.status)) return ERROR_ACCESS_DENIED;
+  const host::Descriptor& folder = location.folder;
   Keeper* const keeper = Keeping::Current();
   if (keeper != nullptr) {
     keeper->Keep({.way = LeavingFile::Way::removed,
                   .name = location.name,
                   .file = file,
-                  .folder = &location.folder,
+                  .folder = &folder,
                   .entry = location.name});
   }
-  if (const int error = host::Unlink(location.folder, location.name); error != 0) {
+  if (const int error = host::Unlink(folder, location.name); error != 0) {
     if (keeper != nullptr) keeper->Drop();
     return platform::OsError(error);
   }

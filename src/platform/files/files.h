@@ -183,13 +183,14 @@ class GroupedReplacements {
   // nothing.
   bool IsFull() const;
 
-  // Closes the batch. There must be no closed one.
+  // Closes the batch, once the closed one before is finished.
   void Close() noexcept;
 
-  // Whether FinishClosed has no content to wait for.
+  // True when the thread has flushed the closed batch, or there is none that does.
   bool IsFlushed() const;
 
-  void FinishClosed() noexcept;
+  // Finishes the closed batch. False when it was finished before.
+  bool FinishClosed() noexcept;
   void Finish() noexcept;  // all files
 
   // Of the file that was handed over as the `number`-th, from 0, once it is finished.

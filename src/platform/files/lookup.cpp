@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <chrono>
 #include <optional>
+#include <utility>
 
 #include "folder_index.h"
 #include "platform/kernel/host_error.h"
@@ -15,23 +16,20 @@ using Clock = std::chrono::steady_clock;
 
 struct Kept {
   std::string path;
-  host::Descriptor folder;
+  FolderHandle folder;
   Clock::time_point opened;
 };
 
+thread_local bool keeps = false;
 thread_local std::optional<Kept> kept;
 
-// Fails without harm: what is not kept is opened again.
-void Keep(const std::string& path, const host::Descriptor& folder) {
-  if (!kept || host::Duplicate(folder, &kept->folder) != 0) return;
-  kept->path = path;
-  kept->opened = Clock::now();
-}
-
-bool TakeKept(const std::string& path, host::Descriptor* folder) {
+bool TakeKept(const std::string& path, FolderHandle* folder) {
   constexpr auto kLongest = std::chrono::milliseconds(100);
-  return kept && kept->path == path && Clock::now() - kept->opened < kLongest &&
-         host::Duplicate(kept->folder, folder) == 0;
+  if (!kept || kept->path != path || Clock::now() - kept->opened > kLongest) return false;
+  struct stat status = {};
+  if (host::Stat(kept->folder, &status) != 0 || status.st_nlink == 0) return false;
+  *folder = kept->folder;
+  return true;
 }
 
 bool IsMissing(int error) {
@@ -46,8 +44,10 @@ std::string Follow(std::string_view path, std::size_t base, std::size_t* rest) {
   while (at < path.size()) {
     const std::size_t start = path[at] == '/' ? at + 1 : at;
     const std::size_t end = std::min(path.find('/', start), path.size());
+    host::Descriptor folder;
+    if (host::OpenFolder(AT_FDCWD, followed.empty() ? "." : followed, &folder) != 0) break;
     Location location;
-    if (host::OpenFolder(AT_FDCWD, followed.empty() ? "." : followed, &location.folder) != 0) break;
+    location.folder = FolderHandle(std::move(folder));
     if (FindIn(std::string(path.substr(start, end - start)), &location) != ERROR_SUCCESS || !location.exists) break;
     if (!followed.empty()) followed += '/';
     followed += location.name;
@@ -57,42 +57,47 @@ std::string Follow(std::string_view path, std::size_t base, std::size_t* rest) {
   return followed;
 }
 
-DWORD OpenFolderAt(const std::string& path, std::size_t base, host::Descriptor* folder) {
+DWORD OpenFolderAt(const std::string& path, std::size_t base, FolderHandle* folder) {
   if (TakeKept(path, folder)) return ERROR_SUCCESS;
-  int error = host::OpenFolder(AT_FDCWD, path, folder);
+  host::Descriptor opened;
+  int error = host::OpenFolder(AT_FDCWD, path, &opened);
   if (IsMissing(error)) {
     std::size_t rest = 0;
     const std::string followed = Follow(path, base, &rest);
     if (rest < path.size()) return ERROR_PATH_NOT_FOUND;
-    error = host::OpenFolder(AT_FDCWD, followed, folder);
+    error = host::OpenFolder(AT_FDCWD, followed, &opened);
   }
-  if (error == 0) Keep(path, *folder);
-  return IsMissing(error) ? ERROR_PATH_NOT_FOUND : platform::OsError(error);
+  if (error != 0) return IsMissing(error) ? ERROR_PATH_NOT_FOUND : platform::OsError(error);
+  *folder = FolderHandle(std::move(opened));
+  if (keeps) kept = Kept{path, *folder, Clock::now()};
+  return ERROR_SUCCESS;
 }
 
 }  // namespace
 
-KeptFolder::KeptFolder() : outermost_(!kept) {
-  if (outermost_) kept.emplace();
+KeptFolder::KeptFolder() : outermost_(!keeps) {
+  keeps = true;
 }
 
 KeptFolder::~KeptFolder() {
-  if (outermost_) kept.reset();
+  if (!outermost_) return;
+  keeps = false;
+  kept.reset();
 }
 
 DWORD TranslateFilePath(std::string_view text, PathName* path) {
   if (const DWORD error = TranslatePath(text, path); error != ERROR_SUCCESS) return error;
   if (!path->meansFolder) return ERROR_SUCCESS;
-  host::Descriptor folder;
+  FolderHandle folder;
   const DWORD error = OpenWholeFolder(*path, &folder);
   return error == ERROR_SUCCESS ? ERROR_ACCESS_DENIED : error;
 }
 
-DWORD OpenFolderOf(const PathName& path, host::Descriptor* folder) {
+DWORD OpenFolderOf(const PathName& path, FolderHandle* folder) {
   return path.HasName() ? OpenFolderAt(path.Folder(), path.base, folder) : ERROR_PATH_NOT_FOUND;
 }
 
-DWORD OpenWholeFolder(const PathName& path, host::Descriptor* folder) {
+DWORD OpenWholeFolder(const PathName& path, FolderHandle* folder) {
   return OpenFolderAt(path.path, path.base, folder);
 }
 

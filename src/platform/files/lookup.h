@@ -1,7 +1,9 @@
 // From a path text's path to what is on the disk, whatever the letter case of either.
 #pragma once
 
+#include <memory>
 #include <string>
+#include <utility>
 
 #include "path_name.h"
 #include "platform/host/system.h"
@@ -9,9 +11,24 @@
 
 namespace files {
 
+// An open folder, for all that use it at the same time.
+class FolderHandle {
+ public:
+  FolderHandle() = default;  // none
+  explicit FolderHandle(host::Descriptor opened)
+      : opened_(std::make_shared<const host::Descriptor>(std::move(opened))) {}
+
+  explicit operator bool() const { return opened_ != nullptr; }
+  operator const host::Descriptor&() const { return *opened_; }
+  int Number() const { return opened_->Number(); }
+
+ private:
+  std::shared_ptr<const host::Descriptor> opened_;
+};
+
 // The folder that a path leads into and the name in it.
 struct Location {
-  host::Descriptor folder;
+  FolderHandle folder;
   std::string name;  // as it is on the disk, or as written when there is none
   bool exists = false;
   bool isDeadLink = false;  // nothing exists, but a symbolic link that leads nowhere has the name
@@ -22,8 +39,8 @@ struct Location {
 DWORD TranslateFilePath(std::string_view text, PathName* path);
 
 // For work on many files: while one lives, its thread keeps the folder open in which it looks. Going down the path
-// costs as much as opening a file. After a tenth of a second it does so again, since the path may lead elsewhere by
-// then. One within another does nothing.
+// costs as much as opening a file, and a descriptor each time. After a tenth of a second it does so again, since the
+// path may lead elsewhere by then; at once when the folder is no more. One within another does nothing.
 class KeptFolder {
  public:
   KeptFolder();
@@ -36,10 +53,10 @@ class KeptFolder {
 };
 
 // Opens the folder of the path's last component. 3 when there is none, or when the path ends with a drive.
-DWORD OpenFolderOf(const PathName& path, host::Descriptor* folder);
+DWORD OpenFolderOf(const PathName& path, FolderHandle* folder);
 
 // Opens the folder that the whole path leads to.
-DWORD OpenWholeFolder(const PathName& path, host::Descriptor* folder);
+DWORD OpenWholeFolder(const PathName& path, FolderHandle* folder);
 
 // Finds `name` in `location->folder` and fills the rest of the location: the exact name, else the first in byte order
 // of those that differ in letter case alone. A success whether it exists or not.

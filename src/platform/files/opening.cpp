@@ -22,7 +22,7 @@ int OpenForLocking(int folder, const std::string& name, const OpenMode& mode, ho
   return host::Open(folder, name, O_RDONLY | flags, file);
 }
 
-DWORD Create(const PathName& path, const OpenMode& mode, host::Descriptor* file, host::Descriptor* createdIn) {
+DWORD Create(const PathName& path, const OpenMode& mode, host::Descriptor* file, FolderHandle* createdIn) {
   Location location;
   if (const DWORD error = OpenFolderOf(path, &location.folder); error != ERROR_SUCCESS) return error;
   Reservation reservation;
@@ -112,7 +112,7 @@ DWORD OpenLocated(const PathName& path, const OpenMode& mode, Location* location
   });
 }
 
-DWORD OpenOrCreate(const PathName& path, const OpenMode& mode, host::Descriptor* file, host::Descriptor* createdIn) {
+DWORD OpenOrCreate(const PathName& path, const OpenMode& mode, host::Descriptor* file, FolderHandle* createdIn) {
   return UntilNotOvertaken([&] {
     const DWORD error = OpenExisting(path, mode, file);
     if (error != ERROR_FILE_NOT_FOUND) return error;

@@ -42,6 +42,6 @@ DWORD OpenLocated(const PathName& path, const OpenMode& mode, Location* location
 
 // Opens an existing file or creates one, which appears under its name already locked. `*createdIn` is then its folder,
 // to be flushed.
-DWORD OpenOrCreate(const PathName& path, const OpenMode& mode, host::Descriptor* file, host::Descriptor* createdIn);
+DWORD OpenOrCreate(const PathName& path, const OpenMode& mode, host::Descriptor* file, FolderHandle* createdIn);
 
 }  // namespace files

@@ -9,6 +9,7 @@
 
 namespace files {
 
+// Changes no names in a folder: it is called for what a OneReading keeps of them.
 using VisitName = std::function<void(const char* name, unsigned char type)>;
 
 // As host::ReadNames, for a search; what a OneReading of the thread has read of the folder is not read again.

@@ -88,7 +88,10 @@ DWORD Replacement::FollowLink() {
   linkName_ = location_.name;
   const std::size_t separator = real.rfind('/');
   location_.name = real.substr(separator + 1);
-  return platform::OsError(host::OpenFolder(AT_FDCWD, real.substr(0, separator + 1), &location_.folder));
+  host::Descriptor folder;
+  const int error = host::OpenFolder(AT_FDCWD, real.substr(0, separator + 1), &folder);
+  if (error == 0) location_.folder = FolderHandle(std::move(folder));
+  return platform::OsError(error);
 }
 
 DWORD Replacement::TakeName() {
@@ -114,7 +117,7 @@ DWORD Replacement::KeepAndTakeName() {
   if (old_) {
     keeper->Keep({.name = linkName_.empty() ? location_.name : linkName_,
                   .file = old_,
-                  .folder = &location_.folder,
+                  .folder = &Folder(),
                   .entry = location_.name,
                   .successor = &File()});
   }

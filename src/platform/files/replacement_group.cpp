@@ -1,5 +1,7 @@
 #include "replacement_group.h"
 
+#include <chrono>
+#include <exception>
 #include <new>
 #include <utility>
 
@@ -10,7 +12,8 @@
 namespace files {
 namespace {
 
-// Four times as many are flushed no faster. Each holds three descriptors, of which a process may mostly have 1,024.
+// Four times as many are flushed no faster. Each holds one descriptor, or two where it replaces a file, and there are
+// two batches at a time. Of the 1,024 descriptors that a process may mostly have, the server keeps 256 for files.
 constexpr std::size_t kMostFiles = 64;
 constexpr off_t kMostBytes = off_t{8} << 20;
 
@@ -49,6 +52,7 @@ bool ReplacementGroup::IsFull() const {
 }
 
 void ReplacementGroup::Close() noexcept {
+  FinishClosed();
   closed_ = members_.size();
   bytes_ = 0;
   try {
@@ -57,10 +61,8 @@ void ReplacementGroup::Close() noexcept {
       waiting.push_back(&members_[i]);
     if (waiting.empty()) return;
     flushing_ = std::async(std::launch::async, [waiting = std::move(waiting)] {
-      for (Member* const member : waiting) {
-        member->error = member->replacement->FlushContent();
-        member->isFlushed = true;
-      }
+      for (Member* const member : waiting)
+        member->flushed = member->replacement->FlushContent();
     });
   } catch (const std::exception&) {
     // Without a thread, or memory for one, they are flushed when they are waited for.
@@ -99,7 +101,7 @@ bool ReplacementGroup::Finish(std::size_t end) noexcept {
     flushing_.wait();
     flushing_ = {};
   }
-  forEach([](Member& member) { return member.isFlushed ? DWORD{ERROR_SUCCESS} : member.replacement->FlushContent(); });
+  forEach([](const Member& member) { return member.flushed ? *member.flushed : member.replacement->FlushContent(); });
   forEach(TakeName);
   struct stat flushed = {};
   DWORD flushError = ERROR_SUCCESS;
@@ -113,7 +115,7 @@ bool ReplacementGroup::Finish(std::size_t end) noexcept {
   });
   for (auto member = first; member != last; ++member) {
     for (const std::string& name : member->awaited)
-      awaited_.erase(name);
+      awaited_.erase(awaited_.find(name));
     member->replacement.reset();
     if (member->error != ERROR_SUCCESS)
       member->outcome.failure = CFileException::FromOsError(member->error, std::move(member->path));
@@ -161,8 +163,8 @@ bool GroupedReplacements::IsFlushed() const {
   return m_group->IsFlushed();
 }
 
-void GroupedReplacements::FinishClosed() noexcept {
-  m_group->FinishClosed();
+bool GroupedReplacements::FinishClosed() noexcept {
+  return m_group->FinishClosed();
 }
 
 void GroupedReplacements::Finish() noexcept {

@@ -4,6 +4,7 @@
 #include <deque>
 #include <future>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -50,8 +51,8 @@ class ReplacementGroup {
     std::string path;
     std::vector<std::string> awaited;  // the names that lead to it
     GroupedReplacements::Outcome outcome = {};
+    std::optional<DWORD> flushed = {};  // what became of the flushing of its content
     DWORD error = ERROR_SUCCESS;
-    bool isFlushed = false;
   };
 
   bool Finish(std::size_t end) noexcept;
@@ -60,12 +61,12 @@ class ReplacementGroup {
   const KeptFolder folder_;
   ReplacementGroup* const outer_;
   std::deque<Member> members_;
-  std::size_t forgotten_ = 0;                // how many there were before these
-  std::size_t closed_ = 0;                   // how many of these are of the closed batch
-  std::size_t finished_ = 0;                 // how many of these, from the first, no longer wait
-  std::future<void> flushing_;               // changes closed members while it is valid
-  std::unordered_set<std::string> awaited_;  // names that waiting files are to get, or that lead to them, in upper case
-  off_t bytes_ = 0;                          // of those that are not closed
+  std::size_t forgotten_ = 0;                     // how many there were before these
+  std::size_t closed_ = 0;                        // how many of these are of the closed batch
+  std::size_t finished_ = 0;                      // how many of these, from the first, no longer wait
+  std::future<void> flushing_;                    // changes closed members while it is valid
+  std::unordered_multiset<std::string> awaited_;  // the names that lead to waiting files, in upper case
+  off_t bytes_ = 0;                               // of those that are not closed
 };
 
 // For what the thread does next with the file of a path: gives waiting files their names if one of them is meant.

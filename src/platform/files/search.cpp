@@ -165,7 +165,7 @@ std::intptr_t _findfirst(const char* pattern, _finddata_t* found) {
   std::string names;
   if (files::TranslatePattern(files::TextOf(pattern), &path, &names) != ERROR_SUCCESS) return -1;
   files::FinishGroup();
-  host::Descriptor folder;
+  files::FolderHandle folder;
   if (files::OpenWholeFolder(path, &folder) != ERROR_SUCCESS) return -1;
   auto search = std::make_unique<files::Search>(names);
   if (!search->Run(folder) || !search->Deliver(found)) return -1;

@@ -225,14 +225,6 @@ int Stat(const Descriptor& file, struct stat* status) {
   return StatWithoutTimes(file.Number(), "", AT_EMPTY_PATH, status);
 }
 
-int Duplicate(const Descriptor& opened, Descriptor* duplicate) {
-  int number = -1;
-  const int error =
-      Repeat({"dup", opened.Number()}, &number, [&] { return fcntl(opened.Number(), F_DUPFD_CLOEXEC, 0); });
-  if (error == 0) *duplicate = Descriptor(number);
-  return error;
-}
-
 int StatNow(const Descriptor& file, struct stat* status) {
   return StatWith(file.Number(), "", AT_EMPTY_PATH | AT_STATX_FORCE_SYNC, STATX_BASIC_STATS, status);
 }

@@ -86,7 +86,6 @@ inline bool IsReadOnly(const struct stat& status) {
 // ---- Open files ----------------------------------------------------------------------------------------------------
 
 int Stat(const Descriptor& file, struct stat* status);
-int Duplicate(const Descriptor& opened, Descriptor* duplicate);
 int StatNow(const Descriptor& file, struct stat* status);  // with times, and as the file system itself has it
 bool SameFile(const Descriptor& a, const Descriptor& b);   // false also when that cannot be found out
 int Length(const Descriptor& file, off_t* length);         // moves the system's own position, which nothing here uses
