@@ -75,8 +75,6 @@ void CConversorModelos::ConverteTodos(const std::vector<std::string_view>& nomes
     for (; antecipados < dianteira; ++antecipados)
       Antecipa(nomes[antecipados]);
     ConverteModelo(nomes[i]);
-    if (!fechado_.empty() && grupo.IsFlushed()) TerminaFechado();
-    if (LoteCheio()) FechaLote();
   }
   TerminaUltimos();
   TerminaTodos();
@@ -117,6 +115,8 @@ void CConversorModelos::Encerra(std::string_view nome, Fim fim) noexcept {
     if (lote_.empty() && fechado_.empty() && !arquivo) return Termina(espera);
     if (lote_.empty()) inicioLote_ = Relogio::now();
     lote_.push_back(std::move(espera));
+    if (!fechado_.empty() && grupo_->IsFlushed()) TerminaFechado();
+    if (LoteCheio()) FechaLote();
   } catch (const std::bad_alloc&) {
     TerminaTodos();
     Relata(nome, SemMemoria());
@@ -142,9 +142,8 @@ void CConversorModelos::FechaLote() noexcept {
 }
 
 void CConversorModelos::TerminaFechado() noexcept {
-  grupo_->FinishClosed();
-  if (const std::size_t arquivos = std::exchange(arquivosFechados_, 0); arquivos > 0)
-    porArquivo_ = (Relogio::now() - fechamento_) / static_cast<int>(arquivos);
+  const std::size_t arquivos = std::exchange(arquivosFechados_, 0);
+  if (grupo_->FinishClosed()) porArquivo_ = (Relogio::now() - fechamento_) / static_cast<int>(arquivos);
   for (Espera& espera : fechado_)
     Termina(espera);
   fechado_.clear();

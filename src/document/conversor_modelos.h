@@ -112,8 +112,8 @@ class CConversorModelos {
   Relogio::time_point fechamento_;
   std::size_t primeiro_ = 0;  // number of the first document of the batch in the group
   std::size_t arquivosFechados_ = 0;
-  Relogio::duration porArquivo_ = std::chrono::milliseconds(20);  // what the last batch took, or a slow disk would
-  std::optional<std::size_t> arquivo_;                            // that was stored last and is still to be told of
+  Relogio::duration porArquivo_ = std::chrono::milliseconds(100);  // what the last batch took, or a slow disk would
+  std::optional<std::size_t> arquivo_;                             // that was stored last and is still to be told of
   std::size_t feitos_ = 0;
   std::size_t total_ = 0;
 };
