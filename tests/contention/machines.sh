@@ -133,6 +133,8 @@ mount_volume() {
   # The volume's disks report for duty after the mount.
   wait_for cp "$private/kind" "$mount/.ready"
   rm "$mount/.ready"
+  # What is deleted or replaced must not fill the small disk: by default MooseFS keeps it for a day.
+  [ "$(cat "$private/kind")" != moosefs ] || within "$1" mfssettrashtime 0 "$mount" >/dev/null
 }
 
 # end SIGNAL PROCESS…
