@@ -2,6 +2,7 @@
 // disk.
 #include <sys/stat.h>
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <random>
@@ -74,7 +75,7 @@ class BatchesTest : public ConversionTest {
     work();
     const std::string whole = ModelFiles();
     prepare();
-    std::size_t calls = 0;
+    std::atomic<std::size_t> calls = 0;
     {
       const support::SystemCalls system([&](const host::SystemCall&) {
         ++calls;

@@ -10,7 +10,7 @@
 namespace support {
 
 // While the object exists, it sees every system call on files before it is made, and says what becomes of it. One
-// object at a time.
+// object at a time. The thread that makes the call is the one that asks.
 class SystemCalls {
  public:
   using Judge = std::function<host::Fate(const host::SystemCall&)>;
