@@ -299,9 +299,10 @@ class ContentionTest : public ConversionTest {
     return found.starts_with("0x") || found == "(null)" ? "" : found;
   }
 
-  // Others hold a file for a moment only, but a network file system may keep what a lost machine held for a minute.
+  // Others hold a file for a moment only. But a network file system may keep what a lost machine held for a minute, and
+  // a flush on it may take two, one after the other.
   bool WaitForOthers(const std::function<bool()>& condition) const {
-    return support::WaitUntil(condition, mounts_.empty() ? 30 : 100);
+    return support::WaitUntil(condition, mounts_.empty() ? 30 : 300);
   }
 
   // Writes a model that no other station uses.
