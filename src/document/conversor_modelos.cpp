@@ -18,7 +18,7 @@ namespace {
 
 // How many models are looked at ahead: those of a batch, which are made while the one before goes to the disk. Two at
 // each turn, so that the first is soon told of.
-constexpr std::size_t kDianteira = 64;
+constexpr std::size_t kDianteira = 60;
 constexpr std::size_t kPassoDianteira = 2;
 
 std::string_view Vista(const CMemStream& conteudo) {

@@ -14,7 +14,7 @@ namespace {
 
 // Four times as many are flushed no faster. Each holds one descriptor, or two where it replaces a file, and there are
 // two batches at a time. Of the 1,024 descriptors that a process may mostly have, the server keeps 256 for files.
-constexpr std::size_t kMostFiles = 64;
+constexpr std::size_t kMostFiles = 60;
 constexpr off_t kMostBytes = off_t{8} << 20;
 
 thread_local ReplacementGroup* current = nullptr;
