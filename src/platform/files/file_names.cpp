@@ -20,10 +20,10 @@ struct GroupedFolder {
 };
 thread_local std::optional<GroupedFolder> grouped;
 
-DWORD FlushRemoval(FolderHandle folder) {
+DWORD FlushRemoval(const FolderHandle& folder) {
   struct stat own = {};
   if (!grouped || host::Stat(folder, &own) != 0) return platform::OsError(host::Sync(folder));
-  if (!grouped->folder) *grouped = {std::move(folder), own};
+  if (!grouped->folder) *grouped = {folder, own};
   return host::SameFile(grouped->status, own) ? ERROR_SUCCESS : platform::OsError(host::Sync(folder));
 }
 
@@ -49,7 +49,7 @@ DWORD RemoveFile(std::string_view text) {
     return platform::OsError(error);
   }
   FolderIndexes::OfProcess().CatchUp();
-  return FlushRemoval(std::move(location.folder));
+  return FlushRemoval(location.folder);
 }
 
 // One renaming of a file: finds both names, and is begun anew when others have changed them before they are held.
