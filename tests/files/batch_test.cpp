@@ -214,7 +214,7 @@ TEST_F(BatchTest, AsManyAsTheProcessMayHaveOpen) {
       EXPECT_TRUE(group.IsFull());
     }
     EXPECT_EQ(Here().size(), count + 1);
-    EXPECT_GT(count, 60U);
+    EXPECT_GT(count, 40U);
   });
 }
 
