@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <ctime>
 #include <fstream>
 #include <map>
 #include <set>
@@ -41,11 +40,7 @@ constexpr const char* kSearch = "search.js";
 constexpr const char* kFolders[] = {"models", "fields"};
 
 std::string TextOf(std::chrono::system_clock::time_point time) {
-  const std::time_t whole = std::chrono::system_clock::to_time_t(time);
-  std::tm local{};
-  localtime_r(&whole, &local);
-  char text[sizeof "2026-11-26 14:30"];
-  return {text, std::strftime(text, sizeof text, "%Y-%m-%d %H:%M", &local)};
+  return LocalText(std::chrono::system_clock::to_time_t(time), "%Y-%m-%d %H:%M");
 }
 
 std::string Cells(std::initializer_list<std::string> markups) {

@@ -13,6 +13,7 @@
 #include "marcacao/componente_marcacao.h"
 #include "platform/text/text.h"
 #include "progress.h"
+#include "times.h"
 
 namespace kestorctl {
 
@@ -48,11 +49,7 @@ struct ExportOptions {
 };
 
 std::string Now() {
-  const std::time_t now = std::time(nullptr);
-  std::tm utc{};
-  gmtime_r(&now, &utc);
-  char text[sizeof "2026-11-26T22:15:44Z"];
-  return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc)};
+  return UtcText(std::time(nullptr), "%Y-%m-%dT%H:%M:%SZ");
 }
 
 std::string KeyOf(const std::string& name) {

@@ -184,13 +184,8 @@ Versions VersionsAt(const Versions& all, const std::string& name, const std::opt
 
 std::string WhenOf(const Version& version) {
   const auto seconds = std::chrono::floor<std::chrono::seconds>(version.time);
-  const std::time_t whole = history::Clock::to_time_t(seconds);
-  std::tm utc{};
-  gmtime_r(&whole, &utc);
-  char text[sizeof "2026-11-26T22:15:44"];
-  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &utc);
   const std::string fraction = std::to_string(1'000'000 + (version.time - seconds).count()).substr(1);
-  return std::string(text) + "." + fraction + "Z";
+  return UtcText(history::Clock::to_time_t(seconds), "%Y-%m-%dT%H:%M:%S") + "." + fraction + "Z";
 }
 
 std::string WhatOf(const Version& version) {

@@ -1,5 +1,4 @@
 // The command list: the models of a store, or which modules and components have models.
-#include <ctime>
 #include <vector>
 
 #include "admin/admin.h"
@@ -10,6 +9,7 @@
 #include "model_options.h"
 #include "platform/text/text.h"
 #include "text_table.h"
+#include "times.h"
 
 namespace kestorctl {
 
@@ -50,13 +50,8 @@ struct ListOptions {
 
 using Clock = std::chrono::system_clock;
 
-std::string Time(const std::optional<Clock::time_point>& time, tm* (*inParts)(const std::time_t*, tm*)) {
-  if (!time) return {};
-  const std::time_t whole = Clock::to_time_t(*time);
-  std::tm parts{};
-  inParts(&whole, &parts);
-  char text[sizeof "2026-11-26 22:15:44"];
-  return {text, std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts)};
+std::string Time(const std::optional<Clock::time_point>& time, decltype(LocalText)& textOf) {
+  return time ? textOf(Clock::to_time_t(*time), "%Y-%m-%d %H:%M:%S") : std::string();
 }
 
 template <typename Number>
@@ -81,10 +76,10 @@ void ListLong(const StoreOptions& store, Answer& answer) {
     const admin::Details details = admin::DetailsOf(inventory, model);
     answer.AddNote(details.trouble);
     const bool isDefault = records.IsDefault(model);
-    rows.push_back({Text(details.bytes), Time(details.changed, localtime_r), Text(details.version),
+    rows.push_back({Text(details.bytes), Time(details.changed, LocalText), Text(details.version),
                     model.generation == Generation::first ? "first" : "second", isDefault ? "default" : "",
                     text::Presentable(model.name)});
-    std::string changed = Time(details.changed, gmtime_r);
+    std::string changed = Time(details.changed, UtcText);
     if (!changed.empty()) changed.replace(changed.find(' '), 1, "T") += 'Z';
     answer.data["models"].push_back({{"name", model.name},
                                      {"generation", static_cast<int>(model.generation)},

@@ -68,10 +68,7 @@ std::string Since(const LogOptions& options) {
     throw UsageError("--since: " + *options.since +
                      " is neither a time such as \"2026-11-26 14:30\" nor one ago such as 12h");
   }
-  std::tm utc{};
-  char text[sizeof "2026-11-26T14:30:12"];
-  gmtime_r(&*time, &utc);
-  return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &utc)};
+  return UtcText(*time, "%Y-%m-%dT%H:%M:%S");
 }
 
 // ---- Entries -------------------------------------------------------------------------------------------------------
@@ -150,11 +147,7 @@ class Page {
     std::string_view fraction;
     std::optional<std::tm> utc = ReadTime(text, "%Y-%m-%dT%H:%M:%S", &fraction);
     if (!utc) return text::Printable(text);
-    const std::time_t time = timegm(&*utc);
-    std::tm local{};
-    char shown[sizeof "2026-11-26 14:30:12"];
-    localtime_r(&time, &local);
-    return {shown, std::strftime(shown, sizeof shown, "%Y-%m-%d %H:%M:%S", &local)};
+    return LocalText(timegm(&*utc), "%Y-%m-%d %H:%M:%S");
   }
 
   static std::string Model(const Json& entry) {

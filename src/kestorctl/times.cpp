@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <iomanip>
 #include <map>
+#include <sstream>
 
 namespace kestorctl {
 
@@ -42,6 +44,12 @@ std::optional<std::time_t> ReadLocalTime(const std::string& text) {
   return std::nullopt;
 }
 
+std::string TextOf(const std::tm& time, const char* format) {
+  std::ostringstream text;
+  text << std::put_time(&time, format);
+  return text.str();
+}
+
 }  // namespace
 
 std::optional<std::time_t> ReadPastTime(const std::string& text) {
@@ -49,12 +57,18 @@ std::optional<std::time_t> ReadPastTime(const std::string& text) {
   return ReadLocalTime(text);
 }
 
-std::string Today() {
-  const std::time_t now = std::time(nullptr);
+std::string UtcText(std::time_t time, const char* format) {
+  std::tm utc{};
+  return TextOf(*gmtime_r(&time, &utc), format);
+}
+
+std::string LocalText(std::time_t time, const char* format) {
   std::tm local{};
-  localtime_r(&now, &local);
-  char text[sizeof "26/11/2026"];
-  return {text, std::strftime(text, sizeof text, "%d/%m/%Y", &local)};
+  return TextOf(*localtime_r(&time, &local), format);
+}
+
+std::string Today() {
+  return LocalText(std::time(nullptr), "%d/%m/%Y");
 }
 
 }  // namespace kestorctl

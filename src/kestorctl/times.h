@@ -14,6 +14,10 @@ std::optional<std::time_t> ReadPastTime(const std::string& text);
 // The time with which a text begins, in a format of strptime; `*rest` is what follows it.
 std::optional<std::tm> ReadTime(const std::string& text, const char* format, std::string_view* rest);
 
+// Writes a time in a format of std::put_time.
+std::string UtcText(std::time_t time, const char* format);
+std::string LocalText(std::time_t time, const char* format);
+
 // The date as reports print it, such as 26/11/2026.
 std::string Today();
 
