@@ -1,15 +1,15 @@
 // The desktop platform's files: the file class with its failure causes, share modes that hold between all processes,
-// names that ignore letter case, wild-card search and attributes.
+// case-insensitive names, wild-card search and attributes.
 //
-// Paths are code page 1252 text with backslashes (a slash separates as well), and either start with a drive (D:) or a
-// share (\\HOST\SHARE), which the home maps to a folder, or are relative to the current directory. `.` and `..` are
-// worked out on the text; `..` never climbs above the drive, the share or the current directory. Blanks and dots at the
-// end of a component do not count.
+// Paths are code page 1252 text with backslashes (slashes also separate). A path starts with a drive (D:) or a share
+// (\\HOST\SHARE), which the home maps to a folder, or is relative to the current directory. `.` and `..` are resolved
+// in the text; `..` never climbs above the drive, the share or the current directory. Blanks and dots at the end of a
+// component are ignored.
 //
 // Failures carry the platform's own error numbers (kernel.h):
 //   a path that starts with a single backslash, or with a drive or share that the home lacks     3
-//   a component with a control character or one of < > : " | ? *                123
-//   a component of more than 255 characters or too long for the disk            206
+//   a component with a control character or one of < > : " | ? *, or a device's name           123
+//   a component of more than 255 characters or too long for the disk                           206
 #pragma once
 
 #include <cstdint>
@@ -45,10 +45,10 @@ class CFileException {
   CFileException(Cause cause, LONG osError, std::string fileName = {})
       : m_cause(cause), m_lOsError(osError), m_strFileName(std::move(fileName)) {}
 
-  // The exception for a platform error number, with the cause that the file class gives it.
+  // Returns the exception for a platform error number, with the cause that the file class assigns to it.
   static CFileException FromOsError(DWORD osError, std::string fileName = {});
 
-  // The cause of a platform error number; `generic` for a number without one of its own.
+  // Returns the cause of a platform error number; `generic` when the number has none of its own.
   static Cause OsErrorToException(DWORD osError);
 
   Cause m_cause = none;
@@ -56,23 +56,22 @@ class CFileException {
   std::string m_strFileName;
 };
 
-// Ways of opening that the desktop platform does not have, to go with its own flags.
+// Open flags that the desktop platform does not have, for use together with its own.
 namespace files {
 
 inline constexpr UINT nameAsGiven = 0x10000;  // whole-file creation: an existing file takes the letter case of the path
-inline constexpr UINT wholeUpdate = 0x20000;  // an existing file, read and written, denying both: whole or not at all
-inline constexpr UINT mustBeNew = 0x40000;    // whole-file creation: a file that is there is not replaced
-inline constexpr UINT noLink = 0x80000;       // in place: a symbolic link is refused, wherever it leads
+inline constexpr UINT wholeUpdate = 0x20000;  // read-write, denying both: an existing file is updated as a whole
+inline constexpr UINT mustBeNew = 0x40000;    // whole-file creation: an existing file is not replaced
+inline constexpr UINT noLink = 0x80000;       // opening in place: a symbolic link is refused, wherever it leads
 
 }  // namespace files
 
-// One open file. Neither copied nor moved; used by one thread at a time. The operations are virtual so that a test can
-// put failures in front of them.
+// One open file. Cannot be copied or moved; used by one thread at a time. The operations are virtual so that a test can
+// inject failures.
 //
-// What an open file excludes holds between all processes of this machine and, where the file system carries byte-range
-// locks, between machines. An opener has an access (read, write) and a denial (none, write, both); Open succeeds
-// exactly when its access meets no denial of a present opener and its denial meets no access of a present opener.
-// An opener that dies holds nothing.
+// Share modes hold between all processes of this machine and, where the file system carries byte-range locks, between
+// machines. Each opener has an access (read, write) and a denial (none, write, both). Open succeeds if and only if no
+// current opener denies its access and it denies no current opener's access. A process that dies holds no lock.
 class CFile {
  public:
   enum OpenFlags : UINT {
@@ -83,7 +82,7 @@ class CFile {
     shareExclusive = 0x0010,  // denies both
     shareDenyWrite = 0x0020,
     shareDenyNone = 0x0040,
-    modeCreate = 0x1000,      // a missing file is created; an existing one is truncated
+    modeCreate = 0x1000,      // creates a missing file; truncates an existing one
     modeNoTruncate = 0x2000,  // with modeCreate: an existing file keeps its content
     typeBinary = 0x8000
   };
@@ -91,53 +90,53 @@ class CFile {
   enum SeekPosition : UINT { begin = 0, current = 1, end = 2 };
 
   CFile();
-  virtual ~CFile();  // closes without committing: what was being created as a whole is dropped
+  virtual ~CFile();  // closes without committing: a file written as a whole is discarded
   CFile(const CFile&) = delete;
   CFile& operator=(const CFile&) = delete;
 
-  // Opens `path`. FALSE on failure, with cause, error number and path in `*error` (unless null); the object then is not
-  // open. A file opened with modeCreate, without modeNoTruncate, for writing and denying both is replaced as a whole:
-  // until Close succeeds, the disk keeps what was there. The file keeps its letter case on disk, or takes that of the
-  // path together with the content if nameAsGiven says so; a symbolic link keeps its name. With mustBeNew a file of the
-  // name, in whatever letter case, is left alone: 80, from Close when it came to be after the opening. With wholeUpdate
-  // what is written into an existing file is seen at Close or not at all; only the first writing costs a copy of it.
-  // Any of these flags with another way of opening: 87.
-  // A file with the read-only attribute (no write permission for anyone) is not opened for writing: 5.
+  // Opens `path`. Returns FALSE on failure, with cause, error number and path in `*error` (unless null); the object is
+  // then not open. A file opened with modeCreate, without modeNoTruncate, for writing and denying both is replaced as a
+  // whole: until Close succeeds, the disk keeps the old file. The file keeps its letter case on disk; with nameAsGiven
+  // it takes the letter case of the path together with the content. A symbolic link keeps its name. With mustBeNew an
+  // existing file of the name, in any letter case, is left alone: 80, from Close if the file appears after the opening.
+  // With wholeUpdate, changes to an existing file become visible at Close or not at all; only the first write copies
+  // the file. Any of these flags with another kind of opening: 87.
+  // A file with the read-only attribute (no write permission for anyone) cannot be opened for writing: 5.
   virtual BOOL Open(const char* path, UINT flags, CFileException* error = nullptr);
 
-  // Reads up to `count` bytes at the position; fewer only at the end of the file. The number read.
+  // Reads up to `count` bytes at the position and returns the number read: fewer only at the end of the file.
   virtual UINT Read(void* buffer, UINT count);
 
-  // Writes all of `count` bytes at the position; when that fails, the file is as long as it was before.
+  // Writes all `count` bytes at the position. A failure leaves the file as long as it was before.
   virtual void Write(const void* buffer, UINT count);
 
-  // Moves the position and gives it, counted from the start. A position before the start: badSeek, 131.
+  // Moves the position and returns it, counted from the start. A position before the start: badSeek, 131.
   virtual LONGLONG Seek(LONGLONG offset, UINT from);
   LONGLONG SeekToEnd() { return Seek(0, end); }
   void SeekToBegin() { Seek(0, begin); }
 
   virtual ULONGLONG GetLength() const;
-  virtual void SetLength(ULONGLONG length);  // the position is then the new end
+  virtual void SetLength(ULONGLONG length);  // also moves the position to the new end
 
-  // Writes what was written to the disk while others still have to wait.
+  // Flushes the written data to the disk without releasing the locks.
   virtual void Flush();
 
-  // Lets go of the file and writes what was written to the disk; what is created as a whole takes its name now, unless
-  // a GroupedReplacements of the thread takes it over. When this throws, the file is no longer open, and what was to be
-  // replaced as a whole is as it was (or as it was to become, if all that failed was the folder's last flushing).
+  // Flushes the written data to the disk and closes the file. A file written as a whole takes its name now, unless a
+  // GroupedReplacements of the thread takes it over. If Close throws, the file is no longer open, and a file that was
+  // to be replaced as a whole is unchanged (or replaced, if only the final flush of the folder failed).
   virtual void Close();
 
-  // Lets go of the file without committing; never throws.
+  // Closes the file without committing. Never throws.
   virtual void Abort() noexcept;
 
   bool IsOpen() const { return m_open != nullptr; }
 
-  // All of these throw CFileException, with the one of two paths that the failure is about. Removing and renaming need
-  // that no opener has the file (32).
+  // Remove and Rename throw CFileException with whichever path the failure is about. Both fail with 32 while any opener
+  // has the file.
   static void Remove(const char* path);  // 5 for a read-only file or a folder
-  // Gives a file another name, in its folder or another one of the same drive; 80 when that name is taken. Renaming a
-  // file to its own path gives it that path's letter case; nothing is done (and an open file is no hindrance) when it
-  // has it already.
+  // Renames a file within its folder or into another folder of the same drive; 80 when the new name is taken. Renaming
+  // a file to its own path changes its letter case to that of the path; if it has that already, nothing happens, and
+  // the file may be open.
   static void Rename(const char* oldPath, const char* newPath);
 
  private:
@@ -151,52 +150,53 @@ namespace files {
 
 class ReplacementGroup;
 
-// While one lives, the files that its thread writes as a whole take their names together: the disk flushes a hundred of
-// them nearly as fast as one. CFile::Close hands such a file over, complete under its hidden name and held as before,
-// and succeeds although the disk still keeps what was there. To finish is to flush the contents, then to give each file
-// its name, then to flush the folder once. Each file fails for itself.
+// While an object lives, the files that its thread writes as a whole take their names together: the disk flushes a
+// hundred of them nearly as fast as one. CFile::Close hands such a file over, complete under its hidden name and still
+// locked, and succeeds although the disk still keeps the old file. Finishing flushes the contents, then gives each file
+// its name, then flushes the folder once. Each file fails on its own.
 //
-// Files come in batches, so that the disk works while the next ones are made: Close ends a batch, and a thread of its
-// own flushes its contents.
+// Files come in batches, so that the disk works while the next files are made: Close ends a batch, and a separate
+// thread flushes its contents.
 //
-// The thread finds what it has written: before it opens, removes, renames or looks for a file of such a name, and
-// before it searches a folder, the waiting files take their names. They also do so before an opening fails for want of
-// descriptors or because a file is in use. One within another takes its place, once the files of that have their names.
-// While one lives, a folder in which the thread looks time and again is the same for a tenth of a second at a time.
+// The thread sees its own writes: the waiting files take their names before it opens, removes, renames or looks up a
+// file of such a name, and before it searches a folder. They also do so before an opening fails for lack of descriptors
+// or because a file is in use. A nested object first finishes the files of the outer one, and then takes its place
+// until it is destroyed. While an object lives, the thread looks up the path of a folder that it uses repeatedly only
+// every tenth of a second.
 class GroupedReplacements {
  public:
-  // What became of a file.
+  // The result for one file.
   struct Outcome {
     CFileException failure;    // with the cause `none` when the content is on the disk under its name
-    std::string notKept = {};  // what the thread's keeper says in this case of the file that was there
+    std::string notKept = {};  // why the thread's keeper did not keep the old file, if so
   };
 
   GroupedReplacements();
-  ~GroupedReplacements();  // finishes; the outcomes are lost
+  ~GroupedReplacements();  // finishes all files; their outcomes are lost
   GroupedReplacements(const GroupedReplacements&) = delete;
   GroupedReplacements& operator=(const GroupedReplacements&) = delete;
 
-  // How many files have been handed over since the beginning.
+  // Returns how many files have been handed over so far.
   std::size_t Count() const;
 
-  // True when it is time to close: more files in a batch would use too many descriptors and too much memory, and gain
+  // True when the batch should be closed: more files would use too many descriptors and too much memory, and gain
   // nothing.
   bool IsFull() const;
 
-  // Closes the batch, once the closed one before is finished.
+  // Finishes the batch closed before, then closes the current one.
   void Close() noexcept;
 
-  // True when the thread has flushed the closed batch, or there is none that does.
+  // True when the separate thread has flushed the closed batch, or when there is no such thread.
   bool IsFlushed() const;
 
-  // Finishes the closed batch. False when it was finished before.
+  // Finishes the closed batch. Returns false when it was finished before.
   bool FinishClosed() noexcept;
   void Finish() noexcept;  // all files
 
-  // Of the file that was handed over as the `number`-th, from 0, once it is finished.
+  // Returns the outcome of the `number`-th file handed over, from 0, which must be finished and not forgotten.
   const Outcome& Of(std::size_t number) const;
 
-  // Forgets the outcomes of the closed batch, which is finished.
+  // Finishes the closed batch and forgets its outcomes.
   void ForgetClosed() noexcept;
 
  private:
@@ -209,9 +209,9 @@ class GroupedReplacements {
 
 namespace files {
 
-// While one lives, the removals that its thread makes in one folder (that of the first) are flushed together when it
-// ends, or by the next file that takes its name in that folder. For work that is simply done again where a power
-// failure has undone its end; whether that flushing succeeds is not told. One within another does nothing.
+// While an object lives, its thread's removals in one folder (that of the first) are flushed together: when the object
+// is destroyed, or by the next file that takes its name in that folder. For work that can be repeated if a power
+// failure undoes the last removals; a failed flush is not reported. A nested object does nothing.
 class GroupedRemovals {
  public:
   GroupedRemovals();
@@ -225,14 +225,14 @@ class GroupedRemovals {
 
 }  // namespace files
 
-// ---- Several looks at one folder -----------------------------------------------------------------------------------
+// ---- Repeated reading of one folder --------------------------------------------------------------------------------
 
 namespace files {
 
-// For a call that looks several times at a folder that mostly stays as it is: it takes long to read a large one. While
-// one lives, its thread reads such a folder once for all searches, and on a network file system for all names that it
-// does not find as well. It reads it again once this process has changed it, and once its times say that another one
-// has. One within another does nothing.
+// For calls that look at a mostly unchanging folder several times, because reading a large folder takes long. While an
+// object lives, its thread reads such a folder once for all searches and, on a network file system, also for all names
+// that do not exist as written. It reads the folder again after this process has changed it, or when the folder's times
+// show that another process has. A nested object does nothing.
 class OneReading {
  public:
   OneReading();
@@ -253,7 +253,7 @@ inline constexpr DWORD FILE_ATTRIBUTE_READONLY = 0x01;
 inline constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x10;
 inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
 
-// Attributes of a file or folder; INVALID_FILE_ATTRIBUTES when there is none of that path.
+// Returns the attributes of a file or folder; INVALID_FILE_ATTRIBUTES when the path leads to neither.
 DWORD GetFileAttributesA(const char* path);
 
 namespace files {
@@ -261,18 +261,17 @@ namespace files {
 // False for a folder on a network or FUSE file system, and for one that cannot be opened.
 bool IsOnLocalDisk(const char* folder);
 
-// The bytes of a file; nothing when there is none of that path.
+// Returns the size of a file in bytes; nothing when the path leads to no file.
 std::optional<ULONGLONG> LengthOf(const char* path);
 
-// Looks whether the file of a path is still what it was, for those who keep what they have read of it. Used by one
-// thread at a time.
+// Detects changes of the file of a path, for callers that cache what they read from it. Used by one thread at a time.
 class ContentWatch {
  public:
   explicit ContentWatch(std::string path) : m_path(std::move(path)) {}
 
-  // True at the first call; then, unless the path leads to the same file as at the last one and neither its content nor
-  // its attributes have been changed since. Also true as long as the last change is so recent that another one could
-  // bear the same time. Call it before reading.
+  // True at the first call. After that, false only if the path still leads to the same file and neither its content nor
+  // its attributes have changed since the last call. Also true while the last change is so recent that another one
+  // could have the same time. Call it before reading.
   bool HasChanged();
 
  private:
@@ -291,7 +290,7 @@ class ContentWatch {
   };
 
   const std::string m_path;
-  std::optional<Stamp> m_last;  // of a file whose times vouch for it
+  std::optional<Stamp> m_last;  // only while the file's times can be relied on
 };
 
 }  // namespace files
@@ -299,48 +298,48 @@ class ContentWatch {
 // ---- Wild-card search ----------------------------------------------------------------------------------------------
 
 struct _finddata_t {
-  UINT attrib;      // FILE_ATTRIBUTE_DIRECTORY for a folder, otherwise 0: nothing that a look at each file would cost
+  UINT attrib;      // FILE_ATTRIBUTE_DIRECTORY for a folder, otherwise 0: nothing that takes a stat of each file
   char name[1024];  // file name without folder, in its letter case on disk
 };
 
-// Searches a folder for the names that match the pattern in the last component of `pattern` (`*`: any run of
-// characters, the empty one too; `?`: any one character; `.*` at the end: any extension or none; letter case aside) and
-// delivers them sorted without regard to letter case. The handle of the search with the first match in `*found`; -1
-// when nothing matches, the folder cannot be read or the path is refused. Folders match as well; hidden files of this
-// system and names that code page 1252 cannot hold or the platform refuses never do, nor do the entries "." and "..".
-// The whole search sees the folder as it was at the first call.
+// Searches a folder for the names that match the last component of `pattern`, ignoring letter case (`*`: any run of
+// characters, even an empty one; `?`: any one character; `.*` at the end: any extension or none), and delivers them
+// sorted without regard to letter case. Returns a search handle, with the first match in `*found`, or -1 when nothing
+// matches, the folder cannot be read or the path is refused. Folders match as well. Hidden files of this system, names
+// that code page 1252 cannot represent or the platform refuses, and the entries "." and ".." never match. The whole
+// search sees the folder as it was at the first call.
 std::intptr_t _findfirst(const char* pattern, _finddata_t* found);
 int _findnext(std::intptr_t handle, _finddata_t* found);  // 0, or -1 when there is no further match
 int _findclose(std::intptr_t handle);                     // 0
 
-// ---- Paths, for those who must hand a file to the host system -------------------------------------------------------
+// ---- Host paths and explanations ------------------------------------------------------------------------------------
 
 namespace files {
 
-// The host system's (UTF-8) path of `path` with the letter case that is on the disk, for messages and tools; 0, or the
-// platform's error number. Components that do not exist are taken as written.
+// Puts the host system's path (UTF-8) of `path` into `*host`, in the letter case on disk, for messages and tools.
+// Components that do not exist stay as written. Returns 0 or the platform's error number.
 DWORD HostPath(const char* path, std::string* host);
 
-// Says in English for people what stands in the way of a file operation that has failed: who holds the file or what it
-// is instead, whose it is and who may do what, which folder is missing or full, what is wrong with the name. `path` is
-// that of the operation, `osError` the platform's number that it gave. It looks at the disk as it is now and changes
-// nothing there. Where nothing that it sees leads to the number, it says what the number means and no more. UTF-8, a
-// clause without a full stop, such as "/srv/reports/CT01Vendas.RXL belongs to maria with mode 0600, and the server,
-// which runs as joao, may not read it; maria or root can change that". Never empty. From any thread. Throws
-// std::bad_alloc. `care`: a thorough explanation also looks through the open files of all processes for the one that
-// has the file in use, and through the folder for a link that leads nowhere, which takes some hundredths of a second.
+// Says in English, for people, why a file operation failed: which process holds the file, what the path leads to
+// instead of a file, who owns the file and with which permissions, which folder is missing, which disk is full, what is
+// wrong with the name. `path` is the path of the operation, `osError` the platform's number that it gave. Looks at the
+// disk as it is now and changes nothing there. If nothing that it finds accounts for the number, it says only what the
+// number means. Returns a UTF-8 clause without a full stop, such as "/srv/reports/CT01Vendas.RXL belongs to maria with
+// mode 0600, and the server, which runs as joao, may not read it; maria or root can change that". Never empty. May be
+// called from any thread. Throws std::bad_alloc. A thorough explanation also searches the open files of all processes
+// for the one that has the file in use, and the folder for a dangling link, which takes some hundredths of a second.
 enum class Care { brief, thorough };
 std::string Explain(const std::string& path, DWORD osError, Care care = Care::thorough);
 
-// 0 when the names in a folder can be read now, or the platform's error number.
+// Returns 0 when the names in a folder can be read now, or the platform's error number.
 DWORD FolderError(const char* path);
 
-// What rights and names say of making a file of that path, or of replacing it, now: 0, or the platform's error number
-// with which it would fail. It may fail for other reasons all the same, such as a full disk. Changes nothing.
+// Checks permissions and names for creating or replacing the file of a path now. Returns 0, or the platform's error
+// number with which that would fail. It may still fail for other reasons, such as a full disk. Changes nothing.
 DWORD ReplacementError(const char* path);
 
-// The drive or share with which a path starts ("D:", "\\HOST\SHARE") and where the home maps it: a folder, or a link to
-// one, that need not exist. False for a path that starts with neither.
+// Gives the drive or share that a path starts with ("D:", "\\HOST\SHARE") and the folder, or link to a folder, that the
+// home maps it to, which need not exist. Returns false for a path that starts with neither.
 bool MappingOf(std::string_view path, std::string* name, std::string* folder);
 
 }  // namespace files

@@ -1,4 +1,4 @@
-// Which name on the disk is meant when a name is given in another letter case, without reading the folder each time.
+// Finds the name on disk for a name given in another letter case, without reading the folder each time.
 #pragma once
 
 #include <sys/stat.h>
@@ -16,19 +16,19 @@
 
 namespace files {
 
-// The name indexes of the folders used last. On local file systems an index is kept current by the kernel's news of
-// changes, from whatever process they come. Elsewhere, and where the kernel cannot watch any more folders, it holds for
-// as long as the folder's times stay what they are. For all threads.
+// The name indexes of the most recently used folders. On local file systems the kernel's change events keep an index
+// current, whichever process makes the change. Elsewhere, and where the kernel cannot watch any more folders, an index
+// is valid while the folder's times stay the same. May be used from any thread.
 class FolderIndexes {
  public:
   static FolderIndexes& OfProcess();
 
-  // Gives the name in the folder that equals `name` but for letter case, the first one in byte order. 0, ENOENT, or
-  // another errno value when the folder cannot be read.
+  // Puts the name in the folder that equals `name` except for letter case into `*onDisk`; of several, the first in byte
+  // order. Returns 0, ENOENT, or another errno value when the folder cannot be read.
   int Find(const host::Descriptor& folder, std::string_view name, std::string* onDisk);
 
-  // Takes in what has changed. Called after own changes, so that a process which makes many of them without looking a
-  // name up does not make the kernel drop news.
+  // Processes the pending change events. Called after this process's own changes, so that many of them without a lookup
+  // do not overflow the kernel's event queue.
   void CatchUp();
 
  private:
@@ -38,8 +38,8 @@ class FolderIndexes {
     int watch = -1;  // -1: not watched
     NameSet names;
     bool current = false;
-    std::uint32_t movedAway = 0;  // a name has moved whose new name the kernel has not told yet; 0: none
-    // Of a folder that is not watched: its status with its times, the own changes before, and since when it is so.
+    std::uint32_t movedAway = 0;  // a rename whose new name the kernel has not reported yet; 0: none
+    // For a folder that is not watched: its status with times, OwnChanges() then, and when both were first seen.
     struct stat stamp = {};
     std::uint64_t ownChanges = 0;
     std::chrono::steady_clock::time_point stampSeen;

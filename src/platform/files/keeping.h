@@ -1,4 +1,4 @@
-// What is kept of files before a change takes their content away.
+// Lets a keeper save the content of files before a change destroys it.
 #pragma once
 
 #include <string>
@@ -7,38 +7,38 @@
 
 namespace files {
 
-// A file that is about to be replaced, removed or rewritten. It stays as it is while it is kept.
+// A file that is about to be replaced, removed or rewritten. It does not change while Keep runs.
 struct LeavingFile {
   enum class Way {
     replaced,  // another file takes its name
     removed,
-    rewritten  // the file stays, and its content is overwritten: only a copy keeps it
+    rewritten  // the file stays, and its content is overwritten: only a copy preserves it
   };
 
   Way way = Way::replaced;
   std::string name;                                 // UTF-8, without folder
   const platform::Descriptor& file;                 // open for reading
-  const platform::Descriptor* folder = nullptr;     // where `entry` is its name on the disk; null when it is rewritten
-  std::string entry = {};                           // differs from `name` where that is a symbolic link
-  const platform::Descriptor* successor = nullptr;  // the file that replaces it, complete; otherwise null
+  const platform::Descriptor* folder = nullptr;     // the folder that holds `entry`; null when it is rewritten
+  std::string entry = {};                           // its name on disk; differs from `name` if that is a symbolic link
+  const platform::Descriptor* successor = nullptr;  // the complete file that replaces it; otherwise null
 };
 
 class Keeper {
  public:
-  // Called before the change. Whether it succeeds makes no difference to the change.
+  // Called before the change, which is made whether Keep succeeds or not.
   virtual void Keep(const LeavingFile& leaving) noexcept = 0;
-  // The change that Keep was last called for was not made.
+  // Called when the change that Keep was last called for was not made.
   virtual void Drop() noexcept = 0;
-  // A file has been made where none was; it is complete, or still to be written to.
+  // Called when a file was created where none was. The file is complete, or still to be written.
   virtual void SeeNew(const std::string& name, const platform::Descriptor& file, bool isComplete) noexcept = 0;
-  // Why files were not kept since this was asked last, for people; empty when all were.
+  // Returns, for people, why files were not kept since the last call; empty when all were.
   virtual std::string TakeTrouble() { return {}; }
 
  protected:
   ~Keeper() = default;
 };
 
-// While one lives, a keeper is called for the files that its thread changes. One within another does nothing; neither
+// While an object lives, its keeper is called for the files that its thread changes. A nested object does nothing, nor
 // does one without a keeper.
 class Keeping {
  public:
@@ -49,7 +49,7 @@ class Keeping {
 
   bool IsOutermost() const { return outermost_; }
 
-  // The thread's keeper; null when there is none.
+  // Returns the thread's keeper, or null.
   static Keeper* Current();
 
  private:

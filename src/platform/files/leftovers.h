@@ -1,4 +1,4 @@
-// Hidden files that a process left when it was killed.
+// Hidden files that killed processes left behind.
 #pragma once
 
 #include <string>
@@ -8,8 +8,8 @@
 
 namespace files {
 
-// Removes those of the folder's hidden files that no process holds and that have not been touched for a minute. What
-// cannot be removed stays.
+// Removes the folder's reservations that no process holds and that have not been written to for a minute. Files that
+// cannot be removed stay.
 void RemoveLeftovers(const host::Descriptor& folder, const std::vector<std::string>& hiddenNames);
 
 }  // namespace files

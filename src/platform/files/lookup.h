@@ -1,4 +1,4 @@
-// From a path text's path to what is on the disk, whatever the letter case of either.
+// Finds what a path leads to on the disk, whatever the letter case of either.
 #pragma once
 
 #include <memory>
@@ -11,7 +11,7 @@
 
 namespace files {
 
-// An open folder, for all that use it at the same time.
+// An open folder, shared by all its users and closed after the last one.
 class FolderHandle {
  public:
   FolderHandle() = default;  // none
@@ -26,21 +26,22 @@ class FolderHandle {
   std::shared_ptr<const host::Descriptor> opened_;
 };
 
-// The folder that a path leads into and the name in it.
+// The folder that holds a path's last component, and the name of that component.
 struct Location {
   FolderHandle folder;
-  std::string name;  // as it is on the disk, or as written when there is none
+  std::string name;  // as on the disk, or as written if it does not exist
   bool exists = false;
-  bool isDeadLink = false;  // nothing exists, but a symbolic link that leads nowhere has the name
-  struct stat status = {};  // of what exists; of what a symbolic link leads to
+  bool isDeadLink = false;  // nothing exists, and the name is that of a dangling symbolic link
+  struct stat status = {};  // of what exists, symbolic links followed
 };
 
-// The path of a file. One that ends in a separator means a folder: 5, or 3 when there is none.
+// Translates the path of a file. A path that ends in a separator means a folder: 5, or 3 when there is no such folder.
 DWORD TranslateFilePath(std::string_view text, PathName* path);
 
-// For work on many files: while one lives, its thread keeps the folder open in which it looks. Going down the path
-// costs as much as opening a file, and a descriptor each time. After a tenth of a second it does so again, since the
-// path may lead elsewhere by then; at once when the folder is no more. One within another does nothing.
+// For work on many files: while an object lives, its thread keeps the folder open that it used last. Opening a folder
+// again costs as much as opening a file, and a descriptor each time. The thread opens it again after a tenth of a
+// second, because the path may lead elsewhere by then, and at once if the folder was removed. A nested object does
+// nothing.
 class KeptFolder {
  public:
   KeptFolder();
@@ -52,24 +53,25 @@ class KeptFolder {
   const bool outermost_;
 };
 
-// Opens the folder of the path's last component. 3 when there is none, or when the path ends with a drive.
+// Opens the folder that holds the path's last component. 3 when the folder does not exist, or when the path has no such
+// component because it is that of a drive or share.
 DWORD OpenFolderOf(const PathName& path, FolderHandle* folder);
 
 // Opens the folder that the whole path leads to.
 DWORD OpenWholeFolder(const PathName& path, FolderHandle* folder);
 
-// Finds `name` in `location->folder` and fills the rest of the location: the exact name, else the first in byte order
-// of those that differ in letter case alone. A success whether it exists or not.
+// Finds `name` in `location->folder` and fills in the rest of the location: the exact name, otherwise the first in byte
+// order of those that differ only in letter case. Succeeds whether the name exists or not.
 DWORD FindIn(const std::string& name, Location* location);
 
-// The same, but does not read a folder of a network file system, which takes long: there a name that is spelt otherwise
-// counts as missing. For steps that a thorough one follows.
+// The same, but never reads a folder of a network file system, which takes long: there a name in another letter case
+// counts as missing. For a first attempt that a full lookup follows.
 DWORD FindQuicklyIn(const std::string& name, Location* location);
 
-// Both of it; also a success whether the name exists or not.
+// Calls OpenFolderOf, then FindIn. Succeeds whether the name exists or not.
 DWORD Locate(const PathName& path, Location* location);
 
-// The path with the letter case that is on the disk; components that do not exist as written.
+// Returns the path in the letter case on disk. Components that do not exist stay as written.
 std::string SpellAsOnDisk(const PathName& path);
 
 }  // namespace files

@@ -1,5 +1,5 @@
-// What is to be done where other machines may use the same files. Locks keep them apart, but do not make what this
-// machine has in memory current, nor write what it has to others.
+// Extra steps where other machines may use the same files. Locks exclude other machines, but neither refresh what this
+// machine has cached nor write out what it has changed.
 #pragma once
 
 #include <cerrno>
@@ -9,20 +9,22 @@
 
 namespace files {
 
-// What the steps of an opening give when the disk has changed under them and the opening must begin again. (The
+// Returned by the steps of an opening when the disk has changed meanwhile and the opening must start again. (The
 // platform's own number for "try again"; it never reaches a caller.)
 inline constexpr DWORD kStartAnew = 1237;
 
-// The platform's number for a failed step of an opening. A file that another machine has replaced is looked for again.
+// Returns the platform's number for a failed step of an opening. ESTALE means that another machine has replaced the
+// file, and the opening starts again.
 inline DWORD OpeningError(int hostError) {
   return hostError == ESTALE ? kStartAnew : platform::OsError(hostError);
 }
 
-// True where another machine may have the file open, judged by the status of the file. A device with a major number is
-// a disk, which is local or cared for by a cluster file system that keeps machines current by itself.
+// True if another machine may have the file, whose status is `status`, open. A device with a major number is a disk,
+// which is local or belongs to a cluster file system that keeps machines current by itself.
 bool IsBetweenMachines(const host::Descriptor& file, const struct stat& status);
 
-// For a file that has just been locked: forgets what this machine has kept of it, and asks for its status again.
+// For a file that has just been locked: drops what this machine has cached of its content, and gets its status again.
+// Does nothing for a file that no other machine may have open.
 DWORD CatchUpWithMachines(const host::Descriptor& file, struct stat* status);
 
 }  // namespace files

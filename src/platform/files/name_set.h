@@ -1,4 +1,4 @@
-// The names of one folder, found by their letter-case-folded form.
+// The names of one folder, indexed by their case-folded form.
 #pragma once
 
 #include <cstddef>
@@ -9,16 +9,16 @@
 
 namespace files {
 
-// Names that the code page cannot hold are left out: no path leads to them. A folder may hold 100,000 and more: a
-// name of 20 characters takes some 40 bytes. After std::bad_alloc a set can be assigned to, but tells nothing any more.
+// Leaves out names that the code page cannot represent: no path leads to them. A folder may hold 100,000 names and
+// more; a name of 20 characters takes about 40 bytes. After std::bad_alloc a set can only be assigned to or destroyed.
 class NameSet {
  public:
-  // Adds the name once, however often it is inserted.
+  // Adds the name, unless the set has it already.
   void Insert(std::string_view name);
 
   void Erase(std::string_view name);
 
-  // Gives the first name in byte order among those of the folded form `folded`; false when there is none.
+  // Finds the first name in byte order whose folded form is `folded`; false when there is none.
   bool Find(std::string_view folded, std::string* name) const;
 
  private:
@@ -32,10 +32,10 @@ class NameSet {
   void Free(std::size_t slot);
   void Rebuild(std::size_t slots);
 
-  std::string names_;         // each with a NUL behind it, also erased ones
-  std::vector<Place> slots_;  // a hash table, a power of two: where in `names_` the name begins
+  std::string names_;         // each followed by a NUL; erased names stay
+  std::vector<Place> slots_;  // a hash table whose size is a power of two: where each name begins in `names_`
   std::size_t count_ = 0;
-  std::size_t erased_ = 0;  // bytes of `names_`
+  std::size_t erased_ = 0;  // how many bytes of `names_` erased names take
 };
 
 }  // namespace files

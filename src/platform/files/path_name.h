@@ -1,5 +1,5 @@
-// Paths worked out on their text, and what makes a name: which ones the platform refuses, which are this system's own
-// and when two are the same.
+// Translates the text of paths, and decides which names the platform refuses, which are this system's own, and when two
+// names are the same.
 #pragma once
 
 #include <string>
@@ -9,26 +9,26 @@
 
 namespace files {
 
-// The host system's path of a path text, in the letter case of the text. It leads nowhere but into the folder where
-// its drive begins, or into the current directory, unless a symbolic link leads on from there.
+// The host system's path of a path text, in the letter case of the text. It never leads out of the folder of its drive
+// or share, or out of the current directory, except through a symbolic link.
 struct PathName {
   std::string path;          // UTF-8, never empty
-  std::size_t base = 0;      // how much of it is the folder of the drive or share; 0: it is relative to the current one
+  std::size_t base = 0;      // length of the folder of the drive or share in `path`; 0: `path` is relative
   std::size_t name = 0;      // where the last component begins; path.size() when the path is the base itself
-  bool meansFolder = false;  // it was written with a separator at its end
+  bool meansFolder = false;  // the text ends with a separator
 
   bool HasName() const { return name < path.size(); }
   std::string Name() const { return path.substr(name); }
   std::string Folder() const;  // the path of the folder that holds the last component
 };
 
-// The text of a caller's path. None at all is an empty one.
+// Returns the text of a caller's path; a null pointer counts as an empty text.
 inline std::string_view TextOf(const char* path) {
   return path != nullptr ? path : "";
 }
 
-// 0, or the platform's error number. `*refused` (unless null) is then the component for which the path was refused;
-// none where it was refused as a whole.
+// Returns 0 or the platform's error number. If a component was refused, it is put into `*refused` (unless null); if the
+// path was refused as a whole, `*refused` does not change.
 DWORD TranslatePath(std::string_view text, PathName* path, std::string_view* refused = nullptr);
 
 // Splits a search pattern into the folder to search and the pattern of its names (code page 1252).
@@ -37,12 +37,12 @@ DWORD TranslatePattern(std::string_view text, PathName* folder, std::string* pat
 // True for a name (code page 1252) that a path can lead to.
 bool IsPlatformName(std::string_view name);
 
-// Hidden files, which hold what is not a file of its name yet, are this system's own: no path leads to them.
+// Hidden files are this system's own and hold content that does not have its name yet. No path leads to them.
 inline constexpr std::string_view kHiddenPrefix = ".kestor-";
 bool IsHidden(std::string_view name);
 
-// The form of a name on the disk (UTF-8) that it shares with exactly the names that differ from it in letter case
-// alone: upper case in code page 1252. False for a name that the code page cannot hold.
+// Gives the folded form of a name on the disk (UTF-8), which exactly the names that differ only in letter case share:
+// upper case in code page 1252. Returns false for a name that the code page cannot represent.
 bool FoldName(std::string_view name, std::string* folded);
 
 }  // namespace files

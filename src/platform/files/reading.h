@@ -1,4 +1,4 @@
-// The names in a folder.
+// Reads the names in a folder.
 #pragma once
 
 #include <chrono>
@@ -9,20 +9,20 @@
 
 namespace files {
 
-// Changes no names in a folder: it is called for what a OneReading keeps of them.
+// Must not change names in a folder: it may be called with the names that a OneReading keeps.
 using VisitName = std::function<void(const char* name, unsigned char type)>;
 
-// As host::ReadNames, for a search; what a OneReading of the thread has read of the folder is not read again.
+// Like host::ReadNames, for a search. Uses what the thread's OneReading has read of the folder, if anything.
 int ReadNamesOnce(const host::Descriptor& folder, const VisitName& visit);
 
-// The same, but on a file system that tells of each change the names are those of now. `*begun` is when the reading
-// began that they are of.
+// The same, but always reads the folder on a local file system, where changes are reported at once. `*begun` is when
+// the reading that the names come from began.
 int ReadNames(const host::Descriptor& folder, const VisitName& visit, std::chrono::steady_clock::time_point* begun);
 
-// Called after each change that this process makes to the names in a folder, and after each reservation: what is looked
-// for then must not come from an older reading. A network file system may give older times of a folder, and times that
-// advance in whole seconds.
+// Called after each change that this process makes to the names in a folder, and after each reservation: later lookups
+// must not use an older reading. The folder's times alone do not tell, because a network file system may give old
+// times, or times in whole seconds.
 void NoteOwnChange();
-std::uint64_t OwnChanges();  // how many there have been
+std::uint64_t OwnChanges();  // how many such changes and reservations there have been
 
 }  // namespace files

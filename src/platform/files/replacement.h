@@ -1,4 +1,4 @@
-// A file that is written as a whole: new, or in the place of an old one, with or without its content.
+// A file that is written as a whole: a new one, or one that replaces an old file, empty or with its content.
 #pragma once
 
 #include <string>
@@ -8,10 +8,10 @@
 
 namespace files {
 
-// What is written goes to a hidden file; Commit gives it the name. Until then the disk keeps what was there, and it
-// stays so when the object goes without a Commit or its process is killed. The old file and the hidden one are held
-// exclusively, so that the name is held from Begin to the end of Commit, whichever of them has it. Where the old
-// content is kept, there is a hidden file only once something is written.
+// Writes go to a hidden file, to which Commit gives the name. Until then the disk keeps the old file, also when the
+// object is destroyed without a Commit or its process is killed. The old file and the hidden file are locked
+// exclusively, so that the name is locked from Begin to the end of Commit, whichever file has it. With keepsContent the
+// hidden file is created only when something is written.
 class Replacement {
  public:
   Replacement() = default;
@@ -19,32 +19,31 @@ class Replacement {
   Replacement& operator=(const Replacement&) = delete;
 
   struct Manner {
-    bool nameAsGiven = false;   // Commit gives an existing file the letter case of the path as well
-    bool mustBeNew = false;     // there must be no file, neither now nor at Commit: 80
-    bool keepsContent = false;  // the file must exist, and what is written goes into a copy of its content
+    bool nameAsGiven = false;   // Commit also gives an existing file the letter case of the path
+    bool mustBeNew = false;     // 80 when the file exists, now or at Commit
+    bool keepsContent = false;  // the file must exist, and writes go into a copy of its content
   };
 
   DWORD Begin(const PathName& path, Manner manner);
 
-  // Makes the file ready to be written to: where the content is kept, that is when it is copied. When that fails, all
-  // is as it was.
+  // Makes the file ready for writing; with keepsContent this copies the old content. A failure changes nothing.
   DWORD PrepareToWrite();
 
-  // What is read: the hidden file, or the old one as long as no copy of it was needed.
+  // Returns the hidden file, or the old file if it has not been copied yet.
   const host::Descriptor& File() const { return reservation_.File() ? reservation_.File() : old_; }
 
-  // Flushes the content, gives it the name and flushes the folder. The object is of no more use. When it fails, the
-  // disk has what was there, except when it was the flushing of the folder that failed: then the new content is there.
+  // Flushes the content, gives it the name and flushes the folder. The object cannot be used any more afterwards. On
+  // failure the disk keeps the old file, unless only the flush of the folder failed: then the new content is in place.
   DWORD Commit();
 
-  // The steps of Commit, for several files together.
+  // The steps of Commit, for committing several files together.
   void StartFlushing() const { host::StartWriting(File()); }
   DWORD FlushContent() const;
   DWORD KeepAndTakeName();
-  const host::Descriptor& Folder() const { return location_.folder; }  // to be flushed
+  const host::Descriptor& Folder() const { return location_.folder; }  // the folder to flush
   void LetGo() noexcept;
 
-  // In upper case, the name that the file gets, and that of a symbolic link to it.
+  // Returns, in upper case, the name that the file gets and that of a symbolic link which led to it.
   std::vector<std::string> FoldedNames() const;
 
  private:
@@ -57,7 +56,7 @@ class Replacement {
   Manner manner_;
   Location location_;
   std::string linkName_;     // of the symbolic link that led to the old file
-  std::string newSpelling_;  // of the old file's name, where it is to change
+  std::string newSpelling_;  // of the old file's name, if it changes
   host::Descriptor old_;
   Reservation reservation_;  // refers to the location's folder
 };

@@ -22,18 +22,18 @@ class ReplacementGroup {
   ReplacementGroup(const ReplacementGroup&) = delete;
   ReplacementGroup& operator=(const ReplacementGroup&) = delete;
 
-  // That of the thread; null when there is none.
+  // Returns the thread's group, or null.
   static ReplacementGroup* Current();
 
-  // Takes over a file that is complete. `path`: as it was given, for failures. Throws std::bad_alloc, and the file is
-  // then still the caller's.
+  // Takes ownership of a complete file. `path` is its path as given, for failures. When Add throws std::bad_alloc, the
+  // caller still owns the file.
   void Add(std::unique_ptr<Replacement>& replacement, const std::string& path);
 
-  // False when no file waits.
+  // Return false when no file waits.
   bool FinishClosed() noexcept { return Finish(closed_); }
   bool FinishAll() noexcept { return Finish(members_.size()); }
 
-  // As those of GroupedReplacements.
+  // See GroupedReplacements.
   void Close() noexcept;
   bool IsFlushed() const;
   void ForgetClosed() noexcept;
@@ -42,7 +42,7 @@ class ReplacementGroup {
   bool IsFull() const;
   const GroupedReplacements::Outcome& Of(std::size_t number) const { return members_[number - forgotten_].outcome; }
 
-  // Whether one of the waiting files is to get the name.
+  // True when the name leads to one of the waiting files.
   bool Awaits(const std::string& name) const;
 
  private:
@@ -51,7 +51,7 @@ class ReplacementGroup {
     std::string path;
     std::vector<std::string> awaited;  // the names that lead to it
     GroupedReplacements::Outcome outcome = {};
-    std::optional<DWORD> flushed = {};  // what became of the flushing of its content
+    std::optional<DWORD> flushed = {};  // the result of flushing its content, once known
     DWORD error = ERROR_SUCCESS;
   };
 
@@ -61,18 +61,18 @@ class ReplacementGroup {
   const KeptFolder folder_;
   ReplacementGroup* const outer_;
   std::deque<Member> members_;
-  std::size_t forgotten_ = 0;                     // how many there were before these
-  std::size_t closed_ = 0;                        // how many of these are of the closed batch
-  std::size_t finished_ = 0;                      // how many of these, from the first, no longer wait
-  std::future<void> flushing_;                    // changes closed members while it is valid
+  std::size_t forgotten_ = 0;                     // how many members were removed
+  std::size_t closed_ = 0;                        // how many of the members belong to the closed batch
+  std::size_t finished_ = 0;                      // how many of the members, from the first, no longer wait
+  std::future<void> flushing_;                    // its thread changes closed members while it is valid
   std::unordered_multiset<std::string> awaited_;  // the names that lead to waiting files, in upper case
-  off_t bytes_ = 0;                               // of those that are not closed
+  off_t bytes_ = 0;                               // total length of the members that are not closed
 };
 
-// For what the thread does next with the file of a path: gives waiting files their names if one of them is meant.
+// Called before the thread uses the file of a path: if a waiting file is meant, gives all of them their names.
 void FinishGroupWith(const PathName& path);
 
-// Gives all waiting files of the thread their names. False when there are none.
+// Gives all waiting files of the thread their names. Returns false when there are none.
 bool FinishGroup() noexcept;
 
 }  // namespace files

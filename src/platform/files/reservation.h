@@ -1,4 +1,4 @@
-// The reservation of a file name that is free, or whose file is to be replaced as a whole.
+// Reserves a file name that is free, or whose file will be replaced as a whole.
 #pragma once
 
 #include <string>
@@ -11,10 +11,10 @@
 
 namespace files {
 
-// A hidden file in the folder of the name, locked by this opening. One opening at a time has the reservation of a name,
-// in whatever letter case; its file takes the name or goes with the object. What a killed process left under the hidden
-// name belongs to the next reserver. That may be the file of the name itself: where the file system cannot rename
-// without replacing, a new file has both names for a moment.
+// A hidden file in the folder of the name, locked by this opener. Only one opener at a time can reserve a name, in any
+// letter case. The hidden file takes the name or is removed with the object. The next opener that reserves the name
+// takes over a hidden file that a killed process left. That may be the file of the name itself: where the file system
+// cannot rename without replacing, a new file has both names for a moment.
 class Reservation {
  public:
   Reservation() = default;
@@ -23,22 +23,22 @@ class Reservation {
   Reservation& operator=(const Reservation&) = delete;
 
   // Reserves `name` (UTF-8) in `folder`, which must outlive the reservation, with an empty file that has the locks of
-  // `mode`. The reserver also has the file's creation lock: others that reserve the same name wait until Settle and
-  // look then. `held` is a file that the caller holds exclusively and that has the name or is to get it, or none; when
-  // it has the hidden name as well, it loses that. 0; 32 when a reservation of the name conflicts with `mode`; or
+  // `mode`. Also takes the file's creation lock: others that reserve the same name wait until Settle and check again
+  // then. `held` is a file that the caller has locked exclusively and that has the name or will get it, or none; if it
+  // has the hidden name as well, it loses that. Returns 0; 32 when a reservation of the name conflicts with `mode`; or
   // another platform error number.
   DWORD Take(const host::Descriptor& folder, std::string_view name, const host::Descriptor& held, ShareMode mode);
 
   const host::Descriptor& File() const { return file_; }
 
-  // Lets go of the creation lock: it is certain now that the name is this opening's to give.
+  // Releases the creation lock, once it is certain that this opener may give the name.
   DWORD Settle() { return ReleaseCreationLock(file_); }
 
-  // Gives the file the name, which is free (80 otherwise) or that of the file which it replaces.
+  // Give the file the name: one that is free (80 otherwise), or that of the file that it replaces.
   DWORD TakeFreeName(const std::string& name);
   DWORD ReplaceName(const std::string& name);
 
-  // The file, after it has its name: the reservation is over.
+  // Hands over the file after it has its name, which ends the reservation.
   host::Descriptor Release() { return std::move(file_); }
 
   void Cancel() noexcept;
@@ -53,23 +53,23 @@ class Reservation {
   std::string hiddenName_;  // empty once the file has another name
 };
 
-// The hidden name under which a name whose folded form this is gets reserved.
+// Returns the hidden name that reserves the names whose folded form is `folded`.
 std::string ReservationName(std::string_view folded);
 bool IsReservationName(std::string_view hiddenName);
 
-// True for a hidden file that nobody has written to for so long that its writer is not likely to be at work.
+// True for a hidden file that has not been written to for so long that its writer has probably ended.
 bool IsOld(const host::Descriptor& folder, const std::string& hiddenName);
 
 // True when the name leads to the open file; a symbolic link does not.
 bool LeadsTo(const host::Descriptor& folder, const std::string& name, const host::Descriptor& file);
 
-// Removes a hidden file that no process has reserved, whichever user owns it. `held` is a file that the caller holds
-// exclusively, or none; it counts as not reserved. 0; 32 when another process has reserved the file; kStartAnew when
-// that is about to be decided; or another platform error number.
+// Removes a hidden file that no process has reserved, whichever user owns it. `held` is a file that the caller has
+// locked exclusively, or none; it does not count as reserved. Returns 0; 32 when another process has reserved the file;
+// kStartAnew when that is being decided or the file is gone; or another platform error number.
 DWORD RemoveIfAbandoned(const host::Descriptor& folder, const std::string& hiddenName,
                         const host::Descriptor& held = {});
 
-// Repeats an opening until it is not overtaken by others; 32 when that happens all the time.
+// Repeats an opening while it returns kStartAnew; 32 when it still does after kRounds attempts.
 template <typename Opening>
 DWORD UntilNotOvertaken(const Opening& opening) {
   constexpr int kRounds = 200;

@@ -1,5 +1,5 @@
-// Share modes, as locks of the open file on bytes far beyond any content. They hold between all processes, end with the
-// last descriptor of the opening however that comes about, and each is checked and taken in one step.
+// Share modes, as locks of the open file on bytes far beyond any content. They hold between all processes, end when the
+// opening's last descriptor is closed for whatever reason, and are each checked and taken in one step.
 #pragma once
 
 #include <string>
@@ -18,26 +18,25 @@ struct ShareMode {
   Denial denies = Denial::none;
 };
 
-// Takes the locks of a share mode; they stay until the descriptor is closed. `writable` says whether the descriptor can
-// be written to (whatever the mode): where it can, two openers that exclude each other meet in one call of the kernel,
-// where it cannot, they meet in a small protocol of shared locks. One of two such openers gets the file, never both,
-// never none.
-// 0; 32 when a present opener is in the way; 36 when the file system keeps no locks.
+// Takes the locks of a share mode, which stay until the descriptor is closed. `writable` says whether the descriptor
+// can be written to, whatever the mode. If it can, one kernel call decides between two openers that exclude each other;
+// otherwise a small protocol of shared locks does. Exactly one of two such openers gets the file.
+// Returns 0; 32 when a current opener is in the way; 36 when the file system keeps no locks.
 DWORD TakeShareLock(const host::Descriptor& file, bool writable, ShareMode mode);
 
-// Gives the locks of a share mode back before the descriptor is closed.
+// Releases the locks of a share mode before the descriptor is closed.
 DWORD ReleaseShareLock(const host::Descriptor& file);
 
-// True when another opening has the locks of a share mode; also when that cannot be found out.
+// True when another opener has the locks of a share mode, or when that cannot be found out.
 bool IsHeldByOther(const host::Descriptor& file);
 
-// A process that keeps every other opening from the file of a path (without symbolic links) and that this process may
-// look at: its number, or "" when none is found.
+// Returns the number of a process that keeps every other opener away from the file of a path (without symbolic links),
+// or "" when none is found. Finds only processes that this process may inspect.
 std::string HolderOf(const std::string& path);
 
-// The right to bring the file's name into being or to do away with it: held while that is under way, by one opening at
-// a time. The first waits for another holder, 32 after two seconds, and is for descriptors that can be written to. The
-// second is refused at once (32).
+// The creation lock is the right to create or remove the file's name. One opener at a time holds it, while it does so.
+// TakeCreationLock waits while another opener holds it, 32 after two seconds, and needs a writable descriptor.
+// TryCreationLock fails at once (32).
 DWORD TakeCreationLock(const host::Descriptor& file);
 DWORD TryCreationLock(const host::Descriptor& file, bool writable);
 DWORD ReleaseCreationLock(const host::Descriptor& file);
