@@ -41,7 +41,7 @@ std::optional<ULONGLONG> files::LengthOf(const char* path) {
   return static_cast<ULONGLONG>(status.st_size);
 }
 
-// Times of a file advance in steps, the longest of which are those of FAT.
+// File times advance in steps; those of FAT are the longest.
 bool files::ContentWatch::HasChanged() {
   constexpr std::int64_t kLongestStep = 2;
   const std::optional<Stamp> before = std::exchange(m_last, std::nullopt);

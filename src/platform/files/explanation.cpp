@@ -1,4 +1,4 @@
-// Why a file operation has failed, found out afterwards.
+// Finds out afterwards why a file operation has failed.
 #include <grp.h>
 #include <pwd.h>
 #include <sys/resource.h>
@@ -64,25 +64,25 @@ std::string WhoCanChange(uid_t owner) {
   return owner == 0 ? "; root can change that" : "; " + NameOf(owner) + " or root can change that";
 }
 
-// What a right is for: R_OK, W_OK or X_OK.
+// Says what a right is for: R_OK, W_OK or X_OK.
 const char* Use(const struct stat& status, unsigned right) {
   if (!S_ISDIR(status.st_mode)) return right == R_OK ? "read it" : "write it";
   if (right == X_OK) return "enter it";
   return right == R_OK ? "list it" : "make or remove files there";
 }
 
-// Whether the mode permits it for certain: it is something else then that forbids it.
+// True when the mode certainly permits it, so that something else forbids it.
 bool ModeAllows(const struct stat& status, unsigned right) {
   const uid_t user = geteuid();
   return user == 0 || (user == status.st_uid && (status.st_mode >> 6 & right) != 0);
 }
 
-// Who can give the server a right that the kernel refuses, besides root.
+// Returns the user, besides root, that can give the server a right which the kernel refuses.
 uid_t GiverOf(const struct stat& status, unsigned right) {
   return ModeAllows(status, right) ? 0 : status.st_uid;
 }
 
-// Why the kernel refuses a right that the server needs. `server` is what the server is called in the sentence.
+// Says why the kernel refuses a right that the server needs. `server` is the name of the server in the sentence.
 std::string Rights(const std::string& path, const struct stat& status, unsigned right, const std::string& server) {
   const bool groupCounts = (status.st_mode >> 3 & 7U) != (status.st_mode & 7U);
   std::string rights = Presentable(path) + " belongs to " + NameOf(status.st_uid) +
@@ -102,7 +102,7 @@ std::string LinkTo(const std::string& link) {
   return Presentable(link) + " is a symbolic link to " + Presentable(target);
 }
 
-// What a number means where nothing is seen that explains it.
+// Says what an error number means when nothing on the disk accounts for it.
 std::string Meaning(DWORD osError, const std::string& path) {
   switch (osError) {
     case ERROR_SUCCESS:
@@ -156,7 +156,7 @@ std::string Meaning(DWORD osError, const std::string& path) {
   }
 }
 
-// ---- Paths that are refused as they are written --------------------------------------------------------------------
+// ---- Paths that are refused as written -----------------------------------------------------------------------------
 
 std::string FromDesktop(std::string_view ansi) {
   return Presentable(text::ToUtf8(ansi));
@@ -198,19 +198,19 @@ std::string WhyRefused(DWORD error, std::string_view text, std::string_view comp
 
 // How far a path can be followed.
 struct Place {
-  std::string folder;     // of the name, in the letter case of the disk
+  std::string folder;     // of the name, in the letter case on disk
   std::string path;       // of the file
-  std::string name;       // of the file; empty when the path is that of a drive
-  DWORD error = 0;        // why the folder cannot be reached: 3, or 5 where rights are in the way
-  std::string obstacle;   // the same in words; empty where the folder is reached
-  int fileError = 0;      // what the file system says of the file
+  std::string name;       // of the file; empty when the path is that of a drive or share
+  DWORD error = 0;        // why the folder cannot be reached: 3, or 5 for lack of rights
+  std::string obstacle;   // the same in words; empty when the folder is reached
+  int fileError = 0;      // the errno value of the file's status call
   struct stat file = {};  // what the path leads to
   struct stat named = {};
   bool isLink = false;
 
   bool Exists() const { return obstacle.empty() && fileError == 0; }
 
-  // Where the file itself lies.
+  // Returns the path of the file itself, with symbolic links resolved.
   std::string Target() const {
     host::Descriptor in;
     std::string real;
@@ -228,7 +228,7 @@ std::string Below(const std::string& folder, const std::string& name) {
   return folder.ends_with('/') ? folder + name : folder + "/" + name;
 }
 
-// The names in a folder that are the same but for letter case, in byte order. 0 or an errno value.
+// Finds the names in a folder that differ from `name` at most in letter case, in byte order. Returns an errno value.
 int Spellings(const std::string& folder, const std::string& name, std::vector<std::string>* spellings) {
   std::string folded;
   std::string own;
@@ -242,7 +242,8 @@ int Spellings(const std::string& folder, const std::string& name, std::vector<st
   return error;
 }
 
-// As it is on the disk, or as written. EACCES when only a reading of the folder could tell and is not allowed.
+// Gives `*name` the letter case on disk, if it exists. EACCES when only reading the folder could tell and is not
+// allowed.
 int Spell(const std::string& folder, std::string* name) {
   struct stat status = {};
   if (host::StatLink(AT_FDCWD, Below(folder, *name), &status) != ENOENT) return 0;
@@ -252,7 +253,7 @@ int Spell(const std::string& folder, std::string* name) {
   return error;
 }
 
-// The folder that keeps a path from being looked at by not letting the server in; empty when that is none.
+// Returns the folder that hides a path because the server may not enter it; empty when there is none.
 std::string ClosedFolder(const std::string& path, int linksLeft = 16) {
   std::string entered = "/";
   for (std::size_t end = 1; end <= path.size() && linksLeft > 0; ++end) {
@@ -260,7 +261,7 @@ std::string ClosedFolder(const std::string& path, int linksLeft = 16) {
     const std::string next = path.substr(0, end);
     struct stat status = {};
     const int error = host::StatLink(AT_FDCWD, next, &status);
-    // A mount that only its own user may use refuses to be looked at though its folder may be entered.
+    // A mount that only its own user may use refuses a status call although its folder may be entered.
     if (error == EACCES) return host::MayUse(entered, X_OK) == EACCES ? entered : std::string();
     if (error != 0) return {};
     if (S_ISLNK(status.st_mode) && host::Stat(AT_FDCWD, next, &status) == EACCES) {
@@ -273,7 +274,7 @@ std::string ClosedFolder(const std::string& path, int linksLeft = 16) {
   return {};
 }
 
-// Why a path may not be looked at.
+// Says why the status of a path may not be read.
 std::string WhyClosed(const std::string& path) {
   const std::string folder = ClosedFolder(path);
   struct stat status = {};
@@ -283,12 +284,12 @@ std::string WhyClosed(const std::string& path) {
          " in a folder for everybody, and the system does not follow it for others";
 }
 
-// Why a symbolic link, a folder's or a file's, leads to nothing.
+// Says why a symbolic link, of a folder or of a file, leads nowhere.
 std::string WhyDead(const std::string& link, int error) {
   return LinkTo(link) + (error == ELOOP ? ", which leads back to itself" : ", where there is nothing");
 }
 
-// A folder by its path without symbolic links, for people who are to change it; as it is where that cannot be had.
+// Returns a folder's path without symbolic links, for people who must change it; as given if it cannot be resolved.
 std::string RealFolder(const std::string& folder) {
   host::Descriptor in;
   std::string real;
@@ -297,7 +298,7 @@ std::string RealFolder(const std::string& folder) {
   return isReal ? real : folder;
 }
 
-// Sets the place's obstacle if a path is not a folder that can be entered.
+// Returns true if a path is a folder that can be entered; otherwise sets the place's obstacle.
 bool Enter(const std::string& folder, Place* place) {
   struct stat status = {};
   const int error = host::Stat(AT_FDCWD, folder, &status);
@@ -321,7 +322,7 @@ bool Enter(const std::string& folder, Place* place) {
   return false;
 }
 
-// The drive or share that the path begins with.
+// Enters the drive or share that the path begins with.
 bool EnterBase(std::string_view text, const std::string& base, Place* place) {
   if (Enter(base, place)) return true;
   std::string name;
@@ -335,7 +336,7 @@ bool EnterBase(std::string_view text, const std::string& base, Place* place) {
   return false;
 }
 
-// Goes into a folder of the place's folder. False when it cannot.
+// Enters a folder in the place's folder. Returns false when it cannot.
 bool StepInto(std::string name, Place* place) {
   struct stat status = {};
   if (Spell(place->folder, &name) == EACCES && host::Stat(AT_FDCWD, place->folder, &status) == 0) {
@@ -349,7 +350,7 @@ bool StepInto(std::string name, Place* place) {
   return true;
 }
 
-// `spelled`: the name is that of the file, or there is none in any letter case.
+// `spelled`: the name is in the letter case on disk, or there is no file of that name in any letter case.
 Place Look(std::string_view text, const PathName& path, bool spelled) {
   Place place;
   place.folder = path.base > 0 ? path.path.substr(0, path.base) : ".";
@@ -397,11 +398,11 @@ std::string WhyTooManyFiles() {
   return "the server has as many files open as it may, " + std::to_string(limit.rlim_cur);
 }
 
-// What keeps the server from changing a file and its name. Which of several reasons was in the way depends on what was
-// to be done: all of them have to go before the file can be replaced.
+// Collects what keeps the server from changing a file and its name. Which of the reasons caused the failure depends on
+// the operation; all of them must go before the file can be replaced.
 class Hindrances {
  public:
-  // A file that may be read.
+  // Adds the reasons of a file that may be read.
   void AddFile(const std::string& path, const struct stat& file) {
     if (AddMarks(path)) return;
     if (host::IsReadOnly(file)) {
@@ -421,7 +422,7 @@ class Hindrances {
     }
   }
 
-  // A name in a folder that lets only the owner of a file do away with its name.
+  // Adds the reason of a name in a folder where only a file's owner may remove its name.
   void AddName(const std::string& path) {
     struct stat named = {};
     struct stat folder = {};
@@ -453,10 +454,10 @@ class Hindrances {
   }
 
   std::string told_;
-  uid_t owner_ = 0;  // who can change all of it besides root
+  uid_t owner_ = 0;  // the user that can change all of it, besides root
 };
 
-// Where the file is reserved while it is created or replaced; empty for a name that cannot be.
+// Returns the path that reserves the file while it is created or replaced; empty for a name that cannot be reserved.
 std::string HiddenPath(const Place& place) {
   const std::string target = place.Target();
   std::string folded;
@@ -464,7 +465,7 @@ std::string HiddenPath(const Place& place) {
   return Below(ParentOf(target), ReservationName(folded));
 }
 
-// The hidden file of another user who is creating the file, or was killed at that a moment ago.
+// Says whose hidden file is in the way: its owner is creating the file, or was killed while doing so a moment ago.
 std::string WhyReserved(const Place& place) {
   struct stat hidden = {};
   const std::string path = HiddenPath(place);
@@ -564,7 +565,7 @@ std::string WhyTooLong(const Place& place, const PathName& path) {
          " bytes, and the system takes " + std::to_string(PATH_MAX - 1);
 }
 
-// The name that a symbolic link leads to need not be one of the desktop.
+// The target of a symbolic link may have a name that the desktop does not allow.
 std::string WhyNoName(const Place& place) {
   std::string ansi;
   if (!place.isLink || text::FromUtf8Exactly(place.Target(), &ansi)) return {};
@@ -609,7 +610,7 @@ std::string Explain(const std::string& path, DWORD osError, Care care) {
   if (error != ERROR_SUCCESS) {
     return error == osError ? WhyRefused(error, text, refused) : Meaning(osError, FromDesktop(text));
   }
-  // What is missing has been looked for in every letter case; at most a link that leads nowhere has the name.
+  // A missing file has been looked up in every letter case; at most a dangling link has the name.
   const Place place = Look(text, name, care == Care::brief && osError == ERROR_FILE_NOT_FOUND);
   std::string reason = Why(osError, place, name, care);
   return reason.empty() ? Meaning(osError, Presentable(place.path)) : reason;

@@ -16,15 +16,15 @@ using files::Denial;
 using files::OpenMode;
 
 struct CFile::OpenFile {
-  std::string name;  // the path as it was given, for failures
+  std::string name;  // the path as given, for failures
   bool reads = false;
   bool writes = false;
-  host::Descriptor own;  // of a file that is written in place or only read
+  host::Descriptor own;  // a file that is written in place or only read
   files::FolderHandle createdIn;
-  std::unique_ptr<files::Replacement> replacement;  // of a file that is written as a whole
+  std::unique_ptr<files::Replacement> replacement;  // a file that is written as a whole
   LONGLONG position = 0;
-  off_t lengthAtOpening = std::numeric_limits<off_t>::max();  // not known
-  bool keepsLength = false;                                   // that one: no opener writes to it
+  off_t lengthAtOpening = std::numeric_limits<off_t>::max();  // unknown
+  bool keepsLength = false;                                   // no opener can change the length
   bool written = false;
   DWORD writeError = ERROR_SUCCESS;  // of the last write
 
@@ -37,7 +37,7 @@ struct CFile::OpenFile {
 
   std::string PlainName() const { return text::ToUtf8(name.substr(name.find_last_of("\\/:") + 1)); }
 
-  // Whether the next writing is the first one into a content that was there and can be read.
+  // True when the next write is the first change of a content that existed and can be read.
   bool IsFirstInPlace() const { return replacement == nullptr && !createdIn && !written && reads; }
 
   DWORD Begin(const files::PathName& path, const OpenMode& mode, UINT flags);
@@ -99,7 +99,7 @@ BOOL CFile::Open(const char* path, UINT flags, CFileException* error) {
   if (code == ERROR_SUCCESS) {
     files::FinishGroupWith(translated);
     code = open->Begin(translated, *mode, flags);
-    // It may be this thread's own waiting files that stand in the way.
+    // This thread's own waiting files may be in the way.
     const bool mayBeOwn = code == ERROR_TOO_MANY_OPEN_FILES || code == ERROR_SHARING_VIOLATION;
     if (mayBeOwn && files::FinishGroup()) code = open->Begin(translated, *mode, flags);
   }
@@ -121,8 +121,8 @@ UINT CFile::Read(void* buffer, UINT count) {
         host::ReadAt(m_open->File(), static_cast<char*>(buffer) + total, count - total, m_open->position, &read));
     total += static_cast<UINT>(read);
     m_open->position += static_cast<LONGLONG>(read);
-    // Less than was asked for may also mean that the device fails after it: only where the file did not end already
-    // when it was opened is it asked once more.
+    // A short read may also mean that the device fails after it: read on, unless the file already ended here when it
+    // was opened.
     if (read == 0 || m_open->position >= m_open->lengthAtOpening) break;
   }
   return total;
@@ -138,7 +138,7 @@ void CFile::Write(const void* buffer, UINT count) {
     m_open->writeError = platform::OsError(host::WriteAt(m_open->File(), static_cast<const char*>(buffer) + total,
                                                          count - total, m_open->position + total, &written));
     if (m_open->writeError != ERROR_SUCCESS) {
-      // A full disk must not leave part of a record at the end, where the next one would be appended to it.
+      // A full disk must not leave part of a record at the end, to which the next one would be appended.
       if (m_open->position + total > lengthBefore) host::Truncate(m_open->File(), lengthBefore);
       m_open->Fail(m_open->writeError);
     }
@@ -235,8 +235,8 @@ DWORD CFile::OpenFile::Finish() {
   }
   if (replacement != nullptr) return replacement->Commit();
   if (!written && !createdIn) return platform::OsError(own.Close());
-  // Others on this machine need not wait for the disk: whatever they write on top is flushed with it. If they cannot be
-  // let in now, they are when the file is closed. On another machine they read what has been flushed.
+  // Other processes on this machine need not wait for the disk: what they write on top is flushed together with it. If
+  // the unlocking fails, closing the file lets them in. Processes on other machines read only what has been flushed.
   struct stat status = {};
   if (host::Stat(own, &status) == 0 && !files::IsBetweenMachines(own, status)) files::ReleaseShareLock(own);
   DWORD error = ERROR_SUCCESS;

@@ -13,7 +13,7 @@
 namespace files {
 namespace {
 
-// The folder whose removals this thread flushes together; none before the first of them.
+// The folder whose removals this thread flushes together; none before the first removal.
 struct GroupedFolder {
   FolderHandle folder;
   struct stat status = {};
@@ -52,10 +52,10 @@ DWORD RemoveFile(std::string_view text) {
   return FlushRemoval(location.folder);
 }
 
-// One renaming of a file: finds both names, and is begun anew when others have changed them before they are held.
+// One attempt to rename a file. It must be repeated if other processes change the names before they are locked.
 class Renaming {
  public:
-  // `*isOfNew` says whether a failure is one of the new path.
+  // `*isOfNew` says whether a failure concerns the new path.
   DWORD Try(const PathName& oldPath, const PathName& newPath, bool* isOfNew) {
     newName_ = newPath.Name();
     *isOfNew = false;
@@ -64,8 +64,8 @@ class Renaming {
     *isOfNew = true;
     if (const DWORD error = Locate(newPath, &to_); error != ERROR_SUCCESS) return error;
     if (!IsTakenByOther()) return to_.exists && to_.name == newName_ ? ERROR_SUCCESS : Move(isOfNew);
-    // The two names may have been found before and after another process gave the file another letter case. That is
-    // certain only once the file is held, for the process may have given it back the old one since.
+    // Another process may have changed the letter case of the file between the two lookups. Only a lock on the file
+    // makes that certain, because the process may have changed it back since.
     if (host::SameFile(from_.status, to_.status)) return Move(isOfNew);
     return IsUnchanged(from_) ? ERROR_FILE_EXISTS : kStartAnew;
   }
@@ -85,7 +85,7 @@ class Renaming {
     *isOfNew = false;
     DWORD error = OpenAsWritten(from_.folder.Number(), from_.name, kExclusiveReading, &file);
     if (error != ERROR_SUCCESS) return error == ERROR_FILE_NOT_FOUND ? kStartAnew : error;
-    // A process that creates a file of the new name in the meantime waits or is refused.
+    // A process that meanwhile creates a file of the new name waits or is refused.
     *isOfNew = true;
     Reservation reservation;
     error = reservation.Take(to_.folder, newName_, file, kExclusiveWriting.share);
@@ -93,7 +93,7 @@ class Renaming {
     if (error = FindIn(newName_, &to_); error != ERROR_SUCCESS) return error;
     if (IsTakenByOther()) return ERROR_FILE_EXISTS;
     *isOfNew = false;
-    // A new name that exists and is not another's is the old one in another letter case.
+    // If the new name exists and is not another file's, it is the old name in another letter case.
     error = platform::OsError(to_.exists ? host::ChangeSpelling(to_.folder, from_.name, newName_)
                                          : host::RenameToFreeName(from_.folder, from_.name, to_.folder, newName_));
     if (error != ERROR_SUCCESS) return error;

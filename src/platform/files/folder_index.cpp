@@ -20,7 +20,7 @@ constexpr std::size_t kMostIndexes = 16;
 constexpr std::uint32_t kWatchedEvents =
     IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 
-// A quick look at a name: false for most names of another folded form.
+// A quick check: false for most names with another folded form.
 bool CanFoldTo(std::string_view folded, const char* name) {
   for (const char upper : folded) {
     if (static_cast<unsigned char>(*name) >= 0x80) return true;
@@ -44,7 +44,7 @@ int ReadVisibleNames(const host::Descriptor& folder, const std::function<void(co
   return error;
 }
 
-// As FolderIndexes::Find, without an index.
+// Like FolderIndexes::Find, but without an index.
 int Search(const host::Descriptor& folder, std::string_view folded, std::string* onDisk) {
   std::string first;
   std::string own;
@@ -80,7 +80,7 @@ int FolderIndexes::Find(const host::Descriptor& folder, std::string_view name, s
   Compare(status, index);
   if (index->current && index->names.Find(folded, onDisk)) return 0;
   if (index->current && index->movedAway == 0) return ENOENT;
-  // To make an index that is out of date at once takes several times as long as to look at each name.
+  // Building an index takes several times as long as looking at each name, which is wasted if it is stale at once.
   if (!IsSettled(*index, std::chrono::steady_clock::now())) return Search(folder, folded, onDisk);
   if (const int error = Read(folder, index); error != 0) {
     Drop(index);
@@ -96,7 +96,7 @@ void FolderIndexes::CatchUp() {
   TakeNews();
 }
 
-// What a process inherits at fork is a second handle to its parent's queue of news: it must not take them away.
+// A forked process inherits a second descriptor of its parent's event queue, and must not take events out of it.
 void FolderIndexes::LeaveParentProcess() {
   const pid_t process = getpid();
   if (process_ == process) return;
@@ -115,14 +115,14 @@ void FolderIndexes::TakeNews() {
       try {
         Note(*event);
       } catch (const std::bad_alloc&) {
-        Distrust();  // the news is lost
+        Distrust();  // the event is lost
       }
       at += sizeof(inotify_event) + event->len;
     }
   }
 }
 
-// What was noted of watched folders may be out of date: they are read again.
+// The indexes of watched folders may be stale: marks them to be read again.
 void FolderIndexes::Distrust() {
   for (const auto& index : indexes_)
     index->current = index->current && index->watch < 0;
@@ -179,7 +179,7 @@ void FolderIndexes::Watch(const host::Descriptor& folder, Index* index) {
   if (host::AddWatch(watcher_, folder, kWatchedEvents, &index->watch) != 0) index->watch = -1;
 }
 
-// A folder that is not watched has to tell by its times, which may be a second old.
+// Tells by its times, which may be a second old, whether a folder that is not watched has changed.
 void FolderIndexes::Compare(const struct stat& status, Index* index) {
   if (index->watch >= 0) return;
   if (host::SameTimes(index->stamp, status) && index->ownChanges == OwnChanges()) return;
@@ -189,8 +189,8 @@ void FolderIndexes::Compare(const struct stat& status, Index* index) {
   index->current = false;
 }
 
-// Times advance in steps, so that a change in the step in which the names are read leaves no trace: only times that
-// have stood for a while before the reading vouch for it.
+// Times advance in steps, so a change in the same step as the reading of the names leaves no trace. Only times that
+// have not changed for a while before the reading can be relied on.
 bool FolderIndexes::IsSettled(const Index& index, std::chrono::steady_clock::time_point when) {
   constexpr auto kSettled = std::chrono::seconds(2);
   return index.watch >= 0 || when - index.stampSeen >= kSettled;

@@ -36,8 +36,8 @@ bool IsMissing(int error) {
   return error == ENOENT || error == ENOTDIR;
 }
 
-// Follows the components of `path` from `base` on, in the letter case of the disk, as far as they exist: gives the path
-// up to there, and in `*rest` where the others begin.
+// Follows the components of `path` from `base` on as far as they exist. Returns the path up to there in the letter case
+// on disk; the other components begin at `*rest`.
 std::string Follow(std::string_view path, std::size_t base, std::size_t* rest) {
   std::string followed(path.substr(0, base));
   std::size_t at = base;
@@ -115,7 +115,7 @@ DWORD FindIn(const std::string& name, Location* location) {
   location->exists = false;
   location->isDeadLink = false;
   int error = host::Stat(location->folder.Number(), name, &location->status);
-  // A name that the index has may go, or change its letter case, before it is looked at.
+  // A name from the index may be removed, or change its letter case, before its status is read.
   constexpr int kAttempts = 3;
   for (int attempt = 0; error == ENOENT && attempt < kAttempts; ++attempt) {
     if (FolderIndexes::OfProcess().Find(location->folder, name, &location->name) != 0) {

@@ -11,7 +11,7 @@ bool IsBetweenMachines(const host::Descriptor& file, const struct stat& status) 
 DWORD CatchUpWithMachines(const host::Descriptor& file, struct stat* status) {
   if (!IsBetweenMachines(file, *status)) return ERROR_SUCCESS;
   host::ForgetContent(file);
-  // On an open file both mean that another machine has removed it.
+  // On an open file, ENOENT and ESTALE both mean that another machine has removed it.
   const int error = host::StatNow(file, status);
   return error == ENOENT ? kStartAnew : OpeningError(error);
 }

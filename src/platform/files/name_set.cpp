@@ -24,7 +24,7 @@ std::size_t NameSet::FirstSlot(std::string_view folded) const {
   return std::hash<std::string_view>()(folded) & (slots_.size() - 1);
 }
 
-// The slot of the name, or the free one in which it would be.
+// Returns the slot of the name, or the free slot for it.
 std::size_t NameSet::SlotOf(std::string_view name, std::string_view folded) const {
   std::size_t slot = FirstSlot(folded);
   while (slots_[slot] != kFree && NameIn(slot) != name)
@@ -56,7 +56,7 @@ void NameSet::Erase(std::string_view name) {
   if (erased_ > names_.size() / 2) Rebuild(std::max(std::bit_ceil(2 * count_), kFewestSlots));
 }
 
-// Those behind it that another name has kept from their slot move up: a search ends at the first free slot.
+// Moves up the later names that a collision has kept from their slots, because a search ends at the first free slot.
 void NameSet::Free(std::size_t slot) {
   std::string folded;
   for (std::size_t behind = Next(slot); slots_[behind] != kFree; behind = Next(behind)) {
@@ -82,7 +82,7 @@ bool NameSet::Find(std::string_view folded, std::string* name) const {
   return !first.empty();
 }
 
-// Leaves the erased names out.
+// Drops the erased names.
 void NameSet::Rebuild(std::size_t slots) {
   NameSet rebuilt;
   rebuilt.names_.reserve(names_.size() - erased_);

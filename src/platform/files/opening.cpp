@@ -8,10 +8,9 @@
 namespace files {
 namespace {
 
-// Opens for reading and writing where possible, whatever is asked for: only a descriptor that can be written to takes
-// exclusive locks.
+// Opens for reading and writing where possible, whatever `mode` asks for: exclusive locks need a writable descriptor.
 int OpenForLocking(int folder, const std::string& name, const OpenMode& mode, host::Descriptor* file, bool* writable) {
-  // Without waiting, because the name may be that of a pipe.
+  // Does not wait if the name is that of a pipe.
   const int flags = O_NONBLOCK | (mode.noLink ? O_NOFOLLOW : 0);
   *writable = true;
   const int error = host::Open(folder, name, O_RDWR | flags, file);
@@ -35,7 +34,7 @@ DWORD Create(const PathName& path, const OpenMode& mode, host::Descriptor* file,
   if (location.isDeadLink) return ERROR_ACCESS_DENIED;
   if (const DWORD error = reservation.TakeFreeName(path.Name()); error != ERROR_SUCCESS) return error;
   if (const DWORD error = reservation.Settle(); error != ERROR_SUCCESS) {
-    host::Sync(location.folder);  // the name is there now, and the next opener takes it for granted
+    host::Sync(location.folder);  // the name exists now, and the next opener relies on it
     return error;
   }
   *file = reservation.Release();
@@ -44,10 +43,10 @@ DWORD Create(const PathName& path, const OpenMode& mode, host::Descriptor* file,
   return ERROR_SUCCESS;
 }
 
-// The short way of openers that only read: they must not get a file that was replaced or removed before it was locked,
-// and such a one has no name left. (One that has others besides, such as one in the history, is older by a moment than
-// what the name leads to now; then it was read a moment before.) Looking the name up again would cost as much as
-// opening it.
+// The short path for openers that only read. They must not get a file that was replaced or removed before it was
+// locked; such a file normally has no name left. (If it has other names, such as one in the history, it is a moment
+// older than the file that has the name now, as if it had been read a moment earlier.) Looking the name up again would
+// cost as much as opening the file.
 DWORD LockForContent(host::Descriptor opened, bool writable, const ShareMode& share, host::Descriptor* file,
                      off_t* length) {
   const DWORD lockError = TakeShareLock(opened, writable, share);
@@ -79,7 +78,7 @@ DWORD OpenAsWritten(int folder, const std::string& name, const OpenMode& mode, h
 
   if (const DWORD error = TakeShareLock(opened, writable, mode.share); error != ERROR_SUCCESS) return error;
 
-  // Until the lock was there, another process could replace or rename the file.
+  // Another process may have replaced or renamed the file before it was locked.
   struct stat named = {};
   if (host::Stat(folder, name, &named) != 0 || !host::SameFile(named, own)) {
     return kStartAnew;

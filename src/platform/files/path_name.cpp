@@ -33,7 +33,7 @@ struct Share {
   std::string_view name;
 };
 
-// Takes \\HOST\SHARE and the separator after it from the start of a path. None when it does not begin so.
+// Removes \\HOST\SHARE and the separator after it from the start of a path. Nothing if the path does not start so.
 std::optional<Share> TakeShare(std::string_view* text) {
   if (text->size() < 2 || !IsSeparator((*text)[0]) || !IsSeparator((*text)[1])) return std::nullopt;
   text->remove_prefix(2);
@@ -46,7 +46,7 @@ std::optional<Share> TakeShare(std::string_view* text) {
   return share;
 }
 
-// A host of one letter would lie where a drive does.
+// A host of one letter would be mapped to the folder of a drive.
 bool IsMappable(const Share& share) {
   return share.host.size() > 1 && IsPlatformName(share.host) && IsPlatformName(share.name);
 }

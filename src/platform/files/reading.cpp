@@ -17,7 +17,7 @@ struct Reading {
   struct stat folder;
   std::uint64_t ownChangesBefore;
   std::chrono::steady_clock::time_point begun;
-  std::string names;  // the type of each, the name, and a NUL
+  std::string names;  // for each name, its type, the name and a NUL
 };
 
 thread_local bool readsOnce = false;
@@ -65,7 +65,7 @@ int ReadNames(const host::Descriptor& folder, const VisitName& visit, std::chron
 
 void NoteOwnChange() {
   ++ownChanges;
-  kept.reset();  // of no more use, and some megabytes of a large folder
+  kept.reset();  // stale, and some megabytes for a large folder
 }
 
 std::uint64_t OwnChanges() {

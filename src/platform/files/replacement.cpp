@@ -22,8 +22,8 @@ DWORD Replacement::Begin(const PathName& path, Manner manner) {
   });
 }
 
-// The old file is locked before the hidden one, always: of two that begin at the same time one is refused at the first.
-// A name that is not there is looked for again once it is reserved: till then a quick look will do the first time.
+// Always locks the old file before the hidden one: of two replacements that begin at the same time, the old file's lock
+// refuses one. A missing name is looked up again once it is reserved, so a quick lookup is enough at the first attempt.
 DWORD Replacement::TryBegin(const PathName& path, bool isFirstAttempt) {
   linkName_.clear();
   newSpelling_.clear();
@@ -76,7 +76,7 @@ DWORD Replacement::PrepareToWrite() {
   return error;
 }
 
-// What a symbolic link leads to is replaced, not the link, whose spelling is not that of the file.
+// The target of a symbolic link is replaced, not the link, whose letter case is not that of the target.
 DWORD Replacement::FollowLink() {
   struct stat status = {};
   if (host::StatLink(location_.folder.Number(), location_.name, &status) != 0) return kStartAnew;
@@ -96,14 +96,14 @@ DWORD Replacement::FollowLink() {
 
 DWORD Replacement::TakeName() {
   if (!old_) {
-    // A program that does not take these locks may have made the file meanwhile, in another letter case as well: where
-    // it costs little, that is seen.
+    // A program that does not take these locks may have created the file meanwhile, perhaps in another letter case.
+    // This is checked where it costs little.
     const bool looksAgain = manner_.mustBeNew && host::IsLocal(location_.folder);
     const DWORD error = looksAgain ? RefuseTakenName() : DWORD{ERROR_SUCCESS};
     return error == ERROR_SUCCESS ? reservation_.TakeFreeName(location_.name) : error;
   }
   if (newSpelling_.empty()) return reservation_.ReplaceName(location_.name);
-  // The old file goes first to where it is replaced, so that at no instant there are two spellings.
+  // The old file is renamed first, so that the two spellings never exist at the same time.
   const int hostError = host::ChangeSpelling(location_.folder, location_.name, newSpelling_);
   if (hostError != 0) return platform::OsError(hostError);
   const DWORD error = reservation_.ReplaceName(newSpelling_);

@@ -12,8 +12,8 @@
 namespace files {
 namespace {
 
-// Four times as many are flushed no faster. Each holds one descriptor, or two where it replaces a file, and there are
-// two batches at a time. Of the 1,024 descriptors that a process may mostly have, the server keeps 256 for files.
+// Four times as many files are flushed no faster. Each holds one descriptor, or two if it replaces a file, and there
+// are two batches at a time. Of the 1,024 descriptors that a process usually may have, the server keeps 256 for files.
 constexpr std::size_t kMostFiles = 60;
 constexpr off_t kMostBytes = off_t{8} << 20;
 
@@ -35,12 +35,12 @@ ReplacementGroup* ReplacementGroup::Current() {
   return current;
 }
 
-// The disk begins at once: most contents are on it by the time that they are waited for.
+// Starts the writing to the disk at once: most contents are on it by the time they are waited for.
 void ReplacementGroup::Add(std::unique_ptr<Replacement>& replacement, const std::string& path) {
   off_t length = 0;
   host::Length(replacement->File(), &length);
   std::vector<std::string> names = replacement->FoldedNames();
-  awaited_.insert(names.begin(), names.end());  // one too many does no harm
+  awaited_.insert(names.begin(), names.end());  // a name too many does no harm
   members_.push_back({.replacement = nullptr, .path = path, .awaited = std::move(names)});
   members_.back().replacement = std::move(replacement);
   members_.back().replacement->StartFlushing();
@@ -65,7 +65,7 @@ void ReplacementGroup::Close() noexcept {
         member->flushed = member->replacement->FlushContent();
     });
   } catch (const std::exception&) {
-    // Without a thread, or memory for one, they are flushed when they are waited for.
+    // Without a thread, or memory for one, Finish flushes them.
   }
 }
 
@@ -86,7 +86,7 @@ bool ReplacementGroup::Awaits(const std::string& name) const {
   return !awaited_.empty() && FoldName(name, &folded) && awaited_.contains(folded);
 }
 
-// The steps are done for all, one after the other: what has failed at one is passed over at the next.
+// Does each step for all members before the next step. A member that fails at a step is skipped at the later ones.
 bool ReplacementGroup::Finish(std::size_t end) noexcept {
   if (end <= finished_) return false;
   const auto first = members_.begin() + static_cast<std::ptrdiff_t>(finished_);
@@ -130,7 +130,7 @@ DWORD ReplacementGroup::TakeName(Member& member) noexcept {
     error = member.replacement->KeepAndTakeName();
     if (Keeper* const keeper = Keeping::Current(); keeper != nullptr) member.outcome.notKept = keeper->TakeTrouble();
   } catch (const std::bad_alloc&) {
-    // The others take theirs all the same.
+    // The other files still take their names.
   }
   return error;
 }

@@ -31,7 +31,7 @@ DWORD Reservation::Take(const host::Descriptor& folder, std::string_view name, c
     const DWORD error = TryTake(hiddenName, held, mode, &isNew);
     if (error == ERROR_SUCCESS) {
       NoteOwnChange();
-      hiddenName_ = std::move(hiddenName);  // nothing may fail now that the file is there
+      hiddenName_ = std::move(hiddenName);  // nothing may fail now that the file exists
     } else {
       file_.Close();
       if (isNew && error != kStartAnew) RemoveIfAbandoned(folder, hiddenName);
@@ -44,7 +44,7 @@ DWORD Reservation::TryTake(const std::string& hiddenName, const host::Descriptor
   if (const DWORD error = OpenHidden(hiddenName, held, isNew); error != ERROR_SUCCESS) return error;
   DWORD lockError = TakeCreationLock(file_);
   if (lockError == ERROR_SUCCESS) lockError = TakeShareLock(file_, true, mode);
-  // Where no locks are to be had, no other process has one of this file.
+  // Where the file system keeps no locks, no other process has this file locked.
   if (lockError == ERROR_SHARING_BUFFER_EXCEEDED && *isNew) host::Unlink(*folder_, hiddenName);
   if (lockError != ERROR_SUCCESS) return lockError;
   struct stat own = {};
@@ -57,7 +57,7 @@ DWORD Reservation::TryTake(const std::string& hiddenName, const host::Descriptor
   if (!S_ISREG(own.st_mode)) return ERROR_ACCESS_DENIED;
   if (own.st_nlink == 0) return kStartAnew;
   if (own.st_size == 0 && own.st_nlink == 1) return ERROR_SUCCESS;
-  // What a killed process has left may have another owner, another mode and another name.
+  // A file that a killed process left may have another owner, another mode and a second name.
   const int error = host::Unlink(*folder_, hiddenName);
   return error == 0 || error == ENOENT ? kStartAnew : platform::OsError(error);
 }
@@ -66,7 +66,7 @@ DWORD Reservation::OpenHidden(const std::string& hiddenName, const host::Descrip
   constexpr int kFlags = O_RDWR | kNeitherLinkNorWait;
   int error = host::Open(folder_->Number(), hiddenName, kFlags | O_CREAT | O_EXCL, &file_, kModeOfNewFiles);
   *isNew = error == 0;
-  // At once: until then a file of another user of the folder is one that this user may neither lock nor judge.
+  // At once: until the file has these rights, other users of the folder can neither lock nor inspect it.
   if (*isNew) error = host::TakeFolderRights(file_, *folder_);
   if (error == ENOENT) return ERROR_PATH_NOT_FOUND;  // the folder itself is gone
   if (error != EEXIST) return platform::OsError(error);
@@ -75,13 +75,13 @@ DWORD Reservation::OpenHidden(const std::string& hiddenName, const host::Descrip
     if (error == ENOENT) return kStartAnew;
     if (error != EACCES) return OpeningError(error);
   }
-  // The hidden file is another user's, whose process is at work or was killed, or it is the held file, whose writer was
-  // killed.
+  // The hidden file belongs to another user, whose process is at work or was killed, or it is the held file, whose
+  // writer was killed.
   const DWORD removeError = RemoveIfAbandoned(*folder_, hiddenName, held);
   return removeError == ERROR_SUCCESS ? kStartAnew : removeError;
 }
 
-// A process that took this one for dead, because it was silent for so long, has the hidden name now.
+// Another process may have taken over the hidden name, because this one was silent for so long that it seemed dead.
 DWORD Reservation::CheckHiddenName() const {
   return LeadsTo(*folder_, hiddenName_, file_) ? DWORD{ERROR_SUCCESS} : DWORD{ERROR_SHARING_VIOLATION};
 }
@@ -89,7 +89,8 @@ DWORD Reservation::CheckHiddenName() const {
 DWORD Reservation::TakeFreeName(const std::string& name) {
   if (const DWORD error = CheckHiddenName(); error != ERROR_SUCCESS) return error;
   const int error = host::RenameToFreeName(*folder_, hiddenName_, *folder_, name);
-  // When all that failed is the removal of the hidden name, the file has its name. The next reserver removes the other.
+  // If only the removal of the hidden name failed, the file has its name. The next opener that reserves the name
+  // removes the hidden one.
   if (error != 0 && !LeadsTo(*folder_, name, file_)) return platform::OsError(error);
   hiddenName_.clear();
   return ERROR_SUCCESS;
@@ -102,22 +103,23 @@ DWORD Reservation::ReplaceName(const std::string& name) {
   return platform::OsError(error);
 }
 
-// The hidden name goes while the file is still locked, so that it is this file's for certain.
+// Removes the hidden name while the file is still locked, so that the name certainly belongs to this file.
 void Reservation::Cancel() noexcept {
   if (!hiddenName_.empty()) host::Unlink(*folder_, hiddenName_);
   hiddenName_.clear();
   file_.Close();
 }
 
-// Every reserver takes the creation lock first: while it is held here, no other process gets the file. A writer keeps
-// its share lock for as long as its file has the hidden name: a file that the caller holds exclusively has no writer.
+// Every opener that reserves a name takes the creation lock first: while it is held here, no other process gets the
+// file. A writer keeps its share lock for as long as its file has the hidden name: a file that the caller has locked
+// exclusively has no writer.
 DWORD RemoveIfAbandoned(const host::Descriptor& folder, const std::string& hiddenName, const host::Descriptor& held) {
   host::Descriptor file;
   int error = host::Open(folder.Number(), hiddenName, O_RDWR | kNeitherLinkNorWait, &file);
   const bool writable = error != EACCES;
   if (!writable) error = host::Open(folder.Number(), hiddenName, O_RDONLY | kNeitherLinkNorWait, &file);
   if (error == ENOENT) return kStartAnew;
-  // Its owner did not come to give it the rights of the folder.
+  // Its owner was stopped before it could give the file the rights of the folder.
   if (error == EACCES && IsOld(folder, hiddenName)) return platform::OsError(host::Unlink(folder, hiddenName));
   if (error != 0) return platform::OsError(error);
   struct stat status = {};

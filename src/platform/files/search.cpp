@@ -17,23 +17,23 @@
 namespace files {
 namespace {
 
-// A pattern of names. Both sides are in upper case.
+// A pattern of names. Pattern and names are in upper case.
 class Pattern {
  public:
   explicit Pattern(std::string_view pattern) : pattern_(text::Upper(pattern)) {
     const auto isLiteral = [](char c) { return c != '*' && c != '?' && static_cast<unsigned char>(c) < 0x80; };
-    // The ASCII characters with which every matching name begins can be compared in whatever encoding the name has. A
-    // dot before a `*` need not be there.
+    // The ASCII characters that every matching name begins with are the same in any encoding of the name. A dot before
+    // a `*` is optional.
     start_ = std::find_if_not(pattern_.begin(), pattern_.end(), isLiteral) - pattern_.begin();
     if (start_ > 0 && pattern_[Start() - 1] == '.') --start_;
     for (std::size_t c = 0; c < upper_.size(); ++c)
       upper_[c] = c < 0x80 ? text::UpperChar(static_cast<char>(c)) : '\0';
   }
 
-  // How many characters every matching name has in common at its beginning.
+  // Returns how many characters all matching names have in common at the beginning.
   std::size_t Start() const { return static_cast<std::size_t>(start_); }
 
-  // A quick look at a name in UTF-8.
+  // A quick check of a name in UTF-8: false for most names that do not match.
   bool CanMatch(const char* name) const {
     for (std::size_t i = 0; i < Start(); ++i) {
       if (upper_[static_cast<unsigned char>(name[i])] != pattern_[i]) return false;
@@ -126,14 +126,14 @@ class Search {
     bool isFolder = type == DT_DIR;
     if (!IsPlatformName(name_) || !(isFolder || IsFile(folder, name, type, &isFolder))) return;
 
-    // The code points' order is the desktop's, and UTF-8 has it.
+    // The desktop sorts by code points, and UTF-8 keeps their order.
     if (name_.size() != strlen(name)) folded_ = text::ToUtf8(folded_);
     matches_.push_back(texts_.size());
     texts_ += isFolder ? 'd' : 'f';
     texts_.append(folded_).append(1, '\0').append(name_).append(1, '\0');
   }
 
-  // True for files and, with `*isFolder`, folders: pipes, devices and the like are nothing that could be opened.
+  // True for files and, with `*isFolder` set, for folders. Pipes, devices and the like cannot be opened.
   static bool IsFile(const host::Descriptor& folder, const char* name, unsigned char type, bool* isFolder) {
     if (type == DT_REG) return true;
     if (type != DT_UNKNOWN && type != DT_LNK) return false;
@@ -144,16 +144,16 @@ class Search {
   }
 
   Pattern pattern_;
-  std::string texts_;  // a letter for the kind, the sorting text, a NUL, the name and a NUL of each match
-  std::vector<std::size_t> matches_;  // where each begins there
+  std::string texts_;                 // for each match: a letter for the kind, the sorting text, a NUL, the name, a NUL
+  std::vector<std::size_t> matches_;  // where each match begins in texts_
   std::size_t next_ = 0;
-  std::string name_;    // of the entry in hand, in code page 1252
+  std::string name_;    // of the current entry, in code page 1252
   std::string folded_;  // the same in upper case, then its sorting text
 };
 
 Search* OfHandle(std::intptr_t handle) {
   if (handle == -1) return nullptr;
-  // The handle is the search's address: the platform's type for it is a number.
+  // The handle is the address of the search, because the platform's type for it is a number.
   return reinterpret_cast<Search*>(handle);  // NOLINT(performance-no-int-to-ptr)
 }
 

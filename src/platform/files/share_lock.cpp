@@ -13,7 +13,7 @@ namespace {
 using host::Descriptor;
 using host::LockRange;
 
-// Far beyond any content. Present openers hold, where the descriptor can be written to:
+// The locked bytes lie far beyond any content. Openers with a writable descriptor hold:
 //
 //   reading, denying none       exclusive lock on one byte of kReaders
 //   reading, denying writing    shared lock on kWriters
@@ -21,12 +21,12 @@ using host::LockRange;
 //   writing, denying writing    exclusive lock on kWriters
 //   denying both                exclusive lock on kReaders and kWriters
 //
-// and where it can only be read:
+// and openers with a read-only descriptor:
 //
 //   reading, denying none       shared lock on one byte of kReaders
 //   reading, denying writing    shared lock on kWriters
 //   denying both                shared lock on kReaders, kWriters and kReadOnlyExclusive: keeps exclusive locks away;
-//                               an opener that takes shared ones and finds the last one held leaves again
+//                               an opener with shared locks leaves again when it finds the last one held
 constexpr off_t kOrigin = off_t{1} << 62;
 constexpr LockRange kReaders = {kOrigin, off_t{1} << 32};
 constexpr LockRange kWriters = {kReaders.start + kReaders.length, off_t{1} << 32};
@@ -39,12 +39,12 @@ constexpr LockRange kGate = {kOrigin - (off_t{1} << 40), (off_t{1} << 40) - 2};
 
 using Clock = std::chrono::steady_clock;
 
-// What is done inside the gate takes microseconds, and any process that may read the file can block it.
+// The work inside the gate takes microseconds, and any process that may read the file can block the gate.
 constexpr auto kGatePatience = std::chrono::milliseconds(200);
-// The creation lock is held until the folder has been flushed.
+// A renaming holds the creation lock until it has flushed the folder.
 constexpr auto kCreationPatience = std::chrono::seconds(2);
 
-// A file system that keeps no locks is one on which share modes cannot be had.
+// Share modes need a file system that keeps locks.
 DWORD LockError(int hostError) {
   switch (hostError) {
     case EOPNOTSUPP:
@@ -69,7 +69,8 @@ LockRange OneByteOf(LockRange range) {
   return {range.start + offset, 1};
 }
 
-// True (and the start of a lock) when another opening holds a lock in the range; also when that cannot be found out.
+// True when another opener holds a lock in the range, or when that cannot be found out. `*start` is where the lock
+// begins.
 bool HeldByOther(const Descriptor& file, LockRange range, off_t* start = nullptr) {
   off_t found = -1;
   const int error = host::FindForeignLock(file, range, &found);
@@ -77,7 +78,7 @@ bool HeldByOther(const Descriptor& file, LockRange range, off_t* start = nullptr
   return error != 0 || found >= 0;
 }
 
-// Repeats an attempt that another process's short work may refuse.
+// Repeats an attempt that another process may refuse for a short time.
 template <typename Attempt>
 DWORD Insist(Clock::time_point deadline, const Attempt& attempt) {
   for (;;) {
@@ -87,9 +88,10 @@ DWORD Insist(Clock::time_point deadline, const Attempt& attempt) {
   }
 }
 
-// The gate lets one opening at a time come to a final answer where shared locks alone would let two openers refuse each
-// other. A descriptor that can be written to takes it exclusively; one that cannot takes a byte of it at random and is
-// inside once no other is there: of several the lowest stays, the others leave and come again.
+// The gate lets one opener at a time come to a final answer where shared locks alone would let two openers refuse each
+// other. An opener with a writable descriptor locks the gate exclusively. One with a read-only descriptor takes a
+// shared lock on a random byte of it, and is inside once no other lock is there: of several such openers, the one with
+// the lowest byte stays, and the others back off and retry.
 class Gate {
  public:
   Gate(const Descriptor& file, bool writable) : file_(file) {
@@ -125,7 +127,7 @@ DWORD LockShared(const Descriptor& file, bool writable, LockRange range) {
   if (const DWORD error = Lock(file, F_RDLCK, range); error != ERROR_SUCCESS) return error;
   if (!HeldByOther(file, kReadOnlyExclusive)) return ERROR_SUCCESS;
 
-  // Another opener denies both by shared locks, or is about to: the answer is found where only one is at a time.
+  // Another opener denies both by shared locks, or is about to: only inside the gate is the answer final.
   Unlock(file, range);
   const Gate gate(file, writable);
   if (gate.Error() != ERROR_SUCCESS) return gate.Error();
@@ -138,7 +140,7 @@ DWORD LockShared(const Descriptor& file, bool writable, LockRange range) {
 DWORD LockReadOnlyExclusively(const Descriptor& file) {
   const Gate gate(file, false);
   if (gate.Error() != ERROR_SUCCESS) return gate.Error();
-  // An opener that is there for certain is seen without the locks, which for a moment would be in others' way.
+  // Checks for established openers before taking the locks, which would block others for a moment.
   if (HeldByOther(file, kReadersAndWriters)) return ERROR_SHARING_VIOLATION;
   DWORD error = Lock(file, F_RDLCK, kReadOnlyExclusive);
   if (error == ERROR_SUCCESS) error = Lock(file, F_RDLCK, kReadersAndWriters);
@@ -147,9 +149,9 @@ DWORD LockReadOnlyExclusively(const Descriptor& file) {
   return error;
 }
 
-// For descriptors that can be written to: an exclusive lock is refused at once by an opener that is there. It may
-// be that none is, for an opener that denies both by shared locks takes them before it knows whether it may stay: the
-// second answer is given where no such opener is on its way.
+// For writable descriptors. A current opener refuses an exclusive lock at once. But the refusal may also come from an
+// opener that denies both by shared locks and does not know yet whether it may stay. The second attempt is made inside
+// the gate, where no such opener is under way.
 template <typename Attempt>
 DWORD LockExclusively(const Descriptor& file, const Attempt& attempt) {
   if (const DWORD error = attempt(); error != ERROR_SHARING_VIOLATION) return error;
@@ -161,7 +163,8 @@ DWORD LockWhole(const Descriptor& file, LockRange range) {
   return LockExclusively(file, [&] { return Lock(file, F_WRLCK, range); });
 }
 
-// One of many: another one may have drawn the same byte; an opener that excludes this one holds them all.
+// Locks one of many bytes. Another opener may have drawn the same one, so the lock is tried twice; an opener that
+// excludes this one holds all the bytes.
 DWORD LockOneByte(const Descriptor& file, LockRange range) {
   return LockExclusively(file, [&] {
     const DWORD error = Lock(file, F_WRLCK, OneByteOf(range));
@@ -169,7 +172,7 @@ DWORD LockOneByte(const Descriptor& file, LockRange range) {
   });
 }
 
-// Whether one of the locks of an open file covers all that any opener locks, judged by the kernel's report on the file.
+// True when one of an open file's locks covers every byte that openers lock, by the kernel's report on the file.
 bool KeepsAllOthersAway(const std::string& report) {
   constexpr std::size_t kLongest = std::size_t{64} << 10;
   Descriptor file;
@@ -236,7 +239,7 @@ DWORD TakeCreationLock(const Descriptor& file) {
 
 DWORD TryCreationLock(const Descriptor& file, bool writable) {
   if (writable) return Lock(file, F_WRLCK, kCreation);
-  // A shared lock keeps away those who can lock exclusively; of those who cannot, the only one has the right.
+  // A shared lock keeps openers with writable descriptors away. A read-only opener has the right when it is alone.
   if (const DWORD error = Lock(file, F_RDLCK, kCreation); error != ERROR_SUCCESS) return error;
   if (!HeldByOther(file, kCreation)) return ERROR_SUCCESS;
   Unlock(file, kCreation);
