@@ -228,7 +228,7 @@ std::string Below(const std::string& folder, const std::string& name) {
   return folder.ends_with('/') ? folder + name : folder + "/" + name;
 }
 
-// Finds the names in a folder that differ from `name` at most in letter case, in byte order. Returns an errno value.
+// Finds the names in a folder that equal `name` except for letter case, in byte order. Returns 0 or an errno value.
 int Spellings(const std::string& folder, const std::string& name, std::vector<std::string>* spellings) {
   std::string folded;
   std::string own;

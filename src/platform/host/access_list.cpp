@@ -16,9 +16,9 @@ constexpr unsigned kWriting = 2;
 
 enum Kind : std::uint16_t { kOwner = 1, kUser = 2, kOwningGroup = 4, kGroup = 8, kMost = 16, kEverybody = 32 };
 
-constexpr std::uint32_t kNobody = ~0U;  // in an entry that is not of one user or group
+constexpr std::uint32_t kNobody = ~0U;  // in an entry that is not for one user or group
 
-// An entry of a list, as the system keeps it after a version.
+// An entry of a list in the system's format, where the entries follow a version number.
 struct Entry {
   std::uint16_t kind;
   std::uint16_t permits;
@@ -47,7 +47,7 @@ AccessList::AccessList(const platform::Descriptor& file, mode_t mode) : AccessLi
   std::string text;
   const int error = GetAttribute(file, kAttribute, &text);
   if (error == ENODATA || error == EOPNOTSUPP || error == ENOSYS) return;
-  // Where there is a list, the mode says of the group what the list permits at most.
+  // For a file with a list, the group bits of the mode are the most that the list permits.
   if (error != 0) {
     ForgetGroup();
     return;
@@ -77,7 +77,7 @@ void AccessList::Restrict(unsigned most) {
 void AccessList::Add(const AccessList& other) {
   AccessList added = other;
   added.Restrict(other.most_);
-  // What the list has but does not permit at present must not be permitted by what is added.
+  // What the mask of this list hides must stay hidden when the mask of the other list is added.
   if ((other.most_ & ~most_) != 0) Restrict(most_);
   most_ |= other.most_;
   isList_ = isList_ || other.isList_;
@@ -107,7 +107,7 @@ int AccessList::ApplyTo(const platform::Descriptor& file, mode_t mode) const {
       Append(key.first, key.second, permits, &text);
     }
     if (SetAttribute(file, kAttribute, text) == 0) return 0;
-    permissions &= ~kGroupPermissions;  // somebody in it may be one whom the list permits less
+    permissions &= ~kGroupPermissions;  // the list may permit less to a member of the group
   }
   return (mode & kPermissions) == permissions ? 0 : ChangeMode(file, permissions);
 }

@@ -1,4 +1,4 @@
-// Who may use a file or a folder, and how: its permissions and its access control list as one.
+// Who may use a file or a folder, and how: its permissions and its access control list in one object.
 #pragma once
 
 #include <sys/types.h>
@@ -13,25 +13,25 @@ namespace host {
 
 class AccessList {
  public:
-  // What permissions say without a list.
+  // The permissions alone, without a list.
   explicit AccessList(mode_t permissions);
 
-  // Of a file whose mode is known.
+  // Reads the list of a file, whose mode is `mode`.
   AccessList(const platform::Descriptor& file, mode_t mode);
 
   bool GroupMayWrite() const;
 
-  // What the owning group is permitted is not permitted to another one.
+  // Takes all permissions from the owning group, so that another group does not inherit them.
   void ForgetGroup();
 
-  // Permits what the other list permits as well. Nobody gets what neither of them permits.
+  // Adds what the other list permits. Permits nothing that neither of the two permits.
   void Add(const AccessList& other);
 
-  // Permits a user what is permitted to the owner, where a list can say so: one who is no longer the owner.
+  // Gives a user who is no longer the owner the owner's permissions. Only a list can say so; does nothing without one.
   void AddFormerOwner(std::uint32_t user);
 
-  // Gives it to a file of this mode. A file system that does not take lists leaves the group with nothing. 0 or an
-  // errno value.
+  // Applies the permissions to a file whose mode is `mode`. If the file system does not take lists, the group gets no
+  // permissions. Returns 0 or an errno value.
   int ApplyTo(const platform::Descriptor& file, mode_t mode) const;
 
  private:
@@ -41,8 +41,8 @@ class AccessList {
   void Restrict(unsigned most);
 
   bool isList_ = false;
-  Entries permits_;    // by kind and user or group, in the order of the system
-  unsigned most_ = 0;  // what of it counts for all but the owner and everybody
+  Entries permits_;    // by kind and user or group, in the system's order
+  unsigned most_ = 0;  // the mask: the most that entries other than the owner's and everybody's permit
 };
 
 }  // namespace host

@@ -12,7 +12,7 @@ namespace platform {
 class Descriptor {
  public:
   Descriptor() = default;                               // none
-  explicit Descriptor(int number) : number_(number) {}  // a negative one: none, as of a call that failed
+  explicit Descriptor(int number) : number_(number) {}  // negative: none, such as the result of a failed call
   ~Descriptor() { Close(); }
   Descriptor(Descriptor&& other) noexcept : number_(other.Take()) {}
   Descriptor& operator=(Descriptor&& other) noexcept {
@@ -28,7 +28,8 @@ class Descriptor {
   // Hands the descriptor over to the caller.
   int Take() noexcept { return std::exchange(number_, -1); }
 
-  // 0, or the errno value of what could not be written. Interrupted or not, the descriptor is closed.
+  // Returns 0, or an errno value when something could not be written. The descriptor is closed in any case, even when a
+  // signal interrupts the call.
   int Close() noexcept {
     if (number_ < 0) return 0;
     return close(Take()) == 0 || errno == EINTR ? 0 : errno;

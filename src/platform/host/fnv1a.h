@@ -1,4 +1,4 @@
-// A hash for names of files and folders. It protects nothing.
+// A hash for the names of files and folders. Not for security.
 #pragma once
 
 #include <cstddef>

@@ -25,8 +25,8 @@
 namespace host {
 namespace {
 
-// Makes a call that carries up to `system.bytes` bytes and gives -1 and errno when it fails. `*result` receives what it
-// gives otherwise.
+// Makes a call that transfers up to `system.bytes` bytes and returns -1 with errno on failure. Otherwise its result
+// goes into `*result`.
 template <typename Result, typename Call>
 int Carry(const SystemCall& system, Result* result, const Call& call) {
   for (;;) {
@@ -52,7 +52,7 @@ int Repeat(const SystemCall& system, const Call& call) {
   return Repeat(system, &success, call);
 }
 
-// The path of an open folder for calls that take none but a path.
+// The path of an open folder, for calls that accept only a path.
 std::string PathOf(const Descriptor& folder) {
   return "/proc/self/fd/" + std::to_string(folder.Number());
 }
@@ -64,7 +64,7 @@ int RenameUnlessTaken(const Descriptor& oldFolder, const std::string& oldName, c
   });
 }
 
-// What a file system says that does not know this kind of renaming.
+// True for the errors of a file system that does not support this kind of rename.
 bool IsUnknownKind(int renameError) {
   return renameError == EINVAL || renameError == ENOSYS;
 }
@@ -174,9 +174,9 @@ int RenameToFreeName(const Descriptor& oldFolder, const std::string& oldName, co
                      const std::string& newName) {
   const int error = RenameUnlessTaken(oldFolder, oldName, newFolder, newName);
   if (!IsUnknownKind(error)) return error;
-  // A link refuses a name that is taken just as well.
+  // A link also refuses a name that is taken.
   if (const int linkError = Link(oldFolder, oldName, newFolder, newName); linkError != 0) return linkError;
-  // A network file system that asks a second time finds that the name is gone.
+  // A network file system that repeats the request finds that the name is gone.
   const int unlinkError = Unlink(oldFolder, oldName);
   return unlinkError == ENOENT ? 0 : unlinkError;
 }
@@ -265,7 +265,7 @@ int Truncate(const Descriptor& file, off_t length) {
 
 int Sync(const Descriptor& fileOrFolder) {
   const int error = Repeat({"fsync", fileOrFolder.Number()}, [&] { return fsync(fileOrFolder.Number()); });
-  // A file system that has no way to flush a folder says so in this way; there is nothing more to be done then.
+  // A file system that cannot flush a folder fails in this way; nothing more can be done then.
   return error == EINVAL ? 0 : error;
 }
 
@@ -335,7 +335,7 @@ int FindForeignLock(const Descriptor& file, LockRange range, off_t* start) {
 }
 
 int ReadNames(const Descriptor& folder, const std::function<void(const char* name, unsigned char type)>& visit) {
-  Descriptor names;  // an opening of its own, which starts at the first name
+  Descriptor names;  // a separate opening, which starts at the first name
   if (const int error = OpenFolder(folder.Number(), ".", &names); error != 0) return error;
 
   constexpr std::size_t kBufferSize = 256 * 1024;
@@ -415,8 +415,8 @@ int ReadEvents(const Descriptor& watcher, void* buffer, std::size_t size, std::s
   return Repeat({"read", watcher.Number()}, read, [&] { return ::read(watcher.Number(), buffer, size); });
 }
 
-// The clock is mixed in each time, so that a forked process does not draw what its parent draws; asking the system each
-// time would cost as much as the lock that is drawn for.
+// Mixes in the clock each time, so that a forked process does not repeat its parent's numbers. Asking the system each
+// time would cost as much as the lock for which the number is drawn.
 std::uint64_t Random() {
   thread_local std::uint64_t state = [] {
     std::uint64_t seed = 0;

@@ -1,8 +1,8 @@
-// The system calls on files and folders, all of them in one place. Each returns 0 or an errno value and repeats itself
-// when a signal interrupts it. A folder is given as an open descriptor or AT_FDCWD.
+// All system calls on files and folders. Each function returns 0 or an errno value and repeats the call when a signal
+// interrupts it. A folder is an open descriptor or AT_FDCWD.
 //
-// Stat and its like tell no times, unless the name says so: to ask for a file's times makes the system give the next
-// write a time of its own, and then a flush has to store that as well.
+// Stat and the like give no times unless the name says so: asking for a file's times makes the system give the next
+// write a new time, which a flush must then store as well.
 #pragma once
 
 #include <dirent.h>
@@ -29,8 +29,8 @@ using platform::Descriptor;
 int Open(int folder, const std::string& path, int flags, Descriptor* opened, mode_t mode = 0);
 int OpenFolder(int folder, const std::string& path, Descriptor* opened);  // for reading its names and for Sync
 
-// Opens a folder that lies any number of folders below another one, in one call. Fails where one of them is a symbolic
-// link, and with ENOSYS on a system that has no such call.
+// Opens a folder any number of levels below another one, in one call. Fails if a component is a symbolic link, and with
+// ENOSYS on a system that lacks the call.
 int OpenFolderBelow(const Descriptor& folder, const std::string& path, Descriptor* opened);
 
 int Stat(int folder, const std::string& path, struct stat* status);      // of what a symbolic link leads to
@@ -42,37 +42,36 @@ int RealPath(const Descriptor& folder, const std::string& name, std::string* pat
 int Unlink(const Descriptor& folder, const std::string& name);
 int Rename(const Descriptor& oldFolder, const std::string& oldName, const Descriptor& newFolder,
            const std::string& newName);
-// The same, but EEXIST when the new name is taken. Where the file system does not know this kind of renaming, the file
-// has both names for a moment, and a process that is killed then leaves them both; so does a failed removal of the old
-// name, which is reported.
+// The same, but EEXIST when the new name is taken. On a file system without this kind of rename the file has both names
+// for a moment; they stay if the process is killed then, or if the removal of the old name fails, which is reported.
 int RenameToFreeName(const Descriptor& oldFolder, const std::string& oldName, const Descriptor& newFolder,
                      const std::string& newName);
 // Gives a file a second name; EEXIST when that is taken.
 int Link(const Descriptor& folder, const std::string& name, const Descriptor& newFolder, const std::string& newName);
-// Changes the letter case of a name. The new spelling must be reserved: at no instant has the file both.
+// Changes the letter case of a name. The new spelling must be reserved. The file never has both names at once.
 int ChangeSpelling(const Descriptor& folder, const std::string& oldName, const std::string& newName);
 
-// Whether the kernel lets this process use what a path leads to: R_OK, W_OK and X_OK, by its effective user. 0, or what
-// it would answer.
+// Checks whether the kernel lets this process, by its effective user, use what a path leads to: R_OK, W_OK and X_OK.
+// Returns 0, or the errno value with which it would refuse.
 int MayUse(const std::string& path, int rights);
 
-// Marks of a file or folder that keep even the superuser from changing it, where the file system has such.
+// Marks that keep even the superuser from changing a file or folder, on file systems that have them.
 struct Marks {
   bool isImmutable = false;
   bool isAppendOnly = false;
 };
 int GetMarks(const std::string& path, Marks* marks);
 
-// Whether a file or folder has an access control list besides its mode.
+// True when a file or folder has an access control list besides its mode.
 bool HasAccessList(const std::string& path);
 
-int DiskOf(const std::string& path, struct statvfs* disk);  // the file system that it lies on
+int DiskOf(const std::string& path, struct statvfs* disk);  // the file system of a path
 
 inline bool SameFile(const struct stat& a, const struct stat& b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-// Whether the times of its last changes are the same. For statuses that have them.
+// True when the times of the last changes are equal. Both statuses must have times.
 inline bool SameTimes(const struct stat& a, const struct stat& b) {
   return a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec &&
          a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
@@ -86,18 +85,18 @@ inline bool IsReadOnly(const struct stat& status) {
 // ---- Open files ----------------------------------------------------------------------------------------------------
 
 int Stat(const Descriptor& file, struct stat* status);
-int StatNow(const Descriptor& file, struct stat* status);  // with times, and as the file system itself has it
-bool SameFile(const Descriptor& a, const Descriptor& b);   // false also when that cannot be found out
-int Length(const Descriptor& file, off_t* length);         // moves the system's own position, which nothing here uses
+int StatNow(const Descriptor& file, struct stat* status);  // with times, and up to date on a network file system
+bool SameFile(const Descriptor& a, const Descriptor& b);   // also false when that cannot be found out
+int Length(const Descriptor& file, off_t* length);         // moves the descriptor's position
 int ReadAt(const Descriptor& file, void* buffer, std::size_t count, off_t position, std::size_t* read);
 int WriteAt(const Descriptor& file, const void* buffer, std::size_t count, off_t position, std::size_t* written);
-int Read(int descriptor, void* buffer, std::size_t count, std::size_t* read);  // where the descriptor stands
+int Read(int descriptor, void* buffer, std::size_t count, std::size_t* read);  // at the descriptor's position
 int Write(int descriptor, const void* buffer, std::size_t count, std::size_t* written);
 int Truncate(const Descriptor& file, off_t length);
 int Sync(const Descriptor& fileOrFolder);
-void StartWriting(const Descriptor& file);  // what the system still has in memory of the content; nothing waits for it
+void StartWriting(const Descriptor& file);  // starts writing cached content to the disk, without waiting for it
 int SyncData(const Descriptor& file);
-void ForgetContent(const Descriptor& file);  // what this machine keeps in memory of what it has read
+void ForgetContent(const Descriptor& file);  // drops the content that this machine has cached
 int ChangeMode(const Descriptor& file, mode_t mode);
 int ChangeTime(const Descriptor& file, const struct timespec& changed);  // of the last change of the content
 int ChangeOwner(const Descriptor& file, uid_t user, gid_t group);
@@ -113,12 +112,12 @@ struct LockRange {
 
 int SetLock(const Descriptor& file, short type, LockRange range);  // F_RDLCK, F_WRLCK, F_UNLCK; EAGAIN when refused
 
-// Looks for a lock of whatever type that another open file has in the range; `*start` is where one begins, -1 if none.
+// Looks for a lock of any type that another open file holds in the range; `*start` is where one begins, -1 if none.
 int FindForeignLock(const Descriptor& file, LockRange range, off_t* start);
 
 // ---- Folders -------------------------------------------------------------------------------------------------------
 
-int MakeFolder(const Descriptor& folder, const std::string& name);  // for everybody, as far as the umask lets it
+int MakeFolder(const Descriptor& folder, const std::string& name);  // for everybody, as far as the umask allows
 
 // Calls `visit` for each name in the folder but "." and "..", with its type (DT_REG, …, DT_UNKNOWN).
 int ReadNames(const Descriptor& folder, const std::function<void(const char* name, unsigned char type)>& visit);
@@ -126,8 +125,8 @@ int ReadNames(const Descriptor& folder, const std::function<void(const char* nam
 // True for a file system that only this machine changes, so that the kernel knows of every change.
 bool IsLocal(const Descriptor& fileOrFolder);
 
-int MayMakeFiles(const Descriptor& folder);    // whether this process may, now: EACCES, EROFS, …
-int FindRoom(const Descriptor& fileOrFolder);  // ENOSPC when the file system has not one block left
+int MayMakeFiles(const Descriptor& folder);    // 0 if this process may now; otherwise EACCES, EROFS, …
+int FindRoom(const Descriptor& fileOrFolder);  // ENOSPC when the file system has no block left
 
 int OpenWatcher(Descriptor* watcher);
 int AddWatch(const Descriptor& watcher, const Descriptor& folder, std::uint32_t events, int* watch);
@@ -137,13 +136,13 @@ int ReadEvents(const Descriptor& watcher, void* buffer, std::size_t size, std::s
 // ---- Others --------------------------------------------------------------------------------------------------------
 
 std::uint64_t Random();
-void PauseAtRandom();  // a fraction of a millisecond, while another process is waited for
+void PauseAtRandom();  // a fraction of a millisecond, while waiting for another process
 
-// A standard descriptor that the starter closed would be given to the next file or socket, and what is meant for the
-// starter would end up there. Opens one in its place that fails when it is used the way it is meant.
+// A standard descriptor that the parent process closed would be given to the next file or socket, which would then
+// receive what is meant for the parent. Opens a replacement for each that fails when it is used as intended.
 void OccupyStandardDescriptors();
 
-// Takes out of this process's umask what it would withhold from the owner of a new file, who needs it.
+// Removes the owner's bits from this process's umask, because the owner needs these permissions on new files.
 void UnmaskOwner();
 
 }  // namespace host

@@ -19,12 +19,12 @@ bool IsSharedWithGroup(const Descriptor& folder, const struct stat& status, cons
   return status.st_gid == file.st_gid && AccessList(folder, status.st_mode).GroupMayWrite();
 }
 
-// Where the folder has no default access control list.
+// The permissions of a new file in a folder without a default access control list.
 mode_t GivenByFolder(bool isShared) {
   return S_IRUSR | S_IWUSR | (isShared ? S_IRGRP | S_IWGRP : 0);
 }
 
-// A file system that has no rights of files to change says so in one of these ways.
+// A file system without changeable permissions fails with one of these errors.
 int UnlessRefused(int error) {
   return error == EPERM || error == ENOSYS || error == EOPNOTSUPP ? 0 : error;
 }
@@ -34,7 +34,7 @@ bool HasDefaultAcl(const Descriptor& folder) {
   return GetAttribute(folder, kDefaultAcl, &acl) == 0;
 }
 
-// False when what the old file permits to its group would be permitted to another one.
+// Returns false if the file keeps another group, which must not get the permissions of the old file's group.
 bool TakeOverGroup(const Descriptor& file, const struct stat& own, const struct stat& old) {
   const bool isOthers = own.st_uid != old.st_uid || own.st_gid != old.st_gid;
   return (isOthers && TakeOverOwners(file, old)) || own.st_gid == old.st_gid;
@@ -107,7 +107,7 @@ int TakeFolderRights(const Descriptor& file, const Descriptor& folder) try {
   if (missing == 0 || HasDefaultAcl(folder)) return 0;
   return UnlessRefused(ChangeMode(file, (own.st_mode & kPermissions) | missing));
 } catch (const std::bad_alloc&) {
-  return ENOMEM;  // like any other failure, after which the new file goes
+  return ENOMEM;  // like any other failure, after which the caller removes the new file
 }
 
 int TakeOverRightsInFolder(const Descriptor& file, const Descriptor& old, const Descriptor& folder) {
@@ -121,7 +121,7 @@ int TakeOverRightsInFolder(const Descriptor& file, const Descriptor& old, const 
   AccessList list(old, replaced.st_mode);
   const bool isShared = IsSharedWithGroup(folder, place, own);
   if (isShared && replaced.st_gid != own.st_gid) {
-    // A file has one group: here it is the one that works together.
+    // A file has only one group: here that of the shared folder.
     replaced.st_gid = own.st_gid;
     list.ForgetGroup();
   }
@@ -139,7 +139,7 @@ int TakeOverRightsInFolder(const Descriptor& file, const Descriptor& old, const 
 int ReplaceFile(const Descriptor& folder, const std::string& name, const std::string& hiddenName,
                 std::string_view bytes, const struct stat* old, mode_t mode) {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL;
-  constexpr mode_t kOwnerOnly = 0600;  // as long as the file does not have the rights of the old one
+  constexpr mode_t kOwnerOnly = 0600;  // until the file has the rights of the old one
   Unlink(folder, hiddenName);
   Descriptor file;
   int error = Open(folder.Number(), hiddenName, kFlags, &file, old != nullptr ? kOwnerOnly : mode);
