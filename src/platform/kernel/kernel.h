@@ -1,5 +1,5 @@
-// The desktop platform's kernel services, as far as the server uses them: elementary types, the process's command
-// line, threads and events, atomic counters, time, and the message queue of a thread.
+// The desktop platform's kernel services that the server uses: elementary types, the process's command line, threads
+// and events, atomic counters, time, and the message queue of a thread.
 //
 // Names, types and results are the platform's own. No call here knows of reports, sockets or files.
 #pragma once
@@ -25,7 +25,7 @@ using LPARAM = std::intptr_t;
 inline constexpr BOOL FALSE = 0;
 inline constexpr BOOL TRUE = 1;
 
-// The platform's error numbers that this system meets. They are the platform's, never errno values.
+// The platform's error numbers that occur in this system. They are never errno values.
 inline constexpr DWORD ERROR_SUCCESS = 0;
 inline constexpr DWORD ERROR_FILE_NOT_FOUND = 2;
 inline constexpr DWORD ERROR_PATH_NOT_FOUND = 3;
@@ -59,20 +59,20 @@ inline constexpr DWORD ERROR_TIMEOUT = 1460;
 
 // ---- Process -------------------------------------------------------------------------------------------------------
 
-// The process's whole command line, the program path first, as code page 1252 text. Arguments stand one blank apart;
-// one that is empty or holds a blank stands in double quotes. The text lives as long as the process.
+// Returns the process's whole command line, the program path first, as code page 1252 text. Arguments are separated by
+// one blank; an argument that is empty or contains a blank is in double quotes. The text lives as long as the process.
 const char* GetCommandLineA();
 
 namespace platform {
 
-// The arguments of main, for a system that does not tell the command line otherwise. Called before GetCommandLineA.
+// Sets the arguments of main, for a system that reports no command line. Must be called before GetCommandLineA.
 void SetArguments(int count, const char* const* arguments);
 
 }  // namespace platform
 
 // ---- Threads, events, time -----------------------------------------------------------------------------------------
 
-// A kernel object behind a HANDLE. Owned by the handle: CloseHandle ends it. Null is no handle.
+// A kernel object behind a HANDLE. The handle owns it until CloseHandle. A null handle is no object.
 class KernelObject;
 using HANDLE = KernelObject*;
 
@@ -83,32 +83,32 @@ inline constexpr DWORD WAIT_OBJECT_0 = 0;
 inline constexpr DWORD WAIT_TIMEOUT = 258;
 inline constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
 
-// Identity of the calling thread, never 0 and never that of another living thread of the process.
+// Returns the identity of the calling thread, never 0 and never that of another living thread of the process.
 DWORD GetCurrentThreadId();
 
-// An unnamed event. An event that is not `manualReset` goes back to not signalled as soon as it lets one waiter go.
-// Null when memory runs out. The first and last arguments (security, name) exist for the platform's form of the call
+// Creates an unnamed event, or returns null when memory runs out. An event that is not `manualReset` is reset as soon
+// as it releases one waiter. The first and last arguments (security, name) exist for the platform's form of the call
 // and must be null.
 HANDLE CreateEventA(void* security, BOOL manualReset, BOOL initialState, const char* name);
 BOOL SetEvent(HANDLE event);
 
-// Starts a thread that runs `start(parameter)`. Null when the system refuses. Closing the handle lets the thread run on
-// by itself. `*id` (unless `id` is null) receives the new thread's identity before it runs.
+// Starts a thread that runs `start(parameter)`. Returns null when the system refuses. After the handle is closed the
+// thread runs on. `*id` (unless `id` is null) receives the new thread's identity before the thread runs.
 HANDLE CreateThread(void* security, std::size_t stackSize, LPTHREAD_START_ROUTINE start, void* parameter, DWORD flags,
                     DWORD* id);
 
-// Waits until the event is signalled or the thread has ended: WAIT_OBJECT_0; WAIT_TIMEOUT after `milliseconds`
-// (INFINITE: no limit); WAIT_FAILED for a null handle.
+// Waits until the event is signalled or the thread has ended. Returns WAIT_OBJECT_0, WAIT_TIMEOUT after `milliseconds`
+// (INFINITE: no limit), or WAIT_FAILED for a null handle.
 DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds);
 
 BOOL CloseHandle(HANDLE object);
 
 void Sleep(DWORD milliseconds);
 
-// Milliseconds since some moment in the past; wraps around after 49.7 days.
+// Returns the milliseconds since some moment in the past; wraps around after 49.7 days.
 DWORD GetTickCount();
 
-// Atomic; the result is the new value.
+// Atomic; return the new value.
 LONG InterlockedIncrement(LONG volatile* value);
 LONG InterlockedDecrement(LONG volatile* value);
 
@@ -124,19 +124,19 @@ struct MSG {
 inline constexpr UINT WM_QUIT = 0x0012;
 inline constexpr UINT WM_USER = 0x0400;
 
-// Posts a message to the queue of a thread; may be called from any thread. FALSE when no such thread has a queue: a
-// thread gets its queue with its first GetMessageA or platform::AttachMessageSource.
+// Posts a message to the queue of a thread. May be called from any thread. Returns FALSE when no such thread has a
+// queue: a thread gets its queue with its first GetMessageA or platform::AttachMessageSource.
 BOOL PostThreadMessageA(DWORD threadId, UINT message, WPARAM wParam, LPARAM lParam);
 
 namespace platform {
 
-// Something besides the thread's queue from which a thread's message loop takes messages (the channel delivers the
+// A source, besides the thread's queue, from which a thread's message loop takes messages (the channel delivers the
 // calls of other processes this way). Used only by the thread that attached it.
 class MessageSource {
  public:
-  // Waits until there is something for this source or until `wakeDescriptor` becomes readable, and puts a message into
-  // `*message` if there is one. `wakeDescriptor` is level-triggered and stays the same for the life of the attachment;
-  // the source must not read it. False when there is no message (the queue is looked at and Wait is called again).
+  // Waits until something arrives for this source or until `wakeDescriptor` becomes readable. Returns true with a
+  // message in `*message`, or false when there is none (the queue is then checked and Wait is called again).
+  // `wakeDescriptor` is level-triggered and stays the same for the life of the attachment; the source must not read it.
   virtual bool Wait(int wakeDescriptor, MSG* message) = 0;
 
   // Runs a message that Wait delivered.
@@ -151,19 +151,20 @@ void AttachMessageSource(MessageSource* source);
 
 }  // namespace platform
 
-// Takes the next message of the calling thread, waiting for one. Posted messages come before those of the source. 0 on
-// WM_QUIT, otherwise 1. `window` and the filter must be null and 0.
+// Waits for the calling thread's next message and takes it. Posted messages come before those of the source. Returns 0
+// on WM_QUIT, otherwise 1. `window` must be null, the filter 0.
 BOOL GetMessageA(MSG* message, void* window, UINT filterMin, UINT filterMax);
 
-// Runs a message: one of the thread's source goes to that source, any other is dropped. Always 0.
+// Passes a message with a number from WM_USER up to the thread's source, if it has one; drops any other. Always returns
+// 0.
 LONG DispatchMessageA(const MSG* message);
 
 // ---- What the desktop platform does not have -----------------------------------------------------------------------
 
 namespace platform {
 
-// Full path of the running executable as the host system's own (UTF-8) path, such as /usr/lib/kestor/kestor. Empty when
-// the system does not tell.
+// Returns the full path of the running executable as the host system's own (UTF-8) path, such as
+// /usr/lib/kestor/kestor. Empty when the system does not report it.
 std::string ExecutablePath();
 
 }  // namespace platform

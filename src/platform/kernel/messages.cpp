@@ -12,7 +12,7 @@
 
 namespace {
 
-// The posted messages of one thread. The descriptor is readable while there may be some.
+// The posted messages of one thread. The descriptor is readable while the queue may have messages.
 class Queue {
  public:
   Queue() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
@@ -24,7 +24,7 @@ class Queue {
   int WakeDescriptor() const { return wake_.Number(); }
 
   void Post(const MSG& message) {
-    // The descriptor changes under the lock, too: it must not stay readable for a queue that was emptied meanwhile.
+    // The descriptor also changes under the lock: it must not stay readable for a queue that was emptied meanwhile.
     const std::lock_guard hold(mutex_);
     messages_.push_back(message);
     waiting_.store(true, std::memory_order_release);
@@ -47,7 +47,7 @@ class Queue {
 
  private:
   const platform::Descriptor wake_;
-  std::atomic<bool> waiting_{false};  // spares the lock on the road of every call
+  std::atomic<bool> waiting_{false};  // spares every call the lock
   std::mutex mutex_;
   std::deque<MSG> messages_;
 };
@@ -58,7 +58,7 @@ std::map<DWORD, Queue*>& Queues() {
   return *queues;
 }
 
-// The queue of the calling thread, made at its first use and gone with the thread.
+// The queue of the calling thread, created at its first use and destroyed with the thread.
 class ThreadQueue {
  public:
   ThreadQueue() : id_(GetCurrentThreadId()) {

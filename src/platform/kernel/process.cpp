@@ -9,9 +9,9 @@
 
 namespace {
 
-constexpr std::size_t kMostBytes = std::size_t{16} << 20;  // more than the system lets a command line have
+constexpr std::size_t kMostBytes = std::size_t{16} << 20;  // more than the system allows for a command line
 
-// Each with a NUL behind it, as the system has them.
+// Each followed by a NUL, as the system stores them.
 std::string& GivenArguments() {
   static std::string arguments;
   return arguments;

@@ -1,5 +1,5 @@
-// Results of the desktop platform: negative for a failure. Every result that the platform's services give is defined
-// here, once; those of the server's interfaces are the contract's.
+// Results of the desktop platform; failures are negative. Every result that the platform's services give is defined
+// here, once; the results of the server's interfaces belong to the contract.
 #pragma once
 
 #include "platform/kernel/kernel.h"
@@ -29,7 +29,7 @@ constexpr bool FAILED(HRESULT result) {
   return result < 0;
 }
 
-// The result for a platform error number, such as 0x80070005 for 5.
+// Returns the result for a platform error number, such as 0x80070005 for 5.
 constexpr HRESULT HRESULT_FROM_WIN32(DWORD error) {
   return error == 0 ? S_OK : static_cast<HRESULT>(0x80070000u | (error & 0xFFFFu));
 }

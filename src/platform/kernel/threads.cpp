@@ -10,7 +10,7 @@
 
 #include "platform/kernel/kernel.h"
 
-// A thing that can be waited for.
+// An object that threads can wait for.
 class KernelObject {
  public:
   KernelObject(bool manualReset, bool signalled) : manualReset_(manualReset), signalled_(signalled) {}
@@ -20,7 +20,7 @@ class KernelObject {
       const std::lock_guard hold(mutex_);
       signalled_ = true;
     }
-    // An auto-reset event lets one waiter go; the others find it reset and wait on.
+    // An auto-reset event releases one waiter; the others find it reset and wait on.
     changed_.notify_all();
   }
 
@@ -101,7 +101,7 @@ HANDLE CreateThread(void* security, std::size_t /*stackSize*/, LPTHREAD_START_RO
 
 DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) {
   if (object == nullptr) return WAIT_FAILED;
-  const std::shared_ptr<KernelObject> hold = object->self;  // survives a CloseHandle meanwhile
+  const std::shared_ptr<KernelObject> hold = object->self;  // keeps the object if another thread closes the handle
   return hold->Wait(milliseconds);
 }
 
