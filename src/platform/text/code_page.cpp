@@ -36,7 +36,7 @@ bool ByteOf(char32_t character, char* byte) {
   return false;
 }
 
-// How many bytes at the start of `bytes` are ASCII.
+// Returns how many bytes at the start of `bytes` are ASCII.
 std::size_t AsciiRun(std::string_view bytes) {
   std::size_t length = 0;
   for (; length + 8 <= bytes.size(); length += 8) {
@@ -51,7 +51,7 @@ std::size_t AsciiRun(std::string_view bytes) {
 
 struct Decoded {
   char32_t character = kReplacement;
-  std::size_t length = 0;  // 0: the bytes are no UTF-8
+  std::size_t length = 0;  // 0: the bytes are not UTF-8
 };
 
 Decoded DecodeUtf8(std::string_view bytes) {

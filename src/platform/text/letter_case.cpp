@@ -25,7 +25,7 @@ constexpr CaseTables MakeTables() {
   for (unsigned c = 'A'; c <= 'Z'; ++c)
     pair(c, c + 0x20);
   for (unsigned c = 0xC0; c <= 0xDE; ++c) {
-    if (c != 0xD7) pair(c, c + 0x20);  // the multiplication sign, and below it the division sign, are no letters
+    if (c != 0xD7) pair(c, c + 0x20);  // the multiplication and division signs are not letters
   }
   for (const unsigned c : {0x8AU, 0x8CU, 0x8EU})
     pair(c, c + 0x10);  // Š Œ Ž
@@ -77,7 +77,7 @@ bool EndsWithNoCase(std::string_view ansi, std::string_view ending) {
 }  // namespace text
 
 int lstrcmpiA(const char* a, const char* b) {
-  // The platform's own order: no text comes before every text.
+  // The platform's own order: a null pointer comes before every text.
   if (a == nullptr || b == nullptr) return (a != nullptr ? 1 : 0) - (b != nullptr ? 1 : 0);
   return text::CompareNoCase(a, b);
 }

@@ -35,8 +35,8 @@ bool StartsAsDecimal(std::string_view number) {
   return !number.empty() && IsDigit(number.front());
 }
 
-// Tells of an unsigned decimal number that fits no double whether it is too large (rather than too close to zero):
-// from the place of its first digit that counts, moved by its exponent.
+// For an unsigned decimal number that does not fit into a double: true when it is too large, false when it is too close
+// to zero. Judges by the place of its first non-zero digit, shifted by its exponent.
 bool IsTooLarge(std::string_view number) {
   constexpr std::int64_t kLimit = std::int64_t{1} << 40;
   std::int64_t magnitude = 0;
