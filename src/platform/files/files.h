@@ -310,7 +310,7 @@ struct _finddata_t {
 // search sees the folder as it was at the first call.
 std::intptr_t _findfirst(const char* pattern, _finddata_t* found);
 int _findnext(std::intptr_t handle, _finddata_t* found);  // 0, or -1 when there is no further match
-int _findclose(std::intptr_t handle);                     // 0
+int _findclose(std::intptr_t handle);                     // 0, or -1 for the handle -1
 
 // ---- Host paths and explanations ------------------------------------------------------------------------------------
 

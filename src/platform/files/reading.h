@@ -20,8 +20,8 @@ int ReadNamesOnce(const host::Descriptor& folder, const VisitName& visit);
 int ReadNames(const host::Descriptor& folder, const VisitName& visit, std::chrono::steady_clock::time_point* begun);
 
 // Called after each change that this process makes to the names in a folder, and after each reservation: later lookups
-// must not use an older reading. The folder's times alone do not tell, because a network file system may give old
-// times, or times in whole seconds.
+// must not use an older reading. The folder's times may not show the change, because a network file system may report
+// old times, or times in whole seconds.
 void NoteOwnChange();
 std::uint64_t OwnChanges();  // how many such changes and reservations there have been
 

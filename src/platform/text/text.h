@@ -33,8 +33,8 @@ std::u16string Utf8ToUtf16(std::string_view utf8);
 
 bool IsValidUtf8(std::string_view utf8);
 
-// Makes UTF-8 from elsewhere fit for a sentence for people. Characters that break a line, turn the direction of writing
-// or steer a terminal become their numbers (\u001B). Of a text of more than 200 characters only the beginning and the
+// Makes UTF-8 from elsewhere fit to be shown in a sentence. Characters that break a line, turn the direction of writing
+// or steer a terminal become their numbers (\u001B). Of a text of more than 200 UTF-16 units only the beginning and the
 // end remain. Malformed bytes become U+FFFD.
 std::string Presentable(std::string_view utf8);
 
