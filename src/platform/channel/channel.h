@@ -1,14 +1,14 @@
-// The local-socket transport under the component-object runtime: frames between a client and the server process, and
-// the other half of the server's message loop. It knows frames and peers; what a frame's arguments mean is the affair
-// of those who encode and decode them. docs/protocol.md describes every byte.
+// The local-socket transport below the component-object runtime. It carries frames between a client and the server
+// process and feeds the server's message loop. It knows frames and peers; proxies and stubs interpret the arguments in
+// a frame. docs/protocol.md describes every byte.
 //
 // One connection carries one object. A frame is an 8-byte head (payload length, type, slot) and its payload, all
 // numbers little-endian. The client opens with Hello and then Create, Status or Rehearse; after Created it sends Call
 // frames, each answered by one Result. Spare fields are sent as zero, and receivers ignore them, so that a later
 // version can use them. The slot of a frame that is neither Call nor Result is spare.
 //
-// A client may ask for more where the server's Hello says that it knows of it: why its last call ended as it did, and
-// what becomes of the parts of a long call while it runs.
+// A server whose Hello says so also tells why the client's last call ended as it did, and what becomes of the parts of
+// a long call while it runs.
 #pragma once
 
 #include <array>
@@ -33,7 +33,7 @@ inline constexpr std::uint32_t kMagic = 0x5254534B;  // the bytes "KSTR"
 inline constexpr std::uint16_t kProtocolVersion = 1;
 inline constexpr std::size_t kHeadBytes = 8;
 
-// The longest payload of a frame. A side that is told of a longer one ends the connection.
+// The longest payload of a frame. A receiver ends the connection when a frame announces a longer one.
 inline constexpr std::uint32_t kMaxPayloadBytes = 128u << 20;
 
 enum class FrameType : std::uint16_t {
@@ -44,16 +44,16 @@ enum class FrameType : std::uint16_t {
   result = 5,    // server: result (4), out-arguments
   refusal = 6,   // server, last: result (4), reason in UTF-8
   status = 7,    // client: spare; server: process id (4), live objects (4)
-  reason = 8,    // client, after a Result: spare; server: why that call ended so, in UTF-8, or nothing
-  follow = 9,    // client, before a Call or Rehearse: spare; the server sends Notes of that one
+  reason = 8,    // client, after a Result: spare; server: why the call ended as it did, UTF-8, may be empty
+  follow = 9,    // client, before a Call or Rehearse: spare; asks for Notes of that call
   note = 10,     // server, before a Result: a Note
-  rehearse = 11  // client, in the place of Create: arguments; server: result (4)
+  rehearse = 11  // client, instead of Create: arguments; server: result (4)
 };
 
-// Bits of Hello: the sender knows the frames from Reason to Rehearse.
+// Bit of the extensions in Hello: the sender knows the frame types from reason to rehearse.
 inline constexpr std::uint16_t kKnowsReasons = 1;
 
-// The bytes of a reason that a server sends; what is longer is cut.
+// The longest reason that a server sends, in bytes. A longer one is cut.
 inline constexpr std::size_t kMaxReasonBytes = 16u << 10;
 
 struct FrameHead {
@@ -65,7 +65,7 @@ struct FrameHead {
 FrameHead ReadHead(const std::byte* head);
 void WriteHead(const FrameHead& head, std::byte* to);
 
-// Growable bytes without initialisation. Growing throws std::bad_alloc.
+// A growable byte buffer that leaves its bytes uninitialised. Growing throws std::bad_alloc.
 class Buffer {
  public:
   Buffer() = default;
@@ -77,12 +77,12 @@ class Buffer {
   const std::byte* Data() const { return data_; }
   std::size_t Size() const { return size_; }
   std::size_t Capacity() const { return capacity_; }
-  std::byte* Extend(std::size_t bytes);  // the new bytes at the end, unset
+  std::byte* Extend(std::size_t bytes);  // returns the new, uninitialised bytes
   void Append(const void* bytes, std::size_t count);
   void DropFront(std::size_t bytes);
   void Reserve(std::size_t capacity);
-  void Resize(std::size_t size);  // only downwards, or within the capacity
-  void Release();                 // empty, memory given back
+  void Resize(std::size_t size);  // at most to the capacity
+  void Release();                 // empties the buffer and frees its memory
 
  private:
   std::byte* data_ = nullptr;
@@ -94,18 +94,18 @@ class Buffer {
 class Encoder {
  public:
   void BeginFrame(FrameType type, std::uint16_t slot = 0);
-  void EndFrame();  // enters the payload's length
+  void EndFrame();  // fills in the payload's length
 
   void U16(std::uint16_t value) { Scalar(value); }
   void U32(std::uint32_t value) { Scalar(value); }
   void Bytes(const void* bytes, std::size_t count) { buffer_.Append(bytes, count); }
   std::byte* Space(std::size_t count) { return buffer_.Extend(count); }  // `count` bytes for the caller to fill
 
-  // Drops what was encoded after `size` bytes of the payload of the frame that is being built.
+  // CutPayload drops everything after the first `size` bytes of the current frame's payload.
   std::size_t PayloadBytes() const { return buffer_.Size() - frame_ - kHeadBytes; }
   void CutPayload(std::size_t size) { buffer_.Resize(frame_ + kHeadBytes + size); }
 
-  // Writes over 4 bytes at `offset` of the payload of the frame that is being built.
+  // Overwrites 4 bytes at `offset` in the current frame's payload.
   void PutU32(std::size_t offset, std::uint32_t value);
 
   void Clear();
@@ -116,11 +116,11 @@ class Encoder {
   void Scalar(T value);
 
   Buffer buffer_;
-  std::size_t frame_ = 0;  // where the frame that is being built starts
+  std::size_t frame_ = 0;  // where the current frame starts
 };
 
-// Reads a payload. Every length is checked against what is there: a read beyond the end gives zeros (null for Bytes)
-// and leaves the decoder failed, so that a caller can read on and look at Ok once.
+// Reads a payload and checks every length against what is left. A read beyond the end returns zero (null for Bytes) and
+// fails the decoder, so that a caller can read on and check Ok once.
 class Decoder {
  public:
   Decoder() = default;
@@ -131,7 +131,7 @@ class Decoder {
   std::uint32_t U32() { return Scalar<std::uint32_t>(); }
   const std::byte* Bytes(std::size_t count);  // points into the payload
 
-  // What was read makes no sense.
+  // Marks the payload as malformed.
   void Fail() { ok_ = false; }
   bool Ok() const { return ok_; }
   bool AtEnd() const { return ok_ && left_ == 0; }
@@ -146,33 +146,33 @@ class Decoder {
   bool ok_ = true;
 };
 
-// What a server tells of one part of a long call. All texts are UTF-8. On the wire: fate (2), done (4), total (4), name
-// and reason and before, each with its length in bytes (4) in front, after.
+// A server's report on one part of a long call. All texts are UTF-8. On the wire: fate (2), done (4), total (4); name,
+// reason and before, each preceded by its length in bytes (4); after, up to the end of the payload.
 struct Note {
-  std::uint16_t fate;       // what became of it; the numbers are those of the method
-  std::uint32_t done;       // parts of the call that are done, this one included
+  std::uint16_t fate;       // what became of the part; the method defines the numbers
+  std::uint32_t done;       // finished parts of the call, this one included
   std::uint32_t total;      // all parts of the call
   std::string_view name;    // of the part
-  std::string_view reason;  // why, where the fate does not say it; may be empty
-  std::string_view before;  // content of the part before and after, where a rehearsal shows it
+  std::string_view reason;  // where the fate alone does not say why; may be empty
+  std::string_view before;  // content of the part before and after, in a rehearsal
   std::string_view after;
 };
 
-// Where the two contents are too long for a frame, both are left out. Throws std::bad_alloc.
+// Leaves out both contents when they do not fit into a frame. Throws std::bad_alloc.
 void AppendNote(const Note& note, Encoder* frames);
 
-// False when the payload is no Note. The texts lie in the payload.
+// Returns false when the payload is malformed. The texts point into the payload.
 bool TakeNote(Decoder& payload, Note* note);
 
 // ---- Client --------------------------------------------------------------------------------------------------------
 
-// True when a process listens at the socket. Nothing is sent.
+// Returns true when a process listens on the socket. Sends nothing.
 bool SomebodyListens(const std::string& socketPath);
 
-// What a client does with the notes of a call.
+// Receives the notes of a call in the client.
 class NoteReceiver {
  public:
-  virtual void Receive(const Note& note) = 0;  // throws nothing
+  virtual void Receive(const Note& note) = 0;  // must not throw
 
  protected:
   ~NoteReceiver() = default;
@@ -184,10 +184,10 @@ class Connection {
   enum class Outcome {
     ok,
     nobody,       // no server listens there, or it went away before it answered the opening
-    busy,         // a server listens, but gave no answer in the time that there was
-    lost,         // the server went away in an exchange, or in a rehearsal of which it had told something
-    full,         // the server has as many connections as it can have
-    denied,       // the socket is another user's
+    busy,         // a server listens but did not answer in time
+    lost,         // the connection failed after the first note of a rehearsal, or the server refused for another reason
+    full,         // the server has as many connections as it can take
+    denied,       // the socket belongs to another user, or the server refuses this one
     otherVersion  // the peer speaks another version of the protocol
   };
 
@@ -200,30 +200,30 @@ class Connection {
     std::chrono::milliseconds limit{};  // as LimitAnswers
   };
 
-  // Connects to a process of `user` (or of root, where root does not act for a user) and exchanges the opening frames;
-  // `*answer` receives the payload of the opening's answer, valid until the next exchange. Waits `seconds` for it; 0:
-  // as long as the server is there, since it may be at work for another client. A rehearsal is not sent to a server
-  // that does not know of it: otherVersion.
+  // Connects to a process of `user` and exchanges the opening frames. Accepts a process of root too, unless this
+  // process is root and `user` is not. `*answer` reads the payload of the answer and is valid until the next exchange.
+  // Waits `seconds` for the answer; 0 waits as long as the server lives, because it may be serving another client.
+  // Sends no rehearsal to a server that does not know the frame: otherVersion.
   static Outcome Open(const std::string& socketPath, uid_t user, const Opening& opening, int seconds,
                       std::unique_ptr<Connection>* connection, Decoder* answer);
 
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  // From now on an exchange that takes longer than this ends with the connection: Outcome::busy, or 0x800705B4. 0:
-  // none.
+  // Limits every later exchange. One that takes longer fails with 0x800705B4 (Outcome::busy in Open) and breaks the
+  // connection. 0: no limit.
   void LimitAnswers(std::chrono::milliseconds limit) { limit_ = limit; }
 
-  // Starts the request for a slot; the caller encodes the arguments and calls Exchange. `receiver` (unless null) gets
-  // the notes of the call, where the server knows of them.
+  // Starts the request for a slot; the caller then encodes the arguments and calls Exchange. `receiver` (may be null)
+  // gets the notes of the call if the server knows how to send them.
   Encoder& BeginCall(std::uint16_t slot, NoteReceiver* receiver = nullptr);
 
-  // Sends the request and waits for its result: the method's, with `*out` at the out-arguments after it (valid until
-  // the next BeginCall or AskReason), or one of the transport's own.
+  // Sends the request, waits for the answer and returns the method's result or an error of the transport. `*out` reads
+  // the out-arguments and is valid until the next BeginCall or AskReason.
   HRESULT Exchange(Decoder* out);
 
-  // Why the last call ended as it did: UTF-8, empty when the server has nothing to say or does not know of reasons.
-  // Throws std::bad_alloc.
+  // Asks the server why the last call ended as it did. Returns UTF-8; empty when the server gives no reason or does not
+  // know the frame. Throws std::bad_alloc.
   std::string AskReason();
 
  private:
@@ -238,16 +238,16 @@ class Connection {
 
   const platform::Descriptor descriptor_;
   std::chrono::milliseconds limit_{};                 // of an exchange; 0: none
-  std::chrono::steady_clock::time_point deadline_{};  // of the one that is going on, where there is a limit
+  std::chrono::steady_clock::time_point deadline_{};  // of the current exchange, if there is a limit
   bool broken_ = false;
-  bool staysAwake_ = true;            // while it waits: the last answer came soon
-  bool hasNotes_ = false;             // some came
+  bool staysAwake_ = true;            // polls before it sleeps: the last answer came soon
+  bool hasNotes_ = false;             // a note has arrived
   bool hasResult_ = false;            // the server has answered the last call
-  bool knowsReasons_ = false;         // the server
-  NoteReceiver* receiver_ = nullptr;  // of the call that is being made
+  bool knowsReasons_ = false;         // the server knows the frame types from reason to rehearse
+  NoteReceiver* receiver_ = nullptr;  // of the current call
   Encoder request_;
-  Buffer received_;           // from the last frame on
-  std::size_t consumed_ = 0;  // bytes of `received_` that the last frame took
+  Buffer received_;           // the answers of the current exchange
+  std::size_t consumed_ = 0;  // where the next frame starts in `received_`
 };
 
 // ---- Server --------------------------------------------------------------------------------------------------------
@@ -258,7 +258,7 @@ class Caller {
   virtual uid_t User() const = 0;
   virtual pid_t Process() const = 0;
 
-  // Tells the peer at once, without waiting for it, if it follows the call. A peer that lets too much of it pile up
+  // Sends a note to the peer, without blocking, if the peer follows the call. A peer that lets too many notes pile up
   // loses its connection. Throws nothing.
   virtual void Tell(const Note& note) = 0;
 
@@ -266,40 +266,40 @@ class Caller {
   ~Caller() = default;
 };
 
-// What a server keeps for one connection that carries an object. Destroyed when the connection ends, for whatever
-// reason: the object's references go with it.
+// The server's state of one connection that carries an object. Destroyed when the connection ends, for whatever reason,
+// which releases the object.
 class Session {
  public:
   virtual ~Session() = default;
 
-  // Serves one call: reads the arguments, appends the out-arguments to `out`, gives the method's result. When the
-  // arguments do not decode, nothing is called and the result is rpc::kBadStubData.
+  // Serves one call: decodes the arguments, calls the method, appends the out-arguments to `out` and returns the
+  // method's result. Returns rpc::kBadStubData without calling the method when the arguments do not decode.
   virtual HRESULT Call(Caller& caller, std::uint16_t slot, Decoder& arguments, Encoder& out) = 0;
 
-  // Why the last call ended as it did: UTF-8, or empty.
+  // Returns why the last call ended as it did: UTF-8, may be empty.
   virtual std::string Reason() { return {}; }
 };
 
-// What one listening socket leads to.
+// Serves the connections of one listening socket.
 class Service {
  public:
   virtual HRESULT Create(const std::byte* interfaceId, std::unique_ptr<Session>* session) = 0;
 
-  // Tells the caller, note by note, what a call would do, and does nothing of it.
+  // Sends the caller notes of what a call would do, without doing it.
   virtual HRESULT Rehearse(Caller& /*caller*/, Decoder& /*arguments*/) { return E_NOTIMPL; }
 
-  // Called when the name of the socket is lost: makes its folder again where that is gone, or gives the socket another
-  // path. False when it is not to be had.
+  // Called when the socket file has disappeared. Recreates its folder or gives the socket another path. Returns false
+  // when neither works.
   virtual bool RestoreFolder(std::string* /*socketPath*/) { return true; }
 
  protected:
   ~Service() = default;
 };
 
-// The server's sockets and peers. Lives on the thread whose message loop it feeds; every call runs there. Peers are
-// held apart: one that sends half a frame or does not read its answer holds up no other. What all of them together make
-// the server hold of half frames and unread answers is limited: beyond kHeldBytes the peer that has the most goes. A
-// peer for which no descriptor is left is told so and goes. Sockets whose names are lost get them again in a moment.
+// The server's sockets and peers. Lives on the thread whose message loop it feeds; every call runs there. Peers do not
+// block each other: one that sends half a frame or does not read its answer delays no other. Partial frames and unread
+// answers of all peers together may take kHeldBytes; beyond that, the peer that takes most is dropped. A peer for which
+// no descriptor is left is told so and dropped. A socket file that disappears is recreated within seconds.
 class Server final : public platform::MessageSource {
  public:
   static constexpr std::size_t kHeldBytes = 512u << 20;
@@ -309,12 +309,12 @@ class Server final : public platform::MessageSource {
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 
-  // Listens at `socketPath` for `service` (not owned). A dead socket file in the way is replaced: the caller sees to it
-  // that no other process listens there. False when the system refuses.
+  // Listens at `socketPath` for `service` (not owned). Replaces a stale socket file; the caller ensures that no other
+  // process listens there. Returns false when the system refuses.
   bool Listen(const std::string& socketPath, Service* service);
 
-  // Stops listening there and ends the connections that came that way and carry no object yet, at once, so that their
-  // clients turn to another server without waiting.
+  // Stops listening at `socketPath` and closes its connections that carry no object yet, so that their clients turn to
+  // another server at once.
   void Withdraw(const std::string& socketPath);
 
   std::uint32_t LiveObjects() const { return liveObjects_; }
@@ -361,18 +361,18 @@ class Server final : public platform::MessageSource {
 
   const platform::Descriptor epoll_;
   const std::size_t mostPeers_;
-  platform::Descriptor spare_;  // given up for the moment in which a peer is told that there is no other
+  platform::Descriptor spare_;  // lent to a peer that is told that no descriptor is left
   int wakeDescriptor_ = -1;
   std::chrono::steady_clock::time_point namesSeen_;
   bool listenersPaused_ = false;
   std::chrono::steady_clock::time_point pausedSince_;
   bool readyIsNext_ = false;
-  bool hasServed_ = false;  // since the last waiting
+  bool hasServed_ = false;  // since the last wait
   std::uint64_t nextKey_ = 1;
   std::unordered_map<std::uint64_t, std::unique_ptr<Listener>> listeners_;
   std::unordered_map<std::uint64_t, std::unique_ptr<Peer>> peers_;
-  std::deque<std::uint64_t> ready_;  // peers with a whole frame in their own buffer
-  Buffer received_;                  // what the last reading brought; holds the frame until it is dispatched
+  std::deque<std::uint64_t> ready_;  // peers with a complete frame in their own buffer
+  Buffer received_;                  // what the last read returned; holds the frame until it is dispatched
   Encoder answer_;
   Encoder note_;
   std::size_t heldBytes_ = 0;

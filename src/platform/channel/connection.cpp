@@ -19,10 +19,10 @@ namespace {
 
 constexpr std::size_t kFirstReceiveBytes = 4096;
 
-// Room for an answer of this length is made as soon as it is announced.
+// Reserves room for an answer of up to this length as soon as its head arrives.
 constexpr std::size_t kTrustedBytes = 1u << 20;
 
-// A server that is stopped does not take connections out of its queue.
+// Limits the wait for a stopped server, which leaves connections in its queue.
 constexpr int kConnectSeconds = 30;
 
 constexpr HRESULT kTimedOut = HRESULT_FROM_WIN32(ERROR_TIMEOUT);
@@ -55,7 +55,7 @@ bool SomebodyListens(const std::string& socketPath) {
   sockaddr_un address{};
   if (!SocketAddress(socketPath, &address)) return false;
   const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  // A queue that is full at this moment has a server all the same.
+  // EAGAIN means that the queue is full, so a server is there.
   return probe && (Connect(probe.Number(), address) || errno == EAGAIN);
 }
 
@@ -79,7 +79,7 @@ Connection::Outcome Connection::Open(const std::string& socketPath, uid_t user, 
   own.StartClock();
 
   AppendHello(&own.request_);
-  // An older server would take the frame for an error: its Hello is waited for.
+  // Waits for the server's Hello first, because an older server would reject the frame.
   const bool asksFirst = opening.type == FrameType::rehearse;
   if (!asksFirst) own.AppendOpening(opening);
 
@@ -87,7 +87,7 @@ Connection::Outcome Connection::Open(const std::string& socketPath, uid_t user, 
   LimitWaiting(own.descriptor_.Number(), SO_RCVTIMEO, seconds);
   const auto silence = [] { return errno == EAGAIN ? Outcome::busy : Outcome::nobody; };
   FrameHead head{};
-  // Also when sending fails: a server that refuses this client may have said so and gone.
+  // Reads on even if sending fails: a server that refuses this client may have said so and closed.
   own.Send(own.request_.Frames());
   if (!own.ReceiveFrame(&head, answer)) return silence();
   if (head.type == FrameType::hello) {
@@ -150,7 +150,7 @@ HRESULT Connection::Exchange(Decoder* out) {
       return errno == EAGAIN ? kTimedOut : rpc::kCallFailed;
     }
   } catch (const std::bad_alloc&) {
-    broken_ = true;  // the rest of the answer is still to come and would be taken for that of the next call
+    broken_ = true;  // the rest of the answer would be taken for the next call's
     return E_OUTOFMEMORY;
   }
   if (head.type != FrameType::result && head.type != FrameType::refusal) {
@@ -174,7 +174,7 @@ std::string Connection::AskReason() {
   StartClock();
   FrameHead head{};
   Decoder text;
-  broken_ = true;  // unless the answer comes whole
+  broken_ = true;  // until the whole answer has arrived
   if (!Send(request_.Frames()) || !ReceiveFrame(&head, &text) || head.type != FrameType::reason) return {};
   broken_ = false;
   const std::size_t size = text.Left();
@@ -186,7 +186,7 @@ void Connection::StartReceiving() {
   consumed_ = 0;
 }
 
-// The next frame that is no note of the call.
+// Receives the next frame that is not a note of the call. Passes the notes to `receiver`.
 bool Connection::ReceiveAnswer(NoteReceiver* receiver, FrameHead* head, Decoder* payload) {
   for (;;) {
     if (!ReceiveFrame(head, payload)) return false;
@@ -198,7 +198,7 @@ bool Connection::ReceiveAnswer(NoteReceiver* receiver, FrameHead* head, Decoder*
     }
     hasNotes_ = true;
     receiver->Receive(note);
-    // Notes of a long call do not pile up.
+    // Drops each note, so that those of a long call do not pile up.
     received_.DropFront(consumed_);
     consumed_ = 0;
   }
@@ -208,7 +208,8 @@ void Connection::StartClock() {
   if (limit_.count() != 0) deadline_ = std::chrono::steady_clock::now() + limit_;
 }
 
-// Waits till the socket takes or has bytes. False, with EAGAIN, when the time of the exchange is over.
+// Waits until the socket is ready for `events`. Returns false, with errno EAGAIN, when the time of the exchange is
+// over.
 bool Connection::WaitFor(short events) const {
   if (limit_.count() == 0) return true;
   pollfd socket = {descriptor_.Number(), events, 0};
@@ -254,7 +255,7 @@ bool Connection::ReceiveFrame(FrameHead* head, Decoder* payload) {
       wanted = kHeadBytes + head->payloadBytes;
       if (have >= wanted) break;
     }
-    // The room grows with what really arrives, so that a lying length costs nothing.
+    // The buffer grows with what really arrives, so that a false length costs little.
     const std::size_t size = received_.Size();
     if (size == received_.Capacity()) {
       received_.Reserve(std::max(size + kFirstReceiveBytes, std::min(size * 2, start + wanted)));
@@ -269,7 +270,7 @@ bool Connection::ReceiveFrame(FrameHead* head, Decoder* payload) {
       return got >= 0 || (errno != EAGAIN && errno != EWOULDBLOCK);
     };
     if (!staysAwake_ || !IsThereInAMoment(tries)) {
-      // Who stays awake for a server that is busy with others keeps those from the processor.
+      // Polling while the server is busy with other clients would take the processor from them.
       constexpr std::chrono::microseconds kSoon(50);
       const auto asleep = std::chrono::steady_clock::now();
       if (!WaitFor(POLLIN)) return false;
@@ -277,7 +278,7 @@ bool Connection::ReceiveFrame(FrameHead* head, Decoder* payload) {
       staysAwake_ = std::chrono::steady_clock::now() - asleep < kSoon;
     }
     if (got < 0 && errno == EINTR) continue;
-    if (got == 0) errno = ECONNRESET;  // tells the end from a limit that ran out
+    if (got == 0) errno = ECONNRESET;  // distinguishes the end from a timeout
     if (got <= 0) return false;
     received_.Extend(static_cast<std::size_t>(got));
   }

@@ -100,7 +100,7 @@ void Encoder::PutU32(std::size_t offset, std::uint32_t value) {
 }
 
 void Encoder::Clear() {
-  // What one large frame took is not kept for the many small ones.
+  // Does not keep the memory of one large frame for many small ones.
   constexpr std::size_t kKeptBytes = 1u << 20;
   if (buffer_.Capacity() > kKeptBytes) buffer_.Release();
   buffer_.Resize(0);

@@ -29,22 +29,22 @@ constexpr UINT kCallMessage = WM_USER;
 constexpr std::size_t kInterfaceIdBytes = 16;
 constexpr std::string_view kTooManyPeers = "the server has as many connections as its limit of open files allows";
 
-// When accepting failed: what was short may be there again without a peer's leaving.
+// How long accepting pauses after it failed: the lacking resource may become free without a peer leaving.
 constexpr int kRetryMilliseconds = 100;
 
 // Where the frame of a call message lies.
 constexpr LPARAM kInReceived = 0;
 constexpr LPARAM kInPeer = 1;
 
-// The bytes of notes that may wait for one peer. They count only after the call, when peers are held to kHeldBytes: a
-// peer must not go while its call is served.
+// The bytes of notes that may be queued for one peer. They count towards kHeldBytes only after the call: a peer must
+// not be dropped while its call is served.
 constexpr std::size_t kWaitingNoteBytes = 256u << 20;
 
-// How often the names of the sockets are looked at.
+// How often the server checks that its socket files are still there.
 constexpr int kNamesMilliseconds = 2000;
 
-// How many peers may be connected: every one costs a descriptor, and a share stays free for the files that calls open.
-// The usual soft limit is low and is raised first.
+// Returns how many peers may be connected. Each takes a descriptor, and a share stays free for the files that calls
+// open. Raises the soft limit first, which is usually low.
 std::size_t AllowPeers() {
   constexpr rlim_t kFilesOfACall = 24;
   rlimit limit{};
@@ -65,7 +65,7 @@ void AppendRefusal(Encoder* frames, HRESULT result, std::string_view reason) {
   frames->EndFrame();
 }
 
-// The result of what serves a peer; nothing that it throws goes further.
+// Runs `operation` and turns its exceptions into results.
 template <typename Operation>
 HRESULT ResultOf(const Operation& operation) {
   try {
@@ -83,7 +83,7 @@ ucred CredentialsOf(int descriptor) {
   return credentials;
 }
 
-// How many bytes of a text fit into `most`, with no half of a character at the end.
+// Returns how many bytes of a text fit into `most` without splitting a character.
 std::size_t LengthOfWholeCharacters(std::string_view utf8, std::size_t most) {
   if (utf8.size() <= most) return utf8.size();
   while (most != 0 && (static_cast<unsigned char>(utf8[most]) & 0xC0u) == 0x80)
@@ -91,7 +91,7 @@ std::size_t LengthOfWholeCharacters(std::string_view utf8, std::size_t most) {
   return most;
 }
 
-// Room for the next reading that grows with what has arrived, but not far beyond the frame that is promised.
+// Makes room for the next read. The room grows with what has arrived, but not far beyond the announced frame.
 void ReserveForFrame(Buffer* input) {
   const std::size_t next = input->Size() + kReceiveBytes;
   if (next <= input->Capacity()) return;
@@ -109,7 +109,7 @@ struct Server::Listener {
     return lstat(path.c_str(), &now) == 0 && now.st_dev == device && now.st_ino == inode;
   }
 
-  // Takes the name away if it is still this socket's: after the folder was cleared, it may be another server's.
+  // Removes the socket file if it is still this socket's: after the folder was cleared, it may be another server's.
   void RemoveName() const {
     if (HasName()) unlink(path.c_str());
   }
@@ -134,18 +134,18 @@ struct Server::Peer {
   const std::uint64_t listener;
   Service* service;
   const ucred credentials;
-  bool greeted = false;       // its Hello was right
-  bool follows = false;       // gets the notes of its next call, or of the one that is being served
+  bool greeted = false;       // its Hello was accepted
+  bool follows = false;       // gets the notes of its current or next call
   bool hasReason = false;     // its session has served the last call
-  bool queued = false;        // a whole frame of its own buffer waits in ready_; nothing more is read meanwhile
-  bool leaving = false;       // to be dropped once its output is out
-  Buffer input;               // what arrived after, or of, a frame that is not served yet
-  std::size_t served = 0;     // bytes at the front of `input` that are done with
-  Buffer output;              // answers that the peer has not read yet; nothing is read from it meanwhile
-  std::size_t sent = 0;       // bytes at the front of `output` that it has
-  std::size_t held = 0;       // what `input` and `output` take
-  std::size_t toSkip = 0;     // bytes still to come of a call for which memory is lacking
-  std::uint16_t skipped = 0;  // and the slot that it calls
+  bool queued = false;        // a complete frame in `input` waits in ready_; reading pauses meanwhile
+  bool leaving = false;       // to be dropped once its output is sent
+  Buffer input;               // a partial frame, or what arrived after a frame that is not served yet
+  std::size_t served = 0;     // bytes at the front of `input` that are served
+  Buffer output;              // notes and answers that are not sent yet; reading pauses meanwhile
+  std::size_t sent = 0;       // bytes at the front of `output` that are sent
+  std::size_t held = 0;       // bytes allocated for `input` and `output`
+  std::size_t toSkip = 0;     // remaining bytes of a call that is discarded for lack of memory
+  std::uint16_t skipped = 0;  // the slot of that call
   std::unique_ptr<Session> session;
 };
 
@@ -185,7 +185,7 @@ bool Server::Listen(const std::string& socketPath, Service* service) {
   return true;
 }
 
-// Gives the listener a socket of its name.
+// Creates the listener's socket and its file.
 bool Server::Bind(Listener& listener) {
   sockaddr_un address{};
   if (!SocketAddress(listener.path, &address)) return false;
@@ -203,24 +203,25 @@ bool Server::Bind(Listener& listener) {
   return true;
 }
 
-// Sockets lie where systems tidy up. Without their names a server would live on and serve nobody new.
+// Systems clean up the folders where sockets lie. Without its socket files a server would live on but get no new
+// client.
 void Server::RestoreNames() {
   namesSeen_ = Clock::now();
   try {
     for (const auto& [key, listener] : listeners_) {
       if (listener->HasName() || !listener->service->RestoreFolder(&listener->path) || !Bind(*listener)) continue;
       const std::uint32_t events = listenersPaused_ ? 0u : std::uint32_t{EPOLLIN};
-      if (!Watch(listener->descriptor.Number(), events, key)) listener->RemoveName();  // for the next time
+      if (!Watch(listener->descriptor.Number(), events, key)) listener->RemoveName();  // the next check tries again
     }
   } catch (const std::bad_alloc&) {
-    // Then the next time.
+    // The next check tries again.
   }
 }
 
 void Server::Withdraw(const std::string& socketPath) {
   for (auto it = listeners_.begin(); it != listeners_.end(); ++it) {
     if (it->second->path != socketPath) continue;
-    // The name goes first: a client that comes now must not find a socket that no server will serve.
+    // Removes the file first: a client that connects now must not find a socket that no server will serve.
     it->second->RemoveName();
     const std::uint64_t key = it->first;
     listeners_.erase(it);
@@ -254,8 +255,8 @@ bool Server::Wait(int wakeDescriptor, MSG* message) {
     Watch(wakeDescriptor, EPOLLIN, kWakeKey);
   }
 
-  // One event a round: the frame that it brings is served out of received_ before the next one is read. While frames
-  // wait in peers' own buffers, one of them and a glance at the sockets take turns, so that neither starves the other.
+  // Handles one event per round: the frame that it brings is served from received_ before the next read. While frames
+  // wait in the peers' own buffers, rounds alternate between those and the sockets, so that neither starves the other.
   received_.Resize(0);
   if (readyIsNext_ && TakeReady(message)) return true;
   const auto now = Clock::now();
@@ -265,7 +266,7 @@ bool Server::Wait(int wakeDescriptor, MSG* message) {
   const int limit = listenersPaused_ ? kRetryMilliseconds : listeners_.empty() ? -1 : kNamesMilliseconds;
   const auto look = [&](int limitMs) { return epoll_wait(epoll_.Number(), &event, 1, limitMs); };
   int count = 0;
-  // A client that has just had an answer often calls again at once.
+  // A client that has just been answered often calls again at once.
   const bool staysAwake = std::exchange(hasServed_, false) && ready_.empty();
   const bool came = staysAwake && IsThereInAMoment([&] { return (count = look(0)) != 0; });
   if (!came) count = look(ready_.empty() ? limit : 0);
@@ -309,7 +310,7 @@ void Server::HandleEvent(std::uint64_t key, bool writable) {
 void Server::Accept(std::uint64_t listenerKey, const Listener& listener) {
   Descriptor descriptor(accept4(listener.descriptor.Number(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
   if (!descriptor) {
-    // Out of memory: the clients in the queue go on waiting.
+    // When memory is short, the clients in the queue keep waiting.
     const int error = errno;
     if (error == EMFILE || error == ENFILE) TurnAwayNext(listener);
     if (error == ENOBUFS || error == ENOMEM) PauseListeners();
@@ -329,11 +330,11 @@ void Server::Accept(std::uint64_t listenerKey, const Listener& listener) {
     peers_.emplace(key, std::make_unique<Peer>(std::move(descriptor), key, listenerKey, listener.service));
     if (!Watch(accepted, EPOLLIN, key)) Drop(key);
   } catch (const std::bad_alloc&) {
-    // The connection is closed; its client turns to activation and comes again.
+    // The connection closes, and its client tries again through activation.
   }
 }
 
-// There is no descriptor for the next peer: it gets the spare one for as long as it takes to tell it.
+// Refuses the next peer when no descriptor is left, using the spare one for that long.
 void Server::TurnAwayNext(const Listener& listener) {
   spare_.Close();
   Descriptor next(accept4(listener.descriptor.Number(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
@@ -344,7 +345,7 @@ void Server::TurnAwayNext(const Listener& listener) {
   if (!isTold) PauseListeners();
 }
 
-// Tells a peer that is not served why, as far as the socket takes it at once.
+// Tells a peer why it is not served, as far as the socket takes it at once.
 void Server::Turn(int descriptor, HRESULT result, std::string_view reason) {
   try {
     Encoder frames;
@@ -352,7 +353,7 @@ void Server::Turn(int descriptor, HRESULT result, std::string_view reason) {
     AppendRefusal(&frames, result, reason);
     send(descriptor, frames.Frames().Data(), frames.Frames().Size(), MSG_NOSIGNAL);
   } catch (const std::bad_alloc&) {
-    // Then without a word.
+    // The connection then closes without a reason.
   }
 }
 
@@ -370,8 +371,8 @@ void Server::ResumeListeners() {
     WatchFor(listener->descriptor.Number(), EPOLLIN, key);
 }
 
-// Reads once. A whole frame that came with nothing in front of it stays in received_ to be served from there; anything
-// else goes to the peer's own buffer.
+// Reads once. A complete frame that arrives with nothing before it stays in received_ and is served from there;
+// everything else goes to the peer's own buffer.
 void Server::Receive(Peer& peer) {
   if (peer.toSkip != 0) {
     SkipCall(peer);
@@ -401,7 +402,8 @@ void Server::Receive(Peer& peer) {
   QueueNextFrame(peer);
 }
 
-// Memory is lacking for a call that has begun to arrive: it is thrown away as it comes, and answered then.
+// Gives up a call that has begun to arrive and for which memory is short: discards the rest as it arrives, then
+// answers.
 void Server::ForgoCall(Peer& peer) {
   const bool inReceived = received_.Size() != 0;
   const std::byte* begun = inReceived ? received_.Data() : peer.input.Data() + peer.served;
@@ -411,7 +413,8 @@ void Server::ForgoCall(Peer& peer) {
   received_.Resize(0);
   peer.input.Release();
   peer.served = 0;
-  // Only a client with an object waits for a result; and what it has sent after this call would be lost with it.
+  // Only a client with an object waits for a result. Frames that it has sent after this call would be lost with the
+  // call.
   if (!peer.session || head.type != FrameType::call || head.payloadBytes > kMaxPayloadBytes || have > whole) {
     Drop(peer.key);
     return;
@@ -434,7 +437,7 @@ void Server::SkipCall(Peer& peer) {
   if (peer.toSkip == 0) TellLackOfMemory(peer, peer.skipped);
 }
 
-// The answer that takes no memory. It is that of a call: nobody follows it any more, and nothing is to be said of it.
+// Answers a call with E_OUTOFMEMORY, without allocating. The peer gets no more notes of the call and no reason.
 void Server::TellLackOfMemory(Peer& peer, std::uint16_t slot) {
   peer.follows = false;
   peer.hasReason = false;
@@ -452,7 +455,8 @@ std::size_t Server::WholeFrame(const std::byte* bytes, std::size_t size) {
   return size >= whole && whole <= kHeadBytes + kMaxPayloadBytes ? whole : 0;
 }
 
-// Looks at what the peer's own buffer begins with, and keeps account of what the peer makes the server hold.
+// Accounts for the peer's memory, then queues the peer if its own buffer starts with a complete frame. Refuses a frame
+// that is too long.
 void Server::QueueNextFrame(Peer& peer) {
   const std::size_t left = peer.input.Size() - peer.served;
   if (left == 0) {
@@ -473,8 +477,8 @@ void Server::QueueNextFrame(Peer& peer) {
   }
 }
 
-// Accounts for what the peer makes the server hold. When that is too much for the server, the peer that makes it
-// hold the most is dropped. False when that is this peer.
+// Accounts for the memory that the peer takes. While all peers take too much, drops the one that takes most. Returns
+// false when that was this peer.
 bool Server::Hold(Peer& peer) {
   const std::uint64_t key = peer.key;
   const std::size_t now = peer.input.Capacity() + peer.output.Capacity();
@@ -603,8 +607,8 @@ void Server::ServeReason(Peer& peer) {
   answer_.EndFrame();
 }
 
-// While a call is served, nothing but its notes waits to be sent to its peer: what the socket does not take now goes in
-// front of the next one, or of the answer.
+// While a call is served, only its notes are queued for its peer. What the socket does not take now goes out before the
+// next note or the answer.
 void Server::Tell(Peer& peer, const Note& note) {
   try {
     note_.Clear();
@@ -619,23 +623,23 @@ void Server::Tell(Peer& peer, const Note& note) {
       return;
     }
   } catch (const std::bad_alloc&) {
-    // As when too much waits.
+    // Ends as when too many notes are queued.
   }
-  // A frame may be there in part: the peer must not take the answer for the rest of it.
+  // The peer may have part of a frame, and must not take the answer for the rest of it.
   shutdown(peer.descriptor.Number(), SHUT_RDWR);
   peer.output.Release();
   peer.sent = 0;
   peer.follows = false;
 }
 
-// Sends what the socket takes at once. False when the peer is gone.
+// Sends as much as the socket takes at once. Returns false when the peer is gone.
 bool Server::SendNow(const Peer& peer, const std::byte* bytes, std::size_t count, std::size_t* sent) {
   const ssize_t taken = send(peer.descriptor.Number(), bytes, count, MSG_NOSIGNAL);
   *sent = taken < 0 ? 0 : static_cast<std::size_t>(taken);
   return taken >= 0 || errno == EAGAIN || errno == EINTR;
 }
 
-// Sends of the waiting output what the socket takes at once. False when the peer is gone.
+// Sends as much of the queued output as the socket takes at once. Returns false when the peer is gone.
 bool Server::SendWaiting(Peer& peer) {
   const std::size_t left = peer.output.Size() - peer.sent;
   if (left == 0) return true;
@@ -654,11 +658,11 @@ void Server::Refuse(Peer& peer, HRESULT result, std::string_view reason) {
   peer.leaving = true;
 }
 
-// Sends what was encoded; what the peer does not take now waits with it, and nothing more is read from it until then.
+// Sends the encoded frames. Queues what the socket does not take now, and reads nothing from the peer until it is sent.
 void Server::Answer(Peer& peer) {
   Buffer& frames = answer_.Frames();
-  if (frames.Size() == 0) return;  // it has been answered
-  if (peer.output.Size() != 0) {   // after the notes of the call
+  if (frames.Size() == 0) return;  // answered already, or there is nothing to answer
+  if (peer.output.Size() != 0) {   // the notes of the call go first
     peer.output.Append(frames.Data(), frames.Size());
     if (Hold(peer)) WatchFor(peer.descriptor.Number(), EPOLLOUT, peer.key);
     return;
@@ -672,7 +676,7 @@ void Server::Answer(Peer& peer) {
     if (peer.leaving) Drop(peer.key);
     return;
   }
-  // Handed over as it is: copying would take memory, and the call is done.
+  // Moved, not copied: a copy would need memory, and the call is already done.
   peer.output = std::move(frames);
   peer.sent = sent;
   if (!Hold(peer)) return;
@@ -696,7 +700,7 @@ void Server::Flush(Peer& peer) {
 void Server::Drop(std::uint64_t key) {
   const auto found = peers_.find(key);
   if (found == peers_.end()) return;
-  // Out of the table before its object is released: a release may run anything.
+  // Removed from the table before its object is released, because the release may run any code.
   const std::unique_ptr<Peer> peer = std::move(found->second);
   peers_.erase(found);
   heldBytes_ -= peer->held;

@@ -11,7 +11,7 @@
 
 namespace channel {
 
-// False when the path is too long for a socket.
+// Returns false when the path is too long for a socket.
 inline bool SocketAddress(const std::string& path, sockaddr_un* address) {
   if (path.size() >= sizeof address->sun_path) return false;
   *address = {};
@@ -20,13 +20,14 @@ inline bool SocketAddress(const std::string& path, sockaddr_un* address) {
   return true;
 }
 
-// False when the system does not tell who is at the other end.
+// Returns false when the system does not tell the peer's credentials.
 inline bool PeerCredentials(int descriptor, ucred* peer) {
   socklen_t size = sizeof *peer;
   return getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, peer, &size) == 0;
 }
 
-// True when the process at the other end belongs to `user` or to root.
+// Returns true when the peer is a process of `user`. A process of root counts too, unless this process is root and
+// `user` is not.
 inline bool PeerIsTrusted(int descriptor, uid_t user) {
   ucred peer{};
   if (!PeerCredentials(descriptor, &peer)) return false;

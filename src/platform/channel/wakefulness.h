@@ -1,4 +1,4 @@
-// Waiting for what is likely to be there in a moment.
+// A short busy wait for what is likely to arrive in a moment.
 #pragma once
 
 #include <sched.h>
@@ -7,10 +7,10 @@
 
 namespace channel {
 
-// Asks `isThere` again and again for about as long as it takes a sleeping process to wake up: between two processes
-// that exchange short messages, falling asleep and being woken takes longer than all the rest. It does not give way to
-// other processes in between, which would keep the processor for a hundred times as long. Where there is only one
-// processor, the other process could not come while this one is awake: false at once.
+// Polls `isThere` for about as long as it takes to wake a sleeping process: when two processes exchange short messages,
+// falling asleep and being woken takes longer than everything else. Does not yield in between, because another process
+// would then keep the processor a hundred times as long. Returns false at once on a single processor, where the other
+// process cannot run while this one polls.
 template <typename Condition>
 bool IsThereInAMoment(const Condition& isThere) {
   static const bool isAlone = [] {
