@@ -20,9 +20,9 @@ using channel::Connection;
 
 constexpr int kStartSeconds = 30;
 constexpr DWORD kPollMilliseconds = 2;
-constexpr int kStarts = 3;  // of servers that end before they are seen
+constexpr int kStarts = 3;  // of servers that end before they are seen to listen
 
-// One client at a time starts the home's server; the others wait here and then find it.
+// One client at a time starts the home's server; the others wait here and then find it running.
 class ActivationLock {
  public:
   explicit ActivationLock(const platform::Home& home) : file_(home.OpenLockFile("activation.lock")) {}
@@ -39,7 +39,7 @@ class ActivationLock {
   const platform::Descriptor file_;
 };
 
-// The command line that starts the server of a class, as its registration gives it.
+// Reads the command line that starts the server of a class from its registration.
 HRESULT RegisteredCommand(REFCLSID clsid, std::string* command) {
   registry::OwnedKey key;
   LONG failed = RegOpenKeyA(HKEY_CLASSES_ROOT, ("CLSID\\" + GuidText(clsid) + "\\LocalServer32").c_str(), key.Out());
@@ -59,7 +59,7 @@ HRESULT RegisteredCommand(REFCLSID clsid, std::string* command) {
   return S_OK;
 }
 
-// A client's way to a class in the home's server process.
+// Connects a client to a class in the home's server process.
 class Activation {
  public:
   enum class Server { isStarted, isThere };
@@ -68,7 +68,7 @@ class Activation {
       : clsid_(clsid), opening_(Limited(opening)), server_(server), deadline_(Clock::now() + Time()) {}
 
   HRESULT Run(std::unique_ptr<Connection>* connection) {
-    // A server that went away before it answered was just shutting down: its clients are not told, they come again.
+    // A server that goes away before it answers is shutting down: the client retries instead of failing.
     for (HRESULT result = S_OK; Clock::now() < deadline_;) {
       if (Connect(connection, &result)) return result;
       if (server_ == Server::isThere) return rpc::kServerUnavailable;
@@ -85,7 +85,7 @@ class Activation {
     return opening;
   }
 
-  // That there is for all of it.
+  // Returns the time that the whole activation may take.
   static Clock::duration Time() {
     const Clock::duration start = std::chrono::seconds(kStartSeconds);
     return com::TimeLimit().count() == 0 ? start : std::min<Clock::duration>(start, com::TimeLimit());
@@ -95,9 +95,9 @@ class Activation {
     return com::TimeLimit().count() == 0 ? CO_E_SERVER_EXEC_FAILURE : HRESULT_FROM_WIN32(ERROR_TIMEOUT);
   }
 
-  // False when no process serves the class.
+  // Returns false when no process serves the class.
   bool Connect(std::unique_ptr<Connection>* connection, HRESULT* result) {
-    // The folder of a server that runs has been looked at.
+    // ServingFolder has checked the folder of a running server.
     std::string reason;
     if (home_.ServingFolder() == home_.SocketFolder() && !home_.PrepareSocketFolder(&reason)) {
       *result = E_ACCESSDENIED;
@@ -132,7 +132,7 @@ class Activation {
     return true;
   }
 
-  // Returns when a server listens for the class, started here or by another client, or when one is about to.
+  // Starts a server if there is none. Returns once one listens for the class or is about to.
   HRESULT Start() {
     std::string command;
     const HRESULT registered = RegisteredCommand(clsid_, &command);
@@ -141,13 +141,13 @@ class Activation {
     home_.MakeOnFirstUse();
     ActivationLock lock(home_);
     if (!lock.Take(deadline_)) return Late();
-    // A server that has lost its sockets makes new ones soon.
+    // A server that has lost its sockets recreates them soon.
     if (IsListenedTo() || home_.IsServed()) return S_OK;
 
     com::ServerProcess process;
     if (!process.Start(command, registry::OwnerOfLastRead())) return CO_E_SERVER_EXEC_FAILURE;
     while (!IsListenedTo()) {
-      // It may have served another client meanwhile, and gone.
+      // It may have served another client meanwhile and ended.
       if (process.HasEnded()) return ++ended_ < kStarts ? S_OK : CO_E_SERVER_EXEC_FAILURE;
       if (Clock::now() > deadline_) {
         process.End();  // no client waits for it any more
@@ -165,10 +165,10 @@ class Activation {
   const Connection::Opening opening_;
   const Server server_;
   const Clock::time_point deadline_;
-  int ended_ = 0;  // servers that were started and not seen
+  int ended_ = 0;  // servers that ended before they were seen to listen
 };
 
-// Who follows the calls of the calling thread, and how long they may take.
+// The receiver that follows the calls of the calling thread, and how long they may take.
 thread_local channel::NoteReceiver* follower = nullptr;
 thread_local std::chrono::milliseconds timeLimit{};
 

@@ -18,7 +18,7 @@ namespace {
 // The client whose call the calling thread serves.
 thread_local channel::Caller* servedClient = nullptr;
 
-// Serves one call, of which nothing has been said yet.
+// Marks the calling thread as serving one call, and clears its error information.
 class Serving {
  public:
   explicit Serving(channel::Caller& caller) {
@@ -30,7 +30,7 @@ class Serving {
   Serving& operator=(const Serving&) = delete;
 };
 
-// A connection's object: its stub holds the reference that goes when the connection ends.
+// The object of a connection. Its stub holds the reference, which goes when the connection ends.
 class StubSession final : public channel::Session {
  public:
   explicit StubSession(std::unique_ptr<com::CallStub> stub) : stub_(std::move(stub)) {}
@@ -43,7 +43,7 @@ class StubSession final : public channel::Session {
     return result;
   }
 
-  // The sentence is made only now, for the client that asks.
+  // Composes the sentence only now, for the client that asks.
   std::string Reason() override { return reason_ ? com::DescriptionOf(*reason_) : std::string(); }
 
  private:
@@ -90,16 +90,16 @@ class ClassEntry final : public channel::Service {
   ComPtr<IClassFactory> factory_;
 };
 
-// Says that this process serves the home: one process at a time does. Taken with the first class that is published to
-// other processes and given back with the last one that is withdrawn.
+// Marks this process as the one that serves the home. Taken with the first class that is published to other processes,
+// and released with the last one that is withdrawn.
 class ServingLock {
  public:
-  // Once more, after the folder of the sockets was cleared: the file that says so may have been in it.
+  // Takes the lock again after the socket folder was cleared, because its file may have been there.
   bool Renew() { return platform::Home::Current().TakeServing(&file_) == 0; }
 
   HRESULT Take() {
     if (file_) return S_OK;
-    // A server that is just ending gives the lock back within moments.
+    // A server that is about to end releases the lock within moments.
     constexpr int kAttempts = 500;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
       const int error = platform::Home::Current().TakeServing(&file_);
@@ -110,7 +110,7 @@ class ServingLock {
     return CO_E_OBJISREG;
   }
 
-  // Nobody is to look any more for where the sockets were.
+  // Empties the file, so that no client looks where the sockets were.
   void Release() {
     if (file_) host::Truncate(file_, 0);
     file_.Close();
@@ -148,7 +148,7 @@ HRESULT ClassEntry::Rehearse(channel::Caller& caller, channel::Decoder& argument
   return rehearsal(arguments);
 }
 
-// The user's own folder for sockets may have gone with the user's last login.
+// The system may have removed the user's folder for sockets with the user's last login.
 bool ClassEntry::RestoreFolder(std::string* path) {
   std::string reason;
   Runtime& runtime = ProcessRuntime();
@@ -157,7 +157,7 @@ bool ClassEntry::RestoreFolder(std::string* path) {
   return true;
 }
 
-// The calling thread's apartment: the sockets that its message loop serves, until it is left as often as entered.
+// The calling thread's apartment: the sockets that its message loop serves. `entries` counts how often it was entered.
 thread_local std::unique_ptr<channel::Server> apartment;
 thread_local unsigned entries = 0;
 
@@ -276,7 +276,7 @@ HRESULT CoRegisterClassObject(REFCLSID clsid, IUnknown* classObject, DWORD conte
   const std::lock_guard hold(runtime.mutex);
   HRESULT result = S_OK;
   try {
-    runtime.classes.reserve(runtime.classes.size() + 1);  // nothing may fail once the socket is there
+    runtime.classes.reserve(runtime.classes.size() + 1);  // nothing may fail once the socket exists
     auto entry = std::make_unique<ClassEntry>(runtime.lastCookie + 1, clsid, std::move(factory));
     if (forOthers) result = Publish(runtime, *entry);
     if (SUCCEEDED(result)) {
@@ -288,7 +288,7 @@ HRESULT CoRegisterClassObject(REFCLSID clsid, IUnknown* classObject, DWORD conte
     result = E_OUTOFMEMORY;
   }
   if (forOthers && !ServesOthers(runtime)) {
-    // No client can ever reach this process: it must not stay for good.
+    // No client can ever reach this process, so it must not stay.
     runtime.serving.Release();
     PostThreadMessageA(GetCurrentThreadId(), WM_QUIT, 0, 0);
   }
@@ -297,7 +297,7 @@ HRESULT CoRegisterClassObject(REFCLSID clsid, IUnknown* classObject, DWORD conte
 
 HRESULT CoRevokeClassObject(DWORD cookie) {
   Runtime& runtime = ProcessRuntime();
-  std::unique_ptr<ClassEntry> withdrawn;  // released after the lock: a class object may do anything then
+  std::unique_ptr<ClassEntry> withdrawn;  // destroyed after the lock is released: a class object may run any code
   const std::lock_guard hold(runtime.mutex);
   for (auto it = runtime.classes.begin(); it != runtime.classes.end(); ++it) {
     if ((*it)->cookie != cookie) continue;

@@ -1,4 +1,4 @@
-// The class objects and marshalers of this process, as activation and the serving side both need them.
+// The class objects and marshalers of this process, for activation and for serving.
 #pragma once
 
 #include <string>
@@ -8,14 +8,14 @@
 
 namespace com {
 
-// The class object that this process has published, with a reference for the caller; empty when there is none.
+// Returns the class object that this process has published, with a reference for the caller; empty when there is none.
 ComPtr<IClassFactory> FindClassObject(REFCLSID clsid);
 
-// False when nothing carries the interface.
+// Returns false when the interface has no marshaler.
 bool FindMarshaler(REFIID iid, Marshaler* marshaler);
 
-// The socket of a class of the current home: where this process would listen, and where the process that serves the
-// home does.
+// Return the path of a class's socket in the current home: where this process would listen, and where the process that
+// serves the home listens.
 std::string OwnSocketPath(REFCLSID clsid);
 std::string ServingSocketPath(REFCLSID clsid);
 

@@ -1,8 +1,8 @@
 // The component-object runtime of the desktop platform, as far as the server and its clients use it: interfaces and
 // identities, class objects, activation of a local server, task memory, BSTRs, VARIANTs, streams, type libraries.
 //
-// Names, values and results are the platform's own. The runtime knows no interface beyond the ones below; what carries
-// the calls of another interface between processes is told to it (marshaler.h).
+// Names, values and results are the platform's own. The runtime knows no interface beyond the ones below. Marshalers
+// tell it how to carry the calls of other interfaces between processes (marshaler.h).
 #pragma once
 
 #include <cstddef>
@@ -35,8 +35,8 @@ inline bool operator==(const GUID& a, const GUID& b) {
   return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
-// "{627C07C1-2803-4BE4-99FD-10796E46479A}", and back (false when `text` is no identity in this form, letter case
-// aside).
+// Formats and parses "{627C07C1-2803-4BE4-99FD-10796E46479A}". GuidFromText accepts either letter case and returns
+// false for any other form.
 std::string GuidText(const GUID& guid);
 bool GuidFromText(const std::string& text, GUID* guid);
 
@@ -61,7 +61,7 @@ struct IClassFactory : IUnknown {
 };
 inline constexpr IID IID_IClassFactory = {0x00000001, 0x0000, 0x0000, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 
-// A counted reference to an interface; releases it when it goes.
+// Owns a counted reference to an interface.
 template <typename Interface>
 class ComPtr {
  public:
@@ -85,7 +85,7 @@ class ComPtr {
     if (pointer_ != nullptr) pointer_->Release();
     pointer_ = nullptr;
   }
-  // Where a call that hands out a reference puts it; what was held goes first.
+  // Where a call stores the reference that it hands out. Releases the held one first.
   Interface** Out() {
     Reset();
     return &pointer_;
@@ -101,7 +101,7 @@ class ComPtr {
 using OLECHAR = char16_t;
 using BSTR = OLECHAR*;  // NUL-terminated, with its length in bytes (32 bits) in front; null counts as empty
 
-// A block of `bytes` bytes (also of 0: a block that is freed all the same), or null when memory runs out.
+// Allocates `bytes` bytes; even 0 bytes give a block to be freed. Returns null when memory runs out.
 void* CoTaskMemAlloc(std::size_t bytes);
 void CoTaskMemFree(void* block);  // null is allowed
 
@@ -112,7 +112,7 @@ struct TaskMemoryDeleter {
 template <typename T>
 using TaskBlock = std::unique_ptr<T, TaskMemoryDeleter>;
 
-// A block of `bytes` unset bytes. Throws std::bad_alloc.
+// Allocates `bytes` uninitialised bytes. Throws std::bad_alloc.
 template <typename T>
 TaskBlock<T> NewTaskBlock(std::size_t bytes) {
   TaskBlock<T> block(static_cast<T*>(CoTaskMemAlloc(bytes)));
@@ -121,7 +121,7 @@ TaskBlock<T> NewTaskBlock(std::size_t bytes) {
 }
 
 BSTR SysAllocString(const OLECHAR* text);
-BSTR SysAllocStringLen(const OLECHAR* text, UINT characters);  // null text: unset characters
+BSTR SysAllocStringLen(const OLECHAR* text, UINT characters);  // null text: uninitialised characters
 BSTR SysAllocStringByteLen(const char* bytes, UINT count);
 void SysFreeString(BSTR text);
 UINT SysStringLen(BSTR text);  // characters
@@ -205,8 +205,8 @@ inline constexpr IID IID_ISequentialStream = {0x0C733A30, 0x2A1C, 0x11CE, {0xAD,
 inline constexpr IID IID_IStream = {0x0000000C, 0x0000, 0x0000, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 
 // ---- Error information ---------------------------------------------------------------------------------------------
-// Why a call ended as it did, for people: an object sets it for its thread while it serves the call. It says more than
-// the result and never other than the result.
+// Tells people why a call ended as it did. An object sets it for its thread while it serves the call. It says more than
+// the result and never contradicts it.
 
 struct IErrorInfo : IUnknown {
   virtual HRESULT GetGUID(GUID* interfaceId) = 0;
@@ -220,13 +220,13 @@ struct IErrorInfo : IUnknown {
 };
 inline constexpr IID IID_IErrorInfo = {0x1CF2B120, 0x547D, 0x101B, {0x8E, 0x65, 0x08, 0x00, 0x2B, 0x2B, 0xD1, 0x19}};
 
-// Makes `information` (null: nothing) the error information of the calling thread. The runtime does so with null before
-// it serves a call. S_OK.
+// Sets the error information of the calling thread; null clears it. The runtime clears it before it serves a call.
+// Returns S_OK.
 HRESULT SetErrorInfo(ULONG reserved, IErrorInfo* information);
 
 // Takes the error information of the calling thread; S_FALSE when there is none. After a call on an object of another
-// process that is what the object set there: it is fetched only now, once, and only for the thread's last call and
-// while the object's proxy lives and has served no other call since.
+// process, fetches what the object set there: once, only for the thread's last call, and only while the object's proxy
+// lives and has made no other call since.
 HRESULT GetErrorInfo(ULONG reserved, IErrorInfo** information);
 
 // ---- Class objects and activation ----------------------------------------------------------------------------------
@@ -237,44 +237,46 @@ inline constexpr DWORD CLSCTX_REMOTE_SERVER = 0x10;
 inline constexpr DWORD CLSCTX_ALL = 23;
 inline constexpr DWORD REGCLS_MULTIPLEUSE = 1;
 
-// The calling thread enters (leaves) a single-threaded apartment: calls from other processes reach its objects through
-// its message loop. S_FALSE when it is in one already; it leaves that one when it has left as often as entered.
+// Enters (leaves) a single-threaded apartment: calls from other processes reach the calling thread's objects through
+// its message loop. S_FALSE when the thread is in one already. The thread leaves when it has called CoUninitialize as
+// often as CoInitialize.
 HRESULT CoInitialize(void* reserved);
 void CoUninitialize();
 
-// Calls are open to the user of the process and to root, whatever is asked here; kept for the platform's form.
+// Has no effect: calls are open to the user of the process and to root. Kept for the platform's form.
 HRESULT CoInitializeSecurity(void* descriptor, LONG authServices, void* serviceList, void* reserved1, DWORD authnLevel,
                              DWORD impLevel, void* authList, DWORD capabilities, void* reserved3);
 
-// Publishes a class object, of which the runtime holds a reference until it is withdrawn. For CLSCTX_LOCAL_SERVER the
-// process listens on the class's socket of its home: CO_E_OBJISREG when another process serves the home,
-// E_ACCESSDENIED when the socket folder is not the user's own, CO_E_NOTINITIALIZED outside an apartment, E_FAIL when
-// the system gives no socket. A thread of which no class could be published to others is then sent the quit message: no
-// call would ever reach it. With CLSCTX_INPROC_SERVER alone the class is there for this process only.
+// Publishes a class object; the runtime holds a reference until it is withdrawn. With CLSCTX_LOCAL_SERVER the process
+// listens on the class's socket of its home. Returns CO_E_OBJISREG when another process serves the home, E_ACCESSDENIED
+// when the socket folder is not the user's own, CO_E_NOTINITIALIZED outside an apartment, E_FAIL when the system
+// provides no socket. If no class of the process is published to others then, the calling thread is sent the quit
+// message, because no call would ever reach it. Without CLSCTX_LOCAL_SERVER the class is there for this process only.
 HRESULT CoRegisterClassObject(REFCLSID clsid, IUnknown* classObject, DWORD context, DWORD flags, DWORD* cookie);
-HRESULT CoRevokeClassObject(DWORD cookie);  // CO_E_OBJNOTREG for a cookie that stands for nothing
+HRESULT CoRevokeClassObject(DWORD cookie);  // CO_E_OBJNOTREG for an unknown cookie
 
-// Makes an object of a class and asks it for an interface. A class object that this process published for itself is
-// called directly. Otherwise, with CLSCTX_LOCAL_SERVER in `context`, the object is made in the home's server process,
-// which is started when there is none; it then needs a marshaler of the interface.
+// Creates an object of a class and asks it for an interface. Calls a class object that this process has published
+// directly. Otherwise, with CLSCTX_LOCAL_SERVER in `context`, creates the object in the home's server process, which it
+// starts when there is none; that takes a marshaler of the interface.
 //   REGDB_E_CLASSNOTREG        the class is not registered
 //   CO_E_SERVER_EXEC_FAILURE   its executable cannot be started or does not come up in 30 s
 //   0x8007xxxx                 the registry cannot be read
 //   CLASS_E_NOAGGREGATION      an outer object was given for an object of another process
 //   E_NOINTERFACE              the object has no such interface, or nothing carries it between processes (nothing
 //                              carries IUnknown: ask for the class's interface)
-//   E_ACCESSDENIED             the sockets are another user's
+//   E_ACCESSDENIED             the sockets belong to another user
 //   0x80010110                 the server speaks another version of the protocol
 HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID iid, void** object);
 
 namespace com {
 
-// What is known of the process that serves a class of this home, without starting one.
+// The process that serves a class of this home.
 struct ServerStatus {
   DWORD processId;
   DWORD liveObjects;
 };
-// S_FALSE when none runs; 0x800705B4 when it is at work and does not answer in time; otherwise as CoCreateInstance.
+// Asks that process, without starting one. Returns S_FALSE when none runs, 0x800705B4 when it is busy and does not
+// answer in time; other results as CoCreateInstance.
 HRESULT AskServerStatus(REFCLSID clsid, ServerStatus* status);
 
 }  // namespace com
@@ -307,7 +309,7 @@ inline constexpr IID IID_ITypeLib = {0x00020402, 0x0000, 0x0000, {0xC0, 0, 0, 0,
 
 HRESULT LoadTypeLib(const OLECHAR* path, ITypeLib** library);  // TYPE_E_CANTLOADLIBRARY when there is none
 
-// Enters and removes the library below HKEY_CLASSES_ROOT\TypeLib. TYPE_E_REGISTRYACCESS when the registry cannot be
-// written or the library is not registered.
+// Registers and unregisters the library below HKEY_CLASSES_ROOT\TypeLib. TYPE_E_REGISTRYACCESS when the registry cannot
+// be written or the library is not registered.
 HRESULT RegisterTypeLib(ITypeLib* library, const OLECHAR* fullPath, const OLECHAR* helpFolder);
 HRESULT UnRegisterTypeLib(REFGUID guid, WORD majorVersion, WORD minorVersion, LCID lcid, SYSKIND system);

@@ -22,7 +22,8 @@ class ReceivedReason final : public com::ErrorInfo {
   const std::string sentence_;
 };
 
-// The calling thread's own information, and its last call on an object of another process, whose information is there.
+// The calling thread's own information, and its last call on an object of another process, which holds that call's
+// information.
 thread_local ComPtr<IErrorInfo> own;
 thread_local std::weak_ptr<com::Line> lastLine;
 thread_local std::uint64_t lastCall = 0;

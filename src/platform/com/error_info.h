@@ -7,7 +7,7 @@
 
 namespace com {
 
-// Error information that is one sentence. It has no other source of help.
+// Error information that is one sentence, without a program, a help file or a help context.
 class ErrorInfo : public CountedObject<IErrorInfo, IID_IErrorInfo> {
  public:
   HRESULT GetGUID(GUID* interfaceId) final;
@@ -16,20 +16,21 @@ class ErrorInfo : public CountedObject<IErrorInfo, IID_IErrorInfo> {
   HRESULT GetHelpFile(BSTR* path) final;
   HRESULT GetHelpContext(DWORD* context) final;
 
-  // UTF-8. Made when somebody asks for it; a call that fails costs no more until then. Throws std::bad_alloc.
+  // Returns the sentence in UTF-8. It is composed only on request, so that a failing call costs no more than its
+  // result. Throws std::bad_alloc.
   virtual std::string Sentence() const = 0;
 
-  // The same without what takes long to find out.
+  // Returns the sentence without what takes long to find out.
   virtual std::string BriefSentence() const { return Sentence(); }
 };
 
-// The sentence of any error information; empty when it has none.
+// Returns the sentence of any error information; empty when it has none.
 std::string DescriptionOf(IErrorInfo& information);
 
-// The same, brief where it is an ErrorInfo.
+// Like DescriptionOf, but brief for an ErrorInfo.
 std::string BriefDescriptionOf(IErrorInfo& information);
 
-// What was set for the calling thread in this process, and nothing of another process.
+// Takes what was set for the calling thread in this process. Asks no other process.
 ComPtr<IErrorInfo> TakeOwnErrorInfo();
 
 }  // namespace com

@@ -9,7 +9,7 @@ namespace {
 constexpr char kPattern[] = "{xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}";
 constexpr std::size_t kTextLength = sizeof kPattern - 1;
 
-// -1 when `c` is no hexadecimal digit.
+// Returns -1 when `c` is no hexadecimal digit.
 int DigitValue(char c) {
   if (c >= '0' && c <= '9') return c - '0';
   if (c >= 'A' && c <= 'F') return c - 'A' + 10;

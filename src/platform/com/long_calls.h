@@ -1,4 +1,4 @@
-// What a server tells the client of a call while it serves it, and calls that only tell.
+// Notes from a server to the client whose call it serves, rehearsals of calls, and time limits.
 #pragma once
 
 #include <sys/types.h>
@@ -12,19 +12,19 @@ namespace com {
 
 // ---- In the server -------------------------------------------------------------------------------------------------
 
-// The client whose call the calling thread serves; null when it serves none of another process.
+// Returns the client whose call the calling thread serves; null when it serves no call of another process.
 channel::Caller* ServedClient();
 
-// What a class answers to Rehearse: tells ServedClient, note by note, what a call would do, and does nothing of it.
+// Rehearses a call of a class: sends ServedClient notes of what the call would do, without doing it.
 using Rehearsal = HRESULT (*)(channel::Decoder& arguments);
 
-// Makes the rehearsal of a class known; once more for the same class replaces it.
+// Registers the rehearsal of a class. Replaces an earlier one of the same class.
 void RegisterRehearsal(REFCLSID clsid, Rehearsal rehearsal);
 
 // ---- In the client -------------------------------------------------------------------------------------------------
 
-// While one lives, the calls of its thread on objects of other processes are followed: `receiver` gets their notes. One
-// within another takes the place of that.
+// While it lives, `receiver` gets the notes of its thread's calls on objects of other processes. An inner one overrides
+// the outer one.
 class Following {
  public:
   explicit Following(channel::NoteReceiver* receiver);
@@ -36,12 +36,12 @@ class Following {
   channel::NoteReceiver* const outer_;
 };
 
-// Who follows the calls of the calling thread; null when nobody does.
+// Returns the receiver that follows the calls of the calling thread; null when there is none.
 channel::NoteReceiver* Follower();
 
-// While one lives, a call of its thread on an object of another process, and the making of one, takes no longer than
-// this and then ends with 0x800705B4; the object is of no more use then, and what it was asked for may be done all the
-// same. 0: no limit. One within another takes the place of that.
+// While it lives, limits each call of its thread on an object of another process, and the creation of one. A call that
+// takes longer fails with 0x800705B4. The object is unusable then, and the call may still take effect. 0: no limit. An
+// inner one overrides the outer one.
 class WithinTime {
  public:
   explicit WithinTime(std::chrono::milliseconds limit);
@@ -53,15 +53,15 @@ class WithinTime {
   const std::chrono::milliseconds outer_;
 };
 
-// The limit of the calling thread; 0 when there is none.
+// Returns the limit of the calling thread; 0 when there is none.
 std::chrono::milliseconds TimeLimit();
 
-// As CoCreateInstance for an object of the home's server, but 0x800706BA where none runs.
+// Like CoCreateInstance for an object of the home's server, but returns 0x800706BA when no server runs.
 HRESULT CreateWhereServed(REFCLSID clsid, REFIID iid, void** object);
 
-// Has the home's server, which is started when there is none, tell what a call would do; `receiver` gets the notes.
-// Results as CoCreateInstance, or the rehearsal's: E_NOTIMPL when the class has none. rpc::kVersionMismatch also for a
-// server that does not know of rehearsals.
+// Asks the home's server, starting it if there is none, what a call would do; `receiver` gets the notes. Returns the
+// rehearsal's result, E_NOTIMPL when the class has none, or an error as CoCreateInstance. rpc::kVersionMismatch also
+// means a server that does not know rehearsals.
 HRESULT Rehearse(REFCLSID clsid, const void* arguments, std::size_t bytes, channel::NoteReceiver* receiver);
 
 }  // namespace com

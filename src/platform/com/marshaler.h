@@ -1,4 +1,4 @@
-// How the runtime learns to carry an interface between processes. For users of objects com.h is enough.
+// How the runtime learns to carry an interface between processes. Users of objects only need com.h.
 #pragma once
 
 #include <memory>
@@ -10,7 +10,7 @@
 
 namespace com {
 
-// The server's half: decodes calls and makes them on an object, of which it holds a reference.
+// The server's half: decodes calls and makes them on an object, to which it holds a reference.
 class CallStub {
  public:
   virtual ~CallStub() = default;
@@ -19,7 +19,7 @@ class CallStub {
   virtual HRESULT Invoke(std::uint16_t slot, channel::Decoder& arguments, channel::Encoder& out) = 0;
 };
 
-// The way to one object in another process.
+// The connection to one object in another process.
 struct Line {
   explicit Line(std::unique_ptr<channel::Connection> ownConnection) : connection(std::move(ownConnection)) {}
 
@@ -28,20 +28,22 @@ struct Line {
   std::uint64_t calls = 0;  // made so far
 };
 
-// From now on GetErrorInfo of the calling thread is that of the line's last call, which the caller holds.
+// Makes GetErrorInfo of the calling thread ask for the reason of the line's last call. The caller holds the line's
+// mutex.
 void RememberCall(const std::shared_ptr<Line>& line);
 
-// A call begins of which nothing is known yet: GetErrorInfo of the calling thread must not give that of an earlier one.
+// Clears the calling thread's error information when a call begins, so that GetErrorInfo does not return that of an
+// earlier call.
 void ForgetCall();
 
-// The client's half of one object in another process. A proxy owns it; when it goes, the object is released.
+// The client's half of one object in another process. A proxy owns it. Its destruction releases the object.
 class RemoteObject {
  public:
   explicit RemoteObject(std::unique_ptr<channel::Connection> connection)
       : line_(std::make_shared<Line>(std::move(connection))) {}
 
   // One call: encode the arguments with In, Send, decode the out-arguments with Out. Calls of several threads on one
-  // object follow each other.
+  // object run one after the other.
   class Call {
    public:
     Call(RemoteObject& object, std::uint16_t slot)
@@ -72,13 +74,13 @@ class RemoteObject {
 // Stub and proxy of one interface.
 struct Marshaler {
   IID iid;
-  // `object` is asked for `iid`; the stub holds that reference. Null when the object lacks it.
+  // Asks `object` for `iid` and makes a stub that holds that reference. Null when the object lacks the interface.
   std::unique_ptr<CallStub> (*newStub)(IUnknown* object);
-  // A proxy with one reference, as a pointer to the interface; null when memory runs out.
+  // Makes a proxy with one reference, returned as a pointer to the interface; null when memory runs out.
   void* (*newProxy)(std::unique_ptr<RemoteObject> remote);
 };
 
-// Makes the interface known to the runtime of this process; once more for the same interface replaces it.
+// Registers an interface with the runtime of this process. Replaces an earlier marshaler of the same interface.
 void RegisterMarshaler(const Marshaler& marshaler);
 
 }  // namespace com

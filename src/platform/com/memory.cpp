@@ -6,14 +6,15 @@
 
 namespace {
 
-using BstrLength = std::uint32_t;  // what stands in front of a BSTR's text: its bytes without the NUL
+using BstrLength = std::uint32_t;  // precedes a BSTR's text: its length in bytes without the NUL
 
-// Room after the text for a NUL of a whole character, also where an odd number of bytes makes it start one byte late.
+// Room after the text for a NUL of a whole character, which starts one byte late when the text has an odd number of
+// bytes.
 constexpr std::size_t kTailBytes = 2 * sizeof(OLECHAR) - 1;
 
 constexpr BstrLength kMaxTextBytes = std::numeric_limits<BstrLength>::max() - sizeof(BstrLength) - kTailBytes;
 
-// A BSTR of `bytes` bytes of unset text.
+// Allocates a BSTR with `bytes` bytes of uninitialised text.
 BSTR AllocateBstr(std::size_t bytes) {
   if (bytes > kMaxTextBytes) return nullptr;
   const auto length = static_cast<BstrLength>(bytes);

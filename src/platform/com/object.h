@@ -1,5 +1,5 @@
-// Bases of objects with one interface besides IUnknown: they answer for the interface and count references, so that a
-// class only says which interface it has.
+// Base classes of objects with one interface besides IUnknown. They implement QueryInterface and count references, so
+// that a class only names its interface.
 #pragma once
 
 #include <new>
@@ -8,7 +8,7 @@
 
 namespace com {
 
-// Answers for IUnknown and `kInterface`.
+// Implements QueryInterface for IUnknown and `kInterface`.
 template <typename Interface, const IID& kInterface>
 class ObjectBase : public Interface {
  public:
@@ -29,8 +29,7 @@ class ObjectBase : public Interface {
   ~ObjectBase() = default;
 };
 
-// An object without a reference count. What makes it owns it, and nothing may keep it beyond the call in which it was
-// handed over.
+// An object without a reference count. Its creator owns it, and a callee must not keep it beyond the call.
 template <typename Interface, const IID& kInterface>
 class UncountedObject : public ObjectBase<Interface, kInterface> {
  public:
@@ -56,14 +55,14 @@ class CountedObject : public ObjectBase<Interface, kInterface> {
   virtual ~CountedObject() = default;
 
  private:
-  // The last reference is gone.
+  // Called when the last reference is released.
   virtual void Discard() { delete this; }
 
   LONG volatile references_ = 0;
 };
 
-// Asks the object that `make` makes, without a reference, for an interface. An object without that interface goes
-// again. The way in which a class object makes one: E_OUTOFMEMORY when `make` throws std::bad_alloc.
+// Creates an object with `make`, which returns it without a reference, and asks it for an interface. Destroys an object
+// that lacks the interface. Returns E_OUTOFMEMORY when `make` throws std::bad_alloc.
 template <typename Make>
 HRESULT CreateObject(const Make& make, REFIID iid, void** object) {
   try {

@@ -47,8 +47,8 @@ void SplitArguments(const std::string& text, std::vector<std::string>* arguments
   if (any) arguments->push_back(current);
 }
 
-// Program and arguments of a registered command. Without quotes the path may hold blanks: the shortest start of the
-// command, up to a blank or the end, that is an executable counts. Empty when there is none.
+// Splits a registered command into program and arguments. A path without quotes may contain blanks: the program is the
+// shortest prefix of the command, up to a blank or the end, that is an executable. Returns nothing when there is none.
 std::vector<std::string> SplitCommand(const std::string& command) {
   std::vector<std::string> words;
   if (!command.empty() && command[0] == '"') {
@@ -67,7 +67,7 @@ std::vector<std::string> SplitCommand(const std::string& command) {
   return words;
 }
 
-// What a process of another user may know of the environment.
+// Returns whether a process of another user may see the variable.
 bool IsNobodysSecret(std::string_view variable) {
   constexpr std::string_view kKnown[] = {"PATH=", "LANG=", "LC_", "TZ="};
   return std::any_of(std::begin(kKnown), std::end(kKnown), [&](auto known) { return variable.starts_with(known); });
@@ -75,7 +75,7 @@ bool IsNobodysSecret(std::string_view variable) {
 
 std::vector<std::string> EnvironmentWithHome(bool isOfOther) {
   const platform::Home& home = platform::Home::Current();
-  // The server has another working folder.
+  // Sets absolute paths, because the server has another working folder.
   const std::string own = "KESTOR_HOME=" + home.Folder().native();
   const std::string system = "KESTOR_SYSTEM=" + home.SystemFolder().native();
   const auto isGiven = [](std::string_view text) {
@@ -98,7 +98,7 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
   return pointers;
 }
 
-// What the two processes between the starter and the server write into the pipe.
+// What the intermediate process, and the server before exec, write into the pipe.
 struct Report {
   enum Kind : int { started, failed } kind;
   int value;  // process id, or error number
@@ -111,7 +111,7 @@ void Send(int pipe, Report::Kind kind, int value) {
   [[maybe_unused]] const ssize_t written = write(pipe, &report, sizeof report);
 }
 
-// What one client allows itself must not bind the server of all.
+// Raises the soft limits: those of one client must not bind the server of all clients.
 void LiftLimits() {
   for (int number = 0; number < RLIM_NLIMITS; ++number) {
     const auto resource = static_cast<decltype(RLIMIT_FSIZE)>(number);
@@ -122,16 +122,16 @@ void LiftLimits() {
   }
 }
 
-// What the new process is to be; whatever can need memory is made before the fork.
+// Describes the new process. Everything that may need memory is prepared before the fork.
 struct Program {
   char* const* arguments;
   char* const* environment;
   const platform::Identity* identity;  // null: that of the starter
 };
 
-// From here to exec only what is safe between fork and exec in a process with several threads.
+// Only does what is safe between fork and exec in a process with several threads.
 [[noreturn]] void BecomeServer(int pipe, const Program& program) {
-  // The pipe goes first: where the starter had closed a standard descriptor, it lies in the place of that one.
+  // Moves the pipe first: if the starter had closed a standard descriptor, the pipe may have taken its number.
   bool apart = pipe == kReportDescriptor || dup2(pipe, kReportDescriptor) >= 0;
   fcntl(kReportDescriptor, F_SETFD, FD_CLOEXEC);
   const int nothing = open("/dev/null", O_RDWR);
@@ -144,15 +144,15 @@ struct Program {
   sigprocmask(SIG_SETMASK, &none, nullptr);
   for (const int handled : {SIGPIPE, SIGHUP, SIGINT, SIGTERM, SIGCHLD})
     signal(handled, SIG_DFL);
-  // Before anything that the home's owner chose is run.
+  // Changes the identity before running anything that the home's owner chose.
   apart = apart && (program.identity == nullptr || platform::Become(*program.identity));
   if (apart && chdir("/") == 0) execve(program.arguments[0], program.arguments, program.environment);
   Send(kReportDescriptor, Report::failed, errno);
   _exit(127);
 }
 
-// The process between: it starts the server in a session of its own and ends, so that no client is the server's
-// parent.
+// Runs in the intermediate process. Starts the server in a session of its own and ends, so that no client is the
+// server's parent.
 [[noreturn]] void BecomeStarter(int pipe, const Program& program) {
   setsid();
   const pid_t server = fork();
@@ -191,7 +191,7 @@ bool ServerProcess::Start(const std::string& command, uid_t author) {
   return started;
 }
 
-// The reports end when the server has become its own executable, or could not.
+// Reads the reports. They end when the server has executed its program or failed to.
 bool ServerProcess::AwaitStart(int reports) {
   bool started = false;
   bool failed = false;

@@ -16,10 +16,10 @@
 
 namespace {
 
-// Stands before a description inside an executable; a NUL ends the description.
+// Precedes a description inside an executable. A NUL ends the description.
 constexpr std::string_view kMark = "@(#) type library\n";
 
-// Far above any executable, with all that a debugger wants, and far below what takes the machine's memory.
+// Far above the size of any executable with debug information, and far below what would exhaust the memory.
 constexpr std::uintmax_t kMaxFileBytes = std::uintmax_t{256} << 20;
 
 // ---- The text ------------------------------------------------------------------------------------------------------
@@ -33,13 +33,13 @@ struct LibraryHead {
   std::string helpString;  // UTF-8
 };
 
-// Reads the head of a description, which is all that the runtime needs of it. The rest is for programs that make
-// clients; only its end is looked for, because a description that was cut off is none.
+// Reads the head of a description, which is all that the runtime needs. The rest is for programs that generate clients;
+// the reader only looks for its end, to reject a description that was cut off.
 class DescriptionReader {
  public:
   explicit DescriptionReader(std::string_view text) : rest_(text) {}
 
-  // False when the text does not read as "[" attributes "]" "library" NAME "{" … "}" [";"].
+  // Returns false when the text does not read as "[" attributes "]" "library" NAME "{" … "}" [";"].
   bool Read(LibraryHead* head) {
     if (!Take('[') || !ReadAttributes(head) || !Take(']') || TakeWord() != "library") return false;
     head->name = TakeWord();
@@ -74,7 +74,7 @@ class DescriptionReader {
     return true;
   }
 
-  // A name or a number; an identity is one word, hyphens included. Empty when there is none.
+  // Takes a name, a number, or an identity with its hyphens. Empty when there is none.
   std::string TakeWord() {
     Skip();
     const auto isPart = [](unsigned char c) { return std::isalnum(c) != 0 || c == '_' || c == '.' || c == '-'; };
@@ -83,7 +83,7 @@ class DescriptionReader {
     return word;
   }
 
-  // Takes the rest of a text, up to and with its closing quote.
+  // Takes the rest of a text, up to and including its closing quote.
   bool TakeText(std::string* text) {
     text->clear();
     while (!rest_.empty() && rest_.front() != '"') {
@@ -188,19 +188,19 @@ class TypeLibrary final : public com::CountedObject<ITypeLib, IID_ITypeLib> {
   const std::string description_;
 };
 
-// The content of a regular file; empty when it cannot be had. A pipe would hold up the caller, and a device might not
-// end.
+// Returns the content of a regular file; empty when it cannot be read. Refuses other files: a pipe would block the
+// caller, and a device might not end.
 std::string ReadFile(const std::filesystem::path& path) {
   std::error_code error;
   if (!std::filesystem::is_regular_file(path, error)) return {};
-  if (std::filesystem::file_size(path, error) > kMaxFileBytes) return {};  // also when there is no telling
+  if (std::filesystem::file_size(path, error) > kMaxFileBytes) return {};  // also when the size is unknown
   std::ostringstream content;
   content << std::ifstream(path, std::ios::binary).rdbuf();
   return std::move(content).str();
 }
 
-// Finds the description in a file that holds nothing else or is an executable, and gives its library without a
-// reference; null when there is none. The mark alone proves nothing: every program that looks for it holds it.
+// Finds the description in a file that holds nothing else or is an executable. Returns its library without a reference;
+// null when there is none. The mark alone proves nothing, because every program that looks for it contains it.
 ITypeLib* FindLibrary(std::string_view content) {
   for (;;) {
     const std::size_t mark = content.find(kMark);
@@ -245,7 +245,7 @@ const char* SystemName(SYSKIND system) {
   return "";
 }
 
-// Makes the key `path` with `text` as its default value.
+// Creates the key `path` with `text` as its default value.
 bool SetKeyText(const std::string& path, const std::string& text) {
   registry::OwnedKey key;
   if (RegCreateKeyA(HKEY_CLASSES_ROOT, path.c_str(), key.Out()) != ERROR_SUCCESS) return false;
@@ -257,7 +257,7 @@ bool DeleteKey(const std::string& path) {
   return RegDeleteTreeA(HKEY_CLASSES_ROOT, path.c_str()) == ERROR_SUCCESS;
 }
 
-// Whether the key has no subkeys but those that describe a version as a whole.
+// Returns whether the key has no subkeys but those that describe a version as a whole.
 bool HoldsNoLibrary(const std::string& path) {
   registry::OwnedKey key;
   if (RegOpenKeyA(HKEY_CLASSES_ROOT, path.c_str(), key.Out()) != ERROR_SUCCESS) return false;
@@ -270,8 +270,8 @@ bool HoldsNoLibrary(const std::string& path) {
   return result == ERROR_NO_MORE_ITEMS;
 }
 
-// A path of the host system as the registry holds it. False when code page 1252 cannot hold it: a path with a
-// replaced character would lead elsewhere.
+// Converts a path of the host system to the registry's code page. Returns false when code page 1252 lacks a character,
+// because a path with a replaced character would lead elsewhere.
 bool ToRegistryText(const OLECHAR* path, std::string* ansi) {
   return text::FromUtf8Exactly(text::Utf16ToUtf8(path), ansi);
 }
