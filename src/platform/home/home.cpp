@@ -46,7 +46,8 @@ fs::path FromEnvironment() {
   return (config.empty() ? UserFolder() / ".config" : fs::path(config)) / "kestor";
 }
 
-// Absolute and without a separator at the end; otherwise as written, because what stands before a ".." may be a link.
+// Makes a path absolute and drops a separator at the end. Keeps it as written otherwise, because what precedes a ".."
+// may be a link.
 fs::path WithoutTrailingSeparator(const fs::path& folder) {
   std::error_code failed;
   fs::path whole = fs::absolute(folder, failed);
@@ -58,7 +59,7 @@ fs::path WithoutTrailingSeparator(const fs::path& folder) {
 std::atomic<const Home*> current{nullptr};
 std::mutex choosing;
 
-// All homes that were in use: a caller may still hold a reference to one that another one replaced.
+// All homes that were in use: a caller may still hold a reference to one that was replaced.
 std::deque<Home>& Homes() {
   static auto* homes = new std::deque<Home>;
   return *homes;
@@ -69,14 +70,14 @@ constexpr std::size_t kLongestSocketName = 39;
 constexpr std::size_t kLongestSocketPath = sizeof(sockaddr_un::sun_path) - 1;
 
 constexpr const char* kServerLock = "server.lock";
-constexpr host::LockRange kServing = {0, 1};  // of that file
+constexpr host::LockRange kServing = {0, 1};  // in kServerLock
 
 bool IsOwnFolder(const std::string& folder) {
   struct stat status {};
   return stat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == geteuid();
 }
 
-// What is wrong with a folder that nobody but the user is to enter, for people; empty when nothing is.
+// Returns what is wrong with a folder that only the user may enter, in words for people; empty when nothing is.
 std::string WrongWith(const std::string& folder, uid_t user) {
   struct stat status {};
   if (lstat(folder.c_str(), &status) != 0) return folder + ": " + std::strerror(errno);
@@ -93,14 +94,14 @@ bool PreparePrivateFolder(const std::string& folder, uid_t user, std::string* re
   }
   *reason = WrongWith(folder, user);
   if (!reason->empty()) return false;
-  // The umask may have taken something away, also that of a process which made the folder just now.
+  // The umask may have removed permissions, also that of a process that created the folder just now.
   struct stat status {};
   const bool isWhole = lstat(folder.c_str(), &status) == 0 && (status.st_mode & S_IRWXU) == S_IRWXU;
   if (!isWhole) chmod(folder.c_str(), S_IRWXU);
   return true;
 }
 
-// Makes a file that has its mode from the moment at which it has its name. 0 or an errno value.
+// Creates a file that has its mode as soon as it has its name. Returns 0 or an errno value.
 int MakeLockFile(const std::string& path) {
   const std::string hidden = path + "." + std::to_string(getpid());
   unlink(hidden.c_str());
@@ -108,7 +109,7 @@ int MakeLockFile(const std::string& path) {
   if (!file) return errno;
   const bool isMade = fchmod(file.Number(), 0600) == 0;
   if (isMade && renameat2(AT_FDCWD, hidden.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) return 0;
-  // Who has the name first keeps it, also where the file system does not know this kind of renaming.
+  // The first process to create the name keeps it, even on a file system without this kind of rename.
   const int error = isMade && link(hidden.c_str(), path.c_str()) == 0 ? 0 : errno;
   unlink(hidden.c_str());
   return error == EEXIST ? 0 : error;
@@ -123,12 +124,12 @@ int OpenLockFileAt(const std::string& path, Descriptor* file) {
   return *file ? 0 : errno;
 }
 
-// What a home answers in which this user may not make files.
+// The errors of a home in which this user cannot create files.
 bool IsNotToBeHad(int error) {
   return error == EACCES || error == EPERM || error == EROFS || error == ENOENT || error == ENOTDIR || error == ELOOP;
 }
 
-// A home that is missing will be that of the owner of the folder where it is made.
+// A missing home will belong to the owner of the folder in which it is made.
 bool StatHome(const fs::path& home, struct stat* status) {
   for (fs::path folder = home; stat(folder.c_str(), status) != 0; folder = folder.parent_path()) {
     if (folder == folder.parent_path()) return false;
@@ -139,7 +140,7 @@ bool StatHome(const fs::path& home, struct stat* status) {
 Identity IdentityOf(uid_t user, gid_t group) {
   const passwd* const known = getpwuid(user);
   if (known == nullptr) {
-    // The group of the folder that root made for somebody is often root's still.
+    // A folder that root made for another user often still has root's group.
     constexpr gid_t kNobodys = 65534;
     if (group == 0) group = kNobodys;
     return {user, group, {group}};
@@ -173,7 +174,7 @@ ActingAsOwner::~ActingAsOwner() {
 }
 
 bool Become(const Identity& identity) {
-  // The library's own functions would make other threads, which do not exist here, follow.
+  // The C library's functions would change all threads, and the others do not exist here.
   return syscall(SYS_setgroups, identity.groups.size(), identity.groups.data()) == 0 &&
          syscall(SYS_setresgid, identity.group, identity.group, identity.group) == 0 &&
          syscall(SYS_setresuid, identity.user, identity.user, identity.user) == 0;
@@ -202,8 +203,8 @@ Home::Home(fs::path folder) : folder_(std::move(folder)), registry_(folder_ / "r
   std::error_code missing;
   isOfSystem_ = fs::weakly_canonical(system, missing) == fs::weakly_canonical(folder_, missing);
   if (isOfSystem_) return;
-  // The registry is read and paths are translated all the time: a machine without these must not pay for them.
-  const fs::path registry = system / "registry.reg";  // one that may not be looked at must be told, not passed over
+  // The registry is read and paths are translated all the time, so a machine without these files must not pay for them.
+  const fs::path registry = system / "registry.reg";  // one that may not be read must be reported, not ignored
   if (fs::symlink_status(registry, missing).type() != fs::file_type::not_found) systemRegistry_ = registry;
   if (fs::exists(system / "drives", missing)) systemDrives_ = (system / "drives/").native();
 }
@@ -252,7 +253,7 @@ std::string Home::SocketFolder() const {
 
   const uid_t user = User();
   const std::string runtime = Variable("XDG_RUNTIME_DIR");
-  // What su leaves standing there is another user's.
+  // After su the variable still names another user's folder.
   if (user == geteuid() && runtime.starts_with('/') && IsOwnFolder(runtime)) {
     std::string folder = runtime + "/kestor/" + digits;
     if (folder.size() + kLongestSocketName <= kLongestSocketPath) return folder;
@@ -260,7 +261,7 @@ std::string Home::SocketFolder() const {
   return "/tmp/kestor-" + std::to_string(user) + "/" + digits;
 }
 
-// Only what a living process says counts: a home may have been copied, or lie where nothing can be written any more.
+// Only trusts the file while a living process holds the lock: a home may have been copied, or become read-only.
 std::string Home::ServingFolder() const {
   const ActingAsOwner owner(folder_);
   constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
@@ -288,7 +289,7 @@ int Home::TakeServing(Descriptor* lock) const {
   } else if (const int error = host::SetLock(file, F_WRLCK, kServing); error != 0) {
     return error;
   }
-  // Where the disk is full, clients look in the folder where they would have their sockets themselves.
+  // If the disk is full, clients look in the folder where their own sockets would be.
   const std::string folder = SocketFolder();
   std::size_t written = 0;
   host::WriteAt(file, folder.data(), folder.size(), 0, &written);
