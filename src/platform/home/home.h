@@ -110,8 +110,8 @@ class Home {
   // when another process serves the home, or another errno value.
   int TakeServing(Descriptor* lock) const;
 
-  // Creates the socket folder, mode 0700. Returns false when it, or the folder above it, belongs to another user, may
-  // be entered by others, or is no folder. `*reason` then tells people which.
+  // Creates the socket folder, mode 0700. Returns false when it, or the folder above it, cannot be made, belongs to
+  // another user, may be entered by others, or is no folder. `*reason` then tells people which.
   bool PrepareSocketFolder(std::string* reason) const;
 
   // Opens a lock file that the processes of this user share here, and creates it if it is missing: mode 0600, owned by

@@ -103,7 +103,7 @@ Decoded Decode(std::string_view bytes, const std::string& file) {
 
 // ---- From UTF-8 to the tree --------------------------------------------------------------------------------------
 
-// The desktop's roots that this registry does not have.
+// Returns whether a path starts with a root of the desktop that this registry does not have.
 bool IsForeignRoot(std::string_view path) {
   constexpr std::array<std::string_view, 8> kForeign = {
       "HKEY_CURRENT_USER",     "HKCU",         "HKEY_USERS", "HKU", "HKEY_CURRENT_CONFIG", "HKCC",
@@ -122,7 +122,7 @@ class Parser {
     AppendNames(redirection->to, &to_);
   }
 
-  // How many sections were redirected.
+  // Parses the whole file. Returns how many sections were redirected.
   std::size_t Run() {
     NextLine();  // the header
     while (!rest_.empty())
@@ -135,7 +135,7 @@ class Parser {
     none,     // before the first key
     key,      // values go to key_
     foreign,  // values are read and dropped
-    deleted,  // values have no place
+    deleted,  // values are errors
   };
 
   [[noreturn]] void Fail(std::size_t line, const std::string& reason) const { throw FormatError(file_, line, reason); }
@@ -173,7 +173,7 @@ class Parser {
     if (end != std::string_view::npos) ++line_;
   }
 
-  // Blanks and a comment may follow on the line, and nothing else.
+  // Ends the line. Only blanks and a comment may be left on it.
   void EndLine() {
     SkipBlanks();
     if (!AtLineEnd() && !At(';')) Fail("unexpected text");
@@ -262,7 +262,7 @@ class Parser {
     if (valuesMade_ > kMaxValues) Fail(firstLine, "too many values");
   }
 
-  // A text in double quotes. Line ends in it are part of the text.
+  // Takes a text in double quotes, including any line ends in it.
   std::string TakeQuoted() {
     const std::size_t firstLine = line_;
     std::string quoted;
@@ -277,7 +277,7 @@ class Parser {
     return quoted;
   }
 
-  // Type and data of a value; the name stays empty.
+  // Takes type and data of a value. The name stays empty.
   Value TakeData() {
     if (At('"')) return {{}, REG_SZ, Utf16Bytes(text::Utf8ToUtf16(TakeQuoted()) + u'\0')};
     if (TakeWord("dword:")) return {{}, REG_DWORD, DwordBytes(TakeHexNumber(8))};
@@ -305,7 +305,7 @@ class Parser {
     return number;
   }
 
-  // Bytes with commas between them; after a comma a backslash may carry the data on to the next line.
+  // Takes bytes separated by commas. After a comma, a backslash may continue the data on the next line.
   std::string TakeHexBytes() {
     std::string bytes;
     bool mustGoOn = false;
@@ -359,13 +359,13 @@ void AppendHex(std::uint32_t number, unsigned digits, std::string* out) {
     *out += "0123456789abcdef"[number >> 4 * --digits & 0xF];
 }
 
-// False when the data can only be written as bytes: when it is not exactly one terminated text of one line.
+// Returns false when the data can only be written as bytes because it is not exactly one terminated text of one line.
 bool AsPlainText(std::string_view data, std::string* text) {
   const std::u16string units = Utf16Units(data);
   if (units.empty() || units.size() * 2 != data.size()) return false;
   if (units.find_first_of(std::u16string_view(u"\0\r\n", 3)) != units.size() - 1 || units.back() != u'\0') return false;
   *text = text::Utf16ToUtf8({units.data(), units.size() - 1});
-  return text::Utf8ToUtf16(*text) + u'\0' == units;  // not so with half a surrogate pair
+  return text::Utf8ToUtf16(*text) + u'\0' == units;  // false with half a surrogate pair
 }
 
 void AppendHexBytes(const Value& value, std::string* out) {
@@ -407,7 +407,7 @@ void AppendValue(const Value& value, std::string* out) {
   *out += '\n';
 }
 
-// A key that the keys below it imply has no section of its own unless it has values.
+// Writes no section for a key without values if the keys below it imply it.
 void AppendKey(const std::string& path, const Key& key, std::string* out) {
   if (!key.values.Empty() || key.subkeys.Empty()) {
     *out += "\n[" + path + "]\n";

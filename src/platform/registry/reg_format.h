@@ -10,24 +10,24 @@
 
 namespace registry {
 
-// Neither a large file nor a small one of deeply nested keys or short values is to fill the memory.
+// Keep a large file, or a small one of deeply nested keys or short values, from filling the memory.
 inline constexpr std::size_t kMaxFileSize = std::size_t{16} << 20;
 inline constexpr std::size_t kMaxKeys = 100'000;
 inline constexpr std::size_t kMaxValues = 250'000;
 
 enum class Purpose {
   registryFile,  // the registry itself: deletions and keys below other roots are errors
-  import,        // deletions are carried out; what lies below the desktop's other roots is passed over
+  import,        // deletions are carried out; keys below the desktop's other roots are ignored
 };
 
-// Reads the bytes of a file in any of the export formats and enters what it says into `*tree`. Throws FormatError,
-// which names `file`; `*tree` then holds the part before the error. How many sections were redirected, if any are.
+// Parses the bytes of a file in any of the export formats into `*tree`. Throws FormatError, which names `file`; `*tree`
+// then holds the part before the error. Returns how many sections were redirected.
 std::size_t ParseInto(std::string_view bytes, const std::string& file, Purpose purpose, Tree* tree,
                       const Redirection* redirection = nullptr);
 
-// The whole registry, and one key with all below it, as version 5.00 text: UTF-8 without mark, lines ending in LF. A
-// line end in the text is always the end of a line: values that hold one are written as bytes.
+// Format the whole registry, or one key with everything below it, as version 5.00 text: UTF-8 without mark, lines
+// ending in LF. Values that contain a line end are written as bytes, so that every line end in the text ends a line.
 std::string Format(const Tree& tree);
-std::string Format(const Tree& tree, const KeyPath& path);  // there must be such a key
+std::string Format(const Tree& tree, const KeyPath& path);  // the key must exist
 
 }  // namespace registry

@@ -119,7 +119,7 @@ bool IsOneText(DWORD type) {
   return type == REG_SZ || type == REG_EXPAND_SZ;
 }
 
-// The data as a caller of the code page's world sees it.
+// Returns the data in the form that callers see, with texts in code page 1252.
 std::string AnsiData(const Value& value) {
   if (!IsOneText(value.type) && value.type != REG_MULTI_SZ) return value.data;
   std::string ansi = text::FromUtf16(registry::Utf16Units(value.data));
@@ -139,13 +139,14 @@ std::string StoredData(DWORD type, std::string_view ansi) {
   return registry::Utf16Bytes(text::ToUtf16(ansi.substr(0, ansi.find('\0'))) + u'\0');
 }
 
-// Whether a value has this data already.
+// Returns whether the value already has this data.
 bool Holds(const Key& key, const std::string& name, DWORD type, const std::string& data) {
   const Value* value = key.values.Find(name);
   return value != nullptr && value->type == type && value->data == data;
 }
 
-// A key of the home's registry. One that the machine's alone has is made there too: what is changed is the home's.
+// Finds a key of the home's registry. Creates a key that only the machine's registry has, because changes go to the
+// home's.
 Key* KeyToChange(Tree& tree, const KeyPath& path) {
   Key* const key = tree.Find(path);
   return key == nullptr && registry::OfSystem()->Find(path) != nullptr ? &tree.FindOrMake(path) : key;
@@ -225,7 +226,7 @@ LONG RegSetValueExA(HKEY key, const char* name, DWORD reserved, DWORD type, cons
     }
     const std::string stored =
         StoredData(type, size == 0 ? std::string_view() : std::string_view(reinterpret_cast<const char*>(data), size));
-    // Setting what is there already is frequent and needs neither the lock nor a copy of the registry.
+    // Setting what is already there is frequent and needs neither the lock nor a copy of the registry.
     const std::shared_ptr<const Tree> current = registry::OfHome();
     const Key* now = current->Find(path);
     if (now != nullptr && Holds(*now, valueName, type, stored)) return kSuccess;

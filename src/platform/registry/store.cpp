@@ -48,7 +48,7 @@ std::string ReadToEnd(const Descriptor& descriptor, const fs::path& file) {
   return bytes;
 }
 
-// What tells one content of the file from another, as long as a descriptor keeps the inode from being used again.
+// Compares what distinguishes one content of the file from another. A descriptor must keep the inode from being reused.
 bool IsSameContent(const struct stat& a, const struct stat& b) {
   const auto identity = [](const struct stat& s) {
     return std::make_tuple(s.st_dev, s.st_ino, s.st_size, s.st_mtim.tv_sec, s.st_mtim.tv_nsec, s.st_ctim.tv_sec,
@@ -57,8 +57,8 @@ bool IsSameContent(const struct stat& a, const struct stat& b) {
   return identity(a) == identity(b);
 }
 
-// The file's times are those of a coarse clock. What is written to it in the tick of its last change leaves no trace in
-// them, so a copy serves only when that tick was over before the copy was read.
+// File times come from a coarse clock. A write in the same tick as the last change does not alter them, so a copy can
+// be reused only if that tick was over before the copy was read.
 bool IsSettled(const struct stat& file, const timespec& now) {
   return std::tie(now.tv_sec, now.tv_nsec) > std::tie(file.st_ctim.tv_sec, file.st_ctim.tv_nsec);
 }
@@ -95,7 +95,7 @@ const std::shared_ptr<const Tree>& Nothing() {
   return nothing;
 }
 
-// The last snapshot of this process.
+// The last snapshot that this process has of one file.
 class Cache {
  public:
   enum class Trust { everybody, rootAndUser };
@@ -108,7 +108,7 @@ class Cache {
     if (stat(path.c_str(), &now) != 0) return Missing(path);
     if (snapshot_ && snapshot_->IsStillOf(now)) return snapshot_->Content();
     snapshot_.reset();
-    // Without waiting, should something that is no file lie there.
+    // Does not block if something other than a file lies there.
     Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file) return Missing(path);
     auto snapshot = std::make_unique<Snapshot>(std::move(file), path);
@@ -139,13 +139,13 @@ Cache& CacheOfHome() {
   return cache;
 }
 
-// It names what others run.
+// The file names programs that other users run.
 Cache& CacheOfSystem() {
   static Cache cache(Cache::Trust::rootAndUser);
   return cache;
 }
 
-// The home's registry with what only the machine's has, as long as the two stay the same.
+// Returns the home's registry with what only the machine's has. Keeps the result until one of the two changes.
 std::shared_ptr<const Tree> Joined(const std::shared_ptr<const Tree>& home, const std::shared_ptr<const Tree>& system) {
   static std::mutex mutex;
   static std::shared_ptr<const Tree> lastHome;
@@ -162,8 +162,8 @@ std::shared_ptr<const Tree> Joined(const std::shared_ptr<const Tree>& home, cons
 
 // ---- Changing ----------------------------------------------------------------------------------------------------
 
-// Holds the lock that all writers of a home take. A program that never releases it makes changes fail, and does not
-// hold the server up for ever.
+// Holds the lock that all writers of a home take. A program that never releases it makes changes fail but does not
+// block the server for ever.
 class WriteLock {
  public:
   WriteLock(const fs::path& file, std::chrono::milliseconds patience) : file_(Open(file)) {
@@ -177,13 +177,13 @@ class WriteLock {
       std::this_thread::sleep_for(kPause);
     }
   }
-  // Not left to the closing: a process being started at this moment may hold the descriptor a little longer.
+  // Unlocks explicitly, because a process that is being started may hold the descriptor a little longer.
   ~WriteLock() { flock(file_.Number(), LOCK_UN); }
   WriteLock(const WriteLock&) = delete;
   WriteLock& operator=(const WriteLock&) = delete;
 
  private:
-  // Short, for those who wait have no turn: they must meet the moment between two changes of a busy writer.
+  // Short, because waiters do not queue: they must hit the moment between two changes of a busy writer.
   static constexpr std::chrono::microseconds kPause{500};
 
   static Descriptor Open(const fs::path& file) {
@@ -192,14 +192,14 @@ class WriteLock {
     int error = host::Open(AT_FDCWD, file, O_RDWR | O_CREAT | O_EXCL, &lock, 0600);
     if (error == 0) ShareWithWriters(lock, file.parent_path());
     if (error == EEXIST) error = host::Open(AT_FDCWD, file, O_RDWR, &lock);
-    // One made by hand may be readable only, which is enough to lock it.
+    // A file made by hand may be read-only, which is enough to lock it.
     if (error == EACCES && host::Open(AT_FDCWD, file, O_RDONLY, &lock) == 0) error = 0;
     if (error != 0) Throw("cannot open", file, error);
     return lock;
   }
 
-  // A user who may write the folder can lock, whichever user made the file. A user who may only read cannot: it could
-  // keep the others from every change.
+  // Lets every user who may write the folder lock it, whichever user made the file. A user who may only read the folder
+  // gets no access, because it could block every change.
   static void ShareWithWriters(const Descriptor& lock, const fs::path& folder) {
     struct stat home {};
     if (host::Stat(AT_FDCWD, folder, &home) != 0) return;
@@ -210,7 +210,7 @@ class WriteLock {
   Descriptor file_;
 };
 
-// Where a chain of symbolic links ends, whether or not something is there.
+// Returns where a chain of symbolic links ends, whether or not something is there.
 fs::path FollowLinks(fs::path path) {
   constexpr int kMaxLinks = 40;
   for (int i = 0; i < kMaxLinks; ++i) {
@@ -227,7 +227,7 @@ void MakeFolder(const fs::path& home) {
 
 void Write(const Tree& tree, const fs::path& registryFile) {
   const std::string text = Format(tree);
-  // What could not be read again must not be written.
+  // Refuses to write what could not be read again.
   const Tree::Size size = tree.Count();
   if (text.size() > kMaxFileSize || size.keys > kMaxKeys || size.values > kMaxValues) {
     Throw("the registry is full", registryFile, EFBIG);
@@ -235,12 +235,12 @@ void Write(const Tree& tree, const fs::path& registryFile) {
   const fs::path file = FollowLinks(registryFile);
   struct stat old {};
   const bool exists = stat(file.c_str(), &old) == 0;
-  // Replacing would pass over the mode of a file that may not be written.
+  // Checks whether the file may be written, because replacing it would ignore its mode.
   if (exists && faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) != 0) Throw("cannot write", file);
   const platform::ActingAsOwner owner(registryFile.parent_path());
   Descriptor folder;
   int error = host::OpenFolder(AT_FDCWD, file.parent_path(), &folder);
-  // The hidden name is always the same, so that a killed writer leaves one such file at most.
+  // The hidden name is always the same, so that a killed writer leaves at most one such file.
   const std::string name = file.filename();
   if (error == 0) error = host::ReplaceFile(folder, name, "." + name + ".new", text, exists ? &old : nullptr);
   if (error != 0) Throw("cannot write", file, error);

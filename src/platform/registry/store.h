@@ -1,7 +1,7 @@
-// The registry file of the home: reading it as it is now, together with that of the whole machine, and changing it.
+// Reads the registry files of the home and of the whole machine as they are now, and changes that of the home.
 //
-// Both throw FormatError for a damaged file and std::filesystem::filesystem_error for one that cannot be read or
-// written. They may be called from any thread.
+// The functions throw FormatError for a damaged file and std::filesystem::filesystem_error for one that cannot be read
+// or written. Any thread may call them.
 #pragma once
 
 #include <chrono>
@@ -21,16 +21,16 @@ class LockHeld : public std::filesystem::filesystem_error {
   using filesystem_error::filesystem_error;
 };
 
-// The registry as it is now: what the home's file has, and what that of the machine has beside it. Never null.
+// Returns the current registry: the home's, and what only the machine's has. Never null.
 std::shared_ptr<const Tree> Current();
 
-// The two by themselves. Never null.
+// Return each of the two by itself. Never null.
 std::shared_ptr<const Tree> OfHome();
 std::shared_ptr<const Tree> OfSystem();
 
-// Runs `change` on a copy of the home's registry as it is now and puts the copy in its place, while no other process
-// changes it. Nothing is written when `change` changes nothing, or when it does not return ERROR_SUCCESS. The result is
-// that of `change`. Waits `patience` for others who change it, then throws LockHeld.
+// Runs `change` on a copy of the home's current registry and replaces the registry with the copy, under the lock that
+// all writers take. Writes nothing when `change` changes nothing or does not return ERROR_SUCCESS. Returns the result
+// of `change`. Waits at most `patience` for the lock, then throws LockHeld.
 inline constexpr std::chrono::milliseconds kPatience{5000};
 LONG Change(const std::function<LONG(Tree&)>& change, std::chrono::milliseconds patience = kPatience);
 

@@ -1,4 +1,4 @@
-// The registry in memory. Names are UTF-8 and found whatever their letter case.
+// The registry in memory. Names are UTF-8, and lookups ignore letter case.
 #pragma once
 
 #include <algorithm>
@@ -13,11 +13,10 @@
 
 namespace registry {
 
-// The form of a name under which it is found: every letter of code page 1252 in upper case.
+// Returns the form of a name that lookups compare: every letter of code page 1252 in upper case.
 std::string Folded(std::string_view name);
 
-// Items in the order in which they were made, each found by its `name`. Owns them; an item stays where it is in memory
-// until it is removed.
+// Owns items, keeps them in order of creation and finds them by `name`. An item keeps its address until it is removed.
 template <class Item>
 class NamedItems {
  public:
@@ -71,8 +70,8 @@ class NamedItems {
   std::unordered_map<std::string, Item*> byName_;
 };
 
-// The data as the desktop keeps it: texts are UTF-16, little-endian, normally with their terminating NUL. So whatever
-// the desktop holds comes through unchanged, texts with characters outside code page 1252 included.
+// Data in the desktop's form: texts are UTF-16, little-endian, normally with their terminating NUL. So whatever the
+// desktop stores is preserved, even characters outside code page 1252.
 struct Value {
   std::string name;  // empty: the key's default value
   DWORD type = 0;
@@ -96,21 +95,21 @@ struct KeyPath {
   std::vector<std::string> names;  // from below the root down to the key
 };
 
-// Takes the root's name (the short forms HKLM and HKCR too) and the backslash after it from the start of `*path`.
-// False when it starts with none.
+// Takes the root's name (also HKLM and HKCR) and the backslash after it from the start of `*path`. Returns false when
+// the path starts with no root.
 bool TakeRoot(std::string_view* path, Root* root);
 
-// Where the path of a key ends in its line of the file: at the first bracket after which nothing or a comment stands,
-// since names and comments may hold brackets of their own. npos when there is none.
+// Returns where the path of a key ends in its line of the file: at the first closing bracket that only a comment or
+// nothing follows, because names and comments may contain brackets. Returns npos when there is none.
 std::size_t FindClosingBracket(std::string_view line);
 
-// What a name may be: short enough, and of one line, since the file is lines. That of a key must not seem to end where
-// a comment seems to begin.
+// Return whether a name is valid: short enough, and without a NUL or line end, because the file consists of lines. A
+// key name also must not contain a bracket that reads as the end of its path.
 bool IsKeyName(std::string_view name);
 bool IsValueName(std::string_view name);
 
-// Appends the names of `path`, which stand one backslash apart, to `*names`. False when one of them is no key name (a
-// trailing backslash does not count), or when there are too many.
+// Appends the names of `path`, which backslashes separate, to `*names`. Ignores a trailing backslash. Returns false
+// when one of them is no key name, or when there are too many.
 bool AppendNames(std::string_view path, std::vector<std::string>* names);
 
 class Tree {
@@ -119,10 +118,10 @@ class Tree {
 
   Key* Find(const KeyPath& path);
   const Key* Find(const KeyPath& path) const;
-  // Makes the keys above it as well; adds how many were made to `*made`, if given.
+  // Also creates the keys above it. Adds the number of created keys to `*made`, if given.
   Key& FindOrMake(const KeyPath& path, std::size_t* made = nullptr);
   void AddMissing(const Tree& other);  // keys and values that this one lacks
-  bool Remove(const KeyPath& path);    // with all below it; false when there is none, and for a root
+  bool Remove(const KeyPath& path);    // with everything below it; false for a missing key and for a root
 
   struct Size {
     std::size_t keys = 0;  // without the roots

@@ -1,4 +1,4 @@
-// UTF-16 as the desktop keeps it in files and in the data of values: two bytes a unit, the low one first.
+// UTF-16 as the desktop keeps it in files and in the data of values: two bytes per unit, the low byte first.
 #pragma once
 
 #include <cstddef>
@@ -17,7 +17,7 @@ inline std::string Utf16Bytes(std::u16string_view units) {
   return bytes;
 }
 
-// An odd byte at the end does not count.
+// Ignores an odd byte at the end.
 inline std::u16string Utf16Units(std::string_view bytes) {
   std::u16string units(bytes.size() / 2, u'\0');
   for (std::size_t i = 0; i < units.size(); ++i) {
