@@ -11,8 +11,8 @@ namespace kestor {
 
 namespace {
 
-// Up to here, one writing of a header and a content costs less than two of them: a file system does nearly as much for
-// two bytes as for some pages.
+// Up to this size, joining header and content into one write is cheaper than two writes: a file system does nearly as
+// much work for two bytes as for a few pages.
 constexpr std::size_t kConteudoCurto = std::size_t{64} << 10;
 
 template <typename Visita>
@@ -82,8 +82,8 @@ Gravacao GravaModelo(const std::string& caminho, UINT modos, std::string_view ca
     arquivo.Close();
     return Gravacao::feita;
   } catch (const CFileException& falha) {
-    // Made by another station in the meantime, or let go by one: there is such a model after all. After any other
-    // failure it might be this one.
+    // Another station has made the file in the meantime, or has released it: the model exists after all. After any
+    // other failure, the file that exists may be the one written here.
     const bool deOutra = falha.m_lOsError == ERROR_FILE_EXISTS || falha.m_lOsError == ERROR_SHARING_VIOLATION;
     if ((modos & files::mustBeNew) != 0 && deOutra && ArquivoExiste(caminho)) return Gravacao::jaExiste;
     DizRazao("written", falha);

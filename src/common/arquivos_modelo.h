@@ -1,4 +1,4 @@
-// What the stores of both generations do with the files of their models.
+// Operations on model files that the stores of both generations share.
 #pragma once
 
 #include <memory>
@@ -16,10 +16,10 @@ namespace kestor {
 inline constexpr UINT kLeituraModelo = CFile::modeRead | CFile::shareCompat;
 inline constexpr UINT kGravacaoModelo = CFile::modeCreate | CFile::modeWrite | CFile::shareCompat;
 
-// Whether a file can be opened for reading at this moment; `*falha` (unless null) tells why not.
+// Returns true if the file can be opened for reading at this moment. Otherwise `*falha` (unless null) has the reason.
 bool ArquivoExiste(const std::string& caminho, CFileException* falha = nullptr);
 
-// Elements that are not set when they are made: what is read from a file need not be zeros before.
+// An allocator that leaves new elements uninitialised: a buffer for a file's content need not be zeroed first.
 template <typename Elemento>
 struct SemValorInicial : std::allocator<Elemento> {
   template <typename Outro>
@@ -41,26 +41,26 @@ using Bytes = std::vector<char, SemValorInicial<char>>;
 struct ConteudoLido {
   bool inteiro = false;
   LONG comprimento = 0;  // of the file; 2147483647 for a longer one
-  Bytes bytes;           // as many, zeros after those that came; none of a file above kMaxConteudo
+  Bytes bytes;           // as many, with zeros for those that could not be read; none for a file above kMaxConteudo
 };
 
-// Reads an open file, that of the path, from its start. Says why when that is not all of it.
+// Reads the whole of a file that was just opened from `caminho`. Records the reason (razao.h) when it cannot.
 ConteudoLido LeConteudo(CFile& arquivo, const std::string& caminho);
 
 enum class Gravacao {
   feita,
-  jaExiste,      // must be new, and there is a file that can be opened
-  grandeDemais,  // more than kMaxConteudo bytes, which nothing could read again
-  naoAberta,     // cannot be created or opened; must be new, and there is a file that is in use
-  naoFeita       // what was there is untouched
+  jaExiste,      // with mustBeNew: the file exists and can be opened
+  grandeDemais,  // the content has more than kMaxConteudo bytes, and nothing could read it again
+  naoAberta,     // the file cannot be created or opened; with mustBeNew also: it exists and is in use
+  naoFeita       // writing failed; the old file is untouched
 };
 
-// Writes a model: `cabecalho` and `conteudo`, one after the other. `modos` go with kGravacaoModelo: nameAsGiven,
-// mustBeNew. Says why when it is not done, unless there is such a model.
+// Writes a model: `cabecalho`, then `conteudo`. `modos` (nameAsGiven, mustBeNew) are added to kGravacaoModelo. Records
+// the reason (razao.h) of every failure but jaExiste.
 Gravacao GravaModelo(const std::string& caminho, UINT modos, std::string_view cabecalho, std::string_view conteudo);
 
-// Returns the names of the models whose files match `mascara`, in the order of the folder's search. `codigos`:
-// characters of the codes with which the files' names begin.
+// Returns the names of the models whose files match `mascara`, in the order of the folder search. `codigos` is the
+// number of characters that the module and component codes take at the start of the file names.
 std::vector<std::string> NomesDosModelos(const std::string& mascara, std::size_t codigos);
 
 // Returns the names of the files that match `mascara`, in the same order; none when the folder cannot be read.

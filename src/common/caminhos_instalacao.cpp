@@ -22,7 +22,7 @@ constexpr std::array<ModuloFamilia, 21> kModulos = {{
     {"OR", "Orcamento", 19, 2004},    {"AB", "AtivoFixo", 20, 2004},     {"GE", "Gerencial", 21, 2004},
 }};
 
-// As it stands there.
+// Reads a path as it is stored, without adding a backslash.
 bool LeCaminho(const std::string& chave, const char* valor, std::string& caminho) {
   registry::OwnedKey aberta;
   return RegOpenKeyA(HKEY_LOCAL_MACHINE, chave.c_str(), aberta.Out()) == 0 && LeTexto(aberta.Get(), valor, &caminho);
@@ -36,7 +36,7 @@ std::uint32_t LePasta(const std::string& chave, const char* valor, std::string& 
   return 0;
 }
 
-// Null when no application has the code, letter case aside.
+// Returns null if no application has the code in any letter case.
 const ModuloFamilia* BuscaModulo(std::string_view codigo) {
   const auto achado = std::find_if(kModulos.begin(), kModulos.end(), [codigo](const ModuloFamilia& candidato) {
     return text::EqualNoCase(candidato.codigo, codigo);

@@ -15,7 +15,7 @@ bool TemPonto(std::string_view nome) {
   return nome.find('.') != std::string_view::npos;
 }
 
-// The dot rule.
+// Adds the extension to a name without a dot.
 std::string ComExtensao(std::string_view nome, std::string_view extensao) {
   std::string arquivo(nome);
   if (!TemPonto(nome)) arquivo += extensao;
@@ -109,7 +109,7 @@ std::string ChaveRelatorio(std::string_view nome) {
 // ---- What names say ------------------------------------------------------------------------------------------------
 
 std::string_view NomeDoModelo(std::string_view arquivo, std::size_t codigos) {
-  // Codes with wild cards match names that are shorter than they are.
+  // Codes with wild cards match file names that are shorter than the codes.
   arquivo.remove_prefix(std::min(codigos, arquivo.size()));
   return AntesDoPonto(arquivo);
 }

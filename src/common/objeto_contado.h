@@ -8,7 +8,7 @@
 
 namespace kestor {
 
-// One object's share of the count; also of an object whose construction fails.
+// Counts one live object of the server, and takes it off the count even if the object's construction fails.
 class Presenca {
  public:
   explicit Presenca(Servidor& servidor) : servidor_(&servidor) { servidor_->Trava(); }
@@ -25,8 +25,8 @@ class Presenca {
   Servidor* servidor_;
 };
 
-// An object without an outer object and with an atomic reference count. The process stays up from its construction to
-// its end.
+// An object that cannot be aggregated, with an atomic reference count. It keeps the process alive from its construction
+// to its last Release.
 template <typename Interface, const IID& kInterface>
 class ObjetoContado : public com::CountedObject<Interface, kInterface> {
  public:
@@ -42,7 +42,7 @@ class ObjetoContado : public com::CountedObject<Interface, kInterface> {
 
  private:
   void Discard() final {
-    this->AddRef();  // a reference taken and given back while it goes must not end it twice
+    this->AddRef();  // a reference taken and released during destruction must not destroy the object twice
     presenca_.Encerra();
     delete this;
   }
@@ -50,8 +50,8 @@ class ObjetoContado : public com::CountedObject<Interface, kInterface> {
   Presenca presenca_;
 };
 
-// The same for an object that may be part of an outer object: then its interface is the outer object's as far as
-// identity and lifetime go, and the outer object holds the part by an IUnknown of the part's own.
+// The same for an object that may be aggregated. Its interface then leaves identity and lifetime to the outer object,
+// which holds the part through the part's own IUnknown.
 template <typename Interface, const IID& kInterface>
 class ObjetoAgregavel : public com::ObjectBase<Interface, kInterface> {
  public:
@@ -59,8 +59,8 @@ class ObjetoAgregavel : public com::ObjectBase<Interface, kInterface> {
   ULONG AddRef() final { return externo_->AddRef(); }
   ULONG Release() final { return externo_->Release(); }
 
-  // As ObjetoContado::Cria; with an outer object (which is not counted: it outlives its part) the interface asked for
-  // must be IUnknown, and is that of the part.
+  // Works like ObjetoContado::Cria. With an outer object, `iid` must be IUnknown, and the result is the part's own. The
+  // part holds no reference to the outer object, which outlives it.
   template <typename Objeto, typename... Argumentos>
   static HRESULT Cria(IUnknown* externo, REFIID iid, void** object, Argumentos&&... argumentos) {
     return com::CreateObject(

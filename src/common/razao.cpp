@@ -95,7 +95,7 @@ void JuntaRazao(const std::string& antes) noexcept {
     const std::string desde = RazaoDita();
     DizRazao(desde.empty() ? antes : antes + "; " + desde);
   } catch (const std::exception&) {
-    // Then with what has been said since.
+    // Then with the later reason alone.
   }
 }
 

@@ -1,7 +1,7 @@
-// Why a method answers as it does, in a sentence for people: the error information of the thread. English, UTF-8. It
-// costs a method nothing that has nothing to say, and one that fails no more than a copy of what it knows: the sentence
-// is made when somebody asks for it. The last one of a call counts. Nothing here throws; without memory there is no
-// sentence.
+// The reason why a method answers as it does: a sentence for people in English, UTF-8, kept as the thread's error
+// information. A method without a reason pays nothing. A method that fails only copies what it knows: the sentence is
+// composed when a caller asks for it. The last reason of a call counts. Nothing here throws; on allocation failure
+// there is no reason.
 #pragma once
 
 #include <string>
@@ -12,21 +12,21 @@ namespace kestor {
 
 void DizRazao(std::string frase) noexcept;
 
-// A file operation has failed: "NAME cannot be OPERACAO: REASON (error NUMBER)". `operacao`: such as "written", a
-// constant.
+// Records that a file operation failed: "NAME cannot be OPERACAO: REASON (error NUMBER)". `operacao` is a string
+// literal such as "written".
 void DizRazao(const char* operacao, const CFileException& falha) noexcept;
 
-// A file has not what an operation needs: "NAME cannot be OPERACAO: PORQUE".
+// Records that a file is not fit for an operation: "NAME cannot be OPERACAO: PORQUE".
 void DizRazao(const char* operacao, const std::string& caminho, const std::string& porque) noexcept;
 
-// What had been said before goes in front of what has been said since, where several steps of a call are independent.
+// Puts an earlier reason in front of the one recorded since, for a call whose steps are independent.
 void JuntaRazao(const std::string& antes) noexcept;
 
-// Nothing was found in a folder; a reason where that is because the folder is missing or cannot be read.
+// Records why nothing was found in a folder if the folder is missing or cannot be read; otherwise an empty reason.
 void DizRazaoSePastaFalta(const std::string& pasta) noexcept;
 
-// What has been said since the runtime, or EsqueceRazao, has cleared it, as far as that is found out quickly: the
-// server does not keep others waiting for it. Empty when nothing has.
+// RazaoDita returns the reason recorded since the runtime or EsqueceRazao last cleared it; empty if there is none. The
+// sentence is the brief one, so that clients do not wait while a full explanation is worked out.
 std::string RazaoDita() noexcept;
 void EsqueceRazao() noexcept;
 

@@ -17,7 +17,7 @@ void Servidor::Relata(Mudanca mudanca) noexcept {
     if (falta_.empty()) falta_ = mudanca.falta;
     Anota(mudanca);
   } catch (const std::exception&) {
-    // What has been done is done, told or not.
+    // The change stands, reported or not.
   }
 }
 

@@ -1,4 +1,4 @@
-// What the objects know of the process that serves them: they keep it up, and they tell it what they change.
+// What the objects see of the process that serves them: they keep it alive, and they report to it what they change.
 #pragma once
 
 #include <cstddef>
@@ -14,20 +14,20 @@
 
 namespace kestor {
 
-// What became of one model in a call that goes over many. The numbers are those of the protocol.
+// What became of one model in a call that processes many. The numbers are those of the protocol.
 enum class Destino : std::uint16_t {
   nenhum = 0,         // the call is about one model
   convertido = 1,     // migration: its document is stored
-  descartado = 2,     // migration: it had a document already and is deleted
-  fica = 3,           // migration, and deletion of the first generation: stays as it is
+  descartado = 2,     // migration: deleted, because its document existed already
+  fica = 3,           // migration and first-generation deletion: left as it is
   renumerado = 4,     // renumbering
-  inalterado = 5,     // renumbering: nothing in it is to be renumbered; deletion: nothing is there
-  ignorado = 6,       // renumbering: passed over
-  substituiria = 7,   // rehearsed renumbering: would be stored over another model
-  codigoSemCampo = 8  // rehearsed renumbering: a new code, in the place of the name, that no field has
+  inalterado = 5,     // renumbering: nothing in it changes; deletion: there is no file
+  ignorado = 6,       // renumbering: skipped
+  substituiria = 7,   // rehearsed renumbering: would overwrite another model
+  codigoSemCampo = 8  // rehearsed renumbering: a new code, in place of the name, that no field has
 };
 
-// A change that an object has made or refused. Texts are code page 1252, the reason is UTF-8.
+// A change that an object has made or refused. Names are code page 1252; `razao` and `falta` are UTF-8.
 struct Mudanca {
   const char* classe = "";
   const char* metodo = "";
@@ -36,30 +36,31 @@ struct Mudanca {
   std::string_view modelo = {};
   HRESULT resultado = S_OK;
   std::string razao = {};
-  std::string falta = {};                 // why the history lacks what was there before
+  std::string falta = {};                 // why the history lacks the content before the change
   std::optional<std::size_t> bytes = {};  // of the content that was to be written
 
-  // Of one model among many: how many the call is done with, this one included, and its content before and after.
+  // For one model among many: how many of all models the call has finished, including this one, and the model's content
+  // before and after.
   Destino destino = Destino::nenhum;
   std::size_t feitos = 0;
   std::size_t total = 0;
   std::string_view antes = {};
   std::string_view depois = {};
-  bool substitui = false;  // it is stored over another model, whose name its document bears
+  bool substitui = false;  // it overwrites another model, whose name its document bears
 };
 
-// Used on the main thread, but for the count.
+// Used on the main thread, except Trava and Destrava.
 class Servidor {
  public:
   virtual LONG Trava() = 0;     // one live object more; the new count
   virtual LONG Destrava() = 0;  // one less; the new count
 
-  // Tells of a change, with what has been said why (razao.h) where `mudanca` does not say it. Nothing while a Silencio
-  // lives. Throws nothing: what is told changes no result.
+  // Reports a change, with the recorded reason (razao.h) if `mudanca` has none. Does nothing while a Silencio lives. A
+  // report that fails changes no result.
   void Relata(Mudanca mudanca) noexcept;
 
-  // While one lives, what the thread replaces or removes is kept, where the server keeps anything. What could not be
-  // kept is said (razao.h) at its end. One within another does nothing.
+  // While one lives, the files that the thread replaces or removes are kept, if the server keeps a history. The
+  // destructor records (razao.h) why a file could not be kept. A nested one does nothing.
   class Guarda {
    public:
     Guarda(Servidor& servidor, const Mudanca& mudanca)
@@ -78,8 +79,8 @@ class Servidor {
     const files::Keeping guarda_;
   };
 
-  // Runs a method that changes the model `nome`, or refuses to, and tells of it. The method's result; E_OUTOFMEMORY
-  // when it throws std::bad_alloc. A method that takes the Mudanca tells more of it.
+  // Runs a method that changes the model `nome` or refuses to, and reports it. Returns the method's result, or
+  // E_OUTOFMEMORY if it throws std::bad_alloc. A method that takes the Mudanca can add to the report.
   template <typename Metodo>
   HRESULT Executa(Mudanca mudanca, BSTR nome, const Metodo& metodo) {
     const Guarda guarda(*this, mudanca);
@@ -96,8 +97,8 @@ class Servidor {
     return mudanca.resultado;
   }
 
-  // While one lives, changes are not told: what goes over many models tells of each in its own words, and not of the
-  // methods that it calls for that.
+  // While one lives, changes are not reported: a call that processes many models reports each model itself, and not the
+  // methods that it calls for it.
   class Silencio {
    public:
     explicit Silencio(Servidor& servidor) : servidor_(servidor) { ++servidor_.silencios_; }
@@ -117,14 +118,14 @@ class Servidor {
   void DizFaltaDaGuarda() noexcept;
   virtual void Anota(const Mudanca& /*mudanca*/) {}
 
-  // What keeps the files that an operation changes; null: nothing does.
+  // Returns the keeper of the files that an operation changes; null if nothing is kept.
   virtual files::Keeper* IniciaGuarda(const Mudanca& /*operacao*/) noexcept { return nullptr; }
   virtual void TerminaGuarda() noexcept {}
-  // Why some could not be kept since this was asked last, for people; empty when all were.
+  // Returns for people why files could not be kept since the last call; empty if all were kept.
   virtual std::string FaltaDaGuarda() { return {}; }
 
   int silencios_ = 0;
-  std::string falta_;  // the first thing in this operation that could not be kept
+  std::string falta_;  // why a file could not be kept in this operation; the first reason
 };
 
 }  // namespace kestor

@@ -8,13 +8,13 @@
 
 namespace kestor {
 
-// A client's text as code page 1252, up to its first NUL. Null counts as empty.
+// Returns a client's text in code page 1252, up to its first NUL. Null counts as empty.
 std::string TextoDeBstr(BSTR texto);
 
-// Every character of a client's text; none of null.
+// Returns all characters of a client's text, NULs included; none for null.
 std::u16string_view VisaoDeBstr(BSTR texto);
 
-// A new BSTR, of a text of code page 1252 or as it is. Throws std::bad_alloc.
+// Return a new BSTR with a text that is code page 1252 or UTF-16. Throw std::bad_alloc.
 OwnedBstr NovoBstr(std::string_view texto);
 OwnedBstr NovoBstr(std::u16string_view texto);
 

@@ -7,7 +7,8 @@
 
 namespace kestor {
 
-// The data of a value, whatever its type, as text up to its first NUL. False when it is missing or cannot be read.
+// Reads the data of a value, whatever its type, as text up to its first NUL. Returns false if the value is missing or
+// cannot be read.
 bool LeTexto(HKEY chave, const char* valor, std::string* texto);
 
 }  // namespace kestor

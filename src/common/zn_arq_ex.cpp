@@ -21,7 +21,7 @@ namespace kestor {
 namespace {
 
 constexpr UINT kModoLeitura = CFile::modeRead | CFile::shareDenyNone;
-// In a folder of many, a link must not have what is meant for these files written to some other one.
+// Many users share the folder: a symbolic link must not redirect what is written here to another file.
 constexpr UINT kModoGravacao = CFile::modeReadWrite | CFile::shareDenyWrite | files::noLink;
 constexpr UINT kModoCriacao = kModoGravacao | CFile::modeCreate;
 
@@ -88,7 +88,7 @@ std::uint32_t NumeroDaCausa(CFileException::Cause causa) {
   }
 }
 
-// Each operation has numbers of their own for some causes only.
+// Each operation gives only some causes a number of their own.
 constexpr ConjuntoCausas kCausasFecho = {CFileException::hardIO, CFileException::accessDenied,
                                          CFileException::invalidFile, CFileException::sharingViolation,
                                          CFileException::lockViolation};
@@ -103,7 +103,7 @@ std::string ChaveErros() {
   return CCaminhosInstalacao::kChaveBase + std::string("Erros");
 }
 
-// The record is a note: a registry that another program holds must not hold the stations up.
+// The entry only informs: a registry that another program has locked must not delay the stations.
 bool RegistraTexto(std::string_view arquivo) {
   constexpr std::chrono::milliseconds kEsperaRegistry{20};
   return registry::SetTexts(HKEY_LOCAL_MACHINE, ChaveErros().c_str(), {{"Usuario", "0"}, {"Arquivo", arquivo}},
@@ -112,8 +112,8 @@ bool RegistraTexto(std::string_view arquivo) {
 
 }  // namespace
 
-// The causes for which an operation that is tried again gives up at once, and those that have a number of their own
-// when the last attempt is in vain.
+// The causes on which an operation with retries gives up at once, and those with a number of their own if the last
+// attempt fails.
 struct CZNArqEx::Causas {
   ConjuntoCausas semRepetir;
   ConjuntoCausas naUltima;
@@ -124,7 +124,7 @@ constexpr CZNArqEx::Causas CZNArqEx::kCausasAbertura = {
     {CFileException::tooManyOpenFiles, CFileException::accessDenied, CFileException::sharingViolation,
      CFileException::lockViolation, CFileException::diskFull}};
 
-// For a file that another station may be about to make.
+// For a file that another station may be making.
 constexpr CZNArqEx::Causas CZNArqEx::kCausasEsperaCriacao = {
     {CFileException::badPath, CFileException::invalidFile, CFileException::directoryFull},
     kCausasAbertura.naUltima | ConjuntoCausas{CFileException::fileNotFound}};
@@ -196,7 +196,7 @@ std::uint32_t CZNArqEx::AbreComTentativas(UINT modoArquivo, const Causas& causas
   return numero == semErro ? numero : SemFalha(numero);
 }
 
-// The number with which an operation that has failed ends, or 0 when it is to be tried again.
+// Returns the number with which a failed operation ends, or 0 if it is to be retried.
 std::uint32_t CZNArqEx::FalhaTentativa(const Causas& causas, int tentativa) {
   const CFileException::Cause causa = falha_.m_cause;
   // The attempts in between would record the same.
@@ -205,13 +205,13 @@ std::uint32_t CZNArqEx::FalhaTentativa(const Causas& causas, int tentativa) {
   return tentativa < kTentativas ? std::uint32_t{semErro} : NumeroEntre(causas.naUltima, causa);
 }
 
-// For a number that no failure of the file class has led to.
+// Returns `numero`, and clears the failure: the number does not come from the file class.
 std::uint32_t CZNArqEx::SemFalha(std::uint32_t numero) {
   falha_ = {};
   return numero;
 }
 
-// Records only the beginning of the name: the registry is no place for what a client makes up.
+// Records only the beginning of the name: a client must not fill the registry with a name of any length.
 std::uint32_t CZNArqEx::RecusaCaminho(const std::string& caminho) {
   RegistraTexto(NomeDoArquivo(caminho).substr(0, kMaxCaminho));
   falha_ = {CFileException::none, 0, caminho};
@@ -257,7 +257,7 @@ std::uint32_t CZNArqEx::EncheCache(std::uint64_t posicao) {
   if (const std::uint32_t numero = AbreNomeado(); numero != semErro) return numero;
   try {
     Seek(static_cast<LONGLONG>(posicao), begin);
-    const std::int64_t bytesAntes = std::exchange(bytesCache_, -1);  // a reading that fails changes the cache
+    const std::int64_t bytesAntes = std::exchange(bytesCache_, -1);  // a read that fails may overwrite the cache
     const UINT lidos = Read(cache_.get(), capacidadeCache_);
     if (lidos == 0) {
       bytesCache_ = bytesAntes;
@@ -293,7 +293,7 @@ std::uint32_t CZNArqEx::GravaInicio(const void* origem, std::uint32_t tamanho) {
   return numero;
 }
 
-// Writes at `posicao` from the start or the end of the file, which it then gives from the start.
+// Writes at `posicao`, relative to the start or the end of the file. `posicao` receives the offset from the start.
 std::uint32_t CZNArqEx::GravaComTentativas(const void* origem, std::uint32_t tamanho, UINT referencia,
                                            LONGLONG& posicao) {
   if (const std::uint32_t numero = AbreNomeado(); numero != semErro) return numero;
@@ -362,7 +362,7 @@ std::uint32_t CZNArqEx::CriaFaltante(UINT modoArquivo) {
   const std::uint32_t tamanhoRegistro = tamanhoRegistro_;
   std::uint32_t numero = CriaPeloControle(nome_, modo, tamanhoRegistro, Existente::preserva);
   if (numero != naoEncontrado) return numero;
-  // The control file has the name. The file was taken away, or the station that entered the name is making it just now.
+  // The control file has the name. The file was removed, or the station that entered the name is still making it.
   Nomeia(nome_, modo, tamanhoRegistro, false);
   numero = AbreComTentativas(modoArquivo, kCausasEsperaCriacao);
   criaSeNaoExiste_ = true;
@@ -382,8 +382,8 @@ std::uint32_t CZNArqEx::CriaPeloControle(const std::string& nomeArquivo, char mo
   if (numero == semErro) numero = FechaDepois(ProcuraNoControle(nome, registros));
   InvalidaCache();
   if (numero == naoEncontrado) nome_ = caminho;
-  // The file is made first and entered then: a failure in between leaves a file that every station can open, and not
-  // an entry for which the file could never be made again.
+  // The file is made before its name is entered: a failure in between leaves a file that every station can open. An
+  // entry without a file would keep the file from ever being made.
   if (numero == semErro) numero = CriaComZeros(caminho, tamanhoRegistro, existente);
   if (numero != semErro) return numero;
   numero = AbreControle(controle);
@@ -394,7 +394,7 @@ std::uint32_t CZNArqEx::CriaPeloControle(const std::string& nomeArquivo, char mo
   return Abre(caminho, modo, tamanhoRegistro, true, true);
 }
 
-// Closes the file in hand, on the way to another one; the first failure's number.
+// Closes the current file before another one is named. Returns `numero`, or the number of closing if that was 0.
 std::uint32_t CZNArqEx::FechaDepois(std::uint32_t numero) {
   CFileException falha = numero == semErro ? CFileException() : falha_;
   const std::uint32_t fecho = Fecha();
@@ -404,8 +404,8 @@ std::uint32_t CZNArqEx::FechaDepois(std::uint32_t numero) {
   return numero;
 }
 
-// Counts the records of the open control file. naoEncontrado when the name is there already, arquivoInvalido when there
-// is no room for it.
+// Counts the records of the open control file. Returns naoEncontrado if it has the name already, arquivoInvalido if it
+// has no room for it.
 std::uint32_t CZNArqEx::ProcuraNoControle(const std::string& nome, std::uint32_t& registros) {
   InvalidaCache();
   std::uint32_t comprimento = 0;
@@ -426,7 +426,7 @@ std::uint32_t CZNArqEx::InscreveNoControle(const std::string& nome) {
   std::uint32_t numero = ProcuraNoControle(nome, registros);
   if (numero != semErro) return numero;
   char registro[kRegistroControle] = {};
-  if (registros == 0) {  // a station that was killed while it made the file has left it empty
+  if (registros == 0) {  // a station that was killed while making the file left it empty
     numero = GravaInicio(registro, sizeof registro);
     if (numero != semErro) return numero;
     registros = 1;
@@ -435,7 +435,7 @@ std::uint32_t CZNArqEx::InscreveNoControle(const std::string& nome) {
   numero = GravaRegistro(registro, registros, sizeof registro);
   if (numero != semErro) return numero;
   try {
-    // A reader of the entry waits for the file, but not for the disk.
+    // Other stations wait until the control file is closed, not until the disk has the entry.
     Flush();
     return semErro;
   } catch (const CFileException& falha) {
@@ -455,16 +455,16 @@ std::uint32_t CZNArqEx::AbreControle(const std::string& controle) {
   std::uint32_t numero = abre(false);
   if (numero != naoEncontrado) return numero;
   numero = CriaComZeros(controle, kRegistroControle, Existente::preserva);
-  // In other hands it is there, and is waited for like any other.
+  // If another station has it open, it exists, and this one waits for it as usual.
   return numero == semErro || numero == violacaoCompartilhamento ? abre(true) : numero;
 }
 
-// Makes a file with a first record of zeros. One that another station has made since this one found it missing must not
-// be emptied: what it holds is that station's.
+// Makes a file with a first record of zeros. `preserva` is for a file that this station found missing: another one may
+// have made it since, and its content must not be lost.
 std::uint32_t CZNArqEx::CriaComZeros(const std::string& nomeArquivo, std::uint32_t tamanhoRegistro,
                                      Existente existente) {
   const UINT conteudo = existente == Existente::preserva ? UINT{modeNoTruncate} : 0U;
-  Nomeia(nomeArquivo, 'C', tamanhoRegistro, false);  // what this mode does not find cannot be made at all
+  Nomeia(nomeArquivo, 'C', tamanhoRegistro, false);  // a file that even this mode does not find cannot be made
   std::uint32_t numero = AbreComTentativas(kModoCriacao | conteudo, kCausasAbertura);
   if (numero != semErro) return numero;
   std::uint32_t comprimento = 0;

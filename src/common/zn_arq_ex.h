@@ -10,23 +10,22 @@
 
 namespace kestor {
 
-// A file of fixed-size records that is opened, read or rewritten and closed again within one operation. To the file
-// class it adds opening with retries, a number for every failure, a record in the registry of the last file that
-// failed, creation of missing files through a control file, and a read cache. Record n of size s lies at n * s. A local
-// object of each operation; used by one thread, the same one for all objects of the process.
+// A file of fixed-size records that is opened, read or rewritten, and closed within one operation. It adds to the file
+// class: opening with retries, a number for every failure, an entry in the registry for the file that failed last,
+// creation of missing files through a control file, and a read cache. Record n of size s starts at offset n * s. Each
+// operation has a local object. All objects of the process belong to one thread.
 //
-// Modes of opening: what others may do meanwhile, what becomes of a missing and of an existing file
+// Modes of opening: what other openers may do meanwhile, what happens to a missing and to an existing file
 //   'L' reading    read and write   fileNotFound   stays as it is
 //   'G' writing    read             fileNotFound   stays as it is
 //   'C' creation   read             is made        is emptied
 //
-// A file that was made once and is gone is not made again: the control file ZNCTLARQ.DAT of its folder tells. It has
-// records of 32 bytes, the first of zeros, every other the upper-case name (without folder, 32 characters at most) of a
-// file that was made.
+// A file that was made once and has disappeared is not made again. The control file ZNCTLARQ.DAT of each folder lists
+// the files that were made there. It has records of 32 bytes: the first is all zeros, every other holds the upper-case
+// name of a file, without folder, cut to 32 characters.
 //
-// Every operation gives 0 or one of the numbers below and throws nothing but std::bad_alloc. The owner of an open
-// object may also use the file class's own operations. They are virtual, and so is the clock, so that a test can stand
-// in between.
+// Every operation returns 0 or one of the numbers below and throws only std::bad_alloc. The owner of an open object may
+// also use the file class's own operations. Those and the clock are virtual, so that a test can intercept them.
 class CZNArqEx : public CFile {
  public:
   enum Numero : std::uint32_t {
@@ -34,7 +33,7 @@ class CZNArqEx : public CFile {
     falhaPosicao = 16012,
     alemDoFim = 16021,  // also: a path without a file name
     falhaDispositivo = 16039,
-    naoEncontrado = 16055,  // also: made once and gone
+    naoEncontrado = 16055,  // also: made once and since disappeared
     caminhoInvalido = 16063,
     arquivosDemais = 16071,
     acessoNegado = 16080,
@@ -44,7 +43,7 @@ class CZNArqEx : public CFile {
     violacaoCompartilhamento = 16110,
     violacaoBloqueio = 16128,
     discoCheio = 16136,
-    falhaGeral = 16144,  // any other failure, also after all attempts
+    falhaGeral = 16144,  // any other failure, also of the last attempt
     argumentoInvalido = 16179,
     falhaRegistry = 16217,
   };
@@ -58,62 +57,63 @@ class CZNArqEx : public CFile {
   CZNArqEx() = default;
   ~CZNArqEx() override;
 
-  // Names the file, and opens it when `reabre` says so or the object has had no file of this name yet; otherwise the
-  // first operation that needs the file opens it. A missing file is made through the control file when
-  // `criaSeNaoExiste` says so. An open file is closed with Fecha before another one is named. argumentoInvalido for an
-  // empty name, an unknown mode, a record size of 0 or above kMaxCache; caminhoInvalido for a path of more than
-  // kMaxCaminho characters.
+  // Names the file. Opens it if `reabre` is true or the last file of the object had another name; otherwise the first
+  // operation that needs the file opens it. With `criaSeNaoExiste`, a missing file is made through the control file. An
+  // open file must be closed with Fecha before another one is named. Returns argumentoInvalido for an empty name, an
+  // unknown mode, and a record size of 0 or above kMaxCache; caminhoInvalido for a path of more than kMaxCaminho
+  // characters.
   std::uint32_t Abre(std::string nomeArquivo, char modo, std::uint32_t tamanhoRegistro, bool criaSeNaoExiste,
                      bool reabre);
 
-  // Flushes what was written and closes; 0 when nothing is open. After a failure the object still counts as open.
+  // Flushes what was written and closes the file. Returns 0 if none is open. After a failure the object still counts as
+  // open.
   std::uint32_t Fecha();
 
-  // Reads a record into `destino` (record size), from the cache or together with the records after it. Of a last
-  // record that is cut, what is missing reads as zeros. alemDoFim for a record that starts at the end or after it.
+  // Reads a record into `destino`, which has room for one, from the cache or together with the records after it. The
+  // part that a truncated last record lacks reads as zeros. Returns alemDoFim for a record that starts at or after the
+  // end of the file.
   std::uint32_t LeRegistro(std::uint32_t numeroRegistro, void* destino);
 
-  // Whether the record that was just read was there to its last byte.
+  // Returns true if the file had every byte of the record that was just read.
   bool LeuInteiro(std::uint32_t numeroRegistro) const;
 
-  // Writes `tamanho` bytes at record `numeroRegistro`; number 0 appends. `numeroRegistro` is then the record's number.
+  // Writes `tamanho` bytes at record `numeroRegistro`; number 0 appends. `numeroRegistro` receives the record's number.
   std::uint32_t GravaRegistro(const void* origem, std::uint32_t& numeroRegistro, std::uint32_t tamanho);
 
   // Writes `tamanho` bytes at the start of the file.
   std::uint32_t GravaInicio(const void* origem, std::uint32_t tamanho);
 
-  // Moves to the start ('I'), to the end ('F'; `resultado` is then the file's length, 2^32 - 1 for a longer one) or to
-  // `posicao` ('P'). `resultado` is 0 but for 'F'.
+  // Moves to the start ('I'), to the end ('F') or to `posicao` ('P'). `resultado` receives the file's length for 'F',
+  // 2^32 - 1 for a longer file, and otherwise 0.
   std::uint32_t Posiciona(char tipo, std::uint32_t posicao, std::uint32_t& resultado);
 
   // Opens for reading, reads one record, closes.
   std::uint32_t LeRegistroArquivo(std::string nomeArquivo, std::uint32_t numeroRegistro, void* destino,
                                   std::uint32_t tamanhoRegistro);
 
-  // Makes the file (its name in upper case) with a first record of zeros, enters the name in the control file and opens
-  // the file in `modo`. naoEncontrado when the control file has the name already, arquivoInvalido when that file is
-  // longer than kMaxArquivoRegistros or would be with one more entry, caminhoInvalido for a path of more than
+  // Makes the file, its name in upper case, with a first record of zeros. Enters the name in the control file and opens
+  // the file in `modo`. Returns naoEncontrado if the control file has the name already, arquivoInvalido if the control
+  // file is longer than kMaxArquivoRegistros or would be with one more entry, caminhoInvalido for a path of more than
   // kMaxCaminho characters.
   std::uint32_t CriaArquivo(const std::string& nomeArquivo, char modo, std::uint32_t tamanhoRegistro);
 
-  // Writes this object's file name, without folder, to the registry as that of the file that failed last; takes it out
-  // again if it is the one that stands there.
+  // RegistraErro enters this object's file name, without folder, in the registry as that of the file that failed last.
+  // LimpaErro clears the entry if it holds this name.
   std::uint32_t RegistraErro();
   std::uint32_t LimpaErro();
 
-  // The failure of the file class from which the last number that was not 0 comes, of whichever file it was, the
-  // control file too. Its cause is `none` where the number comes from elsewhere (alemDoFim, argumentoInvalido, a
-  // control file that has the name already …); of a path that is too long it has the path. RegistraErro and LimpaErro
-  // leave it as it is.
+  // Returns the failure of the file class that led to the last number other than 0; it may be one of the control file.
+  // Its cause is `none` if the number has another origin (alemDoFim, argumentoInvalido, a control file that has the
+  // name already …). For a path that is too long it holds the path. RegistraErro and LimpaErro do not change it.
   const CFileException& Falha() const { return falha_; }
 
-  // The path of the file that was named last.
+  // Returns the path of the file that was named last.
   const std::string& Nome() const { return nome_; }
 
-  // From now on no object of the process uses what it has read ahead.
+  // Discards what this object has read ahead. No other object uses its cache until one of them fills its own.
   void InvalidaCache();
 
-  // Called when the file has been opened; the opening's number is its number.
+  // Called after the file was opened. The opening returns its number.
   virtual std::uint32_t AposAbrir() { return semErro; }
 
  protected:
@@ -121,7 +121,7 @@ class CZNArqEx : public CFile {
   virtual DWORD Instante() const { return GetTickCount(); }
 
  private:
-  // What becomes of a file that is there when it is to be made.
+  // What making a file does to one that exists already.
   enum class Existente { esvazia, preserva };
 
   struct Causas;
@@ -148,12 +148,12 @@ class CZNArqEx : public CFile {
   std::uint32_t FechaDepois(std::uint32_t numero);
   std::uint32_t CriaComZeros(const std::string& nomeArquivo, std::uint32_t tamanhoRegistro, Existente existente);
 
-  // Bytes that the last filling of any cache read; -1 when no cache is up to date.
+  // Bytes that the last filling of any cache read; -1 after an invalidation.
   static std::int32_t marcaCache;
 
-  std::unique_ptr<std::uint8_t[]> cache_;  // kMaxCache bytes; stays when the file is closed
+  std::unique_ptr<std::uint8_t[]> cache_;  // kMaxCache bytes; kept when the file is closed
   std::uint32_t capacidadeCache_ = 0;      // bytes: as many records as fit
-  std::uint64_t posicaoCache_ = 0;         // in the file, of the first cached byte
+  std::uint64_t posicaoCache_ = 0;         // offset in the file of the first cached byte
   std::int64_t bytesCache_ = -1;           // -1: empty
   std::uint32_t tamanhoRegistro_ = 0;
   bool aberto_ = false;
@@ -164,7 +164,7 @@ class CZNArqEx : public CFile {
   bool criaSeNaoExiste_ = false;
 };
 
-// Says why (razao.h) an operation has failed with `numero`: the file cannot be `operacao`, such as "written".
+// Records (razao.h) why an operation failed with `numero`: the file cannot be `operacao`, such as "written".
 void DizRazao(const char* operacao, const CZNArqEx& arquivo, std::uint32_t numero) noexcept;
 
 }  // namespace kestor

@@ -12,7 +12,8 @@
 
 namespace ZN {
 
-// Elements in the order in which they were added, in storage that grows by a fixed number of elements; none at first.
+// Keeps elements in the order in which they were added. Its storage is empty at first and grows by a fixed number of
+// elements.
 template <typename Elemento>
 class CArray {
   static_assert(std::is_trivially_copyable_v<Elemento>, "elements move with their storage");
@@ -22,9 +23,9 @@ class CArray {
   CArray(const CArray&) = delete;
   CArray& operator=(const CArray&) = delete;
 
-  // Throws CException when the storage cannot grow; nothing is added then.
+  // Throws CException if the storage cannot grow; nothing is added then.
   void Add(const Elemento& elemento) {
-    const Elemento copia = elemento;  // it may be one of the array's own, which are about to move
+    const Elemento copia = elemento;  // the element may lie in the storage that is about to move
     if (quantidade_ == capacidade_) Cresce();
     elementos_.get()[quantidade_++] = copia;
   }

@@ -1,4 +1,4 @@
-// The failure that the common library's containers raise.
+// The exception that the common library's containers throw.
 #pragma once
 
 #include <array>
@@ -8,13 +8,13 @@
 
 namespace ZN {
 
-// Keeps its texts itself, since it is raised when memory has run out. Texts are code page 1252.
+// Stores its texts inline, because it is thrown when memory has run out. Texts are code page 1252.
 class CException {
  public:
   static constexpr std::size_t kMaximoMensagem = 149;
   static constexpr std::size_t kMaximoFonte = 259;
 
-  // Texts that are too long are cut.
+  // Cuts texts that are too long.
   CException(std::uint32_t codigo, const char* mensagem, const char* fonte, std::uint32_t linha)
       : codigo_(codigo), linha_(linha) {
     std::strncpy(mensagem_.data(), mensagem, kMaximoMensagem);
@@ -23,7 +23,7 @@ class CException {
 
   std::uint32_t Codigo() const { return codigo_; }
   const char* Mensagem() const { return mensagem_.data(); }
-  const char* Fonte() const { return fonte_.data(); }  // name of the source that raised it
+  const char* Fonte() const { return fonte_.data(); }  // name of the source that threw it
   std::uint32_t Linha() const { return linha_; }       // and the line there
 
  private:
