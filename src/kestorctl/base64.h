@@ -6,7 +6,7 @@
 
 namespace kestorctl {
 
-// With padding, without line ends.
+// Encodes with padding and without line breaks.
 std::string Base64(std::string_view bytes);
 
 }  // namespace kestorctl

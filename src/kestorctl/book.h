@@ -1,4 +1,4 @@
-// The book: all reports of an inventory as pages for a browser. docs/preview.md tells what is on them.
+// The book: all reports of an inventory as pages for a browser. docs/preview.md describes the pages.
 #pragma once
 
 #include <filesystem>
@@ -8,11 +8,11 @@
 
 namespace kestorctl {
 
-// Writes the book into the folder, which is made, or is there and empty; shows its progress. A model that cannot be
-// read has a page that says why, and a note in the answer, which then tells not all. Pages go to the disk as they are
-// made: what is held of a model until the end of its module and component is which fields it uses. Needs the markup
-// component (marcacao/componente_marcacao.h). Throws LocalFailure when a page cannot be written, and what reading and
-// drawing throw.
+// Writes the book into the folder, which it makes unless an empty one is there, and shows its progress. A model that
+// cannot be read gets a page that says why and a note in the answer, which is then incomplete. Pages are written as
+// they are made; only the fields that a model uses stay in memory until the end of its module and component. Needs the
+// markup component (marcacao/componente_marcacao.h). Throws LocalFailure when a page cannot be written, and what
+// reading and drawing throw.
 void WriteBook(const std::filesystem::path& folder, const admin::Inventory& inventory, Answer& answer);
 
 }  // namespace kestorctl

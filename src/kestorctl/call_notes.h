@@ -1,4 +1,4 @@
-// What the server tells of each model while it serves a call that goes over many.
+// What the server reports about each model during a call that deals with many.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@
 
 namespace kestorctl {
 
-// One model, or whatever a note is about. UTF-8.
+// A note about one model, or about a code that no field has. UTF-8.
 struct ModelNote {
   kestor::Destino fate;
   std::string name;
@@ -20,10 +20,10 @@ struct ModelNote {
   std::vector<std::string> changes;  // in a rehearsed renumbering
 };
 
-// Collects the notes of one call, and shows on a terminal how far it is.
+// Collects the notes of one call, and shows its progress on a terminal.
 class CallNotes final : public channel::NoteReceiver {
  public:
-  // `what` the call does, such as "migrating". `showChanges` (unless empty) tells what becomes of a content.
+  // `what`: what the call does, such as "migrating". `showChanges`: unless empty, describes what changes in a content.
   using ShowChanges = std::function<std::vector<std::string>(std::string_view before, std::string_view after)>;
   explicit CallNotes(const char* what, ShowChanges showChanges = {})
       : progress_(what), showChanges_(std::move(showChanges)) {}
@@ -33,7 +33,7 @@ class CallNotes final : public channel::NoteReceiver {
   const std::vector<ModelNote>& All() const { return notes_; }
   std::size_t Count(kestor::Destino fate) const;
 
-  // Whether memory was lacking for some of them.
+  // Returns true when allocation failures have lost some of the notes.
   bool Incomplete() const { return incomplete_; }
 
  private:

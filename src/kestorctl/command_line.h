@@ -3,7 +3,7 @@
 
 namespace kestorctl {
 
-// Does what the arguments ask for and tells the outcome. The process's exit status.
+// Runs the command that the arguments name and writes its answer. Returns the exit status of the process.
 int RunCommandLine(int argc, char** argv);
 
 }  // namespace kestorctl

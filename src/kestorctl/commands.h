@@ -1,5 +1,5 @@
-// The commands, a group each: a group enters its commands in the command line and, when one of them is chosen there,
-// leaves what is to be run in `*chosen`.
+// The commands. Each Add function below adds one or more of them to the command line. Parsing the arguments then stores
+// the command that they name in `*chosen`, ready to run.
 #pragma once
 
 #include <CLI/App.hpp>
@@ -13,7 +13,7 @@
 
 namespace kestorctl {
 
-// Fills in the answer. Throws LocalFailure and UsageError; what the answer holds by then is told all the same.
+// Fills in the answer. Throws LocalFailure and UsageError; what the answer holds by then is still written.
 using Command = std::function<void(Answer&)>;
 
 void AddSetup(CLI::App& program, Command* chosen);
@@ -40,17 +40,18 @@ void AddRestore(CLI::App& program, Command* chosen);
 void AddDiff(CLI::App& program, Command* chosen);
 void AddLegacy(CLI::App& program, Command* chosen);
 
-// What a command, or a group of them, is called; what it is for; and the text below its help.
+// The name of a command or a group of them, what it is for, and the text below its help.
 struct CommandTexts {
   const char* name;
   const char* description;
   const char* footer;
 };
 
-// A group of commands, of which one must be given.
+// Adds a group of commands. The arguments must name one of them.
 CLI::App* AddGroup(CLI::App* parent, const CommandTexts& texts);
 
-// A command that is still without arguments, and where they go; that lives as long as the command may be run.
+// A command without arguments so far, and the options that will hold them. The options live as long as the command can
+// run.
 template <typename Options>
 struct AddedCommand {
   CLI::App* command;
@@ -63,23 +64,24 @@ AddedCommand<Options> AddCommand(CLI::App* group, Command* chosen, const Command
   const auto options = std::make_shared<Options>();
   CLI::App* command = group->add_subcommand(texts.name, texts.description);
   command->footer(texts.footer);
-  // It keeps the options alive. Of a command that has commands of its own, it comes after the one that was given.
+  // The callback keeps the options alive. CLI11 calls it after the callback of a subcommand that was given, whose
+  // choice must stand.
   command->callback([=] {
     if (command->get_subcommands().empty()) *chosen = [=](Answer& answer) { run(*options, answer); };
   });
   return {command, options.get()};
 }
 
-// "" when the argument is UTF-8, otherwise what is wrong.
+// Returns "" when the argument is UTF-8, otherwise what is wrong.
 std::string CheckUtf8(const std::string& argument);
 
-// "" when the argument can name a file, otherwise what is wrong.
+// Returns "" when the argument can name a file, otherwise what is wrong.
 std::string CheckFileName(const std::string& argument);
 
-// A number from 0 to `most`. Throws UsageError, with `what` for the argument's name, when the text is none.
+// Parses a number from 0 to `most`. Throws UsageError, which calls the argument `what`, when the text is not one.
 std::uint32_t NumberArgument(const std::string& what, const std::string& decimal, std::uint32_t most);
 
-// An argument without a name of its own that is a text: what is not UTF-8 is wrong usage.
+// Adds a required positional argument that must be UTF-8.
 template <typename Text>
 CLI::Option* AddText(CLI::App* command, const char* name, Text* text, const char* description) {
   return command->add_option(name, *text, description)->type_name("")->required()->check(CheckUtf8);

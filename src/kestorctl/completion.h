@@ -1,4 +1,4 @@
-// What a shell can put in the place of a word that is being typed.
+// Completion of the word that a user is typing in a shell.
 #pragma once
 
 #include <CLI/App.hpp>
@@ -9,9 +9,9 @@
 
 namespace kestorctl {
 
-// A line for everything that can take the place of the last of the words, which follow the program's name: with a tab
-// and a description where there is one. ":files" and ":folders" stand for those of this system. What cannot be read is
-// left out. Starts no server.
+// Returns the candidates for the last of the words, which follow the program's name: one a line, with a tab and a
+// description where there is one. ":files" and ":folders" stand for those of this system. Leaves out what cannot be
+// read. Starts no server.
 std::string Completions(const CLI::App& program, const std::vector<std::string>& words);
 
 }  // namespace kestorctl

@@ -1,4 +1,4 @@
-// Contents that a command takes from its caller's files, or hands out.
+// Contents that a command reads from its caller's files, or gives to its caller.
 #pragma once
 
 #include <CLI/App.hpp>
@@ -14,11 +14,11 @@ namespace kestorctl {
 void AddInput(CLI::App* command, std::string* file);   // FILE; "-" is standard input
 void AddOutput(CLI::App* command, std::string* file);  // -o FILE; "-" is standard output
 
-// The content of the file, no more than a call can carry. Throws LocalFailure.
+// Reads the file. Throws LocalFailure when it cannot be read, or is longer than a call can carry.
 std::string TakeIn(const std::string& file);
 
-// Writes the content to the file, or makes it the answer's: in the document as "content" when it may be a text and is
-// UTF-8, otherwise as "contentBase64". Throws LocalFailure.
+// Writes the content to the file or, for "-", puts it into the answer: in a JSON document as "content" when it may be a
+// text and is UTF-8, otherwise as "contentBase64". Throws LocalFailure.
 enum class ContentForm { kText, kBytes };
 void HandOut(std::string_view content, const std::string& file, Answer& answer, ContentForm form = ContentForm::kText);
 

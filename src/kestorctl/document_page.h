@@ -8,10 +8,10 @@
 
 namespace kestorctl {
 
-// A readable page, UTF-8.
+// Returns a readable page, UTF-8.
 std::string DocumentPage(const kestor::CDocRelatorio& document);
 
-// Everything that the document holds.
+// Returns everything that the document holds.
 nlohmann::ordered_json DocumentObject(const kestor::CDocRelatorio& document);
 
 }  // namespace kestorctl

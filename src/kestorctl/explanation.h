@@ -1,4 +1,4 @@
-// What is wrong with an installation, as far as its home tells.
+// What is wrong with an installation, as far as its home shows.
 #pragma once
 
 #include <string>
@@ -9,17 +9,17 @@
 
 namespace kestorctl {
 
-// Throws LocalFailure when the home of this process is missing or cannot be entered.
+// Throws LocalFailure when the home of this process cannot be entered, or is missing and the server would not make it.
 void RequireHome();
 
-// The application with this module code, letter case aside; null when there is none.
+// Returns the application with this module code, in any letter case; null when there is none.
 const kestor::ModuloFamilia* FindModule(std::string_view code);
 
-// "AB, AT, …": for a message about a code that no module has.
+// Returns "AB, AT, …", for a message about a code that no module has.
 std::string ModuleCodes();
 
-// What the result of asking for an object of the class says about the home; empty when the home has nothing to do with
-// it. UTF-8.
+// Explains why asking for an object of the class had this result, as far as the home is the cause; empty when it is
+// not. UTF-8.
 std::string ExplainActivation(HRESULT result, REFCLSID clsid);
 
 }  // namespace kestorctl

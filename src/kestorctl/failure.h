@@ -1,4 +1,4 @@
-// What ends a command before the server has answered.
+// The exceptions with which a command ends early.
 #pragma once
 
 #include <stdexcept>
@@ -8,7 +8,7 @@
 
 namespace kestorctl {
 
-// Something on this side of the server is not as it must be. `what()` is the line for people, UTF-8.
+// A failure on the client's side. `what()` is the line for people, UTF-8.
 class LocalFailure : public std::runtime_error {
  public:
   explicit LocalFailure(const std::string& text, HRESULT result = E_FAIL) : std::runtime_error(text), result_(result) {}
@@ -19,7 +19,7 @@ class LocalFailure : public std::runtime_error {
   HRESULT result_;
 };
 
-// The command line does not say something that could be done.
+// The command line is wrong. `what()` as above.
 class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -1,4 +1,4 @@
-// Fields of a field catalogue as both generations of the stores tell them.
+// Fields of a field catalogue, as the stores of either generation return them.
 #pragma once
 
 #include <cstdint>
@@ -10,10 +10,10 @@
 
 namespace kestorctl {
 
-// A letter of the catalogue as a text; empty for none.
+// Returns a letter of the catalogue as UTF-8; empty for NUL.
 std::string Letter(char letter);
 
-// What letters mean, in one word; a letter without a meaning is given as it is.
+// Return what a letter means, in one word; a letter without a meaning unchanged.
 std::string TypeInWords(const std::string& letter);
 std::string AlignmentInWords(const std::string& letter);
 
@@ -34,7 +34,8 @@ struct Field {
   std::string options;
 };
 
-// A table in the order of the catalogue, without its empty lines, and "fields" with them.
+// Puts the fields into the answer in the order of the catalogue: a table without its empty lines, and "fields" with
+// them.
 void TellFields(const std::vector<Field>& fields, Answer& answer);
 
 }  // namespace kestorctl

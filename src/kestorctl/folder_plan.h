@@ -1,4 +1,4 @@
-// Folders of this system as the paths by which the server knows them: a drive of the home, and the way from there.
+// Folders of this system, and the paths by which the server knows them: a drive of the home, and the names below it.
 #pragma once
 
 #include <filesystem>
@@ -15,22 +15,22 @@ struct Place {
   bool exists = false;
 };
 
-// Where a path that stands in the registry leads now.
+// Returns where a path from the registry leads now.
 Place PlaceOf(const std::string& desktopPath);
 
-// Finds desktop paths for folders, entering new drives in the home where none leads there. Nothing is made before
-// Apply. Throws LocalFailure.
+// Finds desktop paths for folders, and plans a new drive of the home for a folder to which no drive leads. Makes
+// nothing before Apply. Throws LocalFailure.
 class FolderPlan {
  public:
-  // `argument`: a folder of this system, or already a desktop path on a drive of the home; UTF-8 or the host's bytes.
-  // It need not exist. `current`: the desktop path by which the folder's purpose is entered now, kept when it leads
-  // there.
+  // `argument`: a folder of this system, or a desktop path on a drive of the home; UTF-8 or the host's bytes. The
+  // folder need not exist. `current`: the desktop path that the registry has for this purpose now; it is kept when it
+  // leads to the folder.
   Place Find(const std::string& argument, const std::string& current);
 
-  // The drives to be entered, by letter.
+  // Returns the drives that Apply enters, by letter.
   const std::map<char, std::filesystem::path>& NewDrives() const { return newDrives_; }
 
-  // Makes the folders that are missing and enters the drives. The home's folder of drives must be there.
+  // Makes the folders that are missing and enters the drives. The home's folder of drives must exist.
   void Apply() const;
 
  private:
@@ -41,7 +41,7 @@ class FolderPlan {
   std::set<std::filesystem::path> missing_;
 };
 
-// Throws LocalFailure unless the folder is there or this process may make it, with the folders above it.
+// Throws LocalFailure unless the folder exists or this process may make it, with the folders above it.
 void RequireMakeable(const std::filesystem::path& folder);
 
 }  // namespace kestorctl

@@ -11,22 +11,25 @@
 namespace kestorctl {
 
 struct HistoryWish {
-  std::optional<std::string> folder = {};  // none: beside the reports folder, unless one is entered already
+  std::optional<std::string> folder = {};  // none: next to the reports folder, unless one is entered already
   bool none = false;                       // no history is kept
-  // What the reports folder was till now: a history beside that one stays behind when the reports move.
+  // The reports folder until now. When it changes, a history next to it stays there, and a new one begins next to the
+  // new folder.
   std::optional<std::filesystem::path> formerReports = {};
 };
 
-// Throws LocalFailure when the folder that is wished for cannot be made, or UsageError when it cannot be one.
-// `reports`: the reports folder, as far as it is known.
+// Throws LocalFailure when the wanted folder cannot be made or overlaps with the reports folder, and UsageError when
+// the options contradict each other or the folder has no name. `reports`: the reports folder; empty when it is not
+// known.
 void RequirePossible(const HistoryWish& wish, const std::filesystem::path& reports);
 
-// Makes the folder, with the rights of the reports folder, shares it when that is shared, enters it and tells what was
-// done. Where it was not asked for and cannot be made, nothing is entered and the answer has a note.
+// Makes the folder with the rights of the reports folder, shares it unless `shared` is null, and enters it in the
+// registry. The answer tells what was done. When the folder was not asked for and cannot be made, nothing is entered
+// and the answer has a note.
 void EnterHistory(const HistoryWish& wish, const std::filesystem::path& reports, const SharedFolder* shared,
                   Answer& answer);
 
-// Tells which folder is entered.
+// Tells in the answer which folder is entered.
 void TellHistory(Answer& answer);
 
 }  // namespace kestorctl

@@ -10,18 +10,18 @@
 
 namespace kestorctl {
 
-// The whole content of a file, or of standard input for "-". Throws LocalFailure, also when there are more than
+// Reads a whole file, or standard input for "-". Throws LocalFailure when that fails, and when there are more than
 // `maxBytes`.
 std::string ReadInput(const std::string& file, std::size_t maxBytes);
 
-// Gives a file this content: whole, or not at all. What is there is replaced and keeps its rights; where a device or a
-// pipe lies, it is written to. Throws LocalFailure.
+// Gives a file this content, whole or not at all. A file that is replaced keeps its rights. A device, a pipe, and the
+// file that is standard output or standard error are written to in place. Throws LocalFailure.
 void WriteOutput(const std::filesystem::path& file, std::string_view bytes);
 
-// Whether this process may make entries in the folder. False when there is no such folder.
+// Returns whether this process may make entries in the folder; false when there is no such folder.
 bool MayWriteInto(const std::filesystem::path& folder);
 
-// What a user of this system is called; the number of one who has no name.
+// Returns the name of a user of this system, or the number when there is no name for it.
 std::string UserName(uid_t user);
 
 }  // namespace kestorctl

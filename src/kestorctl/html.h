@@ -6,20 +6,20 @@
 
 namespace kestorctl {
 
-// As text, or as the value of an attribute in double quotation marks.
+// Escapes a text, as content of an element or as the value of an attribute in double quotation marks.
 std::string Escaped(const std::string& text);
 
 std::string Link(const std::string& target, const std::string& text);
 
-// What stands in front of the body of a page, and behind. `root` leads to the folder of the style, "" or "../". The
-// body is markup, below a heading of the title.
+// The markup before and after the body of a page, itself markup. `root` leads to the folder of the style sheet: "" or
+// "../". The title is also the heading above the body.
 std::string HtmlBegin(const std::string& root, const std::string& title);
 constexpr const char* kHtmlEnd = "</main>\n</body>\n</html>\n";
 
-// Values with their names as a list, lists of objects as tables under headings; `level` of the headings.
+// Renders values with their names as a list, and lists of objects as tables under headings of this level.
 std::string HtmlOf(const nlohmann::ordered_json& object, int level);
 
-// What the pages of a book share. Without scripts the box is not seen.
+// What the pages of a book share. The search box stays hidden in a browser without scripts.
 constexpr const char* kBookSearchBox =
     "<form class=\"search\" role=\"search\" hidden><label for=\"search\">Search</label> "
     "<input id=\"search\" type=\"search\" autocomplete=\"off\"> <output id=\"count\" for=\"search\"></output></form>\n";

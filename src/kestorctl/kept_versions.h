@@ -1,4 +1,4 @@
-// The versions that the history keeps, as the commands name, tell and store them.
+// The versions that the history keeps, as the commands find, name and store them.
 #pragma once
 
 #include <sys/stat.h>
@@ -17,28 +17,28 @@ namespace kestorctl {
 
 using Versions = std::vector<history::Version>;
 
-// Whether the version is the file of that status itself: a server that was killed before it changed a file has left
-// one.
+// Returns whether the version is another name of that very file. A server that is killed before it changes a file
+// leaves a version that is.
 bool IsSameFile(const history::Version& version, const struct stat& file);
 
-// What a version is of.
+// The kind of file that a version is of.
 enum class Kind { document, firstGeneration, exportSettings, filter };
 Kind KindOf(const history::Version& version);
 std::string WordOf(Kind kind);
 
-// The history's folder and limits. Throws LocalFailure where the home has no history.
+// Returns the history's folder and limits. Throws LocalFailure when the home has no history.
 history::Settings RequireHistory();
 
-// All versions of a module and component, or of one model, the oldest operation first. A name with a dot is that of the
-// file with the extension. A version that is still the file itself is none. What could not be read is noted in the
-// answer, which then tells not all.
+// Return all versions of a module and component, or of one model, the oldest operation first. A name with a dot
+// includes the extension. A version that is another name of the live file is left out. When something cannot be read,
+// the answer has a note and is incomplete.
 Versions FindVersions(const StoreOptions& store, Answer& answer);
 Versions FindVersions(const ModelOptions& model, Answer& answer);
 
-// The files of the reports folder that versions are of.
+// A file in the reports folder, as it is now.
 struct LiveFile {
   std::filesystem::path path;
-  std::string model;  // as it is spelled there
+  std::string model;  // spelled as in the file's name
   struct stat status = {};
 };
 
@@ -47,56 +47,59 @@ class ReportsFolder {
   // Throws LocalFailure when the folder cannot be read.
   explicit ReportsFolder(const StoreOptions& store);
 
-  // False when there is no such file. Of names that differ in letter case alone any may count.
+  // Return false when there is no such file. Of names that differ only in letter case, any one may be found.
   bool Find(const history::Version& version, LiveFile* file) const;
   bool Find(Kind kind, const std::string& model, const std::string& extension, LiveFile* file) const;
 
  private:
   const std::string module_;
   const std::string component_;
-  std::map<std::string, std::filesystem::path> files_;  // by their names in capitals
+  std::map<std::string, std::filesystem::path> files_;  // by name in capitals
 };
 
-// Of the versions of one model what it was at `when`: of each of its files the first that was kept then or later. What
-// it was before its last change when no time is given. Throws LocalFailure where there is none, where the history does
-// not reach back so far, and where the model was not there; UsageError for what is no time.
+// Returns what a model was at `when`, from all versions of it: for each of its files, the first version that was kept
+// then or later. Without a time, returns what the model was before its last change. Throws LocalFailure when there is
+// no such version, when the history does not reach back so far, and when the model did not exist; UsageError when
+// `when` is not a time.
 Versions VersionsAt(const Versions& all, const std::string& name, const std::optional<std::string>& when);
 
-// When the operation began, such as 2026-11-26T22:15:44.168702Z.
+// Returns when the operation began, such as 2026-11-26T22:15:44.168702Z.
 std::string WhenOf(const history::Version& version);
 
-// What the operation was, in words.
+// Returns what the operation was, in one word.
 std::string WhatOf(const history::Version& version);
 
-// The name by which the stores know the version's model.
+// Returns the name by which the stores know the version's model.
 std::string StoreName(const history::Version& version);
 
-// The whole version. Throws LocalFailure, also where RequireStorable does.
+// Reads the whole version. Throws LocalFailure, also where RequireStorable does.
 std::string Content(const history::Version& version);
 
-// Throws LocalFailure for a content that the methods would not store as it is.
+// Throws LocalFailure for a content that the server's methods would not store unchanged.
 void RequireStorable(const history::Version& version, const std::string& content);
 
-// Whether two versions are of one file.
+// Returns whether two versions are of the same file.
 bool AreOfOneFile(const history::Version& version, const history::Version& other);
 
-// The version number with which a document's file begins; none where it is too short for one.
+// Returns the version number with which a document's file begins; none for another kind of file, and for a file that is
+// too short or cannot be read.
 std::optional<USHORT> DocumentVersion(const history::Version& version);
 
-// The stores through which versions go back; each is opened when it is first needed.
+// The stores to which versions are put back. Each is opened when it is first needed.
 class Stores {
  public:
   explicit Stores(const StoreOptions& store) : store_(store) {}
 
-  // Stores the content of a version in the place of what is there; `mustBeNew`: a model that is there stays. False when
-  // it is not stored; the answer has the result.
+  // Stores the content of a version in place of what is there; with `mustBeNew`, only if the model does not exist.
+  // Returns false when it is not stored; the answer has the result.
   bool Store(const history::Version& version, std::string content, bool mustBeNew, Answer& answer);
-  // Deletes a document, which may be gone already.
+  // Deletes a document. Returns false when that fails, also because there is none; the answer has the result.
   bool Delete(const std::string& document, Answer& answer);
-  // Deletes the file of a version, which is of the first generation.
+  // Deletes the file of a first-generation version. Also returns true when there is none, or when it stays because it
+  // is in use.
   bool DeleteFile(const history::Version& version, Answer& answer);
 
-  // The store of documents; null, and the answer tells why, when it cannot be opened.
+  // Returns the store of documents. Null when it cannot be opened; the answer has the result.
   ReportStore* Documents(Answer& answer);
 
  private:
@@ -108,10 +111,10 @@ class Stores {
   std::optional<LegacyStore> firstGeneration_;
 };
 
-// Adds what a user should know of first-generation models that have been stored.
+// Adds a note that the first-generation models that were stored will be migrated again.
 void WarnOfMigration(Answer& answer);
 
-// Adds what a user should know of a document that has come back and is hidden.
+// Adds a note when a document that was stored stays hidden.
 void NoteHidden(Stores& stores, const std::string& name, Answer& answer);
 
 }  // namespace kestorctl

@@ -1,4 +1,4 @@
-// What the commands of first-generation models share.
+// What the commands for first-generation models share.
 #pragma once
 
 #include <string>
@@ -10,11 +10,11 @@
 
 namespace kestorctl {
 
-// The commands for the files beside a model, below the group of the others.
+// Adds the commands for the files that belong to a model to the group `legacy`.
 void AddCompanions(CLI::App* legacy, Command* chosen);
 
-// The files beside a model, from contents in the form of these commands. A content of the wrong size is a LocalFailure
-// that names `file`.
+// The files that belong to a model, made from contents in the form of these commands. For a content of the wrong size
+// the constructors throw a LocalFailure that names `file`.
 class ExportSettings {
  public:
   ExportSettings(const std::string& file, const std::string& content);

@@ -1,4 +1,4 @@
-// Where the drives and shares of desktop paths lie on this system, as the home has it.
+// The folders of this system to which the home maps the drives and shares of desktop paths.
 #pragma once
 
 #include <filesystem>
@@ -6,24 +6,24 @@
 
 namespace kestorctl {
 
-// A drive or share that is to lead to a folder.
+// A drive or share, and the folder to which it is to lead.
 struct Mapping {
   std::string name;              // "D:" or "\\HOST\SHARE"; code page 1252
   std::filesystem::path entry;   // in the home
   std::filesystem::path folder;  // absolute, links followed
 };
 
-// Reads "D=DIR" or "\\HOST\SHARE=DIR" (UTF-8). Throws UsageError.
+// Parses "D=DIR" or "\\HOST\SHARE=DIR" (UTF-8). Throws UsageError.
 Mapping ParseMapping(const std::string& option);
 
-// Throws LocalFailure unless the folder exists and the home has nothing but a link in the place of the entry.
+// Throws LocalFailure unless the folder exists and the entry is missing, is a link, or leads to the folder already.
 void RequireEnterable(const Mapping& mapping);
 
-// Enters the mapping in the home. False when it was there.
+// Enters the mapping in the home. Returns false when it was there.
 bool Enter(const Mapping& mapping);
 
-// The drive or share on which a desktop path depends and for which the home has no folder; empty when it has one, or
-// the path starts with neither.
+// Returns the drive or share with which a desktop path starts when the home has no entry for it, in UTF-8; otherwise
+// empty.
 std::string MissingMapping(const std::string& desktopPath);
 
 }  // namespace kestorctl

@@ -8,14 +8,14 @@
 
 namespace kestorctl {
 
-// The names of a list, whose array is freed.
+// Returns the names of a list and frees its array.
 std::vector<std::string> TakeNames(const REG_ARRAY_RELATORIO2& list);
 
-// The store's result; no names unless it is S_OK.
+// Return the store's result; `*names` is empty unless that is S_OK.
 HRESULT ListModels(const ReportStore& store, std::vector<std::string>* names);
 HRESULT ListModels(const LegacyStore& store, std::vector<std::string>* names);
 
-// The same of the deleted demonstration models.
+// Does the same for the deleted demonstration models.
 HRESULT DeletedNames(const ReportStore& store, std::vector<std::string>* names);
 
 }  // namespace kestorctl

@@ -21,7 +21,7 @@ struct ModelOptions : StoreOptions {
   std::string name;
 };
 
-// Where the content of a model, or of a file beside it, goes to or comes from.
+// Where the content of a model, or of a file that belongs to it, goes to or comes from.
 struct ReadOptions {
   ModelOptions model;
   std::string output = "-";
@@ -42,18 +42,18 @@ void AddReadOptions(CLI::App* command, ReadOptions* options);
 void AddWriteOptions(CLI::App* command, WriteOptions* options);
 void AddWriteModelOptions(CLI::App* command, WriteModelOptions* options);
 
-// Enters the result of a method of the server, with what the server says about it. To be called before any other
-// method.
+// Puts the result of a server's method into the answer, with the reason that the server gives. Must be called before
+// any other method.
 void Conclude(HRESULT result, Answer& answer);
 
-// Whether the store can be used; the answer tells why not, and how many models the opening has converted.
+// Return whether the store can be used. The answer gets the result of opening it, and how many models that converted.
 bool IsOpen(const StoreSession& store, Answer& answer);
 bool IsOpen(const ReportStore& store, Answer& answer);
 
-// Has the server tell what a call for this module and component would do, and enters the result.
+// Rehearses a call for this module and component, and puts the result into the answer.
 void Rehearse(const StoreOptions& store, const std::function<HRESULT()>& rehearsal, Answer& answer);
 
-// Whether the notes tell of every model; the answer says when they do not.
+// Returns whether the notes cover every model. When they do not, the answer gets a note.
 bool TellsAll(const CallNotes& notes, Answer& answer);
 
 }  // namespace kestorctl

@@ -1,4 +1,4 @@
-// How far a long call is, for the user who waits at a terminal.
+// The progress of a long call, for a user who waits at a terminal.
 #pragma once
 
 #include <chrono>
@@ -7,8 +7,8 @@
 
 namespace kestorctl {
 
-// Shows "WHAT: 120 of 10000" in one line of standard error, over and over; nothing unless that is a terminal. The line
-// is gone when the object is. Throws nothing: the call matters and the showing does not.
+// Shows "WHAT: 120 of 10000" in one line of standard error and keeps it up to date; shows nothing unless that is a
+// terminal. The destructor erases the line. Never throws: the call matters more than its display.
 class Progress {
  public:
   explicit Progress(const char* what);
@@ -16,7 +16,7 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  // Shows this if it is time: not before the call has taken a moment, and then twice a second. A total of 0 is not
+  // Updates the line, at most twice a second and not during the first half second. A total of 0 means that it is not
   // known.
   void Show(std::size_t done, std::size_t total) noexcept;
 

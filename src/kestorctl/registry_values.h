@@ -1,6 +1,6 @@
-// Keys and values of the registry for callers that speak UTF-8. Every failure but a missing key or value is thrown as a
-// LocalFailure with the error number as its result, a name that no key or value can have as a UsageError; a damaged
-// registry names file and line.
+// Keys and values of the registry for commands. Names and texts are code page 1252 unless a comment says otherwise. A
+// name that no key or value can have throws UsageError, a damaged registry registry::FormatError with file and line,
+// and every other failure but a missing key or value LocalFailure with the error number as its result.
 #pragma once
 
 #include <optional>
@@ -17,7 +17,7 @@ struct KeyName {
   std::string path;
 };
 
-// A value as the platform's calls give it: texts in code page 1252 with their NUL.
+// A value as the platform's calls return it: texts in code page 1252 with their NUL.
 struct Value {
   DWORD type = REG_NONE;
   std::string data;
@@ -26,10 +26,10 @@ struct Value {
   std::vector<std::string> Texts() const;  // of a REG_MULTI_SZ; UTF-8
 };
 
-// "HKEY_LOCAL_MACHINE\SOFTWARE\X" (UTF-8; also HKLM, HKCR). Throws UsageError when it starts with no root.
+// Parses "HKEY_LOCAL_MACHINE\SOFTWARE\X" (UTF-8; also HKLM, HKCR). Throws UsageError when it starts with no root.
 KeyName ParseKey(const std::string& key);
 
-// The text in code page 1252. Throws UsageError, with `what` for the text's part, when it cannot be.
+// Converts a text to code page 1252. Throws UsageError, which calls the argument `what`, when that is not possible.
 std::string AnsiArgument(const std::string& what, const std::string& utf8);
 
 bool KeyExists(const KeyName& key);
@@ -43,11 +43,11 @@ class RegistryExport {
  public:
   explicit RegistryExport(const std::string& file);
 
-  // Throws, like the import, when a line does not read as it should.
+  // Throws as Import does when a line is malformed, and changes nothing.
   void Check() const { registry::CheckImport(bytes_, file_); }
 
-  // Merges it into the registry. What a 32-bit program has there on a 64-bit desktop counts as the product's own; says
-  // so, or nothing.
+  // Merges it into the registry. Keys of a 32-bit program on a 64-bit desktop are entered as the product's own. Returns
+  // a sentence about these keys; empty when there are none.
   std::string Import() const;
 
  private:
@@ -55,7 +55,7 @@ class RegistryExport {
   std::string bytes_;
 };
 
-// False when there was none.
+// Return false when there was none.
 bool DeleteValue(const KeyName& key, const std::string& name);
 bool DeleteKey(const KeyName& key);
 

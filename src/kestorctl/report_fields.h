@@ -1,4 +1,4 @@
-// A field catalogue as previews take it.
+// A report and its fields, as previews take them.
 #pragma once
 
 #include "admin/admin.h"
@@ -8,7 +8,7 @@
 
 namespace kestorctl {
 
-// The fields that the document uses. `*notes` tells those that the catalogue lacks.
+// Returns the fields that the document uses. Adds a note for each that a readable catalogue lacks.
 inline preview::Fields FieldsOf(const admin::Catalogue& catalogue, const kestor::CDocRelatorio& document,
                                 std::vector<std::string>* notes) {
   preview::Fields fields;
@@ -25,7 +25,8 @@ inline preview::Fields FieldsOf(const admin::Catalogue& catalogue, const kestor:
   return fields;
 }
 
-// Fills the document from a model of either generation. Returns why there is none; empty when there is.
+// Fills the document from a model of either generation. Returns why there is none, or what it lacks; empty when it is
+// whole.
 inline std::string ReadReport(admin::Reader& reader, const admin::Model& model, kestor::CDocRelatorio& document) {
   return model.generation == admin::Generation::first ? reader.ReadConverted(model, document)
                                                       : reader.Read(model, document);

@@ -16,14 +16,14 @@ struct ServerClass {
 
 std::span<const ServerClass> ServerClasses();
 
-// What the registry names as the class's server, UTF-8; empty when the class is not registered.
+// Returns the executable that the registry names as the class's server, UTF-8; empty when the class is not registered.
 std::string RegisteredExecutable(REFCLSID clsid);
 
-// The server that belongs to this program: $KESTOR_SERVER, else `kestor` in the folder of this program. Throws
-// LocalFailure when it is no executable or its path cannot stand in the registry.
+// Returns the server of this program: $KESTOR_SERVER, else `kestor` in the folder of this program. Throws LocalFailure
+// when it is no executable or the registry cannot hold its path.
 std::filesystem::path FindServer();
 
-// Lets the server enter itself in the registry of this process's home. Throws LocalFailure.
+// Runs the server to enter itself in the registry of this process's home. Throws LocalFailure.
 void RegisterServer(const std::filesystem::path& server);
 
 }  // namespace kestorctl

@@ -12,23 +12,23 @@ namespace kestorctl {
 
 class SharedFolder {
  public:
-  // What Share did besides the folder itself.
+  // What Share did to the files in the folder.
   struct Files {
     std::size_t changed = 0;
-    std::size_t left = 0;  // those that another user would have to change
+    std::size_t left = 0;  // those that this process could not or must not change
   };
 
-  // `group`: a name or a number. Throws UsageError when there is no such group.
+  // `group`: the name of a group, or a number. Throws UsageError when it is neither.
   explicit SharedFolder(const std::string& group);
 
   const std::string& Group() const { return group_; }
 
-  // Throws LocalFailure unless this process may give the folder to the group, or the group has it. The folder need not
+  // Throws LocalFailure unless the group has the folder or this process may give it to the group. The folder need not
   // exist.
   void RequirePossible(const std::filesystem::path& folder) const;
 
-  // Lets the group make files in the folder, gives it those that will be made there (setgid), and lets it read and
-  // write those of its members that are there. A file that nobody may write stays so. Throws LocalFailure.
+  // Lets the group make files in the folder, makes new files the group's (setgid), and lets the group read and write
+  // files of its members that are there already. A read-only file stays read-only. Throws LocalFailure.
   Files Share(const std::filesystem::path& folder) const;
 
  private:

@@ -9,25 +9,25 @@
 
 namespace kestorctl {
 
-// A text of the command line as a string of the component boundary.
+// Converts UTF-8 to a string that the server's methods take.
 OwnedBstr ToBstr(const std::string& utf8);
 
-// Why this thread's last call on an object of the server ended as it did; UTF-8, empty when the server does not say.
+// Returns the reason that the server gave for the result of this thread's last call; UTF-8, empty when it gave none.
 std::string ReasonOfLastCall();
 
-// Whether the server that runs is one that tells nothing of the models of a call, and rehearses none.
+// Returns whether the running server is too old to report on the models of a call and to rehearse one.
 bool ServerIsOlder();
 inline constexpr const char* kOlderServer =
     "the server that runs is older than this program and does not say what becomes of each model";
 
-// What sessions with the stores of both generations have in common. The server is started when none runs, and has a
-// live object as long as the session lives.
+// What sessions with the stores of both generations have in common. A session starts the server when none runs, and
+// keeps an object in it alive.
 class StoreSession {
  public:
   StoreSession(const StoreSession&) = delete;
   StoreSession& operator=(const StoreSession&) = delete;
 
-  // Of making and initialising the store; its methods may be called only when this is no failure.
+  // Returns the result of making and initialising the store. Its methods may be called only when this is no failure.
   HRESULT Result() const { return result_; }
 
   // More about the result than its meaning says; may be empty. UTF-8.
@@ -54,8 +54,7 @@ class StoreSession {
   std::string detail_;
 };
 
-// A store of second-generation models for one module and component. When it is opened, first-generation models of these
-// are converted.
+// A store of second-generation models for one module and component. Opening it converts their first-generation models.
 class ReportStore : public StoreSession {
  public:
   ReportStore(const std::string& module, const std::string& component);
@@ -81,7 +80,7 @@ class LegacyStore : public StoreSession {
   ComPtr<IZNPL_Rel> store_;
 };
 
-// What renumbers field codes in the models of a module and component that each call names.
+// Renumbers field codes in models. Each call names the module and component.
 class FieldConverter : public StoreSession {
  public:
   FieldConverter();

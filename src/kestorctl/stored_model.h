@@ -1,4 +1,4 @@
-// A second-generation model as the server hands it out.
+// A second-generation model as the server returns it.
 #pragma once
 
 #include <string>
@@ -29,13 +29,13 @@ class StoredModel {
   const TaskBlock<std::uint8_t> content_;
 };
 
-// A content as the interfaces take it.
+// Returns the bytes of a content as the interfaces take them.
 unsigned char* BytesOf(std::string& content);
 
-// What a user should know of a model that has just been stored; empty: nothing.
+// Returns what a user should know about a model that was just stored; empty when there is nothing.
 std::string Warnings(const ReportStore& store, const std::string& name, USHORT version, std::string& content);
 
-// Fills the document. Empty, or why the model is no report document. Needs the markup component.
+// Fills the document. Returns why the model is no report document; empty when it is one. Needs the markup component.
 inline std::string LoadDocument(const REG_RELATORIO2& model, kestor::CDocRelatorio& document) {
   std::string reason;
   return document.CarregaConteudo(model, &reason) ? std::string() : reason;

@@ -8,7 +8,7 @@
 
 namespace kestorctl {
 
-// In characters; 0 when standard output is no terminal.
+// Returns the width in characters; 0 when standard output is no terminal.
 inline std::size_t TerminalWidth() {
   winsize size{};
   return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;

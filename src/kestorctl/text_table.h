@@ -1,4 +1,4 @@
-// Tables for people: columns under their heads, as wide as what stands in them.
+// Tables for people: columns under their heads, as wide as their contents.
 #pragma once
 
 #include <string>
@@ -13,8 +13,9 @@ struct TableColumn {
 
 using TableRow = std::vector<std::string>;  // a text for each column
 
-// All rows under the heads; control characters show as blanks. UTF-8. A row is one line, and a very long text stands
-// out. Only where standard output is a terminal, a row takes as many lines as its width makes necessary.
+// Returns the heads with all rows below them, UTF-8; control characters become blanks. A row is one line, in which a
+// very long text does not widen its column. When standard output is a terminal, a row takes as many lines as the width
+// requires.
 std::string TextTable(const std::vector<TableColumn>& columns, const std::vector<TableRow>& rows);
 
 }  // namespace kestorctl

@@ -1,4 +1,4 @@
-// What keeps the file system of a folder from being shared by several machines.
+// What makes it unsafe for several machines to share the file system of a folder.
 #pragma once
 
 #include <filesystem>
@@ -8,15 +8,15 @@
 
 namespace kestorctl {
 
-// As the system's table of mounts has it.
+// An entry of the system's table of mounts.
 struct Mount {
   std::string type;
   std::string source;
   std::set<std::string> options;
 };
 
-// A sentence without a full stop for each thing that lets machines overlook each other's locks or changes in `folder`,
-// as its mount says. None on a local disk, and where nothing is known against the mount.
+// Returns a sentence without a full stop for each property of the mount that lets machines miss each other's locks or
+// changes in `folder`. None on a local disk, and when nothing is known against the mount.
 std::vector<std::string> SharingHazards(const std::filesystem::path& folder);
 
 // The same for a mount that is not a local disk, mounted at `top`.
