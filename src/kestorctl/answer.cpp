@@ -52,15 +52,15 @@ std::string OneLine(std::string text) {
 }
 
 void Tell(const std::string& line) {
-  // Where standard error cannot be written, no other place is left for the message.
+  // When standard error cannot be written, there is no other place for the message.
   host::WriteAll(STDERR_FILENO, OneLine(line) + "\n");
 }
 
-// 0, or the error number.
+// Returns 0 or the error number.
 int WriteStandardOutput(const std::string& bytes) {
   if (bytes.empty()) return 0;
   if (const int error = host::WriteAll(STDOUT_FILENO, bytes); error != 0) return error;
-  // Some file systems tell only now that the disk is full.
+  // Some file systems report a full disk only on close.
   return close(STDOUT_FILENO) == 0 ? 0 : errno;
 }
 
@@ -97,7 +97,7 @@ int Deliver(const Answer& answer) {
     Tell("kestorctl: " + ResultSentence(answer));
   }
   if (unwritten == 0) return answer.unread ? kUnread : answer.Status();
-  if (unwritten == EPIPE) return kUnread;  // a reader that has seen enough needs no words
+  if (unwritten == EPIPE) return kUnread;  // a reader that has seen enough needs no message
   Tell(std::string("kestorctl: cannot write standard output: ") + std::strerror(unwritten));
   return kFailed;
 }

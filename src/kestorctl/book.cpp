@@ -27,7 +27,7 @@ namespace {
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
 
-constexpr std::size_t kSamples = 16;     // a picture of a few groups
+constexpr std::size_t kSamples = 16;     // enough for a few groups
 constexpr std::size_t kMostRows = 1000;  // of a list in a document
 constexpr std::size_t kMostProblems = 10'000;
 constexpr std::size_t kMostVersions = 100;  // of one model, the latest ones
@@ -50,7 +50,7 @@ std::string Cells(std::initializer_list<std::string> markups) {
   return row + "</tr>\n";
 }
 
-// A file of the book that grows.
+// A file of the book, written piece by piece.
 class File {
  public:
   File(const fs::path& file, std::string_view content) : name_(file.string()), stream_(file, std::ios::binary) {
@@ -72,7 +72,7 @@ class File {
   std::ofstream stream_;
 };
 
-// A page with a table in which a search finds rows.
+// A page with a table and a search box for its rows.
 class TablePage {
  public:
   TablePage(const fs::path& file, const std::string& title, std::initializer_list<const char*> columns)
@@ -110,7 +110,7 @@ class Book {
     if (error) throw LocalFailure("cannot make " + folder.string() + ": " + error.message());
   }
 
-  // Removes what there is of the book.
+  // Removes what was written of the book.
   void Abandon() noexcept {
     std::error_code ignored;
     for (const char* part : kFolders)
@@ -132,7 +132,7 @@ class Book {
  private:
   struct Use {
     std::size_t model;
-    std::string where;  // all kinds of use
+    std::string where;  // such as "column, total"
   };
 
   void Save(const fs::path& name, std::string_view content) const { File(folder_ / name, content).End(); }
@@ -205,7 +205,7 @@ class Book {
     return picture + Notes(notes);
   }
 
-  // What the document says. Of lists that nobody can have meant their beginning; those of `document` are then as short.
+  // Returns what the document says. Cuts its lists to kMostRows entries, also in `document`.
   std::string InWords(kestor::CDocRelatorio& document, std::size_t pair) {
     std::size_t leftOut = 0;
     const auto shorten = [&](auto& list) {
@@ -245,7 +245,7 @@ class Book {
     return all;
   }
 
-  // What the history has kept of the model's file.
+  // Returns what the history has kept of the model's file.
   std::string History(const admin::Model& model, const admin::Pair& pair) {
     if (history_.empty()) return {};
     Versions versions;
@@ -273,7 +273,7 @@ class Book {
     return HtmlOf({{"history", rows}}, 2) + (trouble.empty() ? "" : Notes({trouble}));
   }
 
-  // The names under which the history has kept models of the pair, by their capitals.
+  // Returns the names under which the history has kept models of the pair, by name in capitals.
   const std::multimap<std::string, std::string>& SpellingsIn(std::size_t pair) {
     if (spellingsOf_ == pair) return spellings_;
     spellings_.clear();
@@ -281,7 +281,7 @@ class Book {
     const auto capitals = [](const std::string& code) { return text::ToUtf8(text::Upper(text::FromUtf8(code))); };
     const fs::path place =
         history_ / capitals(inventory_.pairs[pair].module) / capitals(inventory_.pairs[pair].component);
-    std::error_code error;  // mostly that there is none yet
+    std::error_code error;  // usually that there is no such folder yet
     for (fs::directory_iterator entry(place, error); !error && entry != fs::directory_iterator();
          entry.increment(error)) {
       const std::string name = entry->path().filename().string();
@@ -301,7 +301,7 @@ class Book {
     return std::to_string(code) + (field == nullptr ? "" : ' ' + text::ToUtf8(kestor::TextoDoCampo(field->szApelido)));
   }
 
-  // What the catalogue says of a field.
+  // Returns what the catalogue says about a field.
   std::string FieldFacts(std::size_t pair, std::uint16_t code) {
     const tagREG_CAMPOS_RELATORIO2* const record = reader_.CatalogueOf(pair).Find(code);
     if (record == nullptr) return "<p>The catalogue has no such field.</p>\n";
@@ -316,7 +316,7 @@ class Book {
                   2);
   }
 
-  // Enters what the document uses, and returns links to the fields.
+  // Records which fields the document uses, and returns links to them.
   std::string NoteUses(std::size_t number, std::size_t pair, const kestor::CDocRelatorio& document) {
     std::set<std::uint16_t> mine;
     const auto note = [&](std::uint16_t code, std::string_view where) {
@@ -342,7 +342,7 @@ class Book {
     return links.empty() ? "" : "<h2>fields</h2>\n<ul>\n" + links + "</ul>\n";
   }
 
-  // The pages of the fields of a module and component, when all its models have been seen.
+  // Writes the pages of the fields of a module and component, after the last of its models.
   void WriteFields(std::size_t pair, TablePage* list) {
     const std::string& module = inventory_.pairs[pair].module;
     const std::string& component = inventory_.pairs[pair].component;
@@ -390,7 +390,7 @@ class Book {
   const admin::Inventory& inventory_;
   admin::Reader reader_;
   const fs::path history_;                  // empty: there is none
-  std::optional<std::size_t> spellingsOf_;  // which pair
+  std::optional<std::size_t> spellingsOf_;  // the pair of `spellings_`
   std::multimap<std::string, std::string> spellings_;
   std::map<std::uint16_t, std::vector<Use>> uses_;  // of the pair whose models are being written
 };

@@ -55,13 +55,13 @@ void AddGlobals(CLI::App& program, Globals* globals) {
   program.add_flag("--json", globals->json, "Tell everything as one JSON document on standard output");
 }
 
-// The document is owed also when the arguments do not parse.
+// The caller gets the JSON document even when the arguments do not parse.
 bool AsksForJson(int argc, char** argv) {
   char** const end = std::find(argv, argv + argc, std::string_view("--"));
   return std::find(argv, end, std::string_view("--json")) != end;
 }
 
-// The command that the arguments name, as far as they do.
+// Returns the innermost command that the arguments name; the program when they name none.
 const CLI::App* NamedCommand(const CLI::App& program) {
   const CLI::App* named = &program;
   while (!named->get_subcommands().empty())
@@ -77,7 +77,7 @@ std::string HelpHint(const CLI::App& program) {
   return "; see '" + words + "--help'";
 }
 
-// How many letters must be changed, left out, added or swapped with their neighbour to make one word of the other.
+// Counts the letters that must be changed, left out, added or swapped with a neighbour to turn one word into the other.
 std::size_t Distance(const std::string& a, const std::string& b) {
   std::vector<std::vector<std::size_t>> rows(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
   for (std::size_t i = 0; i <= a.size(); ++i) {
@@ -95,7 +95,7 @@ std::size_t Distance(const std::string& a, const std::string& b) {
   return rows.back().back();
 }
 
-// The command that was probably meant; empty when none is like it.
+// Returns the command that was probably meant; empty when none is similar.
 std::string Alike(const CLI::App& group, const std::string& mistyped) {
   constexpr std::size_t kMostChanges = 2;
   constexpr std::size_t kLongest = 20;
@@ -116,7 +116,7 @@ std::string NoCommand(const CLI::App& group, const std::string& word) {
   return "there is no command " + word + (alike.empty() ? "" : ": did you mean " + alike + "?");
 }
 
-// A mistyped command leaves an argument over; that one is needed would be no news.
+// CLI11 says of a mistyped command only that a command is required. This names the word that is none.
 std::string ParseProblem(const CLI::App& program, const CLI::ParseError& error) {
   const std::vector<std::string> left = program.remaining(true);
   if (dynamic_cast<const CLI::RequiredError*>(&error) == nullptr) return error.what();
@@ -124,7 +124,7 @@ std::string ParseProblem(const CLI::App& program, const CLI::ParseError& error) 
   return left.empty() ? "a command is needed" : NoCommand(*NamedCommand(program), left.front());
 }
 
-// The command help: what --help of a command tells.
+// The command help: prints what --help of a command prints.
 void AddHelp(CLI::App& program, Command* chosen) {
   const auto words = std::make_shared<std::vector<std::string>>();
   CLI::App* const help = program.add_subcommand("help", "Tell how a command is used");
@@ -142,7 +142,7 @@ void AddHelp(CLI::App& program, Command* chosen) {
         path += (path.empty() ? "" : " ") + command->get_name();
         command = named.front();
       }
-      if (command == &program) command->clear();  // it would tell of the command that was given, which is this one
+      if (command == &program) command->clear();  // help() would describe the command that was given, which is this one
       answer.output = command->help(path);
     };
   });
@@ -218,7 +218,7 @@ int RunCommandLine(int argc, char** argv) {
   AddHelp(program, &chosen);
 
   Answer answer;
-  // No command of the line's own: what follows it is half of one.
+  // CLI11 must not parse this: the words after it are an unfinished command line.
   if (argc > 1 && std::string_view(argv[1]) == "complete") {
     answer.output = Completions(program, {argv + 2, argv + argc});
     return Deliver(answer);
@@ -236,7 +236,7 @@ int RunCommandLine(int argc, char** argv) {
   } catch (const registry::FormatError& error) {
     Fail(&answer, HRESULT_FROM_WIN32(ERROR_BADDB), error.what());
   } catch (const std::filesystem::filesystem_error& error) {
-    // Of two paths the second is the one that was to be made.
+    // When there are two paths, the second is the one that could not be made.
     const std::filesystem::path& path = error.path2().empty() ? error.path1() : error.path2();
     Fail(&answer, E_FAIL, path.string() + ": " + error.code().message());
   } catch (const std::bad_alloc&) {

@@ -1,4 +1,4 @@
-// The commands legacy export and legacy filter: the files beside a first-generation model, byte for byte.
+// The commands legacy export and legacy filter: the files that belong to a first-generation model, byte for byte.
 #include <cstring>
 #include <limits>
 #include <span>
@@ -74,7 +74,7 @@ constexpr std::size_t kHeaderBytes = kBytesWithoutPointer<tagREG_RELEXPORTACAO>;
 constexpr std::size_t kItemBytes = sizeof(tagREG_RELEXPORTACAO_ITEM);
 constexpr std::size_t kEntryBytes = sizeof(tagCAMPO_FILTRO);
 
-// The records of which the bytes are a whole number.
+// Copies bytes that are a whole number of records.
 template <typename Record>
 std::vector<Record> Records(std::string_view bytes) {
   std::vector<Record> records(bytes.size() / sizeof(Record));
@@ -95,7 +95,7 @@ std::span<tagCAMPO_FILTRO> ItemsOf(const tagFILTRO_RELATORIO& filter) {
   return {filter.pregValoresFiltro, filter.nQtdCampos};
 }
 
-// Hands out the first bytes of the record, and its items; `items` is what those are called.
+// Gives out the first bytes of the record, and its items; `items` is the name of these in the document.
 template <typename Record>
 void Get(const ReadOptions& options, HRESULT (IZNPL_Rel::*read)(BSTR, Record**), std::size_t headBytes,
          const char* items, Answer& answer) {
@@ -122,7 +122,7 @@ void GetFilter(const ReadOptions& options, Answer& answer) {
   Get(options, &IZNPL_Rel::LeFiltroRelatorio, 0, "entries", answer);
 }
 
-// The settings without their items.
+// Returns the settings without their items.
 tagREG_RELEXPORTACAO Header(const std::string& file, const std::string& content) {
   if (content.size() < kHeaderBytes) {
     Refuse(file, content.size(), "export settings have at least " + std::to_string(kHeaderBytes));
@@ -153,7 +153,7 @@ void RequireFilter(const std::string& file, std::size_t size) {
   }
 }
 
-// Writes what the file holds; `items` is what its items are called.
+// Stores what the input holds; `items` is the name of its items in the document.
 template <typename Companion>
 void Put(const WriteOptions& options, const char* items, Answer& answer) {
   const std::string content = TakeIn(options.input);
@@ -174,7 +174,7 @@ void PutFilter(const WriteOptions& options, Answer& answer) {
   Put<Filter>(options, "entries", answer);
 }
 
-// One kind of file beside a model.
+// One kind of file that belongs to a model.
 struct Companion {
   CommandTexts group;
   CommandTexts getTexts;

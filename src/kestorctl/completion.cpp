@@ -25,8 +25,8 @@ const CLI::App* FindCommand(const CLI::App& group, const std::string& name) {
   return named.empty() ? nullptr : named.front();
 }
 
-// What the values of an option or argument are, such as MODULE, COMPONENT and NAME; the last word counts for all that
-// follow.
+// Returns what the values of an option or argument are, such as MODULE, COMPONENT and NAME. The last word holds for all
+// further values.
 std::vector<std::string> KindsOf(const CLI::Option& option) {
   if (option.get_positional()) {
     if (option.get_items_expected_max() > 1 && option.get_name() == "FILE") return {"MODULE", "COMPONENT", "NAME"};
@@ -42,7 +42,7 @@ std::vector<std::string> KindsOf(const CLI::Option& option) {
   return kinds;
 }
 
-// Goes along the line, and knows what can follow.
+// Walks along the command line, and knows what can follow.
 class Line {
  public:
   explicit Line(const CLI::App& program) : command_(&program), helped_(&program) {}
@@ -101,7 +101,7 @@ class Line {
     if (equals != word.npos) Note(Kind(*option_, values_++), word.substr(equals + 1));
   }
 
-  // The argument that comes next; null when there is none. `*value`: how many of its values there are.
+  // Returns the argument that comes next; null when there is none. `*value`: how many values it has already.
   const CLI::Option* NextArgument(std::size_t* value) const {
     *value = arguments_;
     for (const CLI::Option* argument : command_->get_options([](const auto* one) { return one->get_positional(); })) {
@@ -133,7 +133,7 @@ class Line {
   }
 
   void Put(const std::string& value, std::string_view description = {}) {
-    // What would break the line cannot be typed either.
+    // A value that would break the line cannot be typed either.
     if (!value.starts_with(begun_) || text::Presentable(value) != value || !offered_.insert(value).second) return;
     output_.append(value).append(description.empty() ? "" : "\t").append(description).append("\n");
   }
@@ -143,7 +143,7 @@ class Line {
       Put(command->get_name(), command->get_description());
   }
 
-  // Those of the command, and those of the whole program where a command has no other option of that name.
+  // Offers the options of the command and of those above it; of one name, only the innermost option.
   void OfferOptions() {
     for (const CLI::App* app = command_; app != nullptr; app = app->get_parent()) {
       for (const CLI::Option* option : app->get_options([](const auto* one) { return !one->get_positional(); })) {
@@ -193,7 +193,7 @@ class Line {
         OfferNames();
       }
     } catch (const std::runtime_error&) {
-      // A person who types is not told why; the command will do that.
+      // Completion fails silently. The command itself will report the reason.
     }
   }
 
@@ -219,9 +219,9 @@ class Line {
   }
 
   const CLI::App* command_;
-  const CLI::App* helped_;  // of which "help" is to tell; null when there is none
+  const CLI::App* helped_;  // the command that "help" will describe; null when there is none
   bool onlyArguments_ = false;
-  const CLI::Option* option_ = nullptr;  // the last word but its values
+  const CLI::Option* option_ = nullptr;  // whose values may follow; null when there is none
   std::size_t values_ = 0;
   std::size_t arguments_ = 0;
   bool isHome_ = false;

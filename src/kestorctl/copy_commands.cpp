@@ -70,7 +70,7 @@ struct Copied {
   bool isDefault = false;
 };
 
-// Where a model is, and what it is called there.
+// Where a model is, and its name there.
 struct Place {
   fs::path home;
   ModelOptions model;
@@ -94,10 +94,10 @@ void Enter(const Place& place) {
 struct File {
   dev_t device = 0;
   ino_t inode = 0;
-  bool hasFilter = false;  // beside it
+  bool hasFilter = false;  // there is a filter next to it
 };
 
-// The file of a model that is there.
+// Returns the file of a model; none when there is no such model.
 std::optional<File> FileOf(const Place& place) {
   Enter(place);
   const ReportsFolder folder(place.model);
@@ -110,8 +110,8 @@ std::optional<File> FileOf(const Place& place) {
   return File{found.status.st_dev, found.status.st_ino, hasFilter};
 }
 
-// Codes that run together with names, and homes that share a folder, give one file several places. What it is moved to
-// must not be deleted as what it was moved from.
+// One file can have several places: in its name the codes and the model's name run together, and homes can share a
+// folder. A move must not delete the file that it has just written.
 bool IsOneFile(const std::optional<File>& a, const std::optional<File>& b) {
   return a && b && a->device == b->device && a->inode == b->inode;
 }
@@ -120,7 +120,7 @@ Place SourceOf(const CopyOptions& options) {
   return {platform::Home::Current().Folder(), static_cast<const ModelOptions&>(options)};
 }
 
-// A name that brings another extension along, or a path, is none that a program would list and read.
+// Refuses a name that includes another extension or is a path: no program would list and read such a model.
 void RequireReadable(const std::string& name) {
   const std::string ansi = text::FromUtf8(name);
   if (name.find_first_of("\"*/:<>?\\|") == name.npos &&
@@ -163,7 +163,7 @@ bool Read(const Place& place, Copied* copied, Answer& answer) {
   return true;
 }
 
-// A document that bears the model's name bears the new one; every other content stays as it is.
+// Gives the new name to a document that bears the model's name. Leaves every other content unchanged.
 void Rename(const Place& from, const Place& to, Copied* copied) {
   const kestor::ComponenteMarcacao markup;
   kestor::CDocRelatorio document;
@@ -197,7 +197,7 @@ bool Write(const Place& place, Copied& copied, bool mayReplace, Answer& answer) 
   return true;
 }
 
-// Makes the model the default report; none with an empty name.
+// Makes the model the default report. With an empty name there is none afterwards.
 bool SetDefault(const ReportStore& store, const std::string& name, Answer& answer) {
   Conclude(store->SetRelatorioPadrao(name.empty() ? nullptr : ToBstr(name).get()), answer);
   return answer.result == S_OK;
@@ -208,8 +208,8 @@ void Respell(const Place& place, Answer& answer) {
   if (IsOpen(store, answer)) SetDefault(store, place.model.name, answer);
 }
 
-// Deletes what has been stored elsewhere. A default report is `newDefault` from then on; the deletion finds it only
-// when it is spelled the same.
+// Deletes a model that has been stored elsewhere. If it is the default report, makes `newDefault` that first: the
+// server's deletion clears the default report only when it is spelled the same.
 void Remove(const Place& place, bool isDefault, const std::string& newDefault, Answer& answer) {
   Enter(place);
   const ReportStore store(place.model.module, place.model.component);

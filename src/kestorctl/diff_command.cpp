@@ -46,7 +46,7 @@ Lines LinesOf(const REG_RELATORIO2& model, const std::string& name) {
   return lines;
 }
 
-// None when the model cannot be read; the answer has the result.
+// Returns none when the model cannot be read; the answer has the result.
 std::optional<Lines> Stored(const DiffOptions& options, const std::string& name, Answer& answer) {
   const ReportStore store(options.module, options.component);
   if (!IsOpen(store, answer)) return std::nullopt;
@@ -74,8 +74,8 @@ void TellLine(bool isNew, const std::string& line, Answer& answer) {
   answer.incomplete = true;
 }
 
-// The longest lines that both have in common stay; all others are told. Beyond a size that no page has, the whole
-// middle is told.
+// Tells the lines that are not in the longest common subsequence. Beyond a size that no page has, tells all lines
+// between the common beginning and the common end.
 void TellDifference(const Lines& before, const Lines& after, Answer& answer) {
   const auto [firstBefore, firstAfter] = std::mismatch(before.begin(), before.end(), after.begin(), after.end());
   const auto [lastBefore, lastAfter] = std::mismatch(before.rbegin(), std::make_reverse_iterator(firstBefore),

@@ -19,7 +19,7 @@ using text::ToUtf8;
 
 // ---- Words ---------------------------------------------------------------------------------------------------------
 
-// The word at a value's place; the number for a value that has none.
+// Returns the word for a value, or the number when there is none.
 template <std::size_t N>
 std::string Word(const std::array<const char*, N>& words, std::int32_t value) {
   return value >= 0 && static_cast<std::size_t>(value) < N ? words[static_cast<std::size_t>(value)]
@@ -34,14 +34,14 @@ constexpr std::array kOperators = {"is", "is not", "is above", "is at least", "i
 constexpr std::array kConnectors = {"and", "or"};
 constexpr std::array kItemTypes = {"text", "number"};
 
-// The shortest digits that are read back as the same value.
+// Returns the shortest digits that parse to the same value.
 std::string Decimal(float value) {
   std::array<char, 64> digits{};
   return {digits.data(),
           std::to_chars(digits.data(), digits.data() + digits.size(), value, std::chars_format::fixed).ptr};
 }
 
-// The number that is written with the same digits.
+// Returns the number that is written with the same digits.
 double Number(float value) {
   return text::ToDouble(Decimal(value));
 }
@@ -56,7 +56,7 @@ std::string Font(const std::string& name, std::int32_t size) {
 
 // ---- The page ------------------------------------------------------------------------------------------------------
 
-// A label and what it stands for; nothing when that is empty.
+// Returns a line of a label and its value; nothing when the value is empty.
 std::string Line(const char* label, const std::string& value) {
   constexpr std::size_t kLabelWidth = 12;
   if (value.empty()) return {};
@@ -73,7 +73,7 @@ std::string Heading(const std::string& text) {
   return '\n' + text + '\n';
 }
 
-// The field codes with the titles of their columns, by which a person knows them.
+// Field codes with the titles of their columns, by which people know them.
 class FieldNames {
  public:
   explicit FieldNames(const CDocRelatorio& document) {
@@ -88,7 +88,7 @@ class FieldNames {
   }
 
  private:
-  std::map<std::uint16_t, std::string> titles_;  // of the first column of a code
+  std::map<std::uint16_t, std::string> titles_;  // of a code's first column
 };
 
 std::string Columns(const CDocRelatorio& document) {

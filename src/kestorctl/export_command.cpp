@@ -95,7 +95,7 @@ class Export {
     return file.pair == pair && (names_.empty() || names_.contains(KeyOf(file.name)));
   }
 
-  // Models that cannot be read have none that are known.
+  // Collects the field codes that the models use. Those of a model that cannot be read stay unknown.
   void FindCodes() {
     admin::Reader reader(inventory_);
     admin::Search(reader, inventory_, {},
@@ -108,7 +108,7 @@ class Export {
   }
 
   void Add(std::size_t which) {
-    // A model has its files together, whatever the letter case of their names.
+    // The files of a model belong together, whatever the letter case of their names.
     std::map<std::pair<bool, std::string>, std::vector<const admin::Model*>> models;  // the documents first
     for (const std::vector<admin::Model>* files : {&inventory_.models, &companions_}) {
       for (const admin::Model& file : *files) {
@@ -149,7 +149,7 @@ class Export {
     pair->catalogue = writer_.Add(Kind::catalogue, content);
   }
 
-  // Of files that differ in letter case alone the first comes along: no store reads the others.
+  // Of files whose names differ only in letter case, adds the first: no store reads the others.
   void AddModel(const std::vector<const admin::Model*>& files, bundle::Pair* pair) {
     bundle::Model model;
     std::map<Kind, const admin::Model*> ofKinds;
@@ -190,7 +190,7 @@ class Export {
   const std::set<std::string>& names_;  // in capitals; empty: all
   Answer& answer_;
   const std::vector<admin::Model> companions_;
-  std::map<std::string, std::set<std::int32_t>> codes_;  // by the files of the models
+  std::map<std::string, std::set<std::int32_t>> codes_;  // by the model's file
   bundle::Manifest manifest_;
   bundle::Writer writer_;
   std::string summary_;

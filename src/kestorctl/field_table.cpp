@@ -22,7 +22,7 @@ constexpr Word kTypes[] = {
 
 constexpr Word kAlignments[] = {{KESTOR_Esquerda, "left"}, {KESTOR_Direita, "right"}, {KESTOR_Centro, "centre"}};
 
-// The server does not check the catalogue: a letter that means nothing is told as it is.
+// The server does not check the catalogue, so a letter without a meaning is returned unchanged.
 template <std::size_t N>
 std::string InWords(const std::string& letter, const Word (&words)[N]) {
   const Word* found = std::find_if(std::begin(words), std::end(words),

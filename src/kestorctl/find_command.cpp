@@ -71,7 +71,7 @@ admin::Query QueryOf(const FindOptions& options) {
   return query;
 }
 
-// What a search gives, for people and for programs.
+// Reports the findings of a search, for people and for programs.
 class Report {
  public:
   Report(const admin::Inventory& inventory, admin::Reader& reader, Answer& answer)

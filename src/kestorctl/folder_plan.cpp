@@ -33,12 +33,12 @@ fs::path WithoutSeparator(const fs::path& folder) {
   return folder.has_filename() ? folder : folder.parent_path();
 }
 
-// Links followed, no separator at the end; what does not exist is taken as written.
+// Follows links, and removes a separator at the end. Takes what does not exist as it is written.
 fs::path Canonical(const fs::path& folder) {
   return WithoutSeparator(fs::weakly_canonical(fs::absolute(folder)));
 }
 
-// Written like a path of the desktop platform, in whatever form.
+// Returns whether the argument is written like a path of the desktop platform, even one that is not accepted.
 bool LooksLikeDesktopPath(const std::string& argument) {
   return argument.find('\\') != argument.npos || IsDesktopPath(argument.substr(0, 2));
 }
@@ -47,14 +47,14 @@ std::string DriveRoot(char letter) {
   return std::string(1, letter) + ":\\";
 }
 
-// Whether the server comes to this folder by this path. A name that the desktop platform reads in another way, or finds
-// in another letter case, leads elsewhere.
+// Returns whether the path leads the server to this folder. A name that the desktop platform reads differently, or
+// finds in another letter case, leads elsewhere.
 bool LeadsTo(const std::string& desktopPath, const fs::path& folder) {
   std::string host;
   return files::HostPath(desktopPath.c_str(), &host) == 0 && Canonical(host) == folder;
 }
 
-// The path to `folder` from the drive; empty when there is none.
+// Returns the path to `folder` from the drive; empty when there is none.
 std::string PathOnDrive(char letter, const fs::path& folder) {
   const fs::path drive = Home::Current().Drive(letter);
   if (!fs::is_directory(drive)) return {};
@@ -72,7 +72,7 @@ std::string PathOnDrive(char letter, const fs::path& folder) {
   return LeadsTo(path, folder) ? path : std::string();
 }
 
-// A desktop path that was given as one.
+// Returns the place of a desktop path.
 Place GivenPlace(const std::string& argument) {
   Place place;
   if (!text::FromUtf8Exactly(argument, &place.desktopPath)) {
@@ -93,8 +93,8 @@ Place GivenPlace(const std::string& argument) {
   return place;
 }
 
-// Makes the folder and those above it. What root makes for the home of another user is that user's, whose server is to
-// write there; where the user may not make it, root does.
+// Makes the folder and those above it. For the home of another user, root makes them as that user, whose server must
+// write there. A folder that the user may not make, root makes and gives to the user.
 void Make(const fs::path& folder) {
   if (folder.empty() || fs::is_directory(folder)) return;
   Make(folder.parent_path());
@@ -122,7 +122,7 @@ Place PlaceOf(const std::string& desktopPath) {
   place.desktopPath = desktopPath;
   std::string host;
   if (files::HostPath(desktopPath.c_str(), &host) != 0) return place;
-  // Links that cannot be followed are told as they are.
+  // A path with links that cannot be followed stays as it is.
   std::error_code failed;
   const fs::path canonical = fs::weakly_canonical(host, failed);
   place.folder = WithoutSeparator(failed ? fs::path(host) : canonical);

@@ -46,7 +46,7 @@ void RequireApart(const fs::path& folder, const fs::path& reports) {
   if (LiesWithin(place, folder)) throw LocalFailure("the reports folder lies in " + folder.string());
 }
 
-// Whoever may work in the reports folder may keep versions.
+// Makes the folder so that every user who may work in the reports folder may keep versions.
 void Make(const fs::path& folder, const fs::path& reports) {
   if (folder.has_parent_path()) fs::create_directories(folder.parent_path());
   if (mkdir(folder.c_str(), 0777) != 0) {
@@ -93,7 +93,7 @@ void EnterHistory(const HistoryWish& wish, const fs::path& reports, const Shared
   answer.data["history"] = nullptr;
   const std::string entered = CCaminhosInstalacao::BuscaCaminhoHistorico();
   if (wish.none) {
-    SetText(Key(), kValue, {});  // an empty one, so that the next setup does not enter a folder
+    SetText(Key(), kValue, {});  // an empty value keeps the next setup from entering a folder
     answer.output += "history  none is kept\n";
   } else if (wish.folder) {
     Enter(Canonical(*wish.folder), reports, shared, answer);
