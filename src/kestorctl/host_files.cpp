@@ -39,21 +39,21 @@ std::string ReadToEnd(int descriptor, const std::string& name, std::size_t maxBy
   return bytes;
 }
 
-// Puts the content in the place of the file, which messages call `shown`.
+// Replaces the file, which messages call `shown`.
 void Replace(const fs::path& file, const std::string& shown, std::string_view bytes, const struct stat* old) {
   constexpr std::size_t kLongestStart = 200;
   const std::string name = file.filename();
   const std::string hiddenName = '.' + name.substr(0, kLongestStart) + '.' + std::to_string(host::Random());
   Descriptor folder;
   int error = host::OpenFolder(AT_FDCWD, file.parent_path(), &folder);
-  // Names can be changed in a folder that may not be read.
+  // Files can be renamed in a folder that may not be read.
   if (error == EACCES) error = host::Open(AT_FDCWD, file.parent_path(), O_PATH | O_DIRECTORY, &folder);
   if (error == 0) error = host::ReplaceFile(folder, name, hiddenName, bytes, old);
   if (error != 0) Throw("cannot write", shown, error);
 }
 
-// The descriptor that is open on the file already; -1 when it is neither standard output nor standard error. A file
-// under a name such as /dev/stdout is open already: replaced, it would lose what is written there besides.
+// Returns standard output or standard error when that is the file, otherwise -1. If a file under a name such as
+// /dev/stdout were replaced, what else is written to that descriptor would be lost.
 int StandardDescriptorOf(const struct stat& file) {
   for (const int standard : {STDOUT_FILENO, STDERR_FILENO}) {
     struct stat open {};
@@ -91,7 +91,7 @@ void WriteOutput(const fs::path& file, std::string_view bytes) {
     return;
   }
   if (!S_ISREG(old.st_mode)) return WriteInPlace(file, bytes);
-  // Replacing would pass over the mode of a file that may not be written, and would cut a link off from its file.
+  // A replacement would ignore that the file may not be written, and would replace a link instead of its target.
   if (faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) != 0) Throw("cannot write", file, errno);
   Replace(fs::canonical(file), file, bytes, &old);
 }

@@ -8,7 +8,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// "firstPage" as "first page".
+// Turns "firstPage" into "first page".
 std::string Words(const std::string& name) {
   std::string words;
   for (const char c : name) {

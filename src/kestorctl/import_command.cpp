@@ -1,4 +1,4 @@
-// The command import: the models of a bundle go into the stores.
+// The command import: stores the models of a bundle.
 #include <algorithm>
 #include <map>
 #include <memory>
@@ -64,7 +64,7 @@ bool IsDocument(const Model& model) {
   return model.files.front().kind == bundle::Kind::document;
 }
 
-// The file as a version that comes back.
+// Describes the file as a version, which is what Stores takes.
 history::Version VersionOf(const Model& model, const File& file) {
   history::Version version;
   version.model = model.name;
@@ -73,7 +73,7 @@ history::Version VersionOf(const Model& model, const File& file) {
   return version;
 }
 
-// Where the models of a pair go.
+// The module and component to which the models of a pair go.
 class Target {
  public:
   explicit Target(const StoreOptions& store) : store_(store), stores_(store) {
@@ -81,7 +81,7 @@ class Target {
     records_ = admin::RecordsOf(inventory_, inventory_.pairs.front());
   }
 
-  // Looks which files there are.
+  // Finds out which files there are.
   void Look() {
     inventory_ = admin::TakeInventory(store_.module, store_.component);
     files_.clear();
@@ -97,7 +97,7 @@ class Target {
   admin::Records& Records() { return records_; }
   Stores& Models() { return stores_; }
 
-  // The file that the version would replace, a path of the desktop platform; empty when there is none.
+  // Returns the file that the version would replace, a path of the desktop platform; empty when there is none.
   std::string FileOf(const history::Version& version) const {
     const auto file = files_.find(text::Upper(NameOf(version)));
     return file == files_.end() ? std::string() : inventory_.folder + file->second;
@@ -117,7 +117,7 @@ class Target {
     }
   }
 
-  // What waits to be migrated counts as migrated: the store of documents will do that when it is opened.
+  // Counts models that wait to be migrated as migrated: opening the store of documents would migrate them.
   void ForetellMigration() {
     for (const admin::Model& model : inventory_.models) {
       if (model.generation == admin::Generation::first && !HasDocument(model.name)) Note({model.name, {File()}, {}});
@@ -125,7 +125,7 @@ class Target {
   }
 
  private:
-  // Of the file, in code page 1252.
+  // Returns the name of the version's file, in code page 1252.
   std::string NameOf(const history::Version& version) const {
     const std::string module = text::FromUtf8(store_.module);
     const std::string component = text::FromUtf8(store_.component);
@@ -137,7 +137,7 @@ class Target {
 
   const StoreOptions store_;
   admin::Inventory inventory_;
-  std::map<std::string, std::string> files_;  // by their names in capitals
+  std::map<std::string, std::string> files_;  // by name in capitals
   admin::Records records_;
   Stores stores_;
 };
@@ -240,7 +240,7 @@ class Import {
                       (catalogue.trouble.empty() ? "the field catalogue has no " + list : catalogue.trouble) + "\n";
   }
 
-  // ---- What is told ------------------------------------------------------------------------------------------------
+  // ---- Output ------------------------------------------------------------------------------------------------------
 
   nlohmann::ordered_json Tell(const char* what, const Target& target, const std::string& model,
                               const std::string& more) {
@@ -274,7 +274,7 @@ class Import {
     answer_.incomplete = true;
   }
 
-  // Takes the result of a call, which is then no longer that of the command.
+  // Takes the result of a call out of the answer, so that it is not the command's, and returns the reason.
   std::string TakeReason() {
     std::string reason = answer_.detail.empty() ? kestor::ResultCode(answer_.result) : answer_.detail;
     answer_.result = S_OK;
@@ -282,23 +282,24 @@ class Import {
     return reason;
   }
 
-  // ---- What is done ------------------------------------------------------------------------------------------------
+  // ---- Storing -----------------------------------------------------------------------------------------------------
 
-  // The store of documents migrates what waits, so it is opened before anybody looks what is there. It stays closed
-  // where it is not needed, and what has come of the first generation stays as it is.
+  // Opens the store of documents, which migrates waiting models, before looking at what is there. When it is not
+  // needed, it stays closed, so that first-generation models stay as they are.
   void Begin(const bundle::Pair& pair, Target& target) {
     const bool needsDocuments = std::any_of(pair.models.begin(), pair.models.end(),
                                             [&](const Model& model) { return IsWanted(model) && IsDocument(model); }) ||
                                 (names_.empty() && (!pair.hidden.empty() || !pair.defaultReport.empty()));
     if (needsDocuments && options_.dryRun) target.ForetellMigration();
     if (needsDocuments && !options_.dryRun) {
-      if (target.Models().Documents(answer_) == nullptr) TakeReason();  // each document will say so
+      if (target.Models().Documents(answer_) == nullptr)
+        TakeReason();  // each document will be reported with the reason
       target.Look();
     }
     if (names_.empty()) Hide(pair, target);
   }
 
-  // A name is remembered when a model of that name is deleted, so one is made for it.
+  // The server remembers a name when a model of that name is deleted, so one is made and deleted.
   void Hide(const bundle::Pair& pair, Target& target) {
     constexpr const char* kWhat = "deleted demonstration model";
     for (const std::string& name : pair.hidden) {
@@ -345,8 +346,8 @@ class Import {
     storesFirstGeneration_ = storesFirstGeneration_ || isFirst;
   }
 
-  // All files or none: what has been stored goes back to what it was. The model itself comes last, so that none is
-  // there without what lies beside it. Returns why nothing is stored; empty when all is.
+  // Stores all files or none: after a failure, puts back what was there before. Stores the model itself last, so that
+  // it never exists without the files that belong to it. Returns why nothing is stored; empty when everything is.
   std::string StoreAll(Target& target, const Model& model, const std::vector<std::string>& contents) try {
     std::vector<std::optional<std::string>> before(model.files.size());
     for (std::size_t i = 0; i < model.files.size(); ++i) {

@@ -29,7 +29,7 @@ using history::Version;
 constexpr std::size_t kVersionBytes = 2;
 constexpr std::size_t kFilterHeader = 8;
 
-// As WhenOf writes it, or a time that `log --since` takes.
+// Parses a time as WhenOf writes it, or as `log --since` takes it.
 std::optional<Time> ReadWhen(const std::string& text) {
   const auto timeOf = [](std::time_t seconds) {
     return std::chrono::time_point_cast<std::chrono::microseconds>(history::Clock::from_time_t(seconds));
@@ -49,7 +49,7 @@ std::optional<Time> ReadWhen(const std::string& text) {
   return WhenOf(version) == text ? std::optional(version.time) : std::nullopt;
 }
 
-// A filter's version and number of entries, which the server writes by itself.
+// Returns whether a filter has the version and the number of entries that the server would write for it.
 bool HasUsualHeader(const std::string& filter) {
   std::uint32_t header[2] = {};
   if (filter.size() < sizeof header) return false;
@@ -57,7 +57,7 @@ bool HasUsualHeader(const std::string& filter) {
   return header[0] == 1 && filter.size() == sizeof header + std::size_t{header[1]} * sizeof(tagCAMPO_FILTRO);
 }
 
-// Whether its content was written after the time.
+// Returns whether the version's content was written after `time`.
 bool IsWrittenAfter(const Version& version, Time time) {
   const auto nanoseconds = [](Time one) {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(one.time_since_epoch()).count();
@@ -69,8 +69,8 @@ bool HoldsModel(const Version& version) {
   return KindOf(version) <= Kind::firstGeneration && version.after != history::After::made;
 }
 
-// Of files that were written after the time nobody knows what they were then, or whether they were there. Throws
-// LocalFailure where that goes for the model itself.
+// Leaves out files that were written after `time`: what they were then, or whether they existed, is not known. Throws
+// LocalFailure when that is true of the model itself.
 void LeaveOutLater(const std::string& name, const std::string& when, Time time, Versions* versions) {
   const bool hadModel = std::any_of(versions->begin(), versions->end(), HoldsModel);
   std::erase_if(*versions, [&](const Version& one) { return IsWrittenAfter(one, time); });
@@ -87,7 +87,7 @@ void LeaveOutLive(const StoreOptions& store, Versions* versions) {
       return folder.Find(one, &live) && IsSameFile(one, live.status);
     });
   } catch (const LocalFailure&) {
-    // Then there is no file that could be one of them.
+    // Without the reports folder there are no live files.
   }
 }
 
@@ -168,7 +168,7 @@ Versions VersionsAt(const Versions& all, const std::string& name, const std::opt
   }
   if (versions.empty()) throw LocalFailure(name + " has not been changed since " + *when);
   if (time) LeaveOutLater(name, *when, *time, &versions);
-  // What a migration made of the model came after it.
+  // A document that a migration made of the model is no part of what the model was before.
   const auto first = std::find_if(versions.begin(), versions.end(),
                                   [](const Version& one) { return KindOf(one) == Kind::firstGeneration; });
   if (first != versions.end()) {
@@ -198,7 +198,7 @@ std::string WhatOf(const Version& version) {
 }
 
 Kind KindOf(const Version& version) {
-  // The name of a document may bring any extension along.
+  // The name of a document may include any extension.
   for (const char* method : {"Grava", "AlteraCodigoCampos", history::kDocumentDeletion})
     if (version.method == method) return Kind::document;
   const std::string extension = text::FromUtf8(version.extension);

@@ -131,7 +131,7 @@ void Write(const WriteModelOptions& options, Answer& answer) {
   if (stem != options.model.name) answer.note = std::string("the model is stored as ").append(stem);
 }
 
-// The server answers the same whether it has deleted something or not.
+// The server's result is the same whether it has deleted something or not.
 void Delete(const ModelOptions& options, Answer& answer) {
   const LegacyStore store(options.module, options.component);
   if (!IsOpen(store, answer)) return;
@@ -145,7 +145,6 @@ void Delete(const ModelOptions& options, Answer& answer) {
   answer.data["deleted"] = wasThere && !isThere();
 }
 
-// The catalogue's fields.
 HRESULT FetchFields(const LegacyStore& store, std::vector<Field>* fields) {
   LONG count = 0;
   if (const HRESULT result = store->BuscaQdeCamposArquivo(&count); result != S_OK) return result;

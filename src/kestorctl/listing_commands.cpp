@@ -69,7 +69,8 @@ void Deleted(const StoreOptions& options, Answer& answer) {
   if (answer.result == S_OK) TellNames(names, answer);
 }
 
-// The server deletes a demonstration model also when it cannot remember its name: only what it notes tells of that.
+// The server deletes a demonstration model even when it cannot remember its name. Only its list of deleted names shows
+// that.
 void TellRemembered(const ReportStore& store, const std::string& name, Answer& answer) {
   constexpr int kAttempts = 20;
   constexpr DWORD kPauseMilliseconds = 20;
@@ -116,8 +117,8 @@ void ShowDefault(const ReportStore& store, Answer& answer) {
   if (answer.result == S_OK) TellDefault(name, answer);
 }
 
-// The server answers the same when the record that it writes can never be found, because it holds only part of the
-// codes.
+// The server also reports success when the record that it writes can never be found, because the record holds only part
+// of the codes.
 void SetDefault(const ReportStore& store, const ModelOptions& options, Answer& answer) {
   const std::string& name = options.name;
   Conclude(store->SetRelatorioPadrao(ToBstr(name).get()), answer);

@@ -60,7 +60,7 @@ struct LogOptions {
 
 // ---- Times ---------------------------------------------------------------------------------------------------------
 
-// From when on entries count: a text that compares with their times.
+// Returns the time from which entries count, as a text that compares with their times; empty: all count.
 std::string Since(const LogOptions& options) {
   if (!options.since) return {};
   const std::optional<std::time_t> time = ReadPastTime(*options.since);
@@ -73,7 +73,7 @@ std::string Since(const LogOptions& options) {
 
 // ---- Entries -------------------------------------------------------------------------------------------------------
 
-// A member that is a text; empty when there is none.
+// Returns a member that is a text; empty when there is none.
 std::string Text(const Json& entry, const char* name) {
   const auto member = entry.find(name);
   return member != entry.end() && member->is_string() ? member->get<std::string>() : std::string();
@@ -95,14 +95,14 @@ bool Names(const std::optional<std::string>& wanted, const Json& entry, const ch
   return !wanted || text::EqualNoCase(text::FromUtf8(*wanted), text::FromUtf8(Text(entry, member)));
 }
 
-// Which entries are told.
+// Selects the entries that are told.
 class Selection {
  public:
   explicit Selection(const LogOptions& options) : options_(options), since_(Since(options)) {}
 
-  // The entry of a line that is whole and asked for.
+  // Returns the entry of a line; none when the line is malformed, or the entry is not asked for.
   std::optional<Json> Take(std::string_view line) const {
-    // Before it is parsed, which takes most of the time.
+    // Compares before parsing, which takes most of the time.
     if (line.substr(kTime, since_.size()) < since_) return std::nullopt;
     Json entry = Json::parse(line, nullptr, false);
     if (!entry.is_object()) return std::nullopt;
@@ -119,7 +119,7 @@ class Selection {
   const std::string since_;
 };
 
-// Lines for people.
+// Formats entries as lines for people.
 class Page {
  public:
   std::string Line(const Json& entry) {
@@ -159,7 +159,7 @@ class Page {
     return model;
   }
 
-  // As wide as the longest name so far, so that columns of a few users stand below each other.
+  // Pads the name to the longest one so far, so that the columns of a few users line up.
   std::string User(const Json& entry) {
     const auto member = entry.find("user");
     if (member == entry.end() || !member->is_number_unsigned()) return {};
@@ -193,7 +193,7 @@ void TellEntries(journal::Reader& reader, const Selection& selection, Answer& an
   if (!answer.error.empty()) answer.result = E_FAIL;
 }
 
-// False when nobody reads standard output any more.
+// Returns false when the reader of standard output has gone away.
 bool WaitForEntries() {
   constexpr int kPauseMilliseconds = 200;
   pollfd output = {.fd = STDOUT_FILENO, .events = 0, .revents = 0};

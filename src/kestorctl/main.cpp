@@ -7,7 +7,7 @@
 int main(int argc, char** argv) {
   host::OccupyStandardDescriptors();
   host::UnmaskOwner();
-  signal(SIGPIPE, SIG_IGN);  // a reader that went away is told like any other failed write
+  signal(SIGPIPE, SIG_IGN);  // a write whose reader has gone away fails like any other write
   marshal::RegisterInterfaces();
   return kestorctl::RunCommandLine(argc, argv);
 }

@@ -31,7 +31,7 @@ Mapping ParseMapping(const std::string& option) {
   if (!files::MappingOf(path, &mapping.name, &entry) || mapping.name.size() != path.size()) {
     throw UsageError("--drive: " + option.substr(0, equals) + " is neither a drive nor a share");
   }
-  // That of this home, also where the machine has one.
+  // The entry of this home, even where that of the whole machine is in effect.
   const fs::path found = entry;
   const bool isDrive = mapping.name.size() == 2;
   mapping.entry =
@@ -55,7 +55,7 @@ void RequireEnterable(const Mapping& mapping) {
 
 bool Enter(const Mapping& mapping) {
   if (LeadsTo(mapping.entry, mapping.folder)) return false;
-  // Under a name that no drive and no share has.
+  // A name that no drive and no share can have.
   const fs::path made = mapping.entry.parent_path() / ('<' + mapping.entry.filename().string());
   const platform::ActingAsOwner owner(platform::Home::Current().Folder());
   fs::create_directories(mapping.entry.parent_path());

@@ -1,4 +1,4 @@
-// The command migrate: makes report documents of first-generation models.
+// The command migrate: turns first-generation models into report documents.
 #include <algorithm>
 #include <vector>
 
@@ -57,7 +57,7 @@ struct MigrateOptions {
 
 struct Outcome {
   std::vector<ModelNote> notes;
-  bool known = true;  // the notes tell of every model
+  bool known = true;  // the notes cover every model
 };
 
 // Adds what became of the models to the answer, and to `data` for programs. Returns how many are still there.
@@ -80,14 +80,14 @@ std::size_t Tell(const Outcome& outcome, bool dryRun, Answer& answer, Json& data
       answer.output.append(dryRun ? row.planned : row.done).append(note.name);
       answer.output.append(note.reason.empty() ? "" : ": ").append(note.reason) += '\n';
     }
-    // One that is converted has a reason when it could not be deleted.
+    // A model that is converted has a reason when it could not be deleted.
     if (!note.reason.empty()) data["stayed"].push_back({{"name", note.name}, {"reason", note.reason}});
   }
   if (!data["stayed"].empty()) answer.incomplete = true;
   return data["stayed"].size();
 }
 
-// Migrates a pair, or looks at what would become of it. The answer has the result.
+// Migrates a pair, or rehearses that. The answer has the result.
 Outcome Run(const StoreOptions& pair, bool dryRun, Answer& answer) {
   const auto taken = [&answer](const CallNotes& notes) {
     const bool known = FAILED(answer.result) || TellsAll(notes, answer);
@@ -149,13 +149,13 @@ void Summarise(const Inventory& all, Answer& answer) {
   }
 }
 
-// What a longer code's models are would be taken for those of a shorter one.
+// Otherwise a pair with a shorter code would take the models of one with a longer code.
 void LongerOnesFirst(std::vector<Pair>* pairs) {
   const auto length = [](const Pair& pair) { return text::FromUtf8(pair.component).size(); };
   std::stable_sort(pairs->begin(), pairs->end(), [&](const Pair& a, const Pair& b) { return length(a) > length(b); });
 }
 
-// Those whose models are, by their file names, also models of the pair.
+// Returns the pairs whose models are, by their file names, also models of this pair.
 std::vector<const Pair*> LongerOnes(const Pair& pair, const Inventory& all) {
   std::vector<const Pair*> longer;
   for (const Pair& other : all.pairs) {
@@ -180,7 +180,7 @@ void MigrateAll(bool dryRun, Answer& answer) {
     }
     answer.output += Words(pair) + "\n";
     Outcome outcome = Run({pair.module, pair.component}, dryRun, answer);
-    // After a dry run the models of the longer ones are still there.
+    // In a dry run the models of the longer ones are still there.
     std::erase_if(outcome.notes, [&](const ModelNote& note) {
       const std::string file = pair.codes + text::Upper(text::FromUtf8(note.name));
       return std::any_of(longer.begin(), longer.end(), [&](const Pair* one) { return file.starts_with(one->codes); });

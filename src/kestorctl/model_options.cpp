@@ -55,8 +55,8 @@ bool IsOpen(const ReportStore& store, Answer& answer) {
 }
 
 void Rehearse(const StoreOptions& store, const std::function<HRESULT()>& rehearsal, Answer& answer) {
-  // A rehearsal that is refused says no reason. A store of the first generation, which changes nothing, is refused for
-  // the same ones, and tells of a folder that cannot be read.
+  // A rehearsal that is refused gives no reason. A store of the first generation, which changes nothing, is refused for
+  // the same reasons and gives them. It also reports a folder that cannot be read.
   const LegacyStore sameCodes(store.module, store.component);
   if (!IsOpen(sameCodes, answer)) return;
   std::vector<std::string> names;

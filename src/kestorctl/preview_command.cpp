@@ -54,7 +54,8 @@ struct PreviewOptions {
 
 #ifdef KESTOR_PREVIEW
 
-// A document of that name, else a first-generation model; as programs name models, without regard to letter case.
+// Returns the document of that name, else the first-generation model. As in other programs, letter case does not
+// matter.
 const admin::Model& Find(const admin::Inventory& inventory, const std::string& name) {
   const admin::Model* found = nullptr;
   for (const admin::Model& model : inventory.models) {
@@ -78,11 +79,11 @@ Form FormOf(const std::string& output) {
 // Counts pages and draws those that are wanted.
 class Drawing {
  public:
-  // `countsAll`: how many pages there are is wanted as well.
+  // `countsAll`: also counts the pages after the last one that is drawn.
   Drawing(const PreviewOptions& options, Form form, const std::string& title, bool countsAll)
       : options_(options), form_(form), countsAll_(countsAll), pdf_(title, options.logo) {}
 
-  // False when the pages that follow are not needed.
+  // Returns false when the pages that follow are not needed.
   bool Add(const preview::Page& page) {
     ++pages_;
     const bool isSingle = form_ == Form::png || form_ == Form::svg;
@@ -136,7 +137,7 @@ preview::Lines LinesOf(const PreviewOptions& options, const kestor::CDocRelatori
     return lines;
   }
   Progress progress("kilobytes read");
-  std::error_code unknown;  // of a pipe
+  std::error_code unknown;  // a pipe has no size
   const std::uintmax_t bytes = std::filesystem::file_size(options.data, unknown);
   const std::size_t total = unknown ? 0 : static_cast<std::size_t>(bytes / 1024);
   return preview::ReadCsv(options.data, document, fields,

@@ -13,7 +13,7 @@ namespace {
 
 constexpr LONG kMissing = ERROR_FILE_NOT_FOUND;
 
-// False for what is missing. `argument`: the one that the registry could refuse.
+// Returns false when the key or value is missing. `argument`: the one that the registry may refuse.
 bool Succeeded(LONG error, const char* argument) {
   if (error == LONG{ERROR_SUCCESS}) return true;
   if (error == kMissing) return false;
@@ -24,7 +24,7 @@ bool Succeeded(LONG error, const char* argument) {
   throw LocalFailure(platform::Home::Current().Registry().string() + ": " + kestor::Describe(result).meaning, result);
 }
 
-// None when the key is missing.
+// Returns an empty key when there is none of that name.
 registry::OwnedKey OpenKey(const KeyName& name) {
   registry::OwnedKey key;
   Succeeded(RegOpenKeyA(name.root, name.path.c_str(), key.Out()), "KEY");

@@ -86,7 +86,7 @@ Pairs ParsePairs(const std::vector<std::string>& arguments) {
   return pairs;
 }
 
-// Old codes that are given with several new ones.
+// Returns a sentence for each old code that is given with different new ones.
 std::vector<std::string> Contradictions(const Pairs& pairs) {
   std::map<std::uint16_t, std::uint16_t> newCodes;
   std::set<std::uint16_t> told;
@@ -110,7 +110,7 @@ std::vector<std::string> PageLines(std::string_view content) {
   std::vector<std::string> lines;
   std::istringstream page(DocumentPage(document));
   for (std::string line; std::getline(page, line);) {
-    // A title of another length moves whole columns.
+    // Only the words count: a title of another length moves whole columns.
     std::string words;
     std::istringstream parts(line);
     for (std::string word; parts >> word;)
@@ -120,7 +120,7 @@ std::vector<std::string> PageLines(std::string_view content) {
   return lines;
 }
 
-// The lines of the page that go and those that come.
+// Returns the lines that the page would lose and those that it would gain.
 std::vector<std::string> Changes(std::string_view before, std::string_view after) {
   std::vector<std::string> changes;
   if (before == after) return changes;
@@ -170,7 +170,7 @@ void Tell(const CallNotes& notes, bool dryRun, Answer& answer) {
     answer.data[member] = nullptr;
 }
 
-// What speaks against it, as a rehearsal shows.
+// Returns the objections to renumbering that a rehearsal has shown.
 std::vector<std::string> Objections(const CallNotes& notes) {
   std::vector<std::string> reasons;
   for (const ModelNote& note : notes.All()) {
@@ -187,7 +187,7 @@ std::string Sentence(const char* start, const std::vector<std::string>& reasons)
   return sentence;
 }
 
-// False, and the answer tells why, where the command must not begin.
+// Returns false when the command must not begin; the answer tells why.
 bool MayBegin(const RenumberOptions& options, const std::vector<std::string>& reasons, Answer& answer) {
   if (options.force || reasons.empty()) return true;
   answer.result = E_INVALIDARG;
@@ -201,7 +201,7 @@ HRESULT RehearseRenumbering(const StoreOptions& store, const Pairs& pairs, CallN
                                       static_cast<LONG>(pairs.size()), pairs.data(), notes);
 }
 
-// A dry run does not make documents of them.
+// Tells how many models a dry run leaves out, because it does not convert them.
 void TellFirstGeneration(const StoreOptions& store, Answer& answer) {
   CallNotes notes("looking");
   marshal::RehearseMigration(ToBstr(store.module).get(), ToBstr(store.component).get(), &notes);

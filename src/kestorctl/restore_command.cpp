@@ -1,4 +1,4 @@
-// The commands restore and undo: what the history keeps goes back into the stores.
+// The commands restore and undo: put versions of the history back into the stores.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -110,11 +110,11 @@ bool Holds(const LiveFile& file, const std::string& content) {
   }
 }
 
-// One operation that is taken back, a model after the other: whatever happens meanwhile, no model is half taken back,
+// Takes back one operation, one model after the other. A model is left whole when one of its files has changed since,
 // and what failed can be tried again.
 class Undoing {
  public:
-  // `all`: the versions of the module and component, also of operations that are taken back already.
+  // `all`: the versions of the module and component, including those of operations that are taken back already.
   Undoing(const StoreOptions& store, const Versions& all, Answer& answer)
       : store_(store),
         all_(all),
@@ -129,7 +129,7 @@ class Undoing {
       answer_.data[member] = nlohmann::ordered_json::array();
   }
 
-  // Operations after which everything is already as it was before them are passed over.
+  // Passes over operations before which everything was as it is now.
   void Run() {
     Version last;
     while (!didSomething_) {
@@ -165,10 +165,10 @@ class Undoing {
 
   struct Step {
     const Version* version;
-    std::string content;  // that is stored, or of the document that goes
+    std::string content;  // to be stored, or of the document to be deleted
   };
 
-  // All that is to be stored is read before anything is changed.
+  // Reads everything that it stores before it changes anything.
   void UndoModel(const Versions& versions) {
     std::vector<Step> stored;
     std::vector<Step> made;
@@ -205,7 +205,7 @@ class Undoing {
         continue;
       }
       LeaveFailed(versions);
-      // A document that went for nothing comes back.
+      // Puts back the documents that were deleted in vain.
       Answer ignored;
       for (const Step& document : made)
         if (&step == stored.data()) stores_.Store(*document.version, document.content, true, ignored);
@@ -218,15 +218,15 @@ class Undoing {
     }
   }
 
-  // Whether a file is the one that took the version's place, or has become that again because what came after it is
-  // taken back: then it holds what the history has kept of that one.
+  // Returns whether a file is the one that took the version's place, or has become that again because later operations
+  // were taken back. In the latter case it holds what the history has kept of that file.
   bool IsSuccessor(const LiveFile& file, const Version& version) const {
     const bool isMarked = version.after == After::replaced || version.after == After::made;
     if (isMarked && static_cast<std::uint64_t>(file.status.st_size) == version.sizeAfter &&
         history::Nanoseconds(file.status.st_mtim) == version.timeAfter) {
       return true;
     }
-    // A file that was overwritten keeps no mark of it; an operation takes no longer than this.
+    // A file that was overwritten bears no mark of the operation, but no operation takes longer than this.
     constexpr std::int64_t kLongest = 2'000'000'000;
     const auto begun = std::chrono::duration_cast<std::chrono::nanoseconds>(version.time.time_since_epoch()).count();
     if (version.after == After::overwritten && std::abs(history::Nanoseconds(file.status.st_mtim) - begun) <= kLongest)
@@ -235,7 +235,7 @@ class Undoing {
       if (later.time <= version.time || later.after == After::made || !AreOfOneFile(later, version)) continue;
       const bool isThat = !isMarked || (later.size == version.sizeAfter && later.written == version.timeAfter);
       if (isThat && Holds(file, Content(later))) return true;
-      if (!isMarked) return false;  // only the next one is what the overwriting has made
+      if (!isMarked) return false;  // only the next version is what the overwriting made
     }
     return false;
   }
@@ -250,7 +250,7 @@ class Undoing {
     answer_.incomplete = true;
   }
 
-  // What has been stored and deleted for this is nothing that anybody wants to take back.
+  // Notes the operations by which this undo has stored and deleted as taken back: no later undo should touch them.
   void NoteOwn(const std::string& model) {
     for (const Version& own : history::FindVersions(history_, Module(), Component(), nullptr, model))
       if (own.time >= begun_ && own.user == geteuid()) Note(own);
@@ -281,12 +281,12 @@ class Undoing {
   const ReportsFolder folder_;
   Stores stores_;
   Answer& answer_;
-  Versions operations_;              // what is left of them
+  Versions operations_;              // those that Run has yet to look at
   std::set<std::string> spellings_;  // of the model that is being taken back
-  bool comesBack_ = false;           // a first-generation model
-  bool didSomething_ = false;        // that people see
+  bool comesBack_ = false;           // a first-generation model has been restored
+  bool didSomething_ = false;        // there is something to report
   bool failed_ = false;              // something could not be stored or deleted
-  bool isNoted_ = true;              // what is taken back
+  bool isNoted_ = true;              // the history takes notes of what is taken back
 };
 
 void Undo(const StoreOptions& options, Answer& answer) {

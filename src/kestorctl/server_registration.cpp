@@ -28,7 +28,7 @@ constexpr std::array<ServerClass, 3> kClasses = {{
     {"ZNPL_RelConverte", CLSID_ZNPL_RelConverte},
 }};
 
-// The signals that this program ignores are the server's own affair.
+// Resets the signal that this program ignores: the server decides for itself.
 class SpawnAttributes {
  public:
   SpawnAttributes() {
@@ -49,7 +49,7 @@ class SpawnAttributes {
   posix_spawnattr_t attributes_{};
 };
 
-// Exit status, or 128 plus the signal that ended the process.
+// Returns the exit status, or 128 plus the signal that ended the process.
 int WaitFor(pid_t process) {
   int status = 0;
   while (waitpid(process, &status, 0) < 0 && errno == EINTR) {

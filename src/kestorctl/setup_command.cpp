@@ -78,13 +78,13 @@ struct SetupOptions {
   HistoryWish history;
 };
 
-// A folder that the caller wants to be named by the registry.
+// A folder that the user wants the registry to name.
 struct Wish {
   const ModuloFamilia* module = nullptr;  // null: the reports folder
   std::string folder;
 };
 
-// The same with its place found.
+// A wish whose place has been found.
 struct Entry {
   const ModuloFamilia* module = nullptr;
   Place place;
@@ -167,7 +167,7 @@ void MakeHome(const platform::Home& home) {
   const platform::ActingAsOwner owner(home.Folder());
   if (home.Folder().has_parent_path()) fs::create_directories(home.Folder().parent_path());
   const mode_t mode = home.IsOfSystem() ? 0755 : 0700;
-  if (home.IsOfSystem()) umask(022);  // what is the machine's, all read
+  if (home.IsOfSystem()) umask(022);  // every user reads what belongs to the machine
   if (mkdir(home.Folder().c_str(), mode) != 0 && errno != EEXIST) {
     throw LocalFailure("cannot make the home " + home.Folder().string() + ": " + std::strerror(errno));
   }
@@ -175,7 +175,7 @@ void MakeHome(const platform::Home& home) {
   fs::create_directories(home.Work());
 }
 
-// Holds the home against every other setup. A file system that does not lock folders leaves that to those who run it.
+// Locks the home against every other setup. On a file system that does not lock folders, it does nothing.
 class SetupLock {
  public:
   explicit SetupLock(const fs::path& home) : folder_(open(home.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
@@ -187,7 +187,7 @@ class SetupLock {
   const platform::Descriptor folder_;
 };
 
-// What setup did, for both kinds of readers.
+// What setup did, for people and for programs.
 
 void TellPlace(const Entry& entry, Answer& answer) {
   const std::string path = text::ToUtf8(entry.place.desktopPath);
@@ -232,7 +232,7 @@ void TellHome(const fs::path& home, bool madeHome, Answer& answer) {
   answer.data["drives"] = nlohmann::ordered_json::array();
 }
 
-// That the registry names; empty where it leads nowhere.
+// Returns the reports folder that the registry names; empty when it does not exist.
 fs::path ReportsFolder() {
   std::string path;
   if (CCaminhosInstalacao::BuscaCaminhoRelatorios(path) != 0) return {};
@@ -253,7 +253,7 @@ void SetUp(const SetupOptions& options, Answer& answer) {
   if (import) import->Check();
   for (const Mapping& mapping : mappings)
     RequireEnterable(mapping);
-  // What the new drives and the import lead to is seen once they are there.
+  // Where new drives and an import lead can be seen only after they have been entered.
   const bool isAlone = mappings.empty() && options.import.empty();
   fs::path reports;
   if (isAlone) {
@@ -276,7 +276,7 @@ void SetUp(const SetupOptions& options, Answer& answer) {
   for (const Mapping& mapping : mappings) {
     if (Enter(mapping)) TellDrive(text::ToUtf8(mapping.name), mapping.folder, answer);
   }
-  // Again: another setup may have entered drives meanwhile.
+  // Plans again: another setup may have entered drives meanwhile.
   FolderPlan plan;
   const std::vector<Entry> entries = PlanEntries(wishes, &plan);
   plan.Apply();

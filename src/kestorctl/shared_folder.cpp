@@ -40,7 +40,7 @@ bool IsMember(gid_t group) {
 int GiveTo(gid_t group, const host::Descriptor& file, const struct stat& status, mode_t permissions, mode_t kept) {
   int error = 0;
   if (status.st_gid != group) error = host::ChangeOwner(file, kSameUser, group);
-  // After the change of the group, which takes the setgid bit away.
+  // After the change of the group, which clears the setgid bit.
   if (error == 0) error = host::ChangeMode(file, (status.st_mode & kept) | permissions);
   return error;
 }
@@ -64,7 +64,7 @@ bool SharedFolder::Has(const struct stat& folder) const {
 
 void SharedFolder::RequirePossible(const fs::path& folder) const {
   struct stat status {};
-  if (stat(folder.c_str(), &status) != 0) status.st_uid = geteuid();  // who makes it
+  if (stat(folder.c_str(), &status) != 0) status.st_uid = geteuid();  // this process will make it
   RequirePossible(folder, status);
 }
 
@@ -97,7 +97,7 @@ SharedFolder::Files SharedFolder::Share(const fs::path& path) const {
   if (!Has(status)) error = GiveTo(id_, folder, status, kOfSharedFolder, kPermissions | S_ISVTX);
   if (error != 0) Throw(path, error);
 
-  // What another user owns may have been put here to be given away with the rest.
+  // A file of a user outside the group may have been put here to be given away with the rest.
   std::map<uid_t, bool> members = {{status.st_uid, true}};
   const auto isMembers = [&](uid_t user) {
     const auto [entry, isNew] = members.try_emplace(user, false);

@@ -94,7 +94,8 @@ void TellClasses(Answer& answer) {
   if (answer.data["classes"].empty()) answer.output += "class    none registered\n";
 }
 
-// The hard limit of a kind, as the system's table of a process's limits has it: "Max NAME", the soft and the hard one.
+// Returns a hard limit from the system's table of a process's limits, whose rows have "Max NAME", the soft limit and
+// the hard limit.
 std::optional<rlim_t> HardLimit(const std::string& table, const std::string& name) {
   const std::size_t row = table.find("\nMax " + name + "  ");
   if (row == std::string::npos) return std::nullopt;
@@ -108,7 +109,8 @@ std::optional<rlim_t> HardLimit(const std::string& table, const std::string& nam
   return limit;
 }
 
-// Where the server has less than this program, whoever started it may have lowered that for good.
+// Tells the hard limits that are lower for the server than for this program: the process that started the server may
+// have lowered them for good.
 void TellLimits(DWORD server, Answer& answer) {
   constexpr std::pair<decltype(RLIMIT_NOFILE), const char*> kLimits[] = {
       {RLIMIT_CPU, "cpu time"},          {RLIMIT_FSIZE, "file size"},  {RLIMIT_DATA, "data size"},

@@ -10,9 +10,9 @@ namespace kestorctl {
 
 namespace {
 
-// One long text must not make every line as long as itself.
+// One long text must not widen the column in every line.
 constexpr std::size_t kWidest = 60;
-// On a terminal a text takes what is left of a line from this width on.
+// On a terminal, a column of texts stays in the line when at least this much room is left.
 constexpr std::size_t kEnough = 24;
 constexpr std::string_view kGap = "  ";
 constexpr std::string_view kIndent = "      ";
@@ -22,7 +22,7 @@ struct Place {
   bool beginsLine = false;
 };
 
-// Puts columns for which a line has no room into the next one.
+// Moves columns for which a line has no room to the next line.
 void Fit(const std::vector<TableColumn>& columns, std::size_t room, std::vector<Place>* places) {
   std::size_t used = 0;
   for (std::size_t i = 0; i < columns.size(); ++i) {
@@ -35,7 +35,7 @@ void Fit(const std::vector<TableColumn>& columns, std::size_t room, std::vector<
   }
 }
 
-// Takes as much from the text as fits, up to a blank where there is one.
+// Takes as much of the text as fits, and breaks it at a blank where there is one.
 std::string TakeLine(std::string_view* text, std::size_t width) {
   std::size_t end = text::FirstCharacters(*text, width).size();
   std::size_t next = end;

@@ -19,7 +19,7 @@ std::optional<std::tm> ReadTime(const std::string& text, const char* format, std
 
 namespace {
 
-// "30m", "12h", "7d" in seconds.
+// Parses "30m", "12h" or "7d" into seconds.
 std::optional<std::time_t> ReadSpan(std::string_view text) {
   static const std::map<std::string_view, std::time_t> kUnits = {{"m", 60}, {"h", 60 * 60}, {"d", 24 * 60 * 60}};
   std::uint32_t number = 0;

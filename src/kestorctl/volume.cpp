@@ -43,7 +43,7 @@ std::optional<Mount> MountOf(const struct stat& folder) {
   return std::nullopt;
 }
 
-// The folder at which the volume is mounted, as far as the way there belongs to it.
+// Returns the highest folder of the path that is on the volume, at which the volume is mounted.
 fs::path TopOf(fs::path folder, dev_t device) {
   for (struct stat status = {}; folder.has_relative_path(); folder = folder.parent_path()) {
     if (stat(folder.parent_path().c_str(), &status) != 0 || status.st_dev != device) break;
@@ -51,7 +51,7 @@ fs::path TopOf(fs::path folder, dev_t device) {
   return folder;
 }
 
-// The mount's own folder names the parts that its process is made of, NAME-PART each.
+// A folder that the mount itself provides lists the parts of its process, each as NAME-PART.
 std::vector<std::string> GlusterHazards(const fs::path& top) {
   constexpr std::array<std::pair<std::string_view, const char*>, 8> kCaches = {{
       {"-write-behind", "write-behind"},
@@ -78,7 +78,7 @@ std::vector<std::string> GlusterHazards(const fs::path& top) {
   return {"this GlusterFS volume keeps changes of other machines from this one: set " + found + " to off"};
 }
 
-// Of the file with the mount's parameters, which only root can read.
+// Reads the file with the mount's parameters, which only root can read.
 std::vector<std::string> MooseHazards(const fs::path& top) {
   std::vector<std::string> hazards;
   std::ifstream parameters(top / ".params");
