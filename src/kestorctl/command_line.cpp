@@ -116,7 +116,7 @@ std::string NoCommand(const CLI::App& group, const std::string& word) {
   return "there is no command " + word + (alike.empty() ? "" : ": did you mean " + alike + "?");
 }
 
-// CLI11 says of a mistyped command only that a command is required. This names the word that is none.
+// CLI11 says of a mistyped command only that a command is required. This names the mistyped word.
 std::string ParseProblem(const CLI::App& program, const CLI::ParseError& error) {
   const std::vector<std::string> left = program.remaining(true);
   if (dynamic_cast<const CLI::RequiredError*>(&error) == nullptr) return error.what();

@@ -208,8 +208,8 @@ void Respell(const Place& place, Answer& answer) {
   if (IsOpen(store, answer)) SetDefault(store, place.model.name, answer);
 }
 
-// Deletes a model that has been stored elsewhere. If it is the default report, makes `newDefault` that first: the
-// server's deletion clears the default report only when it is spelled the same.
+// Deletes a model that has been stored elsewhere. If it is the default report, makes `newDefault` the default report
+// first: the server's deletion clears the default report only when it is spelled the same.
 void Remove(const Place& place, bool isDefault, const std::string& newDefault, Answer& answer) {
   Enter(place);
   const ReportStore store(place.model.module, place.model.component);

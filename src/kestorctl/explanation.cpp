@@ -37,7 +37,7 @@ std::string ExplainDeniedSockets() {
 
 void RequireHome() {
   const fs::path& home = platform::Home::Current().Folder();
-  // On a machine with a registry of its own, the server makes the home.
+  // When the machine has a registry, the server makes the home.
   if (!fs::exists(home) && !platform::Home::Current().SystemRegistry().empty()) return;
   if (!fs::exists(home)) throw LocalFailure("there is no home at " + home.string() + ": 'kestorctl setup' makes one");
   if (!fs::is_directory(home)) throw LocalFailure("the home " + home.string() + " is no folder");

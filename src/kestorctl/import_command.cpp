@@ -292,8 +292,7 @@ class Import {
                                 (names_.empty() && (!pair.hidden.empty() || !pair.defaultReport.empty()));
     if (needsDocuments && options_.dryRun) target.ForetellMigration();
     if (needsDocuments && !options_.dryRun) {
-      if (target.Models().Documents(answer_) == nullptr)
-        TakeReason();  // each document will be reported with the reason
+      if (target.Models().Documents(answer_) == nullptr) TakeReason();  // each document will report it
       target.Look();
     }
     if (names_.empty()) Hide(pair, target);

@@ -110,8 +110,8 @@ bool Holds(const LiveFile& file, const std::string& content) {
   }
 }
 
-// Takes back one operation, one model after the other. A model is left whole when one of its files has changed since,
-// and what failed can be tried again.
+// Takes back one operation, one model after the other. A model stays as it is when one of its files has changed since.
+// What failed can be tried again.
 class Undoing {
  public:
   // `all`: the versions of the module and component, including those of operations that are taken back already.
@@ -129,7 +129,7 @@ class Undoing {
       answer_.data[member] = nlohmann::ordered_json::array();
   }
 
-  // Passes over operations before which everything was as it is now.
+  // Takes back the latest operation whose effect is still there.
   void Run() {
     Version last;
     while (!didSomething_) {
