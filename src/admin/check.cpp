@@ -20,9 +20,9 @@ namespace {
 
 constexpr std::string_view kHidden = ".kestor-";
 constexpr std::string_view kRecords = ".DAT";
-constexpr std::time_t kLeftoverAge = 60 * 60;  // a writer is done long before
-constexpr std::size_t kRecordBytes = 264;      // of the record files, and
-constexpr std::size_t kControlBytes = 32;      // of the control file
+constexpr std::time_t kLeftoverAge = 60 * 60;  // no writer takes this long
+constexpr std::size_t kRecordBytes = 264;      // in the record files
+constexpr std::size_t kControlBytes = 32;      // in the control file
 
 std::string Quoted(const std::string& name) {
   return text::Presentable(name);
@@ -79,8 +79,8 @@ class FolderCheck {
     visitor_.found({Quoted(name), std::move(problem), std::move(remedy), std::move(mended)});
   }
 
-  // Of the module, or module and component, that were asked for only the files that begin with the codes, which are
-  // plain in every encoding, and the record files.
+  // If a module, or a module and component, was asked for: only the files that begin with its codes, which are plain in
+  // every encoding, and the record files.
   bool Concerns(const std::string& name) const {
     if (inventory_.module.empty() || text::EndsWithNoCase(name, kRecords)) return true;
     const std::string module = text::FromUtf8(inventory_.module);
@@ -111,7 +111,7 @@ class FolderCheck {
     }
     std::string ansi;
     const bool isPlatformName = text::FromUtf8Exactly(name, &ansi);
-    if (S_ISDIR(status.st_mode)) return;  // as a model it cannot be read
+    if (S_ISDIR(status.st_mode)) return;  // it cannot be read as a model
     if (S_ISLNK(status.st_mode)) {
       struct stat target = {};
       if (host::Stat(folder_.Number(), name, &target) != 0)
@@ -122,7 +122,7 @@ class FolderCheck {
     }
   }
 
-  // Whether it has that name now.
+  // Returns whether the file has the intended name now.
   bool CheckIntended(const std::string& name, const std::string& intended) {
     const std::string problem =
         "no program can see it: its name comes from another system and means " + Quoted(intended);
@@ -180,7 +180,7 @@ class FolderCheck {
     }
   }
 
-  // Export settings belong to a first-generation model; a filter also to a document.
+  // Export settings belong to a first-generation model; a filter may also belong to a document.
   void CheckCompanions() const {
     for (const auto& [key, names] : spellings_) {
       const bool isFilter = key.ends_with(kestor::kExtensaoFiltro);
@@ -247,7 +247,7 @@ class ModelCheck {
     visitor_.found({PlaceOf(inventory_.pairs[model.pair], model.name), std::move(problem), std::move(remedy), {}});
   }
 
-  // Whether the file can be read at all. What is in use or forbidden may be as good as it was.
+  // Returns whether the file can be read at all. A file that is in use or forbidden may still be intact.
   bool CheckOpening(const Model& model) const {
     std::string content;
     const std::string trouble = ReadContent(inventory_.folder + model.file, &content);

@@ -1,4 +1,4 @@
-// What is known of a model's file, and what the record files say of it.
+// What is known of a model's file, and what the record files say about it.
 #include <fcntl.h>
 
 #include <cstring>
@@ -23,7 +23,7 @@ std::optional<Clock::time_point> TimeOf(const std::string& path) {
   std::string host;
   platform::Descriptor file;
   struct stat status {};
-  // A pipe that lies in a model's place must not be waited for.
+  // Does not wait for a pipe that has a model's name.
   if (files::HostPath(path.c_str(), &host) != 0 || host::Open(AT_FDCWD, host, O_RDONLY | O_NONBLOCK, &file) != 0 ||
       host::StatNow(file, &status) != 0) {
     return std::nullopt;
@@ -33,9 +33,9 @@ std::optional<Clock::time_point> TimeOf(const std::string& path) {
   return Clock::time_point(std::chrono::duration_cast<Clock::duration>(sinceEpoch));
 }
 
-// Of the first bytes of a content; none when there are too few.
+// Takes the first bytes of a file; returns nothing if there are too few.
 std::optional<std::uint16_t> VersionOf(Generation generation, const unsigned char* bytes, std::size_t count) {
-  constexpr unsigned char kTellsVersion = 1;  // the first byte of a first-generation model
+  constexpr unsigned char kTellsVersion = 1;  // first byte of a first-generation model; another one means version 0
   std::uint16_t version = 0;
   if (generation == Generation::first) {
     if (count == 0) return std::nullopt;

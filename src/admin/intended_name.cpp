@@ -9,7 +9,7 @@
 namespace admin {
 namespace {
 
-// A combining mark, the letters that it follows and what they are together, letter by letter.
+// A combining mark, the letters that it may follow, and the composed letter for each.
 struct Mark {
   char16_t mark;
   std::u16string_view letters;
@@ -48,7 +48,7 @@ std::u16string Compose(std::u16string_view name) {
   return composed;
 }
 
-// The letters of code page 850 from 0x80 on; 0 for what is none.
+// The letters of code page 850 from 0x80 on; 0 if the character is no letter.
 constexpr std::array<char16_t, 0x26> kLowLetters850 = {
     u'Ç', u'ü', u'é', u'â', u'ä', u'à', u'å', u'ç', u'ê', u'ë', u'è', u'ï', u'î', u'ì', u'Ä', u'Å', u'É', u'æ', u'Æ',
     u'ô', u'ö', u'ò', u'û', u'ù', u'ÿ', u'Ö', u'Ü', u'ø', 0,    u'Ø', 0,    0,    u'á', u'í', u'ó', u'ú', u'ñ', u'Ñ'};
@@ -68,13 +68,13 @@ char16_t Letter850(unsigned char byte) {
 }
 
 bool IsWordByte(std::string_view bytes, std::size_t at) {
-  if (at >= bytes.size()) return false;  // also in front of the first
+  if (at >= bytes.size()) return false;  // including `at` - 1 of the first byte, which wraps around
   const auto byte = static_cast<unsigned char>(bytes[at]);
   return byte >= 0x80 || (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z');
 }
 
-// Whether a byte is a sign of code page 1252 that names have: the degree sign and the apostrophe, which is a capital in
-// code page 850; the euro sign, dashes and quotation marks where they are not within a word.
+// Returns whether a byte is a sign of code page 1252 that names use: the degree sign and the apostrophe, which is a
+// capital in code page 850; the euro sign, dashes and quotation marks, unless they are within a word.
 bool IsSign1252(std::string_view bytes, std::size_t at) {
   const bool afterWord = IsWordByte(bytes, at - 1);
   const bool beforeWord = IsWordByte(bytes, at + 1);
@@ -105,8 +105,8 @@ bool IsIn1252(std::string_view bytes) {
   return true;
 }
 
-// Letters of code page 1252 lie from 0xC0 on, those of code page 850 that names of files need mostly below 0xA8. Empty
-// when neither page says it all.
+// Letters of code page 1252 lie from 0xC0 on; the letters of code page 850 that file names need lie mostly below 0xA8.
+// Returns an empty string if neither page decodes every byte.
 std::u16string Decoded(std::string_view bytes) {
   if (IsIn1252(bytes)) return text::ToUtf16(bytes);
   std::u16string name;

@@ -1,4 +1,4 @@
-// Which models there are, by the names of their files.
+// Finds the models by the names of their files.
 #include <fcntl.h>
 
 #include <algorithm>
@@ -23,7 +23,7 @@ using kestor::CCaminhosInstalacao;
 
 constexpr Generation kGenerations[] = {Generation::first, Generation::second};
 
-// Codes of a pair as the store of a generation keeps them; code page 1252.
+// The codes of a pair as a store of the generation writes them; code page 1252.
 std::string CodesOf(const Pair& pair, Generation generation) {
   const std::string module = text::FromUtf8(pair.module);
   const std::string component = text::FromUtf8(pair.component);
@@ -44,7 +44,7 @@ std::vector<std::string> FilesOf(const std::string& prefix, Generation generatio
                                                                    : kestor::MascaraRelatorio(prefix));
 }
 
-// Throws Failure when the names in the folder cannot be read. A search does not tell that from an empty folder.
+// Throws Failure if the names in the folder cannot be read. A search cannot tell that from an empty folder.
 void RequireReadable(const std::string& folder) {
   std::string host;
   int error = ENOENT;
@@ -58,13 +58,13 @@ void RequireReadable(const std::string& folder) {
                 " cannot be read: " + std::generic_category().message(error));
 }
 
-// Adds the components of a module, by the catalogues in its folder. Throws Failure.
+// Adds the components whose catalogues are in the module's folder. Throws Failure.
 void AddPairs(const std::string& module, std::vector<Pair>* pairs) {
   std::string path;
   if (CCaminhosInstalacao::BuscaCaminhoModulo(module, path) != 0) return;
   RequireReadable(path);
   const std::size_t start = 1 + module.size();
-  std::set<std::string> components;  // two files that differ in letter case alone are one catalogue
+  std::set<std::string> components;  // files that differ only in letter case are one catalogue
   for (const std::string& name : FilesOf(path, Generation::first)) {
     const std::size_t end = name.size() - kestor::kExtensaoRel.size();
     if (end <= start) continue;
@@ -91,7 +91,7 @@ void FindPairs(const std::string& module, Inventory* inventory) {
   }
 }
 
-// Gives the files to their pairs. Those of several pairs with the same codes are given to each.
+// Assigns files to pairs. If several pairs have the same codes, each of them gets the file.
 class Assignment {
  public:
   explicit Assignment(Inventory* inventory) : inventory_(inventory), models_(inventory->pairs.size()) {
@@ -106,7 +106,7 @@ class Assignment {
     }
   }
 
-  // False when the file is that of no pair.
+  // Returns false if the file belongs to no pair.
   bool Give(const std::string& file, Generation generation) {
     const std::string name = text::Upper(file);
     const std::vector<Candidate>& candidates = Candidates(generation);
@@ -123,7 +123,7 @@ class Assignment {
     return true;
   }
 
-  // To be called once, when all files are given.
+  // Call once, after all files are given.
   void Finish() {
     for (std::vector<Model>& models : models_)
       std::move(models.begin(), models.end(), std::back_inserter(inventory_->models));
@@ -140,8 +140,8 @@ class Assignment {
   }
 
   Inventory* const inventory_;
-  std::vector<Candidate> candidates_[std::size(kGenerations)];  // longer codes first
-  std::vector<std::vector<Model>> models_;                      // of each pair
+  std::vector<Candidate> candidates_[std::size(kGenerations)];  // longest codes first
+  std::vector<std::vector<Model>> models_;                      // by pair
 };
 
 }  // namespace
@@ -158,7 +158,7 @@ Inventory TakeInventory(const std::string& module, const std::string& component)
   }
   RequireReadable(inventory.folder);
   const files::OneReading oneReading;
-  std::string inFront = text::FromUtf8(module);  // of the names of the files that are asked for
+  std::string inFront = text::FromUtf8(module);  // prefix of the names to search for
   if (component.empty()) {
     FindPairs(inFront, &inventory);
   } else {

@@ -1,4 +1,4 @@
-// Reading of models and catalogues, with the decoders that the server has.
+// Reads models and catalogues with the decoders of the server.
 #include <cstring>
 #include <limits>
 
@@ -17,7 +17,7 @@ namespace admin {
 
 namespace {
 
-// Its objects end with the reader, and change nothing.
+// The objects live as long as the reader and change nothing.
 class NoServer final : public kestor::Servidor {
   LONG Trava() override { return 0; }
   LONG Destrava() override { return 0; }

@@ -1,4 +1,4 @@
-// Where fields and texts are used.
+// Finds where fields and texts are used.
 #include <algorithm>
 #include <set>
 #include <string_view>
@@ -19,7 +19,7 @@ bool IsNumber(std::string_view text) {
          std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-// What is looked for in the models of one pair.
+// What to look for in the models of one pair.
 class Filter {
  public:
   Filter(const Query& query, std::vector<std::int32_t> codes)
@@ -88,7 +88,7 @@ void VisitUses(const kestor::CConteudoRel& content, const Visit& visit) {
     const kestor::FiltroRel condition = values.Filtro(i);
     visit(Use::filter, Code(condition.codigo), condition.valor);
   }
-  std::set<std::int32_t> totals;  // a field that is totalled at breaks and at the end is one use
+  std::set<std::int32_t> totals;  // a field that is totalled at breaks and at the end counts as one use
   for (std::size_t i = 0; i < values.subtotais.quantidade; ++i)
     totals.insert(values.Subtotal(i));
   for (std::size_t i = 0; i < values.totaisGerais.quantidade; ++i)
