@@ -1,9 +1,9 @@
-// Bundles: the models of modules and components in one archive, to be kept or to be taken to another home. A bundle is
-// a tar file, which ordinary tools open. "manifest.json" comes first and says what follows, with the bytes and the
-// SHA-256 of each file; then come the files as they lay in the reports folder, such as CT/01/Vendas.RXL, those of a
-// model one after the other, in the order of the manifest. A field catalogue comes as CT/01/fields/XCT01.REL.
+// Bundles: the models of modules and components in one archive, for backup or for another home. A bundle is a tar file
+// that ordinary tools can open. "manifest.json" comes first and lists what follows, with the size and the SHA-256 of
+// each file. The files follow in the order of the manifest, those of a model together, under paths such as
+// CT/01/Vendas.RXL. A field catalogue is stored as CT/01/fields/XCT01.REL.
 //
-// Texts are UTF-8. From any thread, an object by one at a time. Throws std::bad_alloc.
+// Texts are UTF-8. Any thread may call; one thread at a time may use an object. Throws std::bad_alloc.
 #pragma once
 
 #include <cstdint>
@@ -34,14 +34,15 @@ std::string_view ExtensionOf(Kind kind);
 struct File {
   Kind kind = Kind::document;
   std::uint64_t bytes = 0;
-  std::string sha256;  // 64 digits
+  std::string sha256;  // 64 hexadecimal digits
 };
 
-// A document, or what there is of a first-generation model: itself, its export settings, its filter, in that order.
+// A document, or the existing files of a first-generation model: the model, its export settings, its filter, in that
+// order.
 struct Model {
   std::string name;  // as the store lists it
   std::vector<File> files;
-  std::vector<std::int32_t> codes;  // of the fields that it uses, as far as it could be read
+  std::vector<std::int32_t> codes;  // of the fields that it uses, as far as the model could be read
 };
 
 struct Pair {
@@ -50,23 +51,24 @@ struct Pair {
   std::string defaultReport;        // empty: none
   std::vector<std::string> hidden;  // deleted demonstration models
   std::optional<File> catalogue;
-  std::vector<Model> models;  // the documents first
+  std::vector<Model> models;  // documents first
 };
 
 struct Manifest {
-  std::string made;  // when, such as 2026-11-26T22:15:44Z
+  std::string made;  // the time, such as 2026-11-26T22:15:44Z
   std::vector<Pair> pairs;
 };
 
-// Collects the files of a bundle, on disk, and makes the archive of them.
+// Collects the files of a bundle on disk, then writes the archive.
 class Writer {
  public:
   Writer();
 
-  // Takes the content of a file; in the order of the manifest that Finish gets. Throws Failure when the disk is full.
+  // Stores the content of a file. Call in the order of the manifest that Finish gets. Throws Failure if the disk is
+  // full.
   File Add(Kind kind, std::string_view content);
 
-  // Hands the archive to `take`. Throws Failure for a manifest that a reader would refuse.
+  // Passes the archive to `take`. Throws Failure for a manifest that a reader would refuse.
   void Finish(const Manifest& manifest, const std::function<void(std::string_view archive)>& take);
 
  private:
@@ -79,17 +81,17 @@ class Writer {
   TemporaryFile contents_;
 };
 
-// Reads a bundle that anybody may have made. Nothing of it is ever written to a place that it names.
+// Reads a bundle, which is not trusted: the reader never writes to a path that the bundle names.
 class Reader {
  public:
-  // Opens the archive and reads the manifest. Throws Failure when that cannot be done or it is none.
+  // Opens the archive and reads the manifest. Throws Failure if the file cannot be read or is no bundle.
   explicit Reader(std::string archive);
 
   const Manifest& Contents() const { return manifest_; }
 
-  // Reads the archive, which must hold what the manifest says and nothing else, and calls `take` for the catalogue of a
-  // pair (`model` null, a content) and for each model, with the contents of its files. Throws Failure at the first file
-  // that is not as it should be; its model is not shown.
+  // Reads the archive, which must hold exactly what the manifest lists. Calls `take` for the catalogue of a pair
+  // (`model` is null, with one content) and for each model with the contents of its files. Throws Failure at the first
+  // file that differs from the manifest; its model is not passed on.
   using Take = std::function<void(const Pair& pair, const Model* model, std::vector<std::string>& contents)>;
   void Visit(const Take& take);
 

@@ -5,7 +5,7 @@
 
 namespace bundle {
 
-// The SHA-256 of some bytes, as 64 hexadecimal digits.
+// Returns the SHA-256 of the bytes as 64 hexadecimal digits.
 std::string Sha256(std::string_view bytes);
 
 }  // namespace bundle

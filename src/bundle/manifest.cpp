@@ -28,7 +28,7 @@ const char* WordOf(Kind kind) {
   return std::find_if(kWords.begin(), kWords.end(), [&](const auto& word) { return word.first == kind; })->second;
 }
 
-// Throws Failure for a text that could lead elsewhere as part of a path, or that the stores know no characters for.
+// Throws Failure for a text that could lead elsewhere as part of a path, or that code page 1252 cannot express.
 void RequirePart(const std::string& text, std::string_view without) {
   std::string ansi;
   if (!text::FromUtf8Exactly(text, &ansi) || text.find_first_of(without) != text.npos ||
@@ -77,7 +77,7 @@ std::uint64_t NumberOf(const Json& json, const char* member) {
   return number.get<std::uint64_t>();
 }
 
-// Each path may come once, whatever its letter case: the stores know no other.
+// Each path may occur once, ignoring letter case, because the stores ignore it.
 using Paths = std::set<std::string>;
 
 File FileOf(const Json& json, const Pair& pair, const Model* model, Paths* paths) {

@@ -14,7 +14,7 @@
 namespace bundle {
 namespace {
 
-// A tar file that is being read from its start, whose entries must be those that are asked for.
+// Reads a tar file from its start. Its entries must come in the order in which the caller asks for them.
 class Archive {
  public:
   explicit Archive(int file) : archive_(archive_read_new()) {
@@ -25,7 +25,7 @@ class Archive {
     if (archive_read_open_fd(archive_.get(), file, kBlock) != ARCHIVE_OK) Refuse();
   }
 
-  // Goes to the next entry, which must be a plain file of that name. Its bytes.
+  // Goes to the next entry, which must be a plain file with this path. Returns its size in bytes.
   std::uint64_t Next(const std::string& path) {
     archive_entry* entry = nullptr;
     const int result = archive_read_next_header(archive_.get(), &entry);
@@ -42,7 +42,7 @@ class Archive {
     return static_cast<std::uint64_t>(archive_entry_size(entry));
   }
 
-  // All of the entry, which has that many bytes.
+  // Returns the whole content of the entry, which has `bytes` bytes.
   std::string Read(const std::string& path, std::uint64_t bytes) {
     std::string content(bytes, '\0');
     std::size_t done = 0;
@@ -80,7 +80,7 @@ std::string ReadManifest(Archive& archive) {
   return archive.Read(kManifestName, bytes);
 }
 
-// Which archive it is that a failure is about.
+// Adds the archive's path to the message of a Failure.
 template <typename Work>
 auto Naming(const std::string& archive, const Work& work) {
   try {

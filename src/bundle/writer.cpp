@@ -20,12 +20,12 @@ void Require(bool isDone, const char* reason) {
   if (!isDone) throw Failure(std::string("the bundle cannot be made: ") + reason);
 }
 
-// A tar file that is being written.
+// Writes a tar file.
 class Archive {
  public:
   explicit Archive(int descriptor) : archive_(archive_write_new()) {
     Require(archive_ != nullptr, "no memory");
-    // Names go in as the bytes that they are, whatever the locale.
+    // This format stores names as raw bytes, whatever the locale.
     archive_write_set_format_gnutar(archive_.get());
     Check(archive_write_open_fd(archive_.get(), descriptor));
   }
@@ -61,7 +61,7 @@ class Archive {
   const std::time_t now_ = std::time(nullptr);
 };
 
-// What has been written to a file.
+// Maps the content of a file.
 class Mapping {
  public:
   explicit Mapping(int descriptor) {
