@@ -17,7 +17,7 @@
 namespace history {
 namespace {
 
-// A folder of the history has the rights of the one that it lies in: whoever may work there may work here.
+// A new folder takes over the rights of its parent, so that the same users may work in it.
 int OpenOrMakeFolder(const Descriptor& folder, const std::string& name, Descriptor* opened) {
   int error = OpenInner(folder, name, opened);
   if (error != ENOENT) return error;
@@ -28,7 +28,7 @@ int OpenOrMakeFolder(const Descriptor& folder, const std::string& name, Descript
   struct stat outer = {};
   if (error != 0 || !isNew || host::Stat(folder, &outer) != 0) return error;
   host::TakeOverOwners(*opened, outer);
-  // Not the sticky bit: a version belongs to whoever owned the file, and others must be able to take it back.
+  // Not the sticky bit: a version belongs to the owner of the file, and other users must be able to take it back.
   host::ChangeMode(*opened, outer.st_mode & (07777 & ~S_ISVTX));
   return 0;
 }
@@ -42,20 +42,20 @@ int Copy(const Descriptor& from, const Descriptor& folder, const std::string& na
   error = host::StatNow(from, &old);
   if (error == 0) error = host::TakeOverRights(copy, old);
   if (error == 0) error = host::CopyContent(from, copy);
-  if (error == 0) host::ChangeTime(copy, old.st_mtim);  // which tells of when the content is
+  if (error == 0) host::ChangeTime(copy, old.st_mtim);  // tells when the content was written
   if (error == 0) error = host::Sync(copy);
   if (error == 0) error = host::RenameToFreeName(folder, hidden, folder, name);
   if (error != 0) host::Unlink(folder, hidden);
   return error;
 }
 
-// What a file system says that gives a file no second name there.
+// The errors of a file system that cannot give the file a second name there.
 bool GivesNoLink(int error) {
   return error == EXDEV || error == EPERM || error == EMLINK || error == EOPNOTSUPP || error == ENOSYS;
 }
 
-// 0; an error for which a copy may do; or another errno value. A name that has come to lead to another file counts as
-// one that gives no link.
+// Returns 0, an error that GivesNoLink accepts, or another errno value. If the name leads to another file by now,
+// returns an error that GivesNoLink accepts.
 int Link(const files::LeavingFile& leaving, const struct stat& status, const Descriptor& folder,
          const std::string& name) {
   if (leaving.folder == nullptr) return EXDEV;
@@ -79,7 +79,8 @@ std::string KeyOf(const std::string& file) {
   return text::Upper(text::FromUtf8(file));
 }
 
-// Whether the operation has to do with the file as one of the first generation. Only a migration has to do with both.
+// Returns whether the operation treats the file as one of the first generation. Only a migration deals with both
+// generations.
 bool IsOfFirstGeneration(const Operation& operation, const std::string& name) {
   if (operation.ofFirstGeneration) return true;
   if (operation.method != kMigration) return false;
@@ -90,8 +91,8 @@ bool IsOfFirstGeneration(const Operation& operation, const std::string& name) {
   return false;
 }
 
-// A server that was killed between keeping a file and changing it has left a version that is the file itself. What is
-// kept of it now takes its place.
+// A server that was killed between keeping a file and changing it leaves a version that is the file itself. The version
+// that is kept now replaces it.
 void RemoveEarlierNames(const struct stat& status, const Descriptor& folder) {
   if (status.st_nlink < 2) return;
   std::vector<std::string> names;
@@ -118,7 +119,7 @@ struct Keeper::Place {
   std::string extension;
 };
 
-// A folder that is not there may be one that there was no memory to read: it is asked for again each time.
+// An empty folder may be the result of an allocation failure, so it is looked up again each time.
 bool Keeper::IsWanted() {
   std::shared_ptr<const void> now = registry::Moment();
   if (folder_.empty() || now == nullptr || now != folderOf_) {
@@ -141,7 +142,7 @@ void Keeper::Keep(const files::LeavingFile& leaving) noexcept {
   try {
     TryKeep(leaving);
   } catch (const std::exception&) {
-    trouble_.assign("no memory");  // short enough to need none
+    trouble_.assign("no memory");  // short enough to need no allocation
   }
 }
 
@@ -149,7 +150,7 @@ void Keeper::Drop() noexcept {
   if (kept_.empty()) return;
   host::Unlink(keptIn_, kept_);
   kept_.clear();
-  seen_.erase(keptOf_);  // the operation may try once more
+  seen_.erase(keptOf_);  // the operation may retry
 }
 
 void Keeper::SeeNew(const std::string& name, const Descriptor& file, bool isComplete) noexcept {
@@ -172,11 +173,11 @@ void Keeper::SeeNew(const std::string& name, const Descriptor& file, bool isComp
     });
     if (error != 0) Miss(name, std::strerror(error));
   } catch (const std::exception&) {
-    // Then nothing tells that it is new.
+    // The file then has no version that tells that it is new.
   }
 }
 
-// The record files and the control file are none of a model.
+// The record files and the control file belong to no model.
 bool Keeper::FindPlace(const std::string& file, Place* place) {
   const std::string name = text::FromUtf8(file);
   if (IsSharedFile(name)) return false;
@@ -206,8 +207,8 @@ Version Keeper::VersionOf(const Place& place, After after) const {
   return version;
 }
 
-// Does something in the folder of the model, which is made where it is missing, and made anew where somebody who prunes
-// the history has just removed it as empty.
+// Runs `work` in the folder of the model. Makes the folder if it is missing, and makes it again if a process that
+// prunes the history has just removed it as empty.
 template <typename Work>
 int Keeper::InFolder(const Place& place, const Work& work) {
   constexpr int kAttempts = 5;
@@ -219,7 +220,7 @@ int Keeper::InFolder(const Place& place, const Work& work) {
   return error;
 }
 
-// `keptIn_` is then the folder of the model. It is nearly always there already.
+// Sets `keptIn_` to the folder of the model, which nearly always exists already.
 int Keeper::OpenModel(const Place& place) {
   if (!folder_.is_absolute()) return ENOTDIR;
   Descriptors folders;
@@ -259,7 +260,7 @@ void Keeper::TryKeep(const files::LeavingFile& leaving) {
     version.timeAfter = Nanoseconds(successor.st_mtim);
   }
   const std::string name = NameOf(version);
-  // A filter is written in place, and so would its version be if the file stayed after all.
+  // A filter is written in place. If the file stayed after all, a linked version would be overwritten with it.
   const bool mayStay = text::EqualNoCase(text::FromUtf8(place.extension), kestor::kExtensaoFiltro);
   const int error = InFolder(place, [&] {
     struct stat status = {};
@@ -269,7 +270,7 @@ void Keeper::TryKeep(const files::LeavingFile& leaving) {
     refused = mayStay ? EXDEV : Link(leaving, status, keptIn_, name);
     if (!GivesNoLink(refused)) return refused;
     refused = Copy(leaving.file, keptIn_, name);
-    // A link comes to the disk with the change itself, a copy must be there before.
+    // A link reaches the disk together with the change; a copy must be there before.
     return refused == 0 ? SyncFolders(place) : refused;
   });
   if (error != 0) return Miss(leaving.name, std::strerror(error));
@@ -278,7 +279,7 @@ void Keeper::TryKeep(const files::LeavingFile& leaving) {
   PruneNowAndThen(place, version);
 }
 
-// To list the folder costs as much as to keep the version.
+// Listing the folder costs as much as keeping the version.
 void Keeper::PruneNowAndThen(const Place& place, const Version& running) {
   constexpr std::size_t kMostModels = 4096;
   if (room_.size() > kMostModels) room_.clear();

@@ -12,12 +12,12 @@
 namespace history {
 namespace {
 
-// A copy that is still being made is younger.
+// A copy that is still being made is younger than this.
 constexpr std::chrono::hours kLeftoverAge{24};
 
-constexpr unsigned kMostDays = 100'000;  // a longer time is one for ever
+constexpr unsigned kMostDays = 100'000;  // a longer time means for ever
 constexpr unsigned kMostOverLimit = 64;
-constexpr unsigned kMoreAtOnce = 16;  // so that a lower limit is reached step by step
+constexpr unsigned kMoreAtOnce = 16;  // beyond RoomOverLimit, so that a lowered limit is reached step by step
 
 bool IsOlder(const Descriptor& folder, const std::string& name, std::chrono::hours age) {
   struct stat status = {};
@@ -135,7 +135,7 @@ std::size_t PruneModel(const Descriptor& models, const Settings& settings, const
 
 namespace {
 
-// The names of the folders in a folder; one alone where it is given.
+// Returns the names of the folders in a folder, or only that of `only` unless it is empty.
 std::vector<std::string> FoldersIn(const std::filesystem::path& folder, const std::string& only, std::string* trouble) {
   std::vector<std::string> names;
   if (!only.empty()) return {FolderName(only)};
@@ -149,7 +149,7 @@ std::vector<std::string> FoldersIn(const std::filesystem::path& folder, const st
   return names;
 }
 
-// A note is of no more use than the versions that it is about.
+// A note is useless once the versions that it is about are too old.
 void RemoveOldNotes(const Settings& settings, const std::string& module, const std::string& component) {
   Descriptor pair;
   if (settings.days == 0 || OpenPair(settings.folder, module, component, &pair) != 0) return;

@@ -25,7 +25,7 @@ constexpr char kSizeAndTime = 'x';
 constexpr std::size_t kFields = 5;
 constexpr std::string_view kTimePattern = "00000000T000000000000Z";
 
-// What the system's clock can count lies between.
+// The years that the system clock can represent in full.
 constexpr std::chrono::year kFirstYear{1678};
 constexpr std::chrono::year kLastYear{2261};
 
@@ -35,7 +35,7 @@ std::string Digits(Number number, int base = 10) {
   return {digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number, base).ptr};
 }
 
-// A number, all of the text, that is written as Digits writes it.
+// Reads a number that makes up the whole text and is spelt as Digits spells it.
 template <typename Number>
 bool ReadNumber(std::string_view text, Number* number, int base = 10) {
   const char* const end = text.data() + text.size();
