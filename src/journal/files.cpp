@@ -18,14 +18,14 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kLockFile = "journal.lock";
-constexpr host::LockRange kRotating = {0, 1};  // of that file
+constexpr host::LockRange kRotating = {0, 1};  // in that file
 
 constexpr std::string_view kBefore = "journal.";
 constexpr std::string_view kAfter = ".jsonl";
-constexpr std::string_view kUnfinished = ".journal-";  // and the number of the process that makes a file
+constexpr std::string_view kUnfinished = ".journal-";  // followed by the number of the process that creates a file
 constexpr int kNoRegularFile = EINVAL;
 
-// 0 for a name that is none of an older file.
+// Returns 0 if the name is not that of an older file.
 unsigned NumberOf(std::string_view name) {
   if (!name.starts_with(kBefore)) return 0;
   unsigned number = 0;
@@ -34,7 +34,7 @@ unsigned NumberOf(std::string_view name) {
   return isNumber && number != 0 && name == FileName(number) ? number : 0;
 }
 
-// It has its rights from the moment at which it has its name: another user's process may open it at once.
+// Sets the rights before the file gets its name, because another user's process may open it at once.
 int MakeFile(const Descriptor& folder, const std::string& name) {
   const std::string hidden = std::string(kUnfinished) + std::to_string(getpid());
   struct stat place = {};
@@ -51,7 +51,7 @@ int MakeFile(const Descriptor& folder, const std::string& name) {
   return error == EEXIST ? 0 : error;
 }
 
-// What killed processes have left. A process that is making a file at this moment finds it gone and makes it anew.
+// Removes what killed processes have left. A process that is just creating a file finds it gone and creates it again.
 void RemoveUnfinished(const Descriptor& folder) {
   std::vector<std::string> names;
   host::ReadNames(folder, [&names](const char* name, unsigned char) {
@@ -61,7 +61,7 @@ void RemoveUnfinished(const Descriptor& folder) {
     host::Unlink(folder, name);
 }
 
-// A file that a process may still append to stays; a later rotation deletes it.
+// Keeps a file that a process may still append to; a later rotation deletes it.
 void Delete(const Descriptor& folder, unsigned number) {
   Descriptor file;
   struct stat status = {};
@@ -70,8 +70,8 @@ void Delete(const Descriptor& folder, unsigned number) {
   if (host::SetLock(file, F_WRLCK, kAppending) == 0) host::Unlink(folder, name);
 }
 
-// The files up to the first number that is free move up by one. There is a free one among them where a process was
-// killed in the middle of this.
+// Moves the files below the first free number up by one. There is a gap in the numbers if a process was killed during
+// this.
 int MoveUp(const Descriptor& folder) {
   std::vector<unsigned> older;
   if (const int error = FindOlder(folder, &older); error != 0) return error;

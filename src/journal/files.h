@@ -1,4 +1,4 @@
-// The files of the journal: their names, how they are opened and made, and their rotation. Functions give 0 or an errno
+// The files of the journal: names, opening, creation and rotation. Functions that return int return 0 or an errno
 // value.
 #pragma once
 
@@ -18,29 +18,29 @@ using platform::Descriptor;
 // "journal.jsonl" for 0, and "journal.N.jsonl" for the N-th older file.
 std::string FileName(unsigned number);
 
-// The numbers of all older files in the folder, ascending.
+// Finds the numbers of all older files in the folder, in ascending order.
 int FindOlder(const Descriptor& folder, std::vector<unsigned>* numbers);
 
-// A byte of each file. A process that appends has it locked shared as long as it has the file open; a process that
-// deletes an old file locks it alone. So no line is written into a file that is deleted, however long a process is
-// stopped between looking whether the file still is journal.jsonl and writing. An old file that such a process has not
-// left yet is kept longer.
+// A byte of each file that serves as a lock. A process that appends holds it shared as long as it has the file open; a
+// process that deletes an old file locks it exclusively. So no line is written into a deleted file, however long a
+// process is stopped between checking that the file still is journal.jsonl and writing. An old file that such a process
+// still has open is kept longer.
 inline constexpr host::LockRange kAppending = {0, 1};
 
-// Opens a file of the journal for reading or appending, and no link, pipe, folder or device in its place.
+// Opens a file of the journal for reading or appending. Refuses a link, pipe, folder or device in its place.
 enum class Access { reading, appending };
 int OpenFile(int folder, const std::string& name, Access access, Descriptor* file, struct stat* status);
 
-// Opens a file of the home for appending, and makes it if need be. It is the home's owner's, with mode 0600; where the
-// home is one that its group may write, the group may write it as well.
+// Opens a file of the home for appending, and creates it if it is missing. The file belongs to the owner of the home
+// and has mode 0600; if the group may write the home, it may write the file as well.
 int OpenOrMakeFile(const std::filesystem::path& home, const std::string& name, Descriptor* file, struct stat* status);
 
-// Renames `full`, if it still is journal.jsonl, to the first older file, those that are there to the next one each, and
-// deletes all but the `kept` youngest. False when it cannot be done now, as while another process does it; what has
-// been done by then leaves every file with a name, and the next rotation goes on from there.
+// If `full` still is journal.jsonl, renames it to the first older file, moves each older file up by one, and deletes
+// all but the `kept` youngest. Returns false if this is not possible now, for example because another process is
+// rotating. Every file has a name at every step, and the next rotation continues where this one stopped.
 bool Rotate(const std::filesystem::path& home, const struct stat& full, unsigned kept);
 
-// What an error of these functions means, for people; empty for 0.
+// Describes an error of these functions for people; empty for 0.
 std::string Reason(int error);
 
 }  // namespace journal

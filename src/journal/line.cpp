@@ -15,7 +15,7 @@ struct Character {
   std::size_t bytes = 0;  // 0: the text does not begin with a well-formed character
 };
 
-// The first character of a text that is not empty.
+// Returns the first character of a text, which must not be empty.
 Character First(std::string_view utf8) {
   const auto byte = [utf8](std::size_t i) { return static_cast<unsigned char>(utf8[i]); };
   const unsigned char lead = byte(0);
@@ -44,7 +44,7 @@ void AppendEscaped(char32_t code, std::string* line) {
     *line += "0123456789abcdef"[code >> shift & 0xF];
 }
 
-// Where the last of the characters that fit begins, when there are more than fit; otherwise npos.
+// If the text has more than kLongestText characters, returns where the last one that fits begins; otherwise npos.
 std::size_t FindCut(std::string_view text) {
   std::size_t at = 0;
   std::size_t cut = std::string_view::npos;
@@ -99,7 +99,7 @@ void AppendDigits(unsigned number, std::size_t width, std::string* line) {
     (*line)[start + i] = static_cast<char>('0' + number % 10);
 }
 
-// 2026-11-26T17:30:12.123Z. A year beyond four digits does not sort, and no clock shows it.
+// 2026-11-26T17:30:12.123Z. Clamps the year to four digits, because longer ones would not sort; no clock shows them.
 void AppendTime(std::chrono::system_clock::time_point time, std::string* line) {
   const auto day = std::chrono::floor<std::chrono::days>(time);
   const std::chrono::year_month_day date(day);

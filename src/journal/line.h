@@ -1,4 +1,4 @@
-// How an entry becomes a line.
+// Formats an entry as a line.
 #pragma once
 
 #include <string>
@@ -8,10 +8,10 @@
 
 namespace journal {
 
-// What each line begins with. Inside a text of a line it cannot stand, because the quotes there are escaped.
+// The start of each line. It cannot occur inside a text of a line, because quotes are escaped there.
 inline constexpr std::string_view kLineStart = R"({"time":")";
 
-// Appends the entry as JSON to the line, without a line end. It takes less than kLongestLine.
+// Appends the entry to the line as JSON, without a newline. The JSON is shorter than kLongestLine.
 void AppendEntry(const Entry& entry, std::string* line);
 
 }  // namespace journal

@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t kBlock = std::size_t{256} << 10;
 
-// A fragment and a whole line may have got onto one line.
+// A fragment and a whole line may share one line.
 std::string_view LastStart(std::string_view line) {
   const std::size_t start = line.rfind(kLineStart);
   return start == std::string_view::npos ? std::string_view() : line.substr(start);
@@ -45,8 +45,8 @@ void Reader::ReadNew(const std::function<void(std::string_view line)>& visit) {
   files_ = std::move(left);
 }
 
-// From the youngest to the oldest, because a rotation moves files in this direction: a file may be met twice, but none
-// is passed.
+// Goes from the youngest file to the oldest, because a rotation moves files in this direction: it may meet a file
+// twice, but never misses one.
 void Reader::FindFiles() {
   const platform::ActingAsOwner owner(home_.Folder());
   struct stat status = {};
@@ -88,7 +88,7 @@ void Reader::ReadFrom(File& file, const std::function<void(std::string_view)>& v
     std::string_view block(block_.data(), read);
     const std::size_t end = block.rfind('\n');
     if (end == std::string_view::npos) {
-      // The end of the last line is not there yet; in the middle of a file this is no line.
+      // The end of the last line is not written yet. A full block without a newline is no line.
       if (read < kBlock) return;
       file.position += static_cast<off_t>(kBlock - kLongestLine);
       continue;

@@ -14,18 +14,18 @@ namespace journal {
 namespace {
 
 constexpr const char* kKey = "SOFTWARE\\Norvela\\KESTOR";
-constexpr DWORD kFewestBytes = DWORD{64} << 10;  // some lines must fit
+constexpr DWORD kFewestBytes = DWORD{64} << 10;  // must hold several lines
 constexpr DWORD kMostOlder = 99;
 constexpr std::chrono::seconds kSettingsAge{1};
 constexpr std::chrono::milliseconds kRotationPause{100};
 
-// The lines lead to their process by themselves.
+// No LOG_PID: each line already names its process.
 void WriteToSystemLog(std::string_view line) {
   openlog("kestor", 0, LOG_USER);
   syslog(LOG_USER | LOG_NOTICE, "%.*s", static_cast<int>(line.size()), line.data());
 }
 
-// A process that ended in the middle of a line, or that found the disk full, leaves the file like that.
+// Returns whether the file ends inside a line: a process was killed while writing, or found the disk full.
 bool EndsInsideLine(const Descriptor& file, const struct stat& status) {
   char last = '\n';
   std::size_t read = 0;
@@ -57,7 +57,7 @@ void Writer::Append(const Entry& entry) noexcept {
     line_ += '\n';
     error_ = Write();
     if (settings_.systemLog) WriteToSystemLog(std::string_view(line_).substr(1, line_.size() - 2));
-  } catch (const std::exception&) {  // of which there is only the lack of memory
+  } catch (const std::exception&) {  // only an allocation failure
     error_ = ENOMEM;
   }
 }
@@ -73,9 +73,9 @@ void Writer::LookAtSettings() {
   nextLook_ = now + kSettingsAge;
 }
 
-// A file that was rotated after it was opened is not written any more, nor one that was deleted before it was locked.
+// Does not write to a file that was rotated after it was opened, or deleted before it was locked.
 int Writer::Write() {
-  constexpr int kAttempts = 16;  // each takes another rotation
+  constexpr int kAttempts = 16;  // each fails only because of another rotation
   int error = 0;
   for (int i = 0; i < kAttempts; ++i) {
     error = file_ ? 0 : Open();
@@ -101,7 +101,7 @@ int Writer::Open() {
     file_.Close();
     return error;
   }
-  // Where the file system has no locks, a line without is better than none.
+  // If the file system has no locks, writes without one rather than losing lines.
   afterFragment_ = EndsInsideLine(file_, identity_);
   return 0;
 }
@@ -111,7 +111,7 @@ bool Writer::IsFull(const struct stat& file) const {
   return length > 0 && length + line_.size() > settings_.bytes && Clock::now() >= nextRotation_;
 }
 
-// What is missing of a line cannot be written later: others may have appended theirs.
+// The rest of a partial line cannot be written later: other processes may have appended by then.
 int Writer::WriteLine() {
   std::string_view line = line_;
   if (!afterFragment_) line.remove_prefix(1);
