@@ -62,6 +62,9 @@ TEST(Presentable, NeitherBreaksALineNorSteersATerminalNorIsLong) {
   EXPECT_EQ(text::Presentable("a\n\x1B[2J\x7F\u0085\u202E\u2066\u2028\xFF"),
             "a\\u000A\\u001B[2J\\u007F\\u0085\\u202E\\u2066\\u2028\uFFFD");
   EXPECT_EQ(text::Presentable("<" + std::string(199, 'x')), "<" + std::string(199, 'x'));
+  const std::string cut = std::string(98, 'x') + "😀" + std::string(200, 'x') + "😀" + std::string(98, 'x');
+  EXPECT_EQ(text::Presentable(cut), std::string(98, 'x') + "…" + std::string(98, 'x'));
+  EXPECT_EQ(text::Printable("a\tb\u061Cc\uFEFFd\u2028"), "a b c d ");
   EXPECT_EQ(text::Presentable("<" + std::string(5'000'000, '\n') + ">").size(), 1 + 98 * 6 + 3 + 98 * 6 + 1U);
 }
 

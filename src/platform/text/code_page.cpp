@@ -196,10 +196,6 @@ std::u16string Utf8ToUtf16(std::string_view utf8) {
 }
 
 std::string Printable(std::string_view utf8) {
-  const auto moves = [](char32_t c) {
-    return c < 0x20 || (c >= 0x7F && c < 0xA0) || c == 0x200E || c == 0x200F || (c >= 0x2028 && c <= 0x202E) ||
-           (c >= 0x2066 && c <= 0x2069);
-  };
   std::string printable;
   printable.reserve(utf8.size());
   while (true) {
@@ -210,7 +206,7 @@ std::string Printable(std::string_view utf8) {
     utf8.remove_prefix(run);
     if (utf8.empty()) return printable;
     const Decoded next = DecodeUtf8(utf8);
-    AppendUtf8(moves(next.character) ? U' ' : next.character, &printable);
+    AppendUtf8(SteersOutput(next.character) ? U' ' : next.character, &printable);
     utf8.remove_prefix(next.length == 0 ? 1 : next.length);
   }
 }

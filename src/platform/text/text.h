@@ -33,13 +33,16 @@ std::u16string Utf8ToUtf16(std::string_view utf8);
 
 bool IsValidUtf8(std::string_view utf8);
 
-// Makes UTF-8 from elsewhere fit to be shown in a sentence. Characters that break a line, turn the direction of writing
-// or steer a terminal become their numbers (\u001B). Of a text of more than 200 UTF-16 units only the beginning and the
-// end remain. Malformed bytes become U+FFFD.
+// Returns true for the characters that a terminal or browser obeys instead of showing them: controls, line separators,
+// and marks that turn the direction of writing.
+bool SteersOutput(char32_t character);
+
+// Makes UTF-8 from elsewhere fit to be shown in a sentence. Characters that steer the output become their numbers
+// (\u001B). Of a text of more than 200 UTF-16 units only the beginning and the end remain. Malformed bytes become
+// U+FFFD.
 std::string Presentable(std::string_view utf8);
 
-// Replaces each control character and each mark that ends a line or sets a direction of writing with a blank, so that
-// no character moves, hides or turns around what follows. Malformed bytes become U+FFFD.
+// Replaces each character that steers the output with a blank. Malformed bytes become U+FFFD.
 std::string Printable(std::string_view utf8);
 
 // The number of characters of a UTF-8 text, and its first `count` characters.
