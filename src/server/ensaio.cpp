@@ -14,7 +14,8 @@ namespace kestor {
 
 namespace {
 
-// What the objects of a rehearsal tell goes to the client alone. They live no longer than the call.
+// Passes what the objects of a rehearsal report to the client alone. Counts no objects, because they live no longer
+// than the call.
 class ServidorDeEnsaio final : public Servidor {
  public:
   LONG Trava() override { return 1; }
@@ -32,7 +33,7 @@ HRESULT CriaLegadoDeEnsaio(Servidor& servidor, REFIID iid, void** object) {
   return CRepositorioRel::Cria<CRepositorioRel>(nullptr, iid, object, servidor);
 }
 
-// A store that writes nothing, and what is asked of it.
+// Runs `ensaio` on a store that writes nothing.
 template <typename Ensaio>
 HRESULT ComRepositorio(BSTR modulo, BSTR componente, const Ensaio& ensaio) {
   try {
@@ -67,7 +68,7 @@ HRESULT EnsaiaRenumeracao(BSTR modulo, BSTR componente, LONG quantidade, REL_COD
   return ComRepositorio(modulo, componente,
                         [=](Servidor& servidor, IZNPL_Relatorio2& repositorio, const std::string& nomeModulo,
                             const std::string& nomeComponente) {
-                          // The call initialises a store, which migrates.
+                          // The call initialises a store, which migrates first.
                           const HRESULT migracao = Migra(servidor, repositorio, nomeModulo, nomeComponente);
                           if (FAILED(migracao)) return migracao;
                           CConversorCodigos conversor(servidor, repositorio, nomeModulo, nomeComponente, quantidade,

@@ -68,7 +68,7 @@ constexpr std::array<LinhaClasse, 3> kClasses = {{
     {CLSID_ZNPL_RelConverte, CriaRelConverte},
 }};
 
-// File names without a folder end up in a folder of the home, never in the one from which the server was started.
+// Makes file names without a folder end up in a folder of the home, never in the one from which the server was started.
 void EntraNaPastaDeTrabalho() {
   platform::Home::Current().MakeOnFirstUse();
   const std::filesystem::path pasta = platform::Home::Current().Work();
@@ -78,7 +78,7 @@ void EntraNaPastaDeTrabalho() {
   if (falha) std::filesystem::current_path("/", falha);
 }
 
-// Root serves nobody in the home of another user: the files are that user's.
+// Makes a process of root the owner's: root does not serve the home of another user, because the files are that user's.
 bool PassaAoDonoDaCasa() {
   const std::optional<platform::Identity> dono = platform::Home::Current().ServingIdentity();
   return !dono || platform::Become(*dono);
@@ -95,8 +95,8 @@ void AtendeMensagens() {
 void AtendeClientes(CModuloServidor& modulo, DWORD pausaFinalMs) {
   modulo.IniciaMonitor();
   modulo.RegistraClasses();
-  // A client whose object was made in the moment between the monitor's decision and its message is served on: it has
-  // its answer already and could not be sent to another server.
+  // Keeps serving a client whose object was created between the monitor's decision and its message: the client already
+  // has its answer and could not be sent to another server.
   for (AtendeMensagens(); modulo.Travas() != 0; AtendeMensagens())
     modulo.IniciaMonitor();
   modulo.RetiraClasses();

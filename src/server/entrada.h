@@ -5,14 +5,15 @@
 
 namespace kestor {
 
-// How long the process goes on after it has withdrawn its classes.
+// How long the process stays up after it has withdrawn its classes.
 inline constexpr DWORD kPausaFinalMs = 1000;
 
-// Publishes the module's classes and serves calls until the module has been idle for its time.
+// Publishes the module's classes and serves calls until the module has been idle for its idle time.
 void AtendeClientes(CModuloServidor& modulo, DWORD pausaFinalMs = kPausaFinalMs);
 
-// Does what the process's command line asks for: enters the server in the registry or takes it out, or serves clients
-// until the server has been idle for its time. The process's exit code: 0, or the result of a failed registration.
+// Does what the command line of the process asks for: registers or unregisters the server, or serves clients until the
+// server has been idle for its idle time. Returns the exit code of the process: 0, the result of a failed registration,
+// or E_ACCESSDENIED when root cannot become the owner of the home.
 int ExecutaServidor();
 
 }  // namespace kestor

@@ -9,14 +9,14 @@ namespace kestor {
 // Class objects do not keep the server alive.
 class CFabricaClasse final : public com::CountedObject<IClassFactory, IID_IClassFactory> {
  public:
-  // A class object with one reference; E_OUTOFMEMORY when memory runs out.
+  // Creates a class object with one reference; E_OUTOFMEMORY when memory runs out.
   static HRESULT Cria(CModuloServidor& modulo, OperacaoCriacao criacao, IClassFactory** fabrica);
 
-  // E_POINTER without a place for the object; CLASS_E_NOAGGREGATION when an outer object asks for anything but
-  // IUnknown; otherwise the result of the class's creation.
+  // Returns E_POINTER for null `object`, CLASS_E_NOAGGREGATION when an outer object asks for anything but IUnknown,
+  // otherwise the result of the class's creation.
   HRESULT CreateInstance(IUnknown* outer, REFIID iid, void** object) override;
 
-  // Always S_OK. An outstanding lock keeps the process up like an object.
+  // Returns S_OK. An outstanding lock keeps the process up like an object.
   HRESULT LockServer(BOOL lock) override;
 
  private:

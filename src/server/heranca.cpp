@@ -18,7 +18,7 @@ namespace {
 void RecusaImagensDeMemoria() {
   const rlimit nenhuma{};
   setrlimit(RLIMIT_CORE, &nenhuma);
-  // The limit does not count where the system hands dumps to a program: those are to have no memory in them.
+  // The limit does not apply when the system passes dumps to a program. The filter keeps memory out of those.
   host::Descriptor filtro;
   if (host::Open(AT_FDCWD, "/proc/self/coredump_filter", O_WRONLY, &filtro) == 0) host::WriteAll(filtro.Number(), "0");
 }
@@ -31,7 +31,7 @@ void RecusaHeranca() {
   umask(umask(S_IWOTH) | S_IWOTH);
   host::UnmaskOwner();
   RecusaImagensDeMemoria();
-  // An inherited limit on file sizes is a failed write and not the process's end.
+  // An inherited limit on file sizes makes a write fail instead of ending the process.
   std::signal(SIGXFSZ, SIG_IGN);
 }
 

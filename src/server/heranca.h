@@ -3,9 +3,9 @@
 
 namespace kestor {
 
-// Gives up what a server of all clients must not have: descriptors beyond the standard ones, a umask that lets
-// all users write to new files or keeps their owner from it, and core dumps, which would hold customers' data and lie
-// wherever the system puts them. For the very beginning of the process, before it has descriptors of its own.
+// Gives up what a server of all clients must not inherit: descriptors beyond the standard ones, a umask that lets all
+// users write new files or keeps their owner from it, and core dumps, which would contain customers' data and lie
+// wherever the system puts them. Called at the very start of the process, before it opens descriptors of its own.
 void RecusaHeranca();
 
 }  // namespace kestor

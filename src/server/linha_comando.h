@@ -9,11 +9,11 @@ enum class Chamada {
   cancelamento,  // take them out again, and end
 };
 
-// The text after the next of the characters `iniciais` in `texto`; null when none is left.
+// Returns the text after the next of the characters `iniciais` in `texto`; null when none is left.
 const char* ProximoParametro(const char* texto, const char* iniciais);
 
-// What a whole command line asks for. A switch counts only when it ends the line: whatever follows a hyphen or a slash
-// is compared up to the end of the line, also when that character belongs to the program's path.
+// Returns what a whole command line asks for. A switch counts only at the end of the line: the text after each hyphen
+// or slash is compared up to the end of the line, even if that character belongs to the program's path.
 Chamada ExaminaLinhaComando(const char* linha);
 
 }  // namespace kestor

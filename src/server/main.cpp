@@ -20,7 +20,7 @@ Exit status: 0 done; anything else is the low byte of the result, as of a failed
 }  // namespace
 
 int main(int argc, char** argv) {
-  // A person who asks must not have a server started, which would serve on.
+  // A person who asks for help must not start a server, which would stay.
   const std::string_view unico = argc == 2 ? argv[1] : "";
   if (unico == "--help" || unico == "--version") {
     return std::puts(unico == "--help" ? kAjuda : "kestor " KESTOR_VERSION) < 0 || std::fflush(stdout) != 0 ? 1 : 0;
@@ -28,6 +28,6 @@ int main(int argc, char** argv) {
   platform::SetArguments(argc, argv);
   kestor::RecusaHeranca();
   const int resultado = kestor::ExecutaServidor();
-  // The system keeps the low 8 bits of an exit code only: a failure must not become 0 there.
+  // The system keeps only the low 8 bits of an exit code. A failure must not become 0 there.
   return resultado != 0 && (resultado & 0xFF) == 0 ? 1 : resultado;
 }

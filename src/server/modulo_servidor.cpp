@@ -12,7 +12,7 @@ namespace kestor {
 
 namespace {
 
-// Leaves the monitor's waits when the process no longer needs it.
+// Thrown from the monitor's wait when the process no longer needs the monitor.
 struct MonitorDispensado {};
 
 }  // namespace
@@ -57,7 +57,7 @@ files::Keeper* CModuloServidor::IniciaGuarda(const Mudanca& operacao) noexcept {
                        .ofFirstGeneration = std::string_view(operacao.classe) == "ZNPL_Rel"});
     return historico_;
   } catch (const std::exception&) {
-    return nullptr;  // without memory the operation comes to nothing either
+    return nullptr;  // without memory the operation fails as well
   }
 }
 
@@ -69,7 +69,7 @@ std::string CModuloServidor::FaltaDaGuarda() {
   return historico_ != nullptr ? historico_->TakeTrouble() : std::string();
 }
 
-// Every initialisation finds the models that stay again. Entered each time, they would drive all else out of the
+// Every initialisation finds the models that stay again. An entry each time would drive everything else out of the
 // journal.
 bool CModuloServidor::ENovidade(const Mudanca& mudanca) {
   constexpr std::size_t kLembradas = 10000;
@@ -105,8 +105,8 @@ DWORD CModuloServidor::ExecutaMonitor(void* modulo) {
   return 0;
 }
 
-// Also when the process ends for another reason than its monitor's. The event stays until the monitor is gone and the
-// main thread, which signals it, is here.
+// Ends the monitor, even when the process ends for another reason. Closes the event only when the monitor has ended and
+// the main thread, which signals it, is here.
 void CModuloServidor::EncerraMonitor() {
   dispensaMonitor_ = true;
   SetEvent(eventoEncerramento_);

@@ -15,11 +15,11 @@ struct Entry {
   std::string key;
   const char* name;  // empty: the key's default value
   std::string text;
-  bool startsAnew = false;  // what was below the key is deleted before the value is written
+  bool startsAnew = false;  // deletes the key with everything below it first
 };
 
-// In the order in which they are written. Removal deletes the key of each entry, so that a key which other programs
-// share must not have an entry of its own.
+// In the order in which they are written. Removal deletes the key of each entry, so a key that other programs share
+// must not have an entry of its own.
 using Entries = std::vector<Entry>;
 
 struct ServerClass {
@@ -71,7 +71,7 @@ LONG Write(const Entry& entry) {
                         static_cast<DWORD>(entry.text.size() + 1));
 }
 
-// The result of the first entry that fails (0x8007xxxx); the rest is not written then.
+// Writes the entries in order and stops at the first that fails. Returns its result (0x8007xxxx).
 HRESULT Add(const Entries& entries) {
   for (const Entry& entry : entries) {
     const LONG result = Write(entry);
@@ -80,22 +80,22 @@ HRESULT Add(const Entries& entries) {
   return S_OK;
 }
 
-// Ends at the first failure: a registry that another program holds must not be waited for once for every key.
+// Stops at the first failure, so as not to wait once per key for a registry that another program holds.
 void Remove(const Entries& entries) {
   for (const Entry& entry : entries) {
     if (DeleteIfThere(entry.key) != ERROR_SUCCESS) return;
   }
 }
 
-// The folder of a path, without a separator at its end unless it is the root.
+// Returns the folder of a path, without a separator at its end unless it is the root.
 std::string FolderOf(const std::string& path) {
   const std::size_t separator = path.rfind('/');
   if (separator == std::string::npos) return {};
   return path.substr(0, separator == 0 ? 1 : separator);
 }
 
-// The executable's path with the extension of a type library. Only a dot in the file name starts an extension: the one
-// of a folder such as kestor-1.0 would lead out of the executable's folder.
+// Returns the executable's path with the extension of a type library. Only a dot in the file name starts an extension:
+// cutting at that of a folder such as kestor-1.0 would lead out of the executable's folder.
 std::string LibraryFileBeside(const std::string& executable) {
   const std::size_t separator = executable.rfind('/');
   const std::size_t dot = executable.rfind('.');
@@ -103,7 +103,7 @@ std::string LibraryFileBeside(const std::string& executable) {
   return executable.substr(0, hasExtension ? dot : executable.size()) + ".tlb";
 }
 
-// Loads the server's type library and tells where it was found.
+// Loads the server's type library and sets `*path` to the file that it was loaded from.
 HRESULT LoadServerTypeLibrary(const std::string& executable, ITypeLib** library, std::string* path) {
   *path = executable;
   const HRESULT result = LoadTypeLib(text::Utf8ToUtf16(*path).c_str(), library);

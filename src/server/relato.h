@@ -1,4 +1,4 @@
-// Where the changes that objects tell of go.
+// Passes on the changes that objects report.
 #pragma once
 
 #include <sys/types.h>
@@ -8,13 +8,13 @@
 
 namespace kestor {
 
-// Tells the client whose call is served what became of a model. `comConteudo`: with its content before and after.
+// Tells the client whose call is served what became of a model. `comConteudo` adds the content before and after.
 void RelataAoCliente(const Mudanca& mudanca, bool comConteudo);
 
-// The user of the client that is served; this process's where none is.
+// Returns the user of the client whose call is served, or of this process when there is none.
 uid_t UsuarioDoCliente();
 
-// Appends a change to the journal, with the client whose call is served.
+// Appends a change to the journal, together with the client whose call is served.
 void RelataAoDiario(const Mudanca& mudanca, journal::Writer& diario);
 
 }  // namespace kestor
