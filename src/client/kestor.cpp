@@ -54,7 +54,7 @@ static_assert(offsetof(kestor_code_change, to) == offsetof(REL_CODIGO_CAMPOS_ALT
 
 // ---- What every call has -------------------------------------------------------------------------------------------
 
-// Nothing of C++ leaves the library.
+// No exception leaves the library.
 template <typename Work>
 kestor_result Guarded(const Work& work) {
   try {
@@ -75,7 +75,8 @@ std::chrono::milliseconds TimeOf(const kestor_options* options) {
   return std::chrono::milliseconds(options == nullptr ? 0 : options->milliseconds);
 }
 
-// Options of a program that was built with an older header lack what came later.
+// Returns whether the options have the members of the first version. A program built with an older header lacks later
+// ones.
 bool AreWhole(const kestor_options* options) {
   return options == nullptr || options->size >= offsetof(kestor_options, only_if_running) + 1;
 }
@@ -88,14 +89,14 @@ OwnedBstr ToBstr(const char* utf8) {
   return kestor::NovoBstr(text::Utf8ToUtf16(utf8));
 }
 
-// A block that kestor_free frees.
+// Allocates a block that kestor_free frees.
 template <typename Item>
 TaskBlock<Item> NewItems(std::size_t count, std::size_t more = 0) {
   if (count > (std::numeric_limits<std::size_t>::max() - more) / sizeof(Item)) throw std::bad_alloc();
   return NewTaskBlock<Item>(count * sizeof(Item) + more);
 }
 
-// Records of the contract, handed out under their names of C; never NULL.
+// Hands out records of the contract under their C names. Never returns NULL.
 template <typename Item, typename Record>
 Item* HandOut(TaskBlock<Record> records) {
   static_assert(sizeof(Item) == sizeof(Record));
@@ -123,7 +124,7 @@ kestor_names CopyNames(const std::vector<std::string>& names) {
   return copy;
 }
 
-// Frees the records, also those that come with a result that the server never gives.
+// Copies the names and frees the records, even those that come with a result that the server never gives.
 std::vector<std::string> TakeNames(const REG_ARRAY_RELATORIO2& list) {
   const TaskBlock<tagREG_NOME_RELATORIO2> records(list.pregRelatorios);
   std::vector<std::string> names;
@@ -134,7 +135,7 @@ std::vector<std::string> TakeNames(const REG_ARRAY_RELATORIO2& list) {
   return names;
 }
 
-// An object of the server with the time that its calls may take.
+// An object of the server, and the time limit of its calls.
 template <typename Interface>
 struct Handle {
   template <typename Work>
@@ -175,7 +176,7 @@ bool FitsSize(std::size_t size) {
   return size <= static_cast<std::size_t>(std::numeric_limits<LONG>::max());
 }
 
-// Whether an answer could carry so many items. A server that lies must not have memory taken for them.
+// Returns whether an answer could carry so many items. A false count from a server must not cost memory.
 bool FitsAnswer(LONG count, std::size_t itemBytes) {
   return count >= 0 && static_cast<std::size_t>(count) <= channel::kMaxPayloadBytes / itemBytes;
 }

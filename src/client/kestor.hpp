@@ -4,9 +4,9 @@
 //   for (const std::string& name : *store.List())
 //     if (const auto content = store.Read(name)) std::cout << name << ": " << content->bytes.size() << " bytes\n";
 //
-// A call that fails throws Error. One that ends as expected, and yet without success, such as "no such model", gives an
-// Outcome without a value: a condition tells, and what takes the value all the same throws. Texts are UTF-8. An object
-// is used by one thread at a time. A program links libkestor.so.1.
+// A call that fails throws Error. A call with another expected outcome, such as "no such model", returns an Outcome
+// without a value: test it as a condition, because taking the value throws. Texts are UTF-8. One thread at a time may
+// use an object. A program links libkestor.so.1.
 #pragma once
 
 #include <algorithm>
@@ -28,8 +28,7 @@
 
 namespace kestor {
 
-// How a call ended that was no success: the number, its name and what it means, and the server's reason, which may be
-// empty.
+// How a call without success ended: the result, its name and meaning, and the server's reason, which may be empty.
 struct Notice {
   kestor_result result = 0;
   std::string name = {};
@@ -39,7 +38,7 @@ struct Notice {
   std::string Text() const { return name + ": " + meaning + (reason.empty() ? "" : " (" + reason + ")"); }
 };
 
-// A failure: the number is negative.
+// A failure, or a notice whose missing value was taken.
 class Error : public std::runtime_error {
  public:
   explicit Error(Notice notice) : std::runtime_error(notice.Text()), notice_(std::move(notice)) {}
@@ -49,7 +48,7 @@ class Error : public std::runtime_error {
   Notice notice_;
 };
 
-// A value, or the notice that there is none.
+// A value, or the notice why there is none.
 template <typename Value>
 class [[nodiscard]] Outcome {
  public:
@@ -58,7 +57,7 @@ class [[nodiscard]] Outcome {
 
   explicit operator bool() const { return held_.index() == 0; }
 
-  // The value. Throws Error when there is none.
+  // Returns the value. Throws Error when there is none.
   const Value& operator*() const& { return Checked(); }
   Value operator*() && {
     Checked();
@@ -66,7 +65,7 @@ class [[nodiscard]] Outcome {
   }
   const Value* operator->() const { return &Checked(); }
 
-  // Why there is no value; std::bad_variant_access when there is one.
+  // Returns why there is no value. Throws std::bad_variant_access when there is one.
   const Notice& Why() const { return std::get<1>(held_); }
 
  private:
@@ -78,13 +77,13 @@ class [[nodiscard]] Outcome {
   std::variant<Value, Notice> held_;
 };
 
-// The outcome of a call that gives nothing but its success.
+// The outcome of a call that returns no value.
 struct Nothing {};
 using Done = Outcome<Nothing>;
 
 struct Options {
-  std::chrono::milliseconds timeLimit{0};  // that each call may take; 0: as long as the server is there
-  bool onlyIfRunning = false;              // Error where no server runs, instead of starting one
+  std::chrono::milliseconds timeLimit{0};  // of each call; 0: waits as long as the server lives
+  bool onlyIfRunning = false;              // throws Error when no server runs, instead of starting one
 };
 
 struct Content {
@@ -93,13 +92,13 @@ struct Content {
 };
 
 struct WriteOptions {
-  bool keepExisting = false;         // a notice where a model of the name is
-  bool checkDemonstrations = false;  // of the second generation: a notice where the name is a deleted one's
+  bool keepExisting = false;         // gives a notice when the model exists
+  bool checkDemonstrations = false;  // second generation: gives a notice when the name is a deleted one's
 };
 
 namespace internal {
 
-// A text that the library can see whole. Throws std::invalid_argument for a NUL inside it.
+// Returns a text that the library sees whole. Throws std::invalid_argument for a NUL inside it.
 inline const char* WholeText(const std::string& text) {
   if (text.find('\0') != text.npos) throw std::invalid_argument("a text with a NUL");
   return text.c_str();
@@ -107,7 +106,7 @@ inline const char* WholeText(const std::string& text) {
 
 }  // namespace internal
 
-// The text of a record's field.
+// Returns the text of a record's field.
 template <std::size_t room>
 std::string Text(const char (&field)[room]) {
   const std::unique_ptr<char, decltype(&kestor_free)> text(kestor_to_utf8(field, room), kestor_free);
@@ -115,8 +114,8 @@ std::string Text(const char (&field)[room]) {
   return text.get();
 }
 
-// Sets it. Throws std::invalid_argument when it is too long, has a NUL, or code page 1252 lacks a character; the field
-// is as it was then.
+// Sets the text of a record's field. Throws std::invalid_argument when it is too long, contains a NUL, or code page
+// 1252 lacks a character; the field is unchanged then.
 template <std::size_t room>
 void SetText(char (&field)[room], const std::string& text) {
   char made[room];
@@ -127,7 +126,7 @@ void SetText(char (&field)[room], const std::string& text) {
 
 namespace internal {
 
-// The notice of a result that is positive, or 0. Throws Error for a negative one.
+// Returns the notice of a positive result, or an empty one for 0. Throws Error for a negative result.
 inline Notice Checked(kestor_result result) {
   if (result == 0) return {};
   Notice notice{result, kestor_result_name(result), kestor_result_meaning(result), kestor_last_reason()};
@@ -200,7 +199,7 @@ template <typename Handle, kestor_result (*open)(const kestor_options*, const ch
           void (*close)(Handle*)>
 class Store {
  public:
-  // How the opening ended, which may be with a notice.
+  // Returns how the opening ended, which may be with a notice.
   const Done& Opening() const { return opening_; }
 
  protected:
@@ -224,18 +223,19 @@ class Store {
 
 }  // namespace internal
 
-// The home whose server is asked, instead of $KESTOR_HOME. Before anything else, and before there are other threads.
+// Sets the home whose server is asked, instead of $KESTOR_HOME. Call it before anything else and before starting
+// threads.
 inline void UseHome(const std::string& folder) {
   internal::Checked(kestor_use_home(internal::WholeText(folder)));
 }
 
-// The report models of a module and component. Opening it migrates those of the first generation.
+// The report models of a module and component. Opening migrates those of the first generation.
 class Reports : public internal::Store<kestor_reports, kestor_reports_open, kestor_reports_close> {
  public:
   Reports(const std::string& module, const std::string& component, const Options& options = {})
       : Store(module, component, options) {}
 
-  // The names of the models, sorted.
+  // Returns the names of the models, sorted.
   Outcome<std::vector<std::string>> List() {
     return internal::NamesOf([&](kestor_names* names) { return kestor_reports_list(Get(), names); });
   }
@@ -255,12 +255,12 @@ class Reports : public internal::Store<kestor_reports, kestor_reports_open, kest
     return internal::DoneOf(kestor_reports_delete(Get(), internal::WholeText(name), 0));
   }
 
-  // Deletes a model whose name is hidden from then on.
+  // Deletes a demonstration model and hides its name from then on.
   Done DeleteDemonstration(const std::string& name) {
     return internal::DoneOf(kestor_reports_delete(Get(), internal::WholeText(name), 1));
   }
 
-  // The name of the default report, if there is one.
+  // Returns the name of the default report, if there is one.
   std::optional<std::string> Default() {
     char* name = nullptr;
     internal::Checked(kestor_reports_get_default(Get(), &name));
@@ -273,12 +273,12 @@ class Reports : public internal::Store<kestor_reports, kestor_reports_open, kest
   }
   Done ClearDefault() { return internal::DoneOf(kestor_reports_set_default(Get(), nullptr)); }
 
-  // The names of the deleted demonstration models.
+  // Returns the names of the deleted demonstration models.
   Outcome<std::vector<std::string>> Deleted() {
     return internal::NamesOf([&](kestor_names* names) { return kestor_reports_deleted(Get(), names); });
   }
 
-  // The fields that reports can use.
+  // Returns the fields that reports can use.
   Outcome<std::vector<kestor_field>> Fields() {
     return internal::RecordsOf<kestor_field>(
         [&](kestor_field** fields, std::size_t* count) { return kestor_reports_fields(Get(), fields, count); });
@@ -296,7 +296,7 @@ class Legacy : public internal::Store<kestor_legacy, kestor_legacy_open, kestor_
   Legacy(const std::string& module, const std::string& component, const Options& options = {})
       : Store(module, component, options) {}
 
-  // The names of the models, sorted; a notice when there is none.
+  // Returns the names of the models, sorted; a notice when there is none.
   Outcome<std::vector<std::string>> List() {
     return internal::NamesOf([&](kestor_names* names) { return kestor_legacy_list(Get(), names); });
   }
@@ -311,13 +311,13 @@ class Legacy : public internal::Store<kestor_legacy, kestor_legacy_open, kestor_
         kestor_legacy_write(Get(), internal::WholeText(name), internal::FlagsOf(options), bytes.data(), bytes.size()));
   }
 
-  // The same by the method that older clients call.
+  // Does the same through the method that older clients call.
   Done WriteQuietly(const std::string& name, std::string_view bytes, const WriteOptions& options = {}) {
     return internal::DoneOf(kestor_legacy_write_quietly(Get(), internal::WholeText(name), internal::FlagsOf(options),
                                                         bytes.data(), bytes.size()));
   }
 
-  // Deletes a model and its export settings; what is not there is passed over.
+  // Deletes a model and its export settings. Succeeds even when there is none.
   Done Delete(const std::string& name) {
     return internal::DoneOf(kestor_legacy_delete(Get(), internal::WholeText(name)));
   }
@@ -358,7 +358,7 @@ class Legacy : public internal::Store<kestor_legacy, kestor_legacy_open, kestor_
     return internal::DoneOf(kestor_legacy_put_filter(Get(), internal::WholeText(name), entries.data(), entries.size()));
   }
 
-  // The fields that models can use.
+  // Returns the fields that models can use.
   Outcome<std::vector<kestor_legacy_field>> Fields() {
     return internal::RecordsOf<kestor_legacy_field>(
         [&](kestor_legacy_field** fields, std::size_t* count) { return kestor_legacy_fields(Get(), fields, count); });
