@@ -3,9 +3,9 @@
 // Records travel in their reference layout without the pointer, arrays with exactly the extents that the contract
 // names; docs/protocol.md has the bytes of every slot. Both sides check every length before they use or allocate it.
 //
-// A proxy gives back what the contract says the client owns: two task-memory blocks for a record with its array, a BSTR
-// for a string; buffers that the caller supplies are filled only when the call succeeds. Out-arguments are null or zero
-// when a call fails on its way.
+// A proxy returns what the client owns by the contract: two task-memory blocks for a record with its array, a BSTR for
+// a string. It fills buffers of the caller only when the call succeeds. Out-arguments are null or zero when the
+// transport fails.
 #pragma once
 
 #include <array>
@@ -16,14 +16,13 @@
 
 namespace marshal {
 
-// The bytes of content that a call carries in any case. The rest of its frame has room for a name and a few numbers.
+// A call can always carry this many bytes of content. The rest of its frame has room for a name and a few numbers.
 inline constexpr std::size_t kContentBytes = channel::kMaxPayloadBytes - 4096;
 
 // Stubs and proxies of IZNPL_Rel, IZNPL_Relatorio2 and IZNPL_RelConverte, in this order.
 std::array<com::Marshaler, 3> Marshalers();
 
-// Tells the runtime of this process how the three interfaces are carried. Clients and server call it once, at the
-// start.
+// Registers the three interfaces with the runtime of this process. Clients and the server call it once, at the start.
 void RegisterInterfaces();
 
 // ---- Rehearsals: what a call would do ------------------------------------------------------------------------------

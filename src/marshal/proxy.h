@@ -1,5 +1,5 @@
-// The client's half: a proxy is a pointer to the interface whose methods run in another process. Its methods name their
-// slot and the kinds of their arguments; everything else is here.
+// The client's half: a proxy implements an interface whose methods run in another process. Its methods name their slot
+// and the kinds of their arguments; everything else is here.
 #pragma once
 
 #include <memory>
@@ -12,9 +12,10 @@
 
 namespace marshal {
 
-// The kinds of arguments, each around what the caller gave. In this order: Prepare sets the caller's out-argument to
-// null or zero (false: it has no place for one), Encode adds to the request, Decode reads the answer into the object's
-// own hands, Deliver gives that to the caller. Deliver cannot fail: a caller gets all of an answer or nothing of it.
+// The kinds of arguments; each wraps what the caller passed. In this order: Prepare sets the caller's out-argument to
+// null or zero (false: the caller has no place for one), Encode adds to the request, Decode reads the answer into the
+// argument object, Deliver passes it to the caller. Deliver cannot fail: a caller gets all of an answer or nothing of
+// it.
 namespace sent {
 
 struct InArgument {
@@ -134,14 +135,14 @@ class OutBuffer {
   const std::byte* bytes_ = nullptr;
 };
 
-// A record of an answer, its array as a task block.
+// A record of an answer, with its array in a task block.
 template <typename Record>
 class ReceivedRecord {
  public:
   void Decode(channel::Decoder& in) {
     const ArrayBytes array = TakeRecord(in, &record_);
     const std::size_t bytes = ArrayExtent(record_);
-    // A count without its items would lead the caller astray.
+    // A count without items would mislead the caller.
     if (ArrayOf<Record>::Count(record_) < 0 || (!array.isThere && bytes != 0)) in.Fail();
     if (!in.Ok() || !array.isThere) return;
     items_ = NewTaskBlock<ItemOf<Record>>(bytes);
@@ -157,7 +158,7 @@ class ReceivedRecord {
   TaskBlock<ItemOf<Record>> items_;
 };
 
-// A record of the caller.
+// A record that the caller provides.
 template <typename Record>
 class OutFilledRecord : public OutArgument {
  public:
@@ -174,7 +175,7 @@ class OutFilledRecord : public OutArgument {
   ReceivedRecord<Record> record_;
 };
 
-// A record that becomes a task block itself.
+// A record that is handed out as a task block.
 template <typename Record>
 class OutRecord : public OutArgument {
  public:
@@ -201,7 +202,7 @@ class OutRecord : public OutArgument {
 
 }  // namespace sent
 
-// Gives the caller an answer: `in` holds the out-arguments that came with `result`. A failure may come without any.
+// Passes an answer to the caller. `in` holds the out-arguments that came with `result`; a failure may come without any.
 template <typename... Arguments>
 HRESULT TakeAnswer(HRESULT result, channel::Decoder& in, Arguments&... arguments) {
   if (FAILED(result) && in.Left() == 0) return result;
@@ -211,16 +212,16 @@ HRESULT TakeAnswer(HRESULT result, channel::Decoder& in, Arguments&... arguments
   return result;
 }
 
-// One object of another process; its last reference to go releases the object there. Every method may be called from
-// any thread.
+// One object of another process. Releasing the last reference releases the object there. Any thread may call the
+// methods.
 template <typename Interface, const IID& iid>
 class Proxy : public com::CountedObject<Interface, iid> {
  public:
   explicit Proxy(std::unique_ptr<com::RemoteObject> remote) : remote_(std::move(remote)) {}
 
  protected:
-  // Carries one call. E_POINTER when an out-argument has no place, E_INVALIDARG when the arguments do not fit into a
-  // frame, else the method's result or the transport's.
+  // Makes one call. Returns E_POINTER when an out-argument has no place, E_INVALIDARG when the arguments do not fit
+  // into a frame, else the result of the method or of the transport.
   template <typename... Arguments>
   HRESULT Call(std::uint16_t slot, Arguments... arguments) {
     bool prepared = true;

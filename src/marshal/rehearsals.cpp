@@ -22,7 +22,7 @@ struct Table {
 
 using Pairs = served::InArray<LONG, REL_CODIGO_CAMPOS_ALTERADOS, served::NegativeCount::isNothing>;
 
-// The arguments are decoded as those of the call.
+// Decodes the arguments like those of the call.
 template <auto method, typename... Arguments>
 HRESULT Decode(channel::Decoder& in) {
   channel::Encoder nothing;

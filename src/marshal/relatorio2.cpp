@@ -7,7 +7,7 @@ namespace marshal {
 
 namespace {
 
-// A store that is not initialised says so whatever the content is, so the store itself judges the content's size.
+// A store that is not initialised says so whatever the content is, so the store itself checks the content's size.
 using Content = served::InUncheckedArray<LONG, unsigned char>;
 
 constexpr Slot<IZNPL_Relatorio2> kSlots[] = {

@@ -1,5 +1,5 @@
-// The server's half: a stub decodes the calls of one client, makes them on the object and encodes what comes out. An
-// interface is a table of its slots, a line a method; everything else is here.
+// The server's half: a stub decodes the calls of one client, makes them on the object and encodes the results. An
+// interface is a table of its slots, one line per method; everything else is here.
 #pragma once
 
 #include <cstdlib>
@@ -16,9 +16,9 @@
 
 namespace marshal {
 
-// The kinds of arguments. In this order: Read takes the argument from the request, Check refuses what no method may be
-// called with, Values gives the method's parameters, Write adds to the answer. What the method handed out belongs to
-// the argument object and goes with it, on every path.
+// The kinds of arguments. In this order: Read takes the argument from the request, Check rejects what no method may be
+// called with, Values returns the method's parameters, Write adds to the answer. The argument object owns what the
+// method hands out and frees it on every path.
 namespace served {
 
 struct InArgument {
@@ -45,7 +45,7 @@ class InValue : public InArgument {
   Scalar value_ = 0;
 };
 
-// Items of a request as a method may use them.
+// Items of a request, aligned for use by a method.
 template <typename Item>
 class ReceivedItems {
  public:
@@ -53,7 +53,7 @@ class ReceivedItems {
     isMissing_ = !array.isThere && bytes != 0;
     if (array.bytes == nullptr) return;
     if constexpr (alignof(Item) == 1) {
-      // Bytes are used where they arrived; the interfaces have no const, but no method changes what comes in.
+      // Uses bytes where they arrived. The interfaces have no const, but no method changes its input.
       items_ = reinterpret_cast<Item*>(const_cast<std::byte*>(array.bytes));
     } else {
       aligned_ = std::make_unique<Item[]>(bytes / sizeof(Item));
@@ -92,7 +92,7 @@ class InArray {
   ReceivedItems<Item> items_;
 };
 
-// An array of which the method judges the count, and whether it may be missing.
+// An array whose count and presence the method checks itself.
 template <typename Count, typename Item>
 class InUncheckedArray : public InArray<Count, Item> {
  public:
@@ -161,9 +161,9 @@ class OutText : public OutArgument {
   BSTR text_ = nullptr;
 };
 
-// A buffer for as many items as the client has room for. It is carried only when the call succeeds, and its memory is
-// touched only where the method writes: a method that refuses a count makes it cost nothing. The method alone knows
-// what a count means that no answer has room for, and gets it without a buffer.
+// A buffer for as many items as the client has room for. It is sent only when the call succeeds, and its memory is
+// touched only where the method writes, so a count that the method rejects costs nothing. A count for which no answer
+// has room reaches the method without a buffer, because only the method knows what it means.
 template <typename Item>
 class OutBuffer {
  public:
@@ -239,7 +239,7 @@ struct ObjectOfMethod<HRESULT (Interface::*)(Parameters...)> {
 template <auto method>
 using ObjectOf = typename ObjectOfMethod<decltype(method)>::Type;
 
-// One slot of a stub: a call of `method` whose parameters are carried as `Arguments` say.
+// Serves one slot of a stub: calls `method` with parameters of the kinds `Arguments`.
 template <auto method, typename... Arguments>
 HRESULT Serve(ObjectOf<method>& object, channel::Decoder& in, channel::Encoder& out) {
   std::tuple<Arguments...> kinds;
@@ -260,7 +260,7 @@ HRESULT Serve(ObjectOf<method>& object, channel::Decoder& in, channel::Encoder& 
       kinds);
 }
 
-// An interface's methods from its first own slot on.
+// An entry of an interface's table, which starts with the first slot after those of IUnknown.
 template <typename Interface>
 using Slot = HRESULT (*)(Interface& object, channel::Decoder& in, channel::Encoder& out);
 
@@ -269,7 +269,7 @@ class Stub final : public com::CallStub {
  public:
   Stub(ComPtr<Interface> object, std::span<const Slot<Interface>> slots) : object_(std::move(object)), slots_(slots) {}
 
-  // A result that cannot be encoded, and an exception out of the object, give a failure without out-arguments.
+  // Returns a failure without out-arguments when the answer cannot be encoded or the object throws.
   HRESULT Invoke(std::uint16_t slot, channel::Decoder& arguments, channel::Encoder& out) override {
     if (slot < kFirstSlot || slot - kFirstSlot >= slots_.size()) return rpc::kSlotOutOfRange;
     const std::size_t start = out.PayloadBytes();

@@ -1,5 +1,5 @@
-// How the shapes that arguments share stand in a payload; docs/protocol.md has them byte by byte. Proxies and stubs use
-// the same functions, so that what one side puts is what the other takes.
+// How arguments are laid out in a payload; docs/protocol.md has the bytes. Proxies and stubs share these functions, so
+// that one side takes what the other puts.
 #pragma once
 
 #include <algorithm>
@@ -44,9 +44,9 @@ OwnedBstr TakeText(channel::Decoder& in);  // null for a null text, and when the
 bool TakePresence(channel::Decoder& in);
 
 // ---- Arrays: whether there is one; its items -----------------------------------------------------------------------
-// How many items there are stands in front, in an argument or a record.
+// The number of items precedes them, in an argument or a record.
 
-// The bytes of `count` items; a negative count has none.
+// Returns the bytes that `count` items take; none for a negative count.
 template <typename Item>
 constexpr std::size_t Extent(std::int64_t count) {
   return static_cast<std::size_t>(std::max<std::int64_t>(count, 0)) * sizeof(Item);
@@ -62,7 +62,7 @@ ArrayBytes TakeArray(channel::Decoder& in, std::size_t bytes);
 
 // ---- Records: the reference layout without its pointer; the array --------------------------------------------------
 
-// The array that the pointer at the end of a record leads to.
+// The array that the pointer at the end of a record points to.
 template <typename Record>
 struct ArrayOf;
 
@@ -122,7 +122,7 @@ void PutRecord(channel::Encoder& out, const Record& record) {
   PutArray(out, Items(record), ArrayExtent(record));
 }
 
-// The record with a null pointer, and where its array lies.
+// Takes a record with a null pointer, and returns where its array lies.
 template <typename Record>
 ArrayBytes TakeRecord(channel::Decoder& in, Record* record) {
   *record = {};
