@@ -29,7 +29,7 @@ struct Answer {
   bool unread = false;  // the reader of standard output has gone away
 
   std::size_t migrated = 0;  // first-generation models that were converted on the way
-  bool incomplete = false;   // the exit status is kNotice even if `result` is S_OK
+  bool incomplete = false;   // something was left or found: the exit status is kNotice even if `result` is S_OK
 
   std::string output;  // for standard output
   std::string note;    // a line for standard error besides the one about the result

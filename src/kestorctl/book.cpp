@@ -205,7 +205,7 @@ class Book {
     return picture + Notes(notes);
   }
 
-  // Returns what the document says. Cuts its lists to kMostRows entries, also in `document`.
+  // Returns what the document says. Cuts lists of absurd length to kMostRows entries, also in `document`.
   std::string InWords(kestor::CDocRelatorio& document, std::size_t pair) {
     std::size_t leftOut = 0;
     const auto shorten = [&](auto& list) {

@@ -6,8 +6,8 @@
 namespace kestorctl {
 
 // Puts the reports folder ("reports", null when none is entered) and the folders of the modules ("modules") into the
-// answer: path, place on this system, whether it exists, and the drive or share that the home would have to map. For
-// the reports folder, also why other machines should not share it ("hazards").
+// answer: path, place on this system, whether it exists, and the drive or share that is not mapped. For the reports
+// folder, also why other machines should not share it ("hazards").
 void TellInstalledFolders(Answer& answer);
 
 }  // namespace kestorctl

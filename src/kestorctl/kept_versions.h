@@ -17,8 +17,8 @@ namespace kestorctl {
 
 using Versions = std::vector<history::Version>;
 
-// Returns whether the version is another name of that very file. A server that is killed before it changes a file
-// leaves a version that is.
+// Returns whether the version is the file itself under another name. A server that is killed before it changes a file
+// leaves such a version.
 bool IsSameFile(const history::Version& version, const struct stat& file);
 
 // The kind of file that a version is of.
@@ -57,9 +57,9 @@ class ReportsFolder {
   std::map<std::string, std::filesystem::path> files_;  // by name in capitals
 };
 
-// Returns what a model was at `when`, from all versions of it: for each of its files, the first version that was kept
-// then or later. Without a time, returns what the model was before its last change. Throws LocalFailure when there is
-// no such version, when the history does not reach back so far, and when the model did not exist; UsageError when
+// Returns what a model was at `when`, chosen from `all` its versions: for each of its files, the first version that was
+// kept then or later. Without a time, returns what the model was before its last change. Throws LocalFailure when there
+// is no such version, when the history does not reach back so far, and when the model did not exist; UsageError when
 // `when` is not a time.
 Versions VersionsAt(const Versions& all, const std::string& name, const std::optional<std::string>& when);
 

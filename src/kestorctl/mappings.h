@@ -6,7 +6,7 @@
 
 namespace kestorctl {
 
-// A drive or share, and the folder to which it is to lead.
+// A drive or share, and the folder to which it should lead.
 struct Mapping {
   std::string name;              // "D:" or "\\HOST\SHARE"; code page 1252
   std::filesystem::path entry;   // in the home
@@ -22,8 +22,8 @@ void RequireEnterable(const Mapping& mapping);
 // Enters the mapping in the home. Returns false when it was there.
 bool Enter(const Mapping& mapping);
 
-// Returns the drive or share with which a desktop path starts when the home has no entry for it, in UTF-8; otherwise
-// empty.
+// Returns the drive or share with which a desktop path starts when neither the home nor the machine maps it, in UTF-8;
+// otherwise empty.
 std::string MissingMapping(const std::string& desktopPath);
 
 }  // namespace kestorctl

@@ -46,7 +46,7 @@ void AddWriteModelOptions(CLI::App* command, WriteModelOptions* options);
 // any other method.
 void Conclude(HRESULT result, Answer& answer);
 
-// Return whether the store can be used. The answer gets the result of opening it, and how many models that converted.
+// Return whether the store can be used. The answer gets the result of opening it, and the number of models converted.
 bool IsOpen(const StoreSession& store, Answer& answer);
 bool IsOpen(const ReportStore& store, Answer& answer);
 

@@ -72,7 +72,7 @@ Exit status: 0 done; 1 failure; 2 wrong usage.)";
 struct SetupOptions {
   std::optional<std::string> reports;
   std::vector<std::string> modules;  // CODE=DIR
-  std::optional<std::string> group;  // none: the folder is not to be shared
+  std::optional<std::string> group;  // none: the folder is not shared
   std::string import;                // empty: nothing is imported
   std::vector<std::string> drives;   // D=DIR or \\HOST\SHARE=DIR
   HistoryWish history;

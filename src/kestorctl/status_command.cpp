@@ -94,8 +94,8 @@ void TellClasses(Answer& answer) {
   if (answer.data["classes"].empty()) answer.output += "class    none registered\n";
 }
 
-// Returns a hard limit from the system's table of a process's limits, whose rows have "Max NAME", the soft limit and
-// the hard limit.
+// Returns a hard limit from the system's table of a process's limits. A row of the table is "Max NAME", the soft limit
+// and the hard limit.
 std::optional<rlim_t> HardLimit(const std::string& table, const std::string& name) {
   const std::size_t row = table.find("\nMax " + name + "  ");
   if (row == std::string::npos) return std::nullopt;

@@ -1,4 +1,4 @@
-// The terminal that standard output is.
+// The terminal of standard output.
 #pragma once
 
 #include <sys/ioctl.h>

@@ -43,7 +43,7 @@ std::optional<Mount> MountOf(const struct stat& folder) {
   return std::nullopt;
 }
 
-// Returns the highest folder of the path that is on the volume, at which the volume is mounted.
+// Returns the highest folder of the path that is on the volume: its mount point.
 fs::path TopOf(fs::path folder, dev_t device) {
   for (struct stat status = {}; folder.has_relative_path(); folder = folder.parent_path()) {
     if (stat(folder.parent_path().c_str(), &status) != 0 || status.st_dev != device) break;
