@@ -85,8 +85,13 @@ Gravacao GravaModelo(const std::string& caminho, UINT modos, std::string_view ca
     // Another station has made the file in the meantime, or has released it: the model exists after all. After any
     // other failure, the file that exists may be the one written here.
     const bool deOutra = falha.m_lOsError == ERROR_FILE_EXISTS || falha.m_lOsError == ERROR_SHARING_VIOLATION;
-    if ((modos & files::mustBeNew) != 0 && deOutra && ArquivoExiste(caminho)) return Gravacao::jaExiste;
-    DizRazao("written", falha);
+    if ((modos & files::mustBeNew) != 0 && deOutra) {
+      CFileException outra;
+      if (ArquivoExiste(caminho, &outra)) return Gravacao::jaExiste;
+      DizRazao("written", outra.m_cause == CFileException::fileNotFound ? falha : outra);
+    } else {
+      DizRazao("written", falha);
+    }
     return falha.m_lOsError == ERROR_FILE_EXISTS ? Gravacao::naoAberta : falhou;
   }
 }

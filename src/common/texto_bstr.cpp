@@ -7,12 +7,13 @@
 namespace kestor {
 
 std::string TextoDeBstr(BSTR texto) {
-  const std::u16string_view todo = VisaoDeBstr(texto);
-  return text::FromUtf16(todo.substr(0, todo.find(u'\0')));
+  return text::FromUtf16(VisaoDeBstr(texto));
 }
 
 std::u16string_view VisaoDeBstr(BSTR texto) {
-  return texto == nullptr ? std::u16string_view() : std::u16string_view(texto, SysStringLen(texto));
+  if (texto == nullptr) return {};
+  const std::u16string_view todo(texto, SysStringLen(texto));
+  return todo.substr(0, todo.find(u'\0'));
 }
 
 OwnedBstr NovoBstr(std::string_view texto) {

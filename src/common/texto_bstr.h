@@ -8,10 +8,8 @@
 
 namespace kestor {
 
-// Returns a client's text in code page 1252, up to its first NUL. Null counts as empty.
+// Return a client's text up to its first NUL: in code page 1252, and as it is. Null counts as empty.
 std::string TextoDeBstr(BSTR texto);
-
-// Returns all characters of a client's text, NULs included; none for null.
 std::u16string_view VisaoDeBstr(BSTR texto);
 
 // Return a new BSTR with a text that is code page 1252 or UTF-16. Throw std::bad_alloc.

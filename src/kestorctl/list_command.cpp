@@ -1,4 +1,5 @@
 // The command list: the models of a store, or which modules and components have models.
+#include <limits>
 #include <vector>
 
 #include "admin/admin.h"
@@ -130,6 +131,8 @@ void ListNames(const ListOptions& options, Answer& answer) {
   Conclude(ListModels(store, &names), answer);
   if (answer.result != S_OK) return;
   TellNames(names, answer);
+  if (names.size() == std::numeric_limits<USHORT>::max())
+    answer.note = "a store lists at most " + std::to_string(names.size()) + " models; -l shows all";
   if (!options.endsInNul) return;
   answer.output.clear();
   for (const std::string& name : names)

@@ -18,7 +18,8 @@ constexpr const char* kDeleteFooter =
 made the default, there is none afterwards.
 
 With --demo it is a demonstration model that goes, and its name is remembered: it is not listed any more, and a write
-with --check-demo refuses it. Names are remembered for codes of at most 7 characters together, in their letter case.
+with --check-demo refuses it. NAME is the name that "list" shows. Module and component have at most 7 characters
+together then, and their letter case counts.
 
 Examples:
   kestorctl delete CT 01 Vendas
@@ -29,7 +30,7 @@ Exit status: 0 deleted; 1 failure, such as no model of that name (0x80070002) or
 
 constexpr const char* kDefaultFooter =
     R"(Shows the name of the default report, or nothing when there is none; with NAME makes that model the default report,
-with --clear leaves none. It is kept for codes of at most 7 characters together, in their letter case.
+with --clear leaves none. Module and component have at most 7 characters together then, and their letter case counts.
 
 With --json: "default", the name or null.
 
@@ -69,6 +70,17 @@ void Deleted(const StoreOptions& options, Answer& answer) {
   if (answer.result == S_OK) TellNames(names, answer);
 }
 
+// The server cuts longer codes in its records. The record would then be that of another component, and nothing removes
+// a record again.
+void RequireRecordKey(const StoreOptions& store) {
+  const std::string key = text::FromUtf8(store.module + store.component);
+  if (key.size() <= kestor::kMaxChave) return;
+  throw LocalFailure(
+      "the codes of module and component have more than 7 characters together: the server would take the "
+      "record for that of " +
+      text::Presentable(text::ToUtf8(key.substr(0, kestor::kMaxChave))));
+}
+
 // The server deletes a demonstration model even when it cannot remember its name. Only its list of deleted names shows
 // that.
 void TellRemembered(const ReportStore& store, const std::string& name, Answer& answer) {
@@ -89,9 +101,12 @@ void TellRemembered(const ReportStore& store, const std::string& name, Answer& a
   const bool remembered = std::find(names.begin(), names.end(), name) != names.end();
   answer.data["remembered"] = remembered;
   if (!remembered) answer.note = "the model is deleted, but its name could not be remembered" + why;
+  if (remembered && name.find('.') != std::string::npos)
+    answer.note = "the model is deleted, but the name that is remembered is not the one that lists show";
 }
 
 void Delete(const DeleteOptions& options, Answer& answer) {
+  if (options.demonstration) RequireRecordKey(options.model);
   const ReportStore store(options.model.module, options.model.component);
   if (!IsOpen(store, answer)) return;
   char deleted = 0;
@@ -117,31 +132,21 @@ void ShowDefault(const ReportStore& store, Answer& answer) {
   if (answer.result == S_OK) TellDefault(name, answer);
 }
 
-// The server also reports success when the record that it writes can never be found, because the record holds only part
-// of the codes.
-void SetDefault(const ReportStore& store, const ModelOptions& options, Answer& answer) {
-  const std::string& name = options.name;
+void SetDefault(const ReportStore& store, const std::string& name, Answer& answer) {
   Conclude(store->SetRelatorioPadrao(ToBstr(name).get()), answer);
-  if (answer.result != S_OK) return;
-  answer.data["default"] = name;
-  if (text::FromUtf8(options.module + options.component).size() <= kestor::kMaxChave) return;
-  BSTR found = nullptr;
-  const HRESULT read = store->GetRelatorioPadrao(&found);
-  const OwnedBstr owner(found);
-  if (read == S_OK && found == nullptr) {
-    answer.data["default"] = nullptr;
-    answer.note = "there is no default report all the same: codes of module and component have at most 7 characters";
-  }
+  if (answer.result == S_OK) answer.data["default"] = name;
 }
 
 void Default(const DefaultOptions& options, Answer& answer) {
+  const bool sets = options.nameGiven->count() > 0;
+  if (sets || options.clear) RequireRecordKey(options.store);
   const ReportStore store(options.store.module, options.store.component);
   if (!IsOpen(store, answer)) return;
   if (options.clear) {
     Conclude(store->SetRelatorioPadrao(nullptr), answer);
     if (answer.result == S_OK) answer.data["default"] = nullptr;
-  } else if (options.nameGiven->count() > 0) {
-    SetDefault(store, {options.store, options.name}, answer);
+  } else if (sets) {
+    SetDefault(store, options.name, answer);
   } else {
     ShowDefault(store, answer);
   }

@@ -19,9 +19,10 @@ std::string Warnings(const ReportStore& store, const std::string& name, USHORT v
   const std::string ansi = text::FromUtf8(name);
   const std::string file = kestor::CaminhoRelatorioGravado({}, ansi);
   const std::string listed(kestor::NomeDoModelo(file, 0));
-  if (file != kestor::CaminhoRelatorioLido({}, ansi)) {
+  const std::string key = kestor::ChaveRelatorio(ansi);
+  if (!key.ends_with(kestor::kExtensaoRelatorio)) {
     warnings.push_back("its file " + text::Presentable(text::ToUtf8(file)) + " is neither listed nor read");
-  } else if (kestor::ChaveRelatorio(listed) != kestor::ChaveRelatorio(ansi)) {
+  } else if (kestor::ChaveRelatorio(listed) != key) {
     warnings.push_back("it is listed as \"" + text::Presentable(text::ToUtf8(listed)) + "\", which reads another file");
   }
   std::vector<std::string> deleted;
@@ -33,7 +34,7 @@ std::string Warnings(const ReportStore& store, const std::string& name, USHORT v
   const kestor::ComponenteMarcacao markup;
   kestor::CDocRelatorio document;
   if (document.CarregaConteudo({version, static_cast<LONG>(content.size()), BytesOf(content)}) &&
-      kestor::ChaveRelatorio(document.nome) != kestor::ChaveRelatorio(ansi)) {
+      kestor::ChaveRelatorio(document.nome) != key) {
     warnings.push_back("its document bears another name, \"" + text::Presentable(text::ToUtf8(document.nome)) +
                        "\", under which renumber stores it");
   }

@@ -17,7 +17,7 @@ struct RegistroNome {
   RegistroNome() = default;
   RegistroNome(std::string_view chaveModulo, std::string_view nomeRelatorio);
 
-  // A record whose key was cut belongs to no key.
+  // False for every key that is too long for a record: what is left of a key that was cut is another key.
   bool EDe(std::string_view chaveModulo) const;
   std::string_view Nome() const;
 
