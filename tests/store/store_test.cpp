@@ -91,6 +91,7 @@ TEST_F(ReportStore, WhatCannotBeWrittenOrReadLeavesTheModelAlone) {
     ASSERT_TRUE(held.Open("D:\\Dados.v2\\Rel\\CT01A.RXL", CFile::modeRead | CFile::shareDenyNone));
     EXPECT_EQ(ReadModel(*store_, u"A"), "0x00040001");
     EXPECT_EQ(Write(u"a", "new", kMustBeNew), "0x80040005");
+    EXPECT_NE(kestor::RazaoDita().find("(error 32)"), std::string::npos) << "not that it exists";
     EXPECT_EQ(Write(u"a", "new"), "0x80040005");
     EXPECT_EQ(Delete(*store_, u"A", Model::demonstration), "0x80070020");
   }
@@ -167,6 +168,14 @@ TEST_F(ReportStore, RememberedRecordBelongsToItsKeyAndFile) {
   EXPECT_EQ(ReadFile(Defaults()), kZeros + a + b);
   EXPECT_EQ(Default(*store_), "B");
   EXPECT_EQ(store_->SetRelatorioPadrao(nullptr), S_OK);
+  EXPECT_EQ(Default(*store_), "(null)");
+
+  // A name counts up to its first NUL, for the default report of a model that is deleted as well.
+  const std::u16string longer(u"C\0x", 3);
+  EXPECT_EQ(Write(longer, "old"), kOk);
+  EXPECT_EQ(SetDefault(*store_, longer), kOk);
+  EXPECT_EQ(Default(*store_), "C");
+  EXPECT_EQ(Delete(*store_, longer), kOk);
   EXPECT_EQ(Default(*store_), "(null)");
 
   // Another program has put another file in place.
