@@ -1,4 +1,4 @@
-// Lines of a file of comma-separated values.
+// Reads lines from a file of comma-separated values.
 #include <csv.h>
 
 #include <algorithm>
@@ -19,7 +19,7 @@ namespace {
 
 using kestor::CDocRelatorio;
 
-constexpr std::size_t kMostInValue = 1 << 20;  // more is a quotation mark that nobody closed
+constexpr std::size_t kMostInValue = 1 << 20;  // a longer value means a missing closing quotation mark
 constexpr std::size_t kMostKept = std::size_t{1} << 30;
 constexpr std::size_t kMostNames = 10'000;
 constexpr std::size_t kBlock = 1 << 16;
@@ -28,12 +28,12 @@ std::string Utf8(std::string_view value) {
   return text::IsValidUtf8(value) ? std::string(value) : text::ToUtf8(value);
 }
 
-// Names are the same whatever their letter case.
+// Letter case makes no difference in names.
 std::string Folded(const std::string& name) {
   return text::Upper(text::FromUtf8(name));
 }
 
-// The code of the option that has the text, or the text itself.
+// Returns the code of the option with this text, or the text itself.
 std::string CodeOfOption(const Field& field, std::string text) {
   const std::string folded = Folded(text);
   ForEachOption(field.options, [&](std::string_view code, std::string_view meaning) {
@@ -50,7 +50,7 @@ bool IsOption(const Field& field, const std::string& value) {
   return isOne;
 }
 
-// Whether the value is what the field's type asks for, or is empty.
+// Returns whether the value fits the field's type or is empty.
 bool HasForm(const Field& field, const std::string& value) {
   switch (field.type) {
     case KESTOR_Numerico:
@@ -69,7 +69,7 @@ const char* FormOf(char type) {
   return IsNumber(type) ? "numbers" : type == KESTOR_Opcoes ? "options" : "dates";
 }
 
-// Whether the lines that it is asked about pass the document's filter. "And" binds closer than "or".
+// Decides which lines pass the document's filter. "And" binds more tightly than "or".
 class Filter {
  public:
   Filter(const CDocRelatorio& document, const Fields& fields, const Lines& lines, std::vector<std::string>* notes) {
@@ -165,7 +165,7 @@ class Reading {
     if (names_.empty()) throw Failure(file_ + " is empty: its first line must name the fields");
   }
 
-  // With what a reader of the report should know.
+  // Returns the lines. Adds notes on what a reader of the report should know.
   Lines Take() {
     for (std::size_t place = 0; place < columns_.size(); ++place) {
       const Column& column = columns_[place];
@@ -188,21 +188,21 @@ class Reading {
   }
 
  private:
-  // What is known of the values at a place of the lines.
+  // What is known about the values at one place of the lines.
   struct Column {
     explicit Column(const Field& itsField) : field(itsField) {}
 
     const Field& field;
-    std::size_t unfit = 0;  // values that are not what the field's type asks for
+    std::size_t unfit = 0;  // values that do not fit the field's type
     std::string firstUnfit = {};
-    bool hasSingleDots = false;   // as in 1.234, read as a separator of thousands
+    bool hasSingleDots = false;   // as in 1.234, read as thousands
     bool hasDecimalDots = false;  // as in 1234.5
   };
 
-  // Records, the first of which names the fields, are counted from 1; one may have several lines.
+  // Records are counted from 1, including the one that names the fields; a record may span several lines.
   std::string Where() const { return file_ + ", record " + std::to_string(record_) + ": "; }
 
-  // What is left of the first block after marks that programs put at the beginning.
+  // Finds the separator. Returns the first block without the marks that some programs put at the start.
   std::string_view Begin(std::string_view bytes) {
     if (bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF"))
       throw Failure(file_ + " is UTF-16: it must be saved as UTF-8 or in code page 1252");
@@ -219,7 +219,7 @@ class Reading {
     return bytes;
   }
 
-  // That of which the first line that is not empty has the most.
+  // Returns the separator that is most frequent in the first non-empty line.
   static char SeparatorOf(std::string_view bytes) {
     bytes.remove_prefix(std::min(bytes.find_first_not_of("\r\n"), bytes.size()));
     const std::string_view head = bytes.substr(0, bytes.find_first_of("\r\n"));
@@ -242,7 +242,7 @@ class Reading {
       throw Failure(Where() + "a value has more than a million characters; perhaps a quotation mark is not closed");
   }
 
-  // Called by C code, which no exception may cross.
+  // Called by C code, so no exception may escape.
   static void OnValue(void* value, std::size_t size, void* self) {
     static_cast<Reading*>(self)->Guard([&](Reading& reading) {
       reading.Value({static_cast<const char*>(value), size});
@@ -285,7 +285,7 @@ class Reading {
     current_.assign(columns_.size(), {});
   }
 
-  // Names are codes or aliases, and descriptions where no code or alias is meant.
+  // A name is a code or an alias; a description counts only if no code or alias matches.
   void FindPlaces() {
     std::unordered_map<std::string, std::size_t> known;
     for (std::size_t place = 0; place < columns_.size(); ++place) {
@@ -364,11 +364,11 @@ class Reading {
   csv_parser parser_{};
   char separator_ = ';';
   std::vector<std::string> names_;    // of the columns of the file
-  std::vector<std::size_t> places_;   // where the value of each of them goes
-  std::vector<std::string> current_;  // the values of the record that is being read
+  std::vector<std::size_t> places_;   // the place in a line of each of these columns
+  std::vector<std::string> current_;  // values of the current record
   std::size_t record_ = 1;
   std::size_t column_ = 0;
-  bool isTooLong_ = false;  // the record that is being read has values without a name
+  bool isTooLong_ = false;  // the current record has values without a name
   std::size_t uneven_ = 0;
   std::size_t firstUneven_ = 0;
   std::size_t kept_ = 0;

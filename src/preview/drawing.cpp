@@ -1,4 +1,4 @@
-// Pages drawn with Cairo, their texts with Pango.
+// Draws pages with Cairo, and their texts with Pango.
 #include <cairo-pdf.h>
 #include <cairo-svg.h>
 #include <cmath>
@@ -10,8 +10,8 @@
 #include "platform/text/text.h"
 
 #ifdef KESTOR_SANITIZED
-// What sanitizers say of the libraries that draw. Pango keeps the fonts that it has found until the process ends, where
-// the leak check does not see them, and looks for them in threads whose locks ThreadSanitizer does not see.
+// Silences reports about the drawing libraries. Pango keeps the fonts that it finds until the process ends, out of
+// sight of the leak check, and searches for them in threads whose locks ThreadSanitizer does not see.
 extern "C" const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() {
   return "leak:libfontconfig\n";
@@ -53,7 +53,7 @@ cairo_status_t Append(void* bytes, const unsigned char* data, unsigned int size)
   }
 }
 
-// A PNG file, or nothing for an empty name.
+// Reads a PNG file; returns null if the name is empty.
 Owned<cairo_surface_t> ReadLogo(const std::string& file) {
   if (file.empty()) return nullptr;
   Owned<cairo_surface_t> logo(cairo_image_surface_create_from_png(file.c_str()));
@@ -93,7 +93,7 @@ class Painter {
   }
 
  private:
-  // The family that reports usually ask for is on no system of this kind; these are as wide.
+  // This system lacks the family that reports usually ask for; these have the same widths.
   static std::string Families(const std::string& family) {
     const bool isUsual = family.empty() || text::EqualNoCase(family, "MS Sans Serif");
     return isUsual ? "Liberation Sans,Arimo,sans-serif" : family;

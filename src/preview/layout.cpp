@@ -1,4 +1,4 @@
-// The pages of a report.
+// Lays out the pages of a report.
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -20,10 +20,10 @@ using kestor::CDocRelatorio;
 constexpr double kPointsInCentimetre = 72 / 2.54;
 constexpr double kShortSide = 595.28;  // of A4
 constexpr double kLongSide = 841.89;
-constexpr double kLeastMargin = 1 * kPointsInCentimetre;  // right and below
+constexpr double kLeastMargin = 1 * kPointsInCentimetre;  // on the right and at the bottom
 constexpr double kLogoWidth = 3 * kPointsInCentimetre;
 constexpr double kLogoHeight = 1.5 * kPointsInCentimetre;
-// Widths are counted in characters; this is what a digit takes of the size of a sans-serif font.
+// Widths are counted in characters; this is the width of a digit in a sans-serif font of size 1.
 constexpr double kDigit = 0.556;
 constexpr double kLeading = 1.2;
 constexpr int kLeastSize = 4;
@@ -31,8 +31,8 @@ constexpr int kMostSize = 48;  // so that a page always has room for a title and
 constexpr int kUsualSize = 10;
 constexpr std::size_t kGap = 1;  // characters between columns
 constexpr std::size_t kMostTitleLines = 3;
-constexpr std::size_t kMostTextLines = 50;       // of one value
-constexpr std::size_t kMostCharacters = 10'000;  // of one text
+constexpr std::size_t kMostTextLines = 50;       // in one value
+constexpr std::size_t kMostCharacters = 10'000;  // in one text
 
 double Clamped(double value, double most) {
   return std::isfinite(value) ? std::clamp(value, 0.0, most) : 0.0;
@@ -42,12 +42,12 @@ int SizeOf(std::int32_t size) {
   return size <= 0 ? kUsualSize : std::clamp<int>(size, kLeastSize, kMostSize);
 }
 
-// As much of the text as a page shows.
+// Returns as much of the text as a page shows at most.
 std::string Utf8(std::string_view ansi) {
   return text::ToUtf8(ansi.substr(0, kMostCharacters));
 }
 
-// The lines that a text takes in this width, broken at blanks where there are any.
+// Breaks a text into at most `most` lines of this width, at blanks if possible.
 void Wrap(std::string_view text, std::size_t width, std::size_t most, std::vector<std::string_view>* lines) {
   lines->clear();
   text = text::FirstCharacters(text.substr(0, 4 * kMostCharacters), kMostCharacters);
@@ -89,10 +89,10 @@ Align AlignOf(char letter) {
 struct Column {
   const kestor::CampoEscolhido* field;
   const Field* catalogued;
-  char type;          // what its values are shown as
-  std::size_t value;  // its place in a line; kNowhere: the content is fixed, or not known
-  std::size_t row;    // of the rows that a line of the report takes
-  std::size_t start;  // characters from the margin
+  char type;          // type to show its values as
+  std::size_t value;  // its place in a line; kNowhere: the content is fixed or unknown
+  std::size_t row;    // index among the rows that a line of the report takes
+  std::size_t start;  // in characters from the margin
   std::size_t width;  // characters
 };
 
@@ -105,7 +105,7 @@ std::string TitleOf(const CDocRelatorio& document, const Fields& fields, std::ui
   return field.alias.empty() ? "Campo " + std::to_string(code) : field.alias;
 }
 
-// A level of groups: the lines with the same values of the sort keys up to this one.
+// A level of groups. A group is a run of lines with the same values of the sort keys up to this one.
 struct Group {
   std::size_t value = kNowhere;
   char type = 'A';
@@ -162,7 +162,7 @@ class Layout {
     FontPlace font;
     Align align;
   };
-  using MarginLine = std::vector<MarginText>;  // beside each other
+  using MarginLine = std::vector<MarginText>;  // next to each other
 
   // ---- Preparation
 
@@ -278,7 +278,7 @@ class Layout {
     return text;
   }
 
-  // What stands on each page: below the top and above the bottom, each on a part of the page at most.
+  // Prepares the header and the footer, which are on each page, and limits each to a part of the page.
   void PrepareMargins(const Fields& fields) {
     const auto& header = document_.impressao.cabecalho;
     std::string second = header.dataEmissao ? "Emissão: " + options_.issueDate : "";
@@ -286,7 +286,7 @@ class Layout {
       second += (second.empty() ? "" : "   ") + std::string("Período: ") + std::to_string(document_.dataInicial) +
                 " a " + std::to_string(document_.dataFinal);
     }
-    // The number stands beside the first line, where that has room for a few characters more, or above.
+    // The page number stands next to the first line if that leaves room for a few characters, otherwise above it.
     constexpr std::size_t kNumber = 16;
     constexpr std::size_t kFew = 8;
     const std::size_t full = LineCharacters(kHeader);
@@ -328,7 +328,7 @@ class Layout {
     return static_cast<std::size_t>(height / (fonts_[font].size * kLeading));
   }
 
-  // False when there was no room for all.
+  // Returns false if there is no room for all texts.
   bool Fill(const std::vector<std::string_view>& texts, FontPlace font, std::size_t most,
             std::vector<MarginLine>* lines) const {
     for (const std::string_view text : texts) {
@@ -398,7 +398,7 @@ class Layout {
     if (goesOn_) Begin();
   }
 
-  // Begins a page when the body of this one has no room for the height; an empty body takes anything.
+  // Begins a new page if the body of this one has no room for the height. An empty body takes anything.
   void Need(double height) {
     if (y_ + height > bottom_ && y_ > bodyTop_) NewPage();
   }
@@ -425,8 +425,8 @@ class Layout {
     y_ += height;
   }
 
-  // A text for each column, on as many lines as they take. Lines below `limit` are left out; 0: a new page begins, with
-  // its titles, so that those have a `wrapped` of their own.
+  // Places a text for each column, on as many lines as needed. Omits lines below `limit`. If `limit` is 0, begins new
+  // pages instead; their titles are placed meanwhile, so they need a `wrapped` of their own.
   void PlaceCells(const std::vector<std::string>& cells, FontPlace font, std::size_t mostLines, double limit,
                   std::vector<std::vector<std::string_view>>* wrapped) {
     const double height = fonts_[font].size * kLeading;
@@ -466,7 +466,7 @@ class Layout {
         cells_[i] = Utf8(field.conteudo);
       } else if (column.value != kNowhere) {
         cells_[i] = Show(column.type, field.formatoValor, ValueOf(line, column.value), column.catalogued->options);
-        // A number that does not fit would be read as another one.
+        // A number that is cut off would be read as another one.
         if (IsNumber(column.type) && text::Characters(cells_[i]) > column.width) cells_[i].assign(column.width, '#');
       }
     }
@@ -477,7 +477,7 @@ class Layout {
     return lines_.values[line * lines_.codes.size() + place];
   }
 
-  // Whether the line begins another group of this level, those above being the same.
+  // Returns whether the line begins a new group of this level, if the levels above it stay the same.
   bool BeginsGroup(std::size_t level, std::size_t line) const {
     const Group& group = groups_[level];
     if (group.value == kNowhere) return false;
@@ -504,7 +504,7 @@ class Layout {
     }
   }
 
-  // Totals of the groups that end with the line, the innermost first.
+  // Places the totals of the groups that end with the line, the innermost group first.
   void CloseGroups(std::size_t level, std::size_t line) {
     for (std::size_t ended = groups_.size(); ended-- > level;) {
       const Group& group = groups_[ended];
@@ -518,7 +518,7 @@ class Layout {
     }
   }
 
-  // Adds the line's numbers to the sums of the innermost group, from which they come to the others as groups end.
+  // Adds the line's numbers to the sums of the innermost group. CloseGroups carries them to the outer groups.
   void Add(std::size_t line) {
     std::vector<Decimal>& sums = sums_[groups_.empty() ? 0 : groups_.size() - 1];
     for (std::size_t i = 0; i < totals_.size(); ++i) {
@@ -527,8 +527,8 @@ class Layout {
     }
   }
 
-  // The sums of a level, the number of groups standing for the whole report. One that has no column, or no room in it,
-  // has a line of its own.
+  // Places the sums of a level; the number of groups stands for the whole report. A sum without a column, or wider than
+  // its column, gets a line of its own.
   void PlaceTotals(std::size_t level, const std::string& label) {
     const bool isEnd = level == groups_.size();
     std::vector<std::string> cells(columns_.size());
@@ -560,7 +560,7 @@ class Layout {
       PlaceBodyText(other, kTotals, Align::left);
   }
 
-  // In front of the first sum, where there is room, or above.
+  // Places the label in front of the first sum if there is room, otherwise above it.
   void PlaceLabel(std::string_view label, const std::vector<std::string>& cells) {
     const auto first = std::find_if(cells.begin(), cells.end(), [](const std::string& cell) { return !cell.empty(); });
     const bool fits = first != cells.end() &&
@@ -587,11 +587,11 @@ class Layout {
   double top_ = 0;
   double right_ = 0;
   double bottom_ = 0;     // of the body
-  double character_ = 0;  // its width
+  double character_ = 0;  // width of a character
   std::vector<Column> columns_;
   std::vector<Group> groups_;
   std::vector<Total> totals_;
-  std::vector<std::vector<Decimal>> sums_;  // for each level of groups, and for the whole report
+  std::vector<std::vector<Decimal>> sums_;  // one for each level of groups, and one for the whole report
   std::vector<MarginLine> header_;
   std::vector<MarginLine> footer_;
   double headerHeight_ = 0;
@@ -603,7 +603,7 @@ class Layout {
   bool goesOn_ = true;
   std::vector<std::string> titles_;
   std::vector<std::vector<std::string_view>> wrappedTitles_;
-  // Of the line that is being placed.
+  // Of the line being placed.
   std::vector<std::string> cells_;
   std::vector<std::vector<std::string_view>> wrapped_;
 };

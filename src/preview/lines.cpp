@@ -12,7 +12,7 @@ namespace preview {
 
 namespace {
 
-// A sort key of more lines than this would hold no group together.
+// Number of lines that share a value of the innermost sort key.
 constexpr std::size_t kInnermostGroup = 4;
 constexpr std::size_t kMostValues = 10'000'000;
 
@@ -20,7 +20,7 @@ std::string Cut(const std::string& text, std::int32_t width) {
   return width <= 0 ? text : std::string(text::FirstCharacters(text, static_cast<std::size_t>(width)));
 }
 
-// Some are as long as the field may be.
+// Every third text is about as long as the field may be.
 std::string SampleText(const Field& field, std::size_t number) {
   constexpr std::size_t kLong = 3;
   constexpr std::int32_t kLongest = 60;
@@ -45,7 +45,7 @@ std::string TwoDigits(std::size_t number) {
   return number < 10 ? '0' + text : text;
 }
 
-// A number of as many digits as the width has room for, with separators of thousands and for a sum.
+// Returns a number that leaves room in the width for thousands separators and for the digits of a sum.
 std::size_t SampleNumber(std::size_t mixed, std::int32_t width) {
   constexpr std::array<std::size_t, 6> kBounds = {1, 10, 100, 1000, 10000, 100000};
   constexpr std::int32_t kForSum = 2;
@@ -53,10 +53,10 @@ std::size_t SampleNumber(std::size_t mixed, std::int32_t width) {
   return mixed % kBounds[static_cast<std::size_t>(std::clamp(room - room / 4, 1, 5))];
 }
 
-// A value of the field's type that differs from number to number, for a column of the width.
+// Returns a value of the field's type for a column of this width. It varies with `number`.
 std::string SampleValue(const Field& field, std::int32_t width, std::size_t number) {
   constexpr std::int32_t kDecimals = 3;
-  // Multiples of a prime, so that neighbours do not look alike.
+  // Multiples of a prime, so that neighbouring values do not look alike.
   const std::size_t mixed = (number + 1) * 7919 + std::size_t{field.code} * 131;
   switch (field.type) {
     case KESTOR_Numerico:
@@ -78,7 +78,7 @@ std::string SampleValue(const Field& field, std::int32_t width, std::size_t numb
   }
 }
 
-// The narrowest column of the field, or what the catalogue says where it is in none.
+// Returns the width of the field's narrowest column, or the catalogue's width if the field has no column.
 std::int32_t WidthOf(const kestor::CDocRelatorio& document, const Field& field) {
   std::int32_t width = 0;
   for (const auto& column : Meant(document.camposEscolhidos.campos)) {
@@ -136,10 +136,10 @@ std::vector<std::uint16_t> UsedCodes(const kestor::CDocRelatorio& document) {
 
 Lines SampleLines(const kestor::CDocRelatorio& document, const Fields& fields, std::size_t count) {
   Lines lines{UsedCodes(document), {}};
-  if (lines.codes.empty()) lines.codes.push_back(0);  // a report of fixed columns has lines all the same
+  if (lines.codes.empty()) lines.codes.push_back(0);  // a report of fixed columns also has lines
   count = std::min(count, kMostValues / lines.codes.size());
   const auto keys = Meant(document.ordenacao.campos);
-  std::vector<std::size_t> groups(lines.codes.size(), 1);  // how many lines share a value
+  std::vector<std::size_t> groups(lines.codes.size(), 1);  // how many consecutive lines share a value
   std::size_t group = kInnermostGroup;
   for (auto key = keys.rbegin(); key != keys.rend(); ++key, group = std::min(group * 3, count + 1)) {
     const std::size_t place = PlaceOf(lines, key->codigo);
@@ -163,7 +163,7 @@ void Sort(const kestor::CDocRelatorio& document, const Fields& fields, Lines* li
   const std::size_t count = lines->Count();
   std::vector<std::size_t> order(count);
   std::iota(order.begin(), order.end(), std::size_t{0});
-  // A key after the other, each among lines that are equal up to there.
+  // Sorts by one key after the other, each within the runs of lines that are equal so far.
   std::vector<std::size_t> ends = {count};  // of the runs of equal lines
   for (const auto& key : Meant(document.ordenacao.campos)) {
     const std::size_t place = PlaceOf(*lines, key.codigo);

@@ -1,4 +1,4 @@
-// What lines and the layout know of a document's fields.
+// What reading lines and laying them out have in common: lookups of a document's fields.
 #pragma once
 
 #include <algorithm>
@@ -12,7 +12,7 @@ namespace preview {
 
 constexpr std::size_t kNowhere = static_cast<std::size_t>(-1);
 
-// Of a list in a document, as much as a person can have meant: a document may hold millions of entries.
+// Limits a list of a document to as many entries as a person can have meant: a document may hold millions.
 constexpr std::size_t kMostColumns = 1000;
 constexpr std::size_t kMostKeys = 50;
 template <typename Entry>
@@ -21,13 +21,13 @@ std::span<const Entry> Meant(const std::vector<Entry>& list) {
   return std::span(list).first(std::min(list.size(), isKey ? kMostKeys : kMostColumns));
 }
 
-// Of several fields with the code the first; one without name, of the type 'A', when there is none.
+// Returns the first field with the code, or a nameless one of type 'A' if there is none.
 const Field& FieldOf(const Fields& fields, std::uint16_t code);
 
-// The code and, where it has one, the alias in brackets.
+// Returns the code, followed by the alias in brackets if there is one.
 std::string NameOf(const Field& field);
 
-// The place of the code's value in a line; kNowhere when lines do not have it.
+// Returns the place of the code's value in a line, or kNowhere if the lines lack it.
 std::size_t PlaceOf(const Lines& lines, std::uint16_t code);
 
 }  // namespace preview

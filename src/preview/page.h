@@ -1,5 +1,5 @@
-// Pages of placed texts and rules, and their drawings. Texts are UTF-8. From any thread, a Pdf by one at a time; throws
-// std::bad_alloc.
+// Pages of placed texts and rules, and how to draw them. Texts are UTF-8. Any thread may call; one thread at a time may
+// use a Pdf. Throws std::bad_alloc.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 
 namespace preview {
 
-// Why there is nothing to see; `what()` is a line for people.
+// Why a preview cannot be made; `what()` is a line for people.
 class Failure : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -19,7 +19,7 @@ class Failure : public std::runtime_error {
 
 // ---- Pages ---------------------------------------------------------------------------------------------------------
 
-// Lengths are points, of which 72 make an inch; y grows downwards from the top of the page.
+// Lengths are in points, 72 to an inch; y grows downwards from the top of the page.
 struct Font {
   std::string family;
   double size = 10;
@@ -34,7 +34,7 @@ struct PlacedText {
   double baseline = 0;
   double width = 0;
   Align align = Align::left;
-  std::size_t font = 0;  // its place among the page's fonts
+  std::size_t font = 0;  // index in the page's fonts
   std::string text;
 };
 
@@ -54,20 +54,20 @@ struct Box {
 struct Page {
   double width = 0;
   double height = 0;
-  double characterWidth = 0;  // that columns are counted in
+  double characterWidth = 0;  // the unit of column widths
   std::vector<Font> fonts;
   std::vector<PlacedText> texts;  // from top to bottom, those of a line from left to right
   std::vector<Rule> rules;        // from top to bottom
-  std::optional<Box> logo;        // where it belongs
+  std::optional<Box> logo;        // where the logo belongs
 };
 
-// A page that was laid out for plain text. A rule is a line of signs.
+// Returns a page that was laid out for plain text as text. A rule becomes a line of dashes.
 std::string PlainText(const Page& page);
 
 // ---- Drawings ------------------------------------------------------------------------------------------------------
-// Families that the system lacks are replaced by what it has instead. Throw Failure when drawing fails.
+// Font families that the system lacks are replaced. The functions throw Failure if drawing fails.
 
-// A PNG file for the place of the logo; empty: a frame.
+// `logo` is the path of a PNG file; if it is empty, a crossed frame marks the place of the logo.
 std::string DrawPng(const Page& page, const std::string& logo);
 std::string DrawSvg(const Page& page, const std::string& logo);
 
@@ -80,7 +80,7 @@ class Pdf {
   Pdf& operator=(const Pdf&) = delete;
 
   void Add(const Page& page);
-  std::string Finish();  // the file's bytes; nothing else is called afterwards
+  std::string Finish();  // returns the bytes of the file; must be the last call
 
  private:
   struct State;

@@ -29,7 +29,7 @@ std::string_view Trimmed(std::string_view text) {
   return text;
 }
 
-// Whether dots stand where thousands are separated.
+// Returns whether the text consists of digits, with dots, if any, only between thousands.
 bool AreThousands(std::string_view text) {
   const std::size_t first = text.find('.');
   if (first == std::string_view::npos) return AreDigits(text);
@@ -40,7 +40,7 @@ bool AreThousands(std::string_view text) {
   return true;
 }
 
-// The letter without its accent, in capitals, for a character of code page 1252.
+// Returns a character of code page 1252 in upper case and without its accent.
 char Folded(char ansi) {
   constexpr std::string_view kFrom =
       "\xC0\xC1\xC2\xC3\xC4\xC5\xC7\xC8\xC9\xCA\xCB\xCC\xCD\xCE\xCF\xD1\xD2\xD3\xD4\xD5\xD6"
@@ -59,7 +59,7 @@ std::string FoldedText(std::string_view utf8) {
   return ansi;
 }
 
-// The digits between separators, three at most; empty when the text has another form.
+// The digits between separators, at most three parts; none if the text has another form.
 struct Parts {
   std::array<std::string_view, 3> part;
   std::size_t count = 0;
@@ -81,10 +81,10 @@ Parts Split(std::string_view text) {
 struct Date {
   int year = 0;
   int month = 0;
-  int day = 0;  // 0: of a month and a year
+  int day = 0;  // 0: only a month and a year
 };
 
-// "31/12/2026" and "2026-12-31", "12/2026" and "2026-12".
+// Parses "31/12/2026" and "2026-12-31", or without a day "12/2026" and "2026-12".
 std::optional<Date> ParseDate(std::string_view text, bool withDay) {
   const Parts parts = Split(text);
   if (parts.count != (withDay ? 3U : 2U)) return {};
@@ -164,7 +164,7 @@ std::string Decimal::Print(int decimals, bool thousands) const {
   if (decimals < 0) scaled = (scaled + kOne / 2) / kOne * kOne;
   const Integer units = scaled / kOne;
   constexpr std::uint64_t kPart = 1'000'000'000'000'000'000;
-  const auto high = static_cast<std::uint64_t>(units / kPart);  // of a sum of large values
+  const auto high = static_cast<std::uint64_t>(units / kPart);  // other than 0 only for sums of large values
   std::string whole = std::to_string(static_cast<std::uint64_t>(units % kPart));
   if (high != 0) whole = std::to_string(high) + std::string(kMostWholeDigits - whole.size(), '0') + whole;
   std::string fraction = std::to_string(static_cast<std::uint64_t>(scaled % kOne));

@@ -1,4 +1,4 @@
-// Values of a report: numbers that are added exactly, dates, texts, and their order.
+// Values of a report: numbers that add up exactly, dates, texts, and their order.
 #pragma once
 
 #include <compare>
@@ -10,14 +10,14 @@
 
 namespace preview {
 
-// A decimal fraction, exact. A value has at most 18 digits in front of the decimal sign and 10 behind it, so that a sum
-// of ten thousand million of them still fits.
+// An exact decimal fraction. A parsed value has at most 18 digits before the decimal sign and 10 after it, so that a
+// sum of ten thousand million values still fits.
 class Decimal {
  public:
   Decimal() = default;
 
-  // As the desktop writes numbers: "1.234,56", "-12,5", "12,5-", "1234.56". A dot in front of groups of three digits
-  // separates thousands. Nothing for another text, and for one of more digits.
+  // Parses a number as the desktop writes it: "1.234,56", "-12,5", "12,5-", "1234.56". Dots followed by groups of three
+  // digits separate thousands. Returns nothing for any other text, or if there are more digits.
   static std::optional<Decimal> Parse(std::string_view text);
   static Decimal Of(std::int64_t whole) { return Decimal(whole * kOne); }
 
@@ -28,8 +28,8 @@ class Decimal {
   std::strong_ordering operator<=>(const Decimal& other) const { return scaled_ <=> other.scaled_; }
   bool operator==(const Decimal&) const = default;
 
-  // With a comma, as many decimals as it has but at least so many; `decimals` below 0: rounded to a whole number,
-  // halves away from zero.
+  // Prints the number with a decimal comma and all its decimals, at least `decimals`. If `decimals` is negative, rounds
+  // to a whole number, halves away from zero.
   std::string Print(int decimals, bool thousands) const;
 
  private:
@@ -42,12 +42,12 @@ class Decimal {
   Integer scaled_ = 0;
 };
 
-// What a value is compared by: nothing, then what its type asks for, then any other text.
+// What values are compared by. Empty values come first, then values that fit their type, then any other text.
 struct Key {
   enum class Kind { empty, typed, text };
 
   Kind kind = Kind::empty;
-  Decimal number;    // of a number; of a date its year, month and day as one number
+  Decimal number;    // the number; for a date, its year, month and day as one number
   std::string text;  // without letter case and accents
 
   std::strong_ordering operator<=>(const Key& other) const {
@@ -60,12 +60,12 @@ struct Key {
 bool IsNumber(char type);
 Key KeyOf(char type, std::string_view value);
 
-// The value as a page shows it. `format` is a FormatoValor. A value that is not what its type asks for is shown as it
-// is.
+// Returns the value as a page shows it. `format` is a FormatoValor. A value that does not fit its type is shown
+// unchanged.
 std::string Show(char type, std::int32_t format, const std::string& value, const std::string& options);
 std::string Show(char type, std::int32_t format, Decimal value);
 
-// Calls for each option of "1=Lucro real;2=Simples" with its code and its text, until that returns false.
+// Calls `visit` for each option of "1=Lucro real;2=Simples" with its code and its text, until it returns false.
 template <typename Visit>
 void ForEachOption(std::string_view options, const Visit& visit) {
   while (!options.empty()) {
