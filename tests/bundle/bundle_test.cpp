@@ -13,7 +13,7 @@ using bundle::Kind;
 using bundle::Manifest;
 using Contents = std::vector<std::string>;
 
-// Two pairs: a document with a long name, and a first-generation model with what lies beside it, one file of it empty.
+// Two pairs: a document with a long name, and a first-generation model with its companions, one of them empty.
 struct Example {
   Example() {
     const std::string longName = "Relação " + std::string(200, 'x');
@@ -47,7 +47,7 @@ TEST(BundleTest, HoldsWhatWasPutIn) {
   EXPECT_THAT(all, testing::ElementsAre("CT catalogue", "fields", "CT Relação", std::string("\1\0a", 3), "GE ",
                                         std::string(70'000, '\0'), "", "f"));
 
-  // Whatever is done to the archive afterwards.
+  // Any change to the archive.
   const std::string archive = support::ReadFile(file);
   const auto isRefused = [&](const std::string& bytes) {
     std::ofstream(file, std::ios::trunc) << bytes;
@@ -59,7 +59,7 @@ TEST(BundleTest, HoldsWhatWasPutIn) {
     return false;
   };
   EXPECT_FALSE(isRefused(archive));
-  const std::size_t end = archive.find_last_not_of('\0') / 512 * 512 + 512;  // of the last file
+  const std::size_t end = archive.find_last_not_of('\0') / 512 * 512 + 512;  // the end of the last file
   for (std::size_t bytes = 0; bytes < end; bytes += 512)
     EXPECT_TRUE(isRefused(archive.substr(0, bytes))) << "cut after " << bytes << " bytes";
   EXPECT_TRUE(isRefused(archive.substr(0, end) + archive.substr(end - 1024)));

@@ -1,4 +1,4 @@
-// A serving thread and its peers, well-behaved and not.
+// A serving thread and its peers, well-behaved and misbehaving.
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -17,8 +17,8 @@ using channel::Connection;
 
 constexpr std::array<char, 16> kAnyInterface{};
 
-// Slot 3 echoes its argument bytes; slot 4 answers with as many bytes as it is told to; slots 6 and 7 tell as many
-// notes as they are told to, slot 7 of a megabyte each; others run out of memory.
+// Slot 3 echoes its argument bytes. Slot 4 answers with the number of bytes that it is told. Slots 6 and 7 send the
+// number of notes that they are told, slot 7 of a megabyte each. Other slots run out of memory.
 class EchoSession final : public channel::Session {
  public:
   HRESULT Call(channel::Caller& caller, std::uint16_t slot, channel::Decoder& arguments,
@@ -97,7 +97,7 @@ const std::string kOpening = Opening(kAnyInterface.data());
 const std::string kCreate = kOpening.substr(kHello.size());
 const std::string kCreated = Frame(FrameType::created, 0, Number(0, 4));
 
-// The outcome for a client that asks for the status of a server of `user`, which says `said` and ends.
+// Returns the outcome for a client that asks for the status of a server of `user`, which sends `said` and ends.
 Connection::Outcome AskStatus(const std::string& said, uid_t user = geteuid(), FrameType opening = FrameType::status) {
   const support::TempFolder folder;
   const std::string path = folder.Path() / "socket";
@@ -147,7 +147,7 @@ TEST_F(ServerTest, CallsOfAllSizesComeBackWhole) {
   EXPECT_TRUE(Echoes(*ordinary_, "and goes on"));
 }
 
-// Whatever a peer says, in pieces of any size, has its answer. Later versions may use spare fields.
+// Whatever a peer sends, in pieces of any size, gets its answer. Spare fields may be used by later versions.
 TEST_F(ServerTest, EveryPeerIsAnsweredAndOthersNoticeNothing) {
   const std::string large(70000, 'z');
   const std::string huge(4 << 20, 'x');  // more than a socket takes at once
@@ -210,8 +210,8 @@ TEST_F(ServerTest, EveryPeerIsAnsweredAndOthersNoticeNothing) {
   }
 }
 
-// Clients that never pause must not keep others from being let in, nor calls of more than one reading from being
-// served.
+// Clients that never pause must keep the server neither from accepting others nor from serving calls that take more
+// than one read.
 TEST_F(ServerTest, BusyClientsStarveNoOthers) {
   std::array<std::jthread, 3> busy;
   for (std::jthread& client : busy) {
@@ -224,7 +224,7 @@ TEST_F(ServerTest, BusyClientsStarveNoOthers) {
     EXPECT_TRUE(Echoes(*Open(), std::string(200000, 'l')));
 }
 
-// One that hoards half frames goes before it costs the others the server.
+// The server drops a peer that hoards half frames before the others lose the server.
 TEST_F(ServerTest, HoarderGoesAndOthersStay) {
   const std::string megabyte(1 << 20, 'h');
   std::vector<RawPeer> hoarders;
@@ -239,7 +239,7 @@ TEST_F(ServerTest, HoarderGoesAndOthersStay) {
   EXPECT_TRUE(Echoes(*Open(), "let in"));
 }
 
-// What is told to a peer that does not read waits for it up to a limit, and holds up nothing.
+// Notes to a peer that does not read are queued up to a limit and hold up no other peer.
 TEST_F(ServerTest, NotesThatNobodyReadsAreLimited) {
   const RawPeer deaf(path_);
   constexpr std::uint32_t kMegabytes = 300;
@@ -273,7 +273,7 @@ TEST_F(ServerTest, WithdrawalFreesWaitingClients) {
   EXPECT_TRUE(Echoes(*ordinary_, "objects live on"));
 }
 
-// Neither side talks to another user, who may have put a server of its own in the way.
+// Neither side talks to another user, who may have put up a server of its own.
 TEST_F(ServerTest, BothSidesRefuseOtherUsers) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
   constexpr uid_t kStranger = 65534;
@@ -290,7 +290,7 @@ TEST_F(ServerTest, BothSidesRefuseOtherUsers) {
   support::Elsewhere(ask, kStranger);
 }
 
-// Whatever a server says, a client comes to a result.
+// Whatever a server sends, the client gets a result.
 TEST(Client, MisbehavingServers) {
   using Outcome = Connection::Outcome;
   const std::string refusal = Refusal(E_ACCESSDENIED, "reason");
@@ -313,7 +313,7 @@ TEST(Client, MisbehavingServers) {
   EXPECT_EQ(AskStatus(told, geteuid(), FrameType::rehearse), Outcome::lost) << "it must not be told once more";
 }
 
-// What a client makes of the answer to a call that it follows, and of the answer to its asking why.
+// Returns what a client makes of the answer to a call that it follows, and of the answer when it asks for the reason.
 std::string Followed(const std::string& opened, const std::string& answer, const std::string& why = "") {
   struct Receiver final : channel::NoteReceiver {
     void Receive(const channel::Note& note) override { heard.append(note.name).append(note.reason) += ' '; }

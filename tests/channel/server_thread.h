@@ -1,5 +1,5 @@
-// Both ends of a connection: a server on a thread of its own and the way to its objects; and peers that say what no
-// well-behaved one would, or say it byte by byte.
+// Both ends of a connection: a server on a thread of its own and access to its objects; and peers that send what no
+// well-behaved peer would, or send it byte by byte.
 #pragma once
 
 #include <sys/socket.h>
@@ -21,7 +21,7 @@ inline std::string Number(std::uint64_t value, std::size_t width) {
   return {reinterpret_cast<const char*>(&value), width};
 }
 
-// A frame, which may claim to have another length.
+// Returns a frame, which may claim another length.
 inline std::string Frame(FrameType type, std::uint16_t slot, const std::string& payload,
                          std::optional<std::uint64_t> claimed = {}) {
   return Number(claimed.value_or(payload.size()), 4) + Number(static_cast<std::uint16_t>(type), 2) + Number(slot, 2) +
@@ -30,12 +30,12 @@ inline std::string Frame(FrameType type, std::uint16_t slot, const std::string& 
 
 inline const std::string kHello = Frame(FrameType::hello, 0, std::string("KSTR\1\0\1\0", 8));
 
-// The frames that open a connection to an object with the interface, of 16 bytes.
+// Returns the frames that open a connection to an object with the interface, an ID of 16 bytes.
 inline std::string Opening(const void* interfaceId) {
   return kHello + Frame(FrameType::create, 0, std::string(static_cast<const char*>(interfaceId), 16));
 }
 
-// Makes a socket and lets `use` (bind or connect) bring it to the path.
+// Makes a socket and applies `use` (bind or connect) to it with the path.
 template <typename Use>
 platform::Descriptor SocketAt(const std::string& path, Use use) {
   platform::Descriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -53,13 +53,13 @@ class RawPeer {
   explicit RawPeer(platform::Descriptor connected) : socket_(std::move(connected)) {}
   explicit RawPeer(const std::string& path) : socket_(SocketAt(path, connect)) {}
 
-  // False when the other end does not take all of it.
+  // Returns false if the other end does not take all bytes.
   bool Send(std::string_view bytes) const {
     return send(socket_.Number(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
   }
   void StopSending() const { shutdown(socket_.Number(), SHUT_WR); }
 
-  // `count` bytes, or fewer when the other end ends the connection. Silence is a failure.
+  // Returns `count` bytes, or fewer if the other end closes the connection. Fails the test if nothing comes.
   std::string Receive(std::size_t count) const {
     const timeval limit{30, 0};
     setsockopt(socket_.Number(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
@@ -70,8 +70,8 @@ class RawPeer {
     return bytes;
   }
 
-  // What a server says up to the end of the connection, a refusal without its reason. Anything but whole frames as
-  // servers send them, of which a refusal is the last, is a failure.
+  // Returns what a server sends up to the end of the connection, a refusal without its reason. Fails the test for
+  // anything but whole frames as servers send them, or if a refusal is not the last one.
   std::string ReceiveToEnd() const {
     std::string all;
     for (std::string head; !(head = Receive(channel::kHeadBytes)).empty();) {
@@ -123,7 +123,7 @@ class ServerThread {
   std::jthread thread_;
 };
 
-// A connection that carries an object with the interface, of 16 bytes.
+// Opens a connection that carries an object with the interface, an ID of 16 bytes.
 inline std::unique_ptr<channel::Connection> OpenObject(const std::string& path, const void* interfaceId) {
   std::unique_ptr<channel::Connection> connection;
   channel::Decoder answer;
@@ -133,7 +133,7 @@ inline std::unique_ptr<channel::Connection> OpenObject(const std::string& path, 
   return connection;
 }
 
-// What a client has of a call: the result and the payload of the answer after it.
+// What a client gets from a call: the result and the rest of the answer's payload.
 using Outcome = std::pair<HRESULT, std::string>;
 
 inline Outcome Call(channel::Connection& connection, std::uint16_t slot, std::string_view arguments) {

@@ -1,4 +1,4 @@
-// Which file each operation means by a name, what names say, and the folders that the registry names.
+// Which file each operation means by a name, the meaning of names, and the folders that the registry names.
 #include <gtest/gtest.h>
 #include <set>
 
@@ -17,8 +17,8 @@ using support::SetRegistryText;
 const std::string kPrefix = "D:\\Rel.v2\\CT01";
 
 TEST(Names, EachOperationHasItsRule) {
-  // As read and as written (companions differ in the extension alone) and as updated by the first generation, as read
-  // and as written by the second.
+  // File names as the first generation reads, writes and updates them (companions differ only in the extension), and as
+  // the second reads and writes them.
   const std::string rows[][6] = {
       {"Vendas", "Vendas.REL", "Vendas", "Vendas.REL", "Vendas.RXL", "Vendas.RXL"},
       {"Vendas.TXT", "Vendas.TXT", "Vendas", "Vendas.TXT.REL", "Vendas.TXT.RXL", "Vendas.TXT"},
@@ -76,7 +76,7 @@ TEST(Folders, AreThoseOfTheRegistryWithABackslashAtTheirEnd) {
   std::string folder = "kept";
   EXPECT_EQ(Folders::BuscaCaminhoRelatorios(folder), kNoFolder);
   EXPECT_EQ(folder, "kept");
-  // The type of the value does not count, only its bytes up to the first NUL.
+  // The type of the value does not matter, only its bytes up to the first NUL.
   registry::OwnedKey key;
   ASSERT_EQ(RegCreateKeyA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Norvela", key.Out()), 0);
   for (const auto& [size, expected] : {std::pair(0U, ""), {3U, "E:\\"}, {4U, "E:\\R\\"}, {9U, "E:\\R\\"}}) {

@@ -1,4 +1,4 @@
-// The shared record files: numbers of failures, retries, the control file, the cache, the error record.
+// The shared record files: failure numbers, retries, the control file, the cache, the error record.
 #include "common/zn_arq_ex.h"
 
 #include <array>
@@ -25,7 +25,7 @@ std::string Record(char fill, std::size_t size = kSize) {
 
 enum class Op { none, open, close, read, seek, write, writeStart };
 
-// Fails one operation with one cause, from the first attempt to the `until`-th; counts, and has a clock of its own.
+// Fails one operation with one cause, from the first attempt to the `until`-th. Counts attempts and has its own clock.
 class ScriptedFile : public CZNArqEx {
  public:
   Op failing = Op::none;
@@ -39,7 +39,7 @@ class ScriptedFile : public CZNArqEx {
   std::uint32_t Abre(char mode, bool creates) { return CZNArqEx::Abre(kPath, mode, kSize, creates, true); }
   using CZNArqEx::Abre;
 
-  // The number of a record that is written at the end.
+  // Appends a record and returns its number.
   std::uint32_t Appended(char fill) {
     std::uint32_t number = 0;
     EXPECT_EQ(GravaRegistro(Record(fill).data(), number, kSize), 0U);
@@ -83,7 +83,7 @@ class ZNArqEx : public testing::Test {
  protected:
   fs::path File(const char* name = "Dados.dat") const { return home_.Data() / name; }
 
-  // A control file's content: a record for each name behind the first one, which is free.
+  // Returns the content of a control file: a free record, then one for each name.
   static std::string Control(const std::vector<std::string>& names) {
     std::string control = Record('\0', 32);
     for (const std::string& name : names)
@@ -91,7 +91,7 @@ class ZNArqEx : public testing::Test {
     return control;
   }
 
-  // What the error record says.
+  // Returns a value of the error record.
   static std::string FailedFile(const char* value = "Arquivo") {
     registry::OwnedKey key;
     char text[512] = "(no key)";
@@ -136,7 +136,7 @@ TEST_F(ZNArqEx, CausesBecomeNumbersAfterTheAttemptsOfTheirOperation) {
           std::pair(Op::write, write), std::pair(Op::writeStart, write)}) {
       SCOPED_TRACE(std::to_string(cause) + " in operation " + std::to_string(static_cast<int>(op)));
       const bool repeats = (op == Op::open || op >= Op::write) && !atOnce.contains(number);
-      // The last attempt counts like the first one.
+      // A failure of the last attempt counts like that of the first one.
       for (const int until : {1000, CZNArqEx::kTentativas - 1}) {
         ForgetFailedFile();
         ScriptedFile file;
@@ -168,7 +168,7 @@ TEST_F(ZNArqEx, WrongArgumentsTouchNothing) {
   EXPECT_EQ(FailedFile(), "(no key)");
 }
 
-// The registry is no place for what a client makes up.
+// Paths that a client makes up do not go into the registry.
 TEST_F(ZNArqEx, PathsThatNoFileCanHave) {
   ScriptedFile file;
   EXPECT_EQ(file.Abre("D:\\.\\" + std::string(250, 'x') + ".DAT", 'L', kSize, false, true), 16055U);
@@ -193,12 +193,12 @@ TEST_F(ZNArqEx, MissingFilesAreMadeWhereTheyCanBe) {
   EXPECT_EQ(file.Abre('G', true), 0U);
   EXPECT_EQ(ReadFile(File(kControl)), Control({"DADOS.DAT"})) << "left empty by a station that was killed";
   EXPECT_EQ(file.Appended('a'), 1U);
-  const support::TempHome other("/proc");  // can be opened, and has no room for any name
+  const support::TempHome other("/proc");  // can be opened, but has no room for any name
   EXPECT_EQ(ScriptedFile().Abre('G', true), 16063U);
 }
 
 TEST_F(ZNArqEx, ControlFileInOtherHandsIsWaitedFor) {
-  WriteFile(File(kControl), Record('\0', 40));  // cut in its second record, which counts as one
+  WriteFile(File(kControl), Record('\0', 40));  // cut in its second record, which counts as a record
   auto holder = std::make_unique<CFile>();
   ASSERT_TRUE(holder->Open("D:\\ZNCTLARQ.DAT", CFile::modeReadWrite | CFile::shareDenyWrite));
   ScriptedFile file;
@@ -223,7 +223,7 @@ TEST_F(ZNArqEx, ControlFilesBeyondAllMeasureAreRefused) {
   }
 }
 
-// The station that has entered a file makes it a moment later.
+// A station enters a file in the control file a moment before it creates the file.
 TEST_F(ZNArqEx, FilesThatAreBeingMadeAreWaitedFor) {
   WriteFile(File(kControl), Control({"DADOS.DAT"}));
   ScriptedFile file;
@@ -235,7 +235,7 @@ TEST_F(ZNArqEx, FilesThatAreBeingMadeAreWaitedFor) {
   EXPECT_EQ(file.Appended('n'), 2U);
 }
 
-// Between finding a file missing and making it another station may make it, and write.
+// After this station finds a file missing, and before it creates the file, another station may create and write it.
 TEST_F(ZNArqEx, FilesThatAppearMeanwhileKeepTheirContent) {
   const std::string others = Record('h') + Record('o');
   ScriptedFile file;
@@ -308,7 +308,7 @@ TEST_F(ZNArqEx, CacheServesWholeRecordsForAMinute) {
   EXPECT_EQ(reads(2), 1);
   EXPECT_EQ(file.Fecha(), 0U);
 
-  // An append leaves the caches as they are; a rewriting by any object makes all of them invalid.
+  // An append leaves the caches as they are; a rewrite by any object invalidates all of them.
   ScriptedFile other;
   EXPECT_EQ(other.Abre('G', false), 0U);
   other.Appended('\0');
@@ -319,7 +319,7 @@ TEST_F(ZNArqEx, CacheServesWholeRecordsForAMinute) {
   EXPECT_EQ(reads(2), 1);
   EXPECT_EQ(file.Fecha(), 0U);
 
-  // What was read of one file is no other file's.
+  // What was read from one file is not returned for another.
   WriteFile(File("Other.dat"), Record('x', 3 * kSize));
   EXPECT_EQ(file.LeRegistroArquivo("D:\\Other.dat", 2, record, kSize), 0U);
   EXPECT_EQ(std::string(record, kSize), Record('x'));
@@ -332,7 +332,7 @@ TEST_F(ZNArqEx, ErrorRecord) {
   EXPECT_EQ(file.Abre('L', false), 16055U);
   EXPECT_EQ(ScriptedFile().LimpaErro(), 0U);  // another file's
   EXPECT_EQ(FailedFile() + FailedFile("Usuario"), "Dados.dat0");
-  EXPECT_EQ(file.Abre('C', false), 0U);  // making it takes it out
+  EXPECT_EQ(file.Abre('C', false), 0U);  // creating the file removes its error record
   EXPECT_EQ(FailedFile(), " ");
   EXPECT_EQ(file.Fecha(), 0U);
   WriteFile(home_.Home() / "registry.reg", "damaged");

@@ -1,4 +1,4 @@
-// Stations that share one folder of reports and one of a module, do everything at once, and are killed at any moment.
+// Stations that share a reports folder and a module folder, do everything at once, and are killed at any moment.
 #include <unistd.h>
 
 #include <atomic>
@@ -20,15 +20,15 @@ using support::Text;
 constexpr unsigned kStations = 4;
 constexpr unsigned kMostDeleted = 4000;
 constexpr unsigned kMostConverted = 12;
-constexpr unsigned kNothing = 0;  // the content that is not there
+constexpr unsigned kNothing = 0;  // no content
 constexpr char kDone[] = "0x00000000";
 
-// What a station keeps under names of its own: models of both generations, filters, and the default report of its key.
+// What a station stores under its own names: models of both generations, filters, and the default report of its key.
 enum class Kind { model, relModel, filter, standard };
 constexpr std::array kKinds = {Kind::model, Kind::relModel, Kind::filter, Kind::standard};
 constexpr unsigned kNames = 4;  // of each kind; one default report
 
-// The sequence number of the content that was last acknowledged, and of the one that a call is about to put there. A
+// The sequence numbers of the content that was last acknowledged and of the content that a call is about to write. A
 // station that is killed in between leaves either.
 struct Entry {
   std::atomic<unsigned> kept{kNothing};
@@ -37,12 +37,12 @@ struct Entry {
 
 struct Account {
   std::array<std::array<Entry, kNames>, kKinds.size()> entries;
-  std::atomic<unsigned> sequence{kNothing};                   // the last number that was given out
+  std::atomic<unsigned> sequence{kNothing};                   // the last number assigned
   std::atomic<unsigned> deleted{0};                           // demonstration models whose names are remembered
   std::array<std::atomic<bool>, kMostConverted> converted{};  // models acknowledged that the migration converts
 };
 
-// In memory that the stations share; outlives those that are killed.
+// In memory that the stations share, so that it survives stations that are killed.
 struct Books {
   std::array<Account, kStations> accounts;
   std::atomic<unsigned> calls{0};
@@ -50,7 +50,7 @@ struct Books {
   std::atomic<bool> closed{false};
 };
 
-// A station that has failed may be killed before it can say so.
+// Counts failures in shared memory: a station that has failed may be killed before it can report.
 class FailureCounter : public testing::EmptyTestEventListener {
  public:
   explicit FailureCounter(std::atomic<unsigned>* failures) : failures_(failures) {}
@@ -60,11 +60,11 @@ class FailureCounter : public testing::EmptyTestEventListener {
   std::atomic<unsigned>* failures_;
 };
 
-// The migration leaves a model that begins like this where it is: it is of a later version than any that it knows.
+// The migration leaves a model with this start alone, because its version is later than any known.
 constexpr std::string_view kLaterVersion("\x01\xA5\x09\x00", 4);
 
-// A content that tells for which name, by which station and as which one of its contents it was written, and that can
-// be told from any other and from a part of itself.
+// Returns a content that identifies its name, its station and its sequence number, and that differs from every other
+// content and from any part of itself.
 std::string Proof(Kind kind, const std::string& name, unsigned station, unsigned sequence) {
   std::string content(kLaterVersion);
   content += name + ' ' + std::to_string(station) + ' ' + std::to_string(sequence) + ' ';
@@ -79,7 +79,7 @@ std::string Proof(Kind kind, const std::string& name, unsigned station, unsigned
 
 constexpr auto Wide = text::Utf8ToUtf16;
 
-// Whether a call did what it was asked to, unless others had the file, or answered `otherwise`.
+// Expects that a call succeeded, found the file in use by others, or answered `otherwise`.
 void ExpectDone(const std::string& result, const std::string& what, const std::string& otherwise = kDone) {
   const std::set<std::string> expected = {kDone, otherwise, "0x80070020", "0x80043EEE", "0x80040005"};
   EXPECT_TRUE(expected.contains(result)) << what << ": " << result;
