@@ -85,7 +85,7 @@ void ExpectDone(const std::string& result, const std::string& what, const std::s
   EXPECT_TRUE(expected.contains(result)) << what << ": " << result;
 }
 
-// Each process of the test is a station with a home of its own. One that finds a loss ends by itself.
+// Each process of the test is a station with a home of its own. A station that finds a loss exits.
 class ContentionTest : public ConversionTest {
  protected:
   ContentionTest() {
@@ -107,8 +107,8 @@ class ContentionTest : public ConversionTest {
     if (!mounts_.empty()) std::filesystem::remove_all(OnMount(0), ignored);
   }
 
-  // Stands in for the stations' machines where machines.sh has mounted one volume on each: $KESTOR_MACHINES/a and /b.
-  // Without it all stations have the same folder.
+  // The mounts that stand in for the stations' machines, if machines.sh has mounted one volume twice:
+  // $KESTOR_MACHINES/a and /b. Without them all stations share one folder.
   static std::vector<std::filesystem::path> Mounts() {
     const char* const machines = getenv("KESTOR_MACHINES");
     if (machines == nullptr) return {};
@@ -119,7 +119,7 @@ class ContentionTest : public ConversionTest {
     return mounts_.at(machine % mounts_.size()) / home_.Home().parent_path().filename();
   }
 
-  // The drive of a station, whose reports are on its own mount.
+  // Makes the drive of a station, whose reports are on its own mount.
   std::filesystem::path DataOfMachine(unsigned station) const {
     std::filesystem::path data = home_.Home().parent_path() / ("machine" + std::to_string(station));
     std::filesystem::create_directory(data);
@@ -141,8 +141,8 @@ class ContentionTest : public ConversionTest {
     EXPECT_EQ(std::system(("'" KESTOR_MACHINES_SCRIPT "' " + command).c_str()), 0) << command;
   }
 
-  // The process behind the second mount dies, and with it what that machine has not yet sent. Its stations are stopped
-  // wherever they are, so that they die without another step.
+  // Kills the process that serves the second mount, and with it whatever that machine has not sent yet. Stops its
+  // stations first, so that they die without another step.
   void LoseMachine(std::minstd_rand* random) {
     for (unsigned i = 1; i < kStations; i += 2)
       kill(stations_.at(i)->Pid(), SIGSTOP);
@@ -159,7 +159,7 @@ class ContentionTest : public ConversionTest {
     EXPECT_EQ(stations_.at(number)->Wait(), 128 + SIGKILL) << "station " << number << " ended by itself";
   }
 
-  // A station in the place of one that may have been killed: each name holds the old content or the new one.
+  // Replaces a station that may have been killed: each name holds the old content or the new one.
   void Become(unsigned number) {
     homes_.at(number)->Enter();
     number_ = number;
@@ -178,7 +178,7 @@ class ContentionTest : public ConversionTest {
     if (Remembered() == DeletedNames(own_->deleted + 1)) ++own_->deleted;
   }
 
-  // Does something, at random; again and again until the books are closed.
+  // Performs random operations until the books are closed.
   void Work(std::minstd_rand::result_type seed) {
     SCOPED_TRACE("station " + std::to_string(number_));
     random_.seed(seed);
@@ -199,16 +199,16 @@ class ContentionTest : public ConversionTest {
       else if (action == 14)
         DeleteDemonstrations();
       else if (Chance(6))
-        Convert();  // takes as long as a hundred others
+        Convert();  // takes as long as a hundred other operations
     }
   }
 
-  // No record is there twice, and each key has one default report. What a killed station has left of a record does not
-  // count.
+  // Checks that no record exists twice and that each key has one default report. Ignores a partial record that a killed
+  // station left.
   void CheckRecords(const char* file, std::size_t size, std::size_t keySize) const {
     std::string bytes;
     std::string trouble;
-    // A volume that has lost a disk may have to think first.
+    // A volume that has lost a disk may need time to recover.
     const bool isRead = WaitForOthers([&] {
       try {
         bytes = support::ReadFile(Reports() / file);
@@ -254,7 +254,7 @@ class ContentionTest : public ConversionTest {
 
   Entry& EntryOf(Kind kind, unsigned index) const { return own_->entries.at(static_cast<std::size_t>(kind)).at(index); }
 
-  // A default report is one of the station's own models that are always there.
+  // A default report is one of the station's own models that always exist.
   std::string Expected(Kind kind, unsigned index, unsigned sequence) const {
     if (sequence == kNothing) return {};
     if (kind == Kind::standard) return Name(kind, sequence % kNames);
@@ -278,7 +278,7 @@ class ContentionTest : public ConversionTest {
     return Delete(*common_, Wide(name));
   }
 
-  // The content, or the result when there is none or it is not to be had at the moment.
+  // Returns the content, or the result if there is none or it is not available at the moment.
   std::string Get(Kind kind, const std::string& name) {
     ++books_->calls;
     if (kind == Kind::standard) return Default(*keys_);
@@ -287,8 +287,8 @@ class ContentionTest : public ConversionTest {
     return ReadFilter(*rel_, Wide(name));
   }
 
-  // The content of a name that no other station changes; empty when there is none. Others may hold its file for a
-  // moment.
+  // Returns the content of a name that no other station changes; empty if there is none. Other stations may hold its
+  // file for a moment.
   std::string Fetch(Kind kind, const std::string& name) {
     std::string found;
     const bool fetched = WaitForOthers([&] {
@@ -299,8 +299,8 @@ class ContentionTest : public ConversionTest {
     return found.starts_with("0x") || found == "(null)" ? "" : found;
   }
 
-  // Others hold a file for a moment only. But a network file system may keep what a lost machine held for a minute, and
-  // a flush on it may take two, one after the other.
+  // Other stations hold a file only for a moment. But a network file system may keep the locks of a lost machine for a
+  // minute, and a flush on it may take two minutes; both may add up.
   bool WaitForOthers(const std::function<bool()>& condition) const {
     return support::WaitUntil(condition, mounts_.empty() ? 30 : 300);
   }
@@ -320,7 +320,7 @@ class ContentionTest : public ConversionTest {
     const bool removes = kind != Kind::filter && entry.kept != kNothing && Chance(5);
     entry.pending = removes ? kNothing : ++own_->sequence;
     const std::string result = removes ? Remove(kind, name) : Put(kind, name, Expected(kind, index, entry.pending));
-    // A first-generation deletion passes over what is in use, and does not tell.
+    // A first-generation deletion skips files that are in use, and reports success.
     if (removes && kind == Kind::relModel) return Settle(kind, index);
     ExpectDone(result, "changing " + name);
     if (result == kDone) entry.kept = entry.pending.load();
@@ -333,7 +333,7 @@ class ContentionTest : public ConversionTest {
         << name << " is not what it was left as";
   }
 
-  // After a call of which it is not known what it has done.
+  // Finds out what a call has done whose effect is unknown.
   void Settle(Kind kind, unsigned index) {
     Entry& entry = EntryOf(kind, index);
     if (Fetch(kind, Name(kind, index)) == Expected(kind, index, entry.pending)) entry.kept = entry.pending.load();
@@ -348,7 +348,7 @@ class ContentionTest : public ConversionTest {
       std::string result;
       EXPECT_TRUE(WaitForOthers([&] { return (result = Delete(*keys_, Wide(name), Model::demonstration)) == kDone; }))
           << name << ": " << result;
-      // A list that others have in use all the time does not get the name.
+      // The name is not added to a list that other stations have in use all the time.
       if (Remembered() != DeletedNames(own_->deleted + 1)) return;
       ++own_->deleted;
     }
@@ -361,7 +361,7 @@ class ContentionTest : public ConversionTest {
     return names;
   }
 
-  // The names of deleted demonstration models, as the store has them.
+  // Returns the names of deleted demonstration models as the store lists them.
   std::string Remembered() {
     std::string names;
     WaitForOthers([&] { return (names = Deleted(*keys_)) != "0x80070020"; });
@@ -417,7 +417,7 @@ class ContentionTest : public ConversionTest {
 
   // ---- Migration and renumbering -----------------------------------------------------------------------------------
 
-  // Models that are converted by whichever station comes first, and renumbered to and fro.
+  // Works on models that any station may convert, and renumbers them back and forth.
   void Convert() {
     for (unsigned i = 0; i < kMostConverted && Chance(2); ++i) {
       if (own_->converted.at(i)) continue;
@@ -441,7 +441,8 @@ class ContentionTest : public ConversionTest {
     EXPECT_TRUE(SUCCEEDED(renumbering->AlteraCodigoCampos(Text(u"CT"), Text(Wide(component)), 1, &pair)));
   }
 
-  // When all is quiet, every acknowledged model is a document, as it was written but for the codes.
+  // Once all stations have stopped, every acknowledged model is a document with its content unchanged except for the
+  // codes.
   void CheckConverted() {
     for (unsigned i = 0; i < kMostConverted; ++i) {
       if (!own_->converted.at(i)) continue;
@@ -472,7 +473,7 @@ class ContentionTest : public ConversionTest {
   unsigned number_ = 0;
   Account* own_ = nullptr;
   std::mt19937 random_;
-  ComPtr<IZNPL_Relatorio2> common_;  // component 01, which all share
+  ComPtr<IZNPL_Relatorio2> common_;  // component 01, which all stations share
   ComPtr<IZNPL_Relatorio2> keys_;    // the station's own key
   Rel rel_;                          // component 01
   Rel converting_;                   // component 02, whose models are converted

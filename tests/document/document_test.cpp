@@ -1,4 +1,4 @@
-// Report documents: written, read back, and read as others have written them. What their values mean to a reader is
+// Report documents: written, read back, and read as other programs write them. What their values mean to a reader is
 // shown by the transcript documents.txt of kestorctl.
 #include <algorithm>
 #include <gmock/gmock.h>

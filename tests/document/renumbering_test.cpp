@@ -1,5 +1,5 @@
-// Renumbering over a store in this process. What becomes of each file of a folder is shown by the transcript
-// renumbering.txt of kestorctl.
+// Renumbering through a store in this process. The transcript renumbering.txt of kestorctl shows what happens to each
+// file of a folder.
 #include <array>
 #include <sstream>
 
@@ -14,7 +14,8 @@ using namespace kestor;
 
 class RenumberingTest : public StoreTest {
  protected:
-  // Fields with what each allows, as in "150cts 160-": condition, total, sort. Their aliases are "F" and the code.
+  // Writes fields with the uses that each allows, as in "150cts 160-": condition, total, sort. An alias is "F" and the
+  // code.
   void WriteCatalogue(const std::string& fields) {
     std::istringstream words(fields);
     std::string lines;
@@ -30,7 +31,7 @@ class RenumberingTest : public StoreTest {
     support::WriteFile(home_.Data() / "Contabil" / "XCT01.REL", lines);
   }
 
-  // A document that has each of the codes as a column, a sort key, a total and a condition.
+  // Writes a document that uses each of the codes as a column, a sort key, a total and a condition.
   void WriteModel(const std::string& codes, const std::string& name = "M") {
     CDocRelatorio d;
     d.nome = name;
@@ -44,7 +45,7 @@ class RenumberingTest : public StoreTest {
     support::WriteFile(Model(name), std::string("\1\0", 2) + Content(d) + "<!-- the end -->");
   }
 
-  // The document's columns with their titles, its sort keys, totals and conditions.
+  // Returns the document's columns with their titles, its sort keys, totals and conditions.
   std::string ReadModel(const std::string& name = "M") {
     CDocRelatorio d;
     EXPECT_TRUE(Load(d, support::ReadFile(Model(name)).substr(2)));
@@ -109,7 +110,7 @@ TEST_F(RenumberingTest, CodesTitlesAndPermissions) {
   EXPECT_EQ(counter_.count, 0);
 }
 
-// While the first ones go to the disk, another station writes and deletes models whose turn comes soon.
+// While the first models are flushed, another station writes and deletes models whose turn comes soon.
 TEST_F(RenumberingTest, EachModelAsItIsInItsTurn) {
   constexpr unsigned kModels = 300;
   const auto name = [](unsigned i) { return "M" + std::to_string(1000 + i); };

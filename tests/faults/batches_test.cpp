@@ -1,5 +1,4 @@
-// Migrations and renumberings of several batches: killed at any moment, and told of no sooner than they are on the
-// disk.
+// Migrations and renumberings of several batches: killed at any moment, and reported only once they are on the disk.
 #include <sys/stat.h>
 
 #include <atomic>
@@ -23,7 +22,7 @@ using support::ReadFile;
 using support::Text;
 using support::WriteFile;
 
-constexpr int kModels = 150;  // two batches are full
+constexpr int kModels = 150;  // two full batches and a part of a third
 
 class BatchesTest : public ConversionTest {
  protected:
@@ -59,7 +58,7 @@ class BatchesTest : public ConversionTest {
     EXPECT_EQ(converter->AlteraCodigoCampos(Text(u"CT"), Text(u"01"), 1, &pair), S_OK);
   }
 
-  // The record files aside, also hidden ones.
+  // Returns all files except the record files, including hidden ones.
   std::string ModelFiles() const {
     std::string files;
     for (const std::string& name : support::Names(Reports())) {
@@ -68,7 +67,8 @@ class BatchesTest : public ConversionTest {
     return files;
   }
 
-  // Kills a process that does the work at a moment of chance, as often as the test is long, and looks at what is there.
+  // Kills a process that does the work at a random moment and inspects the result, as often as the length of the test
+  // asks.
   void KillAtRandom(const std::function<void()>& prepare, const std::function<void()>& work,
                     const std::function<void(int)>& look) {
     prepare();
@@ -103,8 +103,8 @@ class BatchesTest : public ConversionTest {
   }
 };
 
-// A document is there before its model goes, and none is half or twice there. (The model of a document that is there
-// already goes the next time.) What a killed process leaves belongs to the next.
+// A document exists before its model is deleted, and no document is partial or duplicate. (The model of an existing
+// document is deleted by the next migration.) The next process takes over what a killed process leaves.
 TEST_F(BatchesTest, KilledMigrations) {
   PutModels();
   Migrate();
@@ -140,7 +140,7 @@ TEST_F(BatchesTest, KilledRenumberings) {
                });
 }
 
-// The order of a power failure: contents, names, the folder, then what is told, and what is deleted.
+// The order that survives a power failure: contents, names, the folder, then reports and deletions.
 TEST_F(BatchesTest, ToldWhenItIsOnTheDisk) {
   int told = 0;
   std::size_t done = 0;
@@ -164,7 +164,7 @@ TEST_F(BatchesTest, ToldWhenItIsOnTheDisk) {
   EXPECT_EQ(told, 2 * kModels);
 }
 
-// One after the other the models would have room, each in the place of the one before.
+// One at a time, each model would fit into the room of the one before.
 TEST_F(BatchesTest, ADiskThatIsNearlyFull) {
   PutModels();
   const support::SystemCalls system([&](const host::SystemCall& call) {
@@ -176,7 +176,7 @@ TEST_F(BatchesTest, ADiskThatIsNearlyFull) {
     EXPECT_TRUE(fs::exists(File(Name(i), ".RXL")) && !fs::exists(File(Name(i), ".REL"))) << Name(i);
 }
 
-// What goes to a folder that is moved away meanwhile is no reason to delete anything in the one in its place.
+// Documents that went into a folder that is moved away meanwhile are no reason to delete anything in its replacement.
 TEST_F(BatchesTest, AFolderThatIsReplaced) {
   PutModels();
   {
@@ -200,7 +200,7 @@ TEST_F(BatchesTest, AFolderThatIsReplaced) {
     EXPECT_TRUE(fs::exists(File(Name(i), ".RXL")) && !fs::exists(File(Name(i), ".REL"))) << Name(i);
 }
 
-// Clients show how far a call is: at least twice a second on a disk of 16 flushes a second, here with time to spare.
+// Clients show progress at least twice a second on a disk of 16 flushes a second; this test allows more time.
 TEST_F(BatchesTest, ADiskThatIsSlow) {
   PutDocuments(40);
   using Clock = std::chrono::steady_clock;

@@ -24,7 +24,7 @@ Strike strike;
 std::size_t calls = 0;
 std::size_t allocations = 0;
 
-std::mutex books;  // for the calls of all threads
+std::mutex books;  // guards the notes on the calls of all threads
 
 std::atomic<int> leftToOthers = 0;
 thread_local bool isAttacker = false;
@@ -58,7 +58,7 @@ host::Fate Decide(const host::SystemCall& call) {
   return {.error = strike.struck && call.bytes != 0 ? std::exchange(attack.errorBehind, 0) : 0};
 }
 
-// Before a call is made.
+// Runs before each call.
 void NoteWhatIsTooEarly(const host::SystemCall& call) {
   const std::string_view name = call.name;
   struct stat status {};
@@ -73,7 +73,7 @@ void NoteWhatIsTooEarly(const host::SystemCall& call) {
   }
 }
 
-// Processes are killed here, not the machine: whether all is flushed is told by books.
+// These tests kill processes, not the machine, so notes tell whether everything is flushed.
 void Note(const host::SystemCall& call) {
   const std::string_view name = call.name;
   struct stat status {};
@@ -85,7 +85,7 @@ void Note(const host::SystemCall& call) {
   } else if (name == "pwrite") {
     if (fstat(call.descriptor, &status) == 0) strike.unflushed.insert(status.st_ino);
   } else if (ChangesNames(name)) {
-    // Hidden names need not outlive anything.
+    // Hidden names need not survive a power failure.
     if (*call.path != '.' && fstat(call.descriptor, &status) == 0) strike.unflushed.insert(status.st_ino);
     if (call.newFolder >= 0 && *call.newPath != '.' && fstat(call.newFolder, &status) == 0) {
       strike.unflushed.insert(status.st_ino);
@@ -94,7 +94,7 @@ void Note(const host::SystemCall& call) {
   }
 }
 
-// While the books are kept, no allocation is attacked. Calls come from the thread that flushes a batch as well.
+// Attacks no allocation while taking notes. The thread that flushes a batch makes calls as well.
 host::Fate Judge(const host::SystemCall& call) {
   const bool wasAttacked = std::exchange(attacked, false);
   const std::lock_guard guard(books);

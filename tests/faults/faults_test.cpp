@@ -18,9 +18,9 @@ using faults::Attack;
 using support::Child;
 using support::LongTests;
 
-constexpr int kMostTold = 10;  // losses of one operation
+constexpr int kMostTold = 10;  // losses reported for one operation
 
-// A process takes five times as long to come up under a sanitizer.
+// A process takes five times as long to start under a sanitizer.
 #if defined(__has_feature)
 constexpr bool kSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
 #else
@@ -31,7 +31,7 @@ bool BeginsWithOneOf(const std::string& text, const std::vector<std::string>& be
   return std::any_of(beginnings.begin(), beginnings.end(), [&](const auto& b) { return text.starts_with(b); });
 }
 
-// What clients find under a key before an operation, after it when nothing disturbs it, and when it is done once more.
+// What clients find under a key before an operation, after it if undisturbed, and after repeating it.
 struct Versions {
   std::string before, after, afterSecond;
 };
@@ -43,9 +43,9 @@ class FaultsTest : public Station {
                 testing::UnitTest::GetInstance()->current_test_info()->name(), Operations().size(), points_, losses_);
   }
 
-  // Strikes every operation at one place after the other, in each manner, until it is done without having come to the
-  // place. In the short form each manner strikes one place of `every`, by turns, and under a sanitizer every third of
-  // these.
+  // Disturbs every operation at one place after the other, in each manner, until it completes without reaching the
+  // place. In the short form each manner disturbs one place out of `every`, in turn, and a third of these under a
+  // sanitizer.
   void StrikeAll(std::size_t Attack::*place, const std::vector<Attack>& manners, std::size_t every) {
     if (kSanitized) every *= 3;
     for (const Operation& operation : Operations()) {
@@ -81,7 +81,7 @@ class FaultsTest : public Station {
     EXPECT_FALSE(answer_.starts_with("0x8")) << operation.name << ": " << answer_;
   }
 
-  // What the server's stub makes of a call: there, too, memory that is lacking is a result.
+  // Does what the server's stub does with a call: turns an allocation failure into a result.
   faults::Strike Run(const Operation& operation, const Attack& attack, std::string* answer) {
     return faults::Run(attack, [&] {
       try {
@@ -106,7 +106,7 @@ class FaultsTest : public Station {
     return {.reached = status != 0, .struck = true, .call = "killed"};
   }
 
-  // False when the operation was done without coming to the place.
+  // Returns false if the operation completed without reaching the place.
   bool Strike(const Operation& operation, const Attack& attack) {
     Renew(operation);
     const auto descriptors = [] { return support::Names("/proc/self/fd").size(); };
@@ -124,7 +124,7 @@ class FaultsTest : public Station {
     const State seen = Seen();
     Judge(operation, strike, attack, answer, seen);
     if (!attack.kills) {
-      // Another station, whose process knows nothing of this one.
+      // Another station, whose process has none of this one's state.
       if (points_ % 5 == 0) {
         Child other([&] { return Seen() == seen ? 0 : 1; });
         if (other.Wait() != 0) Lost("another process sees something else");
@@ -132,7 +132,7 @@ class FaultsTest : public Station {
       if (strike.call != "unlinkat" && !attack.lasts && !HiddenFiles().empty()) Lost("leaves a hidden file");
     }
     AnswerOnceMore(operation, attack.refusesRenaming);
-    // Beyond the time for which they might still be in use.
+    // Older than any file that might still be in use.
     for (const std::string& name : HiddenFiles())
       std::filesystem::last_write_time(Reports() / name,
                                        std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
@@ -149,7 +149,7 @@ class FaultsTest : public Station {
                         (attack.allocation != 0 && answer.starts_with(kestor::ResultCode(E_OUTOFMEMORY)));
     if (!attack.kills && !done && !failed) Lost("is no answer of this operation");
     if (done && operation.untold.empty() && !attack.kills) ExpectFlushed(strike);
-    // What could not be flushed is there all the same, and of a record that is written in place what was written.
+    // Content whose flush failed is there nevertheless, and so is the part of a record that was written in place.
     const bool flushed = !attack.lasts && !strike.call.ends_with("sync");
     const bool inPlace = attack.errorBehind != 0;
     for (const auto& [key, content] : seen)
@@ -175,7 +175,7 @@ class FaultsTest : public Station {
       Lost("the history lacks what " + name + " held");
   }
 
-  // What was told as done must outlive the machine.
+  // What was reported as done must survive a power failure.
   void ExpectFlushed(const faults::Strike& strike) {
     std::vector<std::string> names = support::Names(Reports());
     names.emplace_back(".");
@@ -191,7 +191,7 @@ class FaultsTest : public Station {
     Run(operation, {.refusesRenaming = refusesRenaming}, &answer);
     if (answer != answer_ && answer != secondAnswer_) Lost("answers " + answer + " once more");
     State seen = Seen();
-    // An operation that passes over whatever it cannot do does it the next time.
+    // An operation that skips what it cannot do does it the next time.
     const bool passesOver = BeginsWithOneOf("", operation.untold);
     for (const auto& [key, content] : seen)
       contents_[key];
@@ -223,12 +223,12 @@ TEST_F(FaultsTest, SystemCallsAreRefused) {
   StrikeAll(&Attack::call, {{.error = EACCES}, {.error = EMFILE}}, 3);
 }
 
-// From one moment on: what is there is whole, though it may not be on the disk.
+// All calls from one place on fail: what exists is complete, though it may not be on the disk.
 TEST_F(FaultsTest, DiskIsGone) {
   StrikeAll(&Attack::call, {{.error = EIO, .lasts = true}, {.error = ENOSPC, .lasts = true}}, 3);
 }
 
-// Readings and writings that are cut are nothing that clients notice, nor are calls that a signal interrupts.
+// Clients notice neither partial reads and writes nor calls that a signal interrupts.
 TEST_F(FaultsTest, SystemCallsAreShort) {
   StrikeAll(&Attack::call, {{.most = 1}, {.most = 100}, {.error = EINTR}}, 3);
 }
@@ -237,17 +237,17 @@ TEST_F(FaultsTest, DiskFailsInTheMiddle) {
   StrikeAll(&Attack::call, {{.most = 1, .errorBehind = ENOSPC}, {.most = 100, .errorBehind = EIO}}, 2);
 }
 
-// Before each call, which is after the one before, and after the last one.
+// Kills before each call, which is after the previous one, and after the last call.
 TEST_F(FaultsTest, ProcessIsKilled) {
   StrikeAll(&Attack::call, {{.kills = true}}, 3);
 }
 
-// There a new file has its name and the hidden one for a moment.
+// On such a file system a new file has both its name and the hidden one for a moment.
 TEST_F(FaultsTest, FileSystemCannotRenameWithoutReplacing) {
   StrikeAll(&Attack::call, {{.kills = true, .refusesRenaming = true}, {.error = EIO, .refusesRenaming = true}}, 1);
 }
 
-// A history that cannot be kept is no failure of the operation; a version is there before its model has changed.
+// An operation succeeds even if the history cannot be kept. A version exists before its model changes.
 TEST_F(FaultsTest, HistoryIsKept) {
   KeepHistory();
   StrikeAll(&Attack::call, {{.kills = true}, {.error = EIO}}, 3);

@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 using kestor::ResultCode;
 using support::Text;
 
-// Thousands of homes are made: they lie in memory where that can be.
+// The tests make thousands of homes, in memory if possible.
 const bool inMemory = fs::is_directory("/dev/shm") && setenv("TMPDIR", "/dev/shm", 0) == 0;
 
 std::string Fields(IZNPL_Relatorio2& store) {
@@ -54,14 +54,14 @@ std::string SaveSettings(IZNPL_Rel& rel, const std::u16string& name) {
   return ResultCode(rel.GravaDadosExportacaoDoRelatorio(Text(name), settings));
 }
 
-// Of so many entries, each unlike the others and those of a filter with another number of them.
+// Returns a filter whose entries differ from each other and from those of a filter of another length.
 std::string FilterOf(std::size_t entries) {
   std::string bytes(entries * sizeof(tagCAMPO_FILTRO), '\0');
   std::iota(bytes.begin(), bytes.end(), static_cast<char>(entries));
   return bytes;
 }
 
-// A model of the first generation; with many columns it is longer than what the migration's buffers begin with.
+// Returns a first-generation model; with many columns it outgrows the initial buffers of the migration.
 std::string FirstGeneration(int layout, std::size_t columns) {
   LegacyModel model = {.header = "Head", .filters = {{205, 1, 4, "10"}}, .keys = {{205, 1}}};
   model.columns.assign(columns, {205, 10, 'D'});
@@ -152,7 +152,7 @@ State Station::Seen() {
 }
 
 std::string Station::Content(const std::string& file, IZNPL_Relatorio2& store, IZNPL_Rel& rel) {
-  // A file without a name in it says the same as none.
+  // A file that holds no name means the same as a missing file.
   const std::string names = file == "ZNRELPAD.DAT" ? Default(store) : file == "ZNRELDEL.DAT" ? Deleted(store) : "";
   if (file.starts_with("ZNREL")) return names == "(null)" ? "" : names;
   if (!file.starts_with("CT01")) return file;
@@ -178,7 +178,7 @@ const std::vector<Operation>& Station::Operations() {
         fs::remove(s.Reports() / file);
     };
   };
-  // The second call finds what the first one left: its content is the same.
+  // The second call writes the content that the first one left.
   const auto saves = [](const char16_t* name, unsigned char flags = 0) {
     return [=](S& s) { return ResultCode(support::WriteModel(*s.store_, name, "new content", 7, flags)); };
   };
@@ -216,7 +216,7 @@ const std::vector<Operation>& Station::Operations() {
     }
     s.Put("CT01Vendas.REL", FirstGeneration(0, 1));
   };
-  // It is stored under the name that the document bears, which another model has.
+  // Renumbering stores the document under the name that it bears, which is another model's.
   const auto withACopy = [](S& s) { s.Put("CT01Copia.RXL", Document("Compras")); };
   const auto withOldSettings = [](S& s) { s.Put("CT01Antigo.REE", "old" + std::string(609, '\0')); };
 
@@ -239,7 +239,7 @@ const std::vector<Operation>& Station::Operations() {
       {"Grava, must be new", saves(u"Novo", mustBeNew), noSaving},
       {"Grava, must be new and is not", saves(u"Vendas", mustBeNew), noSaving},
       {"Grava, checked", saves(u"Novo", checks), noSaving},
-      // A list that cannot be read holds nothing up.
+      // A list that cannot be read does not prevent saving.
       {"Grava, a deleted demonstration", saves(u"Demo", checks), noSavingButDone, {}, {}, {"CT01DEMO.RXL"}},
       {"Le", reads(u"Vendas"), noReading},
       {"Le, in another letter case", reads(u"vendas.rxl"), noReading},
@@ -272,7 +272,7 @@ const std::vector<Operation>& Station::Operations() {
       {"GravaRelatorio, must be new", savesRel(u"Outro", false), noSavingRel},
       {"GravaRelatorio, must be new and is not", savesRel(u"Antigo", false), noSavingRel},
       {"BuscaNomeRelatoriosExistentes", [](S& s) { return Listed(*s.rel_); }, {"0x00040008"}},
-      // Files that cannot be deleted are passed over.
+      // Files that cannot be deleted are skipped.
       {"ExcluiRelatorio, first generation", deletesRel(u"Antigo"), {}, {}, {""}},
       {"ExcluiRelatorio, one file of the first generation", deletesRel(u"Antigo.REE"), {}, {}, {""}},
       {"AtualizaRelatorio", updates, {"0x00040001", "0x80040001", "0x80040002", "0x80040005"}},

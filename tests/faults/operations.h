@@ -1,11 +1,11 @@
-// What the server's interfaces do with files, one operation after the other, for attacks on each of them.
+// The operations of the server's interfaces on files, for attacks on each of them.
 #pragma once
 
 #include "../migration/conversion_fixture.h"
 #include "history/history.h"
 
-// Everything that a client can find in the reports folder: for each visible file (its name in upper case) what is read
-// from it through a store, and what the stores list. A key that is missing counts as empty.
+// Everything that a client can find in the reports folder: for each visible file, by upper-case name, what a store
+// reads from it; and what the stores list. A missing key counts as empty.
 using State = std::map<std::string, std::string>;
 
 struct Operation;
@@ -15,20 +15,20 @@ class Station : public ConversionTest {
  public:
   Station();
 
-  // The folder and the objects as they are before an operation. The folder is a new one: nothing is known of it.
+  // Restores the folder and the objects as they are before an operation. The folder is a new one, so nothing is cached
+  // for it.
   void Renew(const Operation& operation);
-  // New objects, as a client has them after its server was killed.
+  // Makes new objects, as a client gets them after its server was killed.
   void Reconnect();
 
-  // From now on the objects keep what they change in a history, which Renew empties.
+  // From now on the objects keep what they change in a history. Renew empties it.
   void KeepHistory();
   bool KeepsHistory() const { return bool{counter_.guard}; }
 
-  // The models' files that are not what they were before the operation, and of which the history has no version that
-  // is.
+  // Returns the model files that the operation has changed and whose former content is not in the history.
   std::vector<std::string> LostVersions() const;
 
-  // Read through objects that are made for it. Nothing that is missing is made by looking at it.
+  // Reads the state through objects of its own. Reading creates nothing.
   State Seen();
 
   std::vector<std::string> HiddenFiles() const;
@@ -42,7 +42,7 @@ class Station : public ConversionTest {
   std::filesystem::path History() const { return Reports().string() + ".history"; }
 
   State files_;
-  State before_;  // the bytes of all files, as they are before the operation
+  State before_;  // the bytes of all files before the operation
   history::Keeper keeper_;
   ComPtr<IZNPL_Relatorio2> store_;      // leaves the first generation alone
   ComPtr<IZNPL_Relatorio2> migrating_;  // not initialised
@@ -54,10 +54,10 @@ struct Operation {
   using Beginnings = std::vector<std::string>;
 
   const char* name;
-  std::function<std::string(Station&)> call;   // what it answers, beginning with the result's code
-  Beginnings failures;                         // of what it may answer when it is disturbed
-  std::function<void(Station&)> prepare = {};  // changes the folder before
-  Beginnings untold = {};                      // of keys that its success may leave or its failure change
-  Beginnings otherwise = {};                   // of keys that may come to be neither as before nor as undisturbed
-  const char* unnoticed = "";                  // a system call whose failure it takes for nothing found
+  std::function<std::string(Station&)> call;   // returns the answer, which starts with the result code
+  Beginnings failures;                         // of permitted answers if it is disturbed
+  std::function<void(Station&)> prepare = {};  // changes the folder beforehand
+  Beginnings untold = {};                      // of keys that its success may leave unchanged or its failure may change
+  Beginnings otherwise = {};                   // of keys that may end up neither as before nor as undisturbed
+  const char* unnoticed = "";                  // a system call whose failure looks like nothing found
 };

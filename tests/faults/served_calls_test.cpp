@@ -1,5 +1,5 @@
-// Calls of other processes while the server's memory runs out, at each of its allocations in turn: the client is told,
-// or has what it asked for; the server lives, and serves the next one.
+// Calls of other processes while each of the server's allocations fails in turn: the client gets an error or what it
+// asked for; the server survives and serves the next call.
 #include "channel/server_thread.h"
 #include "faults.h"
 #include "marshal/payloads.h"
@@ -55,7 +55,7 @@ TEST_F(ServedCallsTest, EachAllocationFails) {
         const Outcome outcome = opened == S_OK ? Call(*connection, method.slot, request) : Outcome(opened, "");
         strikes = faults::LeaveOtherThreads();
         if (strikes) ++struck;
-        // What cannot be opened may also be sent away without a word.
+        // A connection that cannot be opened may also be closed without an answer.
         const bool isTold = outcome == Outcome(E_OUTOFMEMORY, "") || opened == rpc::kCallFailed;
         EXPECT_TRUE(outcome == undisturbed || isTold) << outcome.first;
         ASSERT_EQ(opened == S_OK ? opened : Open(method.iid, &connection), S_OK);
