@@ -1,4 +1,4 @@
-// What serves work on many files: flushing them together, and looking whether one has changed.
+// Helpers for work on many files: flushing them together, and detecting whether one has changed.
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -15,7 +15,7 @@ namespace {
 
 class BatchTest : public FilesTest {
  protected:
-  // Another station: what is in a group is its thread's own.
+  // Acts as another station, because each thread has its own group.
   template <typename Body>
   static void AtAnotherStation(const Body& body) {
     std::thread(body).join();
@@ -56,8 +56,8 @@ TEST_F(BatchTest, ContentsThenNamesThenTheFolder) {
   EXPECT_EQ(Here(), (Names{"NEW.txt", "OTHER.TXT", "Old.txt"}));
 }
 
-// What is not flushed keeps its old content, and what cannot get its name is no other file's trouble. The outcomes of
-// files that have had to be finished in between are there all the same.
+// A file whose flush fails keeps its old content, and a file that cannot get its name does not affect others. The
+// outcomes of files that had to be finished in between are reported as well.
 TEST_F(BatchTest, EachFailsForItself) {
   WriteFile("B.TXT", "old");
   files::GroupedReplacements group;
@@ -125,7 +125,8 @@ TEST_F(BatchTest, TheThreadFindsWhatItHasWritten) {
   }
 }
 
-// A closed batch goes to the disk while the next one is filled, and takes its names after that. Numbers go on.
+// A closed batch is flushed while the next one is filled, and its files get their names after that. Numbering
+// continues.
 TEST_F(BatchTest, OneBatchAfterTheOther) {
   std::promise<void> mayFlush;
   std::atomic<int> flushed = 0;
@@ -161,7 +162,7 @@ TEST_F(BatchTest, OneBatchAfterTheOther) {
   EXPECT_EQ(group.Of(3).failure.m_lOsError, 0);
 }
 
-// Where no thread is to be had, a batch is flushed when it is waited for.
+// If no thread can be started, a batch is flushed when the caller waits for it.
 TEST_F(BatchTest, WithoutAThread) {
   Elsewhere([] {
     files::GroupedReplacements group;
@@ -243,7 +244,7 @@ TEST_F(BatchTest, OneReadingForSeveralSearches) {
   EXPECT_TRUE(finds("D:\\A*"));
 }
 
-// Whatever comes and goes in a folder, a name leads to the first of its spellings that is there.
+// Whatever comes and goes in a folder, a name leads to the first of its existing spellings.
 TEST_F(BatchTest, NamesThatComeAndGo) {
   std::mt19937 random(7);
   std::set<std::string> here;
@@ -270,7 +271,7 @@ TEST_F(BatchTest, NamesThatComeAndGo) {
   }
 }
 
-// Whether a file has changed can be told once its last change lies some seconds back.
+// A file counts as unchanged only once its last change is some seconds old.
 TEST_F(BatchTest, AFileThatIsStillWhatItWas) {
   fs::create_symlink("/bin/sh", "Catalogo.REL");
   files::ContentWatch watch("D:\\CATALOGO.REL");

@@ -1,5 +1,4 @@
-// Explanations of failures that need a disk, a limit or a name of their own. Those of files and rights are among the
-// sessions.
+// Explanations of failures that need a special disk, limit or name. The sessions cover those of files and rights.
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sched.h>
@@ -17,7 +16,7 @@ namespace {
 
 using ExplanationTest = FilesTest;
 
-// What is said, with the folder of the drive left out.
+// Returns the explanation without the folder of the drive.
 std::string Told(const std::string& path, DWORD error) {
   const std::string root = fs::current_path();
   std::string why = files::Explain(path, error);
@@ -26,7 +25,7 @@ std::string Told(const std::string& path, DWORD error) {
   return why;
 }
 
-// What is said when `action` fails; empty when it does not fail.
+// Returns the explanation when `action` fails; empty if it succeeds.
 template <typename Action>
 std::string Why(const Action& action) {
   try {
@@ -37,7 +36,7 @@ std::string Why(const Action& action) {
   }
 }
 
-// Makes a file as a whole, with its name in the letter case of `path`.
+// Writes a whole file, with its name in the letter case of `path`.
 void Save(const char* path, std::size_t bytes = 3) {
   CFile file;
   CFileException failure;
@@ -46,14 +45,14 @@ void Save(const char* path, std::size_t bytes = 3) {
   file.Close();
 }
 
-// Gives this process a disk of its own at a folder, of 1 MiB and 8 files, which goes with the process.
+// Gives this process a disk of its own at a folder, with room for 1 MiB and 8 files, until the process ends.
 bool MountDisk(const char* folder) {
   fs::create_directory(folder);
   return unshare(CLONE_NEWNS) == 0 && mount("", "/", "", MS_REC | MS_PRIVATE, "") == 0 &&
          mount("tmpfs", folder, "tmpfs", 0, "size=1m,nr_inodes=8") == 0;
 }
 
-// Gives a file a mark that keeps everybody from changing it. False where that cannot be done.
+// Marks a file so that no user can change it. Returns false if the file system has no such marks.
 bool Mark(const char* path, int mark) {
   const platform::Descriptor file(open(path, O_RDONLY | O_CLOEXEC));
   return ioctl(file.Number(), FS_IOC_SETFLAGS, &mark) == 0;
@@ -108,7 +107,7 @@ TEST_F(ExplanationTest, LimitOfOpenFiles) {
   });
 }
 
-// What has changed since is no reason: nothing but the number is told then.
+// If the cause is gone by now, only the number is reported.
 TEST_F(ExplanationTest, NumbersThatNothingExplainsAnyMore) {
   WriteFile("A.TXT", "a");
   const std::string a = "/A.TXT";
@@ -126,7 +125,7 @@ TEST_F(ExplanationTest, NumbersThatNothingExplainsAnyMore) {
   EXPECT_LT(files::Explain(std::string(5'000'000, '\\') + "A", ERROR_PATH_NOT_FOUND).size(), 2000U);
 }
 
-// Of files whose names differ in letter case alone, the one that is meant.
+// If names differ only in letter case, explains the file that the path means.
 TEST_F(ExplanationTest, Twins) {
   for (const char* name : {"MODEL.RXL", "Model.RXL", "model.rxl"})
     WriteFile(name, "m");

@@ -1,4 +1,4 @@
-// A drive of the test's own, the ways in which this system opens files, and short ways to try them.
+// A drive of the test's own, the modes in which this system opens files, and helpers to try them.
 #pragma once
 
 #include <sys/stat.h>
@@ -25,7 +25,7 @@ inline constexpr UINT kCreateShared = CFile::modeCreate | kUpdateShared;
 inline constexpr uid_t kNobody = 65534;
 inline constexpr uid_t kOther = 65533;
 
-// An access control list in the form of the system: a version, then for each entry its kind, what it permits and whom.
+// An access control list in the system's format: a version, then for each entry its kind, its permissions and its user.
 inline constexpr std::uint32_t kAclVersion = 2;
 inline constexpr std::uint16_t kNamedUser = 2;
 
@@ -35,14 +35,14 @@ struct AclEntry {
   std::uint32_t who;
 };
 
-// One that lets one user read and write besides owner and group.
+// Returns a list that lets one user read and write in addition to owner and group.
 inline std::string AclWith(std::uint32_t user) {
   const AclEntry entries[] = {{1, 6, ~0u}, {kNamedUser, 6, user}, {4, 6, ~0u}, {16, 6, ~0u}, {32, 0, ~0u}};
   std::string acl(reinterpret_cast<const char*>(&kAclVersion), sizeof kAclVersion);
   return acl.append(reinterpret_cast<const char*>(entries), sizeof entries);
 }
 
-// The platform's error number of what `action` throws, 0 when it throws nothing.
+// Returns the platform's error number of what `action` throws; 0 if it throws nothing.
 template <typename Action>
 LONG ErrorOf(const Action& action) {
   try {
@@ -53,7 +53,7 @@ LONG ErrorOf(const Action& action) {
   }
 }
 
-// Opens and gives the platform's error number, 0 for success.
+// Opens the file and returns the platform's error number; 0 for success.
 inline LONG OpenError(CFile* file, const char* path, UINT flags) {
   CFileException failure;
   return file->Open(path, flags, &failure) ? 0 : failure.m_lOsError;
@@ -64,21 +64,21 @@ inline LONG OpenError(const char* path, UINT flags) {
   return OpenError(&file, path, flags);
 }
 
-// The whole content of a file just opened.
+// Returns the whole content of a file just opened.
 inline std::string ContentOf(CFile* file) {
   std::string content(static_cast<std::size_t>(file->GetLength()), '\0');
   content.resize(file->Read(content.data(), static_cast<UINT>(content.size())));
   return content;
 }
 
-// The content of what a path leads to, or "error" and the number when it cannot be opened.
+// Returns the content of the file at a path, or "error" and the number if it cannot be opened.
 inline std::string Content(const std::string& path) {
   CFile file;
   const LONG error = OpenError(&file, path.c_str(), kReadShared);
   return error == 0 ? ContentOf(&file) : "error " + std::to_string(error);
 }
 
-// The current directory is the folder of drive D, in which every user may create files and read those of the others.
+// The current directory is the folder of drive D. Every user may create files there and read those of other users.
 class FilesTest : public testing::Test {
  protected:
   FilesTest() {

@@ -1,17 +1,17 @@
-// Plays the sessions of sessions/*.txt. Each tells one subject of the file class step by step, in a folder of its own
+// Plays the sessions of sessions/*.txt. Each shows one subject of the file class step by step, in a folder of its own
 // that is drive D and the current directory.
 //
-// A line that begins at the margin is prose. Four blanks before a line make it a step: a command, its arguments
-// (between apostrophes where they hold blanks) and, after "->", what it answers. What fails answers "error" and the
-// platform's number; a step without an answer succeeds and has nothing to tell. Commands in small letters are the
-// host's. Those with a capital are the platform's: they take the platform's paths, and Open keeps a file open for the
-// steps after it. <FF> in a step stands for that byte, which is not UTF-8, and <x*250> for so many letters.
+// A line that begins at the margin is prose. A line indented by four blanks is a step: a command, its arguments (in
+// apostrophes if they contain blanks) and, after "->", the answer. A command that fails answers "error" and the
+// platform's number; a step without an answer must succeed and return nothing. Commands in lower case are the host's.
+// Those with a capital are the platform's: they take the platform's paths, and Open keeps a file open for the steps
+// after it. <FF> in a step stands for that byte, which is not UTF-8, and <x*250> for that many letters.
 //
-// "why" before one of the platform's has it fail, and answers what the failure is explained with; the folder of home
-// and drive is left out of that, and N is the number of a process.
+// "why" before a platform command expects it to fail and answers the explanation, without the folder of home and drive,
+// and with N for the number of a process.
 //
-// "elsewhere" before a step has another process do it, and "as other" one of another user. That process ends after the
-// step as if it was killed: what it has open is not closed.
+// "elsewhere" before a step runs it in another process, "as other" in a process of another user. That process ends
+// after the step as if killed, without closing its files.
 #include <sys/xattr.h>
 
 #include <cerrno>
@@ -29,7 +29,7 @@ namespace {
 
 using Clock = fs::file_time_type::clock;
 
-// A way to open a file and what goes with it, as in "create+must-be-new".
+// Parses a mode and its flags, as in "create+must-be-new".
 UINT ModeOf(const std::string& text) {
   static const std::map<std::string, UINT> kFlags = {{"read", kReadShared},
                                                      {"hold", kReadExclusive},
@@ -61,7 +61,7 @@ void Grant(const std::string& user, const std::string& file, const char* attribu
   EXPECT_EQ(setxattr(file.c_str(), attribute, acl.data(), acl.size(), 0), 0) << strerror(errno);
 }
 
-// The users whom the list of a file names, each with what it permits.
+// Returns the users in the access control list of a file, each with its permissions.
 std::string Granted(const std::string& file) {
   char acl[1024];
   const ssize_t size = getxattr(file.c_str(), "system.posix_acl_access", acl, sizeof acl);
@@ -99,7 +99,7 @@ std::string Joined(const Names& names, const char* separator = " ") {
   return text;
 }
 
-// Folders with a slash in front.
+// Returns the names found, folders with a slash in front.
 std::string Find(const std::string& pattern) {
   Names names;
   _finddata_t found;
@@ -110,7 +110,7 @@ std::string Find(const std::string& pattern) {
   return Joined(names);
 }
 
-// A line with what cannot stand in it.
+// Replaces the placeholders for what a line cannot contain.
 std::string Expanded(std::string line) {
   static const std::regex kLetters("<x\\*([0-9]+)>");
   for (std::size_t at = line.find("<FF>"); at != line.npos; at = line.find("<FF>"))
@@ -122,7 +122,7 @@ std::string Expanded(std::string line) {
 
 class SessionTest : public FilesTest, public testing::WithParamInterface<std::string> {
  protected:
-  // What a step answers.
+  // Runs a step and returns its answer.
   std::string Do(const std::string& step) {
     std::istringstream in(step);
     std::string command, a, b;
@@ -163,7 +163,7 @@ class SessionTest : public FilesTest, public testing::WithParamInterface<std::st
   }
 
   const std::string root_ = fs::canonical(home_.Home()).parent_path();
-  CFile file_;  // the one that is open
+  CFile file_;  // the open file
   std::string answer_;
   SystemCalls::Failures failures_;  // steps that fail in the next command
   Names steps_;                     // by which the last command changed files

@@ -1,5 +1,5 @@
-// What processes and users notice of each other. Share modes: between any two openers, in any order, from any process,
-// also at the very same moment; the names of folders; rights.
+// How processes and users affect each other: share modes between any two openers, in any order, from any process, also
+// at the very same moment; the names of folders; rights.
 #include <sched.h>
 #include <sys/xattr.h>
 
@@ -30,7 +30,7 @@ bool Denies(UINT holder, UINT opener) {
   return (deniesReading && reads) || (deniesWriting && Writes(opener));
 }
 
-// What the platform says about any two openers.
+// Returns whether the platform lets two openers share a file.
 bool Compatible(UINT a, UINT b) {
   return !Denies(a, b) && !Denies(b, a);
 }
@@ -46,18 +46,18 @@ std::vector<UINT> AllModes() {
 
 struct Contender {
   UINT flags;
-  bool asNobody = false;  // who may not write to the superuser's files
+  bool asNobody = false;  // a user who may not write the superuser's files
 };
 
-// Lets two processes open one file at the same moment, many times over. Fails the test when the platform would not have
-// let it end so.
+// Lets two processes open one file at the same moment, many times. Fails the test if the platform would not allow an
+// outcome.
 void Race(const std::array<Contender, 2>& contenders, bool fileExists = true) {
   struct State {
     std::atomic<int> arrivals;
     std::array<std::atomic<LONG>, 2> errors;
   };
   const SharedMemory<State> state;
-  // Waits until the other one is as far.
+  // Waits until the other process gets here.
   const auto meet = [&] {
     const int both = (state->arrivals++ / 2 + 1) * 2;
     while (state->arrivals < both)
@@ -68,13 +68,13 @@ void Race(const std::array<Contender, 2>& contenders, bool fileExists = true) {
     const auto creators = std::count_if(contenders.begin(), contenders.end(),
                                         [](Contender c) { return (c.flags & CFile::modeCreate) != 0; });
     if (!fileExists && creators == 0) return winner == 2 && loser == 2;
-    // Where only one creates the file, the other may come before it is there.
+    // If only one process creates the file, the other one may come before the file exists.
     if (!fileExists && creators == 1 && loser == 2) return winner == 0;
     return winner == 0 && loser == (Compatible(contenders[0].flags, contenders[1].flags) ? 0 : 32);
   };
   support::AtOnce(2, [&](unsigned self) {
     if (contenders[self].asNobody) support::BecomeUser(kNobody);
-    alarm(120);  // the other one may have given up
+    alarm(120);  // the other process may have given up
     const int rounds = support::LongTests() ? 10000 : 300;
     for (int round = 0; round < rounds; ++round) {
       meet();
@@ -83,7 +83,7 @@ void Race(const std::array<Contender, 2>& contenders, bool fileExists = true) {
       CFile file;
       const char* const name = self == 1 && round % 2 == 1 ? "File.Dat" : "FILE.DAT";
       state->errors[self] = OpenError(&file, name, contenders[self].flags);
-      // The file is kept until both have tried.
+      // Keeps the file open until both have tried.
       meet();
       ASSERT_TRUE(isRight()) << contenders[0].flags << " gave " << state->errors[0] << ", " << contenders[1].flags
                              << " gave " << state->errors[1] << (fileExists ? "" : ", no file");
@@ -107,7 +107,7 @@ class SharingTest : public FilesTest, public testing::WithParamInterface<UINT> {
     const std::size_t descriptorsBefore = descriptors();
     for (const UINT wanted : wantedModes)
       EXPECT_EQ(OpenError("FILE.DAT", wanted), Compatible(held, wanted) ? 0 : 32) << held << ' ' << wanted;
-    // A process may give up the watcher that it inherited and get none of its own.
+    // A process may close the watcher that it inherited and get none of its own.
     EXPECT_LE(descriptors(), descriptorsBefore);
   }
 };
@@ -164,9 +164,10 @@ TEST_F(SharingTest, TwoOpenersAtTheSameMomentOfWhomOneMayOnlyRead) {
   }
 }
 
-// Many short openings, so that every step of one meets every step of another, and files come and go under the openers.
+// Opens files briefly and often, so that every step of one opener meets every step of another, and files come and go
+// meanwhile.
 TEST_F(SharingTest, AHolderIsAloneAndHasTheFileOfTheNameWhateverOthersDo) {
-  // In memory, where no waiting for a disk lies between the steps.
+  // In memory, so that no step waits for a disk.
   if (!fs::is_directory("/dev/shm")) GTEST_SKIP() << "needs a folder in memory";
   setenv("TMPDIR", "/dev/shm", 1);
   const support::TempFolder folder;
@@ -236,7 +237,7 @@ TEST_F(FoldersTest, FoldersThatCannotBeWatchedAreReadAnew) {
     fs::remove("A.DAT");
   }
   EXPECT_TRUE(isRead);
-  // A folder that has been left alone for a while is taken to be as it was read; until it changes.
+  // The cached names of a folder that has been quiet for a while are used until it changes.
   WriteFile("A.DAT", "a");
   EXPECT_TRUE(support::WaitUntil([&] {
     isRead = false;
@@ -267,7 +268,7 @@ TEST_F(FoldersTest, AFileStaysWithItsModeAndItsGroupOrTheGroupLosesIt) {
     EXPECT_EQ(status.st_mode & 0777, isMember ? 0666U : 0606U);
   }
 
-  // Of a file that a list shares, the former owner is one of the list's users.
+  // If a file has an access control list, replacing it adds the former owner to the list.
   WriteFile("Listed.RXL", "old");
   ASSERT_EQ(chown("Listed.RXL", kOther, kOther), 0);
   const std::string list = AclWith(kNobody);

@@ -1,4 +1,4 @@
-// The history: names of versions, what is kept of a changed file, the limits, and folders that are none.
+// The history: names of versions, what is kept of a changed file, the limits, and unsuitable folders.
 #include "history/history.h"
 
 #include <sys/stat.h>
@@ -64,7 +64,7 @@ class KeeperTest : public testing::Test {
     ASSERT_EQ(RegSetValueExA(key.Get(), name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), sizeof value), 0);
   }
 
-  // Writes a file as one operation, in the place of what is there.
+  // Writes a file as one operation, replacing what is there.
   void Write(const std::string& name, const std::string& bytes,
              UINT flags = CFile::modeCreate | CFile::modeReadWrite | CFile::shareExclusive) {
     keeper_.Begin({.method = "Grava", .module = "CT", .component = "01"});
@@ -75,14 +75,14 @@ class KeeperTest : public testing::Test {
     file.Close();
   }
 
-  // All but those of files that were new.
+  // Returns all versions except those that mark new files.
   std::vector<Version> Versions() const {
     std::vector<Version> versions = history::FindVersions(History(), "ct", "01", nullptr);
     std::erase_if(versions, [](const Version& one) { return one.after == After::made; });
     return versions;
   }
 
-  // What the versions hold, the oldest first.
+  // Returns the contents of the versions, the oldest first.
   std::vector<std::string> Kept() const {
     std::vector<std::string> contents;
     for (const Version& version : Versions())
@@ -171,11 +171,11 @@ TEST_F(KeeperTest, TheOldestGoFirstAndWhatIsStillTheFileIsNone) {
   Write("CT01A.RXL", "new");
   const std::vector<std::string> kept = Kept();
   EXPECT_EQ(std::count(kept.begin(), kept.end(), "live"), 1);
-  EXPECT_EQ(kept.front(), "26");  // sixteen at once
+  EXPECT_EQ(kept.front(), "26");  // sixteen are removed at once
   EXPECT_EQ(kept[kept.size() - 2], "39");
 }
 
-// However often an operation writes a file, and however low the limit is: what was there when it began comes back.
+// However often an operation writes a file, and however low the limit is, what the operation found is kept.
 TEST_F(KeeperTest, AnOperationKeepsWhatItHasFound) {
   Limit("HistoricoVersoes", 1);
   Enter(History());
@@ -208,7 +208,7 @@ TEST_F(KeeperTest, AFolderThatIsNoneStopsNothing) {
     Write("CT01A.RXL", "two");
     EXPECT_THAT(keeper_.TakeTrouble(), HasSubstr(folder.string()));
   }
-  // A link within the history leads where its maker wants it, and is not followed.
+  // A link within the history may lead anywhere, so it is not followed.
   fs::create_directories(home_.Data() / "elsewhere" / "01" / "A");
   fs::create_directory_symlink(home_.Data() / "elsewhere", History() / "CT");
   Enter(History());

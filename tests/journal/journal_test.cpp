@@ -1,5 +1,5 @@
-// The journal: what stands in a line, what becomes of one that cannot be written, and processes that append and rotate
-// at once while they are stopped and killed.
+// The journal: the content of a line, lines that cannot be written, and processes that append and rotate at once while
+// some are stopped and killed.
 #include "journal/journal.h"
 
 #include <sys/socket.h>
@@ -77,7 +77,7 @@ class JournalTest : public testing::Test {
 
   std::filesystem::path File(const char* name = "journal.jsonl") const { return home_.Home() / name; }
 
-  // The trouble, if any.
+  // Returns the trouble, if any.
   static std::string Append(journal::Writer& writer, std::string_view model, std::string_view reason = {}) {
     writer.Append({.model = model, .reason = reason});
     return writer.Trouble();
@@ -94,7 +94,7 @@ class JournalTest : public testing::Test {
     }
   }
 
-  // The models of all whole lines.
+  // Returns the models of all complete lines.
   static std::vector<std::string> Models() {
     std::vector<std::string> models;
     journal::Reader reader(Home());
@@ -183,7 +183,7 @@ TEST_F(JournalTest, ALineIsOneWriteAndNoFlush) {
   EXPECT_THAT(calls, ElementsAre("statx", "write"));
 }
 
-// What keeps lines from being written is told, and nothing waits for it or changes it.
+// Obstacles to writing are reported. The writer neither waits for them nor changes them.
 TEST_F(JournalTest, WhatLiesInItsPlaceIsLeftAlone) {
   support::WriteFile(File("elsewhere"), "");
   const std::map<std::string, std::function<void()>> obstacles = {
@@ -235,7 +235,7 @@ TEST_F(JournalTest, MissingRightsAndFoldersAreTold) {
   expect("No such file or directory");
 }
 
-// Root writes as the home's owner. Where a group may write the home, its members have one journal.
+// Root writes as the home's owner. If a group may write the home, its members share one journal.
 TEST_F(JournalTest, BelongsToTheOwnersOfTheHome) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root";
   permissions(home_.Home().parent_path(), std::filesystem::perms{0755});
@@ -256,7 +256,7 @@ TEST_F(JournalTest, BelongsToTheOwnersOfTheHome) {
   EXPECT_EQ(Models().size(), 3U);
 }
 
-// A full disk takes a part of a line, or nothing. Lines of this process and of others stay whole.
+// A full disk takes a part of a line, or nothing. Other lines, of this process and of others, stay complete.
 TEST_F(JournalTest, FragmentsRuinNoOtherLine) {
   journal::Writer writer(Home());
   EXPECT_EQ(Append(writer, "first"), "");
@@ -311,7 +311,7 @@ TEST_F(JournalTest, SettingsComeFromTheRegistry) {
   set(kFewestBytes - 1, 100, 2);
   expect(8 << 20, 4, false);
 
-  // A running writer follows, and the system log gets what the journal does not take.
+  // A running writer follows the settings. The system log also gets lines that the journal cannot take.
   journal::Writer writer(Home());
   EXPECT_EQ(Append(writer, "silent"), "");
   EXPECT_THAT(SystemLog(), IsEmpty());
@@ -327,8 +327,8 @@ TEST_F(JournalTest, SettingsComeFromTheRegistry) {
   EXPECT_THAT(SystemLog().back(), HasSubstr("lost"));
 }
 
-// A process may be stopped before any of its calls while another one fills file after file; in the middle of a
-// rotation, one file.
+// A process may be stopped before any of its calls while another one fills file after file, or one file if it is
+// stopped during a rotation.
 TEST_F(JournalTest, StoppedProcessLosesNoLine) {
   using std::string_view;
   Set("DiarioBytes", kFewestBytes);
@@ -410,19 +410,20 @@ TEST_F(JournalTest, KilledRotationLosesNoFile) {
 // ---- Many processes ------------------------------------------------------------------------------------------------
 
 constexpr unsigned kWriters = 8;
-constexpr unsigned kMostWriters = 4000;  // with those that take the place of killed ones
+constexpr unsigned kMostWriters = 4000;  // including replacements of killed ones
 
 struct Books {
   std::array<std::atomic<unsigned>, kMostWriters> written{};
   std::atomic<int> read{0};
-  std::atomic<int> total{0};  // less than there are, where a process was killed before it counted its line
+  std::atomic<int> total{0};  // may be too low if a process was killed before it counted its line
   std::atomic<unsigned> lost{0};
   std::atomic<bool> closed{false};
 };
 
 class JournalOfMany : public JournalTest {
  protected:
-  // Processes append and rotate; one is stopped for a while, one is killed and replaced. `look` is called all the time.
+  // Runs processes that append and rotate; stops one for a while, and kills and replaces one. Calls `look` all the
+  // time.
   void Run(unsigned older, int mostAhead, const std::function<void()>& look) {
     Set("DiarioBytes", kFewestBytes);
     Set("DiarioArquivos", older);
@@ -466,7 +467,7 @@ class JournalOfMany : public JournalTest {
     });
   }
 
-  // Enters a line; fails when it was there before, or is not whole and no killed writer can have left it so.
+  // Enters a line. Fails if it was there before, or if it is a fragment that no killed writer can have left.
   void Enter(std::string_view line) {
     const json entry = json::parse(line, nullptr, false);
     if (entry.is_discarded()) {
@@ -487,7 +488,7 @@ class JournalOfMany : public JournalTest {
   std::map<unsigned, std::vector<bool>> seen_;  // by writer and number
 };
 
-// More files are kept than the reader can fall behind.
+// Keeps more files than the reader can fall behind.
 TEST_F(JournalOfMany, EveryLineIsThereOnce) {
   journal::Reader reader(Home());
   unsigned rotations = 0;
@@ -503,7 +504,7 @@ TEST_F(JournalOfMany, EveryLineIsThereOnce) {
     const std::vector<bool>& seen = seen_[i];
     for (unsigned number = 1; number <= books_->written.at(i); ++number)
       ASSERT_TRUE(number < seen.size() && seen[number]) << "lost: line " << number << " of writer " << i;
-    // Killed between the line and its entry in the books.
+    // A writer may be killed between a line and its entry in the books.
     ASSERT_LE(seen.size(), books_->written.at(i) + 2);
   }
   EXPECT_THAT(reader.Troubles(), IsEmpty());
@@ -519,7 +520,7 @@ TEST_F(JournalOfMany, WhatIsKeptIsWhole) {
   journal::Reader reader(Home());
   reader.ReadNew([this](std::string_view line) { Enter(line); });
   EXPECT_FALSE(seen_.empty());
-  // What a killed or stopped process had kept from being deleted goes with the next rotations.
+  // The next rotations delete what a killed or stopped process had kept from being deleted.
   journal::Writer writer(Home());
   const std::string reason(512, 'x');
   for (unsigned bytes = 0; bytes < 2 * kFewestBytes; bytes += 600)

@@ -1,5 +1,5 @@
-// hold FILE COMMAND [ARGUMENT]...: runs a command while this process has the file open for itself alone, as a program
-// does that edits it. FILE is a path of the desktop. The status is the command's, or 1 when the file cannot be had.
+// hold FILE COMMAND [ARGUMENT]...: runs a command while this process has the file open exclusively, as a program that
+// edits it does. FILE is a path of the desktop. Exits with the command's status, or 1 if it cannot open the file.
 #include <unistd.h>
 
 #include <cstdio>

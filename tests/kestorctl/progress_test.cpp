@@ -13,7 +13,7 @@
 
 namespace {
 
-// What is shown when a call tells of `steps` steps, each as soon as that is due.
+// Returns what is shown when a call reports `steps` steps, each as soon as a display is due.
 std::string Shown(std::size_t steps) {
   int terminal = -1;
   int end = -1;
@@ -30,7 +30,8 @@ std::string Shown(std::size_t steps) {
   });
   EXPECT_EQ(call.Wait(), 0);
   close(end);
-  // A terminal hands over what was written in pieces, and answers EIO once all of it is read and nobody holds its end.
+  // A terminal returns what was written in pieces, and EIO once all of it is read and no process has its other end
+  // open.
   std::string shown;
   std::array<char, 100> piece{};
   for (ssize_t size = 0; (size = read(terminal, piece.data(), piece.size())) > 0;)

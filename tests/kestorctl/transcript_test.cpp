@@ -1,7 +1,7 @@
-// Runs the transcripts, the text files of transcripts/. Each documents one subject as a user meets it: a session at a
-// shell with the real program and the real server, in a folder and with a home of its own.
+// Runs the transcripts, the text files of transcripts/. Each documents one subject as a user sees it: a shell session
+// with the real program and the real server, with a folder and a home of its own.
 //
-// A line that begins at the margin is prose. Four blanks before a line make it part of the session:
+// A line that begins at the margin is prose. A line indented by four blanks is part of the session:
 //
 //     $ COMMAND    a command of /bin/sh, run in the folder of the transcript with an empty standard input
 //     > MORE       the next line of the command
@@ -15,8 +15,8 @@
 // for a program that holds a file while it runs a command (hold.cpp). After a line "Only where: COMMAND" a transcript
 // ends where that command fails.
 //
-// The tour of README.md is a transcript too, written as a terminal shows it: without the marks "!" and "?", with $? of
-// the last command, and with kFolder and kServer for the folder and the server's executable.
+// The tour of README.md is a transcript too, written as a terminal shows it: without the marks "!" and "?", with $? for
+// the status of the last command, and with kFolder and kServer for the folder and the server's executable.
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -93,7 +93,7 @@ class Transcript : public testing::TestWithParam<std::string> {
     unsetenv("KESTOR_SERVER");
   }
 
-  // Ends what still runs in a home of the session, also in one that a command has removed or damaged.
+  // Ends processes that still run in a home of the session, even one that a command has removed or damaged.
   ~Transcript() override {
     for (const fs::directory_entry& process : fs::directory_iterator("/proc")) {
       std::ifstream file(process.path() / "environ");
@@ -114,7 +114,7 @@ class Transcript : public testing::TestWithParam<std::string> {
     return support::Child([&script] { return execl("/bin/sh", "sh", "-c", script.c_str(), nullptr); }).Wait();
   }
 
-  // What the command prints, as a transcript has it.
+  // Runs the command and returns what it prints, in the form of a transcript.
   Lines Outcome(const std::string& command) {
     status_ = Run(command);
     Lines lines = Split(support::ReadFile(Path("output")));
@@ -138,7 +138,7 @@ class Transcript : public testing::TestWithParam<std::string> {
 
   int status_ = 0;  // of the last command
   const support::TempFolder folder_;
-  std::string run_ = "/tmp/kestor-test-XXXXXX";  // short wherever the others lie: so are the paths of sockets
+  std::string run_ = "/tmp/kestor-test-XXXXXX";  // short, whatever TMPDIR is, because socket paths must be short
 };
 
 TEST_P(Transcript, Holds) {

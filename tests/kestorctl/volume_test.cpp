@@ -1,4 +1,4 @@
-// What keeps several machines from sharing a volume, as its mount shows.
+// Reasons, as seen in its mount, why several machines cannot share a volume.
 #include "volume.h"
 
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-// Stores of both generations in this process, on a reports folder and a module folder of their own.
+// Stores of both generations in this process, with a reports folder and a module folder of their own.
 #pragma once
 
 #include <cstring>
@@ -8,7 +8,7 @@
 #include "../store/store_fixture.h"
 #include "legacy/repositorio_rel.h"
 
-// The names of the models, or the result as text when it is not S_OK.
+// Returns the names of the models, or the result as text if it is not S_OK.
 inline std::string Listed(IZNPL_Rel& rel) {
   BSTR names = nullptr;
   const HRESULT result = rel.BuscaNomeRelatoriosExistentes(&names);
@@ -47,7 +47,7 @@ class LegacyTest : public StoreTest {
         rel.Inicializa(support::Text(u"Norvela"), support::Text(module), support::Text(component)));
   }
 
-  // Reads and hands over a model; the result of either call when it is not S_OK.
+  // Reads a model and returns its content, or the result of the call that is not S_OK.
   static std::string Read(IZNPL_Rel& rel, const std::u16string& name) {
     LONG size = -1;
     HRESULT result = rel.BuscaTamanhoRelatorio(support::Text(name), &size);
@@ -63,7 +63,7 @@ class LegacyTest : public StoreTest {
                                                  reinterpret_cast<unsigned char*>(content.data())));
   }
 
-  // A filter is the bytes of its entries. One without entries is what a new one is until it is first written.
+  // Returns the bytes of a filter's entries. A new filter has no entries until it is first written.
   static std::string ReadFilter(IZNPL_Rel& rel, const std::u16string& name) {
     tagFILTRO_RELATORIO* filter = nullptr;
     const HRESULT result = rel.LeFiltroRelatorio(support::Text(name), &filter);

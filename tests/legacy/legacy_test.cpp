@@ -1,5 +1,5 @@
-// The first generation's store in this process, on real files: what its calls keep for one another, files in other
-// hands, and its lifetime. The files themselves are shown by the transcripts of kestorctl.
+// The first generation's store in this process, on real files: state between calls, files that others have open, and
+// its lifetime. The transcripts of kestorctl show the files themselves.
 #include <cerrno>
 #include <gmock/gmock.h>
 
@@ -50,7 +50,7 @@ TEST_F(FirstGeneration, WhatIsPendingIsHandedOverOnce) {
   EXPECT_EQ(std::int32_t{fields[1].iCod}, 2);
   EXPECT_EQ(std::int32_t{fields[2].iCod}, 0);
 
-  // What cannot be opened leaves what is pending; a catalogue that can takes a model's content away.
+  // A catalogue that cannot be opened leaves the pending content; one that can be opened replaces a model's content.
   ASSERT_EQ(readModel(), S_OK);
   EXPECT_EQ(ResultCode(rel_->BuscaTamanhoRelatorio(Text(u"None"), &count)), "0x00040001");
   EXPECT_EQ(count, 0);
@@ -70,7 +70,7 @@ TEST_F(FirstGeneration, WhatIsPendingIsHandedOverOnce) {
 
 TEST_F(FirstGeneration, WhatNoCallCarriesIsNeitherReadNorWritten) {
   ASSERT_EQ(Write(*rel_, u"M", "old"), kOk);
-  unsigned char byte = 0;  // more of them than a call carries back are not even looked at
+  unsigned char byte = 0;  // a count beyond what a call can return: the bytes are never read
   EXPECT_EQ(rel_->GravaRelatorio(Text(u"M"), 1, 134'213'633, &byte), E_INVALIDARG);
   EXPECT_EQ(Read(*rel_, u"M"), "old");
   tagREG_RELEXPORTACAO withoutItems = {};
@@ -110,7 +110,7 @@ TEST_F(FirstGeneration, WhatNeedsInitialisation) {
   EXPECT_EQ(support::Names(Reports()), (Names{"ct012A.REL", "ct012B.REL"}));
   EXPECT_EQ(answers(), (Names{"A|B", "", kOk}));
 
-  // A failure takes the folders away and leaves the codes.
+  // A failure clears the folders and leaves the codes.
   EXPECT_EQ(Initialise(*rel, u"FS", u"01"), "0x80043F59");
   EXPECT_THAT(answers(), Each("0x80040007"));
   support::SetRegistryText("SOFTWARE\\Norvela", "Relatorios", "");
@@ -130,7 +130,7 @@ TEST_F(FirstGeneration, ModelsInOtherHands) {
   EXPECT_EQ(Write(*rel_, u"A", "new", false), "0x00040004");
   EXPECT_EQ(Read(*rel_, u"A"), "old");
 
-  // Another station takes the name at the last moment, and its model cannot be seen yet.
+  // Another station takes the name at the last moment, and its model is not visible yet.
   const support::SystemCalls system("rename2 hidden CT01New.REL", EEXIST);
   EXPECT_EQ(Write(*rel_, u"New", "new", false), "0x80040006");
   EXPECT_EQ(support::Names(Reports()), Names{"CT01A.REL"});
