@@ -1,5 +1,5 @@
-// The markup component: what is written is XML and comes back, and what is large is read. Encodings, and what is no
-// document, are shown by the transcript documents_from_elsewhere.txt of kestorctl.
+// The markup component: output is XML that can be read back, and large documents can be read. The transcript
+// documents_from_elsewhere.txt of kestorctl shows encodings and content that is no document.
 #include <functional>
 #include <libxml/xmlreader.h>
 #include <random>
@@ -16,7 +16,7 @@ class MarkupTest : public DocumentTest {};
 
 // ---- Writing -------------------------------------------------------------------------------------------------------
 
-// What comes of the steps of a writer.
+// Returns what the steps of a writer produce.
 std::string Written(std::function<void(IEscritorMarcacao&)> steps) {
   struct Steps : CDocRelatorio {
     void EscreveMarcacao(IEscritorMarcacao& writer) const override { steps(writer); }
@@ -32,7 +32,7 @@ ComPtr<IAtributosMarcacao> NewList() {
   return list;
 }
 
-// The elements of a document with their attributes, as a parser of another make finds them: "0 relatorio versao=1".
+// Returns the elements of a document with their attributes, as another XML parser finds them: "0 relatorio versao=1".
 std::string Outline(const std::string& document) {
   const std::unique_ptr<xmlTextReader, decltype(&xmlFreeTextReader)> reader(
       xmlReaderForMemory(document.data(), static_cast<int>(document.size()), nullptr, nullptr, XML_PARSE_NONET),
@@ -51,7 +51,7 @@ std::string Outline(const std::string& document) {
   return outline;
 }
 
-// A value in UTF-8, with the control characters that XML cannot hold as private-use characters.
+// Returns a value in UTF-8, with private-use characters for the control characters that XML cannot hold.
 std::string Utf8(const std::string& value) {
   std::string utf8;
   for (const char c : value) {
@@ -99,8 +99,8 @@ TEST_F(MarkupTest, AnotherParserFindsWhatIsWritten) {
   }
 }
 
-// Of a document in which anything went wrong, nothing reaches the stream, although the results are ignored. A step is
-// an element that begins, with the attributes x and what follows "@", or that ends.
+// If anything goes wrong in a document, nothing reaches the stream, even though the results are ignored. A step starts
+// an element, with the attributes x and the text after "@", or ends one.
 TEST_F(MarkupTest, BrokenDocumentsAreNotWritten) {
   const std::pair<const char*, bool> cases[] = {{"a@y b /b /a", true}, {"", false},          {"a", false},
                                                 {"a /a a /a", false},  {"a b /a /b", false}, {"1a /1a", false},
@@ -129,14 +129,14 @@ TEST_F(MarkupTest, BrokenDocumentsAreNotWritten) {
 
 constexpr const char* kBegin = "<relatorio dataInicial='' dataFinal='' nome='";
 
-// The name that the document bears, or why it is refused.
+// Returns the name in the document, or why it is refused.
 std::string Read(const std::string& content) {
   CDocRelatorio document;
   std::string reason;
   return Load(document, content, 1, &reason) ? "read: " + document.nome : reason;
 }
 
-// Length costs no more than in proportion, which would take minutes otherwise, and depth nothing.
+// Time grows in proportion to length, otherwise the test would take minutes. Depth costs nothing.
 TEST_F(MarkupTest, HugeDocumentsAreReadInProportion) {
   const auto repeated = [](int times, const std::string& text) {
     std::string all;

@@ -1,4 +1,4 @@
-// The three interfaces, carried over a socket to objects that note what reaches them.
+// The three interfaces, carried over a socket to objects that record what reaches them.
 #include <fstream>
 #include <gmock/gmock.h>
 #include <sstream>
@@ -19,8 +19,8 @@ using payloads::Payload;
 constexpr HRESULT kNotice = kestor::NoticeForm(KESTOR_ARQ_NAO_EXISTE);
 constexpr HRESULT kFailure = kestor::ErrorForm(KESTOR_PROBLEMAS_AO_LER);
 
-// Calls go two ways: as a payload that is sent to the server; and through a proxy, on which a stub of the client's own
-// makes the call, so that every argument passes through the hands of a client.
+// Makes calls in two ways: as a payload that is sent to the server; and through a proxy that a stub in the client
+// calls, so that every argument passes through a client.
 class MarshalTest : public testing::Test {
  protected:
   template <typename Interface = IUnknown>
@@ -45,15 +45,16 @@ class MarshalTest : public testing::Test {
     return {result, std::string(payload, out.PayloadBytes())};
   }
 
-  // What the object has noted of a call.
+  // Returns what the object has noted of a call.
   std::string Noted() { return std::exchange(script_.noted, ""); }
 
-  // S_OK when a method may be called with these arguments. The last letter of the request's shape has the array.
+  // Returns S_OK if a method may be called with these arguments. The last letter of the request's shape stands for the
+  // array.
   static HRESULT Refusal(const Method& method, const Content& in) {
     const char last = method.request.empty() ? 't' : method.request.back();
     if (last == 'b' && in.count < 0) return E_INVALIDARG;
     if (last == 'F' && in.hasRecord == 0) return E_POINTER;
-    // A renumbering of fewer than no pairs is one of none.
+    // A negative number of pairs means none.
     const bool hasItems = last == 'p' ? in.count > 0 : in.count != 0 && strchr("bcEF", last) != nullptr;
     return hasItems && in.hasArray == 0 ? E_POINTER : S_OK;
   }
@@ -95,8 +96,8 @@ TEST_F(MarshalTest, CarriesWhateverGoesInAndComesOut) {
       if (expected == S_OK) expected = result;
       Content answer = out;
       if (method.request == "n") {
-        // A buffer of the client has as many items as it asks for, and is filled by success alone. A count that no
-        // answer has room for means something to the method alone, which gets no buffer with it.
+        // A client's buffer has as many items as it asks for, and only success fills it. A count beyond what an answer
+        // can hold reaches only the method, without a buffer.
         const bool isFilled = SUCCEEDED(result) && in.count >= 0 && in.count <= 65535;
         if (SUCCEEDED(result) && !isFilled) expected = E_OUTOFMEMORY;
         answer.count = isFilled ? in.count : 0;
@@ -104,14 +105,14 @@ TEST_F(MarshalTest, CarriesWhateverGoesInAndComesOut) {
       const Outcome outcome = {expected, Payload(method.answer, answer)};
       EXPECT_TRUE(Send(method, request) == outcome);
       EXPECT_TRUE(Noted() == noted);
-      if (in.count > 65535) continue;  // a client has no room for so many
+      if (in.count > 65535) continue;  // a client cannot have such a buffer
       EXPECT_TRUE(CallProxy(method, request) == outcome);
       EXPECT_TRUE(Noted() == noted);
     }
   }
 }
 
-// The recorders speak through the same code as the clients, which must not agree on a language of its own.
+// Checks the places of arguments independently: recorders and clients share code, which could agree on a wrong format.
 TEST_F(MarshalTest, ArgumentsHaveTheirPlacesInTheProtocol) {
   std::vector<tagREG_RELEXPORTACAO_ITEM> items(3);
   payloads::Fill(items.data(), items.size() * sizeof items[0]);
@@ -159,9 +160,9 @@ TEST_F(MarshalTest, ThreadsShareAProxyWhichGoesWithItsLastReference) {
   EXPECT_TRUE(support::WaitUntil([this] { return script_.objects == 1; }));
 }
 
-// A client that only gets a result finds null, zero, and its own buffer as it was.
+// A client that gets only a result finds null, zero, and its own buffer unchanged.
 TEST_F(MarshalTest, FailuresLeaveNothingInTheClientsHands) {
-  // A method for each kind of argument that is handed out.
+  // One method for each kind of out-argument.
   const auto call = [this](REG_RELATORIO2** record, REG_ARRAY_RELATORIO2* names, BSTR* text, LONG* number, BYTE* byte) {
     return std::array{store_->Le(nullptr, record), store_->GetNomeRelatoriosDemonstracaoExcluidos(names),
                       store_->GetRelatorioPadrao(text), rel_->BuscaQdeCamposArquivo(number),
@@ -188,7 +189,7 @@ TEST_F(MarshalTest, FailuresLeaveNothingInTheClientsHands) {
   EXPECT_EQ(Noted(), "");
 }
 
-// Also of an object that has nothing of the kind.
+// This also holds for the answers of an object.
 TEST_F(MarshalTest, WhatNoFrameHoldsIsNotCarried) {
   std::vector<unsigned char> huge(channel::kMaxPayloadBytes);
   const auto all = static_cast<LONG>(huge.size());
@@ -203,8 +204,8 @@ TEST_F(MarshalTest, WhatNoFrameHoldsIsNotCarried) {
   EXPECT_EQ(rel_->BuscaRelatorio(all - 4, huge.data()), kFailure);
 }
 
-// Payloads of the shape with something after them, with presence bytes that are neither 0 nor 1, also where nothing
-// follows, cut short anywhere, or with a number anywhere that is too large.
+// Returns payloads of the shape with trailing bytes, with presence bytes that are neither 0 nor 1 (also where nothing
+// follows), cut short anywhere, or with a number anywhere that is too large.
 std::vector<std::string> Damaged(const std::string& shape) {
   const std::string payload = Payload(shape, {});
   std::vector<std::string> all = {payload + "x", Payload(shape, {.hasRecord = 2}), Payload(shape, {.hasArray = 0xFF}),
@@ -227,7 +228,7 @@ TEST_F(MarshalTest, RequestsThatLieReachNoObject) {
     const auto connection = channel_test::OpenObject(socket_, &method.iid);
     for (const std::string& request : Damaged(method.request)) {
       const auto [result, answer] = channel_test::Call(*connection, method.slot, request);
-      // What still reads as arguments may be a call with others.
+      // Damaged bytes may still decode as other arguments.
       EXPECT_TRUE(result == rpc::kBadStubData || request.size() == size);
       const bool isAnswerTooLong = method.request == "n" && result == E_OUTOFMEMORY;
       EXPECT_EQ(Noted(), result == S_OK || isAnswerTooLong ? method.name + request : "");
@@ -250,14 +251,14 @@ TEST_F(MarshalTest, AnswersThatLieReachNoClient) {
         out.CutPayload(4);
         out.Bytes(answer.data(), answer.size());
       };
-      // What still reads as an answer may be another one.
+      // Damaged bytes may still decode as another answer.
       const Outcome got = CallProxy(method, Payload(method.request, {}));
       EXPECT_TRUE(got == nothing || (got == Outcome{S_OK, answer} && answer.size() == size)) << method.name;
     }
   }
 }
 
-// The page's example: lines "client: 4b 53 …" and "server: …", in the order in which they are sent.
+// Checks the page's example: lines "client: 4b 53 …" and "server: …", in the order in which they are sent.
 TEST_F(MarshalTest, TheExampleOfTheProtocolPageIsTrue) {
   const channel_test::RawPeer client(socket_);
   std::ifstream page(PROTOCOL_PAGE);

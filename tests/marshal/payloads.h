@@ -1,4 +1,4 @@
-// What every method's requests and answers look like, from the protocol's side.
+// The form of every method's requests and answers, as the protocol defines it.
 #pragma once
 
 #include <algorithm>
@@ -11,7 +11,7 @@
 
 namespace payloads {
 
-// What the arguments of a call, or of an answer, are made of.
+// The values in the arguments of a call or an answer.
 struct Content {
   std::vector<std::optional<std::string>> texts = {"Vendas", "01", "Ltda"};  // their bytes
   LONG number = 0x01828384;
@@ -24,7 +24,7 @@ struct Method {
   const IID& iid;
   std::uint16_t slot;
   std::string name;
-  std::string request;  // the shapes of the payloads, as Payload reads them
+  std::string request;  // shapes of the payloads, as Payload reads them
   std::string answer;
 };
 
@@ -63,8 +63,8 @@ inline const Method& MethodOf(const IID& iid, std::string_view name) {
                        [&](const Method& method) { return method.iid == iid && method.name == name; });
 }
 
-// What stands before an array, a record without the pointer at its end or the count alone: its bytes, where in it the
-// count lies, the bytes of that, and the bytes of an item of the array.
+// What precedes an array, either a record without its final pointer or only the count: its size, the offset and size of
+// the count in it, and the size of an item of the array, in bytes.
 inline const std::map<char, std::array<std::size_t, 4>> kLayouts = {
     {'b', {4, 0, 4, 1}},        // bytes
     {'B', {4, 0, 4, 1}},        // bytes of which the method judges the count
@@ -77,14 +77,14 @@ inline const std::map<char, std::array<std::size_t, 4>> kLayouts = {
     {'M', {2, 0, 2, 256}},      // names
 };
 
-// Every place has a byte of its own, so that nothing can be shifted unnoticed.
+// Fills a block with bytes that vary by position, so that no shift goes unnoticed.
 inline void Fill(void* start, std::size_t count) {
   for (std::size_t i = 0; i < count; ++i)
     static_cast<unsigned char*>(start)[i] = static_cast<unsigned char>(i * 7 + i / 256 + 3);
 }
 
-// Builds a payload, a letter a field: t text; 1 2 4 number of that width, another one in every place; n count; d fields
-// and y bytes without a count; ? whether the record after it is there; and the arrays with what counts them.
+// Builds a payload, one letter for each field: t text; 1 2 4 number of that width, different in every place; n count; d
+// fields and y bytes without a count; ? presence of the record after it; and arrays with their counts.
 inline std::string Payload(const std::string& shape, const Content& content) {
   const auto count = static_cast<std::size_t>(content.count);
   std::string payload;

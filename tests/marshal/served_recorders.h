@@ -1,5 +1,5 @@
-// Objects of the three interfaces that note the calls they get, byte by byte as a call carries them, and answer what a
-// script tells them; and a server's end of their calls.
+// Objects of the three interfaces that record the calls they get, byte by byte as on the wire, and answer as a script
+// tells them; and the server's end of their calls.
 #pragma once
 
 #include <atomic>
@@ -19,12 +19,12 @@ struct Script {
   Content answer;
   std::function<void()> interrupt = [] {};  // runs inside the method; may throw
 
-  std::string noted;  // the last call: the method's name, and what came in
+  std::string noted;  // the last call: the method's name and its encoded arguments
   std::atomic<int> objects{0};
 };
 
-// A recorder is a client's half of an object without a connection: what came in is encoded for the note, and the
-// answer is decoded into the hands of the caller.
+// A recorder is the client half of an object without a connection: it encodes the arguments for the note, and decodes
+// the answer for the caller.
 template <typename Interface, const IID& iid>
 struct Recorder : com::CountedObject<Interface, iid> {
   explicit Recorder(Script& ofAll) : script(ofAll) {
@@ -47,7 +47,7 @@ struct Recorder : com::CountedObject<Interface, iid> {
     return marshal::TakeAnswer(script.result, out, arguments...);
   }
 
-  // Of a method that fills a buffer of the caller, which is null where no answer has room for the count.
+  // Serves a method that fills a buffer of the caller. The buffer is null if no answer has room for the count.
   template <typename Item>
   HRESULT FillBuffer(const char* name, LONG count, Item* buffer) {
     const HRESULT result = Answer(name, InValue(count));

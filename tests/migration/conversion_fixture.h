@@ -1,5 +1,4 @@
-// Models of the first generation as their clients write them, and a report store in this process that migrates them
-// into itself.
+// First-generation models as their clients write them, and a report store in this process that migrates them.
 #pragma once
 
 #include <array>
@@ -33,14 +32,14 @@ struct LegacyModel {
   std::string header = {}, footer = {}, closing = {};
   std::uint32_t firstDate = 0, lastDate = 0, totalsOnly = 0, bySheet = 0, reserved = 0, firstPage = 0, period = 0;
   std::uint32_t left = 0, top = 0, logo = 0;
-  std::array<Font, 4> fonts = {};  // of the header, the titles of columns, the details and the footer
+  std::array<Font, 4> fonts = {};  // of the header, the column titles, the details and the footer
   std::vector<Column> columns = {};
   std::vector<Filter> filters = {};
   std::vector<Key> keys = {};
   std::vector<Total> subtotals = {}, totals = {};
 };
 
-// A model's content in one of the layouts. Bytes that have no meaning are not zeros.
+// The content of a model in one of the layouts. Unused bytes are not zeros.
 class LegacyContent {
  public:
   LegacyContent(const LegacyModel& m, int layout) : layout_(layout) {
@@ -50,7 +49,7 @@ class LegacyContent {
   }
 
   std::string bytes;
-  std::set<std::size_t> ends;  // lengths at which the content may end without anything missing
+  std::set<std::size_t> ends;  // lengths at which the content may end and still be complete
 
  private:
   void Numbers(int width, std::initializer_list<std::size_t> numbers) {
@@ -81,7 +80,7 @@ class LegacyContent {
   void Record(const LegacyModel::Key& key) { Numbers(4, {key.code, key.separator}); }
   void Record(LegacyModel::Total code) { Numbers(2, {code, 0xA5A5}); }
 
-  // With a count of `countWidth` bytes in front; in layout 0 with a zero after them.
+  // Appends records, with a count of `countWidth` bytes in front, and in layout 0 with a zero after them.
   template <typename Records>
   void Section(const Records& records, int countWidth = 0) {
     Numbers(countWidth, {records.size()});
@@ -161,7 +160,7 @@ inline HRESULT MakeMigratingStore(kestor::Servidor& server, REFIID iid, void** o
   return kestor::CRepositorioRel2::Cria<kestor::CRepositorioRel2>(iid, object, server, Migrate);
 }
 
-// Lines of the field catalogue: code, alias and type.
+// Returns a line of the field catalogue with code, alias and type.
 inline std::string CatalogueLine(int code, const std::string& alias, char type) {
   std::string line(63, ' ');
   line.replace(0, 3, std::to_string(code));
@@ -170,7 +169,7 @@ inline std::string CatalogueLine(int code, const std::string& alias, char type) 
   return line + "\r\n";
 }
 
-// A file of export settings with its items.
+// Returns the content of an export settings file.
 inline std::string SettingsBytes(const std::vector<tagREG_RELEXPORTACAO_ITEM>& items, tagREG_RELEXPORTACAO head = {}) {
   head.iQtdeItens = static_cast<std::uint16_t>(items.size());
   return std::string(reinterpret_cast<const char*>(&head), kBytesWithoutPointer<tagREG_RELEXPORTACAO>) +

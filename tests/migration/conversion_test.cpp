@@ -52,8 +52,9 @@ TEST_F(ConversionTest, DocumentToTheByte) {
   EXPECT_EQ(ReadFile(File("Mod\u00e9lo", ".RXL")), std::string("\1\0", 2) + ReadFile(KESTOR_CONVERTED_DOCUMENT));
 }
 
-// What is not understood to its end, cannot be stored or would be lost with the model stays, and holds up no other. The
-// first generation keeps three characters of a component's code; the documents have all of them.
+// A model stays if it cannot be decoded completely, cannot be stored, or has companions that would be lost with it. It
+// does not prevent the migration of others. The first generation keeps three characters of a component's code;
+// documents have all of them.
 TEST_F(ConversionTest, WhatGoesAndWhatStays) {
   std::filesystem::rename(Catalogue(), Module() / "XCT012.REL");
   const auto old = [&](const std::string& name) { return Reports() / ("CT012" + name); };
@@ -76,14 +77,14 @@ TEST_F(ConversionTest, WhatGoesAndWhatStays) {
       {"Versao0", true, LegacyContent({}, 1).bytes.replace(2, 1, 1, '\0')},
       {"Versao4", false, LegacyContent({}, 3).bytes.replace(2, 1, 1, '\4')},
       {"Cabecalho", false, LegacyContent({.header = "\1\2\3"}, 0).bytes},
-      {"", true, whole},  // a name of no characters is one
+      {"", true, whole},  // an empty name is a name
       {"Inteira", true, whole, settings},
       {"Cortada", false, whole, settings.substr(0, settings.size() - 1)},
       {"Nenhuma", true, whole, settings.substr(0, 611)},  // these are no settings
       {"ModeloPreso", false, whole, settings},
       {"Presa", false, whole, settings},
       {"Documento", true, whole, settings, "old"},
-      {"DocumentoPresa", false, whole, settings, "old"},  // while its settings are in use
+      {"DocumentoPresa", false, whole, settings, "old"},  // because its settings are in use
       {"DocumentoVazio", false, whole, settings, ""},
       {"DocumentoOculto", false, whole, settings, "hidden"},
       {"Pasta", false, whole, settings},
@@ -125,7 +126,7 @@ TEST_F(ConversionTest, WhatGoesAndWhatStays) {
     EXPECT_FALSE(exists(old(name))) << name;
 }
 
-// Refuses elements after the fifth, and counts all that it is given.
+// Refuses elements after the fifth, and counts all elements that it gets.
 class ShortWriter final : public com::UncountedObject<IEscritorMarcacao, IID_IEscritorMarcacao> {
  public:
   static constexpr int kMost = 5;
@@ -141,7 +142,7 @@ class ShortWriter final : public com::UncountedObject<IEscritorMarcacao, IID_IEs
   HRESULT DefineSaida(IStream*) override { return S_OK; }
 };
 
-// A maker of writers to whom everything happens before it makes one.
+// A factory of writers whose hook runs before it creates one.
 class FailingWriters final : public com::UncountedObject<IClassFactory, IID_IClassFactory> {
  public:
   HRESULT LockServer(BOOL) override { return S_OK; }
@@ -156,8 +157,8 @@ class FailingWriters final : public com::UncountedObject<IClassFactory, IID_ICla
   ShortWriter writer;
 };
 
-// What there is to do is done for the next model all the same. The rest of a document that comes to nothing is not
-// built: a model of 120 MB would take the only thread for long.
+// The next model is converted nevertheless. The rest of a document that has failed is not built: a model of 120 MB
+// would block the only thread for long.
 TEST_F(ConversionTest, WhatCannotBeWrittenStays) {
   const std::vector<std::string> models = {"CT01A.REL", "CT01B.REL", "CT01C.REL", "CT01D.REL"};
   for (const std::string& name : models)
@@ -167,7 +168,7 @@ TEST_F(ConversionTest, WhatCannotBeWrittenStays) {
   FailingWriters writers;
   DWORD cookie = 0;
   ASSERT_EQ(CoRegisterClassObject(CLSID_EscritorMarcacao, &writers, CLSCTX_INPROC_SERVER, 0, &cookie), S_OK);
-  component_.emplace();  // makes the lists of attributes; writers come from the factory that was registered first
+  component_.emplace();  // creates the attribute lists; writers come from the factory that was registered first
   EXPECT_EQ(Initialise2(), kDone);
   CoRevokeClassObject(cookie);
   EXPECT_EQ(writers.asked, 4);

@@ -1,5 +1,4 @@
-// Random models: what their documents must hold is computed here from what was written, apart from how the server reads
-// it.
+// Random models: the expected documents are computed from what was written, independently of how the server reads it.
 #include <algorithm>
 #include <map>
 #include <random>
@@ -12,7 +11,7 @@ namespace {
 
 using namespace kestor;
 
-// Models in which columns meet the catalogue: known and unknown codes, fixed columns, negative codes.
+// Models with all kinds of columns: known and unknown codes, fixed columns, negative codes.
 class RandomModel {
  public:
   explicit RandomModel(unsigned seed) : random_(seed) {}
@@ -49,7 +48,8 @@ class RandomModel {
     const std::uint32_t codes[] = {205, 310, 100, 311, 0xFFFFFFFB, 1 + Below(99)};
     return codes[Below(6)];
   }
-  // A text of any bytes but NUL, which may fill its field. It does not begin with what tells the later layouts.
+  // Returns a text of any bytes but NUL, which may fill its field. It does not start with the mark of the later
+  // layouts.
   std::string Text(unsigned width) {
     std::string text;
     for (unsigned n = Below(3) == 0 ? width : Below(width); n > 0; --n)
@@ -60,7 +60,7 @@ class RandomModel {
   std::mt19937 random_;
 };
 
-// The document that a model must become.
+// Returns the document that a model must become.
 std::string Expected(const LegacyModel& m, int layout) {
   const auto isFlagged = [](std::uint32_t n) { return std::to_string(static_cast<std::int32_t>(n)).starts_with("1"); };
   CDocRelatorio d;
@@ -137,7 +137,7 @@ TEST_F(ConversionTest, RandomModelsBecomeWhatTheyWere) {
   }
 }
 
-// True for a whole content. What is found in one that is not must lie in it, too.
+// Returns whether the content is complete. Requires that everything found lies within the content in any case.
 bool Decode(std::string_view content) {
   ValoresRel values;
   const bool isWhole = DecodificaConteudo(content, values);
@@ -147,7 +147,7 @@ bool Decode(std::string_view content) {
   return isWhole;
 }
 
-// Contents that end anywhere, and in which counts, lengths and everything else become the largest numbers in turn.
+// Contents that end anywhere, and contents in which each number in turn has its largest value.
 TEST(ContentTest, CutAndHostileContents) {
   for (unsigned seed = 0; seed < 10; ++seed) {
     for (int layout = 0; layout <= 3; ++layout) {

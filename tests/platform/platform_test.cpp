@@ -38,7 +38,7 @@ TEST(CodePage, WhatItLacksBecomesAQuestionMark) {
   const std::tuple<std::string, std::string, bool> cases[] = {
       {"aЖb", "a?b", true},                       // a letter of another alphabet
       {"a😀b", "a?b", true},                       // one character, whatever its length
-      {"\xC2\x80", "?", true},                    // the euro sign has taken this control character's byte
+      {"\xC2\x80", "?", true},                    // the euro sign occupies this control character's byte
       {"\xE0\x80\xAF", "???", false},             // overlong
       {"\xED\xA0\x80", "???", false},             // a surrogate
       {"\xF4\x90\x80\x80", "????", false},        // beyond the last character
@@ -164,7 +164,7 @@ TEST(Threads, CountTogetherAndWaitForEachOther) {
   LONG taken = 0;
   for (; !shared.hasCounted; ++taken) {
     InterlockedDecrement(&shared.counter);
-    sched_yield();  // where threads run one at a time the other one gets its turn
+    sched_yield();  // lets the other thread run if threads run one at a time
   }
   EXPECT_EQ(WaitForSingleObject(thread, 1), WAIT_TIMEOUT) << "nothing signals the event that it waits for";
   SetEvent(shared.event);
@@ -218,9 +218,9 @@ TEST(SocketFolder, IsOneOfAHomeAndLeavesRoomForNames) {
   support::Elsewhere([] {  // its home, environment and folder are its own
     const support::TempFolder folder;
     fs::current_path(folder.Path());
-    const fs::path here = "/proc/self/cwd";  // as long on every machine
+    const fs::path here = "/proc/self/cwd";  // equally long on every machine
     constexpr std::size_t kName = 39;        // of a socket, with the separator
-    constexpr std::size_t kAdded = 24;       // what the folder has below the one of the environment
+    constexpr std::size_t kAdded = 24;       // what is added to the folder of the environment
     const std::string fitting(107 - kName - kAdded - here.native().size() - 1, 'r');
     const std::string home(200, 'h');
     for (const std::string& name : {fitting, fitting + 'r', home})

@@ -197,15 +197,15 @@ TEST_F(Preview, TakesFilesAsTheyCome) {
                            "\xEF\xBB\xBFVALOR;x;mes;valor\n1,5;;2/2026;9\n"})
     EXPECT_EQ(Read(file).values, expected.values) << file;
   EXPECT_THAT(notes_, testing::IsEmpty());
-  // Of two fields the one that has the name as its alias, whatever the other one is described as.
+  // If two fields fit a name, the one with that alias wins over the one with that description.
   const Fields fields = {{30, "x", "Mes", 'V', 12, ""}, {70, "Mes", "", 'd', 7, ""}};
   const Lines lines = ReadCsv(File("mes\n1/2026\n"), document_, fields, kAll, &notes_);
   EXPECT_THAT(lines.values, ElementsAre("", "1/2026"));
-  // A report of fixed columns has as many lines as the file.
+  // A report of fixed columns has as many lines as the file has.
   document_.camposEscolhidos.campos.resize(1);
   document_.camposEscolhidos.campos[0].fixo = true;
   EXPECT_EQ(Read("a;b\n1;2\n3;4\n").Count(), 2U);
-  // What the catalogue lacks is what its column says.
+  // A field that the catalogue lacks is as its column says.
   EXPECT_EQ(FieldWithout(document_, 30).type, 'A');
   document_.camposEscolhidos.campos[0].fixo = false;
   EXPECT_EQ(FieldWithout(document_, 30).type, 'V');
@@ -217,7 +217,7 @@ TEST_F(Preview, AddsUpExactlyInEveryGroup) {
   document_.camposEscolhidos.campos = {Column(30, "Valor", 'V', 'D', 30)};
   std::mt19937_64 random(1);
   constexpr std::int64_t kOne = 10'000'000'000;
-  std::map<std::string, std::int64_t> sums;  // ten decimals
+  std::map<std::string, std::int64_t> sums;  // in units of the tenth decimal
   std::int64_t all = 0;
   const auto printed = [](std::int64_t sum, std::size_t atLeast) {
     const std::uint64_t size = sum < 0 ? 0 - static_cast<std::uint64_t>(sum) : static_cast<std::uint64_t>(sum);
@@ -344,7 +344,7 @@ TEST_F(Preview, DrawsWhateverADocumentSays) {
 
 // ---- Whole pages ---------------------------------------------------------------------------------------------------
 
-// A page with the places of all that is on it, in points.
+// Returns everything on a page with its place in points.
 std::string Placed(const Page& page) {
   std::ostringstream out;
   out << std::fixed << std::setprecision(1) << page.width << " x " << page.height << '\n';
@@ -364,11 +364,12 @@ std::string Placed(const Page& page) {
   return out.str();
 }
 
-// A file has a title, a document, its data or the number of sample lines, the kind of page that is asked for, and the
-// pages with what is noted about them.
+// Each file has a title, a document, its data or the number of sample lines, the kind of page, and the expected pages
+// with their notes.
 class WholePages : public Preview, public testing::WithParamInterface<std::string> {
  protected:
-  // The rest of the line that begins with the word, and what follows up to the next such line.
+  // Returns what follows the line that begins with the word, up to the next such line; `*rest` gets the rest of that
+  // line.
   std::string Part(const std::string& word, std::string* rest) {
     const std::string mark = "\n== " + word;
     const std::size_t at = text_.find(mark);

@@ -1,5 +1,5 @@
-// Type libraries: which files hold one, and what cannot be entered in the registry. What the server enters there is
-// shown at the shell (kestorctl/transcripts/registration.txt).
+// Type libraries: which files hold one, and what cannot be entered in the registry. The transcript registration.txt of
+// kestorctl shows what the server enters.
 #include <sys/stat.h>
 
 #include <gtest/gtest.h>
@@ -25,7 +25,7 @@ library Teste
 };
 )";
 
-// A file of other bytes too, among them a mark that nothing follows.
+// Returns a file that has other bytes too, among them a mark with nothing after it.
 std::string Executable(const std::string& description) {
   const std::string mark = "@(#) type library\n";
   const std::string others("\0ELF\xFF\0", 6);

@@ -1,5 +1,5 @@
-// The registry: its calls, its limits, several writers, and what is on the disk when a change fails. What its file may
-// look like and what becomes of it is shown at the shell (kestorctl/transcripts/registry*.txt).
+// The registry: its calls, its limits, several writers, and what is on the disk when a change fails. The transcripts
+// registry*.txt of kestorctl show the forms of its file.
 #include "platform/registry/registry.h"
 
 #include <algorithm>
@@ -37,8 +37,8 @@ LONG Set(HKEY key, const char* name, const std::string& data, DWORD type = REG_S
   return RegSetValueExA(key, name, 0, type, bytes, static_cast<DWORD>(data.size()));
 }
 
-// The data of a value with its type in front, such as "1:text\0"; empty when it cannot be had. Only a buffer that is
-// large enough is filled.
+// Returns the data of a value with its type in front, such as "1:text\0"; empty if it cannot be read. Checks that only
+// a large enough buffer is filled.
 std::string Get(HKEY key, const char* name) {
   DWORD type = 0;
   DWORD size = 0;
@@ -160,8 +160,8 @@ TEST_F(Registry, AFileOfCountlessKeysOrValuesIsRefused) {
   EXPECT_EQ(Open("K"), LONG{ERROR_BADDB});
 }
 
-// Eight processes of two threads each, which also read what the others write. On a slow disk one of them may wait in
-// vain for the lock, and tries again.
+// Eight processes of two threads each also read what the others write. On a slow disk a writer may time out waiting for
+// the lock; it retries.
 TEST_F(Registry, ManyWritersLoseNothingAndSeeWholeFiles) {
   const auto write = [](const std::string& path) {
     for (int i = 0; i < 10; ++i) {
@@ -204,7 +204,7 @@ TEST_F(Registry, ContentIsOnTheDiskBeforeItTakesItsNameAndAFailedStepLeavesTheOl
   EXPECT_EQ(Text(), before);
   ExpectNoLeftovers();
 
-  // A killed writer leaves a hidden file. There are folders that cannot be flushed.
+  // A killed writer leaves a hidden file. Some folders cannot be flushed.
   support::WriteFile(home_.Home() / ".registry.reg.new", "half a fi");
   const support::SystemCalls system("fsync folder", EINVAL);
   EXPECT_EQ(Set(key, "v", "x"), 0);

@@ -1,4 +1,4 @@
-// What the server process is made of: its command line, its class objects, and what decides when it ends.
+// The parts of the server process: its command line, its class objects, and what decides when it ends.
 #include <algorithm>
 #include <gmock/gmock.h>
 #include <map>
@@ -42,7 +42,7 @@ TEST(ClassObject, ChecksBeforeTheClassIsAskedAndCountsLocks) {
   }
 }
 
-// By name, what the system is called for while a store of a module with that journal overwrites a model.
+// Counts the system calls, by name, while a store of a module with that journal overwrites a model.
 std::map<std::string, int> CallsOfGrava(journal::Writer* journal) {
   kestor::CModuloServidor module({}, 0, journal);
   ComPtr<IZNPL_Relatorio2> store;
@@ -63,12 +63,12 @@ TEST(Journal, CostsAGravaOneWriteAndNoFlush) {
   const support::Installation installation;
   std::map<std::string, int> expected = CallsOfGrava(nullptr);
   ++expected["write"];
-  ++expected["statx"];  // whether the journal is still the file of its name
+  ++expected["statx"];  // checks that the journal still has its name
   journal::Writer journal(platform::Home::Current());
   EXPECT_EQ(CallsOfGrava(&journal), expected);
 }
 
-// A folder has models that no initialisation can convert, and each client initialises.
+// A folder may have models that no initialisation can convert, and every client initialises.
 TEST(Journal, ModelsThatStayAreEnteredOnceForEachReason) {
   const support::Installation installation;
   journal::Writer journal(platform::Home::Current());
@@ -91,7 +91,8 @@ TEST(ShutdownMonitor, WhatHappensMeanwhileStartsTheWaitAnew) {
   std::atomic<bool> activity{true};
   std::atomic<LONG> locks{0};
   testing::StrictMock<testing::MockFunction<bool(DWORD)>> wait;
-  // A wait in which the event is signalled or not, an object has come and gone, and so many are there at the end.
+  // Expects a wait in which the event is signalled or not, an object comes and goes or not, and `objects` exist at the
+  // end.
   const auto expect = [&](DWORD limit, bool isSignalled, bool hasActivity, LONG objects) {
     EXPECT_CALL(wait, Call(limit)).WillOnce([&, isSignalled, hasActivity, objects] {
       activity = activity || hasActivity;
@@ -103,9 +104,9 @@ TEST(ShutdownMonitor, WhatHappensMeanwhileStartsTheWaitAnew) {
   expect(INFINITE, true, true, 0);
   expect(kIdle, true, true, 0);  // an object comes and goes in the idle time, twice
   expect(kIdle, true, true, 0);
-  expect(kIdle, false, false, 1);  // an object is there when the time is over: back to waiting for its end
+  expect(kIdle, false, false, 1);  // an object exists at the time-out: back to waiting for its end
   expect(INFINITE, true, false, 0);
-  expect(kIdle, false, true, 0);  // the last object goes between the time-out and the look at the flag
+  expect(kIdle, false, true, 0);  // the last object goes between the time-out and the check of the flag
   expect(INFINITE, true, false, 0);
   expect(kIdle, false, false, 0);
   kestor::AguardaOciosidade(wait.AsStdFunction(), kIdle, activity, locks);

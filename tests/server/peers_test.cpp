@@ -1,4 +1,4 @@
-// The real server process among peers that mean it harm.
+// The real server process among hostile peers.
 #include <sys/resource.h>
 
 #include <atomic>
@@ -20,13 +20,13 @@ std::string Bytes(std::u16string_view text) {
   return {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(char16_t)};
 }
 
-// The frame of a call of the store, of which `rest` holds the arguments after the name.
+// Returns the frame of a call of the store. `rest` holds the arguments after the name.
 std::string Call(const char* method, std::u16string_view name, const std::string& rest = "") {
   return Frame(FrameType::call, payloads::MethodOf(IID_IZNPL_Relatorio2, method).slot,
                payloads::Payload("t", {.texts = {Bytes(name)}}) + rest);
 }
 
-// A conversation up to where the store is initialised and has stored a model.
+// Returns a conversation that initialises the store and stores a model.
 std::string Storing(std::u16string_view component, std::u16string_view name, const std::string& content) {
   return channel_test::Opening(&IID_IZNPL_Relatorio2) +
          Call("Inicializa", u"CT", payloads::Payload("t", {.texts = {Bytes(component)}})) +
@@ -38,19 +38,19 @@ constexpr std::array<std::pair<CLSID, IID>, 3> kClasses = {{{CLSID_ZNPL_Rel, IID
                                                             {CLSID_ZNPL_Relatorio2, IID_IZNPL_Relatorio2},
                                                             {CLSID_ZNPL_RelConverte, IID_IZNPL_RelConverte}}};
 
-// Holds conversations that its seed determines: well-formed requests of all interfaces for component 99 of module CT,
-// altered ones, frames of lying lengths, of unknown types, slots and versions, and bytes of any kind; hangs up in the
-// middle, stays silent in the middle of a frame, or does not read what it has asked for.
+// Holds conversations that its seed determines. Sends well-formed requests of all interfaces for component 99 of module
+// CT, altered ones, frames with false lengths, unknown types, slots and versions, and random bytes. Hangs up midway,
+// stays silent in the middle of a frame, or does not read what it has asked for.
 class HostilePeer {
  public:
   explicit HostilePeer(std::uint32_t seed) : random_(seed) {}
 
-  // One conversation on a connection of its own. Throws when the server's side of it is not well-formed.
+  // Holds one conversation on a connection of its own. Throws if what the server sends is malformed.
   void Converse() {
     const std::size_t ending = Below(8);
     const auto& [clsid, iid] = kClasses.at(ending == 0 ? 1 : Below(3));
     std::string script = ending == 0 ? Unread() : Script(iid);
-    if (ending >= 5) script.resize(Below(script.size() + 1));  // hangs up, or is silent, in the middle
+    if (ending >= 5) script.resize(Below(script.size() + 1));  // hangs up or falls silent midway
     RawPeer peer(support::SocketPath(clsid));
     peer.Send(script);
     if (ending == 0 || ending == 7) {
@@ -65,7 +65,7 @@ class HostilePeer {
   std::size_t Below(std::size_t limit) { return random_() % limit; }
   bool OneIn(std::size_t chances) { return Below(chances) == 0; }
 
-  // More than a socket takes at once, asked for again and again.
+  // Asks again and again for more than a socket takes at once.
   static std::string Unread() {
     std::string script = Storing(u"99", u"Grande", std::string(300'000, 'g'));
     for (int i = 0; i < 30; ++i)
@@ -89,7 +89,7 @@ class HostilePeer {
     return script;
   }
 
-  // Of a migration or, where the class has it, a renumbering.
+  // Returns a rehearsal of a migration or, if the class has it, of a renumbering.
   std::string Rehearsal() {
     const std::string arguments =
         OneIn(2) ? "tt" : payloads::MethodOf(IID_IZNPL_RelConverte, "AlteraCodigoCampos").request;
@@ -101,7 +101,7 @@ class HostilePeer {
     return Frame(FrameType::follow, 0, "") + frame;
   }
 
-  // A request as a well-behaved client could make it, seldom of another interface.
+  // Returns a request as a well-behaved client could send it, rarely for another interface.
   std::string Request(const IID& iid) {
     const payloads::Method* method = nullptr;
     do {
@@ -137,7 +137,7 @@ class HostilePeer {
   }
 
   std::mt19937 random_;
-  std::array<std::optional<RawPeer>, 20> kept_;  // connections that are held without a word
+  std::array<std::optional<RawPeer>, 20> kept_;  // connections that are kept open in silence
 };
 
 void BeHostile(unsigned seed, unsigned conversations) {
@@ -146,7 +146,7 @@ void BeHostile(unsigned seed, unsigned conversations) {
     EXPECT_NO_THROW(peer.Converse()) << "conversation " << i << " of peer " << seed;
 }
 
-// Does what clients do, and checks every answer, until it is told to end.
+// Acts as an ordinary client and checks every answer, until told to end.
 void BeOrdinary(const std::stop_token& end, unsigned client, std::atomic<unsigned>& calls) {
   ComPtr<IZNPL_Relatorio2> store;
   for (unsigned round = 0; !end.stop_requested(); ++round, calls += 2) {
@@ -167,8 +167,8 @@ void BeOrdinary(const std::stop_token& end, unsigned client, std::atomic<unsigne
 class PeersTest : public testing::Test {
  protected:
   void SetUp() override {
-    // Sanitizers write what they find in the folder of reports: the server belongs to no terminal. What they keep of
-    // freed memory is kept small, so that memory can be measured.
+    // Sanitizers write their findings to a folder, because the server has no terminal. They keep little freed memory,
+    // so that memory can be measured.
     for (const char* variable : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
       const char* given = getenv(variable);
       const std::string options = given == nullptr ? "" : given + std::string(":");
@@ -177,7 +177,7 @@ class PeersTest : public testing::Test {
     store_ = support::OpenStore();
     ASSERT_TRUE(store_);
     server_ = installation_.ServerPid();
-    BeHostile(99, 100);  // what the server keeps once it has served everything is no loss
+    BeHostile(99, 100);  // warms the server up: what it keeps from the first calls is no leak
     ExpectQuiet(1);
     ASSERT_EQ(support::WriteModel(*store_, u"Vendas", "x"), S_OK);
     descriptors_ = Descriptors();
@@ -196,13 +196,13 @@ class PeersTest : public testing::Test {
 
   std::size_t Descriptors() const { return support::Names(support::FolderOfDescriptors(server_)).size(); }
 
-  // A figure of the server's memory, in KiB.
+  // Returns a figure of the server's memory, in KiB.
   long Memory(const std::string& name) const {
     const std::string status = support::ReadFile("/proc/" + std::to_string(server_) + "/status");
     return std::stol(status.substr(status.find(name) + name.size()));
   }
 
-  // Nothing of peers that have gone is left.
+  // Expects that nothing is left of peers that have gone.
   void ExpectQuiet(DWORD objects) const {
     EXPECT_TRUE(support::WaitUntil([&] { return installation_.LiveObjects() == objects; }))
         << installation_.LiveObjects();
@@ -218,7 +218,7 @@ class PeersTest : public testing::Test {
 TEST_F(PeersTest, OrdinaryClientsNoticeNothingOfHostileOnes) {
   constexpr unsigned kClients = 2;
   constexpr unsigned kThreads = 3;
-  // What the allocator and a sanitizer keep of it; a single answer kept for ever by each of them would be more.
+  // Allows for what the allocator and a sanitizer keep. One answer leaked by each of the peers would be more.
   constexpr long kMemory = 40 << 10;  // KiB
   const unsigned conversations = (support::LongTests() ? 10'000 : 300) / kThreads;
   std::atomic<unsigned> calls{0};
@@ -272,11 +272,10 @@ TEST_F(PeersTest, ConversationsDroppedAtEveryByte) {
   std::printf("peers: %zu conversations dropped\n", conversation.size() + answers.size());
 }
 
-// One peer after the other, each of which must be told at once: a client that asks for a second object must not wait
-// for itself.
+// Every peer must get its answer at once: a client that asks for a second object must not wait for itself.
 TEST(FullServer, ServesAShareOfItsDescriptorsAndTurnsTheRestAway) {
   constexpr rlim_t kDescriptors = 256;
-  constexpr std::size_t kServed = kDescriptors / 4 * 3 - 1;  // besides this program's store
+  constexpr std::size_t kServed = kDescriptors / 4 * 3 - 1;  // in addition to this program's store
   const support::Installation installation;
   ComPtr<IZNPL_Relatorio2> store;
   support::Child starter([&] {
@@ -305,7 +304,7 @@ TEST(FullServer, ServesAShareOfItsDescriptorsAndTurnsTheRestAway) {
     }
   }
   EXPECT_EQ(turnedAway, 2000 - kServed);
-  // A client, when not one descriptor is left, and when those of the files are.
+  // Turns a client away when no descriptor is left, and when only those reserved for files are.
   for (const rlim_t limit : {support::Names(support::FolderOfDescriptors(server)).size(), kDescriptors}) {
     const rlimit most{limit, kDescriptors};
     ASSERT_EQ(prlimit(server, RLIMIT_NOFILE, &most, nullptr), 0);

@@ -1,5 +1,5 @@
-// What clients of a real server process notice of its other clients, of its end and of its death.
-// A server's start, end, limits and sockets are in kestorctl/transcripts: server.txt, sockets.txt, without_rights.txt.
+// How clients of a real server process experience its other clients, its exit and its death. A server's start, end,
+// limits and sockets are in kestorctl/transcripts: server.txt, sockets.txt, without_rights.txt.
 #include <signal.h>
 
 #include <atomic>
@@ -68,7 +68,7 @@ TEST_F(RunningServer, IdleConnectionsHoldUpNoClient) {
   EXPECT_TRUE(WaitUntil([&] { return descriptors() < 50; }));
 }
 
-// What the error information of this thread says.
+// Returns the text of this thread's error information.
 std::string Why() {
   ComPtr<IErrorInfo> information;
   return GetErrorInfo(0, information.Out()) == S_OK ? com::DescriptionOf(*information) : std::string();
@@ -111,7 +111,7 @@ TEST_F(RunningServer, SaysWhyOfTheLastCallToItsThreadOnce) {
 }
 
 TEST_F(RunningServer, ClientsAreToldOfItsDeath) {
-  // The server is stopped, so that the call is on its way when it dies.
+  // Stops the server, so that it dies while the call is under way.
   kill(server_, SIGSTOP);
   Child killer([this, waiting = "/proc/" + std::to_string(getpid()) + "/wchan"] {
     WaitUntil([&waiting] { return support::ReadFile(waiting).find("unix_stream") != std::string::npos; });
@@ -121,7 +121,7 @@ TEST_F(RunningServer, ClientsAreToldOfItsDeath) {
   EXPECT_EQ(ReadModel(*store_, u"None"), "0x800706BA") << "gone before the call";
 }
 
-// Servers that end a moment after their last object meet clients that come at any time: every client is served.
+// Servers exit shortly after their last object while clients come at any time; every client is served.
 TEST(QuickServers, ServeTheClientsThatComeWhileTheyEnd) {
   const Installation installation("\"" + platform::ExecutablePath() + "\" quick-server");
   const SharedMemory<std::atomic<unsigned>> servers;
@@ -140,7 +140,7 @@ TEST(QuickServers, ServeTheClientsThatComeWhileTheyEnd) {
   EXPECT_GE(*servers, 10U) << "as the clients have seen them";
 }
 
-// The product's own server, but for the few milliseconds that it lives after its last object.
+// Runs the product's own server, except that it lives only a few milliseconds after its last object.
 int RunQuickServer() {
   CoInitialize(nullptr);
   marshal::RegisterInterfaces();

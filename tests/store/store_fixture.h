@@ -1,4 +1,4 @@
-// A report store in this process, on a folder of its own.
+// A report store in this process, with a folder of its own.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -29,7 +29,7 @@ struct Counter final : kestor::Servidor {
   std::function<void(const kestor::Mudanca&)> told;
 };
 
-// The names of a list, which is freed, with a comma after each, in UTF-8.
+// Returns the names of a list in UTF-8, with a comma after each, and frees the list.
 inline std::string TakeNames(const REG_ARRAY_RELATORIO2& list) {
   const TaskBlock<tagREG_NOME_RELATORIO2> entries(list.pregRelatorios);
   std::string names;
@@ -38,7 +38,7 @@ inline std::string TakeNames(const REG_ARRAY_RELATORIO2& list) {
   return names;
 }
 
-// What a store answers, or the result as text when it is not S_OK. "(null)" for no list and no text.
+// Return what a store answers, or the result as text if it is not S_OK; "(null)" for a null list or text.
 inline std::string Listed(IZNPL_Relatorio2& store) {
   REG_ARRAY_RELATORIO2* list = nullptr;
   const HRESULT result = store.GetNomeRelatorios(&list);

@@ -1,5 +1,5 @@
-// The report store in this process, on real files: models and record files in other hands, and what one store
-// remembers. The files themselves are shown by the transcripts of kestorctl.
+// The report store in this process, on real files: models and record files that others have open, and what one store
+// remembers. The transcripts of kestorctl show the files themselves.
 #include <cerrno>
 
 #include "common/razao.h"
@@ -67,7 +67,7 @@ TEST_F(ReportStore, DoesNothingWithoutItsFolderAndCodes) {
   EXPECT_EQ(support::WriteModel(*store, u"A", "x"), S_OK);
   EXPECT_EQ(Files(), Names{"ct01A.RXL"}) << "codes keep their letter case";
 
-  // What fails later leaves an initialised store as it was, but for the folder just read.
+  // A later failure leaves an initialised store unchanged, except for the folder just read.
   EXPECT_EQ(initialise(u"FS", u"02"), "0x80043F59") << "the application has no folder";
   EXPECT_EQ(ReadModel(*store, u"A"), "x");
   support::SetRegistryText("SOFTWARE\\Norvela", "Relatorios", "");
@@ -78,7 +78,7 @@ TEST_F(ReportStore, DoesNothingWithoutItsFolderAndCodes) {
 TEST_F(ReportStore, WhatCannotBeWrittenOrReadLeavesTheModelAlone) {
   EXPECT_EQ(Write(std::u16string(u"A\0cut", 5), "old", kMustBeNew | kCheck), kOk);
   EXPECT_EQ(Write(u"a", "new", kMustBeNew | kCheck), "0x00040004");
-  unsigned char byte = 0;  // more of them than Le would give back are not even looked at
+  unsigned char byte = 0;  // more bytes than Le could return are never read
   EXPECT_EQ(store_->Grava(Text(u"A"), 1, 0, -1, nullptr), E_INVALIDARG);
   EXPECT_EQ(store_->Grava(Text(u"A"), 1, 0, 134'213'633, &byte), E_INVALIDARG);
   EXPECT_NE(kestor::RazaoDita(), "");
@@ -86,7 +86,7 @@ TEST_F(ReportStore, WhatCannotBeWrittenOrReadLeavesTheModelAlone) {
   EXPECT_EQ(kestor::RazaoDita(), "") << "its size is not why";
   EXPECT_EQ(store_->Grava(Text(u"A"), 1, 0, 1, nullptr), E_POINTER);
   {
-    // A model that another station holds: not there for a reader, not writable, and not existing for the check.
+    // A model that another station holds is missing for a reader, not writable, and does not exist for the check.
     CFile held;
     ASSERT_TRUE(held.Open("D:\\Dados.v2\\Rel\\CT01A.RXL", CFile::modeRead | CFile::shareDenyNone));
     EXPECT_EQ(ReadModel(*store_, u"A"), "0x00040001");
@@ -96,7 +96,7 @@ TEST_F(ReportStore, WhatCannotBeWrittenOrReadLeavesTheModelAlone) {
     EXPECT_EQ(Delete(*store_, u"A", Model::demonstration), "0x80070020");
   }
   {
-    // As if it were held just while the store looks whether there is one: the first opening is refused.
+    // Refuses the first opening, as if the model were held just while the store checks whether it exists.
     int openings = 0;
     const support::SystemCalls system([&](const host::SystemCall& call) -> host::Fate {
       const bool isFirst = std::string_view(call.name) == "openat" && ++openings == 1;
@@ -151,7 +151,7 @@ TEST_F(ReportStore, RecordFilesThatCannotBeUsed) {
   ASSERT_TRUE(held.Open("D:\\Dados.v2\\Rel\\ZNRELPAD.DAT", CFile::modeReadWrite | CFile::shareDenyNone));
   expectTold("0x80043EEE", "0x80070020");
   held.Close();
-  // What is told is the failure of the record file, not that of the registry in which it is noted.
+  // The reported failure is that of the record file, not that of the registry in which it is noted.
   WriteFile(home_.Home() / "registry.reg", "damaged");
   fs::permissions(Defaults(), fs::perms(0444));
   expectTold("0x80043ED1", "0x80070005");
@@ -194,7 +194,7 @@ TEST_F(ReportStore, RememberedRecordBelongsToItsKeyAndFile) {
   fs::resize_file(Defaults(), 2 * 264 + 8 + 1);  // within the field of the name
   EXPECT_EQ(Default(*store_), "(null)");
 
-  // What was looked for in a damaged file has no place in it.
+  // An entry looked up in a damaged file has no remembered place in it.
   for (const auto& [damaged, mended] :
        {std::pair(a, a + a), {kZeros + a.substr(0, 200), std::string(2 * 264, '\0') + a}}) {
     WriteFile(Defaults(), damaged);

@@ -1,4 +1,4 @@
-// Expectations of a test that hold in other processes.
+// Checks the expectations of a test in other processes.
 #pragma once
 
 #include <unistd.h>
@@ -11,7 +11,7 @@
 
 namespace support {
 
-// Runs `body` in `count` processes at once, each with a number of its own. What fails in one fails the test.
+// Runs `body` in `count` processes at once, each with its own number. A failure in one fails the test.
 inline void AtOnce(unsigned count, const std::function<void(unsigned)>& body) {
   std::deque<Child> processes;
   for (unsigned i = 0; i < count; ++i) {
@@ -24,7 +24,7 @@ inline void AtOnce(unsigned count, const std::function<void(unsigned)>& body) {
     EXPECT_EQ(process.Wait(), 0);
 }
 
-// Runs `body` in a process of its own that belongs to `user`, and waits for its end. What fails in it fails the test.
+// Runs `body` in a process of `user` and waits for its end. A failure in it fails the test.
 inline void Elsewhere(const std::function<void()>& body, uid_t user = geteuid()) {
   AtOnce(1, [&](unsigned) {
     if (user != geteuid()) BecomeUser(user);

@@ -1,4 +1,4 @@
-// A whole installation of the server: a home with folders entered and the real executable registered.
+// A complete installation of the server: a home with its folders entered and the real executable registered.
 #pragma once
 
 #include <new>
@@ -13,8 +13,8 @@ namespace support {
 // Enters a text in the registry of the current home.
 void SetRegistryText(const std::string& keyBelowLocalMachine, const std::string& name, const std::string& text);
 
-// D:\ is the reports folder (Data()); module CT has the folder D:\Contabil\. Classes are registered to be served by the
-// executable under test, or by `command` in its place. A server that still runs is ended with the object.
+// D:\ is the reports folder (Data()); module CT has the folder D:\Contabil\. The classes are registered for the
+// executable under test, or for `command` instead. The destructor ends a server that still runs.
 class Installation {
  public:
   explicit Installation(const std::optional<std::string>& command = std::nullopt);
@@ -37,13 +37,13 @@ class Installation {
   TempHome home_;
 };
 
-// Where the class's server listens for clients of the current home.
+// Returns the socket at which the class's server listens for clients of the current home.
 std::string SocketPath(const CLSID& clsid = CLSID_ZNPL_Relatorio2);
 
-// The folder with a name for each descriptor that a process holds.
+// Returns the folder with one name for each open descriptor of a process.
 std::string FolderOfDescriptors(pid_t process);
 
-// A BSTR that goes with the object.
+// A BSTR that the object owns.
 class Text {
  public:
   explicit Text(const std::u16string& text) : text_(SysAllocStringLen(text.data(), static_cast<UINT>(text.size()))) {
@@ -55,10 +55,11 @@ class Text {
   OwnedBstr text_;
 };
 
-// A new object of the report store in the server process, initialised for CT 01; empty when anything failed.
+// Returns a new report store in the server process, initialised for CT 01; null if anything failed.
 ComPtr<IZNPL_Relatorio2> OpenStore();
 
-// As Grava and Le of the store. The content read, or the result as text ("0x00040001") when it is not S_OK.
+// Call Grava and Le of the store. ReadModel returns the content, or the result as text ("0x00040001") if it is not
+// S_OK.
 HRESULT WriteModel(IZNPL_Relatorio2& store, const std::u16string& name, std::string content, USHORT version = 1,
                    unsigned char flags = 0);
 std::string ReadModel(IZNPL_Relatorio2& store, const std::u16string& name, USHORT* version = nullptr);

@@ -1,4 +1,4 @@
-// What the tests of several subjects share: folders and homes of their own, child processes, files in one call.
+// Helpers for the tests of several subjects: temporary folders and homes, child processes, whole files in one call.
 #pragma once
 
 #include <sys/types.h>
@@ -11,7 +11,7 @@
 
 namespace support {
 
-// A folder below the system's temporary folder that goes with the object.
+// A folder below the system's temporary folder; the destructor removes it.
 class TempFolder {
  public:
   TempFolder();
@@ -25,14 +25,13 @@ class TempFolder {
   std::filesystem::path path_;
 };
 
-// A home of the test's own with a drive D: the folder Data(), its own or one that several homes share. The process uses
-// it from construction on, and so do the processes that it starts; the sockets of the home lie inside the test's
-// folder.
+// A home of the test's own with a drive D, which is the folder Data(): its own, or one that several homes share. The
+// process and its children use the home from construction on. The sockets of the home are inside the test's folder.
 class TempHome {
  public:
   explicit TempHome(const std::filesystem::path& sharedData = {});
 
-  // Makes it the process's home again after another one was.
+  // Makes this home the process's home again.
   void Enter() const;
 
   std::filesystem::path Home() const { return folder_.Path() / "home"; }
@@ -46,11 +45,11 @@ class TempHome {
 void WriteFile(const std::filesystem::path& file, std::string_view bytes);
 std::string ReadFile(const std::filesystem::path& file);  // the whole content; fails the test if it cannot be read
 
-// Names in a folder, sorted by bytes, hidden ones too.
+// Returns the names in a folder, including hidden ones, sorted by bytes.
 std::vector<std::string> Names(const std::filesystem::path& folder);
 
-// Runs `body` in a child process that ends with its result (it runs no destructors and no tests of its own). The
-// child is killed and reaped with the object if it still runs.
+// Runs `body` in a child process that exits with its result, without running destructors or tests. The destructor kills
+// and reaps the child if it still runs.
 class Child {
  public:
   explicit Child(const std::function<int()>& body);
@@ -66,20 +65,21 @@ class Child {
   pid_t pid_ = -1;
 };
 
-// True once a process has ended with all its threads, so that what it held is let go; it may still wait to be reaped.
+// Returns true once a process and all its threads have ended, so that what it held is released; it may not be reaped
+// yet.
 bool HasEnded(pid_t pid);
 
-// Makes the process, a child of a test that the superuser runs, one of `user`, a member of `groups` and of the group of
-// the same number.
+// Turns this process, a child of a test run by the superuser, into one of `user`, with `groups` and the group of the
+// same number.
 void BecomeUser(uid_t user, const std::vector<gid_t>& groups = {});
 
-// From now on no file that the process writes can become longer than this: so much is left of its disk.
+// From now on no file that the process writes can grow beyond this size, as on a disk with that much room.
 void FillDisk(std::size_t bytesLeft);
 
-// Waits until `condition` holds; false when it does not within `seconds`.
+// Waits until `condition` holds; returns false if it does not within `seconds`.
 bool WaitUntil(const std::function<bool()>& condition, int seconds = 30);
 
-// True when the long forms of tests are asked for (KESTOR_LONG_TESTS=1): minutes instead of seconds.
+// Returns whether tests run in their long form (KESTOR_LONG_TESTS=1): minutes instead of seconds.
 bool LongTests();
 
 }  // namespace support

@@ -14,7 +14,7 @@ std::string Shown(std::string_view name) {
   return ' ' + std::string(name.starts_with('.') ? "hidden" : name);
 }
 
-// Empty for a call that is no step.
+// Returns an empty string for a call that is no step.
 std::string StepOf(const host::SystemCall& call) {
   std::string name = call.name;
   if (name == "F_OFD_SETLK") return "lock";

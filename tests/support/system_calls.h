@@ -9,18 +9,18 @@
 
 namespace support {
 
-// While the object exists, it sees every system call on files before it is made, and says what becomes of it. One
-// object at a time. The thread that makes the call is the one that asks.
+// While the object exists, it judges every system call on files before it is made, on the thread that makes it. Only
+// one object may exist at a time.
 class SystemCalls {
  public:
   using Judge = std::function<host::Fate(const host::SystemCall&)>;
   using Failures = std::vector<std::pair<std::string, int>>;
 
   explicit SystemCalls(Judge judge);
-  // The steps by which files change are noted, and those whose names begin like one of `failures` fail with its errno
-  // value. A step is called as it is seen: "fsync file", "fsync folder", "fdatasync file", "rename FROM TO",
-  // "rename2 FROM TO", "link FROM TO", "unlink NAME", where "hidden" stands for any name that starts with a dot. Locks
-  // ("lock") can fail, but are not noted.
+  // Notes the steps that change files; steps whose names start with one of `failures` fail with its errno value. The
+  // names are "fsync file", "fsync folder", "fdatasync file", "rename FROM TO", "rename2 FROM TO", "link FROM TO",
+  // "unlink NAME", where "hidden" stands for any name that starts with a dot. Locks ("lock") can fail, but are not
+  // noted.
   explicit SystemCalls(const Failures& failures = {});
   SystemCalls(const std::string& failing, int error) : SystemCalls(Failures{{failing, error}}) {}
   ~SystemCalls();
