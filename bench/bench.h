@@ -1,4 +1,4 @@
-// What the benchmarks share.
+// Helpers that the benchmarks share.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -10,7 +10,7 @@
 
 namespace bench {
 
-// One figure: how many times as long as its baseline a benchmark takes, and what it may take.
+// One figure: how many times as long as its baseline a benchmark takes, and its limit.
 struct Figure {
   std::string what;
   std::string measured;  // name of a benchmark
@@ -20,40 +20,40 @@ struct Figure {
 
 inline constexpr int kModelBytes = 20000;
 
-// Files beside the model in the folders that are called full.
+// The number of other files next to the model in folders that are called full.
 int CrowdFiles();
 void SetCrowdFiles(int files);
 
-// An installation with a model Vendas of kModelBytes bytes, made at its first use and shared; with a crowd of other
-// files in the reports folder or without.
+// Return an installation with a model Vendas of kModelBytes bytes, made at its first use and shared; Full has a crowd
+// of other files in the reports folder.
 const support::Installation& Empty();
 const support::Installation& Full();
 void EndInstallations();
 
-// Makes the home of one of the two the current one.
+// Makes the home of the installation the current one.
 void Enter(const support::Installation& installation);
 
-// A report store in this process, initialised for CT 01 in the current home.
+// Returns a report store in this process, initialised for CT 01 in the current home.
 ComPtr<IZNPL_Relatorio2> StoreInProcess();
 
-// The same with a journal in that home, as the server has it.
+// The same, with a journal in that home, as in the server.
 ComPtr<IZNPL_Relatorio2> StoreWithJournal();
 
-// The same with a server that keeps a history, on the file system of the reports folder. Of the full installation it
-// has ten times as many versions as there are other files.
+// The same, with a history on the file system of the reports folder. The history of the full installation has ten times
+// as many versions as there are other files.
 ComPtr<IZNPL_Relatorio2> StoreWithHistory();
 
 // The same of the first generation.
 ComPtr<IZNPL_Rel> FirstStoreInProcess();
 
-// A report store in this process that is not initialised yet, and that migrates when it is. Needs a ComponenteMarcacao.
+// Returns a report store in this process that migrates once it is initialised. Needs a ComponenteMarcacao.
 ComPtr<IZNPL_Relatorio2> MigratingStoreInProcess();
 
-// Measures Le of the model of an installation, in the store that `open` opens there.
+// Measures reading (Le) the model of an installation, in the store that `open` opens there.
 void ReadModel(benchmark::State& state, const support::Installation& installation, ComPtr<IZNPL_Relatorio2> (*open)());
 
-// This process and another one, each on a processor of its own as long as the object lives. How long an exchange takes
-// depends most on whether the two share one, which is chance otherwise.
+// Keeps this process and another one on separate processors while the object lives. The time of an exchange depends
+// most on whether they share a processor, which would be left to chance.
 class Apart {
  public:
   explicit Apart(pid_t other);
@@ -66,11 +66,11 @@ class Apart {
   cpu_set_t before_{};
 };
 
-// The content of a document as applications make them, with so many columns. Needs a ComponenteMarcacao.
+// Returns the content of a document like those of applications, with that many columns. Needs a ComponenteMarcacao.
 std::string Content(int columns);
 
-// Makes files by the hundred thousand beside the empty installation, and deletes them: some file systems are slow to
-// make new ones then.
+// Creates and deletes hundreds of thousands of files in the empty installation, because some file systems are slow to
+// create files after that.
 void AgeFileSystem();
 
 std::vector<Figure> ChannelFigures();
@@ -84,11 +84,11 @@ std::vector<Figure> SearchFigures();
 std::vector<Figure> PreviewFigures();
 std::vector<Figure> NetworkFigures();
 
-// False where there is no network file system to measure.
+// Returns false if there is no network file system to measure.
 bool RegisterNetworkBenchmarks();
 void EndNetwork();
 
-// Prints the memory of an idle server and its growth over `calls` calls. False when it is above what it may be.
+// Prints the memory of an idle server and its growth over `calls` calls. Returns false if it exceeds a limit.
 bool MeasureMemory(int calls);
 
 }  // namespace bench

@@ -1,4 +1,4 @@
-// Calls between two processes, beside a bare exchange of bytes between two processes.
+// Calls between two processes, compared with a bare exchange of bytes between two processes.
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -27,8 +27,8 @@ bool ReadAll(int descriptor, char* bytes, std::size_t count) {
   return true;
 }
 
-// A process that answers each 64-byte message with `answerBytes` bytes, which it reads from `file` each time if there
-// is one.
+// A process that answers each 64-byte message with `answerBytes` bytes, which it reads from `file` each time if one is
+// given.
 class Echo {
  public:
   explicit Echo(std::size_t answerBytes, const std::string& file = {}) : answer_(answerBytes) {

@@ -1,4 +1,4 @@
-// Calls through the client library and from Python, beside those of a proxy in C++.
+// Calls through the client library and from Python, compared with those of a proxy in C++.
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/socket.h>
@@ -52,13 +52,13 @@ with kestor.Reports("CT", "01") as store:
         print(time.perf_counter_ns() - start, flush=True)
 )";
 
-// A process of Python that reads the model as often as it is told, and says how long that took.
+// A Python process that reads the model as often as it is told, and reports how long that took.
 class PythonReader {
  public:
   PythonReader() {
     int ends[2] = {-1, -1};
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) throw std::runtime_error("no socket pair");
-    talk_.reset(fdopen(ends[0], "r"));  // what is said goes past it
+    talk_.reset(fdopen(ends[0], "r"));  // only for reading; writes bypass it
     child_ = std::make_unique<support::Child>([&] {
       dup2(ends[1], STDIN_FILENO);
       dup2(ends[1], STDOUT_FILENO);
@@ -72,7 +72,7 @@ class PythonReader {
     close(ends[1]);
   }
 
-  // Seconds; below 0 when it is gone.
+  // Returns seconds; below 0 if the process is gone.
   double Read(int times) {
     char line[32] = {};
     const bool isSaid = dprintf(fileno(talk_.get()), "%d\n", times) > 0;
@@ -84,14 +84,14 @@ class PythonReader {
   struct Closer {
     void operator()(FILE* file) const { fclose(file); }
   };
-  std::unique_ptr<support::Child> child_;  // ends when it reads no more
+  std::unique_ptr<support::Child> child_;  // exits at the end of its input
   std::unique_ptr<FILE, Closer> talk_;
 };
 
 void LeFromPython(benchmark::State& state) {
   bench::Enter(Empty());
   const bench::Apart apart(Empty().ServerPid());
-  PythonReader reader;  // on the processor of this process
+  PythonReader reader;  // runs on the processor of this process
   if (reader.Read(1) < 0) return state.SkipWithError("no Python");
   for ([[maybe_unused]] auto _ : state) {
     const double seconds = reader.Read(1);
@@ -101,10 +101,10 @@ void LeFromPython(benchmark::State& state) {
 }
 BENCHMARK(LeFromPython)->UseManualTime();
 
-// Clients in processes of their own, which call at once.
+// Clients in processes of their own that call at the same time.
 class Callers {
  public:
-  // Of one round: its length, and the longest and the mean wait of a call for the server. Seconds.
+  // One round: its length, and the longest and the mean wait of a call for the server, in seconds.
   struct Round {
     double length = 0;
     double longest = 0;
@@ -155,7 +155,7 @@ class Callers {
     return round;
   }
 
-  // Says when it is ready, and after each round how long its calls have taken.
+  // Reports when it is ready, and after each round how long its calls have taken.
   static int Serve(int talk) {
     kestor_reports* store = nullptr;
     kestor_use_home(Empty().Home().Home().c_str());
@@ -177,14 +177,14 @@ class Callers {
     return 0;
   }
 
-  // How long this process has been able to run and had no processor. With more clients than processors, each has its
-  // turn of some milliseconds, which is no wait for the server.
+  // Returns how long this process was ready to run but had no processor. With more clients than processors, each waits
+  // some milliseconds for its turn, which is no wait for the server.
   static double WaitedForProcessor() {
     static const int statistics = open("/proc/self/schedstat", O_RDONLY | O_CLOEXEC);
     char text[100] = {};
     char* end = text;
     if (pread(statistics, text, sizeof text - 1, 0) <= 0) return 0;
-    std::strtoull(text, &end, 10);  // how long it has run
+    std::strtoull(text, &end, 10);  // the time that it has run
     return static_cast<double>(std::strtoull(end, nullptr, 10)) / 1e9;
   }
 
@@ -205,7 +205,7 @@ class Callers {
 };
 
 constexpr int kClients = 8;
-constexpr int kCalls = 800;  // of a round
+constexpr int kCalls = 800;  // in a round
 constexpr int kRounds = 10;
 
 void Round(benchmark::State& state, int clients, double Callers::Round::*seconds) {

@@ -1,4 +1,4 @@
-// Renumbering and migrating the models of a module and component, beside the bare work on the same files.
+// Renumbering and migrating the models of a module and component, compared with the bare work on the same files.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -76,7 +76,8 @@ void Clear(const std::string& folder) {
   }
 }
 
-// Models of component 02, so that what the other benchmarks use is not touched. A catalogue of `fields` fields.
+// The models are of component 02, so that those of the other benchmarks stay unchanged. The catalogue has `fields`
+// fields.
 std::string Folder() {
   return Empty().Reports();
 }
@@ -98,13 +99,13 @@ void WriteCatalogue(int fields) {
   const std::string file = CatalogueFile();
   if (std::filesystem::exists(file) && ReadWhole(file) == lines) return;
   support::WriteFile(file, lines);
-  // That a file has not changed can be told by its times only once they are some seconds old.
+  // The times of a file prove that it has not changed only once they are some seconds old.
   if (bench::CrowdFiles() > 1000) std::this_thread::sleep_for(std::chrono::seconds(4));
 }
 
 // ---- Renumbering ---------------------------------------------------------------------------------------------------
 
-// 1,000 and 10,000, and fewer in a quick run.
+// 1,000 or 10,000; fewer in a quick run.
 int Documents() {
   return bench::CrowdFiles() / 100;
 }
@@ -164,7 +165,7 @@ BENCHMARK(Renumbering)->UseRealTime()->Iterations(1)->Repetitions(9);
 
 constexpr std::size_t kBytesOfModel = 2000;
 
-// A model of layout 2 of some 2 kB, with export settings of six items.
+// Makes models of layout 2 of about 2 kB, with export settings of six items.
 void PutModels(int count) {
   Clear(Folder());
   constexpr std::size_t kHeader = 556;
@@ -184,7 +185,7 @@ void PutModels(int count) {
   }
 }
 
-// A value of this process, such as VmRSS, in MiB.
+// Returns a value of this process, such as VmRSS, in MiB.
 double Memory(const char* value) {
   std::ifstream status("/proc/self/status");
   std::string word;
@@ -195,7 +196,7 @@ double Memory(const char* value) {
   return kibibytes / 1024;
 }
 
-// Beside the time it tells by how much the memory of this process grew at most.
+// Also reports the peak growth of this process's memory.
 void Migrate(benchmark::State& state, int count) {
   const ComponenteMarcacao markup;
   bench::Enter(Empty());
@@ -204,7 +205,7 @@ void Migrate(benchmark::State& state, int count) {
     state.PauseTiming();
     PutModels(count);
     auto store = bench::MigratingStoreInProcess();
-    std::ofstream("/proc/self/clear_refs") << 5;  // the most memory so far is what there is now
+    std::ofstream("/proc/self/clear_refs") << 5;  // resets the peak to the present memory
     const double before = Memory("VmRSS");
     state.ResumeTiming();
     if (store->Inicializa(support::Text(u"CT"), support::Text(u"02")) != S_OK) state.SkipWithError("not migrated");
@@ -224,7 +225,7 @@ void LargeMigration(benchmark::State& state) {
 }
 BENCHMARK(LargeMigration)->UseRealTime()->Iterations(1)->Repetitions(1);
 
-// A document that a migration makes.
+// Returns a document that a migration makes.
 std::string MigratedDocument() {
   const ComponenteMarcacao markup;
   bench::Enter(Empty());
@@ -256,7 +257,7 @@ void BareMigration(benchmark::State& state) {
 }
 BENCHMARK(BareMigration)->UseRealTime()->Iterations(1)->Repetitions(3);
 
-// The searches of an initialisation that has nothing to migrate: for documents, and for models of the first generation.
+// Does the searches of an initialisation that has nothing to migrate: for documents, and for first-generation models.
 void BareSearches(benchmark::State& state) {
   const std::string folder = Full().Reports();
   for ([[maybe_unused]] auto _ : state) {

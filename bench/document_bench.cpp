@@ -1,4 +1,4 @@
-// Report documents: reading, writing and renumbering them, beside the bare parser, the bare bytes and the bare files.
+// Reading, writing and renumbering report documents, compared with the bare parser, the bare bytes and the bare files.
 #include <expat.h>
 
 #include <algorithm>
@@ -19,7 +19,7 @@ using namespace kestor;
 constexpr int kColumns = 60;
 constexpr int kManyColumns = 1000 * kColumns;
 
-// A document as applications make them: `columns` columns, and sort keys, totals and conditions in proportion.
+// Fills a document like those of applications: `columns` columns, and sort keys, totals and conditions in proportion.
 void Fill(CDocRelatorio& document, int columns) {
   document.nome = "Balancete";
   document.impressao.cabecalho.texto = "Balancete de verifica\xE7\xE3o";
@@ -76,7 +76,7 @@ void LoadLongDocument(benchmark::State& state) {
 }
 BENCHMARK(LoadLongDocument)->UseRealTime();
 
-// Names, values and the signs between them, as a writer has them.
+// Splits the content into names, values and the signs between them, as a writer gets them.
 std::vector<std::string_view> Pieces(std::string_view content) {
   const auto isSign = [](char c) { return std::strchr(" =\"<>/\n", c) != nullptr; };
   std::vector<std::string_view> pieces;

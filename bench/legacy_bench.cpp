@@ -1,4 +1,4 @@
-// The first generation: field catalogue and models, beside the bare work.
+// The first generation: field catalogue and models, compared with the bare work.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,7 +18,7 @@ using bench::kModelBytes;
 
 constexpr std::size_t kLines = 65535;
 
-// A catalogue of as many lines as the newer list can hold.
+// Returns a catalogue of as many lines as the newer list can hold.
 const std::string& Catalogue() {
   static const std::string catalogue = [] {
     const std::string line =
@@ -41,7 +41,7 @@ std::string CatalogueFile() {
   return file;
 }
 
-// One reading, one block of records, and each line copied into its record's place.
+// Reads the file once, allocates one block of records, and copies each line into its record.
 void BareCatalogue(benchmark::State& state) {
   const std::string file = CatalogueFile();
   for ([[maybe_unused]] auto _ : state) {
@@ -77,7 +77,7 @@ void CatalogueFields(benchmark::State& state) {
     if (store->BuscaQdeCamposArquivo(&count) != S_OK || count != LONG{kLines}) {
       state.SkipWithError("the catalogue is not read");
     }
-    store->BuscaCampos(0, nullptr);  // lets go of the records
+    store->BuscaCampos(0, nullptr);  // releases the records
   }
 }
 BENCHMARK(CatalogueFields)->UseRealTime();

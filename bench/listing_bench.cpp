@@ -1,4 +1,4 @@
-// Listing and the default report, beside the bare system calls that do the same work.
+// Listing and the default report, compared with the bare system calls that do the same work.
 #include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -17,7 +17,7 @@ using bench::Full;
 
 constexpr std::size_t kRecord = 264;
 
-// A tenth of the crowd, models of component 03.
+// Makes models of component 03, a tenth of the crowd, and returns their number.
 int Models() {
   static bool made = false;
   const int models = bench::CrowdFiles() / 10;
@@ -60,7 +60,8 @@ void ListModels(benchmark::State& state) {
   }
 }
 
-// Every store has found its list of deleted names: empty, or with as many as there are models, none of which is one.
+// Lists models with the list of deleted names present: empty, or with as many names as there are models, none of them a
+// model's.
 void List(benchmark::State& state) {
   support::WriteFile(Full().Reports() / "ZNRELDEL.DAT", std::string(kRecord, '\0'));
   ListModels(state);
@@ -89,7 +90,7 @@ int OpenLocked(const std::string& file, int flags, short lock) {
   return fcntl(opened, F_OFD_SETLK, &range) == 0 ? opened : -1;
 }
 
-// A store that knows where its default report stands.
+// Returns a store that remembers where its default report is recorded.
 ComPtr<IZNPL_Relatorio2> StoreWithDefault() {
   bench::Enter(Empty());
   auto store = bench::StoreInProcess();

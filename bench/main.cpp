@@ -9,7 +9,7 @@
 
 namespace {
 
-// Collects the repetitions of every benchmark; shows their aggregates, or the runs where there are no repetitions.
+// Collects the repetitions of every benchmark; shows their aggregates, or the runs if there are no repetitions.
 class Collector final : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
@@ -83,7 +83,7 @@ int main(int argc, char** argv) {
   if (aged) bench::AgeFileSystem();
 
   Collector collector;
-  // What deletes files by the thousand comes last: for seconds afterwards the file system makes new ones slowly.
+  // Benchmarks that delete thousands of files come last: the file system creates files slowly for seconds afterwards.
   const bool chosen = std::any_of(argv + 1, argv + argc,
                                   [](std::string_view argument) { return argument.starts_with("--benchmark_filter"); });
   if (chosen) {

@@ -50,7 +50,7 @@ class WithHistory final : public kestor::Servidor {
   history::Keeper keeper_;
 };
 
-// As many versions as the limit lets a model have, of as many models as are needed.
+// Makes versions, as many for each model as the limit permits, for as many models as needed.
 void MakeVersions(const std::filesystem::path& history, int versions) {
   constexpr int kOfModel = 50;
   history::Version version;
@@ -85,7 +85,7 @@ const support::Installation& MadeOnce(std::unique_ptr<support::Installation>& in
   return *installation;
 }
 
-// Resident memory of a process in KiB.
+// Returns the resident memory of a process in KiB.
 long ResidentKiB(pid_t pid) {
   std::istringstream status(support::ReadFile("/proc/" + std::to_string(pid) + "/status"));
   for (std::string line; std::getline(status, line);) {

@@ -1,5 +1,5 @@
-// Calls on a large folder of a network file system, beside one bare reading of that folder. They run only where
-// $KESTOR_MACHINES is the folder of a mount `a`, as tests/contention/machines.sh makes it.
+// Calls on a large folder of a network file system, compared with one bare reading of that folder. They run only if
+// $KESTOR_MACHINES is a folder with a mount `a`, as tests/contention/machines.sh makes it.
 #include <dirent.h>
 #include <unistd.h>
 
@@ -20,13 +20,13 @@ using bench::kModelBytes;
 
 constexpr std::size_t kRecord = 264;
 
-// 20,000, and fewer in a quick run.
+// 20,000; fewer in a quick run.
 int Models() {
   return bench::CrowdFiles() / 5;
 }
 
 // A home whose reports folder is on the volume. Component 01 has a model Vendas and many others, component 02 has one.
-// The list of deleted names is there, which the first listing of all makes.
+// The list of deleted names exists already; the very first listing creates it.
 class Volume {
  public:
   explicit Volume(const std::filesystem::path& mount) : home_(mount / ("kestor-bench-" + std::to_string(getpid()))) {
@@ -66,8 +66,8 @@ const Volume& MadeOnce() {
   return *volume;
 }
 
-// Measures a call that finds the folder changed a moment ago: what a folder holds that has been quiet for two seconds
-// is remembered, and costs nothing.
+// Measures a call that finds the folder changed a moment ago. The names in a folder that has been quiet for two seconds
+// are cached and cost nothing.
 template <typename Call>
 void Measure(benchmark::State& state, const Call& call) {
   for ([[maybe_unused]] auto _ : state) {
@@ -182,7 +182,8 @@ void bench::EndNetwork() {
 
 std::vector<bench::Figure> bench::NetworkFigures() {
   const char* const reading = "NetworkReading";
-  // A list of 20,000 names takes the processor as long as a fast volume takes to tell them. Writing flushes twice.
+  // The processor needs as long for a list of 20,000 names as a fast volume needs to deliver them. Writing flushes
+  // twice.
   return {
       {"Network: Inicializa with nothing to migrate, 1 of 20,000 models / a readdir", "NetworkInitialisationOfOne",
        reading, 1.5},

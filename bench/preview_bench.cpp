@@ -1,5 +1,5 @@
-// A report over a file of lines, beside the bare reading and sorting of that file; and the book of all reports, beside
-// the drawing of their pages.
+// A report on a file of lines, compared with the bare reading and sorting of that file; and the book of all reports,
+// compared with the drawing of their pages.
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,7 +28,7 @@ const preview::Fields kFields = {{1, "Conta", "", KESTOR_Conta, 12, ""},
                                  {4, "Debito", "", KESTOR_Valor, 14, ""},
                                  {5, "Credito", "", KESTOR_Valor, 14, ""}};
 
-// Groups of accounts and of days, with both sums.
+// Fills a document with groups of accounts and of days, and both kinds of totals.
 void FillIn(kestor::CDocRelatorio* document) {
   for (const preview::Field& field : kFields) {
     kestor::CampoEscolhido column;
@@ -42,7 +42,7 @@ void FillIn(kestor::CDocRelatorio* document) {
   document->ordenacao.totalizacoes = {{4, true, true}, {5, true, true}};
 }
 
-// A file of as many lines as there are files in a crowd.
+// Makes a file of as many lines as a crowd has files.
 const std::string& DataFile() {
   static const support::TempFolder folder;
   static const std::string file = (folder.Path() / "lancamentos.csv").string();
@@ -110,7 +110,7 @@ BENCHMARK(ReportOfLines)->UseRealTime();
 
 std::unique_ptr<support::Installation> installation;
 
-// An installation with a hundredth of the crowd as models.
+// Makes an installation with a hundredth of the crowd as models, and returns their number.
 std::size_t Models() {
   const int models = bench::CrowdFiles() / 100;
   if (!installation) {

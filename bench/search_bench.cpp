@@ -1,4 +1,4 @@
-// A search through all models, and their check, beside the bare files and the bare reading of their documents.
+// A search through all models, and their check, compared with the bare files and the bare reading of their documents.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -23,7 +23,7 @@ std::string File(int model) {
   return installation->Reports() / ("CT01Modelo " + std::to_string(model) + ".RXL");
 }
 
-// An installation with a tenth of the crowd as models.
+// Makes an installation with a tenth of the crowd as models, and returns their number.
 int Models() {
   const int models = bench::CrowdFiles() / 10;
   if (!installation) {

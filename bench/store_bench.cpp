@@ -1,4 +1,4 @@
-// The report store in this process, beside the bare system calls that do the same work.
+// The report store in this process, compared with the bare system calls that do the same work.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>

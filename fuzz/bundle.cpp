@@ -1,4 +1,4 @@
-// Whatever the bytes of an archive: it is read as a bundle or refused, and what is read is as the manifest says.
+// Whatever the bytes of an archive, it is read as a bundle or refused, and what is read matches the manifest.
 #include "bundle/bundle.h"
 
 #include <sys/mman.h>

@@ -1,4 +1,4 @@
-// Whatever the bytes of a field catalogue, each of its lines is a record, and both record kinds tell the same of it.
+// Whatever the bytes of a field catalogue, each of its lines is a record, and both record kinds say the same about it.
 #include <stdlib.h>
 #include <string.h>
 
@@ -24,7 +24,7 @@ void Require(bool condition) {
   if (!condition) abort();
 }
 
-// A home whose drive D holds the catalogue at hand; it goes with the process.
+// A home whose drive D holds the catalogue under test; it is removed at the end of the process.
 class Installation {
  public:
   Installation() {
@@ -59,7 +59,8 @@ std::size_t Lines(std::string_view catalogue) {
   return nul == std::string_view::npos ? ends + 1 : ends;
 }
 
-// Records with nothing in them that was left over from elsewhere, in a block of exactly their size.
+// Returns the records in a block of exactly their size. Fills it with 0xFF first, so that bytes left unwritten are
+// noticed.
 template <typename Record>
 std::unique_ptr<Record[]> Records(const CCatalogoCampos& catalogue, std::size_t count) {
   auto records = std::make_unique<Record[]>(count);
@@ -97,7 +98,7 @@ void RequireSameField(const tagREG_CAMPOS_RELATORIO& older, const tagREG_CAMPOS_
   Require(newer.cFiller == 0);
 }
 
-// A caller that has room for fewer lines gets the first ones.
+// Requires that a caller with room for fewer lines gets the first ones.
 template <typename Record>
 void RequireFirst(const CCatalogoCampos& catalogue, const Record* all, std::size_t count) {
   Require(catalogue.Quantidade(count) == count);

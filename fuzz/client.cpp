@@ -1,8 +1,8 @@
-// Whatever a server says, a program over the client library goes on: each call ends, and hands out what is whole or
-// nothing.
+// Whatever a server sends, a program that uses the client library survives: each call ends, and returns complete data
+// or nothing.
 //
-// The first byte chooses the class. The rest is what the server says on each connection, a frame for each that it
-// hears.
+// The first byte chooses the class. The rest is what the server sends on each connection, one frame for each frame that
+// it receives.
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -28,7 +28,7 @@ void Require(bool condition) {
   if (!condition) std::abort();
 }
 
-// Reads what is handed out, so that AddressSanitizer sees it.
+// Reads what a call returns, so that AddressSanitizer checks it.
 volatile unsigned sum = 0;
 void Use(const void* bytes, std::size_t size) {
   for (std::size_t i = 0; i < size; ++i)
@@ -71,7 +71,7 @@ class Server {
     }
   }
 
-  // Says a frame for each that it hears, and then no more.
+  // Sends one frame for each that it receives, until there are no more.
   static void Answer(int client, std::string_view said) {
     std::string heard;
     std::array<char, 4096> block;
@@ -90,7 +90,7 @@ class Server {
     }
   }
 
-  // A frame's header, and how many bytes follow it as the first four of it say.
+  // Returns the size of a frame: its header and as many bytes as the first four bytes of it say.
   static std::size_t FrameBytes(std::string_view bytes) {
     constexpr std::size_t kHeader = 8;
     std::uint32_t following = 0;
@@ -208,7 +208,7 @@ Class* Classes() {
     static std::string folder = (std::filesystem::temp_directory_path() / "kestor-fuzz-XXXXXX").string();
     Require(mkdtemp(folder.data()) != nullptr);
     std::atexit([] { std::filesystem::remove_all(folder); });
-    // The library has a home of its own, which it finds as this program does.
+    // The library has its own copy of the home's code, and finds the same home through the environment.
     for (const char* variable : {"XDG_RUNTIME_DIR", "KESTOR_HOME", "KESTOR_SYSTEM"})
       Require(setenv(variable, folder.c_str(), 1) == 0);
     std::string reason;

@@ -1,4 +1,4 @@
-// Whatever the bytes of a first-generation model and of its export settings, what is told of them is in them, and the
+// Whatever the bytes of a first-generation model and of its export settings, decoded values lie within them, and the
 // document made from them can be read. Input: the length of the model (16 bits, little-endian), the model, the
 // settings.
 #include <stdlib.h>
@@ -25,7 +25,8 @@ void Require(bool condition) {
   if (!condition) abort();
 }
 
-// A home whose drive D holds the model, its settings and the field catalogue, and a store on it; goes with the process.
+// A home whose drive D holds the model, its settings and the field catalogue, and a store on it; removed at the end of
+// the process.
 class Installation {
  public:
   Installation() {

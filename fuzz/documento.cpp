@@ -1,5 +1,5 @@
-// Whatever the bytes of a stored content: it loads as a report document or it does not, and what has loaded is written
-// so that it comes back as it was.
+// Whatever the bytes of a stored content, it loads as a report document or is refused, and a loaded document can be
+// written and read back unchanged.
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -25,7 +25,7 @@ std::string Content(const CDocRelatorio& document) {
   return {reinterpret_cast<const char*>(stream->Buffer()), stream->Size()};
 }
 
-// From a block of exactly the content's size, so that reading beyond it is seen.
+// Loads from a block of exactly the content's size, so that a sanitizer notices reads beyond it.
 bool Load(CDocRelatorio& document, const void* content, std::size_t size) {
   const auto block = std::make_unique<std::uint8_t[]>(size);
   if (size != 0) std::memcpy(block.get(), content, size);
@@ -42,7 +42,7 @@ void RequireSame(CDocRelatorio& read, const CDocRelatorio& again) {
   RequireAlmost(read.impressao.margemSuperior, again.impressao.margemSuperior);
   read.impressao.margemEsquerda = again.impressao.margemEsquerda;
   read.impressao.margemSuperior = again.impressao.margemSuperior;
-  // A total that is wanted nowhere is not written.
+  // A total that is printed nowhere is not written.
   std::erase_if(read.ordenacao.totalizacoes, [](const auto& total) { return !total.naQuebra && !total.geral; });
   Require(read.versao == again.versao && read.nome == again.nome);
   Require(read.dataInicial == again.dataInicial && read.dataFinal == again.dataFinal);

@@ -1,4 +1,5 @@
-// Whatever the bytes of a frame, a stub answers with a result and a proxy gives its caller all of an answer or nothing.
+// Whatever the bytes of a frame, a stub answers with a result, and a proxy gives its caller a complete answer or
+// nothing.
 //
 // The first byte chooses the interface and whether the rest is a request or an answer, the second the slot.
 #include <cstddef>
@@ -15,7 +16,7 @@ void Require(bool condition) {
   if (!condition) std::abort();
 }
 
-// A buffer that the object would fill is kept small, so that a run is short.
+// Returns whether a request asks for a large buffer. The object then fails instead of filling it, to keep a run short.
 bool AsksForMuch(channel::Decoder arguments) {
   constexpr std::uint32_t kMuch = 1u << 16;
   return arguments.U32() > kMuch;
@@ -40,7 +41,7 @@ void Serve(std::size_t index, std::uint16_t slot, channel::Decoder arguments) {
   Require(script.objects == 0);
 }
 
-// The out-arguments must be as they were unless all of the answer was good.
+// The out-arguments must be unchanged unless the whole answer was good.
 template <typename Record>
 void TakeRecord(channel::Decoder in) {
   Record* record = nullptr;
@@ -111,7 +112,7 @@ void Receive(std::uint16_t kind, channel::Decoder answer) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < 2) return 0;
-  // A copy of exactly the payload, so that reading beyond it is seen.
+  // A copy of exactly the payload, so that a sanitizer notices reads beyond it.
   const auto payload = std::make_unique<std::byte[]>(size - 2);
   std::memcpy(payload.get(), data + 2, size - 2);
   const channel::Decoder bytes(payload.get(), size - 2);

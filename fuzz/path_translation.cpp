@@ -1,5 +1,5 @@
-// Whatever the text, its path stays below the folder of the drive or share, or below the current directory, by names
-// that a path may have.
+// Whatever the text, its path stays below the folder of the drive or share, or below the current directory, and
+// consists of permitted names.
 #include <stdlib.h>
 
 #include <algorithm>
@@ -13,7 +13,7 @@
 
 namespace {
 
-// A home in which nothing exists, so that paths are what their text says.
+// A home in which nothing exists, so that paths depend only on their text.
 const std::string& Drives() {
   static const std::string drives = [] {
     const std::filesystem::path home = std::filesystem::temp_directory_path() / "kestor-fuzz-no-such-home";

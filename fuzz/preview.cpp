@@ -1,5 +1,5 @@
-// Whatever a document and a file of values say, their pages are laid out, and every text stands on its page. The input
-// is a document, a NUL and the file.
+// Whatever a document and a file of values contain, their pages are laid out, and every text lies on its page. The
+// input is a document, a NUL and the file.
 #include "preview/preview.h"
 
 #include <sys/mman.h>
@@ -49,7 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::size_t end = input.find('\0');
   std::string content = input.substr(0, end);
   kestor::CDocRelatorio document;
-  // What has been read of a damaged one is a document as well.
+  // What has been read of a damaged document is a document as well.
   document.CarregaConteudo(
       {kestor::kVersaoDocumento, static_cast<LONG>(content.size()), reinterpret_cast<unsigned char*>(content.data())});
   preview::Lines samples = preview::SampleLines(document, kFields, kMostLines);

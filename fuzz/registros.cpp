@@ -1,5 +1,5 @@
-// Whatever the bytes of the record files: each call has a defined result, takes only records of its own key for its
-// own, and what is appended stands where a record has to stand and is found.
+// Whatever the bytes of the record files, each call has a defined result and uses only records of its own key, and an
+// appended record lies at a record boundary and is found again.
 //
 // Input: which of the three files are there, and the order of the calls (8 bits), the lengths of the default reports
 // and of the deleted names (16 bits each, little-endian), then these two and the control file.
@@ -56,7 +56,7 @@ bool IsOwn(std::string_view record) {
   return Text(record.substr(0, kKeyBytes)) == kKey;
 }
 
-// The names under the key, of the whole records behind the first.
+// Returns the names under the key in the complete records after the first one.
 Names NamesIn(std::string_view file) {
   Names names;
   for (std::size_t at = kRecord; at + kRecord <= file.size(); at += kRecord) {
@@ -66,7 +66,7 @@ Names NamesIn(std::string_view file) {
   return names;
 }
 
-// Whether `after` is `before` with one record more. A first record that is lacking, and one that is cut, is all zeros.
+// Returns whether `after` is `before` with one more record. A missing first record and a cut record count as all zeros.
 bool HasNew(std::string_view before, std::string_view after, std::string_view record) {
   std::string expected(before.substr(0, before.size() / kRecord * kRecord));
   if (expected.empty() || before.size() > expected.size()) expected.append(kRecord, '\0');
@@ -106,7 +106,7 @@ class Installation {
     Require(file.good());
   }
 
-  // Nothing for a file that is missing.
+  // Returns an empty string if the file is missing.
   std::string Get(const char* name) const {
     std::ifstream file(Drive() / name, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
@@ -156,7 +156,7 @@ std::optional<std::string> FirstOf(const Names& names) {
   return names.empty() || names.front().empty() ? std::nullopt : std::optional(names.front());
 }
 
-// A file that is entered in the control file and missing is not made again.
+// A file that the control file lists is not created again if it is missing.
 bool IsRefused(HRESULT result, bool wasThere) {
   return !wasThere &&
          (result == ServiceError(CZNArqEx::naoEncontrado) || result == ServiceError(CZNArqEx::arquivoInvalido));
@@ -191,7 +191,7 @@ void CheckDeleted(const Installation& folder, IZNPL_Relatorio2& store, bool isTh
   char deleted = 0;
   Require(store.ExcluiRelatorio(model.get(), 1, &deleted) == S_OK && deleted == 1);
   const std::string after = folder.Get(kDeleted);
-  if (!isThere && after == before) return;  // refused, and the model is deleted all the same
+  if (!isThere && after == before) return;  // refused, but the model is deleted nevertheless
   Require(HasNew(before, after, Record(kKey, "Demo")));
   Names expected = NamesIn(before);
   expected.emplace_back("Demo");
@@ -218,7 +218,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (const char* model : {"CT01Modelo.RXL", "CT01Demo.RXL"})
     folder.Put(model, true, "\1\0x");
 
-  // Either of the two ways first: a call that finds a file missing makes it.
+  // Reads in either order, because a call that finds a file missing creates it.
   auto store = folder.NewStore();
   const auto read = [&] {
     Require(Default(*store) == FirstOf(NamesIn(folder.Get(kDefaults))));

@@ -1,5 +1,5 @@
-// Whatever the bytes of a registry file, reading ends with a tree or with an error; and what was read goes out in a
-// form that reads as the same.
+// Whatever the bytes of a registry file, reading it gives a tree or an error, and a tree is written in a form that
+// reads back the same.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

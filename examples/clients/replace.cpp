@@ -12,7 +12,7 @@
 
 namespace {
 
-// How many places that were.
+// Replaces `old` everywhere and returns how often.
 std::size_t Replace(std::string& text, const std::string& old, const std::string& now) {
   std::size_t places = 0;
   for (std::size_t at = 0; !old.empty() && (at = text.find(old, at)) != text.npos; at += now.size()) {

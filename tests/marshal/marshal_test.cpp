@@ -189,7 +189,7 @@ TEST_F(MarshalTest, FailuresLeaveNothingInTheClientsHands) {
   EXPECT_EQ(Noted(), "");
 }
 
-// This also holds for the answers of an object.
+// This also holds for answers.
 TEST_F(MarshalTest, WhatNoFrameHoldsIsNotCarried) {
   std::vector<unsigned char> huge(channel::kMaxPayloadBytes);
   const auto all = static_cast<LONG>(huge.size());

@@ -142,7 +142,7 @@ class ShortWriter final : public com::UncountedObject<IEscritorMarcacao, IID_IEs
   HRESULT DefineSaida(IStream*) override { return S_OK; }
 };
 
-// A factory of writers whose hook runs before it creates one.
+// A factory of writers that fails in every way before it creates one.
 class FailingWriters final : public com::UncountedObject<IClassFactory, IID_IClassFactory> {
  public:
   HRESULT LockServer(BOOL) override { return S_OK; }

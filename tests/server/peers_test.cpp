@@ -218,7 +218,7 @@ class PeersTest : public testing::Test {
 TEST_F(PeersTest, OrdinaryClientsNoticeNothingOfHostileOnes) {
   constexpr unsigned kClients = 2;
   constexpr unsigned kThreads = 3;
-  // Allows for what the allocator and a sanitizer keep. One answer leaked by each of the peers would be more.
+  // Allows for what the allocator and a sanitizer keep. One leaked answer for each conversation would be more.
   constexpr long kMemory = 40 << 10;  // KiB
   const unsigned conversations = (support::LongTests() ? 10'000 : 300) / kThreads;
   std::atomic<unsigned> calls{0};
