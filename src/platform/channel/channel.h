@@ -7,8 +7,8 @@
 // frames, each answered by one Result. Spare fields are sent as zero, and receivers ignore them, so that a later
 // version can use them. The slot of a frame that is neither Call nor Result is spare.
 //
-// A server whose Hello says so also tells why the client's last call ended as it did, and what becomes of the parts of
-// a long call while it runs.
+// A server whose Hello says so also tells why the client's last call ended as it did. During a long call it can report
+// what becomes of each part.
 #pragma once
 
 #include <array>

@@ -30,7 +30,7 @@ class Serving {
   Serving& operator=(const Serving&) = delete;
 };
 
-// The object of a connection. Its stub holds the reference, which goes when the connection ends.
+// The object of a connection. Its stub holds the reference and releases it when the connection ends.
 class StubSession final : public channel::Session {
  public:
   explicit StubSession(std::unique_ptr<com::CallStub> stub) : stub_(std::move(stub)) {}

@@ -94,7 +94,7 @@ bool PreparePrivateFolder(const std::string& folder, uid_t user, std::string* re
   }
   *reason = WrongWith(folder, user);
   if (!reason->empty()) return false;
-  // The umask may have removed permissions, also that of a process that created the folder just now.
+  // A umask may have removed permissions, even that of another process that created the folder just now.
   struct stat status {};
   const bool isWhole = lstat(folder.c_str(), &status) == 0 && (status.st_mode & S_IRWXU) == S_IRWXU;
   if (!isWhole) chmod(folder.c_str(), S_IRWXU);
