@@ -7,7 +7,7 @@
 
 namespace kestor {
 
-// What a field says: up to its NUL, or all of it when it has none.
+// Returns the text of a field: up to its NUL, or all of it if it has none.
 inline std::string_view TextoDoCampo(std::string_view campo) {
   return campo.substr(0, campo.find('\0'));
 }
@@ -16,11 +16,11 @@ std::string_view TextoDoCampo(const char (&campo)[N]) {
   return TextoDoCampo(std::string_view(campo, N));
 }
 
-// Fills a field of zeros with as much of a text as leaves it a NUL.
+// Copies a text into a field of zeros, cut so that a NUL follows it.
 template <std::size_t N>
 void PreencheCampo(char (&campo)[N], std::string_view texto) {
   texto = texto.substr(0, N - 1);
-  // Not memcpy: where the length has a bound, compilers make of it an instruction that is slow for short texts.
+  // Not memcpy: for a length with a known bound, compilers turn it into an instruction that is slow for short texts.
   if (!texto.empty()) std::memmove(campo, texto.data(), texto.size());
 }
 

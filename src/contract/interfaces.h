@@ -1,15 +1,15 @@
-// The interfaces of the server and the identities of everything that has one.
+// The server's interfaces, and the identities of its interfaces, classes, type library and application.
 //
-// Every method gives a result code (results.h). Out-arguments are set to null or zero before anything else unless a
-// method says otherwise. Records and arrays handed out through a pointer to a pointer are two task-memory blocks, the
-// record and its inner array; the caller frees the inner one, then the record (CoTaskMemFree). Strings handed out are
-// freed with SysFreeString. What comes in stays the caller's. A null BSTR counts as an empty text.
+// Every method returns a result code (results.h). Out-arguments are set to null or zero before anything else unless a
+// method says otherwise. A record handed out through a pointer to a pointer is two task-memory blocks, the record and
+// its inner array: the caller frees the array, then the record (CoTaskMemFree). The caller frees strings handed out
+// with SysFreeString. In-arguments stay the caller's. A null BSTR counts as an empty text.
 #pragma once
 
 #include "contract/records.h"
 #include "platform/com/com.h"
 
-// Store of first-generation models: opaque blocks of bytes with export settings and filters beside them.
+// Store of first-generation models: opaque blocks of bytes, with export settings and filters in files next to them.
 struct IZNPL_Rel : IUnknown {
   virtual HRESULT Inicializa(BSTR bNomeEmpresa, BSTR bModulo, BSTR bComponente) = 0;
   // Fills `lQde` records of the caller's array from what BuscaQdeCamposArquivo read.

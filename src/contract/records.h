@@ -9,8 +9,8 @@
 #include <cstddef>
 #include <cstdint>
 
-// Bytes that a record takes in the reference layout without its pointer: what is stored in files and carried between
-// processes of it.
+// Bytes of a record in the reference layout without its pointer: the part that is stored in files and sent between
+// processes.
 template <typename Record>
 inline constexpr std::size_t kBytesWithoutPointer = sizeof(Record) - sizeof(void*);
 
@@ -82,7 +82,7 @@ static_assert(offsetof(tagREG_CAMPOS_RELATORIO, cTipo) == 272);
 static_assert(offsetof(tagREG_CAMPOS_RELATORIO, cAlinhamento) == 273);
 static_assert(sizeof(tagREG_CAMPOS_RELATORIO) == 274);
 
-// One column of a first-generation model, to be given a new place and width.
+// One column of a first-generation model that gets a new place and width.
 struct REG_ATUALIZACAO_RELATORIO {
   char cNomeColuna[26];  // the field's alias in the catalogue
   std::int32_t iTamanho;
@@ -135,7 +135,7 @@ static_assert(offsetof(tagREG_RELEXPORTACAO, cDelimitador) == 611);
 static_assert(offsetof(tagREG_RELEXPORTACAO, pregItens) == 612);
 static_assert(kBytesWithoutPointer<tagREG_RELEXPORTACAO> == 612);
 
-// The value of a filtered field. Which member counts is the clients' affair: the server carries the bytes.
+// The value of a filtered field. Only clients know which member counts: the server carries the bytes.
 union tagVALOR {
   float fValor;
   CURRENCY vValor;

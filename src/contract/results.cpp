@@ -15,7 +15,7 @@ struct NamedResult {
   const char* meaning;
 };
 
-// A number that stands here in the error form alone means the same in the notice form.
+// A number that is listed in the error form only means the same in the notice form.
 const NamedResult kNamedResults[] = {
     {S_OK, "S_OK", "done"},
     {S_FALSE, "S_FALSE", "no model of that name, or it cannot be opened"},
@@ -123,7 +123,7 @@ bool IsNotice(HRESULT result) {
          result <= NoticeForm(KESTOR_MODELO_DEMO_COM_MESMO_NOME_EXCLUIDO);
 }
 
-// Who gave a result that has no name of its own, as its bits 16 to 26 tell.
+// The source of a result that has no name of its own, by its bits 16 to 26.
 struct Facility {
   std::uint32_t number;
   const char* name;

@@ -23,7 +23,7 @@ constexpr HRESULT ServiceError(std::uint32_t number) {
   return static_cast<HRESULT>(0x80040000u | number);
 }
 
-// What a result is called and what it means, in English; UTF-8.
+// The name of a result and its meaning in English; UTF-8.
 struct ResultText {
   std::string name;     // such as KESTOR_ARQUIVO_JA_EXISTE; never empty
   std::string meaning;  // such as "a model of that name exists"; never empty

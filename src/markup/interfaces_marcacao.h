@@ -1,8 +1,8 @@
 // The interfaces between the server and the markup component, which builds and parses trees of named elements with
 // named text attributes. Objects of its three classes come from CoCreateInstance.
 //
-// All texts are code page 1252 with a NUL at their end, and stay the giver's. A null attribute list stands for one
-// without attributes. Slots named Reservado are not part of the agreement: nothing calls them.
+// All texts are code page 1252, end in a NUL and belong to the side that passes them. A null attribute list counts as
+// an empty one. Slots named Reservado are not part of the contract: nothing calls them.
 #pragma once
 
 #include "platform/com/com.h"
@@ -18,7 +18,8 @@ struct IAtributosMarcacao : IUnknown {
   virtual HRESULT Adiciona(const char* nome, const char* valor) = 0;
   virtual HRESULT Reservado7() = 0;
   virtual HRESULT Reservado8() = 0;
-  // The value, which lives until the next call on the list. A failure, or a null value, for a name that is not there.
+  // Gives an attribute's value, valid until the next call on the list. Fails or gives null for a name that the list
+  // lacks.
   virtual HRESULT BuscaValor(const char* nome, const char** valor) = 0;
   virtual HRESULT Limpa() = 0;  // removes all attributes
 
@@ -26,7 +27,7 @@ struct IAtributosMarcacao : IUnknown {
   ~IAtributosMarcacao() = default;
 };
 
-// Is told what a reader finds, in the order of the document. A failure ends the reading. Keeps no reference.
+// Receives what a reader finds, in document order. A failure ends the parse. A handler keeps no reference.
 struct ITratadorMarcacao : IUnknown {
   virtual HRESULT InicioDocumento() = 0;
   virtual HRESULT FimDocumento() = 0;
@@ -39,19 +40,19 @@ struct ITratadorMarcacao : IUnknown {
 };
 
 struct ILeitorMarcacao : IUnknown {
-  virtual HRESULT DefineTratador(ITratadorMarcacao* tratador) = 0;  // held until the end of the next Analisa
+  virtual HRESULT DefineTratador(ITratadorMarcacao* tratador) = 0;  // the reader holds it until the next Analisa ends
   virtual HRESULT Reservado4() = 0;
-  // Reads a whole document from the IStream in `fonte` (VT_UNKNOWN, the caller's) and tells the handler of it. Fails
-  // when the bytes are no readable document, and with the handler's failure.
+  // Reads a whole document from the IStream in `fonte` (VT_UNKNOWN, the caller's) and calls the handler. Fails if the
+  // bytes are no readable document, and with the handler's failure.
   virtual HRESULT Analisa(VARIANT fonte) = 0;
-  // What went wrong in the last Analisa, as an IErroMarcacao; null and S_FALSE when nothing did.
+  // Gives an IErroMarcacao with what went wrong in the last Analisa; null and S_FALSE if nothing did.
   virtual HRESULT BuscaErro(IUnknown** erro) = 0;
 
  protected:
   ~ILeitorMarcacao() = default;
 };
 
-// Why a reading failed, for people.
+// Why a parse failed, for people.
 struct IErroMarcacao : IUnknown {
   virtual HRESULT BuscaLinha(ULONG* linha) = 0;         // counted from 1
   virtual HRESULT BuscaDescricao(BSTR* descricao) = 0;  // English; the caller's
@@ -63,14 +64,14 @@ struct IErroMarcacao : IUnknown {
 struct IEscritorMarcacao : IUnknown {
   virtual HRESULT IniciaDocumento() = 0;
   virtual HRESULT FinalizaDocumento() = 0;  // everything has been written when it returns
-  // The list is read at once; it may be emptied or released afterwards.
+  // Reads the list at once: the caller may clear or release it afterwards.
   virtual HRESULT IniciaElemento(const char* nome, IAtributosMarcacao* atributos) = 0;
   virtual HRESULT FinalizaElemento(const char* nome) = 0;
   virtual HRESULT Reservado7() = 0;
   virtual HRESULT Reservado8() = 0;
   virtual HRESULT Reservado9() = 0;
   virtual HRESULT Reservado10() = 0;
-  virtual HRESULT DefineSaida(IStream* saida) = 0;  // held as long as the writer lives; only written to
+  virtual HRESULT DefineSaida(IStream* saida) = 0;  // the writer holds it while it lives, and only writes to it
 
  protected:
   ~IEscritorMarcacao() = default;
