@@ -1,7 +1,8 @@
 // How the values of a report document are written as attribute texts, and read back.
 //
-// An encoding has `Le`, which sets a value from a text (false: the text is refused), and `Escreve`, which gives the
-// text of a value, or null when the attribute is to be left out. A text lives as long as the value and the draft.
+// An encoding has `Le`, which sets a value from a text or returns false to refuse the text, and `Escreve`, which
+// returns the text of a value, or null to leave the attribute out. A text is valid while its value lives, until the
+// draft is used again.
 #pragma once
 
 #include <algorithm>
@@ -16,7 +17,7 @@
 
 namespace kestor {
 
-// Where a value's text is written; used for one value at a time.
+// A buffer for the text of one value at a time.
 class Rascunho {
  public:
   const char* Numero(std::int64_t valor) {
@@ -27,7 +28,7 @@ class Rascunho {
     numero_ = {valor};
     return numero_.data();
   }
-  // Six decimals without the zeros at the end, of which one stays after the point.
+  // Six decimals without the zeros at the end, but at least one.
   const char* Decimal(double valor) {
     decimal_ = text::FormatDouble(valor);
     while (decimal_.size() > 1 && decimal_.back() == '0' && decimal_[decimal_.size() - 2] != '.')
@@ -41,7 +42,7 @@ class Rascunho {
 };
 
 struct Numero {
-  // The low 16 bits of a number for a 16-bit field.
+  // A 16-bit field takes the low 16 bits of the number.
   template <typename Inteiro>
   static bool Le(const char* texto, Inteiro& valor) {
     valor = static_cast<Inteiro>(text::ToInt(texto));
@@ -67,7 +68,7 @@ struct Caractere {
 };
 
 struct Decimal {
-  // A number beyond the field's range becomes the largest that it holds, which can be written and read again.
+  // A number beyond the field's range becomes the limit of the range, which can be written and read again.
   static bool Le(const char* texto, float& valor) {
     constexpr double kMaximo = std::numeric_limits<float>::max();
     valor = static_cast<float>(std::clamp(text::ToDouble(texto), -kMaximo, kMaximo));
@@ -84,15 +85,15 @@ struct Texto {
   static const char* Escreve(const std::string& valor, Rascunho& /*rascunho*/) { return valor.c_str(); }
 };
 
-// A value that is written as one of some words: the word at its place in the list. A null word stands for a value that
-// is written by leaving the attribute out.
+// A value that is written as the word at its index in a list. A null word stands for a value whose attribute is left
+// out.
 class Palavras {
  public:
   enum class Igualdade { exata, semCaixa, primeiraLetra };
   static constexpr std::int32_t kRecusa = -1;
 
-  // A value without a word of its own is written as `outraPalavra`; a text that is none of the words is read as
-  // `outroValor`, or refused (kRecusa).
+  // A value without a word of its own is written as `outraPalavra`. A text that is none of the words is read as
+  // `outroValor`, or refused if that is kRecusa.
   template <std::size_t N>
   constexpr Palavras(const std::array<const char*, N>& palavras, const char* outraPalavra, std::int32_t outroValor,
                      Igualdade igualdade = Igualdade::exata)

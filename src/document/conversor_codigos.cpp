@@ -19,13 +19,13 @@ namespace kestor {
 
 namespace {
 
-// Codes up to here are those of fixed columns; nothing is renumbered to one of them.
+// Codes up to this one are those of fixed columns; no code is renumbered to one of them.
 constexpr std::uint16_t kUltimoCodigoFixo = 99;
 
-// Longer contents are not made ahead of their turn: some dozens of them wait in memory.
+// Longer contents are not converted ahead of their turn: some dozens of them wait in memory.
 constexpr std::size_t kMaiorAdiantado = std::size_t{128} << 10;
 
-// What has been said of the last thing that failed.
+// Returns the recorded reason of the last failure, or `frase` if there is none.
 std::string RazaoOu(const char* frase) {
   std::string dita = RazaoDita();
   return dita.empty() ? frase : dita;
@@ -131,12 +131,12 @@ void CConversorCodigos::Antecipa(std::string_view nome) {
     if (!*modelo || modelo->Bytes() > kMaiorAdiantado) return;
     adiantados_.push_back({std::string(nome), modelo, fio_.Comeca([this, modelo] { return Renumerado(*modelo); })});
   } catch (const std::bad_alloc&) {
-    // When its turn comes there may be memory.
+    // There may be memory when the model's turn comes.
   }
 }
 
-// What was made ahead counts only when the model, which has been read again in its turn, is still the same, and when
-// nothing was lacking: there may be memory now.
+// Takes the document that was made ahead if it is complete and the model, read again in its turn, is still the same.
+// Otherwise makes the document now: there may be memory by now.
 CConversorCodigos::DocumentoNovo CConversorCodigos::DocumentoDe(std::string_view nome, const ModeloLido& modelo) {
   const auto achado = std::find_if(adiantados_.begin(), adiantados_.end(),
                                    [nome](const Adiantado& adiantado) { return adiantado.nome == nome; });
@@ -159,7 +159,7 @@ void CConversorCodigos::ConverteModelo(std::string_view nome) {
     EsqueceRazao();
     fim = Converte(nome);
   } catch (const std::bad_alloc&) {
-    // The others have their turn.
+    // The other models still have their turn.
   }
   Encerra(nome, std::move(fim));
 }
@@ -184,9 +184,9 @@ CConversorCodigos::Fim CConversorCodigos::Converte(std::string_view nome) {
     if (anotado) gravados_.erase(gravado);
     return ignora(std::move(razao));
   };
-  // Without content the document could not be written, and the stored one stays.
+  // An empty content means that the document could not be made: the stored one stays.
   if (!documento.conteudo || documento.conteudo->Size() == 0) return falhou("its document cannot be made");
-  // Whether the content of another model is a new one must be known when its turn comes.
+  // When the other model's turn comes, it must be known whether its content is a new one.
   const Quando quando = deOutro ? Quando::ja : Quando::comOsOutros;
   if (Grava(documento.nome, KESTOR_Sobreescrever, *documento.conteudo, quando) != S_OK)
     return falhou(RazaoOu("it cannot be stored"));

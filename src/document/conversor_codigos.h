@@ -21,31 +21,31 @@ class CDocRelatorio;
 
 class CConversorCodigos final : public CConversorModelos {
  public:
-  // Reads the field catalogue from the store. When that fails, no code is renumbered and nothing is removed.
+  // Reads the field catalogue from the store. If that fails, no code is renumbered and nothing is removed. `pares` has
   // `quantidade` pairs; the last one of an old code counts. Throws std::bad_alloc.
   CConversorCodigos(Servidor& servidor, IZNPL_Relatorio2& repositorio, std::string modulo, std::string componente,
                     LONG quantidade, const REL_CODIGO_CAMPOS_ALTERADOS* pares);
 
-  // Tells the server of each new code that no field of the catalogue has.
+  // Reports to the server each new code that no field of the catalogue has.
   void RelataCodigosSemCampo();
 
   // Renumbers the codes in one model, gives renumbered columns the titles of the catalogue, removes sort keys, totals
   // and conditions that the catalogue does not allow for their field, and stores the document under the name that it
-  // bears itself. A model stays as it is that cannot be read as a document, whose document bears no name of a model, or
-  // that has got its content from another model's document before: its codes are new.
+  // bears. Leaves a model as it is if its content is no document, if the document's name is not one of a model, or if
+  // another model's document has already been stored in its file: those codes are new.
   void ConverteModelo(std::string_view nome) override;
 
  private:
-  // What becomes of a model's content, whatever becomes of the model.
+  // What renumbering makes of a model's content alone.
   struct DocumentoNovo {
     bool lido = false;
     std::string motivo;  // why it is no document
-    std::string nome;    // that it bears
+    std::string nome;    // the name that the document bears
     bool alterou = false;
     std::unique_ptr<CMemStream> conteudo;
   };
 
-  // A guess of what a model will be when its turn comes.
+  // A document that is made ahead, in the hope that the model is still the same when its turn comes.
   struct Adiantado {
     std::string nome;
     std::shared_ptr<const ModeloLido> modelo;
@@ -54,21 +54,21 @@ class CConversorCodigos final : public CConversorModelos {
 
   void Antecipa(std::string_view nome) override;
   bool CarregaCatalogo();
-  DocumentoNovo Renumerado(const ModeloLido& modelo) const;  // also on the second thread
+  DocumentoNovo Renumerado(const ModeloLido& modelo) const;  // also runs on the second thread
   DocumentoNovo DocumentoDe(std::string_view nome, const ModeloLido& modelo);
   Fim Converte(std::string_view nome);
-  const tagREG_CAMPOS_RELATORIO2* BuscaCampo(std::uint16_t codigo) const;  // null when the catalogue does not have it
+  const tagREG_CAMPOS_RELATORIO2* BuscaCampo(std::uint16_t codigo) const;  // null if the catalogue does not have it
   bool Renumera(std::uint16_t& codigo) const;                              // false: the code stays
   bool Altera(CDocRelatorio& documento) const;                             // false: nothing in it changes
-  // `permissao`: what a field of the catalogue must allow for a record with its code to stay. False: all stay.
+  // Renumbers the records and removes those whose field in the catalogue lacks `permissao`. False: nothing changes.
   template <typename Registro>
   bool AlteraLista(std::vector<Registro>& lista, char tagREG_CAMPOS_RELATORIO2::*permissao) const;
 
   std::string semCatalogo_;  // why the catalogue could not be read
   std::unordered_map<std::uint16_t, tagREG_CAMPOS_RELATORIO2> mapaCatalogo_;
   std::unordered_map<std::uint16_t, std::uint16_t> mapaCodigos_;
-  std::unordered_set<std::string> gravados_;  // files other than that of the model read, see ChaveRelatorio
-  bool adianta_ = false;                      // reading a model twice costs less than it gains
+  std::unordered_set<std::string> gravados_;  // files stored for a model of another name, see ChaveRelatorio
+  bool adianta_ = false;                      // reading a model a second time costs less than making it ahead gains
   std::deque<Adiantado> adiantados_;
   SegundoFio fio_;
 };

@@ -16,8 +16,8 @@ namespace kestor {
 
 namespace {
 
-// How many models are looked at ahead: those of a batch, which are made while the one before goes to the disk. Two at
-// each turn, so that the first is soon told of.
+// How many models Antecipa looks ahead: those of a batch, which are made while the previous batch goes to the disk. It
+// takes two more at each turn, so that the first model is reported soon.
 constexpr std::size_t kDianteira = 60;
 constexpr std::size_t kPassoDianteira = 2;
 
@@ -51,15 +51,15 @@ HRESULT CConversorModelos::Executa() {
   if (FAILED(resultado) || recebida == nullptr) return resultado;
   const TaskBlock<REG_ARRAY_RELATORIO2> lista(recebida);
   const TaskBlock<tagREG_NOME_RELATORIO2> entradas(lista->pregRelatorios);
-  // Files whose names differ after a dot are listed as one name, one after the other: the model of that name must not
-  // be converted twice.
+  // Files whose names differ only after a dot are listed under the same name, one after the other: the model of that
+  // name must not be converted twice.
   std::vector<std::string_view> nomes;
   for (std::size_t i = 0; i < lista->nQtdeRelatorios; ++i) {
     const std::string_view nome = entradas.get()[i].szNomeRelatorio;
     if (i == 0 || !text::EqualNoCase(nome, entradas.get()[i - 1].szNomeRelatorio)) nomes.push_back(nome);
   }
   ConverteTodos(nomes);
-  // What was said of single models says nothing of the call.
+  // The reason of a single model is not one of the call.
   EsqueceRazao();
   return resultado;
 }
@@ -93,7 +93,7 @@ HRESULT CConversorModelos::Grava(const std::string& nome, KESTOR_FlagGravacao fl
   };
   HRESULT resultado = tenta();
   if (FAILED(resultado) && !(lote_.empty() && fechado_.empty())) {
-    // On a disk that is nearly full it has room once the files are gone that the waiting documents are made of.
+    // On a nearly full disk there may be room once the waiting models are finished and their old files are gone.
     TerminaTodos();
     resultado = tenta();
   }
@@ -124,9 +124,9 @@ void CConversorModelos::Encerra(std::string_view nome, Fim fim) noexcept {
 }
 
 bool CConversorModelos::LoteCheio() const {
-  // Clients show how far the call is, and a disk may be slow.
+  // Clients show the progress of the call, and a disk may be slow.
   constexpr auto kMaiorEspera = std::chrono::milliseconds(400);
-  constexpr std::size_t kMaisModelos = 1024;  // of which most have no document to store
+  constexpr std::size_t kMaisModelos = 1024;  // most of them without a document to store
   if (lote_.empty()) return false;
   const Relogio::duration espera =
       Relogio::now() - inicioLote_ + static_cast<int>(grupo_->Count() - primeiro_) * porArquivo_;
@@ -174,7 +174,7 @@ void CConversorModelos::Termina(Espera& espera) noexcept {
 }
 
 CConversorModelos::Fim CConversorModelos::SemMemoria() const {
-  return {.destino = semExito_, .razao = "memory ran out"};  // short enough to need none
+  return {.destino = semExito_, .razao = "memory ran out"};  // short enough to need no allocation
 }
 
 void CConversorModelos::Relata(std::string_view nome, const Fim& fim, std::string falta) noexcept {
@@ -193,7 +193,7 @@ void CConversorModelos::Relata(std::string_view nome, const Fim& fim, std::strin
     mudanca.substitui = fim.substitui;
     servidor_.Relata(std::move(mudanca));
   } catch (const std::bad_alloc&) {
-    // What has been done is done, told or not.
+    // The conversion stands, reported or not.
   }
 }
 

@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* kSemMemoria = "memory ran out";
 
-// The code of a fixed column is its place among the fixed columns.
+// Sets the code of each fixed column to its place among the fixed columns.
 void NumeraColunasFixas(std::vector<CampoEscolhido>& campos) {
   std::uint16_t lugar = 0;
   for (CampoEscolhido& campo : campos) {
@@ -22,7 +22,7 @@ void NumeraColunasFixas(std::vector<CampoEscolhido>& campos) {
   }
 }
 
-// Where the reader has failed and on what; English.
+// Returns where and why the reader failed; English.
 std::string Lugar(IUnknown* erro) {
   ComPtr<IErroMarcacao> detalhes;
   if (erro == nullptr || FAILED(erro->QueryInterface(IID_IErroMarcacao, detalhes.OutVoid()))) return {};
@@ -114,7 +114,7 @@ bool CDocRelatorio::CarregaConteudo(const REG_RELATORIO2& conteudo, std::string*
   } catch (const std::bad_alloc&) {
     if (motivo != nullptr) *motivo = kSemMemoria;
   }
-  NumeraColunasFixas(camposEscolhidos.campos);  // also of what was read before a failure
+  NumeraColunasFixas(camposEscolhidos.campos);  // also those that were read before a failure
   return SUCCEEDED(resultado);
 }
 
@@ -132,7 +132,7 @@ std::unique_ptr<CMemStream> CDocRelatorio::GeraConteudo() const {
     EscreveMarcacao(*escritor);
     escritor->FinalizaDocumento();
   } catch (const std::bad_alloc&) {
-    // The writer has given nothing to the stream before the end of the document: it is empty.
+    // The writer fills the stream only at the end of the document: it is still empty.
   }
   return conteudo;
 }

@@ -15,9 +15,9 @@ namespace kestor {
 // page 1252.
 class CSecaoRelatorio {
  public:
-  // Writes the element. The writer's results do not count. Throws std::bad_alloc when an attribute list cannot be made.
+  // Writes the element. Ignores the writer's results. Throws std::bad_alloc if an attribute list cannot be made.
   virtual void EscreveMarcacao(IEscritorMarcacao& escritor) const = 0;
-  virtual void Reinicia() = 0;  // the values of a new document, empty lists
+  virtual void Reinicia() = 0;  // sets the values of a new document and empties lists
 
   bool operator==(const CSecaoRelatorio&) const = default;
 
@@ -95,7 +95,7 @@ class CSecaoImpressao final : public CSecaoRelatorio {
 enum FormatoValor : std::int32_t { formatoNenhum = 0, formatoMilhar = 1, formatoMilharComDecimal = 2 };
 
 struct CampoEscolhido {
-  std::uint16_t codigo = 0;  // of the field catalogue; of a fixed column, its place among the fixed columns
+  std::uint16_t codigo = 0;  // in the field catalogue; for a fixed column, its place among the fixed columns
   std::string cabecalho;     // the column's title
   std::string conteudo;
   std::int32_t tamanho = 0;
@@ -122,7 +122,7 @@ enum Separador : std::int32_t { separadorNenhum = 0, separadorLinha = 1, separad
 
 struct CampoOrdenacao {
   std::uint16_t codigo = 0;
-  std::int32_t separador = separadorNenhum;  // what stands between groups when the key changes
+  std::int32_t separador = separadorNenhum;  // what separates two groups when the key changes
 
   bool operator==(const CampoOrdenacao&) const = default;
 };
@@ -137,7 +137,7 @@ struct CampoTotalizacao {
 
 class CSecaoOrdenacao final : public CSecaoRelatorio {
  public:
-  // A total that is wanted neither at breaks nor at the end is not written.
+  // Leaves out a total that is wanted neither at breaks nor at the end.
   void EscreveMarcacao(IEscritorMarcacao& escritor) const override;
   void Reinicia() override { *this = CSecaoOrdenacao(); }
   bool operator==(const CSecaoOrdenacao&) const = default;
@@ -202,7 +202,7 @@ class CSecaoExportacao final : public CSecaoRelatorio {
 
 // ---- The document --------------------------------------------------------------------------------------------------
 
-// The version of models whose content is a report document, and that such a document gives itself.
+// The version of a model whose content is a report document, and of the document itself.
 inline constexpr USHORT kVersaoDocumento = 1;
 
 class CDocRelatorio {
@@ -213,17 +213,18 @@ class CDocRelatorio {
 
   // Writes the root element with all five sections.
   virtual void EscreveMarcacao(IEscritorMarcacao& escritor) const;
-  // Everything as in a new document, but for the name.
+  // Sets everything except the name as in a new document.
   virtual void Reinicia();
   virtual ~CDocRelatorio() = default;
 
-  // Fills the document from a model's content, which stays the caller's. False, without touching the document, for a
-  // version other than 1; false as well for content that is no report document: the document then holds what was read
-  // up to there, and `*motivo` (unless null) tells people why; English, UTF-8. Needs the markup component.
+  // Fills the document from a model's content, which stays the caller's. Needs the markup component. Returns false for
+  // a version other than 1, and leaves the document as it is; also for content that is no report document, and the
+  // document then holds what was read before the failure. `*motivo` (unless null) then tells people why; English,
+  // UTF-8.
   bool CarregaConteudo(const REG_RELATORIO2& conteudo, std::string* motivo = nullptr);
 
-  // The content to store under version 1; empty when the memory or the markup component is not to be had. Null when not
-  // even the stream can be made.
+  // Returns the content to store under version 1; empty if memory runs out or the markup component is missing, null if
+  // not even the stream can be made.
   std::unique_ptr<CMemStream> GeraConteudo() const;
 
   std::uint16_t versao = kVersaoDocumento;

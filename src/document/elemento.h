@@ -1,5 +1,5 @@
-// Elements of a document described as data: their names, their attributes with the fields that these stand for, and the
-// elements below. One description serves reading and writing.
+// Descriptions of a document's elements as data: the name, the attributes with the fields that they stand for, and the
+// child elements. One description serves both reading and writing.
 #pragma once
 
 #include <cstddef>
@@ -21,7 +21,7 @@ enum class Falta {
   recusa,   // the element cannot be read
   mantem,   // the field keeps its value
   esvazia,  // the field becomes 0 or empty
-  naoSeLe,  // the attribute is written only
+  naoSeLe,  // the attribute is only written, never read
 };
 
 // An attribute that stands for a field of `Registro`.
@@ -30,7 +30,8 @@ struct Atributo {
   constexpr Atributo(const char* nome_, Campo Registro::*campo_, Codificacao codificacao_, Falta falta_ = Falta::recusa)
       : nome(nome_), campo(campo_), codificacao(codificacao_), falta(falta_) {}
 
-  // The attribute is not asked for in records in which `dispensa` is true, which must be known by then.
+  // Returns the same attribute, not read in records whose `dispensa` is true. A required attribute must set `dispensa`,
+  // so that it is known in time.
   constexpr Atributo Salvo(bool Registro::*dispensa_) const {
     Atributo outro = *this;
     outro.dispensa = dispensa_;
@@ -57,7 +58,7 @@ struct Elemento {
   constexpr Elemento(const char* nome_, Atributos atributos_, Filhos... filhos_)
       : nome(nome_), atributos(atributos_), filhos(filhos_...) {}
 
-  // Below the element nothing is refused: what it does not know is passed over.
+  // Returns the same element, below which nothing is refused and unknown elements are skipped.
   constexpr Elemento Tolerante() const {
     Elemento outro = *this;
     outro.tolera = true;
@@ -75,7 +76,7 @@ constexpr auto Atributos(Lista... lista) {
   return std::make_tuple(lista...);
 }
 
-// An element below another one, whose record is a part of the other's.
+// A child element whose record is a part of the parent's record.
 template <typename Registro, typename Parte, typename Descricao>
 struct ElementoParte {
   constexpr ElementoParte(Parte Registro::*parte_, const Descricao& descricao_)
@@ -85,7 +86,7 @@ struct ElementoParte {
   Descricao descricao;
 };
 
-// An element below another one that has no record of its own.
+// A child element without a record of its own.
 template <typename Descricao>
 struct ElementoDentro {
   constexpr explicit ElementoDentro(const Descricao& descricao_) : descricao(descricao_) {}
@@ -93,7 +94,7 @@ struct ElementoDentro {
   Descricao descricao;
 };
 
-// Elements below another one, a record of a list each; without elements of their own.
+// Child elements, one for each record of a list; they have no children.
 template <typename Registro, typename Item, typename Descricao>
 struct ElementosLista {
   using Condicao = bool (*)(const Item&);
@@ -108,15 +109,15 @@ struct ElementosLista {
 
 // ---- Reading -------------------------------------------------------------------------------------------------------
 
-// Reads elements into records. An element is found by the names that lead to it, never by its own name alone.
+// Reads elements into records. Finds an element by the names that lead to it, never by its own name alone.
 class LeituraElementos {
  public:
   // `atributos`: those of the element at the end of the path; null counts as none.
   explicit LeituraElementos(IAtributosMarcacao* atributos) : atributos_(atributos) {}
 
-  // Reads the element that `caminho` (of `restantes` names) leads to from `elemento`, which stands for `registro`; the
-  // element itself with none. E_FAIL when there is no such element, or when it cannot be read: a record of a list is
-  // dropped then, other fields keep what was read before. Throws std::bad_alloc.
+  // Reads the element to which the `restantes` names of `caminho` lead from `elemento`, whose record is `registro`;
+  // with no name, `elemento` itself. Returns E_FAIL if there is no such element or it cannot be read: a record of a
+  // list is dropped then, and other fields keep what was read before. Throws std::bad_alloc.
   template <typename Descricao, typename Registro>
   HRESULT Le(const Descricao& elemento, Registro& registro, const std::string* caminho, std::size_t restantes) const {
     const bool lido =
@@ -196,7 +197,7 @@ class LeituraElementos {
   bool LeValor(const Atributo<Registro, Campo, Codificacao>& atributo, Registro& registro) const {
     const char* texto = nullptr;
     const HRESULT busca = atributos_ == nullptr ? E_FAIL : atributos_->BuscaValor(atributo.nome, &texto);
-    // An attribute that is there and does not fit into memory must not count as one that is missing.
+    // An attribute that exists but does not fit into memory must not count as missing.
     if (busca == E_OUTOFMEMORY) throw std::bad_alloc();
     if (FAILED(busca)) return false;
     return atributo.codificacao.Le(texto != nullptr ? texto : "", registro.*atributo.campo);
@@ -207,12 +208,12 @@ class LeituraElementos {
 
 // ---- Writing -------------------------------------------------------------------------------------------------------
 
-// Writes elements with what is below them. The writer's results do not count.
+// Writes elements with their children. Ignores the writer's results.
 class EscritaElementos {
  public:
   explicit EscritaElementos(IEscritorMarcacao& escritor) : escritor_(escritor) {}
 
-  // Throws std::bad_alloc when an attribute list cannot be made.
+  // Throws std::bad_alloc if an attribute list cannot be made.
   template <typename Descricao, typename Registro>
   void Escreve(const Descricao& elemento, const Registro& registro) {
     EscreveInicio(elemento, registro);

@@ -5,15 +5,15 @@
 
 namespace kestor {
 
-// Carries a stored document to the markup component and a built one from it. Writing always appends; only reading moves
-// the read position. Not for several threads.
+// Carries a stored document to the markup component and a new one from it. Writing always appends; only reading moves
+// the read position. Used by one thread at a time.
 class CMemStream : public com::UncountedObject<IStream, IID_IStream> {
  public:
   CMemStream();                                     // empty, with room for 1024 bytes
   CMemStream(const void* bytes, ULONG quantidade);  // a copy of `bytes`, to be read
 
   HRESULT Read(void* destination, ULONG count, ULONG* countRead) override;  // S_OK, also at the end
-  // E_OUTOFMEMORY, nothing being written then. Room grows by 1024 bytes, or by as many times 1024 as it takes.
+  // Returns E_OUTOFMEMORY, having written nothing, if the room cannot grow. It grows by multiples of 1024 bytes.
   HRESULT Write(const void* source, ULONG count, ULONG* countWritten) override;
 
   HRESULT Seek(LONGLONG, DWORD, ULONGLONG*) override { return E_NOTIMPL; }
@@ -28,8 +28,8 @@ class CMemStream : public com::UncountedObject<IStream, IID_IStream> {
 
   virtual ~CMemStream();
 
-  // The content, without a NUL at its end; valid until the next Write. When the memory for a copy given at the
-  // beginning was not to be had, the stream is empty.
+  // Returns the content, without a NUL at its end; valid until the next Write. The stream is empty if the constructor
+  // could not allocate its copy.
   std::uint8_t* Buffer() const { return buffer_; }
   ULONG Size() const { return size_; }
   ULONG Capacity() const { return capacity_; }

@@ -13,7 +13,8 @@ namespace kestor {
 
 class ModeloLido {
  public:
-  // `nome`: code page 1252. False when the store has no such model, or cannot read it. Throws std::bad_alloc.
+  // Reads the model `nome` (code page 1252). The object is false if the store has no such model or cannot read it.
+  // Throws std::bad_alloc.
   ModeloLido(IZNPL_Relatorio2& repositorio, std::string_view nome) {
     REG_RELATORIO2* recebido = nullptr;
     const HRESULT resultado = repositorio.Le(NovoBstr(nome).get(), &recebido);
@@ -27,10 +28,10 @@ class ModeloLido {
   const REG_RELATORIO2* operator->() const { return registro_.get(); }
   std::size_t Bytes() const { return static_cast<std::size_t>(registro_->nQtdeBytes); }
 
-  // The content, which is then the caller's.
+  // Hands the content over to the caller.
   TaskBlock<std::uint8_t> Conteudo() { return std::move(bytes_); }
 
-  // Whether two that were read have the same content.
+  // Compares version and content of two models that were read.
   bool operator==(const ModeloLido& outro) const {
     return registro_->nVersao == outro->nVersao && Texto() == outro.Texto();
   }

@@ -24,7 +24,7 @@ HRESULT CRelConverte::AlteraCodigoCampos(BSTR modulo, BSTR componente, LONG nQtd
       return CConversorCodigos(servidor_, *repositorio, nomeModulo, nomeComponente, nQtdeCampos, aCodigoAlterados)
           .Executa();
     }();
-    // What became of each model has been told.
+    // Otherwise each model has been reported.
     if (FAILED(resultado)) {
       servidor_.Relata({.classe = "ZNPL_RelConverte",
                         .metodo = "AlteraCodigoCampos",

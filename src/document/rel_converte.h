@@ -6,7 +6,7 @@
 
 namespace kestor {
 
-// Makes a report store in this process; results as IClassFactory::CreateInstance gives them.
+// Makes a report store in this process. Returns what IClassFactory::CreateInstance would.
 using CriaRepositorio = HRESULT (*)(Servidor& servidor, REFIID iid, void** object);
 
 // Keeps nothing between calls. All calls come on the server's main thread.
@@ -14,9 +14,9 @@ class CRelConverte final : public ObjetoContado<IZNPL_RelConverte, IID_IZNPL_Rel
  public:
   CRelConverte(Servidor& servidor, CriaRepositorio criaRepositorio);
 
-  // Renumbers field codes in all models of a module and component, which are initialised for that first. What happens
-  // to each model does not show in the result, which is that of initialising or listing. E_OUTOFMEMORY without a store
-  // or catalogue; E_INVALIDARG when pairs are promised and not given. Nothing is renumbered in these cases.
+  // Initialises a store for the module and component, and renumbers field codes in all its models. Returns the result
+  // of initialising or listing, whatever happens to each model; E_OUTOFMEMORY if no store can be made or memory runs
+  // out; E_INVALIDARG if pairs are announced and not given. If it fails, nothing is renumbered.
   HRESULT AlteraCodigoCampos(BSTR modulo, BSTR componente, LONG nQtdeCampos,
                              REL_CODIGO_CAMPOS_ALTERADOS* aCodigoAlterados) override;
 

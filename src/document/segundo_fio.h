@@ -1,4 +1,4 @@
-// A second thread, for what can be made while the first one waits for the disk.
+// A second thread, for work that can be done while the first one waits for the disk.
 #pragma once
 
 #include <atomic>
@@ -15,14 +15,14 @@
 
 namespace kestor {
 
-// Tasks are done in the order in which they are begun. Where no thread can be had, whoever wants a result does the
+// Runs tasks in the order in which they are begun. If no thread can be started, the thread that takes a result runs the
 // task.
 class SegundoFio {
   struct Trabalho {
     virtual ~Trabalho() = default;
     virtual void Faz() = 0;
 
-    std::atomic_flag tomado;  // by the thread that has come first
+    std::atomic_flag tomado;  // set by the first thread that claims the task
   };
 
   template <typename Resultado>
@@ -35,7 +35,7 @@ class SegundoFio {
   };
 
  public:
-  // A task that has been begun. One whose result nobody has taken is not done any more, unless it is under way.
+  // A task that has been begun. Destroying it before Toma cancels the task, unless it is running.
   template <typename Resultado>
   class Tarefa {
    public:
@@ -51,8 +51,8 @@ class SegundoFio {
       return *this;
     }
 
-    // Does the task if the thread has not come to it, and others while that one is at it. Called once. Throws what the
-    // task throws.
+    // Returns the result. Runs the task here if the second thread has not started it; otherwise runs later tasks while
+    // it waits. Called once. Throws what the task throws.
     Resultado Toma() {
       const auto trabalho = std::move(trabalho_);
       if (!trabalho->tomado.test_and_set()) trabalho->Faz();
@@ -74,7 +74,7 @@ class SegundoFio {
   SegundoFio(const SegundoFio&) = delete;
   SegundoFio& operator=(const SegundoFio&) = delete;
 
-  // What the task uses must outlive this object, or be the task's own. Throws std::bad_alloc.
+  // Begins a task. What the task uses must outlive this object, or belong to the task. Throws std::bad_alloc.
   template <typename Faz>
   auto Comeca(Faz faz) {
     using Resultado = std::invoke_result_t<Faz>;
@@ -86,10 +86,10 @@ class SegundoFio {
  private:
   void Enfileira(std::shared_ptr<Trabalho> trabalho);
   void Trabalha();
-  bool FazProximo();  // false when none waits
+  bool FazProximo();  // false if none waits
 
   std::thread thread_;
-  std::mutex mutex_;  // of what follows
+  std::mutex mutex_;  // guards what follows
   std::condition_variable haTrabalho_;
   std::deque<std::shared_ptr<Trabalho>> fila_;
   bool fim_ = false;

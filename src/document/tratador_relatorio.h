@@ -1,4 +1,4 @@
-// What the markup reader calls while it reads a report document.
+// The handler that the markup reader calls while it reads a report document.
 #pragma once
 
 #include <string>
@@ -10,21 +10,21 @@
 
 namespace kestor {
 
-// Fills a document element by element. It goes by the names of all open elements, the root's first. Lives for one
-// reading.
+// Fills a document element by element. Finds an element's place by the names of all open elements, the root's first.
+// Used for one parse.
 class CTratadorRelatorio final : public com::UncountedObject<ITratadorMarcacao, IID_ITratadorMarcacao> {
  public:
   explicit CTratadorRelatorio(CDocRelatorio& documento) : documento_(documento) {}
 
   HRESULT InicioDocumento() override { return S_OK; }
   HRESULT FimDocumento() override { return S_OK; }
-  // E_FAIL when the document has no such element in this place, or when an attribute is missing or wrong;
+  // Returns E_FAIL if a document has no such element in this place, or if an attribute is missing or wrong;
   // E_OUTOFMEMORY.
   HRESULT InicioElemento(const char* nome, IAtributosMarcacao* atributos) override;
   HRESULT FimElemento(const char* nome) override;
   HRESULT Notifica(std::int32_t /*valor*/) override { return S_OK; }
 
-  // Takes the reader's error object; null while there is none.
+  // RecebeErro returns the place for the reader's error object, which is null while there is none.
   IUnknown** RecebeErro() { return erro_.Out(); }
   IUnknown* Erro() const { return erro_.Get(); }
 
