@@ -47,7 +47,7 @@ void Escreve(Numero numero, std::size_t posicao, Bytes* conteudo) {
   std::memcpy(conteudo->data() + posicao, &numero, sizeof numero);
 }
 
-// The caller's columns by their field codes: the first of each code, and where the first stands that is no field.
+// The caller's columns by field code: the first column of each code, and the position of the first that is no field.
 class ColunasPedidas {
  public:
   ColunasPedidas(const REG_ATUALIZACAO_RELATORIO* pedidas, std::size_t quantidade,
@@ -68,7 +68,7 @@ class ColunasPedidas {
     }
   }
 
-  // Looked for from the first one on: false when one that is no field comes before the one with this code.
+  // Searches from the first column on. Returns false if a column that is no field comes before the one with this code.
   bool Procura(Coluna* coluna) const {
     const auto ordem = ordens_.find(coluna->codigo);
     if (ordem == ordens_.end() || ordem->second >= semCampo_) return false;
@@ -77,7 +77,7 @@ class ColunasPedidas {
     return true;
   }
 
-  // Why that one is not found.
+  // Returns why the column is not found.
   std::string PorQueFalta(const Coluna& coluna) const {
     if (semCampo_ < quantidade_) {
       return "no field of the catalogue has the alias " +
@@ -100,7 +100,7 @@ bool Recusa(std::string razao) {
   return false;
 }
 
-// Changes the content; false, and all is as it was, when the columns are not the caller's; it says which.
+// Changes the content. Returns false, changes nothing and records the reason if the columns are not the caller's.
 bool AtualizaConteudo(const ColunasPedidas& pedidas, std::size_t quantidade, USHORT margemEsquerda,
                       USHORT margemSuperior, Bytes* conteudo) {
   if (conteudo->size() < kColunas) return Recusa("the model is too short to have columns");

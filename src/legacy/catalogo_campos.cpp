@@ -13,7 +13,7 @@ namespace kestor {
 
 namespace {
 
-// Positions in the line, from 0. The last column runs to the end of the line, as far as its field in the record holds.
+// Positions in the line, from 0. The last column runs to the end of the line, but no further than its field holds.
 struct Coluna {
   std::size_t inicio;
   std::size_t largura;
@@ -30,7 +30,7 @@ constexpr Coluna kTotal = {63, 3};
 constexpr Coluna kOrdem = {66, 3};
 constexpr Coluna kOpcoes = {69, 199};
 
-// Columns are mostly blanks: eight bytes are looked at together, the last of them in the highest bits.
+// Columns are mostly blanks: eight bytes are compared together, the last of them in the highest bits.
 std::string_view SemBrancosNoFim(std::string_view texto) {
   static_assert(std::endian::native == std::endian::little);
   constexpr std::uint64_t kOitoBrancos = 0x2020202020202020U;
@@ -46,14 +46,14 @@ std::string_view SemBrancosNoFim(std::string_view texto) {
   return texto;
 }
 
-// One line; its columns without the blanks at their end. A column that the line does not reach is empty.
+// One line, with columns that lose their blanks at the end. A column that the line does not reach is empty.
 class Linha {
  public:
   explicit Linha(std::string_view linha) : linha_(linha) {}
 
   std::string_view Texto(const Coluna& coluna) const { return SemBrancosNoFim(Bruto(coluna)); }
 
-  // Into a field of zeros.
+  // Copies a column into a field of zeros.
   template <std::size_t N>
   void Copia(const Coluna& coluna, char (&campo)[N]) const {
     PreencheCampo(campo, Texto(coluna));
@@ -111,7 +111,7 @@ struct Contagem {
   bool temNulo = false;
 };
 
-// As many as a byte can count go at a time, which the compiler turns into a few instructions.
+// Counts in blocks as long as a byte can count, which the compiler turns into a few instructions.
 Contagem Conta(const char* inicio, const char* fim) {
   constexpr std::ptrdiff_t kBloco = 255;
   Contagem total;
@@ -128,7 +128,7 @@ Contagem Conta(const char* inicio, const char* fim) {
   return total;
 }
 
-// Shows the first `limite` lines, without what ends them. `nulo`: the first NUL, or null.
+// Calls `visita` for the first `limite` lines, without their line ends. `nulo` is the first NUL, or null.
 template <typename Visita>
 void PercorreLinhas(const Bytes& conteudo, const char* nulo, std::size_t limite, const Visita& visita) {
   const char* const inicio = conteudo.data();
@@ -149,7 +149,7 @@ void PercorreLinhas(const Bytes& conteudo, const char* nulo, std::size_t limite,
 
 template <typename Registro>
 void PreencheTodos(const Bytes& conteudo, const char* nulo, Registro* registros, std::size_t quantidade) {
-  // Records are cleared some at a time, just before they are filled: one by one costs as much as the filling.
+  // Clears records in blocks, just before they are filled: one by one, clearing costs as much as filling.
   constexpr std::size_t kBloco = 32;
   PercorreLinhas(conteudo, nulo, quantidade, [=](std::size_t numero, std::string_view linha) {
     const std::size_t restantes = quantidade - numero;

@@ -13,29 +13,29 @@
 
 namespace kestor {
 
-// What one reading of a catalogue file gave: the fields that reports can show, a line each, in columns of fixed
-// positions. Every line is a field, also an empty one; nothing is rejected. Read only and afresh each time: the
-// applications install these files.
+// The content of a catalogue file: the fields that reports can show, one line each, in columns at fixed positions.
+// Every line is a field, even an empty one; nothing is rejected. The server only reads these files, anew each time: the
+// applications install them.
 //
-// Lines end in LF; the byte in front of it is taken for the CR and dropped, whatever it is. What follows the last LF is
-// a line as well. A NUL ends the catalogue, and the line in which it stands does not count.
+// Lines end in LF. The byte before it is taken for the CR and dropped, whatever it is. What follows the last LF is a
+// line as well. A NUL ends the catalogue, and its line does not count.
 class CCatalogoCampos {
  public:
-  // Reads a file, whole and alone: 0x80040001 when it cannot be opened, 0x80040002 when it is not read whole or longer
-  // than a call can carry.
+  // Reads a whole file while no other opener has it. Returns 0x80040001 if it cannot be opened, 0x80040002 if it cannot
+  // be read whole or is longer than a call can carry.
   HRESULT Le(const std::string& caminho);
 
   // False while no file has been opened.
   bool Aberto() const { return aberto_; }
 
-  // The file's length; 2147483647 for a longer one.
+  // Returns the file's length; 2147483647 for a longer one.
   LONG Comprimento() const { return lido_.comprimento; }
 
-  // The bytes read; after 0x80040002 as many as the file was long, zeros after those that came, or none of a file that
-  // is too long.
+  // Returns the bytes read. After 0x80040002 there are as many as the file has, with zeros for those that could not be
+  // read, or none if the file is too long.
   const Bytes& Conteudo() const { return lido_.bytes; }
 
-  // The number of lines, `limite` at most.
+  // Returns the number of lines, at most `limite`.
   std::size_t Quantidade(std::size_t limite) const { return std::min(limite, linhas_); }
 
   // Fills one record for each of the first `quantidade` lines.

@@ -1,4 +1,4 @@
-// The files beside a model: export settings and filter.
+// The files next to a model: export settings and filter.
 
 #include <algorithm>
 #include <cstring>
@@ -16,7 +16,7 @@ namespace kestor {
 
 namespace {
 
-// Of the record; the pointer after them is not stored.
+// Bytes of the record that are stored: all but the pointer at its end.
 constexpr UINT kBytesExportacao = offsetof(tagREG_RELEXPORTACAO, pregItens);
 constexpr UINT kBytesItem = sizeof(tagREG_RELEXPORTACAO_ITEM);
 
@@ -26,7 +26,7 @@ struct CabecalhoFiltro {
 };
 constexpr UINT kBytesEntrada = sizeof(tagCAMPO_FILTRO);
 
-// A block for a client, filled from the file as far as it goes and with zeros after that. Throws std::bad_alloc.
+// Reads a block for a client, filled up with zeros after the end of the file. Throws std::bad_alloc.
 template <typename Item>
 TaskBlock<Item> LeBloco(CFile& arquivo, UINT bytes) {
   auto bloco = NewTaskBlock<Item>(bytes);
@@ -35,8 +35,8 @@ TaskBlock<Item> LeBloco(CFile& arquivo, UINT bytes) {
   return bloco;
 }
 
-// Writes the whole content of a file that others may be reading. When that fails, what was there is put back: the file
-// is cut last, when all the rest has succeeded.
+// Replaces the whole content of a file in place, because other stations may be reading it. On failure the old content
+// is written back: the file is truncated last, when everything else has succeeded.
 void RegravaNoLugar(CFile& arquivo, const std::vector<char>& novo) {
   const ULONGLONG comprimento = arquivo.GetLength();
   std::vector<char> antigo(std::min<std::size_t>(novo.size(), comprimento));
@@ -151,7 +151,7 @@ HRESULT CRepositorioRel::LeFiltroRelatorio(BSTR bsRelatorio, tagFILTRO_RELATORIO
     CabecalhoFiltro cabecalho;
     arquivo.Read(&cabecalho, sizeof cabecalho);
     auto registro = NewTaskBlock<tagFILTRO_RELATORIO>(sizeof(tagFILTRO_RELATORIO));
-    // No more than the client is told of, whatever the file says.
+    // Reads no more entries than the record's 16-bit count can announce, whatever the file says.
     registro->nQtdCampos = static_cast<std::uint16_t>(cabecalho.entradas);
     registro->pregValoresFiltro = LeBloco<tagCAMPO_FILTRO>(arquivo, registro->nQtdCampos * kBytesEntrada).release();
     *ppregFiltro = registro.release();

@@ -14,7 +14,7 @@ namespace kestor {
 
 namespace {
 
-// Passes over what cannot be opened, or deleted: it stays, and is told of besides what was said before.
+// Deletes a file. One that cannot be deleted stays, and the reason is added to those recorded before.
 Destino ExcluiSeAbre(const std::string& caminho) {
   try {
     CFile::Remove(caminho.c_str());
@@ -108,7 +108,7 @@ HRESULT CRepositorioRel::BuscaNomeRelatoriosExistentes(BSTR* bNomes) {
 HRESULT CRepositorioRel::ExcluiRelatorio(BSTR bNomeArq) {
   return servidor_.Executa(MudancaDe("ExcluiRelatorio"), bNomeArq, [&](Mudanca& mudanca) -> HRESULT {
     if (!caminhoRelatorios_) return ErrorForm(KESTOR_NAO_FOI_INICIALIZADO);
-    // The result is the same when nothing is there, or when it stays.
+    // The result is S_OK even if there is no file, or if a file stays.
     bool ficou = false;
     bool excluiu = false;
     for (const std::string& caminho : CaminhosRelExcluidos(Prefixo(), TextoDeBstr(bNomeArq))) {

@@ -47,7 +47,7 @@ Mudanca CRepositorioRel::MudancaDe(const char* metodo) const {
   return {.classe = "ZNPL_Rel", .metodo = metodo, .modulo = modulo_, .componente = componente_};
 }
 
-// What the path of every file of the store begins with.
+// Returns what the path of every file of the store begins with.
 std::string CRepositorioRel::Prefixo() const {
   return caminhoRelatorios_.value_or("") + modulo_ + componente_;
 }

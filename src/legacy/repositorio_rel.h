@@ -16,67 +16,69 @@ namespace kestor {
 //
 //   FOLDER + MODULE (2 characters at most) + COMPONENT (3 at most) + NAME + ".REL"
 //
-// with its export settings beside it in ".REE" and its filter in ".REF". Every call opens, uses and closes its files;
-// what is kept between calls are two pending buffers, each from the call that reads a file to the one that hands it
-// over. Unless a method says otherwise it does not ask whether the store has been initialised: a missing folder counts
-// as empty text, and the file is then one of the server's current directory. All calls come on the server's main
+// with its export settings next to it in ".REE" and its filter in ".REF". Every call opens, uses and closes its files.
+// Only two pending buffers are kept between calls, each from the call that reads a file to the one that hands it over.
+// Unless its comment says otherwise, a method does not check whether the store has been initialised: a missing folder
+// counts as empty text, and the file is then one of the server's current directory. All calls come on the server's main
 // thread.
 class CRepositorioRel final : public ObjetoAgregavel<IZNPL_Rel, IID_IZNPL_Rel> {
  public:
   CRepositorioRel(IUnknown* externo, Servidor& servidor);
 
-  // 0x80043F59 when the registry does not name the reports folder, or the folder of the module; the store then has no
-  // folders any more. Pending buffers are gone in any case.
+  // Returns 0x80043F59 if the registry does not name the reports folder or the folder of the module; the store then has
+  // no folders any more. Drops pending buffers in any case.
   HRESULT Inicializa(BSTR bNomeEmpresa, BSTR bModulo, BSTR bComponente) override;
 
-  // Hands over what BuscaQdeCamposArquivo read: 0x80040003 when nothing is pending; E_INVALIDARG, and all stays
-  // pending, for a number below 0 or above that of the fields.
+  // Hands over what BuscaQdeCamposArquivo read. Returns 0x80040003 if nothing is pending; E_INVALIDARG for a number
+  // below 0 or above that of the fields, which stay pending.
   HRESULT BuscaCampos(LONG lQde, tagREG_CAMPOS_RELATORIO* pDados) override;
 
-  // Reads the field catalogue; pending content of a model is gone once the file is open. 0x80040007 without a component
-  // code; 0x80040001 when it cannot be opened; 0x80040002 when it is not read whole, or is longer than a call can
-  // carry, `*lQde` being the file's length; E_OUTOFMEMORY when it has more lines than a call can carry.
+  // Reads the field catalogue. Drops pending content of a model once the file is open. Returns 0x80040007 without a
+  // component code; 0x80040001 if the file cannot be opened; 0x80040002, with the file's length in `*lQde`, if it
+  // cannot be read whole or is longer than a call can carry; E_OUTOFMEMORY if it has more lines than a call can carry.
   HRESULT BuscaQdeCamposArquivo(LONG* lQde) override;
 
-  // Hands over what BuscaTamanhoRelatorio read, with results as BuscaCampos.
+  // Hands over what BuscaTamanhoRelatorio read. Returns the same results as BuscaCampos.
   HRESULT BuscaRelatorio(LONG lQde, unsigned char* pDados) override;
 
-  // Reads a model. 0x80040007 without a reports folder; 0x00040001 when it cannot be opened; 0x80040002 when it is not
-  // read whole, or is longer than a call can carry, `*lQde` being the file's length.
+  // Reads a model. Returns 0x80040007 without a reports folder; 0x00040001 if the file cannot be opened; 0x80040002,
+  // with the file's length in `*lQde`, if it cannot be read whole or is longer than a call can carry.
   HRESULT BuscaTamanhoRelatorio(BSTR bNomeArq, LONG* lQde) override;
 
-  // Writes a model, the name cut at its first dot. 0x00040004 when it exists and must not be overwritten, also when it
-  // came to be only now; 0x80040005 when it cannot be opened or written, 0x80040006 when it must not be overwritten and
-  // cannot be created or is in use, the old model then being untouched; E_INVALIDARG for a negative size and for more
-  // than a call can carry back.
+  // Writes a model, its name cut at the first dot. Returns 0x00040004 if it must not be overwritten and exists, even if
+  // another station made it only just now; 0x80040005 if it cannot be opened or written; 0x80040006 if it must not be
+  // overwritten and cannot be created or is in use; E_INVALIDARG for a negative size and for more than a call can carry
+  // back. A failure leaves the old model untouched.
   HRESULT GravaRelatorio(BSTR bNomeArq, LONG bSobreescrever, LONG lQde, unsigned char* pDados) override;
   HRESULT GravaRelatorioSemCallBack(BSTR bNomeArq, LONG bSobreescrever, LONG lQde, unsigned char* pDados) override;
 
-  // The names of the models, "|" between them. 0x80040007 without a reports folder; 0x00040008 when there is none.
+  // Gives the names of the models, separated by "|". Returns 0x80040007 without a reports folder; 0x00040008 if there
+  // is no model.
   HRESULT BuscaNomeRelatoriosExistentes(BSTR* bNomes) override;
 
-  // Deletes a model and its export settings, or with a dot in the name that one file; what cannot be opened is passed
-  // over. 0x80040007 without a reports folder.
+  // Deletes a model and its export settings, or only the one file that a name with a dot stands for. Skips what it
+  // cannot delete. Returns 0x80040007 without a reports folder.
   HRESULT ExcluiRelatorio(BSTR bNomeArq) override;
 
-  // Sets margins, order and widths of the columns, whole or not at all; an alignment stays with its place. 0x00040001
-  // when the model cannot be opened; 0x80040002 when it is not read whole, or is longer than a call can carry;
-  // 0x0004000B when its columns are not those of the caller, an alias is not in the catalogue, or the model is of
-  // another layout or too short; 0x80040005 when it cannot be written; what BuscaQdeCamposArquivo gives otherwise.
+  // Sets the margins, and the order and widths of the columns, all or none of them; an alignment stays with its place.
+  // Returns 0x00040001 if the model cannot be opened; 0x80040002 if it cannot be read whole or is longer than a call
+  // can carry; 0x0004000B if its columns are not those of the caller, an alias is not in the catalogue, or the model
+  // has another layout or is too short; 0x80040005 if it cannot be written; otherwise what BuscaQdeCamposArquivo
+  // returns.
   HRESULT AtualizaRelatorio(BSTR bsRelatorio, USHORT iMargemEsquerda, USHORT iMargemSuperior, USHORT iQdeColunas,
                             REG_ATUALIZACAO_RELATORIO* pregAtualizacao) override;
 
-  // 0x80040005 when the settings cannot be written, the old ones then being untouched.
+  // Returns 0x80040005 if the settings cannot be written; the old ones are then untouched.
   HRESULT GravaDadosExportacaoDoRelatorio(BSTR bsRelatorio, tagREG_RELEXPORTACAO regExportacao) override;
 
-  // 0x80040002 when there are none or their head is not read whole; items that the file lacks are zeros.
+  // Returns 0x80040002 if there are none or their head cannot be read whole. Items that the file lacks are zeros.
   HRESULT BuscaDadosExportacaoDoRelatorio(BSTR bsRelatorio, tagREG_RELEXPORTACAO** pregExportacao) override;
 
-  // 0x80043Exx or 0x80043Fxx (a number of CZNArqEx) when the file cannot be opened; 0x80040002 when it cannot be read.
-  // Entries that the file lacks are zeros.
+  // Returns 0x80043Exx or 0x80043Fxx (a number of CZNArqEx) if the file cannot be opened; 0x80040002 if it cannot be
+  // read. Entries that the file lacks are zeros.
   HRESULT LeFiltroRelatorio(BSTR bsRelatorio, tagFILTRO_RELATORIO** ppregFiltro) override;
 
-  // A number of CZNArqEx when the file cannot be opened or made; 0x80040005 when it cannot be written.
+  // Returns a number of CZNArqEx if the file cannot be opened or made; 0x80040005 if it cannot be written.
   HRESULT GravaFiltroRelatorio(BSTR bsRelatorio, tagFILTRO_RELATORIO* pregFiltro) override;
 
  private:
