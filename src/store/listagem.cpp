@@ -24,7 +24,7 @@ namespace {
 
 using Nomes = std::vector<std::string>;
 
-// A list can tell of no more.
+// A list has a 16-bit count.
 constexpr std::size_t kMaxNomes = std::numeric_limits<USHORT>::max();
 
 // Throws std::bad_alloc.
@@ -79,7 +79,7 @@ HRESULT CRepositorioRel2::ListaModelos(REG_ARRAY_RELATORIO2** ppregRelatorios) {
   return S_OK;
 }
 
-// Takes the deleted demonstration models out of a listing; when their names cannot be read, all stay in.
+// Removes the deleted demonstration models from a listing; none if their names cannot be read.
 void CRepositorioRel2::RetiraExcluidos(std::vector<std::string>& nomes) {
   REG_ARRAY_RELATORIO2 lista{};
   const HRESULT resultado = GetNomeRelatoriosDemonstracaoExcluidos(&lista);
@@ -104,12 +104,12 @@ HRESULT CRepositorioRel2::ExcluiModelo(BSTR nome, char bModeloDemo, char* result
   const HRESULT exclusao = ExcluiArquivo(CaminhoRelatorioGravado(Prefixo(), texto));
   if (exclusao != S_OK) return exclusao;
   *result = 1;
-  // The model is gone, whatever becomes of what is kept beside it.
+  // The model is deleted, whether or not the record files can be updated.
   const auto tenta = [](const auto& passo) {
     try {
       passo();
     } catch (const std::bad_alloc&) {
-      // To a client that is told of a failure the model would still be there.
+      // A failure would tell the client that the model still exists.
     }
   };
   if (bModeloDemo != 0) tenta([&] { RegistraModeloDemoExcluido(texto); });
@@ -122,7 +122,7 @@ HRESULT CRepositorioRel2::ExcluiModelo(BSTR nome, char bModeloDemo, char* result
   return S_OK;
 }
 
-// Clears the default report if it is this model, by the letter.
+// Clears the default report if it is this model; the names must be equal in letter case too.
 void CRepositorioRel2::EsquecePadrao(BSTR nome) {
   BSTR padrao = nullptr;
   const HRESULT resultado = GetRelatorioPadrao(&padrao);

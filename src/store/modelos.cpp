@@ -46,8 +46,8 @@ HRESULT CRepositorioRel2::Le(BSTR bsRelatorio, REG_RELATORIO2** ppregRelatorio) 
     auto registro = NewTaskBlock<REG_RELATORIO2>(sizeof(REG_RELATORIO2));
     auto conteudo = NewTaskBlock<std::uint8_t>(bytes);
 
-    // One reading into the client's own block, and the content moved up over the version: a second reading from an odd
-    // place costs several times the move.
+    // Reads everything into the client's block at once and moves the content over the version: a second read to an odd
+    // address costs several times the move.
     if (arquivo.Read(conteudo.get(), bytes) != bytes) {
       DizRazao("read", caminho, "another program has cut it meanwhile");
       return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
@@ -78,7 +78,7 @@ bool CRepositorioRel2::DemonstracaoExcluida(const std::string& nome) {
   return false;
 }
 
-// What Grava would answer, as far as can be seen without writing.
+// Returns what Grava would, as far as that can be known without writing.
 HRESULT CRepositorioRel2::EnsaiaGravacao(const std::string& caminho, bool deveSerNovo) {
   const bool existe = GetFileAttributesA(caminho.c_str()) != INVALID_FILE_ATTRIBUTES;
   if (deveSerNovo && ArquivoExiste(caminho)) return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
@@ -110,8 +110,8 @@ HRESULT CRepositorioRel2::GravaModelo2(BSTR bsRelatorio, USHORT nVersao, unsigne
     if (DemonstracaoExcluida(nome)) return NoticeForm(KESTOR_MODELO_DEMO_COM_MESMO_NOME_EXCLUIDO);
   }
   if (modo_ == Modo::ensaio) return EnsaiaGravacao(caminho, deveSerNovo);
-  // Content and letter case of the name change together or not at all: a client that is told of a failure finds the old
-  // model under its old name.
+  // Content and letter case of the name change together or not at all: after a failure the client finds the old model
+  // under its old name.
   const UINT modos = files::nameAsGiven | (deveSerNovo ? files::mustBeNew : 0);
   const std::string_view versao(reinterpret_cast<const char*>(&nVersao), kBytesVersao);
   const std::string_view conteudo(reinterpret_cast<const char*>(lpRelatorio), static_cast<std::size_t>(nTamanho));
@@ -122,7 +122,7 @@ HRESULT CRepositorioRel2::GravaModelo2(BSTR bsRelatorio, USHORT nVersao, unsigne
       if (!deveSerNovo || !ArquivoExiste(caminho)) return E_INVALIDARG;
       [[fallthrough]];
     case Gravacao::jaExiste:
-      // What has been said is about the size, or the list of deleted models.
+      // A recorded reason is about the size, or the list of deleted models.
       EsqueceRazao();
       return NoticeForm(KESTOR_ARQUIVO_JA_EXISTE);
     default:

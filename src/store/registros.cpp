@@ -65,8 +65,8 @@ std::uint32_t AbreParaGravar(CZNArqEx& arquivo, const std::string& caminho) {
   numero = arquivo.Posiciona('F', 0, comprimento);
   if (numero != CZNArqEx::semErro) return numero;
   if (comprimento > kMaxArquivoRegistros) return CZNArqEx::arquivoInvalido;
-  // A process that was killed while it made the file has left part of a record, or nothing: what is appended must not
-  // become the first record, which no key has.
+  // A process that was killed while making the file left part of a record or nothing: an appended record must not
+  // become the first one, which belongs to no key.
   const RegistroNome deNinguem;
   return comprimento < kTamanho ? arquivo.GravaInicio(&deNinguem, kTamanho) : std::uint32_t{CZNArqEx::semErro};
 }
@@ -76,8 +76,8 @@ std::uint32_t GravaNome(CZNArqEx& arquivo, const RegistroNome& registro, std::ui
   std::uint32_t comprimento = 0;
   std::uint32_t numero = arquivo.Posiciona('F', 0, comprimento);
   if (numero != CZNArqEx::semErro) return numero;
-  // A process that was killed while it appended has left part of a record: no record is looked for where it ends. What
-  // would make the file too long would not be found either.
+  // A process that was killed while appending left part of a record: a record after it would not be found, because it
+  // starts at no multiple of the record size. Neither would one that makes the file too long.
   const bool cortado = comprimento % kTamanho != 0;
   std::uint32_t registros = comprimento / kTamanho;
   if ((registros + (cortado ? 2 : 1)) * kTamanho > kMaxArquivoRegistros) return CZNArqEx::arquivoInvalido;

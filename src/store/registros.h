@@ -1,4 +1,4 @@
-// The store's record files: each record holds a name under the key of a module and component. Many stations share them.
+// The store's record files. Each record holds a name under the key of a module and component. Many stations share them.
 #pragma once
 
 #include <cstdint>
@@ -26,19 +26,19 @@ struct RegistroNome {
 };
 static_assert(sizeof(RegistroNome) == 264);
 
-// Shows the records from number 1 on, in order, until `visita` answers false. The file is open for this process alone
-// meanwhile, and is made with its first record when it is missing. Throws CFileException; a file of more than
-// kMaxArquivoRegistros bytes is an invalid one. `soLeitura`: a missing file is not made and counts as an empty one.
+// Calls `visita` for the records from number 1 on, in order, until it returns false. Meanwhile no other opener can have
+// the file. A missing file is made with its first record; with `soLeitura` it is not made and counts as empty. Throws
+// CFileException; a file of more than kMaxArquivoRegistros bytes is invalid.
 void PercorreRegistros(const std::string& caminho, bool soLeitura,
                        const std::function<bool(std::uint32_t numero, const RegistroNome& registro)>& visita);
 
-// Opens a record file for writing and makes it, with its first record, when it is missing. Returns a number of
+// Opens a record file for writing, and makes a missing one with its first record. Returns a number of
 // CZNArqEx; arquivoInvalido for a file of more than kMaxArquivoRegistros bytes.
 std::uint32_t AbreParaGravar(CZNArqEx& arquivo, const std::string& caminho);
 
-// Writes a record over the one of that number, or appends it (0); what is left of a record that was cut at the end
-// becomes a record of zeros before. Returns a number of CZNArqEx; arquivoInvalido when the file would become longer
-// than kMaxArquivoRegistros.
+// Overwrites the record of that number, or appends one (0). Before it appends, it turns a truncated last record into
+// one of zeros. Returns a number of CZNArqEx; arquivoInvalido if the file would become longer than
+// kMaxArquivoRegistros.
 std::uint32_t GravaNome(CZNArqEx& arquivo, const RegistroNome& registro, std::uint32_t numeroRegistro);
 
 }  // namespace kestor

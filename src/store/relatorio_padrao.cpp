@@ -79,8 +79,8 @@ HRESULT CRepositorioRel2::GravaPadrao(BSTR bsRelatorio) {
   return ServiceError(numero);
 }
 
-// Makes registroPadrao_ the number of this key's record, 0 when there is none; a number of CZNArqEx. The remembered
-// number counts only while the record there is this key's: an older file may have been put in place.
+// Sets registroPadrao_ to the number of this key's record, 0 if there is none. Returns a number of CZNArqEx. Trusts the
+// remembered number only if the record there is this key's: the file may have been replaced by an older one.
 std::uint32_t CRepositorioRel2::ProcuraRegistroPadrao(CZNArqEx& arquivo) {
   RegistroNome registro;
   if (registroPadrao_ > 0 && arquivo.LeRegistro(registroPadrao_, &registro) == CZNArqEx::semErro &&

@@ -34,7 +34,7 @@ HRESULT CRepositorioRel2::Inicializa(BSTR bsModulo, BSTR bsComponente) {
 }
 
 HRESULT CRepositorioRel2::Migra() {
-  // Both generations lie in one folder, and mostly nothing is to be migrated.
+  // Both generations share one folder, and mostly there is nothing to migrate: the folder is read once.
   const files::OneReading leitura;
   try {
     return migra_(servidor_, *this, modulo_, componente_, NomesDosModelos(*this));
@@ -54,7 +54,7 @@ std::vector<std::string> NomesDosModelos(IZNPL_Relatorio2& repositorio) {
   return nomes;
 }
 
-// What the path of every model of the store begins with.
+// Returns what the path of every model of the store begins with.
 std::string CRepositorioRel2::Prefixo() const {
   return caminhoRelatorios_ + chaveModulo_;
 }

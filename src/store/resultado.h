@@ -1,4 +1,4 @@
-// Failures of the store's files as results.
+// Results for failures of the store's files.
 #pragma once
 
 #include <exception>
@@ -10,8 +10,8 @@
 
 namespace kestor {
 
-// The result of `operacao`; of a file operation that fails in it, the file error's, and the reason: the file cannot be
-// `feito`. A failure without an error number of the system is none.
+// Returns the result of `operacao`. If a file operation in it fails, returns the result for the file error and records
+// the reason: the file cannot be `feito`. A failure without an error number returns S_OK.
 template <typename Operacao>
 HRESULT ResultadoDe(const char* feito, const Operacao& operacao) {
   try {
