@@ -46,8 +46,8 @@ HRESULT CRepositorioRel2::Le(BSTR bsRelatorio, REG_RELATORIO2** ppregRelatorio) 
     auto registro = NewTaskBlock<REG_RELATORIO2>(sizeof(REG_RELATORIO2));
     auto conteudo = NewTaskBlock<std::uint8_t>(bytes);
 
-    // Reads everything into the client's block at once and moves the content over the version: a second read to an odd
-    // address costs several times the move.
+    // Reads everything into the client's block at once and moves the content over the version: a second read from an
+    // odd offset costs several times the move.
     if (arquivo.Read(conteudo.get(), bytes) != bytes) {
       DizRazao("read", caminho, "another program has cut it meanwhile");
       return ErrorForm(KESTOR_PROBLEMAS_AO_LER);
