@@ -1,4 +1,4 @@
-// What reading beyond the end of a block of bytes raises.
+// The exception that reading beyond the end of a block of bytes throws.
 #pragma once
 
 namespace XUtil {

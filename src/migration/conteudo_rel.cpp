@@ -47,7 +47,7 @@ HRESULT CConteudoRel::CarregaConteudo(BSTR nome) {
   return FAILED(entrega) ? entrega : S_OK;
 }
 
-// A model without settings is nothing unusual, but one for whose settings the memory is lacking has some.
+// Models without settings are common. But if memory runs out, the model has settings.
 HRESULT CConteudoRel::CarregaExportacao(BSTR nome) {
   tagREG_RELEXPORTACAO* exportacao = nullptr;
   const HRESULT resultado = repositorio_->BuscaDadosExportacaoDoRelatorio(nome, &exportacao);
@@ -100,7 +100,7 @@ const tagREG_RELEXPORTACAO_ITEM* CConteudoRel::ItemExportacao(std::size_t posica
   return tem ? itens_.get() + posicao : nullptr;
 }
 
-// Of several records of a code the first one counts.
+// Returns the first of several records with the code.
 const tagREG_CAMPOS_RELATORIO* CConteudoRel::CampoCatalogo(std::uint16_t codigo) const {
   if (!catalogo_) return nullptr;
   const auto& lugares = catalogo_->lugares;

@@ -12,9 +12,9 @@
 
 namespace kestor {
 
-// One model with its export settings and the field catalogue of its module and component, fetched through a store of
-// the first generation. docs/formats.md has the layouts of the content. Positions of columns count from 0 and lie below
-// their number. Const methods may be called by several threads at a time. Methods throw std::bad_alloc.
+// One model with its export settings and the field catalogue of its module and component, read through a store of the
+// first generation. docs/formats.md has the layouts of the content. Column positions count from 0 and must be below the
+// number of columns. Several threads may call const methods at a time. Methods throw std::bad_alloc.
 class CConteudoRel {
  public:
   // The header or footer line of the export file.
@@ -28,42 +28,43 @@ class CConteudoRel {
   CConteudoRel(const CConteudoRel&) = delete;
   CConteudoRel& operator=(const CConteudoRel&) = delete;
 
-  // Takes a reference to the store. False, with nothing changed, when there is one already.
+  // Takes a reference to the store. Returns false and changes nothing if there is one already.
   bool DefineRepositorio(IZNPL_Rel& repositorio);
 
-  // Reads a model in place of the one before. The store's result when that is not S_OK: negative or, for a model that
-  // it cannot provide, positive; the content is empty then. Export settings that cannot be read, or have fewer bytes
-  // than their head, count as none.
+  // Reads a model in place of the previous one. Returns the store's result if that is not S_OK: negative or, for a
+  // model that it cannot provide, positive; the content is empty then. Export settings that cannot be read, or have
+  // fewer bytes than their head, count as none.
   HRESULT Carrega(const std::string& nome);
 
-  // Reads the field catalogue in place of the one before. The store's result when that is not S_OK; there is none then.
+  // Reads the field catalogue in place of the previous one. Returns the store's result if that is not S_OK; there is no
+  // catalogue then.
   HRESULT CarregaCatalogo();
 
-  // Takes the field catalogue that another one has read.
+  // Shares the field catalogue that `outro` has read.
   void UsaCatalogoDe(const CConteudoRel& outro) { catalogo_ = outro.catalogo_; }
 
-  // Whether the content was understood to its end. Otherwise the values are those in front of the point where it ends,
-  // and defaults.
+  // Returns true if the content was understood to its end. Otherwise the values after the point where it ends are
+  // defaults.
   bool Completo() const { return completo_; }
 
   const ValoresRel& Valores() const { return valores_; }
   std::size_t Bytes() const { return conteudo_.size(); }  // of the content
 
   bool TemExportacao() const { return exportacao_ != nullptr; }
-  // How long the file of the export settings must be for all their items; 0 without settings.
+  // Returns how long the file of the export settings must be to have all their items; 0 without settings.
   std::size_t BytesExportacao() const;
 
-  // Empty text, 0 and 0 without export settings.
+  // Return an empty text, 0 and 0 without export settings.
   LinhaExportacao CabecalhoExportacao() const;
   LinhaExportacao RodapeExportacao() const;
 
-  // What is known of a column's field, with the column's width and alignment: for a fixed column the type and alias of
-  // the export item at its position ('A' and empty when there is none), for another one its record of the catalogue.
-  // False when the catalogue does not have it. Texts of the record may fill their field without a NUL.
+  // Gives what is known of a column's field, with the column's width and alignment: for a fixed column the type and
+  // alias of the export item at its position ('A' and empty if there is none), for another one its catalogue record.
+  // Returns false if the catalogue does not have it. Texts of the record may fill their field without a NUL.
   bool BuscaCampoColuna(std::size_t posicao, tagREG_CAMPOS_RELATORIO& campo) const;
 
-  // The text of a fixed column, from the export item at its position: as it stands (types A and F), its digits (N), as
-  // an amount (V). Empty for another type and without such an item.
+  // Returns the text of a fixed column, from the export item at its position: unchanged (types A and F), its digits
+  // (N), or as an amount (V). Empty for another type and without such an item.
   std::string BuscaConteudoFixo(std::size_t posicao) const;
 
  private:

@@ -31,10 +31,10 @@ constexpr char kSeparadorNomes = '|';
 // Longer contents are stored before the next one is read.
 constexpr std::size_t kMaiorAdiantado = std::size_t{128} << 10;
 
-// Export settings without their items. A shorter file says nothing.
+// Bytes of export settings without their items. A shorter file has no settings.
 constexpr LONG kBytesCabecalhoExportacao = kBytesWithoutPointer<tagREG_RELEXPORTACAO>;
 
-// Takes a list of names apart. The names lie in the text.
+// Splits a list of names. The names are views of the text.
 std::vector<std::string_view> Nomes(std::string_view texto) {
   std::vector<std::string_view> nomes;
   while (!texto.empty()) {
@@ -66,19 +66,19 @@ HRESULT CConversorRel::Executa() {
   const std::string texto = TextoDeBstr(OwnedBstr(recebidos).get());
   if (FAILED(listagem)) return listagem;
 
-  // Two flushed removals a model would cost as much as all the rest. A model whose removal a power failure undoes is
-  // found to be converted, and removed, by the next initialisation.
+  // Flushing two removals for each model would cost as much as all the rest. If a power failure undoes a removal, the
+  // next initialisation finds the model converted and removes it.
   const files::GroupedRemovals remocoes;
   const std::vector<std::string_view> nomes = Nomes(texto);
   AnotaRepetidos(nomes);
   ConverteTodos(nomes);
-  if (!nomes.empty()) EsqueceRazao();  // of single models it says nothing of the call
+  if (!nomes.empty()) EsqueceRazao();  // the reason of a single model is not one of the call
   return S_OK;
 }
 
-// Files that differ in letter case alone come from elsewhere, and the platform reaches only one of them: converted or
-// deleted under their common name, the other one would be lost. A name that is listed twice need not be such a case:
-// two files that differ after a dot have it as well. Where the files cannot be listed, it counts as one.
+// Files whose names differ in letter case alone come from elsewhere, and the platform reaches only one of them: if that
+// one were converted or deleted under their common name, the other would be lost. A name that is listed twice may also
+// come from two files that differ after a dot. If the files cannot be listed, it counts as differing in letter case.
 void CConversorRel::AnotaRepetidos(const std::vector<std::string_view>& nomes) {
   std::unordered_set<std::string> vistos;
   for (const std::string_view nome : nomes) {
@@ -123,10 +123,10 @@ void CConversorRel::ConverteModelo(std::string_view listado) {
     EsqueceRazao();
     obra.tratado = Trata(std::string(listado));
   } catch (const ZN::CException&) {
-    // One model too large for the memory must not hold up the others.
+    // A model that is too large for the memory must not hold up the others.
   } catch (const std::bad_alloc&) {
   }
-  // Several long ones must not be in memory at a time.
+  // Several long models must not be in memory at the same time.
   if (bytesLidos_ > kMaiorAdiantado) TerminaUltimos();
 }
 
@@ -175,8 +175,8 @@ CConversorRel::Tratado CConversorRel::Trata(const std::string& nome) {
   return Converte(nome);
 }
 
-// Only a model whose document is on the disk is deleted. When the link to the folder has changed since it was stored,
-// the document lies in another folder than the model that would go.
+// Deletes a model only if its document is on the disk. If the link to the folder has changed since the document was
+// stored, the document is in another folder than the model that would be deleted.
 void CConversorRel::Conclui(const std::string& nome, Fim& fim) {
   if (fim.destino == Destino::fica || modo_ == Modo::ensaio) return;
   const std::string documento = CaminhoRelatorioGravado(prefixoDocumentos_, nome);
@@ -186,16 +186,16 @@ void CConversorRel::Conclui(const std::string& nome, Fim& fim) {
   }
   ExcluiRel(nome);
   fim.razao = RazaoDita();
-  // A document that was there before is no reason to count the model as gone.
+  // A model that could not be deleted stays, even though its document existed before.
   if (fim.destino == Destino::descartado && !fim.razao.empty()) fim.destino = Destino::fica;
 }
 
 CConversorRel::Tratado CConversorRel::Converte(const std::string& nome) {
   const auto conteudo = std::make_shared<CConteudoRel>();
   conteudo->DefineRepositorio(*rel_);
-  EsqueceRazao();  // why a listed document is none
+  EsqueceRazao();  // it may say why a listed document is none
   if (const HRESULT leitura = conteudo->Carrega(nome); leitura != S_OK) return Fica("it cannot be read");
-  EsqueceRazao();  // models without export settings are nothing unusual
+  EsqueceRazao();  // models without export settings are common
   if (!conteudo->Completo()) return Fica("its content is empty, cut short, or of a version that is not known");
   if (!ExportacaoInteira(nome, *conteudo)) return Fica("its export settings are cut short");
   EsqueceRazao();
@@ -211,8 +211,7 @@ CConversorRel::Tratado CConversorRel::Converte(const std::string& nome) {
 
 CConversorRel::Fim CConversorRel::Guarda(const std::string& nome, std::unique_ptr<CMemStream> documento) {
   if (!documento) return Fica("its document cannot be made");
-  // What is there is not overwritten: it may be the document of another station, which has converted the model at the
-  // same moment.
+  // An existing document is not overwritten: another station may have converted the model at the same moment.
   const HRESULT gravacao = Grava(nome, KESTOR_NaoSobreescrever, *documento, Quando::comOsOutros);
   if (gravacao == S_OK) return {.destino = Destino::convertido};
   const std::string arquivo = CaminhoRelatorioGravado(Modulo() + Componente(), nome);
@@ -221,7 +220,8 @@ CConversorRel::Fim CConversorRel::Guarda(const std::string& nome, std::unique_pt
                   : "its document cannot be stored");
 }
 
-// It is the same for all models and takes as long to read as everything else of one.
+// Reads the catalogue only when it has changed: it is the same for all models, and reading it takes as long as
+// everything else that is done for one.
 bool CConversorRel::CarregaCatalogo() {
   const bool mudou = vigiaCatalogo_->HasChanged();
   if (temCatalogo_ && !mudou) return true;
@@ -230,13 +230,13 @@ bool CConversorRel::CarregaCatalogo() {
   return temCatalogo_;
 }
 
-// A listed name alone is no document yet: it is also that of a folder, of an empty file, or of one with a second dot.
+// A listed name alone is no document: it may be that of a folder, of an empty file, or of a file with a second dot.
 bool CConversorRel::HaDocumento(const std::string& nome) const {
   return static_cast<bool>(ModeloLido(Repositorio(), nome));
 }
 
-// Settings that are there and have not been read whole, because another program has them open or because they are cut
-// inside their items, would be lost with the model.
+// Returns false for settings that exist but could not be read whole, because another program has them open or because
+// they are cut inside their items: they would be lost with the model.
 bool CConversorRel::ExportacaoInteira(const std::string& nome, const CConteudoRel& conteudo) const {
   if (conteudo.TemExportacao()) {
     const auto bytes = files::LengthOf(CaminhoExportacao(prefixo_, nome).c_str());
@@ -247,17 +247,17 @@ bool CConversorRel::ExportacaoInteira(const std::string& nome, const CConteudoRe
   return leitura == S_OK ? bytes < kBytesCabecalhoExportacao : !HaExportacao(nome);
 }
 
-// Whether there is a file of export settings, also one that another program has open.
+// Returns true if there is a file of export settings, even one that another program has open.
 bool CConversorRel::HaExportacao(const std::string& nome) const {
   return GetFileAttributesA(CaminhoExportacao(prefixo_, nome).c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
-// What stays of the two files is said why.
+// Deletes a model and its export settings. Records the reason if one of the two files stays.
 void CConversorRel::ExcluiRel(const std::string& nome) const {
   EsqueceRazao();
   const Servidor::Silencio silencio(ServidorDeste());
-  // The export settings go before the model: a server that is killed in between, or that meets another station in the
-  // settings, leaves the model, which the next migration deletes. Settings without a model would stay for good.
+  // The export settings are deleted before the model. If the server is killed in between, or another station has the
+  // settings open, the model stays and the next migration deletes it. Settings without a model would stay for good.
   rel_->ExcluiRelatorio(NovoBstr(NomeDaExportacao(nome)).get());
   if (!HaExportacao(nome)) rel_->ExcluiRelatorio(NovoBstr(nome).get());
 }

@@ -21,38 +21,38 @@
 
 namespace kestor {
 
-// Makes a store of the first generation in this process; results as IClassFactory::CreateInstance gives them.
+// Makes a store of the first generation in this process. Returns what IClassFactory::CreateInstance would.
 using CriaLegado = HRESULT (*)(Servidor& servidor, REFIID iid, void** object);
 
-// Writes the first-generation models of a module and component as report documents, stores these and then deletes the
-// models. A model that has not been understood to its end, or whose document cannot be made or stored, stays as it is,
-// to be tried again another time. Made for one run.
+// Writes the first-generation models of a module and component as report documents, stores these, and then deletes the
+// models. Leaves a model for a later run if it is not understood to its end, or if its document cannot be made or
+// stored. An object serves one run.
 class CConversorRel final : public CConversorModelos {
  public:
-  // A rehearsal only tells what would become of the models.
+  // A rehearsal only reports what would become of the models.
   enum class Modo { conversao, ensaio };
 
   // The documents go into `repositorio`, which is initialised for the module and component.
   CConversorRel(IZNPL_Relatorio2& repositorio, std::string modulo, std::string componente, Servidor& servidor,
                 CriaLegado criaLegado, Modo modo = Modo::conversao);
 
-  // Tells of a document that exists: a model of its name, whatever the letter case, is deleted and not converted.
-  // Models whose own names differ in letter case alone are left as they are all the same.
+  // Adds the name of a document that exists: a model of that name, in any letter case, is deleted and not converted.
+  // Models whose own names differ in letter case alone are still left as they are.
   void AdicionaNomeExistente(const std::string& nome);
 
-  // E_OUTOFMEMORY without a store of the first generation; that store's failure of initialising or listing. What
-  // happens to each model does not show in the result. Throws std::bad_alloc.
+  // Returns E_OUTOFMEMORY if no store of the first generation can be made; otherwise that store's failure to initialise
+  // or to list. The result does not depend on what happens to each model. Throws std::bad_alloc.
   HRESULT Executa() override;
 
-  // Needs the store that Executa makes. Names of more than 255 characters are left alone. The document of a model is
-  // stored after some of the next have been read: the name must live that long.
+  // Needs the store that Executa makes. Leaves models with names of more than 255 characters alone. The document may be
+  // stored only after later models have been read: `nome` must stay valid until then.
   void ConverteModelo(std::string_view nome) override;
 
  private:
   using Documento = SegundoFio::Tarefa<std::unique_ptr<CMemStream>>;  // null when it cannot be made
   using Tratado = std::variant<Fim, Documento>;
 
-  // A model whose turn has come, and that is told of after those before it.
+  // A model whose turn has come. It is reported after those before it.
   struct EmObra {
     std::string_view nome;
     Tratado tratado;
@@ -60,7 +60,7 @@ class CConversorRel final : public CConversorModelos {
 
   // A name that is listed more than once.
   struct Repetido {
-    std::string arquivos;  // those that have it, by their names on the disk
+    std::string arquivos;  // the files of that name, as they are called on the disk
     bool eUmArquivo = false;
     bool tratado = false;
   };
@@ -73,7 +73,7 @@ class CConversorRel final : public CConversorModelos {
   Tratado Trata(const std::string& nome);
   Tratado Converte(const std::string& nome);
   Fim Guarda(const std::string& nome, std::unique_ptr<CMemStream> documento);
-  static Fim Fica(const std::string& frase);  // unless something else has been said
+  static Fim Fica(const std::string& frase);  // a recorded reason goes before `frase`
   bool CarregaCatalogo();
   bool HaDocumento(const std::string& nome) const;
   bool ExportacaoInteira(const std::string& nome, const CConteudoRel& conteudo) const;

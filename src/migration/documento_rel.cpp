@@ -56,7 +56,7 @@ struct TotalRel {
   bool geral;
 };
 
-// The totalled fields, each once, in the order in which they first come.
+// The totalled fields, each once, in the order of their first appearance.
 class ListaTotais {
  public:
   explicit ListaTotais(const ValoresRel& valores) {

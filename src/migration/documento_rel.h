@@ -9,13 +9,13 @@
 
 namespace kestor {
 
-// Writes the root element with everything below it; `atributos` serves all elements. Stops, and returns false, where
-// the writer refuses an element: the document is of no use then. Columns of which nothing is known are left out. Throws
-// ZN::CException and std::bad_alloc when memory runs out.
+// Writes the root element with everything below it. Uses `atributos` for all elements. Stops and returns false if the
+// writer refuses an element: the document is useless then. Leaves out columns of which nothing is known. Throws
+// ZN::CException and std::bad_alloc if memory runs out.
 bool EscreveDocumento(const CConteudoRel& conteudo, const std::string& nome, IEscritorMarcacao& escritor,
                       IAtributosMarcacao& atributos);
 
-// Writes the whole document. False when the markup component is not to be had, or refuses a part. Throws as above.
+// Writes the whole document. Returns false if the markup component is missing or refuses a part. Throws as above.
 bool GeraDocumento(const CConteudoRel& conteudo, const std::string& nome, CMemStream& saida);
 
 }  // namespace kestor

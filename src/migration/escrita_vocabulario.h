@@ -1,5 +1,5 @@
-// Writing elements of a document one by one, with attributes in an order of the writer's own. Names and encodings are
-// those of the documents' vocabulary: an attribute is named by the field that it stands for there.
+// Writes elements of a document one by one, with attributes in the order that the caller chooses. Names and encodings
+// come from the vocabulary of documents: a field identifies the attribute that stands for it there.
 #pragma once
 
 #include <cstddef>
@@ -27,7 +27,7 @@ Atribuicao<kCampo, Valor> Com(Valor valor) {
   return {std::move(valor)};
 }
 
-// A number where the vocabulary has something narrower.
+// A number for an attribute to which the vocabulary gives a narrower type.
 template <auto kCampo>
 struct AtribuicaoNumero {
   std::int32_t valor;
@@ -46,8 +46,7 @@ AtribuicaoNumero<kCampo> ComNumero(std::int32_t valor) {
 // Stands for the attributes that always have the same text.
 struct Constantes {};
 
-// Thrown once the writer has refused an element: the document comes to nothing then, and the rest is not worth
-// building.
+// Thrown when the writer refuses an element: the document has failed, and the rest need not be built.
 struct EscritorDesistiu {};
 
 class EscritaVocabulario {
@@ -55,7 +54,7 @@ class EscritaVocabulario {
   EscritaVocabulario(IEscritorMarcacao& escritor, IAtributosMarcacao& atributos)
       : escritor_(escritor), atributos_(atributos) {}
 
-  // Starts an element. Throws EscritorDesistiu. Does not compile for a field of which the element has no attribute.
+  // Starts an element. Throws EscritorDesistiu. Does not compile for a field for which the element has no attribute.
   template <const auto& kElemento, typename... Valores>
   void Inicia(const Valores&... valores) {
     IAtributosMarcacao* lista = nullptr;
@@ -72,7 +71,7 @@ class EscritaVocabulario {
     escritor_.FinalizaElemento(kElemento.nome);
   }
 
-  // An element without others in it.
+  // Writes an element without children.
   template <const auto& kElemento, typename... Valores>
   void Folha(const Valores&... valores) {
     Inicia<kElemento>(valores...);
@@ -93,7 +92,7 @@ class EscritaVocabulario {
     return false;
   }
 
-  // The attribute for a field.
+  // Returns the attribute for a field.
   template <const auto& kElemento, auto kCampo, std::size_t kLugar = 0>
   static constexpr const auto& AtributoDe() {
     static_assert(kLugar < std::tuple_size_v<std::remove_cvref_t<decltype(kElemento.atributos)>>,

@@ -12,8 +12,8 @@
 
 namespace kestor {
 
-// Numbers are little-endian and stand anywhere. Reading that would pass the end of the bytes takes nothing and throws
-// XUtil::CAutomaticArrayException. The bytes must outlive the reader and what it hands out.
+// Numbers are little-endian and need no alignment. A read beyond the end of the bytes consumes nothing and throws
+// XUtil::CAutomaticArrayException. The bytes must outlive the reader and the views that it returns.
 class LeitorBytes {
  public:
   explicit LeitorBytes(std::string_view bytes) : bytes_(bytes) {}
@@ -35,7 +35,7 @@ class LeitorBytes {
 
   std::string_view Texto(std::size_t largura) { return TextoDoCampo(Bytes(largura)); }
 
-  // `quantidade` records of `largura` bytes, all or none.
+  // Reads `quantidade` records of `largura` bytes, all or none.
   std::string_view Registros(std::size_t quantidade, std::size_t largura) {
     Exige(quantidade <= Restante().size() / largura);
     return Bytes(quantidade * largura);

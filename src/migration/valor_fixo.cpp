@@ -15,7 +15,7 @@ bool EhDigito(char c) {
   return c >= '0' && c <= '9';
 }
 
-// Where the decimals of a text begin: its last comma, or the last point when that stands after it or alone.
+// Returns where the decimals of a text begin: at its last comma, or at the last point if that comes later or alone.
 std::size_t LugarDecimal(std::string_view texto) {
   const std::size_t virgula = texto.rfind(',');
   const std::size_t ponto = texto.rfind('.');
@@ -23,7 +23,7 @@ std::size_t LugarDecimal(std::string_view texto) {
   return valeVirgula ? virgula : ponto;
 }
 
-// Without zeros in front but for the last digit.
+// Removes zeros at the front, but never the last digit.
 std::string_view SemZerosAEsquerda(std::string_view digitos) {
   return digitos.substr(std::min(digitos.find_first_not_of('0'), digitos.size() - 1));
 }
@@ -48,7 +48,7 @@ std::string FormataValor(std::string_view texto) {
   const std::string decimais = temSeparador ? SomenteDigitos(semBrancos.substr(lugar)) : std::string();
 
   std::string valor(negativo ? "-" : "");
-  // What needs no grouping keeps its separator, with or without decimals after it.
+  // A whole part of at most one digit keeps its separator, with or without decimals after it.
   const bool curto = inteiro.size() <= 1;
   valor += curto ? inteiro : EmMilhares(SemZerosAEsquerda(inteiro));
   if (curto ? temSeparador : !decimais.empty()) valor += kSeparadorDecimal;

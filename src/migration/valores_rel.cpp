@@ -186,7 +186,7 @@ static_assert(Largura(kCabecalho1) + Largura(kFontes2) == 556);
 
 // ---- Decoding ------------------------------------------------------------------------------------------------------
 
-// The parts of a content's layout, those that it lacks being empty.
+// The parts of a content's layout; unused ones are empty.
 using Leiaute = std::array<std::span<const Passo>, 3>;
 constexpr Leiaute kDesconhecido = {};
 

@@ -10,7 +10,7 @@
 
 namespace kestor {
 
-// The records of one kind, side by side in the content.
+// The records of one kind, one after the other in the content.
 struct SecaoRel {
   std::size_t prometidos = 0;  // records that the content announces
   std::size_t quantidade = 0;  // records that are there
@@ -25,7 +25,7 @@ struct ColunaRel {
   std::int32_t tamanho = 0;
   char alinhamento = '\0';
 
-  // A column of which the export settings tell; the others are fields of the catalogue, or nothing when it is negative.
+  // The export settings describe a fixed column. Other codes are fields of the catalogue, or nothing if negative.
   static constexpr std::int32_t kPrimeiroCodigoCatalogo = 100;
   bool Fixa() const { return codigo >= 0 && codigo < kPrimeiroCodigoCatalogo; }
 };
@@ -42,8 +42,8 @@ struct OrdenacaoRel {
   std::int32_t separador = 0;  // 1 a line, 2 a new page, otherwise nothing
 };
 
-// Numbers of 32 bits are signed, as documents carry them. Texts are code page 1252. The values hold texts of their own;
-// the records are those of the content, which must outlive them.
+// Numbers of 32 bits are signed, as documents carry them. Texts are code page 1252. The values own their texts; their
+// records are views of the content, which must outlive them.
 struct ValoresRel {
   std::string textoCabecalho;
   std::string textoRodape;
@@ -72,7 +72,7 @@ struct ValoresRel {
   SecaoRel subtotais;
   SecaoRel totaisGerais;
 
-  // Positions count from 0 and lie below the section's number of records.
+  // Positions count from 0 and must be below the section's number of records.
   ColunaRel Coluna(std::size_t posicao) const;
   FiltroRel Filtro(std::size_t posicao) const;
   OrdenacaoRel Ordenacao(std::size_t posicao) const;
@@ -80,9 +80,9 @@ struct ValoresRel {
   std::uint16_t TotalGeral(std::size_t posicao) const;
 };
 
-// Takes the values that the content holds, up to where it ends before its time. What it lacks keeps its default: so
-// does everything in a content of an unknown version. True when the layout is known and everything that the content
-// promises was there.
+// Reads the values of a content, up to the point where a truncated one ends. Values that it lacks keep their defaults,
+// as do all values for an unknown version. Returns true if the layout is known and the content has all that it
+// announces.
 bool DecodificaConteudo(std::string_view conteudo, ValoresRel& valores);
 
 }  // namespace kestor
