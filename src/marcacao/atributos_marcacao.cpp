@@ -12,12 +12,12 @@ namespace {
 // A list that holds more memory is not kept.
 constexpr std::size_t kBytesGuardados = 65536;
 
-// A name in the mark has a blank before it and =" behind it.
+// A name in the mark has a blank before it and =" after it.
 constexpr std::size_t kBytesEmVolta = 3;
 
 constexpr IID IID_Propria = {0xE36C2EF5, 0x4C0C, 0x49AB, {0x9B, 0x4A, 0x61, 0x5D, 0x5D, 0x0E, 0x2B, 0x7C}};
 
-// The list that went last, with the memory it has: a document has some hundred elements, one list after the other.
+// The list that was released last, with its memory: a document has some hundred elements, each with a list in turn.
 thread_local std::unique_ptr<CAtributosMarcacao> guardada;
 
 }  // namespace
@@ -61,8 +61,8 @@ std::size_t CAtributosMarcacao::Busca(std::string_view nome) const {
   return i;
 }
 
-// Elements of a kind follow each other, and have the same names in the same order: what the last list had in this place
-// need not be looked at again.
+// Elements of a kind follow each other and have the same names in the same order: the name that the last list had in
+// this place need not be checked again.
 bool CAtributosMarcacao::EhHabitual(const char* nome) const {
   if (!saoHabituais_ || lugares_.size() == habituais_.size()) return false;
   const Habitual& habitual = habituais_[lugares_.size()];
@@ -71,7 +71,7 @@ bool CAtributosMarcacao::EhHabitual(const char* nome) const {
   return std::strncmp(nome, habitual.marca.data() + 1, bytes) == 0 && nome[bytes] == '\0';
 }
 
-// False for a name that no attribute can have, or that the list has.
+// Returns false for a name that no attribute can have, or that the list has already.
 bool CAtributosMarcacao::AcrescentaNovo(const char* nome) {
   if (saoHabituais_) habituais_.resize(lugares_.size());
   saoHabituais_ = false;
@@ -119,7 +119,7 @@ HRESULT CAtributosMarcacao::BuscaValor(const char* nome, const char** valor) {
   *valor = nullptr;
   const std::size_t i = Busca(nome);
   if (!completa_ || i == lugares_.size()) return E_FAIL;
-  // Behind the name stand =" and the value, whose own quotes are references.
+  // The name is followed by =" and the value, whose own quotes are references.
   const std::size_t inicio = lugares_[i].nome + lugares_[i].bytesNome + 2;
   try {
     *valor = ValorDe(Marca().substr(inicio, Marca().find('"', inicio) - inicio), valor_);

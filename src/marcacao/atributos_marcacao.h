@@ -17,19 +17,19 @@ namespace kestor {
 // The object of the class AtributosMarcacao.
 class CAtributosMarcacao final : public ObjetoMarcacao<IAtributosMarcacao, IID_IAtributosMarcacao> {
  public:
-  // Each element of a document has a list of its own: the one that went last is used again.
+  // Reuses the list that was released last: each element of a document has a list of its own.
   static CAtributosMarcacao* Novo();
 
-  // The list itself, when `lista` is one for writing of this component; null otherwise.
+  // Returns the list itself if `lista` is a list for writing of this component; null otherwise.
   static CAtributosMarcacao* De(IAtributosMarcacao* lista);
 
-  // Also answers to an identity that only this component knows; that answer is no counted reference.
+  // Also answers to an identity that only this component knows. The pointer it gives then is not a counted reference.
   HRESULT QueryInterface(REFIID iid, void** object) override;
 
-  // E_INVALIDARG for a name that no attribute can have or that the list has; E_OUTOFMEMORY. The list is incomplete
-  // then, and good for nothing, until Limpa.
+  // Returns E_INVALIDARG for a name that no attribute can have or that the list has already; E_OUTOFMEMORY. After a
+  // failure the list is incomplete, and cannot be used until Limpa.
   HRESULT Adiciona(const char* nome, const char* valor) override;
-  HRESULT BuscaValor(const char* nome, const char** valor) override;  // E_FAIL when there is none
+  HRESULT BuscaValor(const char* nome, const char** valor) override;  // E_FAIL if there is none
   HRESULT Limpa() override;
 
   HRESULT Reservado3() override { return E_NOTIMPL; }
@@ -39,7 +39,7 @@ class CAtributosMarcacao final : public ObjetoMarcacao<IAtributosMarcacao, IID_I
   HRESULT Reservado8() override { return E_NOTIMPL; }
 
   bool Completa() const { return completa_; }
-  // All attributes as they stand in an element's start tag, a blank before each.
+  // Returns all attributes as an element's start tag has them, a blank before each.
   std::string_view Marca() const { return marca_.Texto(); }
 
  private:
@@ -51,23 +51,23 @@ class CAtributosMarcacao final : public ObjetoMarcacao<IAtributosMarcacao, IID_I
     std::uint32_t bytesNome;
   };
 
-  // A name with what is around it in the mark. Of constant length, which makes copying it short; a longer name never
-  // counts as habitual.
+  // A name with the characters around it in the mark. Its size is constant, which makes copying fast; a longer name
+  // never counts as habitual.
   struct Habitual {
     std::array<char, 32> marca{};
     std::size_t bytes = 0;
   };
 
-  // The number of attributes when there is none of that name.
+  // Returns the attribute's index, or the number of attributes if there is none of that name.
   std::size_t Busca(std::string_view nome) const;
   bool EhHabitual(const char* nome) const;
   bool AcrescentaNovo(const char* nome);
 
   std::vector<Lugar> lugares_;
   std::vector<Habitual> habituais_;  // names of this list or the one before
-  bool saoHabituais_ = true;         // the names of this list have been these so far
+  bool saoHabituais_ = true;         // the names of this list are the same as those so far
   Acumulador marca_;
-  std::string valor_;  // the one asked for last
+  std::string valor_;  // the value asked for last
   bool completa_ = true;
 };
 

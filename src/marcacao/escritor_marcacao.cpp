@@ -21,7 +21,7 @@ CEscritorMarcacao::~CEscritorMarcacao() {
   if (saida_ != nullptr) saida_->Release();
 }
 
-// Does a step of the document unless one before it has failed.
+// Runs a step of the document unless an earlier one has failed.
 template <typename Operacao>
 HRESULT CEscritorMarcacao::Executa(const Operacao& operacao) {
   if (FAILED(resultado_)) return resultado_;

@@ -10,20 +10,20 @@
 
 namespace kestor {
 
-// The object of the class EscritorMarcacao. The document is built in memory and goes to the stream in one piece
-// when it is finished; of a document in which anything failed, nothing does. A caller that ignores the results gets a
-// whole document or none.
+// The object of the class EscritorMarcacao. It builds the document in memory and writes it to the stream in one piece
+// at the end, or not at all if any step failed: a caller that ignores the results gets a whole document or none.
 class CEscritorMarcacao final : public ObjetoMarcacao<IEscritorMarcacao, IID_IEscritorMarcacao> {
  public:
   static CEscritorMarcacao* Novo() { return new CEscritorMarcacao; }
 
   HRESULT IniciaDocumento() override;
-  // E_FAIL when the document is not one element, closed; otherwise the stream's failure, or the first of those before.
+  // Returns E_FAIL if the document is not one closed element; otherwise the stream's failure, or the first one before.
   HRESULT FinalizaDocumento() override;
-  // E_INVALIDARG for a name that no element can have and a list of another component; E_FAIL outside a document and
-  // after its root element; E_OUTOFMEMORY, also in a document of more than 128 MiB, which no call could carry.
+  // Returns E_INVALIDARG for a name that no element can have and for a list of another component; E_FAIL outside a
+  // document and after its root element; E_OUTOFMEMORY, also in a document of more than 128 MiB, which no call could
+  // carry.
   HRESULT IniciaElemento(const char* nome, IAtributosMarcacao* atributos) override;
-  HRESULT FinalizaElemento(const char* nome) override;  // E_INVALIDARG when that is not the innermost open element
+  HRESULT FinalizaElemento(const char* nome) override;  // E_INVALIDARG if that is not the innermost open element
   HRESULT DefineSaida(IStream* saida) override;
 
   HRESULT Reservado7() override { return E_NOTIMPL; }

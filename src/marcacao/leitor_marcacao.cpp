@@ -17,8 +17,8 @@ namespace kestor {
 
 namespace {
 
-// Deeper than any document that makes sense. A handler keeps something for every open element: a document of nothing
-// but open elements would take many times its own size.
+// Deeper than any sensible document. A handler keeps something for every open element: a document of nothing but open
+// elements would take many times its own size in memory.
 constexpr std::size_t kNiveis = 1000;
 
 constexpr const char* kSemMemoria = "memory has run out";
@@ -56,8 +56,8 @@ class AtributosLidos final : public com::UncountedObject<IAtributosMarcacao, IID
   HRESULT Reservado8() override { return E_NOTIMPL; }
 
  private:
-  // Handlers ask for attributes in the order of the document as a rule: the search goes on where the last one ended,
-  // and begins again at the front.
+  // As a rule, handlers ask for attributes in document order: the search goes on where the last one ended, and then
+  // starts again at the front.
   const XML_Char** Busca(const char* nome) const {
     for (const XML_Char** par = proximo_; *par != nullptr; par += 2) {
       if (std::strcmp(*par, nome) == 0) return par;
@@ -98,7 +98,7 @@ class Analise {
 
   ULONG Linha() const { return static_cast<ULONG>(XML_GetCurrentLineNumber(analisador_.get())); }
 
-  // Why Executa failed; lives as long as the program.
+  // Returns why Executa failed; a text that lives as long as the program.
   const char* Descricao() const { return recusa_; }
 
  private:
@@ -107,9 +107,9 @@ class Analise {
   };
   using Analisador = std::unique_ptr<std::remove_pointer_t<XML_Parser>, Liberacao>;
 
-  // The parser looks at an unfinished element again with each piece that it gets: the first piece is the whole document
-  // where its size is known, and pieces grow with what has been read, so that a long element does not cost the square
-  // of its length.
+  // The parser scans an unfinished element again with each piece that it gets. The first piece is therefore the whole
+  // document if its size is known, and pieces grow with what has been read: a long element must not cost the square of
+  // its length.
   void Percorre() {
     ULONGLONG lidos = 0;
     ULONG pedaco = PrimeiroPedaco();
@@ -135,14 +135,14 @@ class Analise {
   ULONG PrimeiroPedaco() const {
     STATSTG estado{};
     if (FAILED(fonte_.Stat(&estado, 0))) return kPedacoMinimo;
-    return Pedaco(estado.cbSize + 1);  // one more than there is, so that the end shows at once
+    return Pedaco(estado.cbSize + 1);  // one byte more than there is, so that the end is seen at once
   }
 
   static ULONG Pedaco(ULONGLONG bytes) {
     return static_cast<ULONG>(std::clamp<ULONGLONG>(bytes, kPedacoMinimo, kPedacoMaximo));
   }
 
-  // The first failure counts. Without a reason of its own it is the parser's.
+  // The first failure counts. A null `recusa` stands for the parser's own reason.
   void Falha(HRESULT resultado, const char* recusa) {
     if (FAILED(resultado_)) return;
     resultado_ = resultado;
@@ -154,7 +154,7 @@ class Analise {
     XML_StopParser(analisador_.get(), XML_FALSE);
   }
 
-  // ---- Called by the parser, which no exception may pass ----
+  // ---- Called by the parser, through which no exception may pass ----
 
   static void InicioElemento(void* analise, const XML_Char* nome, const XML_Char** pares) noexcept {
     auto& esta = *static_cast<Analise*>(analise);
@@ -180,8 +180,8 @@ class Analise {
     }
   }
 
-  // The parser lets the declaration override UTF-8's mark and would take each letter with an accent for two characters.
-  // Nothing but a mark can stand before a declaration, and UTF-8's alone has three bytes.
+  // The parser lets the declaration override the mark of UTF-8, and would read each letter with an accent as two
+  // characters. Only a mark can precede a declaration, and only that of UTF-8 has three bytes.
   static void DeclaracaoDocumento(void* analise, const XML_Char*, const XML_Char* codificacao, int) noexcept {
     auto& esta = *static_cast<Analise*>(analise);
     const bool temMarca = XML_GetCurrentByteIndex(esta.analisador_.get()) == kBytesMarcaUtf8;
@@ -210,7 +210,7 @@ class Analise {
     return XML_STATUS_OK;
   }
 
-  // The program's own, also where those of the library are not.
+  // The program's allocation functions, even if the library would use others.
   static constexpr XML_Memory_Handling_Suite kMemoria = {std::malloc, std::realloc, std::free};
   static constexpr XML_Index kBytesMarcaUtf8 = 3;
   static constexpr ULONG kPedacoMinimo = 4096;

@@ -12,8 +12,8 @@ class CLeitorMarcacao final : public ObjetoMarcacao<ILeitorMarcacao, IID_ILeitor
   static CLeitorMarcacao* Novo() { return new CLeitorMarcacao; }
 
   HRESULT DefineTratador(ITratadorMarcacao* tratador) override;
-  // E_INVALIDARG without a handler or a stream; E_FAIL when the bytes are no document that is accepted, also one of
-  // more than 1,000 levels of elements, or one whose mark and declaration name different encodings; E_OUTOFMEMORY; the
+  // Returns E_INVALIDARG without a handler or a stream; E_FAIL if the document is not accepted, also for more than
+  // 1,000 levels of elements, or for a mark of UTF-8 before a declaration of another encoding; E_OUTOFMEMORY; the
   // stream's or the handler's failure.
   HRESULT Analisa(VARIANT fonte) override;
   HRESULT BuscaErro(IUnknown** erro) override;

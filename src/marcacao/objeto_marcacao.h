@@ -1,11 +1,11 @@
-// What the component's objects have in common. An object is used on one thread.
+// What the component's objects have in common. Each object is used on one thread.
 #pragma once
 
 #include "platform/com/object.h"
 
 namespace kestor {
 
-// It does not keep the server's process alive.
+// Base of the component's objects. They do not keep the server process alive.
 template <typename Interface, const IID& kInterface>
 using ObjetoMarcacao = com::CountedObject<Interface, kInterface>;
 

@@ -19,13 +19,13 @@ constexpr unsigned char kEspaco = 0x20;
 constexpr std::string_view kInicioControle = "\xEE\x80";
 constexpr unsigned char kDesvioControle = 0x80;
 
-// And U+0080 to U+009F this byte and one from 0x80 to 0x9F.
+// U+0080 to U+009F are this byte and one from 0x80 to 0x9F.
 constexpr std::string_view kInicioC1 = "\xC2";
 
-// The bytes that stand as references.
+// The bytes that are written as references.
 constexpr char kComReferencia[] = {'&', '<', '>', '"', '\t', '\n', '\r'};
 
-// What a byte may be in a name.
+// Which bytes may start and continue a name.
 class LetrasDeNome {
  public:
   constexpr LetrasDeNome() {
@@ -68,7 +68,7 @@ class Escapes {
       simples_[byte] = textos_[byte].size() == 1;
   }
 
-  // Stands as itself; the end of a text does not.
+  // True for a byte that is written as itself; false for the NUL at the end of a text.
   bool EhSimples(char c) const { return simples_[static_cast<unsigned char>(c)]; }
   const std::string& Texto(char c) const { return textos_[static_cast<unsigned char>(c)]; }
 
@@ -87,7 +87,7 @@ const Escapes& TabelaEscapes() {
   return tabela;
 }
 
-// Whether the text begins with `inicio` and a byte from `primeiro` to 0x9F.
+// Returns true if the text begins with `inicio` and a byte from `primeiro` to 0x9F.
 bool EhDesvio(std::string_view texto, std::string_view inicio, unsigned primeiro) {
   if (!texto.starts_with(inicio) || texto.size() == inicio.size()) return false;
   const unsigned byte = static_cast<unsigned char>(texto[inicio.size()]);
@@ -109,8 +109,8 @@ void Acumulador::Cresce(std::size_t bytes) {
   capacidade_ = capacidade;
 }
 
-// The texts are walked once, in pieces for which there is room, without a look at their length first: most have a few
-// bytes.
+// The next two functions walk a text once, in pieces for which they make room, and do not measure it first: most texts
+// have a few bytes.
 
 bool AcrescentaNome(const char* nome, Acumulador& marca) {
   constexpr std::size_t kPedaco = 64;

@@ -73,7 +73,7 @@ class CConversorRel final : public CConversorModelos {
   Tratado Trata(const std::string& nome);
   Tratado Converte(const std::string& nome);
   Fim Guarda(const std::string& nome, std::unique_ptr<CMemStream> documento);
-  static Fim Fica(const std::string& frase);  // a recorded reason goes before `frase`
+  static Fim Fica(const std::string& frase);  // a recorded reason replaces `frase`
   bool CarregaCatalogo();
   bool HaDocumento(const std::string& nome) const;
   bool ExportacaoInteira(const std::string& nome, const CConteudoRel& conteudo) const;
