@@ -65,7 +65,7 @@ class CAtributosMarcacao final : public ObjetoMarcacao<IAtributosMarcacao, IID_I
 
   std::vector<Lugar> lugares_;
   std::vector<Habitual> habituais_;  // names of this list or the one before
-  bool saoHabituais_ = true;         // the names of this list are the same as those so far
+  bool saoHabituais_ = true;         // the names of this list match those so far
   Acumulador marca_;
   std::string valor_;  // the value asked for last
   bool completa_ = true;

@@ -20,13 +20,13 @@ enum class Tipo {
   inteiro8,
   inteiro16,
   inteiro32,
-  tamanhoFonte,  // 16 bits; 0 stands for the default
+  tamanhoFonte,  // 16 bits; 0 means the default
   texto,         // a field of fixed width
   textoContado,  // a length of 32 bits and, when that is not 0, the text and a NUL
   conta16,       // how many records a section has
   conta32,
   registros,  // as many records as were counted
-  corrida,    // records up to one that would begin with 32 zero bits, which are passed over, or to the end
+  corrida,    // records up to 32 zero bits in place of one, which are skipped, or to the end
 };
 
 struct Passo {
@@ -101,7 +101,7 @@ constexpr std::array kCorridas0 = {
 };
 
 constexpr std::array kCabecalho1 = {
-    Ignora(4),  // what the layout was told by
+    Ignora(4),  // identifies the layout
     Texto(kTextoPagina, &V::textoCabecalho),
     Texto(kTextoPagina, &V::textoRodape),
     Inteiro16(&V::dataInicial),
@@ -140,7 +140,7 @@ constexpr std::array kSecoes12 = {
 };
 
 constexpr std::array kLeiaute3 = {
-    Ignora(4),  // what the layout was told by
+    Ignora(4),  // identifies the layout
     Inteiro16(&V::dataInicial),
     Inteiro16(&V::dataFinal),
     Conta32(&V::ordenacoes),
