@@ -22,7 +22,7 @@ namespace kestor {
 //
 // A file that was made once and has disappeared is not made again. The control file ZNCTLARQ.DAT of each folder lists
 // the files that were made there. It has records of 32 bytes: the first is all zeros, every other holds the upper-case
-// name of a file, without folder, cut to 32 characters.
+// name of a file, without folder, cut to 32 characters. A longer name is never found again.
 //
 // Every operation returns 0 or one of the numbers below and throws only std::bad_alloc. The owner of an open object may
 // also use the file class's own operations. Those and the clock are virtual, so that a test can intercept them.
