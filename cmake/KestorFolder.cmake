@@ -20,8 +20,8 @@ else()
 endif()
 target_link_options(kestor_settings INTERFACE -Wl,-z,relro -Wl,-z,now)
 
-# Most of a compilation is the standard library's headers. The presets for the sanitizers read them once; the other builds
-# do without, so that a file that forgets an include does not compile.
+# Most of a compilation is parsing the standard library's headers. The sanitizer presets precompile them; other builds
+# do not, so that a file with a missing include fails to compile.
 if(KESTOR_PRECOMPILED_HEADERS)
   file(WRITE ${PROJECT_BINARY_DIR}/precompiled.cpp "")
   add_library(kestor_precompiled OBJECT ${PROJECT_BINARY_DIR}/precompiled.cpp)
@@ -33,9 +33,9 @@ endif()
 
 # kestor_folder(TARGET PUBLIC headers… SOURCES sources… [LINKS targets…] [PRIVATE_LINKS targets…])
 #
-# One folder of src/ as one static library. Only the headers named PUBLIC can be included from elsewhere, and only
-# by a target that links to this one: each target has an include root of its own in the build tree, holding links
-# to its public headers. An include that the link lines do not allow fails to build.
+# Makes one folder of src/ a static library. Only the headers named PUBLIC can be included from elsewhere, and only by a
+# target that links to this one: each target has its own include root in the build tree, with links to its public
+# headers. An include that the link lines do not allow fails to build.
 function(kestor_folder target)
   cmake_parse_arguments(ARG "" "" "PUBLIC;SOURCES;LINKS;PRIVATE_LINKS" ${ARGN})
   file(RELATIVE_PATH folder ${PROJECT_SOURCE_DIR}/src ${CMAKE_CURRENT_SOURCE_DIR})

@@ -1,8 +1,8 @@
-# Completion of kestorctl for bash. What can follow, kestorctl itself tells; it starts no server for that.
+# Completion of kestorctl for bash. kestorctl itself lists the candidates, without starting a server.
 
 _kestorctl() {
   local end text words=() typed='' candidate
-  # The words without their quotes, of which the last may be open. A dot of our own keeps an empty last word.
+  # Removes the quotes from the words; the last quote may be open. The added dot preserves an empty last word.
   for end in "''" "'" '"'; do
     text="$(xargs printf '%s\n' <<<"${COMP_LINE:0:COMP_POINT}$end ." 2>/dev/null)" && break
   done
@@ -10,7 +10,7 @@ _kestorctl() {
   unset 'words[-1]'
   [ "${#words[@]}" -gt 1 ] || return
   words=("${words[@]/#\~\//$HOME/}")
-  # Of a word with a "=" bash replaces only what follows.
+  # In a word with a "=", bash replaces only what follows it.
   if [ "${COMP_WORDS[COMP_CWORD]}" = = ] || [ "${COMP_WORDS[COMP_CWORD - 1]}" = = ]; then
     [ "${words[-1]#--}" != "${words[-1]}" ] || typed="${words[-1]%=*}="
   fi
@@ -25,7 +25,7 @@ _kestorctl() {
           "''") printf -v candidate %q "$candidate" ;;
           "'") candidate="${candidate//\'/\'\\\'\'}" ;;
           '"')
-            # What a name holds must not be run. A "!" has no quote there.
+            # Nothing in a name may be executed. A "!" cannot be quoted there.
             case "$candidate" in *'!'*) continue ;; esac
             candidate="$(sed 's/[\\$`"]/\\&/g' <<<"$candidate")"
             ;;

@@ -1,5 +1,5 @@
 #compdef kestorctl
-# Completion of kestorctl for zsh. What can follow, kestorctl itself tells; it starts no server for that.
+# Completion of kestorctl for zsh. kestorctl itself lists the candidates, without starting a server.
 
 local -a before candidates files
 local line value

@@ -1,4 +1,4 @@
-# The packages for Debian, one of each component. Only scripts/package.sh makes them.
+# The Debian packages, one for each component. Only scripts/package.sh makes them.
 set(KESTOR_MAINTAINER "KESTOR developers <developers@kestor.invalid>" CACHE STRING "The maintainer in the packages")
 set(release 1)
 string(TIMESTAMP built "%a, %d %b %Y %H:%M:%S +0000" UTC)

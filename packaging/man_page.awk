@@ -1,8 +1,8 @@
 # Turns a help text into a manual page. Takes the page's name, the version, and the name of the page above.
 #
-# The first line tells what the command is for. "Usage:", "Positionals:", "Options:", "Subcommands:", "Examples:" and
-# "Exit status:" begin a section; all else is the description. Indented lines are examples, or the entries of a list
-# where two blanks or more part a term from what is told of it.
+# The first line says what the command is for. "Usage:", "Positionals:", "Options:", "Subcommands:", "Examples:" and
+# "Exit status:" begin a section; all else is the description. Indented lines are examples, or entries of a list if two
+# or more blanks separate a term from its description.
 
 function escape(text) {
   gsub(/\\/, "\\e", text)
@@ -14,7 +14,7 @@ function escape(text) {
   return text
 }
 
-# What can be copied to a shell: a plain hyphen would be printed as one of prose.
+# Text that can be copied to a shell: a plain hyphen would be printed as a typographic one.
 function literal(text) {
   text = escape(text)
   gsub(/-/, "\\-", text)
@@ -38,7 +38,7 @@ function leave() {
   mode = ""
 }
 
-# Where the text of a list's entry begins in its line; 0 when it has none.
+# Returns where the description of a list entry begins in its line; 0 if it has none.
 function told(line) { return match(line, /[^ ]  +[^ ]/) ? RSTART + RLENGTH - 1 : 0 }
 
 function term(line) {
@@ -110,7 +110,7 @@ mode == "arguments" || mode == "list" {
   next
 }
 
-# A program without a line for its usage has a list of its calls instead.
+# A program without a usage line has a list of its calls instead.
 told($0) {
   leave()
   entry($0)

@@ -1,4 +1,4 @@
-# A first tour with the programs as they are installed; the examples' clients are built against the installed files.
+# A first tour with the installed programs. Builds the example clients against the installed files.
 #
 #   tour.sh PREFIX EXAMPLES-SCRIPT
 set -eu

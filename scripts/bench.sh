@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Measures, always beside a baseline in the same run; docs/performance.md says what the figures mean.
+# Runs the benchmarks, each with a baseline in the same run; docs/performance.md explains the figures.
 #
 #   scripts/bench.sh            all benchmarks, and the table of ratios; as root, renumbering and migration once more on
 #                               file systems made for it (6 GiB each in TMPDIR, one after the other)

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the programs into build/release/bin, installing first what is missing. Shows how far it is; what the tools print
-# goes to build/release/build.log, whose end is shown when the build fails.
+# Builds the programs into build/release/bin, and first installs what is missing. Shows the progress. The output of the
+# tools goes to build/release/build.log; its end is shown if the build fails.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -8,7 +8,7 @@ scripts/setup.sh programs
 log=build/release/build.log
 mkdir -p build/release
 
-# One line on a terminal, and otherwise one for each quarter.
+# Updates one line on a terminal; otherwise prints a line for each quarter.
 show_progress() {
   local line built total shown=0
   while IFS= read -r line; do

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Shows the server at work on a home of its own, step by step, and checks every step. Exits with 1 if anything is not as
-# it should be. Builds the programs first; leaves nothing behind but the build.
+# Shows the server at work on a home of its own, step by step, and checks every step. Exits with 1 if a check fails.
+# Builds the programs first; leaves nothing behind except the build.
 #
 #   scripts/demo.sh                  shows it
 #   scripts/demo.sh --pictures DIR   … and puts pictures of a page and of the book there, which takes Chromium

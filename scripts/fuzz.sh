@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Runs every fuzzer for a while, from its seeds, as many at a time as there are processors.
+# Runs every fuzzer for a while from its seeds, one on each processor at a time.
 #
 #   scripts/fuzz.sh [SECONDS]     for each fuzzer; 60 by default
 #
-# What is found stays in build/fuzz/found. The corpus grows in build/fuzz/corpus from run to run.
+# Findings stay in build/fuzz/found. The corpus in build/fuzz/corpus grows from run to run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds="${1:-60}"
@@ -12,12 +12,12 @@ scripts/setup.sh checks
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz
 mkdir -p build/fuzz/found
-# Several write files, and would wait for the disk most of the time.
+# Several fuzzers write files, and would wait for the disk most of the time.
 room="$(df --output=avail /dev/shm 2>/dev/null | tail -n 1 || true)"
 [ ! -w /dev/shm ] || [ "${room:-0}" -lt 100000 ] || export TMPDIR=/dev/shm
 
-# An input counts as one that never ends only after a time in which a busy machine can stand still. In a shell of its own,
-# so that as many run together as there are processors.
+# The time limit for an input is longer than a busy machine may stall. xargs calls this in shells of their own, so that
+# one runs on each processor.
 run() {
   fuzzer="$1" seconds="$2" name="${1##*/}"
   corpus="build/fuzz/corpus/$name"
@@ -36,7 +36,7 @@ rm -f build/fuzz/found/*.log
 touch build/fuzz/found/begun
 printf '%s\0' build/fuzz/bin/fuzz_* | xargs -0 -P "$(nproc)" -I {} bash -c 'run "$@"' run {} "$seconds"
 
-# What was found comes last, where the reader of a long log looks.
+# Findings come last, where the reader of a long log looks.
 status=0
 for log in build/fuzz/found/*.log; do
   [ -e "$log" ] || continue

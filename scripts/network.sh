@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Proves that nothing is lost where several machines share the reports on a network file system: for each kind of
-# volume, two machines contend for a minute, are killed, lose their mount, and the volume loses a disk.
+# Proves that nothing is lost if several machines share the reports on a network file system: for each kind of volume,
+# two machines contend for a minute, are killed, lose their mount, and the volume loses a disk.
 #
 #   scripts/network.sh [RUNS]     once by default
 #
-# Says why where this machine cannot mount such volumes, and proves nothing then: it takes root, /dev/fuse and the packages
-# of `scripts/setup.sh network`.
+# Needs root, /dev/fuse and the packages of `scripts/setup.sh network`. If this machine cannot mount such volumes, says
+# why and proves nothing.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 runs="${1:-1}"
@@ -26,7 +26,7 @@ cmake --preset debug -DKESTOR_BENCH=OFF >/dev/null
 cmake --build --preset debug --target contention_test kestor kestorctl
 PATH="$PWD/build/debug/bin:$PATH"
 
-# The volumes' servers take no blanks in a path and no long one, and have users of their own.
+# The volumes' servers accept neither blanks nor long paths, and run as users of their own.
 place="${TMPDIR:-/tmp}"
 [[ "$place" != *[[:space:]]* && "${#place}" -le 40 ]] || place=/tmp
 folder="$(mktemp -d "$place/kestor-network-XXXXXX")"
@@ -52,7 +52,7 @@ fail() {
 
 server() { kestorctl --json status | grep '"pid"'; }
 
-# A server whose mount goes says so, and goes on with the next one.
+# A server that loses its mount reports it, and continues on the next mount.
 lose_mount() {
   local model=(CT 01 Vendas) first warnings
   rm -rf "$KESTOR_HOME"
@@ -69,7 +69,7 @@ lose_mount() {
   [ "$(server)" = "$first" ] || fail "the server did not outlive its mount"
 }
 
-# What one machine rewrites in place the other one reads, though it has just read what was there before.
+# If one machine rewrites a file in place, the other one reads the new content, even if it has just read the old one.
 see_changes() {
   local name
   kestorctl --home "$folder/other" setup --reports "$KESTOR_MACHINES/b/Relatorios" --module CT="$folder" >/dev/null
@@ -90,7 +90,7 @@ for ((run = 1; run <= runs; run++)); do
     machines down
   done
 done
-# The volume as it comes.
+# The volume with its default options.
 KESTOR_VOLUME_OPTIONS='' machines up glusterfs
 mkdir "$KESTOR_MACHINES/a/Relatorios"
 kestorctl status | grep -q '^warning .*performance.write-behind' || fail "status does not warn of caches"

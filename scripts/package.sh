@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes the packages kestor, libkestor1, libkestor-dev and python3-kestor for Debian in build/packages, installing first
+# Makes the Debian packages kestor, libkestor1, libkestor-dev and python3-kestor in build/packages, and first installs
 # what is missing.
 #
 #   scripts/package.sh            makes them, and has lintian look at them
@@ -19,7 +19,8 @@ rm -rf build/packages
 mkdir -p build/packages
 (cd build/release && cpack >cpack.log 2>&1) || { cat build/release/cpack.log; exit 1; }
 rm -rf build/packages/_CPack_Packages
-# They go to no distribution that would have a bug for the first one. CPack has ldconfig called beside the trigger.
+# The packages go to no distribution, so no bug report asks for the first upload. CPack calls ldconfig in addition to
+# the trigger.
 lintian --allow-root --fail-on error,warning --suppress-tags initial-upload-closes-no-bugs,maintscript-calls-ldconfig \
   build/packages/*.deb
 ls build/packages/*.deb
@@ -32,10 +33,10 @@ trap 'rm -rf --one-file-system "$folder"' EXIT
 root="$folder/root"
 mkdir "$root"
 
-# What is there, but for the system's records and what is nobody's.
+# Lists the files of the system, without its own records and temporary files.
 contents() { (cd "$root" && find . -xdev \( -path ./var -o -path ./tmp -o -path ./run \) -prune -o -print | sort); }
 
-# A system of its own, with what building a client takes. Its processes end with it.
+# Runs in a bare system of its own, with what building a client needs. Its processes end with it.
 in_a_bare_system() {
   local suite
   suite="$(. /etc/os-release && echo "$VERSION_CODENAME")"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# The long form of everything that is checked: hours instead of minutes. Says what it does, stops at the first failure,
-# and gives the figures at the end.
+# Runs the long form of all checks: hours instead of minutes. Says what it does, stops at the first failure, and prints
+# the figures at the end.
 #
 #   scripts/prove.sh [SECONDS]     for each fuzzer; 600 by default
 #
@@ -9,20 +9,20 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 fuzz_seconds="${1:-600}"
 logs=build/prove
-# These run by themselves: what they measure should not depend on other tests beside them.
+# These run alone, so that other tests do not affect what they measure.
 alone=(contention peers faults)
-# Test programs whose whole work is in their own process and its forks: they start no server and no other executable.
+# Test programs that work only in their own process and its forks: they start no server and no other executable.
 in_process=(platform files registry channel contract marshal common marcacao document legacy migration store
   registration server)
-# Cases that go by the clock, take hours, or start a process under a name of its own, under memcheck.
+# Cases that depend on the clock, take hours under memcheck, or start a process under a name of its own.
 left_out='CommandLine.*:Registry.ManyWriters*:Registry.AFileOfCountless*'
 
 started=$SECONDS
 figures=()
 say() { printf '\n== %s (%d s)\n' "$1" "$((SECONDS - started))"; }
 
-# step NAME COMMAND…: runs it with its output in a log as well, and keeps its figure. A function as the command sees to
-# its own failures.
+# step NAME COMMAND…: runs the command with its output copied to a log, and keeps its figure. If the command is a
+# function, it must check for failures itself.
 step() {
   local name="$1" begun=$SECONDS log
   shift
@@ -32,7 +32,7 @@ step() {
   figures+=("$(printf '%6d s  %s: %s' "$((SECONDS - begun))" "$name" "$(figure "$log")")")
 }
 
-# What a log says of the work done: lines that begin with the subject of tests, the count of tests, of runs, of programs.
+# Prints the figures in a log: lines that begin with the subject of tests, and the counts of tests, runs and programs.
 figure() {
   {
     grep -oE '(contention|peers|faults): .*' "$1" || true
@@ -47,7 +47,7 @@ under_memcheck() {
   cmake --preset debug -DKESTOR_BENCH=OFF >/dev/null && cmake --build --preset debug || return
   for subject in "${in_process[@]}"; do
     echo "$subject"
-    # Leaks are AddressSanitizer's business: in a fork, what the threads of its parent held would count as lost.
+    # AddressSanitizer checks for leaks: here, memory that the parent's threads hold would count as lost in a fork.
     KESTOR_LONG_TESTS=0 valgrind --quiet --error-exitcode=99 --leak-check=no \
       "build/debug/bin/${subject}_test" --gtest_brief=1 --gtest_filter="-$left_out" || return
   done

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs what this project is built with, from Debian's packages, as root or through sudo; says what to install where it
-# can be neither. Does and asks for nothing when all is there.
+# Installs the Debian packages that this project is built with, as root or through sudo; if neither is possible, says
+# what to install. Does and asks nothing if everything is there.
 #
 #   scripts/setup.sh            what building the programs takes
 #   scripts/setup.sh tests      … and the tests and benchmarks
@@ -40,7 +40,7 @@ as_root=()
 if [ "$(id -u)" -ne 0 ]; then
   as_root=(sudo)
   sudo -v 2>/dev/null || {
-    # With those of the tests, so that nobody has to ask for packages twice.
+    # Includes those of the tests, so that a user has to ask for packages only once.
     mapfile -t missing < <(missing "${packages[@]}" "${tests[@]}" | sort -u)
     echo "Please run as root: apt-get update && apt-get install --no-install-recommends ${missing[*]}" >&2
     exit 1

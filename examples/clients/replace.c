@@ -17,13 +17,13 @@ static int fail(kestor_result result) {
   return 1;
 }
 
-/* Whether the old text begins at a byte of the content. */
+/* Returns whether the old text begins at this byte of the content. */
 static int begins(const kestor_content *content, size_t at, const char *old) {
   const size_t size = strlen(old);
   return size != 0 && content->size - at >= size && memcmp(content->bytes + at, old, size) == 0;
 }
 
-/* Copies the content with each `old` replaced to `copy`, unless that is NULL. How many bytes that takes. */
+/* Copies the content to `copy` with each `old` replaced, unless `copy` is NULL. Returns the size of the result. */
 static size_t copy_replaced(const kestor_content *content, const char *old, const char *now, uint8_t *copy,
                             size_t *places) {
   size_t size = 0;

@@ -1,4 +1,5 @@
-# The programs of examples/clients against the real server: each replaces a text in a model, and all tell the same.
+# Runs the programs of examples/clients against the real server: each replaces a text in a model, and all print the
+# same.
 #
 #   examples.sh KESTORCTL EXAMPLES PROGRAM…     a program is a command line, such as "python3 replace.py"
 set -u

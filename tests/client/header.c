@@ -2,7 +2,7 @@
 
 #include <string.h>
 
-/* The records take what the reference layout says. */
+/* The records have the sizes of the reference layout. */
 typedef char field[sizeof(kestor_field) == 262 ? 1 : -1];
 typedef char legacy_field[sizeof(kestor_legacy_field) == 274 ? 1 : -1];
 typedef char column[sizeof(kestor_column) == 30 ? 1 : -1];

@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# Two machines that mount one volume, as the contention test and the benchmarks want them: network namespaces of this
-# one, beside a third in which the volume is served. Takes root, /dev/fuse, and the packages that scripts/setup.sh
-# installs for it.
+# Simulates two machines that mount one volume, for the contention test and the benchmarks: two network namespaces, and
+# a third one that serves the volume. Needs root, /dev/fuse, and the packages of `scripts/setup.sh network`.
 #
 #   machines.sh up KIND          glusterfs (one brick), replicated (GlusterFS, three bricks) or moosefs; then
 #                                FOLDER/a and FOLDER/b are the mounts
@@ -10,8 +9,8 @@
 #   machines.sh kill-brick       ends one of the processes that hold a replicated volume; others have none to spare
 #   machines.sh down             ends and removes all of it
 #
-# FOLDER is $KESTOR_MACHINES. $KESTOR_VOLUME_OPTIONS are the volume's options for GlusterFS, NAME=VALUE each; without it
-# they are those that docs/administration.md asks for.
+# FOLDER is $KESTOR_MACHINES. $KESTOR_VOLUME_OPTIONS are the volume's options for GlusterFS, NAME=VALUE each; by default
+# those that docs/administration.md asks for.
 set -euo pipefail
 folder="${KESTOR_MACHINES:?the folder for the mounts}"
 private="$folder/private"
@@ -51,7 +50,7 @@ connect() {
   done
 }
 
-# disk FOLDER: a file system of its own, since one below the other's bricks would share its journal.
+# disk FOLDER: makes a separate file system, because bricks on one file system would share its journal.
 disk() {
   mkdir -p "$1"
   truncate -s 2G "$1.image"
@@ -130,10 +129,10 @@ mount_volume() {
     *) within "$1" glusterfs --volfile-server="$served" --volfile-id=reports --entry-timeout=0 -l "$private/mount-$1.log" "$mount" ;;
   esac
   wait_for mountpoint -q "$mount"
-  # The volume's disks report for duty after the mount.
+  # The volume's disks come up after the mount.
   wait_for cp "$private/kind" "$mount/.ready"
   rm "$mount/.ready"
-  # What is deleted or replaced must not fill the small disk: by default MooseFS keeps it for a day.
+  # By default MooseFS keeps deleted and replaced files for a day, which would fill the small disk.
   [ "$(cat "$private/kind")" != moosefs ] || within "$1" mfssettrashtime 0 "$mount" >/dev/null
 }
 
@@ -162,7 +161,7 @@ down() {
 case "${1:-}" in
   up)
     mkdir -p "$private"
-    # The servers' own user has to reach its disk.
+    # The servers' own user must reach its disk.
     chmod 711 "$folder" "$private"
     echo "$2" >"$private/kind"
     connect

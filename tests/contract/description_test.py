@@ -19,7 +19,7 @@ _METHODS = [(interface, method) for interface in _CONTRACT["interfaces"] for met
 _RESULTS = {int(result["value"], 16): result for result in _CONTRACT["results"]}
 _NUMBERS = ("char", "u8", "u16", "i32")
 
-# What the languages call a type.
+# The spellings of each type in the languages.
 _SPELLINGS = {
     "u16": r"unsigned short|USHORT|(std::)?uint16_t", "u8": r"unsigned char|(std::)?uint8_t",
     "i16": r"short|(std::)?int16_t", "i32": r"int|long|LONG|(std::)?int32_t", "f32": "float",
@@ -193,7 +193,7 @@ class DescriptionTest(unittest.TestCase):
         texts = {number: text(number) for number in _RESULTS}
         self.assertEqual(texts, {number: (result["name"], result["meaning"]) for number, result in _RESULTS.items()})
         self.assertEqual(len(set(texts.values())), len(texts))
-        # A number of the server that has one form alone is known in the other one too.
+        # A number of the server that has only one form is known in the other form too.
         other = {number ^ 0x80000000 for number, result in _RESULTS.items() if result["group"] == "server"}
         for facility in (0x0000, 0x0004, 0x8000, 0x8001, 0x8002, 0x8004, 0x8007, 0x8008):
             named = {number for number in range(facility << 16, (facility + 1) << 16)

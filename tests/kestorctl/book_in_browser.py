@@ -16,7 +16,7 @@ import urllib.request
 
 KESTORCTL, EXAMPLES, CHROMEDRIVER = sys.argv[1:]
 
-# What any page must be: a list of what it is not.
+# Checks the structure of any page; returns a list of faults.
 STRUCTURE = r"""
 const faults = [];
 const expect = (holds, fault) => { if (!holds) faults.push(fault); };
