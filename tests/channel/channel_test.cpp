@@ -224,7 +224,7 @@ TEST_F(ServerTest, BusyClientsStarveNoOthers) {
     EXPECT_TRUE(Echoes(*Open(), std::string(200000, 'l')));
 }
 
-// The server drops a peer that hoards half frames before the others lose the server.
+// The server drops a peer that hoards half frames before other peers suffer.
 TEST_F(ServerTest, HoarderGoesAndOthersStay) {
   const std::string megabyte(1 << 20, 'h');
   std::vector<RawPeer> hoarders;

@@ -172,7 +172,8 @@ TEST_F(ClientTest, RefusesWhatIsNone) {
 }
 
 TEST_F(ClientTest, AServerThatDoesNotAnswerCostsNoMoreThanTheTime) {
-  ASSERT_EQ(kestor_legacy_open(nullptr, "CT", "01", &legacy_), 0);  // starting a server takes unbounded time
+  ASSERT_EQ(kestor_legacy_open(nullptr, "CT", "01", &legacy_),
+            0);  // starts the server, which may take longer than the limit
   const kestor_options brief = {sizeof(kestor_options), 4000, 0};
   ASSERT_EQ(OpenReports(&brief), 0);
   kestor_names names;

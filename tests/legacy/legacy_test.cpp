@@ -50,7 +50,8 @@ TEST_F(FirstGeneration, WhatIsPendingIsHandedOverOnce) {
   EXPECT_EQ(std::int32_t{fields[1].iCod}, 2);
   EXPECT_EQ(std::int32_t{fields[2].iCod}, 0);
 
-  // A catalogue that cannot be opened leaves the pending content; one that can be opened replaces a model's content.
+  // A model or catalogue that cannot be opened leaves the pending content; a catalogue that can be opened discards a
+  // model's.
   ASSERT_EQ(readModel(), S_OK);
   EXPECT_EQ(ResultCode(rel_->BuscaTamanhoRelatorio(Text(u"None"), &count)), "0x00040001");
   EXPECT_EQ(count, 0);
