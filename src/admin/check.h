@@ -19,7 +19,7 @@ struct Problem {
 
 struct CheckVisitor {
   std::function<void(const Problem&)> found;
-  std::function<void(std::size_t done, std::size_t total)> progress;  // in models
+  std::function<void(std::size_t done, std::size_t total)> progress;  // counted in models
 };
 
 // Checks the names in the folder, all models of the inventory, and their record files. With `mends`, also makes the

@@ -68,7 +68,7 @@ class Writer {
   // full.
   File Add(Kind kind, std::string_view content);
 
-  // Passes the archive to `take`. Throws Failure for a manifest that a reader would refuse.
+  // Passes the archive to `take`. Throws Failure for a manifest that a reader would refuse, and if the disk is full.
   void Finish(const Manifest& manifest, const std::function<void(std::string_view archive)>& take);
 
  private:

@@ -15,7 +15,7 @@ namespace {
 
 class BatchTest : public FilesTest {
  protected:
-  // Acts as another station, because each thread has its own group.
+  // Acts as another station: each thread has a group of its own.
   template <typename Body>
   static void AtAnotherStation(const Body& body) {
     std::thread(body).join();
