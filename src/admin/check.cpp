@@ -174,7 +174,7 @@ class FolderCheck {
       if (names.size() < 2 || !Concerns(names.front())) continue;
       for (std::size_t i = 1; i < names.size(); ++i) {
         Find(names[i],
-             "its name is that of " + Quoted(names.front()) + " but for the letter case: only one of them can be seen",
+             "its name is that of " + Quoted(names.front()) + " but for the letter case: the desktop can have only one of them",
              "look which of them is to stay, and rename the other one");
       }
     }
@@ -311,6 +311,8 @@ class ModelCheck {
     } else if (documents_.contains(KeyOf(model))) {
       Find(model, "it waits to be migrated, and there is a document of its name already: it will be dropped",
            "rename it first if it is to become a document");
+    } else if (model.name.empty()) {
+      Find(model, "it has no name: migration may pass over it", "rename it");
     } else {
       Find(model, "it waits to be migrated", "kestorctl migrate");
     }

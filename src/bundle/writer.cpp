@@ -98,7 +98,7 @@ File Writer::Add(Kind kind, std::string_view content) {
 }
 
 void Writer::Finish(const Manifest& manifest, const std::function<void(std::string_view archive)>& take) {
-  std::rewind(contents_.get());
+  Require(std::fseek(contents_.get(), 0, SEEK_SET) == 0, std::strerror(errno));
   const TemporaryFile file = Open();
   Archive archive(fileno(file.get()));
   const std::string text = TextOf(manifest);

@@ -135,6 +135,12 @@ std::vector<std::string> TakeNames(const REG_ARRAY_RELATORIO2& list) {
   return names;
 }
 
+// Fetches the reason for the last result while the connection that has it is still open.
+void KeepReason() {
+  ComPtr<IErrorInfo> information;
+  if (GetErrorInfo(0, information.Out()) == S_OK) SetErrorInfo(0, information.Get());
+}
+
 // An object of the server, and the time limit of its calls.
 template <typename Interface>
 struct Handle {
@@ -161,7 +167,10 @@ kestor_result Open(const kestor_options* options, REFCLSID clsid, REFIID iid, Op
     const bool mayStart = options == nullptr || options->only_if_running == 0;
     HRESULT result = mayStart ? CoCreateInstance(clsid, nullptr, CLSCTX_LOCAL_SERVER, iid, handle->object.OutVoid())
                               : com::CreateWhereServed(clsid, iid, handle->object.OutVoid());
-    if (SUCCEEDED(result)) result = initialise(*handle->object.Get());
+    if (SUCCEEDED(result)) {
+      result = initialise(*handle->object.Get());
+      if (FAILED(result)) KeepReason();
+    }
     if (FAILED(result)) return result;
     *opened = handle.release();
     return result;
@@ -578,7 +587,9 @@ kestor_result kestor_renumber(const kestor_options* options, const char* module,
   return converter->Call([&](IZNPL_RelConverte& object) {
     std::vector<REL_CODIGO_CAMPOS_ALTERADOS> records(count + 1);
     if (count != 0) std::memcpy(records.data(), changes, count * sizeof *changes);
-    return object.AlteraCodigoCampos(ToBstr(module).get(), ToBstr(component).get(), static_cast<LONG>(count),
-                                     records.data());
+    const HRESULT renumbered = object.AlteraCodigoCampos(ToBstr(module).get(), ToBstr(component).get(),
+                                                         static_cast<LONG>(count), records.data());
+    if (renumbered != S_OK) KeepReason();
+    return renumbered;
   });
 }

@@ -88,7 +88,7 @@ Gravacao GravaModelo(const std::string& caminho, UINT modos, std::string_view ca
     if ((modos & files::mustBeNew) != 0 && deOutra) {
       CFileException outra;
       if (ArquivoExiste(caminho, &outra)) return Gravacao::jaExiste;
-      DizRazao("written", outra.m_cause == CFileException::fileNotFound ? falha : outra);
+      DizRazao("written", outra.m_lOsError == ERROR_SHARING_VIOLATION ? outra : falha);
     } else {
       DizRazao("written", falha);
     }

@@ -52,21 +52,27 @@ HRESULT CConversorModelos::Executa() {
   const TaskBlock<REG_ARRAY_RELATORIO2> lista(recebida);
   const TaskBlock<tagREG_NOME_RELATORIO2> entradas(lista->pregRelatorios);
   // Files whose names differ only after a dot are listed under the same name, one after the other: the model of that
-  // name must not be converted twice.
+  // name must not be converted twice. A name in another letter case may lead to that model or to one of its own.
   std::vector<std::string_view> nomes;
+  std::vector<std::string_view> incertos;
   for (std::size_t i = 0; i < lista->nQtdeRelatorios; ++i) {
     const std::string_view nome = entradas.get()[i].szNomeRelatorio;
-    if (i == 0 || !text::EqualNoCase(nome, entradas.get()[i - 1].szNomeRelatorio)) nomes.push_back(nome);
+    if (nomes.empty() || !text::EqualNoCase(nome, nomes.back())) {
+      nomes.push_back(nome);
+    } else if (nome != nomes.back()) {
+      incertos.push_back(nome);
+    }
   }
-  ConverteTodos(nomes);
+  ConverteTodos(nomes, incertos);
   // The reason of a single model is not one of the call.
   EsqueceRazao();
   return resultado;
 }
 
-void CConversorModelos::ConverteTodos(const std::vector<std::string_view>& nomes) {
+void CConversorModelos::ConverteTodos(const std::vector<std::string_view>& nomes,
+                                      const std::vector<std::string_view>& incertos) {
   feitos_ = primeiro_ = 0;
-  total_ = nomes.size();
+  total_ = nomes.size() + incertos.size();
   files::GroupedReplacements grupo;
   grupo_ = &grupo;
   std::size_t antecipados = 1;
@@ -79,6 +85,8 @@ void CConversorModelos::ConverteTodos(const std::vector<std::string_view>& nomes
   TerminaUltimos();
   TerminaTodos();
   grupo_ = nullptr;
+  for (const std::string_view nome : incertos)
+    Relata(nome, {.destino = semExito_, .razao = "its name is that of another model but for the letter case"});
 }
 
 HRESULT CConversorModelos::Grava(const std::string& nome, KESTOR_FlagGravacao flag, const CMemStream& documento,

@@ -58,8 +58,8 @@ class CConversorModelos {
   const std::string& Modulo() const { return modulo_; }
   const std::string& Componente() const { return componente_; }
 
-  // Converts models, and reports them in the same order.
-  void ConverteTodos(const std::vector<std::string_view>& nomes);
+  // Converts models, and reports them in the same order. Reports `incertos` last, as models that it leaves alone.
+  void ConverteTodos(const std::vector<std::string_view>& nomes, const std::vector<std::string_view>& incertos = {});
 
   // Stores a document, over one of that name unless `flag` forbids it. The store's own call is not reported.
   HRESULT Grava(const std::string& nome, KESTOR_FlagGravacao flag, const CMemStream& documento, Quando quando);

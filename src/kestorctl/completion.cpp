@@ -208,6 +208,7 @@ class Line {
   void OfferNames() {
     const bool isLegacy = IsWithin("legacy");
     const admin::Inventory inventory = admin::TakeInventory(store_.module, store_.component);
+    if (inventory.pairs.empty()) return;
     const admin::Records records = admin::RecordsOf(inventory, inventory.pairs.front());
     for (const admin::Model& model : inventory.models) {
       if (isLegacy ? model.generation == admin::Generation::first : !records.Hides(model)) Put(model.name);

@@ -262,8 +262,10 @@ bool AreOfOneFile(const Version& version, const Version& other) {
 // ---- Stores --------------------------------------------------------------------------------------------------------
 
 ReportStore* Stores::Documents(Answer& answer) {
-  if (!documents_) documents_.emplace(store_.module, store_.component);
-  return IsOpen(*documents_, answer) ? &*documents_ : nullptr;
+  const bool isNew = !documents_;
+  if (isNew) documents_.emplace(store_.module, store_.component);
+  const StoreSession& session = *documents_;  // whose models count once
+  return (isNew ? IsOpen(*documents_, answer) : IsOpen(session, answer)) ? &*documents_ : nullptr;
 }
 
 LegacyStore* Stores::FirstGeneration(Answer& answer) {

@@ -50,7 +50,7 @@ bool IsOpen(const StoreSession& store, Answer& answer) {
 }
 
 bool IsOpen(const ReportStore& store, Answer& answer) {
-  answer.migrated = store.Migration().Count(kestor::Destino::convertido);
+  answer.migrated += store.Migration().Count(kestor::Destino::convertido);
   return IsOpen(static_cast<const StoreSession&>(store), answer);
 }
 

@@ -46,7 +46,8 @@ void AddWriteModelOptions(CLI::App* command, WriteModelOptions* options);
 // any other method.
 void Conclude(HRESULT result, Answer& answer);
 
-// Return whether the store can be used. The answer gets the result of opening it, and the number of models converted.
+// Return whether the store can be used. The answer gets the result of opening it. The second one adds the models that
+// the opening has converted, so it is called once for each store.
 bool IsOpen(const StoreSession& store, Answer& answer);
 bool IsOpen(const ReportStore& store, Answer& answer);
 

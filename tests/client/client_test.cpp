@@ -158,6 +158,7 @@ TEST_F(ClientTest, RefusesWhatIsNone) {
   const kestor_options empty = {};
   EXPECT_EQ(OpenReports(&empty), KESTOR_INVALID_ARGUMENT);
   EXPECT_EQ(kestor_reports_open(nullptr, "XX", "01", &reports_), static_cast<kestor_result>(0x80043F59));
+  EXPECT_THAT(kestor_last_reason(), HasSubstr("XX"));
   EXPECT_EQ(reports_, nullptr);
   kestor_content content;
   EXPECT_EQ(kestor_reports_read(nullptr, "x", &content), KESTOR_INVALID_POINTER);
@@ -172,8 +173,8 @@ TEST_F(ClientTest, RefusesWhatIsNone) {
 }
 
 TEST_F(ClientTest, AServerThatDoesNotAnswerCostsNoMoreThanTheTime) {
-  ASSERT_EQ(kestor_legacy_open(nullptr, "CT", "01", &legacy_),
-            0);  // starts the server, which may take longer than the limit
+  // Starts the server, which may take longer than the limit.
+  ASSERT_EQ(kestor_legacy_open(nullptr, "CT", "01", &legacy_), 0);
   const kestor_options brief = {sizeof(kestor_options), 4000, 0};
   ASSERT_EQ(OpenReports(&brief), 0);
   kestor_names names;

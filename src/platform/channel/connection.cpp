@@ -85,7 +85,10 @@ Connection::Outcome Connection::Open(const std::string& socketPath, uid_t user, 
 
   LimitWaiting(own.descriptor_.Number(), SO_SNDTIMEO, 0);
   LimitWaiting(own.descriptor_.Number(), SO_RCVTIMEO, seconds);
-  const auto silence = [] { return errno == EAGAIN ? Outcome::busy : Outcome::nobody; };
+  const auto silence = [&own] {
+    if (errno == EAGAIN) return Outcome::busy;
+    return own.hasNotes_ ? Outcome::lost : Outcome::nobody;
+  };
   FrameHead head{};
   // Reads on even if sending fails: a server that refuses this client may have said so and closed.
   own.Send(own.request_.Frames());
@@ -99,7 +102,7 @@ Connection::Outcome Connection::Open(const std::string& socketPath, uid_t user, 
       own.AppendOpening(opening);
       own.Send(own.request_.Frames());
     }
-    if (!own.ReceiveAnswer(opening.receiver, &head, answer)) return own.hasNotes_ ? Outcome::lost : silence();
+    if (!own.ReceiveAnswer(opening.receiver, &head, answer)) return silence();
   }
   if (head.type == FrameType::refusal) {
     const auto result = static_cast<HRESULT>(answer->U32());

@@ -179,7 +179,10 @@ bool Server::Listen(const std::string& socketPath, Service* service) {
   auto listener = std::make_unique<Listener>(socketPath, service);
   if (!Bind(*listener)) return false;
   const std::uint64_t key = nextKey_++;
-  if (!Watch(listener->descriptor.Number(), listenersPaused_ ? 0u : std::uint32_t{EPOLLIN}, key)) return false;
+  if (!Watch(listener->descriptor.Number(), listenersPaused_ ? 0u : std::uint32_t{EPOLLIN}, key)) {
+    listener->RemoveName();
+    return false;
+  }
   listeners_.emplace(key, std::move(listener));
   namesSeen_ = Clock::now();
   return true;

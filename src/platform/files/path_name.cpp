@@ -165,7 +165,8 @@ DWORD TranslatePattern(std::string_view text, PathName* folder, std::string* pat
 }
 
 bool IsPlatformName(std::string_view name) {
-  return CheckName(name) == ERROR_SUCCESS && name.back() != '.' && name.back() != ' ';
+  const bool isOneName = name.find('\\') == std::string_view::npos;
+  return isOneName && CheckName(name) == ERROR_SUCCESS && name.back() != '.' && name.back() != ' ';
 }
 
 bool MappingOf(std::string_view path, std::string* name, std::string* folder) {
