@@ -174,7 +174,8 @@ class FolderCheck {
       if (names.size() < 2 || !Concerns(names.front())) continue;
       for (std::size_t i = 1; i < names.size(); ++i) {
         Find(names[i],
-             "its name is that of " + Quoted(names.front()) + " but for the letter case: the desktop can have only one of them",
+             "its name is that of " + Quoted(names.front()) +
+                 " but for the letter case: the desktop can have only one of them",
              "look which of them is to stay, and rename the other one");
       }
     }
