@@ -15,13 +15,13 @@ namespace {
 
 constexpr const char* kFooter =
     R"(Makes a folder of pages that any browser opens, without a server and without anything from elsewhere: index.html with
-all reports and a search; a page for each report, with its first page drawn over sample lines, its columns, conditions, sort
-keys and totals; a page for each field that reports use, with who uses it; and what "check" finds.
+all reports and a search; a page for each report, with its first page drawn over sample lines, its columns, conditions,
+sort keys and totals; a page for each field that reports use, with the reports that use it; and what "check" finds.
 
-A page of a report tells its history as well, where the home keeps one.
+The page of a report also lists its versions, if the home keeps a history.
 
-DIR is made; it may be there if it is empty. Models of both generations are read from their files: no server takes part, and
-nothing is migrated. What cannot be read has a line on standard error, and its reason on its page.
+DIR must not exist, or must be empty. Models of both generations are read from their files: no server takes part, and
+nothing is migrated. For a model that cannot be read, standard error gets a line and its page gives the reason.
 
 With --json: "models", how many pages of reports there are.
 

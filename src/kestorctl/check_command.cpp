@@ -14,20 +14,20 @@ namespace kestorctl {
 namespace {
 
 constexpr const char* kFooter =
-    R"(Reads everything in the reports folder, or what belongs to one module or to one module and component, and tells what a
-person should look at, a line for each finding with what to do:
+    R"(Reads everything in the reports folder, or what belongs to one module or to one module and component, and prints a line
+for each finding with what to do about it:
 
   files that no program can see, because of the encoding of their names, and names that differ in letter case alone
   documents that cannot be read, or that bear another name than their file
   codes in columns, sort keys, totals and conditions that the field catalogue lacks or does not allow there
   first-generation models that wait to be migrated, or stay, and why
   a default report that is not there, models that are hidden, settings and filters without their model
-  rights that shut somebody out, record files that are cut, what killed writers have left
+  permissions that lock users out, truncated record files, leftovers of killed writers
 
-It looks at the files itself: no server takes part, and nothing is migrated. Without --fix it changes nothing, but that
-whoever looks at the folder removes what killed writers have left and nobody holds any more. --fix does
-only what cannot lose anything, and says so: it gives a file that no program can see the name that it was meant to have,
-where that is free, and removes what killed writers have left.
+Reads the files itself: no server takes part, and nothing is migrated. Without --fix it changes nothing, except that
+listing the folder removes files that killed writers have left and no process holds. --fix makes only changes that
+cannot lose data, and reports each: it gives a file that no program can see the name that it was meant to have, if that
+is free, and removes what killed writers have left.
 
 With --json: "problems", each with "place", "problem", "remedy" and "mended" (null when nothing was done).
 
@@ -70,11 +70,11 @@ void Check(const CheckOptions& options, Answer& answer) try {
 
 void AddCheck(CLI::App& program, Command* chosen) {
   const auto [command, options] =
-      AddCommand(&program, chosen, {"check", "Tell what a person should look at", kFooter}, Check);
+      AddCommand(&program, chosen, {"check", "Report what needs attention in the reports folder", kFooter}, Check);
   AddStoreOptions(command, &options->store);
   for (const char* code : {"MODULE", "COMPONENT"})
     command->get_option(code)->required(false);
-  command->add_flag("--fix", options->fix, "Do what cannot lose anything");
+  command->add_flag("--fix", options->fix, "Make the changes that cannot lose data");
 }
 
 }  // namespace kestorctl

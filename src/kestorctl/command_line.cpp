@@ -33,8 +33,8 @@ $XDG_CONFIG_HOME/kestor, else ~/.config/kestor. The server is started when a com
 Arguments and texts are UTF-8. An argument that begins with a hyphen follows "--".
 
 Exit status: 0 done; 3 done with a notice (no such model, a model of that name exists, …); 1 failure; 2 wrong usage;
-141 the reader of standard output went away. For 1, 2 and 3 a line on standard error tells what is wrong; when it is the
-server's answer, with the result code, its name and its meaning:
+141 when the reader of standard output has gone away. For 1, 2 and 3 a line on standard error says what is wrong; if it
+is the server's answer, with the result code, its name and its meaning:
   kestorctl: 0x00040004 KESTOR_ARQUIVO_JA_EXISTE: a model of that name exists
 
 With --json standard output is one document, also when the command fails:
@@ -43,7 +43,7 @@ With --json standard output is one document, also when the command fails:
   "error"             what failed before the server was asked (result 0x80070057 for wrong usage)
   "note"              what else there is to know, also when all is done
   "migrated"          how many first-generation models became report documents on the way, unless none did
-and beside them what the command tells; see the help of each command.)";
+and the command's own members; see the help of each command.)";
 
 struct Globals {
   std::string home;
@@ -52,7 +52,7 @@ struct Globals {
 
 void AddGlobals(CLI::App& program, Globals* globals) {
   program.add_option("--home", globals->home, "The home of the installation")->type_name("DIR");
-  program.add_flag("--json", globals->json, "Tell everything as one JSON document on standard output");
+  program.add_flag("--json", globals->json, "Print everything as one JSON document on standard output");
 }
 
 // The caller gets the JSON document even when the arguments do not parse.
@@ -127,8 +127,8 @@ std::string ParseProblem(const CLI::App& program, const CLI::ParseError& error) 
 // The command help: prints what --help of a command prints.
 void AddHelp(CLI::App& program, Command* chosen) {
   const auto words = std::make_shared<std::vector<std::string>>();
-  CLI::App* const help = program.add_subcommand("help", "Tell how a command is used");
-  help->footer("Tells the same as COMMAND --help.\n\nExamples:\n  kestorctl help list\n  kestorctl help legacy write");
+  CLI::App* const help = program.add_subcommand("help", "Show how to use a command");
+  help->footer("Shows the same as COMMAND --help.\n\nExamples:\n  kestorctl help list\n  kestorctl help legacy write");
   help->add_option("COMMAND", *words, "The command, or a group and a command in it")->type_name("");
   help->callback([&program, words, chosen] {
     *chosen = [&program, words](Answer& answer) {
@@ -211,7 +211,7 @@ int RunCommandLine(int argc, char** argv) {
   program.footer(kProgramFooter);
   Globals globals;
   AddGlobals(program, &globals);
-  program.set_version_flag("--version", "kestorctl " KESTOR_VERSION, "Tell the version");
+  program.set_version_flag("--version", "kestorctl " KESTOR_VERSION, "Print the version");
   Command chosen;
   for (const auto add : kGroups)
     add(program, &chosen);

@@ -17,10 +17,11 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kCopyFooter =
-    R"(Stores a report model a second time: under the name NEW, for the module and component of --to, or in the home of --to-home.
-A document that bears the model's name is written anew with the new one. A model that is there already is replaced only with --force.
+    R"(Stores a report model a second time: under the name NEW, for the module and component of --to, or in the home of
+--to-home. A document that bears the model's name gets the new name. A model that is there already is replaced only with
+--force.
 
-With --json: "model", the new name, and in "note" what is to be known of it, as for "kestorctl write".
+With --json: "model", the new name, and in "note" the warnings, as for "kestorctl write".
 
 Examples:
   kestorctl copy CT 01 Vendas "Vendas por mês"
@@ -34,7 +35,7 @@ constexpr const char* kRenameFooter =
     R"(Gives a report model another name, of which the letter case alone may differ. A document that bears the old name bears
 the new one then, and a default report stays the default report. A model of the new name is replaced only with --force.
 
-With --json: "model", the new name, and in "note" what is to be known of it, as for "kestorctl write".
+With --json: "model", the new name, and in "note" the warnings, as for "kestorctl write".
 
 Examples:
   kestorctl rename CT 01 Vendas "Vendas por mês"
@@ -48,7 +49,7 @@ constexpr const char* kMoveFooter =
 may get the name NEW as well. It is no longer the default report. A model that is there already is replaced only with
 --force.
 
-With --json: "model", its name, and in "note" what is to be known of it, as for "kestorctl write".
+With --json: "model", its name, and in "note" the warnings, as for "kestorctl write".
 
 Examples:
   kestorctl move CT 01 Vendas --to CT 02

@@ -14,7 +14,7 @@ namespace kestorctl {
 namespace {
 
 constexpr const char* kFooter =
-    R"(Tells what a model says now and did not say before, line by line in the words of "kestorctl show": lines that are gone
+    R"(Shows how a model differs from what it said before, line by line in the words of "kestorctl show": lines that are gone
 begin with "-", new ones with "+". It is compared with its last version in the history, with the one of WHEN (as for
 "kestorctl restore"), or with the model OTHER, which then counts as the newer one.
 
@@ -25,7 +25,7 @@ Examples:
   kestorctl diff CT 01 Vendas --at "2026-11-26 14:30"
   kestorctl diff CT 01 Vendas "Vendas por mês"
 
-Exit status: 0 they say the same; 3 they do not, or there is no such model (0x00040001); 1 failure, such as a content that
+Exit status: 0 no difference; 3 differences, or there is no such model (0x00040001); 1 failure, such as a content that
 is no report document; 2 wrong usage.)";
 
 using Lines = std::vector<std::string>;
@@ -117,7 +117,7 @@ void Diff(const DiffOptions& options, Answer& answer) {
 
 void AddDiff(CLI::App& program, Command* chosen) {
   const auto [command, options] =
-      AddCommand(&program, chosen, {"diff", "Tell what a report document says differently", kFooter}, Diff);
+      AddCommand(&program, chosen, {"diff", "Show the differences between two report documents", kFooter}, Diff);
   AddModelOptions(command, options);
   AddText(command, "OTHER", &options->other, "The model that it is compared with")->required(false);
   command->add_option("--at", options->when, "The version that it is compared with")

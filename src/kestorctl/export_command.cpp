@@ -24,13 +24,13 @@ using bundle::Kind;
 
 constexpr const char* kFooter =
     R"(Writes the models of all modules and components, of those of MODULE, of one component, or the models NAME of one
-component into one tar file, which "kestorctl import" brings into another home: documents, and first-generation models with
-their export settings and filters; without NAME also which is the default report and which demonstration models are
-deleted; and the field catalogue. The file begins with manifest.json, which tells the SHA-256 of each file, and ordinary
-tools open it. FILE is written whole or not at all.
+component into one tar file, which "kestorctl import" brings into another home: documents, and first-generation models
+with their export settings and filters; without NAME also the name of the default report and the names of deleted
+demonstration models; always the field catalogue. The file begins with manifest.json, which gives the SHA-256 of each
+file, and ordinary tools open it. FILE is written whole or not at all.
 
-Modules and components are those that "kestorctl list" tells. The files themselves are read: no server takes part, and no
-model is migrated. Deleted demonstration models whose document is there again come along.
+Modules and components are those that "kestorctl list" shows. The files themselves are read: no server takes part, and
+no model is migrated. Deleted demonstration models whose document is there again come along.
 
 With --json: "pairs", each with "module", "component", "documents" and "firstGeneration", numbers, and "left", each with
 "file" and "reason".

@@ -22,7 +22,7 @@ Examples:
   kestorctl fields CT 01
   kestorctl --json fields CT 01 > fields.json
 
-Exit status: 0 shown, though there be none; 1 failure, such as no catalogue (0x80040001); 2 wrong usage.)";
+Exit status: 0 shown, even if there are none; 1 failure, such as no catalogue (0x80040001); 2 wrong usage.)";
 
 void Fields(const StoreOptions& options, Answer& answer) {
   const ReportStore store(options.module, options.component);

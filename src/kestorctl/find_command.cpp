@@ -19,17 +19,17 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr const char* kFooter =
-    R"(Tells where models use a field or have a text, a line each: module, component, model, generation, where it is used, code
-and alias of the field, and the text there. It looks at the models of both generations, of all modules and components that
-have a field catalogue in the folder of a module, or of those that are named. So it tells before codes are renumbered which
-models that concerns.
+    R"(Shows where models use a field or contain a text, a line each: module, component, model, generation, where it is used,
+code and alias of the field, and the text there. It looks at the models of both generations, of all modules and
+components that have a field catalogue in the folder of a module, or of those that are named. Use it before renumbering
+codes to see which models are affected.
 
 --field is a code, or an alias, which each catalogue may have under another code. Letter case makes no difference to an
 alias or a text. With several options a place must fit all of them. Texts are the titles of columns, with the content of a
 fixed column; the values of conditions; and, as title, the name in a document, and the texts of its pages and export lines.
 
-The files themselves are read: no server takes part, and no model is migrated. What another program has in use cannot be
-read meanwhile.
+The files themselves are read: no server takes part, and no model is migrated. A file that another program has open
+cannot be read.
 
 With --json: "findings", a list of objects with "module", "component", "model", "generation" (1 or 2), "in" (a word of
 --in), "code" (null for a text of a page and a fixed column), "field" (null where the catalogue does not have the code) and
@@ -160,7 +160,7 @@ void Find(const FindOptions& options, Answer& answer) {
 
 void AddFind(CLI::App& program, Command* chosen) {
   const auto [command, options] =
-      AddCommand(&program, chosen, {"find", "Tell which models use a field or have a text", kFooter}, Find);
+      AddCommand(&program, chosen, {"find", "Show which models use a field or contain a text", kFooter}, Find);
   AddStoreOptions(command, &options->store);
   for (const char* code : {"MODULE", "COMPONENT"})
     command->get_option(code)->required(false);

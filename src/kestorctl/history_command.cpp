@@ -14,17 +14,16 @@ namespace {
 using history::Version;
 
 constexpr const char* kFooter =
-    R"(Tells the versions that the history keeps of the models of a module and component, or of the model NAME alone, the oldest
-first. A version is what was there before the server replaced, removed or overwrote it: when that was (UTC), who did it,
-what was done, which file it was, its bytes, and the version number of a document.
+    R"(Lists the versions that the history keeps of the models of a module and component, or of the model NAME alone, the
+oldest first. A version is what was there before the server replaced, removed or overwrote it: when it was (UTC), which
+user did it, what was done, the file, its bytes, and the version number of a document.
 
-Of a document that is new there is a version without content, so that it can be taken back.
+A new document has a version without content, so that it can be taken back.
 
 The home keeps a history where "kestorctl setup" has entered a folder for it. Versions lie there as whole files.
 
-With --json: "versions", each with "when", "user", "what" (made, overwritten, deleted,
-updated, renumbered, migrated), "model",
-"kind" (document, first generation, export settings, filter), "bytes", "version" and "file".
+With --json: "versions", each with "when", "user", "what" (made, overwritten, deleted, updated, renumbered, migrated),
+"model", "kind" (document, first generation, export settings, filter), "bytes", "version" and "file".
 
 Examples:
   kestorctl history CT 01
@@ -32,7 +31,8 @@ Examples:
   kestorctl history read CT 01 Vendas --at 2026-11-26T22:15:44.168702Z -o vendas.old
   kestorctl history prune
 
-Exit status: 0 told, though there be none; 3 not all of it can be read; 1 failure, such as no history; 2 wrong usage.)";
+Exit status: 0 listed, even if there are none; 3 not all of it can be read; 1 failure, such as no history; 2 wrong
+usage.)";
 
 constexpr const char* kReadFooter =
     R"(Writes a version of a model to FILE, which is written whole or not at all, or to standard output, as "kestorctl read"
@@ -123,7 +123,7 @@ void Prune(const StoreOptions& options, Answer& answer) {
 
 void AddHistory(CLI::App& program, Command* chosen) {
   const auto [command, options] =
-      AddCommand(&program, chosen, {"history", "Tell the versions that were kept of models", kFooter}, List);
+      AddCommand(&program, chosen, {"history", "List the versions that were kept of models", kFooter}, List);
   AddStoreOptions(command, options);
   for (const char* code : {"MODULE", "COMPONENT"})
     command->get_option(code)->required(false);

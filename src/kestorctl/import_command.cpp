@@ -31,9 +31,9 @@ in between, there may be export settings or a filter of a model that is not stor
 bundle, and its deleted demonstration models are hidden here as well, unless there is a model of that name. A first-generation
 model whose name a document has is left: the next migration would drop it.
 
-Before anything is stored the whole bundle is read: one whose files are not those that its manifest tells, by name, length
-and SHA-256, is refused. Then follows which field codes the models use that the field catalogue here lacks. The catalogue
-in the bundle is not brought anywhere: "tar xf FILE" takes it out.
+Before anything is stored the whole bundle is read: one whose files differ from its manifest in name, length or SHA-256
+is refused. Then it lists the field codes that the models use and the field catalogue here lacks. The bundle's catalogue
+is not imported: "tar xf FILE" takes it out.
 
 --only chooses a module, a component of it, or models of that; write FILE first. --as stores what is of one component for
 another one. Without other arguments every model goes to the module and component from which it came.
@@ -417,7 +417,7 @@ void AddImport(CLI::App& program, Command* chosen) {
   const auto [command, options] =
       AddCommand(&program, chosen, {"import", "Store the models of an archive", kFooter}, RunImport);
   AddText(command, "FILE", &options->file, "A bundle");
-  command->add_option("--only", options->only, "What of it, all that follows")
+  command->add_option("--only", options->only, "What to import; takes all words that follow")
       ->type_name("MODULE [COMPONENT [NAME...]]")
       ->expected(1, -1)
       ->check(CheckUtf8);
@@ -426,7 +426,7 @@ void AddImport(CLI::App& program, Command* chosen) {
       ->expected(2)
       ->check(CheckUtf8);
   command->add_flag("--no-overwrite", options->keepExisting, "Replace no model");
-  command->add_flag("--dry-run", options->dryRun, "Tell what would be done, and do nothing");
+  command->add_flag("--dry-run", options->dryRun, "Report what would be done, and change nothing");
 }
 
 }  // namespace kestorctl

@@ -49,6 +49,8 @@ constexpr const char* kWriteFooter =
     R"(Stores a content as a model. A model of that name is replaced, whole or not at all, unless --no-overwrite is given. NAME
 counts up to its first dot.
 
+With --json: "bytes".
+
 Examples:
   kestorctl legacy write CT 01 Vendas vendas.rel
   kestorctl legacy write CT 01 Vendas - --no-overwrite < vendas.rel
@@ -86,7 +88,7 @@ does not), and numbers are not cut to 16 bits.
 
 With --json: "fields", a list of objects as "kestorctl fields" tells them.
 
-Exit status: 0 shown, though there be none; 1 failure, such as no catalogue (0x80040001); 2 wrong usage.)";
+Exit status: 0 shown, even if there are none; 1 failure, such as no catalogue (0x80040001); 2 wrong usage.)";
 
 struct UpdateOptions {
   ModelOptions model;

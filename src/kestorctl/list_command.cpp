@@ -21,7 +21,8 @@ using Json = nlohmann::ordered_json;
 
 constexpr const char* kFooter =
     R"(With MODULE and COMPONENT: the names of their models, one a line, sorted without regard to letter case. Deleted
-demonstration models are left out, even when a model of that name is there again. -0 ends each name by a NUL, for "xargs -0".
+demonstration models are left out, even when a model of that name is there again. -0 ends each name with NUL, for "xargs
+-0". A store lists at most 65,535 models; -l lists all.
 
 With -l as well: bytes, time of the last change (local), version, generation, whether it is the default report, and name;
 of first-generation models too, whose version is that of their layout. The files themselves are read, no server takes part
@@ -41,7 +42,7 @@ Examples:
   kestorctl list CT 01 -l
   kestorctl list CT 01 -0 | xargs -0 -I{} kestorctl read CT 01 {} -o {}.xml
 
-Exit status: 0 listed, though there be none; 3 not all could be looked at; 1 failure; 2 wrong usage.)";
+Exit status: 0 listed, even if there are none; 3 not all could be read; 1 failure; 2 wrong usage.)";
 
 struct ListOptions {
   StoreOptions store;
@@ -150,13 +151,13 @@ void List(const ListOptions& options, Answer& answer) {
 }  // namespace
 
 void AddList(CLI::App& program, Command* chosen) {
-  const auto [command, options] =
-      AddCommand(&program, chosen, {"list", "List the report models, or who has any", kFooter}, List);
+  const auto [command, options] = AddCommand(
+      &program, chosen, {"list", "List the report models, or the modules and components that have any", kFooter}, List);
   AddStoreOptions(command, &options->store);
   for (const char* code : {"MODULE", "COMPONENT"})
     command->get_option(code)->required(false);
-  CLI::Option* const isLong = command->add_flag("-l,--long", options->isLong, "Tell what is known of each model");
-  command->add_flag("-0,--null", options->endsInNul, "End each name by a NUL")->excludes(isLong);
+  CLI::Option* const isLong = command->add_flag("-l,--long", options->isLong, "Show what is known of each model");
+  command->add_flag("-0,--null", options->endsInNul, "End each name with NUL")->excludes(isLong);
 }
 
 }  // namespace kestorctl

@@ -14,12 +14,14 @@ namespace kestorctl {
 namespace {
 
 constexpr const char* kDeleteFooter =
-    R"(Deletes a report model for good. If it is the default report of its module and component, named as it was
-made the default, there is none afterwards.
+    R"(Deletes a report model for good. If it is the default report of its module and component, spelled as it was when it
+became that, there is none afterwards.
 
-With --demo it is a demonstration model that goes, and its name is remembered: it is not listed any more, and a write
-with --check-demo refuses it. NAME is the name that "list" shows. Module and component have at most 7 characters
-together then, and their letter case counts.
+With --demo the model is a demonstration model, and its name is remembered: it is not listed any more, and a write with
+--check-demo refuses it. NAME is the name that "list" shows. Module and component have at most 7 characters together
+then, and their letter case counts.
+
+With --json: "deleted"; with --demo also "remembered" (null when that cannot be seen).
 
 Examples:
   kestorctl delete CT 01 Vendas
@@ -48,7 +50,7 @@ each as often as it was deleted.
 
 With --json: "names".
 
-Exit status: 0 listed, though there be none; 1 failure; 2 wrong usage.)";
+Exit status: 0 listed, even if there are none; 1 failure; 2 wrong usage.)";
 
 struct DeleteOptions {
   ModelOptions model;
@@ -156,7 +158,7 @@ void AddDelete(CLI::App& program, Command* chosen) {
   const auto [command, options] =
       AddCommand(&program, chosen, {"delete", "Delete a report model", kDeleteFooter}, Delete);
   AddModelOptions(command, &options->model);
-  command->add_flag("--demo", options->demonstration, "It is a demonstration model; remember that it is gone");
+  command->add_flag("--demo", options->demonstration, "The model is a demonstration model; remember its name");
 }
 
 void AddDefault(CLI::App& program, Command* chosen) {

@@ -31,7 +31,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr const char* kFooter =
-    R"(Tells the changes that servers have made in the home and those that they have refused, the oldest first: the local time,
+    R"(Shows the changes that servers have made in the home and those that they have refused, the oldest first: the local time,
 the user, what was called, the model, how many bytes it has, and what was refused with its reason. A migration or a
 renumbering has a line for each model. Reading changes nothing and is not there. Letter case does not matter.
 
@@ -47,7 +47,7 @@ Examples:
   kestorctl log CT --since 7d --failed
   kestorctl log --since "2026-11-26 14:30" --follow
 
-Exit status: 0 told, though there be nothing; 1 a file of the journal cannot be read, or another failure; 2 wrong usage.)";
+Exit status: 0 shown, even if there are none; 1 a file of the journal cannot be read, or another failure; 2 wrong usage.)";
 
 struct LogOptions {
   std::optional<std::string> module;
@@ -233,12 +233,12 @@ void TellLog(const LogOptions& options, Answer& answer) {
 
 void AddLog(CLI::App& program, Command* chosen) {
   const auto [log, options] =
-      AddCommand(&program, chosen, {"log", "Tell what was changed, and what was refused", kFooter}, TellLog);
+      AddCommand(&program, chosen, {"log", "Show what was changed, and what was refused", kFooter}, TellLog);
   AddText(log, "MODULE", &options->module, "Only of the module of this code")->required(false);
   AddText(log, "COMPONENT", &options->component, "Only of the component of this code")->required(false);
   AddText(log, "NAME", &options->name, "Only of the model of this name")->required(false);
   log->add_option("--since", options->since, "Only from then on")->type_name("TIME")->check(CheckUtf8);
-  log->add_flag("--follow", options->follow, "Go on with what is entered from now on, until interrupted");
+  log->add_flag("--follow", options->follow, "Keep showing new entries until interrupted");
   log->add_flag("--failed", options->failed, "Only what was refused, and models that stay or were passed over");
 }
 

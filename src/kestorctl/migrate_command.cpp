@@ -20,18 +20,18 @@ and tells what became of each, as the server says:
 
   converted: NAME          it is a report document now
   converted: NAME: REASON  the same, but the first-generation model could not be deleted
-  dropped: NAME            it was one before, which stays as it was; the first-generation model is deleted
-  stays: NAME: REASON      what the server has not understood to its end it leaves as it is
+  dropped: NAME            a document of that name exists and stays; the first-generation model is deleted
+  stays: NAME: REASON      the server could not read it to the end and leaves it as it is
 
-Any command for the second generation migrates as well. On a terminal it shows how many models are done. When the command
-is interrupted, the server goes on to the end; "kestorctl log" tells what became of the models.
+Any command for the second generation migrates as well. On a terminal it shows how many models are done. If the command
+is interrupted, the server finishes the work; "kestorctl log" tells what became of the models.
 
 Without MODULE and COMPONENT it goes over all of them that have a field catalogue in the folder of a module, the longer
 component codes first. It begins with a summary, and lists the first-generation files that belong to none. It passes over
 components that the first generation cannot tell apart, because it keeps 2 and 3 characters of the codes: name the one that
 is meant. It also passes over a component that would take, as its own, models that stay with a longer code.
 
---dry-run tells what would become of each model and does nothing of it.
+--dry-run reports what would happen to each model and changes nothing.
 
 With --json: "converted" and "dropped", lists of names, and "stayed", a list of objects with "name" and "reason", of all
 models that are still there; null where a server older than this program does not tell. Without MODULE and COMPONENT
@@ -204,12 +204,12 @@ void Migrate(const MigrateOptions& options, Answer& answer) {
 }  // namespace
 
 void AddMigrate(CLI::App& program, Command* chosen) {
-  const auto [command, options] =
-      AddCommand(&program, chosen, {"migrate", "Make report documents of first-generation models", kFooter}, Migrate);
+  const auto [command, options] = AddCommand(
+      &program, chosen, {"migrate", "Convert first-generation models to report documents", kFooter}, Migrate);
   AddStoreOptions(command, &options->store);
   for (const char* code : {"MODULE", "COMPONENT"})
     command->get_option(code)->required(false);
-  command->add_flag("--dry-run", options->dryRun, "Tell what would become of each model, and do nothing");
+  command->add_flag("--dry-run", options->dryRun, "Report what would happen to each model, and change nothing");
 }
 
 }  // namespace kestorctl

@@ -39,8 +39,7 @@ Examples:
   kestorctl preview CT 01 Balancete -o balancete.pdf
   kestorctl preview CT 01 Razao --data lancamentos.csv --page 2 -o razao.png
 
-Exit status: 0 shown; 3 shown, but for something that a line on standard error tells; 1 failure, such as no such model;
-2 wrong usage.)";
+Exit status: 0 shown; 3 shown, with notes on standard error; 1 failure, such as no such model; 2 wrong usage.)";
 
 struct PreviewOptions {
   ModelOptions model;
@@ -212,7 +211,7 @@ void AddPreview(CLI::App& program, Command* chosen) {
       ->check(CLI::ExistingFile);
   command->add_option("-o,--output", options->output, "Where the pages go")->type_name("FILE.pdf|.png|.svg");
   command->add_option("--page", options->page, "This page alone")->type_name("NUMBER")->check(CLI::PositiveNumber);
-  command->add_option("--rows", options->rows, "So many lines at most; of samples, 40 otherwise")
+  command->add_option("--rows", options->rows, "At most this many lines; 40 sample lines if not given")
       ->type_name("NUMBER")
       ->check(CLI::Range(1, 1'000'000));
   command->add_option("--logo", options->logo, "What stands in the place of the logo")

@@ -31,26 +31,26 @@ nothing is to be changed are only listed with --json:
                                what is renumbered is stored under the name that its document bears
   not changed: NAME: REASON    such as one that is no report document or in use
 
-It begins with nothing, and says why, where a new code is no field of the catalogue, where an old code is given twice with
-different new ones, where a model would be stored over another one, whose name its document bears, and where a server older
-than this program cannot tell. With --force it goes on; of an old code that is given twice the last pair counts. --dry-run
-changes nothing and tells what would become of each model: the lines of "show" that would go (-) and come (+). It leaves out
-first-generation models, and says so.
+It changes nothing and says why if a new code is no field of the catalogue, if an old code is given twice with different
+new ones, if a model would be stored over another one whose name its document bears, and if a server older than this
+program cannot tell. With --force it continues; of an old code that is given twice the last pair counts. --dry-run
+changes nothing and reports what would happen to each model: the lines of "show" that would go (-) and come (+). It
+leaves out first-generation models, and says so.
 
-On a terminal it shows how many models are done. When the command is interrupted, the server goes on to the end.
+On a terminal it shows how many models are done. If the command is interrupted, the server finishes the work.
 
 With --json: "renumbered" and "skipped", lists of objects with "name", "reason" (null where there is none) and, with
---dry-run, "changes"; "unchanged", a list of names; "refused", a list of reasons to begin with nothing. The first three are
+--dry-run, "changes"; "unchanged", a list of names; "refused", a list of reasons to change nothing. The first three are
 null where a server older than this program does not tell.
 
 Examples:
   kestorctl renumber CT 01 150=160 151=161 --dry-run
   kestorctl renumber CT 01 150=160 151=161
 
-Exit status: 0 done; 3 done, but for models that are not changed and have a reason, or what became of them is not known;
-1 failure, or begun with nothing; 2 wrong usage. After a failure in the middle, such as a server that was ended, some
-models have the new codes: "kestorctl log" tells which. Codes that others have been changed to would be changed again by
-a second run.)";
+Exit status: 0 done; 3 done, except for models that are not changed for a reason, or whose outcome is not known; 1
+failure, or refused before any change; 2 wrong usage. After a failure in the middle, such as a server that was ended,
+some models have the new codes: "kestorctl log" tells which. Codes that others have been changed to would be changed
+again by a second run.)";
 
 using kestor::Destino;
 using Json = nlohmann::ordered_json;
@@ -274,8 +274,8 @@ void AddRenumber(CLI::App& program, Command* chosen) {
   const auto [command, options] =
       AddCommand(&program, chosen, {"renumber", "Renumber field codes in all report documents", kFooter}, Renumber);
   AddStoreOptions(command, &options->store);
-  command->add_flag("--dry-run", options->dryRun, "Tell what would become of each model, and do nothing");
-  command->add_flag("--force", options->force, "Go on where the command would begin with nothing");
+  command->add_flag("--dry-run", options->dryRun, "Report what would happen to each model, and change nothing");
+  command->add_flag("--force", options->force, "Continue despite objections");
   AddText(command, "PAIR", &options->pairs, "OLD=NEW: a field code and the one that replaces it");
 }
 

@@ -25,12 +25,13 @@ using history::After;
 using history::Version;
 
 constexpr const char* kRestoreFooter =
-    R"(Stores a version of a model that the history keeps, with what was kept beside it: a document, a first-generation model,
+    R"(Stores a version of a model that the history keeps, with the files kept with it: a document, a first-generation model,
 export settings, a filter. Deleted models come back as well, and the first-generation models of a migration. What is
 there now is replaced, and the history keeps it in turn.
 
-WHEN is a time that "kestorctl history" tells, or a local time such as "2026-11-26 14:30", or a time ago such as 12h: the
-model becomes what it was then, as far back as the history reaches. Without --at it becomes what it was before its last change.
+WHEN is a time that "kestorctl history" shows, or a local time such as "2026-11-26 14:30", or a time ago such as 12h:
+the model becomes what it was then, as far back as the history reaches. Without --at it becomes what it was before its
+last change.
 
 A model that was deleted with --demo stays hidden. A first-generation model is migrated again by the next command for the
 second generation.
@@ -44,16 +45,16 @@ Examples:
 Exit status: 0 restored; 1 failure, such as no such version; 2 wrong usage.)";
 
 constexpr const char* kUndoFooter =
-    R"(Takes back the last operation on a module and component that the history knows, whichever station made it: a new
-document, an overwriting, a deletion, or all of a renumbering or a migration, a model after the other. What has changed
-since, or has been made anew, is not overwritten but named. Undoing a migration deletes its documents and stores the
+    R"(Takes back the last operation on a module and component that the history knows, from whichever station: a new document,
+an overwriting, a deletion, or all of a renumbering or a migration, one model after the other. What has changed since,
+or has been made anew, is not overwritten but named. Undoing a migration deletes its documents and stores the
 first-generation models, which the next command for the second generation migrates again.
 
 The next undo takes back the operation before. "kestorctl restore" brings back what undo has replaced or deleted. A
 first-generation model that was new has no version, and undo does not know of it.
 
-With --json: "operation" with "when", "user" and "what"; "restored", a list of objects with "model" and "kind"; "deleted",
-a list of names; and "left", a list of objects with "model", "kind" and "reason".
+With --json: "operation" with "when", "user" and "what"; "restored", a list of objects with "model", "kind" and "when";
+"deleted", a list of names; and "left", a list of objects with "model", "kind" and "reason".
 
 Examples:
   kestorctl undo CT 01
@@ -301,7 +302,7 @@ void AddRestore(CLI::App& program, Command* chosen) {
   const auto [restore, options] =
       AddCommand(&program, chosen, {"restore", "Bring a version of a model back", kRestoreFooter}, Restore);
   AddModelOptions(restore, options);
-  restore->add_option("--at", options->when, "When it was so")->type_name("WHEN")->check(CheckUtf8);
+  restore->add_option("--at", options->when, "The time whose version is wanted")->type_name("WHEN")->check(CheckUtf8);
   const auto undo = AddCommand(&program, chosen, {"undo", "Take the last operation back", kUndoFooter}, Undo);
   AddStoreOptions(undo.command, undo.options);
 }

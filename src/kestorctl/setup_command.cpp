@@ -35,16 +35,16 @@ using kestor::ModuloFamilia;
 
 constexpr const char* kFooter =
     R"(Makes the home, enters the reports folder and the folders of the applications in its registry, and registers the server:
-the executable "kestor" that lies beside this program, or $KESTOR_SERVER. Everything is checked before anything is
-written, except what can be seen only after an import or on a new drive. Run again, it changes what differs; other drives
-and the folders of other modules stay as they are.
+the executable "kestor" next to this program, or $KESTOR_SERVER. Everything is checked before anything is written,
+except what can be seen only after an import or on a new drive. Run again, it changes what differs; other drives and the
+folders of other modules stay as they are.
 
 With --import it brings the registry of an old machine along: FILE is an export of the desktop, as 'kestorctl registry
-import' takes it. With --drive a drive of the desktop, or a share \\HOST\SHARE, leads to a folder of this system that is
-there. Both come before the other options, and --reports may then be left out. The folders that the registry names are
-told at the end, with the drives and shares that are still missing.
+import' takes it. With --drive a drive of the desktop, or a share \\HOST\SHARE, leads to an existing folder of this
+system. Both come before the other options, and --reports may then be left out. At the end it lists the folders that the
+registry names, with the drives and shares that are still missing.
 
-DIR is a folder of this system, which is made when it is missing, or a path of the desktop platform such as
+DIR is a folder of this system, which setup makes if it does not exist, or a path of the desktop platform such as
 D:\Dados\Relatorios on a drive that the home has. The server knows folders by such paths only: when no drive of the home
 leads to DIR, the first free letter from D on is given to it. Drives and shares are the links (or folders) drives/d,
 drives/e, …, drives/host/share of the home.

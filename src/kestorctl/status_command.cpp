@@ -32,25 +32,27 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr const char* kFooter =
-    R"(Tells the home and its journal, the folders that its registry names and where they are on this system, the registered
+    R"(Shows the home and its journal, the folders that its registry names and where they are on this system, the registered
 classes with their executable, and whether the server runs: its process id and the number of live objects. It starts no
-server. One that is in the middle of a long call, such as a migration, is busy and does not tell them; nor does one that has
-as many connections as it can have.
+server. A server that is busy with a long call, such as a migration, does not report them, and neither does one whose
+connections are all in use.
 
-A warning tells why the journal does not take a line now, which keeps no change from being made; or what lets machines that
-share the reports folder overlook each other, as far as its mount shows that. A limit of the system that is lower for the
-server than for this program is told: whoever started the server may have lowered it, for good.
+A warning says why the journal cannot be written now (changes are still made), or what lets machines that share the
+reports folder overlook each other, as far as its mount shows that. It also names a limit of the system that is lower
+for the server than for this program: the process that started the server may have lowered it, and the server cannot
+raise it.
 
-With --json: "home" {"folder", "exists"}, "journal" {"path", "bytes" of all its files, "trouble" or null}, "reports" (null
-when none is entered; its "hazards" are the warnings) and "modules" {"path", "folder", "exists", "missing" where the home
-maps no such drive or share}, "classes" {"name", "clsid", "executable", "exists"}, "server" {"running", "pid", "objects",
-"limits" {"limit", "most"}, or "busy", or "full"; "sockets", the folder of its sockets}.
+With --json: "home" {"folder", "exists", "machine"}, "journal" {"path", "bytes" of all its files, "trouble" or null},
+"reports" (null when none is entered; its "hazards" are the warnings) and "modules" {"path", "folder", "exists",
+"missing" where the home maps no such drive or share}, "history" {"folder", "exists"}, "classes" {"name", "clsid",
+"executable", "exists"}, "server" {"running", "pid", "objects", "limits" {"limit", "most"}, or "busy", or "full";
+"sockets", the folder of its sockets}.
 
-Exit status: 0 told; 1 there is no home, or it cannot be read; 2 wrong usage.)";
+Exit status: 0 shown; 1 there is no home, or it cannot be read; 2 wrong usage.)";
 
 constexpr const char* kStartFooter =
-    R"(Starts the server unless it runs, and tells the folder of its sockets, for clients that speak the protocol themselves.
-The server ends six seconds after its last client, and as long after this command.
+    R"(Starts the server if it is not running, and prints the folder of its sockets, for clients that speak the protocol
+themselves. The server ends six seconds after its last client, or six seconds after this command if no client comes.
 
 With --json: "sockets", the folder.
 
@@ -177,11 +179,11 @@ void TellStatus(const NoOptions&, Answer& answer) {
 }  // namespace
 
 void AddStart(CLI::App& program, Command* chosen) {
-  AddCommand(&program, chosen, {"start", "See to it that the server runs", kStartFooter}, Start);
+  AddCommand(&program, chosen, {"start", "Start the server if it is not running", kStartFooter}, Start);
 }
 
 void AddStatus(CLI::App& program, Command* chosen) {
-  AddCommand(&program, chosen, {"status", "Tell the home, its folders and whether the server runs", kFooter},
+  AddCommand(&program, chosen, {"status", "Show the home, its folders and whether the server runs", kFooter},
              TellStatus);
 }
 
