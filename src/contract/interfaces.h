@@ -1,9 +1,10 @@
 // The server's interfaces, and the identities of its interfaces, classes, type library and application.
 //
-// Every method returns a result code (results.h). Out-arguments are set to null or zero before anything else unless a
-// method says otherwise. A record handed out through a pointer to a pointer is two task-memory blocks, the record and
-// its inner array: the caller frees the array, then the record (CoTaskMemFree). The caller frees strings handed out
-// with SysFreeString. In-arguments stay the caller's. A null BSTR counts as an empty text.
+// Every method returns a result code (results.h). The proxy of a client sets out-arguments to null or zero before the
+// call; a caller in the process of the object does so itself, because not every method does on a failure. A record
+// handed out through a pointer to a pointer is two task-memory blocks, the record and its inner array: the caller frees
+// the array, then the record (CoTaskMemFree). The caller frees strings handed out with SysFreeString. In-arguments stay
+// the caller's. A null BSTR counts as an empty text.
 #pragma once
 
 #include "contract/records.h"

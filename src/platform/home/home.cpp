@@ -103,7 +103,7 @@ bool PreparePrivateFolder(const std::string& folder, uid_t user, std::string* re
 
 // Creates a file that has its mode as soon as it has its name. Returns 0 or an errno value.
 int MakeLockFile(const std::string& path) {
-  const std::string hidden = path + "." + std::to_string(getpid());
+  const std::string hidden = path + "." + std::to_string(gettid());
   unlink(hidden.c_str());
   const Descriptor file(open(hidden.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!file) return errno;
