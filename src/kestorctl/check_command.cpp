@@ -36,7 +36,7 @@ Examples:
   kestorctl check CT 01
   kestorctl check --fix
 
-Exit status: 0 nothing is found, or all of it is mended; 3 something is left; 1 failure; 2 wrong usage.)";
+Exit status: 0 nothing is found, or everything is mended; 3 something is left; 1 failure; 2 wrong usage.)";
 
 struct CheckOptions {
   StoreOptions store;

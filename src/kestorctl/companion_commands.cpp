@@ -13,14 +13,14 @@ namespace kestorctl {
 namespace {
 
 constexpr const char* kExportGroupFooter =
-    R"(Export settings are 612 bytes, of which bytes 604 and 605 are the number of items (little-endian), and then 228 bytes an
+    R"(Export settings are 612 bytes, of which bytes 604 and 605 are the number of items (little-endian), then 228 bytes per
 item.
 
 Exit status: 0 done; 1 failure; 2 wrong usage.)";
 
 constexpr const char* kGetExportFooter =
-    R"(Writes the export settings of a model to FILE, which is written whole or not at all, or to standard output: 612 bytes, of
-which bytes 604 and 605 are the number of items, then 228 bytes an item. NAME counts up to its first dot.
+    R"(Writes the export settings of a model to FILE, which is written whole or not at all, or to standard output: 612 bytes,
+of which bytes 604 and 605 are the number of items, then 228 bytes per item. NAME counts up to its first dot.
 
 With --json: "items", "bytes", and "contentBase64" or, with -o, "file".
 
@@ -30,8 +30,8 @@ Example:
 Exit status: 0 read; 1 failure, such as a model without export settings (0x80040002); 2 wrong usage.)";
 
 constexpr const char* kPutExportFooter =
-    R"(Replaces the export settings of a model, whole or not at all, also of one that is not there. The content is 612 bytes, of
-which bytes 604 and 605 are the number of items, then 228 bytes an item; another size is refused. NAME counts up to its
+    R"(Replaces the export settings of a model, whole or not at all; the model need not exist. The content is 612 bytes, of
+which bytes 604 and 605 are the number of items, then 228 bytes per item; another size is refused. NAME counts up to its
 first dot.
 
 With --json: "items" and "bytes".
@@ -39,7 +39,7 @@ With --json: "items" and "bytes".
 Example:
   kestorctl legacy export put CT 01 Vendas vendas.ree
 
-Exit status: 0 written; 1 failure, also for a content of the wrong size; 2 wrong usage.)";
+Exit status: 0 written; 1 failure, such as content of the wrong size; 2 wrong usage.)";
 
 constexpr const char* kFilterGroupFooter =
     R"(A filter is a list of entries of 104 bytes.
@@ -47,8 +47,8 @@ constexpr const char* kFilterGroupFooter =
 Exit status: 0 done; 1 failure; 2 wrong usage.)";
 
 constexpr const char* kGetFilterFooter =
-    R"(Writes the filter of a model to FILE, which is written whole or not at all, or to standard output: 104 bytes an entry,
-nothing before them. NAME counts up to its first dot.
+    R"(Writes the filter of a model to FILE, which is written whole or not at all, or to standard output: 104 bytes per entry,
+and nothing before them. NAME counts up to its first dot.
 
 With --json: "entries", "bytes", and "contentBase64" or, with -o, "file".
 
@@ -58,8 +58,8 @@ Example:
 Exit status: 0 read; 1 failure, such as a model without a filter (0x80043EB7); 2 wrong usage.)";
 
 constexpr const char* kPutFilterFooter =
-    R"(Replaces the filter of a model, also of one that is not there. The content is 104 bytes an entry, at most 65535 entries;
-another size is refused. NAME counts up to its first dot.
+    R"(Replaces the filter of a model, which need not exist. The content is 104 bytes per entry, at most 65535 entries; another
+size is refused. NAME counts up to its first dot.
 
 With --json: "entries" and "bytes".
 
@@ -67,7 +67,7 @@ Examples:
   kestorctl legacy filter put CT 01 Vendas vendas.filter
   kestorctl legacy filter put CT 01 Vendas - < /dev/null
 
-Exit status: 0 written; 1 failure, also for a content of the wrong size, or when the filter was made once and is gone
+Exit status: 0 written; 1 failure, such as content of the wrong size, or a filter that was made once and has disappeared
 (0x80043EB7); 2 wrong usage.)";
 
 constexpr std::size_t kHeaderBytes = kBytesWithoutPointer<tagREG_RELEXPORTACAO>;
@@ -184,12 +184,12 @@ struct Companion {
 };
 
 constexpr Companion kCompanions[] = {
-    {{"export", "Export settings of a model", kExportGroupFooter},
+    {{"export", "Read and write the export settings of a model", kExportGroupFooter},
      {"get", "Read export settings", kGetExportFooter},
      GetExport,
      {"put", "Write export settings", kPutExportFooter},
      PutExport},
-    {{"filter", "Filter of a model", kFilterGroupFooter},
+    {{"filter", "Read and write the filter of a model", kFilterGroupFooter},
      {"get", "Read a filter", kGetFilterFooter},
      GetFilter,
      {"put", "Write a filter", kPutFilterFooter},

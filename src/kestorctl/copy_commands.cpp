@@ -18,8 +18,7 @@ namespace fs = std::filesystem;
 
 constexpr const char* kCopyFooter =
     R"(Stores a report model a second time: under the name NEW, for the module and component of --to, or in the home of
---to-home. A document that bears the model's name gets the new name. A model that is there already is replaced only with
---force.
+--to-home. A document that bears the model's name gets the new name. An existing model is replaced only with --force.
 
 With --json: "model", the new name, and in "note" the warnings, as for "kestorctl write".
 
@@ -28,12 +27,12 @@ Examples:
   kestorctl copy CT 01 Vendas --to CT 02
   kestorctl copy CT 01 Vendas --to-home /srv/test/home
 
-Exit status: 0 copied; 3 nothing is copied, because there is no such model (0x00040001) or one of the new name is there
-already (0x00040004); 1 failure; 2 wrong usage.)";
+Exit status: 0 copied; 3 nothing copied, because there is no such model (0x00040001) or one of the new name exists
+(0x00040004); 1 failure; 2 wrong usage.)";
 
 constexpr const char* kRenameFooter =
-    R"(Gives a report model another name, of which the letter case alone may differ. A document that bears the old name bears
-the new one then, and a default report stays the default report. A model of the new name is replaced only with --force.
+    R"(Gives a report model another name, which may differ in letter case alone. A document that bears the old name gets the
+new one, and a default report stays the default report. A model of the new name is replaced only with --force.
 
 With --json: "model", the new name, and in "note" the warnings, as for "kestorctl write".
 
@@ -41,13 +40,12 @@ Examples:
   kestorctl rename CT 01 Vendas "Vendas por mês"
   kestorctl rename CT 01 vendas Vendas
 
-Exit status: 0 renamed; 3 nothing is done, because there is no such model (0x00040001) or one of the new name is there
-already (0x00040004); 1 failure; 2 wrong usage.)";
+Exit status: 0 renamed; 3 nothing done, because there is no such model (0x00040001) or one of the new name exists
+(0x00040004); 1 failure; 2 wrong usage.)";
 
 constexpr const char* kMoveFooter =
-    R"(Stores a report model for the module and component of --to, or in the home of --to-home, and deletes it where it was. It
-may get the name NEW as well. It is no longer the default report. A model that is there already is replaced only with
---force.
+    R"(Stores a report model for the module and component of --to, or in the home of --to-home, and deletes it where it was.
+With NEW it also gets that name. It is no longer the default report. An existing model is replaced only with --force.
 
 With --json: "model", its name, and in "note" the warnings, as for "kestorctl write".
 
@@ -55,7 +53,7 @@ Examples:
   kestorctl move CT 01 Vendas --to CT 02
   kestorctl move CT 01 Vendas "Vendas 2026" --to-home /srv/new/home
 
-Exit status: 0 moved; 3 nothing is done, because there is no such model (0x00040001) or one of the new name is there already
+Exit status: 0 moved; 3 nothing done, because there is no such model (0x00040001) or one of the new name exists
 (0x00040004); 1 failure; 2 wrong usage.)";
 
 struct CopyOptions : ModelOptions {
@@ -256,15 +254,15 @@ void Move(const CopyOptions& options, Answer& answer) {
 }
 
 void AddPlaceOptions(CLI::App* command, CopyOptions* options) {
-  command->add_option("--to", options->to, "Module and component")
+  command->add_option("--to", options->to, "The module and component that get the model")
       ->type_name("MODULE COMPONENT")
       ->expected(2)
       ->check(CheckUtf8);
-  command->add_option("--to-home", options->home, "Another home")->type_name("DIR");
+  command->add_option("--to-home", options->home, "The home that gets the model")->type_name("DIR");
 }
 
 void AddForce(CLI::App* command, CopyOptions* options) {
-  command->add_flag("--force", options->force, "Replace a model that is there already");
+  command->add_flag("--force", options->force, "Replace an existing model");
 }
 
 }  // namespace

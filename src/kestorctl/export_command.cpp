@@ -30,7 +30,7 @@ demonstration models; always the field catalogue. The file begins with manifest.
 file, and ordinary tools open it. FILE is written whole or not at all.
 
 Modules and components are those that "kestorctl list" shows. The files themselves are read: no server takes part, and
-no model is migrated. Deleted demonstration models whose document is there again come along.
+no model is migrated. A deleted demonstration model is exported if its document exists again.
 
 With --json: "pairs", each with "module", "component", "documents" and "firstGeneration", numbers, and "left", each with
 "file" and "reason".
@@ -41,8 +41,8 @@ Examples:
   kestorctl export CT 01 Vendas "Vendas por mês" vendas.tar
   tar tf models.tar
 
-Exit status: 0 all is in the bundle; 3 something could not be read and is not; 1 failure, such as no model at all; 2 wrong
-usage.)";
+Exit status: 0 everything is in the bundle; 3 something could not be read and is missing; 1 failure, such as no model at
+all; 2 wrong usage.)";
 
 struct ExportOptions {
   std::vector<std::string> arguments;

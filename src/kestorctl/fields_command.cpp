@@ -9,14 +9,14 @@ namespace kestorctl {
 namespace {
 
 constexpr const char* kFooter =
-    R"(The fields of the component's catalogue, XMODULECOMPONENT.REL in the folder of the module, in its order. A field has a
-code and an alias, a type (text, date, number, amount, month, account, history, options), an alignment (left, right,
-centre), a width in characters, and may be used to filter, to total and to sort. A letter of the catalogue that stands
-for no type or alignment is shown as it is, an empty line not at all.
+    R"(Shows the fields of the component's catalogue, XMODULECOMPONENT.REL in the folder of the module, in its order. A field
+has a code and an alias, a type (text, date, number, amount, month, account, history, options), an alignment (left,
+right, centre), a width in characters, and may be used to filter, to total and to sort. A letter of the catalogue that
+stands for no type or alignment is shown as it is; an empty line is not shown.
 
 With --json: "fields", a list of objects with "code", "alias", "description", "type" (A, D, N, V, d, C, H or X in the
 order above), "alignment" (E, D or C), "width", "filter", "total", "sort" and "options". An empty line is a field of
-code 0 without anything.
+code 0 with no other content.
 
 Examples:
   kestorctl fields CT 01

@@ -19,21 +19,22 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr const char* kFooter =
-    R"(Shows where models use a field or contain a text, a line each: module, component, model, generation, where it is used,
-code and alias of the field, and the text there. It looks at the models of both generations, of all modules and
+    R"(Shows where models use a field or contain a text, one place per line: module, component, model, generation, where it is
+used, code and alias of the field, and the text there. It looks at the models of both generations, of all modules and
 components that have a field catalogue in the folder of a module, or of those that are named. Use it before renumbering
 codes to see which models are affected.
 
---field is a code, or an alias, which each catalogue may have under another code. Letter case makes no difference to an
-alias or a text. With several options a place must fit all of them. Texts are the titles of columns, with the content of a
-fixed column; the values of conditions; and, as title, the name in a document, and the texts of its pages and export lines.
+--field is a code, or an alias, which may have another code in each catalogue. Letter case makes no difference to an
+alias or a text. With several options a place must fit all of them. Texts are the titles of columns, with the content of
+a fixed column; the values of conditions; and, as title, the name in a document, and the texts of its pages and export
+lines.
 
 The files themselves are read: no server takes part, and no model is migrated. A file that another program has open
 cannot be read.
 
 With --json: "findings", a list of objects with "module", "component", "model", "generation" (1 or 2), "in" (a word of
---in), "code" (null for a text of a page and a fixed column), "field" (null where the catalogue does not have the code) and
-"text"; and "unread", a list of objects with "module", "component", "model" (null for a catalogue) and "reason".
+--in), "code" (null for a text of a page and a fixed column), "field" (null where the catalogue does not have the code)
+and "text"; and "unread", a list of objects with "module", "component", "model" (null for a catalogue) and "reason".
 
 Examples:
   kestorctl find --field 110
@@ -165,7 +166,7 @@ void AddFind(CLI::App& program, Command* chosen) {
   for (const char* code : {"MODULE", "COMPONENT"})
     command->get_option(code)->required(false);
   command->add_option("--field", options->field, "A field's code or alias")->type_name("CODE|ALIAS")->check(CheckUtf8);
-  command->add_option("--text", options->text, "What a text there contains")->type_name("TEXT")->check(CheckUtf8);
+  command->add_option("--text", options->text, "The text to look for")->type_name("TEXT")->check(CheckUtf8);
   std::vector<std::string> words;
   for (const UseWord& row : kUses)
     words.emplace_back(row.word);

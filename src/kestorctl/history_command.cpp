@@ -15,12 +15,14 @@ using history::Version;
 
 constexpr const char* kFooter =
     R"(Lists the versions that the history keeps of the models of a module and component, or of the model NAME alone, the
-oldest first. A version is what was there before the server replaced, removed or overwrote it: when it was (UTC), which
-user did it, what was done, the file, its bytes, and the version number of a document.
+oldest first. A version is a file as it was before the server replaced, removed or overwrote it. Its line shows the time
+of that change (UTC), the user, the change, the model, the kind of the file, its bytes, and the version number of a
+document.
 
-A new document has a version without content, so that it can be taken back.
+A new document has a version without content, so that "kestorctl undo" can take it back.
 
-The home keeps a history where "kestorctl setup" has entered a folder for it. Versions lie there as whole files.
+The home keeps a history if "kestorctl setup" has entered a folder for it. The folder holds each version as a whole
+file.
 
 With --json: "versions", each with "when", "user", "what" (made, overwritten, deleted, updated, renumbered, migrated),
 "model", "kind" (document, first generation, export settings, filter), "bytes", "version" and "file".
@@ -31,25 +33,25 @@ Examples:
   kestorctl history read CT 01 Vendas --at 2026-11-26T22:15:44.168702Z -o vendas.old
   kestorctl history prune
 
-Exit status: 0 listed, even if there are none; 3 not all of it can be read; 1 failure, such as no history; 2 wrong
-usage.)";
+Exit status: 0 listed, even if there are none; 3 not all could be read; 1 failure, such as no history; 2 wrong usage.)";
 
 constexpr const char* kReadFooter =
     R"(Writes a version of a model to FILE, which is written whole or not at all, or to standard output, as "kestorctl read"
-writes the content of a model; without a document, that of the first-generation model. The model is left as it is.
+writes the content of a model: the document or, if there was none, the first-generation model. The model itself does not
+change.
 
-WHEN is a time that "kestorctl history" tells, or a local time such as "2026-11-26 14:30", or a time ago such as 12h: the
-model is read as it was then. Without --at it is read as it was before its last change.
+WHEN is a time that "kestorctl history" shows, or a local time such as "2026-11-26 14:30", or a time ago such as 12h:
+the model is read as it was then. Without --at it is read as it was before its last change.
 
-With --json: "when", "kind", "bytes", and the content as "kestorctl read" tells it.
+With --json: "when", "kind", "bytes", and the content as "kestorctl read" gives it.
 
 Exit status: 0 read; 1 failure, such as no such version; 2 wrong usage.)";
 
 constexpr const char* kPruneFooter =
-    R"(Removes the versions that are over the limits, of all models or of those of a module, or of a module and component: of
-each model the server keeps what the last 50 operations have changed, and nothing for more than 400 days. Other limits are
-the numbers HistoricoVersoes and HistoricoDias of the registry key
-HKLM\SOFTWARE\Norvela\KESTOR; 0 is no limit. The server does the same for a model whenever it keeps a version of it.
+    R"(Removes the versions that are over the limits: those of all models, of the models of MODULE, or of those of MODULE and
+COMPONENT. For each model the server keeps what the last 50 operations have changed, and nothing for more than 400 days.
+The numbers HistoricoVersoes and HistoricoDias of the registry key HKLM\SOFTWARE\Norvela\KESTOR set other limits; 0 is
+no limit. The server does the same for a model whenever it keeps a version of it.
 
 With --json: "removed", a number.
 
@@ -123,14 +125,16 @@ void Prune(const StoreOptions& options, Answer& answer) {
 
 void AddHistory(CLI::App& program, Command* chosen) {
   const auto [command, options] =
-      AddCommand(&program, chosen, {"history", "List the versions that were kept of models", kFooter}, List);
+      AddCommand(&program, chosen, {"history", "List the versions of models that the history keeps", kFooter}, List);
   AddStoreOptions(command, options);
   for (const char* code : {"MODULE", "COMPONENT"})
     command->get_option(code)->required(false);
   options->nameGiven = AddText(command, "NAME", &options->name, "Name of the model")->required(false);
   const auto read = AddCommand(command, chosen, {"read", "Read a version of a model", kReadFooter}, Read);
   AddReadOptions(read.command, read.options);
-  read.command->add_option("--at", read.options->when, "When it was so")->type_name("WHEN")->check(CheckUtf8);
+  read.command->add_option("--at", read.options->when, "The time whose version is wanted")
+      ->type_name("WHEN")
+      ->check(CheckUtf8);
   const auto prune =
       AddCommand(command, chosen, {"prune", "Remove versions that are over the limits", kPruneFooter}, Prune);
   AddStoreOptions(prune.command, prune.options);

@@ -25,28 +25,30 @@ using bundle::Model;
 
 constexpr const char* kFooter =
     R"(Stores the models of a bundle that "kestorctl export" has made: documents, and first-generation models with their export
-settings and filters. A model that is there already is replaced, unless --no-overwrite is given; the history keeps what was
-there. A model is stored with all of its files or not at all, and files that the bundle lacks stay; when the command is killed
-in between, there may be export settings or a filter of a model that is not stored. The default report becomes that of the
-bundle, and its deleted demonstration models are hidden here as well, unless there is a model of that name. A first-generation
-model whose name a document has is left: the next migration would drop it.
+settings and filters. An existing model is replaced, unless --no-overwrite is given; the history keeps what was there. A
+model is stored with all of its files or not at all, and files that the bundle lacks stay. If the command is killed,
+there may be export settings or a filter of a model that is not stored.
 
-Before anything is stored the whole bundle is read: one whose files differ from its manifest in name, length or SHA-256
-is refused. Then it lists the field codes that the models use and the field catalogue here lacks. The bundle's catalogue
-is not imported: "tar xf FILE" takes it out.
+The default report becomes that of the bundle; with --no-overwrite only if there is none. The bundle's deleted
+demonstration models are hidden here as well, unless a model of that name exists. A first-generation model is left if a
+document has its name, because the next migration would drop it.
 
---only chooses a module, a component of it, or models of that; write FILE first. --as stores what is of one component for
-another one. Without other arguments every model goes to the module and component from which it came.
+Before it stores anything, it reads the whole bundle, and refuses one whose files differ from its manifest in name,
+length or SHA-256. Then it lists the field codes that the models use and the field catalogue here lacks. The bundle's
+catalogue is not imported: "tar xf FILE" takes it out.
 
-With --json: "stored" and "replaced", each with "module", "component", "model" and "kinds"; "left", each with "reason"
-besides; "hidden" and "defaults"; "lacks", each with "module", "component", "code" and "models"; and "dryRun".
+--only chooses a module, a component of it, or models of that component; write FILE first. --as stores what belongs to
+one component for another one. Without --as every model goes to the module and component from which it came.
+
+With --json: "stored" and "replaced", each with "module", "component", "model" and "kinds"; "left", each also with
+"reason"; "hidden" and "defaults"; "lacks", each with "module", "component", "code" and "models"; and "dryRun".
 
 Examples:
   kestorctl import models.tar --dry-run
   kestorctl import models.tar --only CT 01 Vendas --no-overwrite
   kestorctl import ct01.tar --as CT 02
 
-Exit status: 0 all is stored; 3 something is left; 1 failure, such as a bundle that is damaged; 2 wrong usage.)";
+Exit status: 0 everything is stored; 3 something is left; 1 failure, such as a damaged bundle; 2 wrong usage.)";
 
 struct ImportOptions {
   std::string file;
@@ -416,16 +418,16 @@ void RunImport(const ImportOptions& options, Answer& answer) try {
 void AddImport(CLI::App& program, Command* chosen) {
   const auto [command, options] =
       AddCommand(&program, chosen, {"import", "Store the models of an archive", kFooter}, RunImport);
-  AddText(command, "FILE", &options->file, "A bundle");
+  AddText(command, "FILE", &options->file, "The bundle");
   command->add_option("--only", options->only, "What to import; takes all words that follow")
       ->type_name("MODULE [COMPONENT [NAME...]]")
       ->expected(1, -1)
       ->check(CheckUtf8);
-  command->add_option("--as", options->as, "Another module and component")
+  command->add_option("--as", options->as, "The module and component that get the models")
       ->type_name("MODULE COMPONENT")
       ->expected(2)
       ->check(CheckUtf8);
-  command->add_flag("--no-overwrite", options->keepExisting, "Replace no model");
+  command->add_flag("--no-overwrite", options->keepExisting, "Replace no model and no default report");
   command->add_flag("--dry-run", options->dryRun, "Report what would be done, and change nothing");
 }
 

@@ -27,7 +27,7 @@ the component code. A dot in NAME begins an extension: see the help of each comm
 Exit status: 0 done; 3 done with a notice; 1 failure; 2 wrong usage.)";
 
 constexpr const char* kListFooter =
-    R"(One name a line, sorted without regard to letter case, each up to its first dot.
+    R"(Lists the names of the models up to their first dot, one per line, sorted without regard to letter case.
 
 With --json: "names".
 
@@ -46,7 +46,7 @@ Example:
 Exit status: 0 read; 3 there is no such model, or it is in use (0x00040001); 1 failure; 2 wrong usage.)";
 
 constexpr const char* kWriteFooter =
-    R"(Stores a content as a model. A model of that name is replaced, whole or not at all, unless --no-overwrite is given. NAME
+    R"(Stores content as a model. A model of that name is replaced, whole or not at all, unless --no-overwrite is given. NAME
 counts up to its first dot.
 
 With --json: "bytes".
@@ -55,14 +55,17 @@ Examples:
   kestorctl legacy write CT 01 Vendas vendas.rel
   kestorctl legacy write CT 01 Vendas - --no-overwrite < vendas.rel
 
-Exit status: 0 written; 3 nothing written, because a model of that name exists (0x00040004); 1 failure; 2 wrong usage.)";
+Exit status: 0 written; 3 nothing written, because a model of that name exists (0x00040004); 1 failure;
+2 wrong usage.)";
 
 constexpr const char* kDeleteFooter =
     R"(Deletes a model and its export settings for good; its filter stays. With a dot in NAME it deletes the file of that
 extension alone.
 
-The server passes over what is not there or in use: a line on standard error tells which file could not be deleted and
-why. With --json: "deleted", whether the model was there and is gone.
+The server passes over files that do not exist or are in use; a line on standard error says which file could not be
+deleted and why.
+
+With --json: "deleted", whether the model was there and is gone.
 
 Examples:
   kestorctl legacy delete CT 01 Vendas
@@ -71,10 +74,10 @@ Examples:
 Exit status: 0 the server has answered; 1 failure; 2 wrong usage.)";
 
 constexpr const char* kUpdateFooter =
-    R"(Sets the margins of a model, and the order and the widths of its columns: the columns stand in the order of the
-arguments. Each ALIAS is that of a field ("kestorctl legacy fields") in its letter case, at most 25 characters. All
-columns of the model must be given, a field that stands there twice two times; fields beyond those do not matter. The
-model is changed whole or not at all. Only models of the oldest layout, whose first byte is not 1, can be updated.
+    R"(Sets the margins of a model, and the order and the widths of its columns, which get the order of the arguments. Each
+ALIAS is that of a field ("kestorctl legacy fields"), in the same letter case and at most 25 characters long. Give every
+column of the model, and a field with two columns twice; fields that the model does not have are ignored. The model is
+changed whole or not at all. Only models of the oldest layout, whose first byte is not 1, can be updated.
 
 Example:
   kestorctl legacy update CT 01 Vendas --left 10 --top 5 Conta=12 Valor=15
@@ -83,10 +86,10 @@ Exit status: 0 updated; 3 there is no such model, or it is in use (0x00040001), 
 model (0x0004000B); 1 failure, such as no catalogue (0x80040001); 2 wrong usage.)";
 
 constexpr const char* kFieldsFooter =
-    R"(As "kestorctl fields", as first-generation clients get it: letter case counts in the catalogue ("S" allows a use, "s"
-does not), and numbers are not cut to 16 bits.
+    R"(Shows the same as "kestorctl fields", as first-generation clients get it: letter case counts in the catalogue ("S"
+allows a use, "s" does not), and numbers are not cut to 16 bits.
 
-With --json: "fields", a list of objects as "kestorctl fields" tells them.
+With --json: "fields", a list of objects as "kestorctl fields" gives them.
 
 Exit status: 0 shown, even if there are none; 1 failure, such as no catalogue (0x80040001); 2 wrong usage.)";
 
@@ -212,7 +215,7 @@ void AddUpdate(CLI::App* group, Command* chosen) {
 }  // namespace
 
 void AddLegacy(CLI::App& program, Command* chosen) {
-  CLI::App* group = AddGroup(&program, {"legacy", "First-generation models", kGroupFooter});
+  CLI::App* group = AddGroup(&program, {"legacy", "Read and change first-generation models", kGroupFooter});
   const auto list = AddCommand(group, chosen, {"list", "List the models", kListFooter}, List);
   AddStoreOptions(list.command, list.options);
   const auto read = AddCommand(group, chosen, {"read", "Read a model", kReadFooter}, Read);

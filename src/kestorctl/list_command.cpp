@@ -20,21 +20,23 @@ using admin::Generation;
 using Json = nlohmann::ordered_json;
 
 constexpr const char* kFooter =
-    R"(With MODULE and COMPONENT: the names of their models, one a line, sorted without regard to letter case. Deleted
-demonstration models are left out, even when a model of that name is there again. -0 ends each name with NUL, for "xargs
--0". A store lists at most 65,535 models; -l lists all.
+    R"(With MODULE and COMPONENT it lists the names of their models, one per line, sorted without regard to letter case. It
+leaves out deleted demonstration models, even if a model of that name exists again. -0 ends each name with NUL, for
+"xargs -0". A store lists at most 65,535 models; -l lists all.
 
-With -l as well: bytes, time of the last change (local), version, generation, whether it is the default report, and name;
-of first-generation models too, whose version is that of their layout. The files themselves are read, no server takes part
-and no model is migrated; without -l, first-generation models are migrated before the listing, as by any command.
+With -l it shows bytes, time of the last change (local), version, generation, whether the model is the default report,
+and name. It lists first-generation models too; their version is that of their layout. It reads the files themselves: no
+server takes part, and no model is migrated. Without -l, first-generation models are migrated before the listing, as by
+any command for the second generation.
 
-Without COMPONENT: how many models of each generation every module and component has, or those of MODULE. A module and a
-component count when their field catalogue is in the folder of the module; files of models that fit none follow. Where the
-first generation cannot tell components apart, because it keeps 2 and 3 characters of the codes, its models count for each.
+Without COMPONENT it shows how many models of each generation every module and component has, or every component of
+MODULE. It counts a module and component if their field catalogue is in the folder of the module; files of models that
+fit none follow. Where the first generation cannot tell components apart, because it keeps 2 and 3 characters of the
+codes, its models count for each.
 
 With --json: "names"; with -l "models", each with "name", "generation" (1 or 2), "bytes", "changed" (UTC), "version",
-"default" and "file"; without COMPONENT "pairs", each with "module", "component", "firstGeneration", "secondGeneration" and
-"ambiguous", "unassigned", a list of files, and "unread", a list of module folders that could not be looked at.
+"default" and "file"; without COMPONENT "pairs", each with "module", "component", "firstGeneration", "secondGeneration"
+and "ambiguous", "unassigned", a list of files, and "unread", a list of module folders that could not be looked at.
 
 Examples:
   kestorctl list

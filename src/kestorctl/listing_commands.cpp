@@ -14,12 +14,12 @@ namespace kestorctl {
 namespace {
 
 constexpr const char* kDeleteFooter =
-    R"(Deletes a report model for good. If it is the default report of its module and component, spelled as it was when it
-became that, there is none afterwards.
+    R"(Deletes a report model for good. If it is the default report, spelled as it was when it became that, there is no default
+report afterwards.
 
-With --demo the model is a demonstration model, and its name is remembered: it is not listed any more, and a write with
---check-demo refuses it. NAME is the name that "list" shows. Module and component have at most 7 characters together
-then, and their letter case counts.
+With --demo the model is a demonstration model, and its name is remembered: "list" leaves it out, and a write with
+--check-demo refuses it. NAME must be the name that "list" shows. The codes of module and component must then have at
+most 7 characters together, and their letter case counts.
 
 With --json: "deleted"; with --demo also "remembered" (null when that cannot be seen).
 
@@ -31,8 +31,9 @@ Exit status: 0 deleted; 1 failure, such as no model of that name (0x80070002) or
 2 wrong usage.)";
 
 constexpr const char* kDefaultFooter =
-    R"(Shows the name of the default report, or nothing when there is none; with NAME makes that model the default report,
-with --clear leaves none. Module and component have at most 7 characters together then, and their letter case counts.
+    R"(Shows the name of the default report, or nothing if there is none. With NAME it makes that model the default report;
+with --clear it leaves none. With either, the codes of module and component must have at most 7 characters together, and
+their letter case counts.
 
 With --json: "default", the name or null.
 
@@ -41,12 +42,12 @@ Examples:
   kestorctl default CT 01 Vendas
   kestorctl default CT 01 --clear
 
-Exit status: 0 done; 3 there is no model NAME (0x00000001), nothing is changed; 1 failure, such as another station
-holding the file all the time (0x80043EEE); 2 wrong usage.)";
+Exit status: 0 done; 3 nothing changed, because there is no model NAME (0x00000001); 1 failure, such as another station
+that holds the file all the time (0x80043EEE); 2 wrong usage.)";
 
 constexpr const char* kDeletedFooter =
-    R"(The names of demonstration models that were deleted with "delete --demo", one a line in the order of their deletion,
-each as often as it was deleted.
+    R"(Lists the names of demonstration models that were deleted with "delete --demo", one per line in the order of their
+deletion, each as often as it was deleted.
 
 With --json: "names".
 

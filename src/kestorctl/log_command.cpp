@@ -32,8 +32,8 @@ using Json = nlohmann::ordered_json;
 
 constexpr const char* kFooter =
     R"(Shows the changes that servers have made in the home and those that they have refused, the oldest first: the local time,
-the user, what was called, the model, how many bytes it has, and what was refused with its reason. A migration or a
-renumbering has a line for each model. Reading changes nothing and is not there. Letter case does not matter.
+the user, the method, the model, its outcome and bytes, and for a refused change the result and the reason. A migration
+or a renumbering has a line for each model. Reading is not logged. Letter case does not matter.
 
 TIME is local, such as 2026-11-26 or "2026-11-26 14:30" or "2026-11-26 14:30:12", or a time ago, such as 30m, 12h or 7d.
 
@@ -47,7 +47,8 @@ Examples:
   kestorctl log CT --since 7d --failed
   kestorctl log --since "2026-11-26 14:30" --follow
 
-Exit status: 0 shown, even if there are none; 1 a file of the journal cannot be read, or another failure; 2 wrong usage.)";
+Exit status: 0 shown, even if there are none; 1 a file of the journal cannot be read, or another failure;
+2 wrong usage.)";
 
 struct LogOptions {
   std::optional<std::string> module;
@@ -233,13 +234,13 @@ void TellLog(const LogOptions& options, Answer& answer) {
 
 void AddLog(CLI::App& program, Command* chosen) {
   const auto [log, options] =
-      AddCommand(&program, chosen, {"log", "Show what was changed, and what was refused", kFooter}, TellLog);
-  AddText(log, "MODULE", &options->module, "Only of the module of this code")->required(false);
-  AddText(log, "COMPONENT", &options->component, "Only of the component of this code")->required(false);
-  AddText(log, "NAME", &options->name, "Only of the model of this name")->required(false);
-  log->add_option("--since", options->since, "Only from then on")->type_name("TIME")->check(CheckUtf8);
+      AddCommand(&program, chosen, {"log", "Show the changes that were made or refused", kFooter}, TellLog);
+  AddText(log, "MODULE", &options->module, "Only entries of the module with this code")->required(false);
+  AddText(log, "COMPONENT", &options->component, "Only entries of the component with this code")->required(false);
+  AddText(log, "NAME", &options->name, "Only entries of the model with this name")->required(false);
+  log->add_option("--since", options->since, "Only entries from this time on")->type_name("TIME")->check(CheckUtf8);
   log->add_flag("--follow", options->follow, "Keep showing new entries until interrupted");
-  log->add_flag("--failed", options->failed, "Only what was refused, and models that stay or were passed over");
+  log->add_flag("--failed", options->failed, "Only refused changes, and models that stay or were passed over");
 }
 
 }  // namespace kestorctl

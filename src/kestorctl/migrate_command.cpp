@@ -15,8 +15,8 @@ namespace kestorctl {
 namespace {
 
 constexpr const char* kFooter =
-    R"(Has the server make report documents of the first-generation models of the module and component, which are then deleted;
-and tells what became of each, as the server says:
+    R"(Makes the server convert the first-generation models of the module and component to report documents, and delete the
+originals. Prints what became of each:
 
   converted: NAME          it is a report document now
   converted: NAME: REASON  the same, but the first-generation model could not be deleted
@@ -27,16 +27,18 @@ Any command for the second generation migrates as well. On a terminal it shows h
 is interrupted, the server finishes the work; "kestorctl log" tells what became of the models.
 
 Without MODULE and COMPONENT it goes over all of them that have a field catalogue in the folder of a module, the longer
-component codes first. It begins with a summary, and lists the first-generation files that belong to none. It passes over
-components that the first generation cannot tell apart, because it keeps 2 and 3 characters of the codes: name the one that
-is meant. It also passes over a component that would take, as its own, models that stay with a longer code.
+component codes first. It begins with a summary, and lists the first-generation files that belong to none. It passes
+over components that the first generation cannot tell apart, because it keeps 2 and 3 characters of the codes; to
+migrate one of them, name it. It also passes over a component that would take, as its own, models that stay with a
+longer code.
 
 --dry-run reports what would happen to each model and changes nothing.
 
 With --json: "converted" and "dropped", lists of names, and "stayed", a list of objects with "name" and "reason", of all
-models that are still there; null where a server older than this program does not tell. Without MODULE and COMPONENT
+models that are left; null where a server older than this program does not tell. Without MODULE and COMPONENT
 "migrations", a list of these with "module" and "component"; "passedOver", a list of objects with "module", "component",
-"models" and "reason"; "unassigned", a list of files; and "unread", a list of module folders that could not be looked at.
+"models" and "reason"; "unassigned", a list of files; and "unread", a list of module folders that could not be looked
+at.
 
 Examples:
   kestorctl migrate CT 01 --dry-run

@@ -25,8 +25,8 @@ Examples:
 Exit status: 0 read; 3 there is no such model (0x00040001); 1 failure; 2 wrong usage.)";
 
 constexpr const char* kWriteFooter =
-    R"(Stores a content and its version number as a report model. A model of that name is replaced, whole or not at all,
-unless --no-overwrite is given. A dot in NAME begins the extension of its file: without ".RXL" there the model is neither
+    R"(Stores content and its version number as a report model. A model of that name is replaced, whole or not at all, unless
+--no-overwrite is given. A dot in NAME begins the extension of its file: without ".RXL" there the model is neither
 listed nor read.
 
 It warns of a model that is neither listed nor read, that is listed under another name, that is hidden because a

@@ -25,10 +25,11 @@ constexpr const char* kFooter =
     R"(Shows the report as pages: as text that fits the terminal, or, with -o, as a file whose name ends in .pdf (all pages),
 .png or .svg (one page). A first-generation model is shown as what its conversion would give.
 
-Its lines are samples, made from the field catalogue, the same ones every time; the filter is printed and does nothing.
-With --data they come from a file, and are filtered, sorted, grouped and added up as the report says. The first line of
-that file names fields by alias, code or description; the values of a line are separated by semicolons, commas or tabs. They
-are UTF-8 or code page 1252. Numbers are 1.234,56 or 1234.56, dates 31/12/2026 or 2026-12-31, months 12/2026 or 2026-12.
+Its lines are samples made from the field catalogue, the same ones every time; the filter is printed but not applied.
+With --data the lines come from a file, and are filtered, sorted, grouped and added up as the report says. The first
+line of that file names fields by alias, code or description; the values of a line are separated by semicolons, commas
+or tabs. They are UTF-8 or code page 1252. Numbers are 1.234,56 or 1234.56, dates 31/12/2026 or 2026-12-31, months
+12/2026 or 2026-12.
 
 The file of the model itself is read: no server takes part, and nothing is migrated.
 
@@ -206,18 +207,18 @@ void AddPreview(CLI::App& program, Command* chosen) {
   const auto [command, options] =
       AddCommand(&program, chosen, {"preview", "Show a report as the pages that it describes", kFooter}, Preview);
   AddModelOptions(command, &options->model);
-  command->add_option("--data", options->data, "Values of fields, a line of the report a line")
+  command->add_option("--data", options->data, "Values of fields, one line per line of the report")
       ->type_name("FILE.csv")
       ->check(CLI::ExistingFile);
-  command->add_option("-o,--output", options->output, "Where the pages go")->type_name("FILE.pdf|.png|.svg");
-  command->add_option("--page", options->page, "This page alone")->type_name("NUMBER")->check(CLI::PositiveNumber);
+  command->add_option("-o,--output", options->output, "The file for the pages")->type_name("FILE.pdf|.png|.svg");
+  command->add_option("--page", options->page, "Show this page alone")->type_name("NUMBER")->check(CLI::PositiveNumber);
   command->add_option("--rows", options->rows, "At most this many lines; 40 sample lines if not given")
       ->type_name("NUMBER")
       ->check(CLI::Range(1, 1'000'000));
-  command->add_option("--logo", options->logo, "What stands in the place of the logo")
+  command->add_option("--logo", options->logo, "The picture in the place of the logo")
       ->type_name("FILE.png")
       ->check(CLI::ExistingFile);
-  command->add_option("--date", options->date, "The date of issue; today otherwise")
+  command->add_option("--date", options->date, "The date of issue; today if not given")
       ->type_name("TEXT")
       ->check(CheckUtf8);
 }

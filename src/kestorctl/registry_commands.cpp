@@ -22,8 +22,8 @@ file registry.reg of the home. Commands that change it replace the file as a who
 Exit status: 0 done; 1 failure, such as a key or value that does not exist; 2 wrong usage.)";
 
 constexpr const char* kGetFooter =
-    R"(Without NAME it is the key's default value. Texts are printed as they are, a list of texts one a line, numbers in
-decimal, other data as bytes in hexadecimal.
+    R"(Prints a value of KEY, or without NAME its default value: a text as it is, a list of texts one per line, a number in
+decimal, and other data as bytes in hexadecimal.
 
 With --json: "type", such as "REG_SZ", and "value": a text, a list of texts, a number, or hexadecimal digits.
 
@@ -32,7 +32,8 @@ Example:
 
 Exit status: 0 printed; 1 there is no such value, or another failure; 2 wrong usage.)";
 
-constexpr const char* kSetFooter = R"(The key is made when it is missing. An empty NAME is the key's default value.
+constexpr const char* kSetFooter =
+    R"(Sets a text value, and makes the key if it does not exist. An empty NAME is the key's default value.
 
 Example:
   kestorctl registry set 'HKLM\SOFTWARE\Norvela' Relatorios 'D:\Dados\Relatorios'
@@ -40,7 +41,7 @@ Example:
 Exit status: 0 set; 1 failure; 2 wrong usage.)";
 
 constexpr const char* kDeleteFooter =
-    R"(Without NAME the key goes with everything below it. An empty NAME is the key's default value.
+    R"(Deletes a value, or without NAME the key with everything below it. An empty NAME is the key's default value.
 
 Examples:
   kestorctl registry delete 'HKLM\SOFTWARE\Norvela\Contabil' Path
@@ -49,19 +50,18 @@ Examples:
 Exit status: 0 deleted; 1 there is no such key or value, or another failure; 2 wrong usage.)";
 
 constexpr const char* kImportFooter =
-    R"(Merges an export of the desktop platform, REGEDIT4 or version 5.00, into the registry, deletions included: all of it, or
-nothing when a line does not read as it should; that line is then named. What lies below roots other than
-HKEY_LOCAL_MACHINE and HKEY_CLASSES_ROOT is passed over. What lies below SOFTWARE\WOW6432Node\Norvela, where a 32-bit
-program has its keys on a 64-bit desktop, is entered below SOFTWARE\Norvela, and a line on standard error says so. FILE -
-is standard input.
+    R"(Merges an export of the desktop platform, REGEDIT4 or version 5.00, into the registry, deletions included. If a line is
+malformed, it changes nothing and names the line. It passes over the desktop's roots other than HKEY_LOCAL_MACHINE and
+HKEY_CLASSES_ROOT. It enters keys below SOFTWARE\WOW6432Node\Norvela, where a 32-bit program has its keys on a 64-bit
+desktop, below SOFTWARE\Norvela, and says so on standard error.
 
 Exit status: 0 imported; 1 failure; 2 wrong usage.)";
 
 constexpr const char* kExportFooter =
-    R"(Without FILE, or for -, the text goes to standard output in UTF-8. A FILE is written the way the desktop's own tools do, in
-UTF-16 with a mark, so that it can be imported there; it is written whole or not at all.
+    R"(Writes the whole registry to FILE, as the desktop's own tools do: in UTF-16 with a byte order mark, so that it can be
+imported there. FILE is written whole or not at all. Without FILE, or with -, the text goes to standard output in UTF-8.
 
-With --json and for standard output: "text".
+With --json, unless FILE is written: "text".
 
 Exit status: 0 exported; 1 failure; 2 wrong usage.)";
 
@@ -219,7 +219,7 @@ void AddRegistry(CLI::App& program, Command* chosen) {
                  "File in the desktop's export format; - is standard input")
       ->required();
   AddFileCommand(group, chosen, {"export", "Write the whole registry as an export file", kExportFooter}, Export,
-                 "Where to; - is standard output");
+                 "File to write; - is standard output");
 }
 
 }  // namespace kestorctl

@@ -20,11 +20,11 @@ namespace {
 constexpr const char* kFooter =
     R"(Replaces field codes in every second-generation model of the module and component, each once: with 150=160 160=170 a
 field 150 becomes 160, not 170. A renumbered column gets the title that the field catalogue has for its new code. Sort
-keys, totals and conditions on fields that the catalogue does not allow for them are removed, also where no code changes.
-Codes up to 99 are places of fixed columns and cannot be given. Without the field catalogue nothing is done.
+keys, totals and conditions on fields that the catalogue does not allow for them are removed, even where no code
+changes. Codes up to 99 are places of fixed columns and cannot be given. Without the field catalogue it changes nothing.
 
-First-generation models are migrated first. It tells what became of the models, as the server says; those in which
-nothing is to be changed are only listed with --json:
+First-generation models are migrated first. It prints what became of the models; models that need no change are listed
+only with --json:
 
   renumbered: NAME             it has the new codes now
   renumbered: NAME: stored as "OTHER", …

@@ -33,8 +33,8 @@ WHEN is a time that "kestorctl history" shows, or a local time such as "2026-11-
 the model becomes what it was then, as far back as the history reaches. Without --at it becomes what it was before its
 last change.
 
-A model that was deleted with --demo stays hidden. A first-generation model is migrated again by the next command for the
-second generation.
+A model that was deleted with --demo stays hidden. A first-generation model is migrated again by the next command for
+the second generation.
 
 With --json: "restored", a list of objects with "model", "kind" and "when".
 
@@ -59,8 +59,8 @@ With --json: "operation" with "when", "user" and "what"; "restored", a list of o
 Examples:
   kestorctl undo CT 01
 
-Exit status: 0 all of it is taken back; 3 something is left as it is; 1 failure, such as no operation that could be taken
-back; 2 wrong usage.)";
+Exit status: 0 all of it is taken back; 3 something is left as it is; 1 failure, such as no operation that could be
+taken back; 2 wrong usage.)";
 
 struct RestoreOptions : ModelOptions {
   std::optional<std::string> when;

@@ -49,16 +49,18 @@ D:\Dados\Relatorios on a drive that the home has. The server knows folders by su
 leads to DIR, the first free letter from D on is given to it. Drives and shares are the links (or folders) drives/d,
 drives/e, …, drives/host/share of the home.
 
-With --shared the members of the group GROUP (a name or a number) work in the reports folder together: the folder becomes
-the group's, which may write in it, new files are the group's as well (setgid), and so are those of its members that are
-there. The owner of the folder can do that if it is a member, and root; --reports must name the folder.
+With --shared the members of the group GROUP (a name or a number) work in the reports folder together. The folder
+becomes the group's, and the group may write in it. New files are the group's as well (setgid), and so are existing
+files of its members. The owner of the folder can do that if it is a member, and so can root. --reports must name the
+folder.
 
-The server keeps what it replaces or removes in a folder for the history, so that "kestorctl restore" and "kestorctl undo"
-bring it back: in NAME.history beside the reports folder NAME, unless --history names another folder, of this system and
-not within the reports folder. With --no-history it keeps nothing from now on; what it has kept stays where it is.
+The server keeps what it replaces or removes in the folder of the history, so that "kestorctl restore" and
+"kestorctl undo" can bring it back. The folder is NAME.history beside the reports folder NAME, unless --history names
+another one, which must be a folder of this system outside the reports folder. With --no-history it keeps nothing from
+now on; what it has kept stays where it is.
 
 With --json: "home", "madeHome", "drives" (those that were entered), "reports" and "modules" (with --import or without
---reports as the command status tells them), "shared" {"group", "changed", "left"} (the numbers of files; null without
+--reports as "kestorctl status" gives them), "shared" {"group", "changed", "left"} (the numbers of files; null without
 --shared), "history" {"folder", "madeFolder"} (null when none is kept), "server".
 
 Examples:

@@ -15,7 +15,7 @@ set-up, and the lines of the export file. A column that is marked fixed is no fi
 
 With --json: "version" of the model, and "document" with everything that the document holds: "name", "period", "page",
 "columns", "sortKeys", "totalsOnly", "totals", "filter" and "export". Types and alignments of columns are letters as the
-command "fields" has them. In words are
+command "fields" has them. These members are words:
   "orientation"   portrait, landscape           "numbering"   by page, by sheet
   "separator"     nothing, a line, a new page   "connector"   and, or
   "operator"      is, is not, is above, is at least, is below, is at most
